@@ -1,0 +1,42 @@
+# Installs the build into an empty prefix, moves that prefix, and uses what stands there as other people would: the CMake
+# package, the pkg-config files, the library by its name, the program. Run with -P; the variables come from examples/CMakeLists.txt.
+
+function(run)
+  execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE OUTPUT ERROR_VARIABLE OUTPUT RESULT_VARIABLE RESULT)
+  if(NOT RESULT EQUAL 0)
+    message(FATAL_ERROR "${ARGN}\nended with ${RESULT}:\n${OUTPUT}")
+  endif()
+  set(OUTPUT "${OUTPUT}" PARENT_SCOPE)
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/first)
+file(RENAME ${WORK_DIR}/first ${WORK_DIR}/prefix)
+set(PREFIX ${WORK_DIR}/prefix)
+
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/embed -B ${WORK_DIR}/embed -G Ninja -DCMAKE_PREFIX_PATH=${PREFIX}
+    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/embed)
+
+run(${WORK_DIR}/embed/agent ${SOURCE_DIR}/examples/node/conf)
+file(READ ${SOURCE_DIR}/examples/embed/agent.expected EXPECTED)
+if(NOT OUTPUT STREQUAL EXPECTED)
+  message(FATAL_ERROR "agent printed:\n${OUTPUT}instead of:\n${EXPECTED}")
+endif()
+
+run(${WORK_DIR}/embed/loader)
+foreach(TAG venv_configType envType net_vethType ct_zloop_disk "environment type kelvarium: registered" "unloaded 100 times")
+  if(NOT OUTPUT MATCHES "${TAG}")
+    message(FATAL_ERROR "loader did not show ${TAG}:\n${OUTPUT}")
+  endif()
+endforeach()
+
+run(${PREFIX}/bin/kfactl --format json raw get ${SOURCE_DIR}/examples/node/conf/101.conf)
+
+file(GLOB_RECURSE PC_FILE ${PREFIX}/*/KFAFunctionality.pc)
+get_filename_component(PC_DIR ${PC_FILE} DIRECTORY)
+run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${PC_DIR} pkg-config --cflags --libs KFAFunctionality)
+separate_arguments(PC_FLAGS UNIX_COMMAND "${OUTPUT}")
+separate_arguments(FLAGS UNIX_COMMAND "${CXX_FLAGS}")
+run(${CXX} ${FLAGS} ${SOURCE_DIR}/examples/embed/agent.cpp -o ${WORK_DIR}/agent ${PC_FLAGS})
+file(REMOVE_RECURSE ${WORK_DIR})

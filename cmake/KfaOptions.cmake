@@ -1,0 +1,71 @@
+# Options of the build, the compiler's settings for every target (kf_options), and the packages that are needed.
+
+option(KFA_BENCHMARKS "Build the benchmarks" OFF)
+option(KFA_FUZZERS "Build the fuzz targets with libFuzzer (clang only)" OFF)
+option(KFA_COVERAGE "Measure line coverage" OFF)
+set(KFA_SANITIZE "" CACHE STRING "Sanitizers to build with: address;undefined or thread")
+
+get_property(KFA_MULTI_CONFIG GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+if(NOT CMAKE_BUILD_TYPE AND NOT KFA_MULTI_CONFIG)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(KFA_CLANG FALSE)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  set(KFA_CLANG TRUE)
+endif()
+if(KFA_FUZZERS AND NOT KFA_CLANG)
+  message(FATAL_ERROR "KFA_FUZZERS needs clang: set CMAKE_CXX_COMPILER=clang++-14")
+endif()
+
+# The clang run-time libraries stand in the program alone, so a shared library leaves their symbols undefined.
+set(KFA_ALLOW_UNDEFINED_DEFAULT OFF)
+if(KFA_CLANG AND (KFA_SANITIZE OR KFA_FUZZERS))
+  set(KFA_ALLOW_UNDEFINED_DEFAULT ON)
+endif()
+option(KFA_ALLOW_UNDEFINED "Let shared libraries have undefined symbols" ${KFA_ALLOW_UNDEFINED_DEFAULT})
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g0 -DNDEBUG")
+
+add_library(kf_options INTERFACE)
+target_compile_options(kf_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(KFA_CLANG)
+  # clang counts changes of sign as conversions, the compiler that ships does not.
+  target_compile_options(kf_options INTERFACE -Wthread-safety -Wno-sign-conversion)
+endif()
+target_link_options(kf_options INTERFACE -Wl,-z,relro,-z,now -Wl,--hash-style=gnu -Wl,-O1 -Wl,--as-needed)
+
+if(KFA_SANITIZE)
+  list(JOIN KFA_SANITIZE "," KFA_SANITIZERS)
+  target_compile_options(kf_options INTERFACE -fsanitize=${KFA_SANITIZERS} -fno-sanitize-recover=all
+                                              -fno-omit-frame-pointer)
+  target_link_options(kf_options INTERFACE -fsanitize=${KFA_SANITIZERS})
+endif()
+if(KFA_FUZZERS)
+  target_compile_options(kf_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(KFA_COVERAGE)
+  target_compile_options(kf_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(kf_options INTERFACE --coverage)
+endif()
+
+# The threads of the C library are part of it; a thread sanitizer still wants the flag.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+find_package(Boost 1.74 REQUIRED)
+find_package(EXPAT REQUIRED)
+find_package(fmt REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+if(BUILD_TESTING)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+if(KFA_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,74 @@
+# Functions that add a library, a program or a test in one line each.
+
+include(GNUInstallDirs)
+
+# All that is built stands in two folders, so a program finds its libraries where an installed one finds them.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+file(RELATIVE_PATH KFA_LIB_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH $ORIGIN/${KFA_LIB_FROM_BIN})
+
+# kf_library(NAME SOURCES f.cpp... HEADERS f.h... [DEPS PUBLIC-targets...] [PRIVATE targets...])
+# A shared library named NAME whose headers are installed as <NAME/...>. Only the KFL and KFA namespaces are
+# exported, undefined symbols are refused, and nothing in it keeps dlclose from unloading it.
+function(kf_library NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;DEPS;PRIVATE" ${ARGN})
+  add_library(${NAME} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
+  add_library(kfa::${NAME} ALIAS ${NAME})
+  set_target_properties(${NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                                           INSTALL_RPATH $ORIGIN)
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH INCLUDE_DIR)
+  target_include_directories(${NAME} PUBLIC $<BUILD_INTERFACE:${INCLUDE_DIR}>
+                                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${NAME} PUBLIC cxx_std_20)
+  target_link_libraries(${NAME} PUBLIC ${ARG_DEPS} PRIVATE kf_options ${ARG_PRIVATE})
+  kf_shape_library(${NAME})
+  install(TARGETS ${NAME} EXPORT kfaTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  foreach(HEADER ${ARG_HEADERS})
+    get_filename_component(FOLDER ${HEADER} DIRECTORY)
+    install(FILES ${HEADER} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${NAME}/${FOLDER})
+  endforeach()
+  set_property(GLOBAL APPEND PROPERTY KFA_LIBRARIES ${NAME})
+  kf_check_headers(${NAME} ${ARG_HEADERS})
+endfunction()
+
+# What a library exports and how its own calls are bound. A call to a function of the same library goes straight there;
+# the data of inline functions stays one in the process.
+function(kf_shape_library NAME)
+  target_compile_options(${NAME} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique -fno-semantic-interposition>)
+  target_link_options(${NAME} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
+                                      -Wl,-Bsymbolic-functions)
+  if(NOT KFA_ALLOW_UNDEFINED)
+    target_link_options(${NAME} PRIVATE -Wl,--no-undefined)
+  endif()
+  set_property(TARGET ${NAME} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+endfunction()
+
+# One generated source per public header proves that each header can be read alone.
+function(kf_check_headers NAME)
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
+  set(SOURCES)
+  foreach(HEADER ${ARGN})
+    string(MAKE_C_IDENTIFIER "${HEADER}" ID)
+    set(SOURCE ${CMAKE_CURRENT_BINARY_DIR}/headers/${ID}.cpp)
+    file(GENERATE OUTPUT ${SOURCE} CONTENT "#include <${NAME}/${HEADER}>\n")
+    list(APPEND SOURCES ${SOURCE})
+  endforeach()
+  add_library(${NAME}_headers OBJECT ${SOURCES})
+  target_link_libraries(${NAME}_headers PRIVATE kf_options ${NAME})
+endfunction()
+
+# kf_test(NAME SOURCES f.cpp... [DEPS targets...]): a GoogleTest program registered with CTest.
+function(kf_test NAME)
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  target_link_libraries(${NAME} PRIVATE kf_options ${ARG_DEPS} GTest::gmock GTest::gtest_main)
+  target_compile_definitions(${NAME} PRIVATE KFA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
+                                             KFA_BINARY_DIR="${PROJECT_BINARY_DIR}")
+  gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()
