@@ -1,0 +1,82 @@
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+#include <KFLCommon/KFLBashStr.h>
+#include <KFLCommon/KFLText.h>
+
+#include "KFLBashScanner.h"
+
+namespace KFL {
+
+namespace {
+
+constexpr std::string_view kWelcomeName = "VEID";
+
+constexpr std::array<bool, 256> makeSuspects() {
+  std::array<bool, 256> suspects{};
+  for (const char c : {'\0', '\n', '"', '`', '\\', '$'})
+    suspects[static_cast<unsigned char>(c)] = true;
+  return suspects;
+}
+
+constexpr std::array<bool, 256> kSuspects = makeSuspects();
+
+bool isNameCharacter(char c) {
+  return isAlnum(c) || c == '_';
+}
+
+// Why bash would not keep the text behind a dollar sign as it stands; null when it would, or when it is $VEID.
+const char* dollarFault(std::string_view rest) {
+  if (rest.empty()) return nullptr;
+  const std::size_t length = kWelcomeName.size();
+  if (rest.front() == '{') {
+    const bool welcome = rest.substr(1, length) == kWelcomeName && rest.substr(1 + length, 1) == "}";
+    return welcome ? nullptr : "a ${ that bash would expand";
+  }
+  if (isNameCharacter(rest.front())) {
+    const bool welcome =
+        rest.substr(0, length) == kWelcomeName && (rest.size() == length || !isNameCharacter(rest[length]));
+    return welcome ? nullptr : "a variable that bash would expand";
+  }
+  if (rest.front() == '(') return "a command or sum that bash would run";
+  if (rest.front() == '[') return "a sum that bash would work out";
+  if (std::strchr("@*#?$!-", rest.front()) != nullptr) return "a special parameter that bash would expand";
+  return nullptr;
+}
+
+// Why bash would read the suspect character at the beginning of the rest otherwise than it stands.
+const char* fault(std::string_view rest) {
+  switch (rest.front()) {
+    case '\0':
+      return "a NUL, which no shell text can hold";
+    case '\n':
+      return "a newline, which a value on one line cannot hold";
+    case '"':
+      return "a double quote, which would end the value";
+    case '`':
+      return "a backquote, behind which bash would run a command";
+    case '$':
+      return dollarFault(rest.substr(1));
+    default:
+      break;
+  }
+  if (rest.size() == 1) return "a backslash at the end, which would take the closing quote into the value";
+  if (std::strchr("$`\"\\\n", rest[1]) == nullptr || rest[1] == '\0') return nullptr;
+  return "a backslash that bash would take away";
+}
+
+}  // namespace
+
+bool isBashSafe(std::string_view value, std::string* reason) {
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (!kSuspects[static_cast<unsigned char>(value[i])]) continue;
+    const char* const why = fault(value.substr(i));
+    if (why == nullptr) continue;
+    if (reason != nullptr) *reason = "character " + std::to_string(i + 1) + ": " + why;
+    return false;
+  }
+  return true;
+}
+
+}  // namespace KFL

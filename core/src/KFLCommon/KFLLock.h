@@ -1,0 +1,41 @@
+// The mutex of one process, and its scoped guard. Not recursive. Constant-initialised, so a static one serves
+// during load.
+#ifndef KFLCOMMON_KFLLOCK_H
+#define KFLCOMMON_KFLLOCK_H
+
+#include <mutex>
+
+#include <KFLCommon/KFLThreadAnnotations.h>
+
+namespace KFL {
+
+// Usable with std::lock_guard and std::unique_lock too.
+class KFL_CAPABILITY("mutex") KFLLock {
+ public:
+  constexpr KFLLock() = default;
+  KFLLock(const KFLLock&) = delete;
+  KFLLock& operator=(const KFLLock&) = delete;
+
+  void lock() KFL_ACQUIRE() { mutex_.lock(); }
+  bool try_lock() KFL_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+  void unlock() KFL_RELEASE() { mutex_.unlock(); }
+
+ private:
+  std::mutex mutex_;
+};
+
+// Holds a lock from its construction to its end.
+class KFL_SCOPED_CAPABILITY KFLLockGuard {
+ public:
+  explicit KFLLockGuard(KFLLock& lock) KFL_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+  ~KFLLockGuard() KFL_RELEASE() { lock_.unlock(); }
+  KFLLockGuard(const KFLLockGuard&) = delete;
+  KFLLockGuard& operator=(const KFLLockGuard&) = delete;
+
+ private:
+  KFLLock& lock_;
+};
+
+}  // namespace KFL
+
+#endif
