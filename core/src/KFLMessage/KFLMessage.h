@@ -1,0 +1,60 @@
+// A message: one tree of elements with its XML text form.
+//
+// The message owns its tree; cursors (KFLMessageIterator) and configurations made from one share the tree and keep
+// it alive. A tree belongs to one thread at a time. The text form is XML 1.0 in UTF-8: docs/formats.md has the rules.
+#ifndef KFLMESSAGE_KFLMESSAGE_H
+#define KFLMESSAGE_KFLMESSAGE_H
+
+#include <cstddef>
+#include <string>
+
+#include <KFLMessage/KFLMessageIterator.h>
+
+namespace KFL {
+
+class KFLMessage {
+ public:
+  // A message with an empty root element. A root without a name is printed under its type tag without "Type".
+  KFLMessage();
+  explicit KFLMessage(const std::string& rootName);
+  // A copy has a tree of its own; a moved-from message has an empty one.
+  KFLMessage(const KFLMessage& other);
+  KFLMessage(KFLMessage&& other) noexcept;
+  KFLMessage& operator=(const KFLMessage& other);
+  KFLMessage& operator=(KFLMessage&& other) noexcept;
+  ~KFLMessage();
+
+  // Replaces the tree by the one that the text describes. 0, or -1 with an error text that names line and column;
+  // then the message is as it was. Cursors on the former tree stay valid and keep it.
+  int parse(const std::string& xml);
+
+  // The XML text of the tree; empty, with an error text that names the element, when a text or name in the tree
+  // cannot stand in XML (not UTF-8, or a control character).
+  std::string toString() const;
+
+  // The same for people: elements that hold elements only are broken into lines, two spaces a level.
+  std::string toPrettyString() const;
+
+  // The compact text into `out`, replacing its content: 0, or -1 with an error text and `out` empty.
+  int print(std::string& out) const;
+
+  // A cursor on the root element; that of a constant message only reads.
+  KFLMessageIterator getIterator();
+  const KFLMessageIterator getIterator() const;  // NOLINT(readability-const-return-type)
+
+  // The longest text, in bytes, that parse() takes; 256 MiB unless set. Process-wide.
+  static void setSizeLimit(std::size_t bytes);
+  static std::size_t getSizeLimit();
+
+  // Bytes that the tree has taken from the heap.
+  std::size_t memoryUsed() const;
+
+ private:
+  KFLMessageTree& tree() const;
+
+  mutable boost::intrusive_ptr<KFLMessageTree> tree_;  // made when it is first needed
+};
+
+}  // namespace KFL
+
+#endif

@@ -1,0 +1,278 @@
+#include <KFLMessage/KFLMessageIterator.h>
+
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include <KFLCommon/KFLCheck.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+#include <KFLMessage/KFLMessageTree.h>
+#include <KFLMessage/KFLTagVocabulary.h>
+#include <KFLMessage/KFLXMLWriter.h>
+
+namespace KFL {
+
+KFLMessageIterator::KFLMessageIterator(boost::intrusive_ptr<KFLMessageTree> tree, std::uint32_t element)
+    : tree_(std::move(tree)), element_(element) {}
+
+// --- Namespace and type ---------------------------------------------------------------------------------------------
+
+void KFLMessageIterator::selectNamespace(std::string_view uri) {
+  if (tree_) namespace_ = tree_->internNamespace(uri);
+}
+
+void KFLMessageIterator::selectNamespaceId(int id) {
+  if (id == 0) {
+    namespace_ = 0;
+  } else {
+    selectNamespace(namespaceName(id));
+  }
+}
+
+void KFLMessageIterator::setTypeByName(std::string_view namespaceUri, std::string_view tag) {
+  if (!tree_ || tag.empty() || tree_->at(element_).type != 0) return;
+  const KFLMessageTree::Type type{tree_->internNamespace(namespaceUri), tree_->internName(tag)};
+  tree_->at(element_).type = tree_->internType(type);
+}
+
+void KFLMessageIterator::setTypeById(int namespaceId, int typeId) {
+  setTypeByName(namespaceName(namespaceId), typeName(typeId));
+}
+
+void KFLMessageIterator::setItemNSType(int namespaceId) {
+  const std::string_view uri = namespaceName(namespaceId);
+  if (tree_ && !uri.empty()) tree_->at(element_).ns = tree_->internNamespace(uri);
+}
+
+void KFLMessageIterator::getTypeName(std::string& out) const {
+  out = getTypeNamespace();
+  if (!out.empty()) out += ':';
+  out += getTypeTag();
+}
+
+std::string_view KFLMessageIterator::getTypeTag() const {
+  return tree_ ? tree_->nameText(tree_->type(tree_->at(element_).type).tag) : std::string_view();
+}
+
+std::string_view KFLMessageIterator::getTypeNamespace() const {
+  return tree_ ? tree_->namespaceText(tree_->type(tree_->at(element_).type).ns) : std::string_view();
+}
+
+// --- Moving ---------------------------------------------------------------------------------------------------------
+
+int KFLMessageIterator::moveTo(std::uint32_t element) const {
+  if (element == KFLMessageTree::kNone) return -1;
+  element_ = element;
+  return 0;
+}
+
+int KFLMessageIterator::findChild(KFLElementID id) const {
+  const std::uint32_t name = findNameKey(id);
+  return name == 0 ? -1 : moveTo(tree_->findChild(element_, name));
+}
+
+int KFLMessageIterator::findNextChild(KFLElementID id) const {
+  const std::uint32_t name = findNameKey(id);
+  return name == 0 ? -1 : moveTo(tree_->findNext(element_, name));
+}
+
+int KFLMessageIterator::firstChild() const {
+  return tree_ ? moveTo(tree_->firstElement(element_)) : -1;
+}
+
+int KFLMessageIterator::nextSibling() const {
+  return tree_ ? moveTo(tree_->nextElement(element_)) : -1;
+}
+
+void KFLMessageIterator::leaveChild() const {
+  if (tree_) moveTo(tree_->at(element_).parent);
+}
+
+bool KFLMessageIterator::hasChild(KFLElementID id) const {
+  const std::uint32_t name = findNameKey(id);
+  return name != 0 && tree_->findChild(element_, name) != KFLMessageTree::kNone;
+}
+
+// --- Changing -------------------------------------------------------------------------------------------------------
+
+std::uint32_t KFLMessageIterator::insertChild(KFLElementID id) {
+  const std::uint32_t name = tree_->internName(id);
+  KFL_CHECK(name != 0, "KFLMessage", "KFLMessageIterator");
+  const std::uint32_t ns = namespace_ != 0 ? namespace_ : tree_->defaultNamespaceBelow(element_);
+  return tree_->insert(element_, name, ns, insertParent_ == element_ ? insertBefore_ : KFLMessageTree::kNone);
+}
+
+void KFLMessageIterator::addChild(KFLElementID id) {
+  if (tree_) element_ = insertChild(id);
+}
+
+int KFLMessageIterator::addEmptyChild(KFLElementID id) {
+  if (!tree_) return -1;
+  insertChild(id);
+  return 0;
+}
+
+void KFLMessageIterator::removeCurrent() {
+  if (!tree_) return;
+  if (element_ == KFLMessageTree::kRoot) return tree_->clear(element_);
+  tree_->remove(std::exchange(element_, tree_->at(element_).parent));
+}
+
+std::size_t KFLMessageIterator::removeChildren(KFLElementID id) {
+  const std::uint32_t name = findNameKey(id);
+  return name == 0 ? 0 : tree_->removeChildren(element_, name);
+}
+
+void KFLMessageIterator::clear() {
+  if (tree_) tree_->clear(element_);
+}
+
+void KFLMessageIterator::setInsertionPoint(const KFLMessageIterator& sibling) {
+  insertParent_ = element_;
+  insertBefore_ = sibling.element_;
+}
+
+void KFLMessageIterator::clearInsertionPoint() {
+  insertParent_ = insertBefore_ = KFLMessageTree::kNone;
+}
+
+// --- Values ---------------------------------------------------------------------------------------------------------
+
+int KFLMessageIterator::putText(std::string_view text, KFLElementID id) {
+  if (!tree_) return -1;
+  tree_->setText(id.isEmpty() ? element_ : insertChild(id), text);
+  return 0;
+}
+
+int KFLMessageIterator::putValue(const std::string& value, KFLElementID id) {
+  return putText(value, id);
+}
+
+int KFLMessageIterator::putValue(const char* const& value, KFLElementID id) {
+  return putText(value == nullptr ? std::string_view() : value, id);
+}
+
+int KFLMessageIterator::putValue(const bool& value, KFLElementID id) {
+  return putText(value ? "true" : "false", id);
+}
+
+int KFLMessageIterator::putInteger(long long value, KFLElementID id) {
+  std::array<char, 24> digits;
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+  return putText({digits.data(), static_cast<std::size_t>(end - digits.data())}, id);
+}
+
+bool KFLMessageIterator::getTextOf(KFLElementID id, std::string_view& text) const {
+  if (!tree_) return false;
+  std::uint32_t element = element_;
+  if (!id.isEmpty()) {
+    const std::uint32_t name = tree_->findName(id);
+    element = name == 0 ? KFLMessageTree::kNone : tree_->findChild(element_, name);
+  }
+  if (element == KFLMessageTree::kNone) return false;
+  text = tree_->text(element);
+  return true;
+}
+
+int KFLMessageIterator::getValue(std::string& value, KFLElementID id) const {
+  std::string_view text;
+  if (!getTextOf(id, text)) return -1;
+  value.assign(text);
+  return 0;
+}
+
+int KFLMessageIterator::getValue(bool& value, KFLElementID id) const {
+  std::string_view text;
+  if (!getTextOf(id, text)) return -1;
+  const bool isTrue = text == "true" || text == "1";
+  if (!isTrue && text != "false" && text != "0") return -1;
+  value = isTrue;
+  return 0;
+}
+
+int KFLMessageIterator::getInteger(long long& value, KFLElementID id) const {
+  std::string_view text;
+  return getTextOf(id, text) ? parseInteger(text, value) : -1;
+}
+
+bool KFLMessageIterator::isEmptyElement() const {
+  if (!tree_) return true;
+  const KFLMessageNode& node = tree_->at(element_);
+  return node.textSize == 0 && node.first == KFLMessageTree::kNone;
+}
+
+// --- What stands here -----------------------------------------------------------------------------------------------
+
+std::string_view KFLMessageIterator::getName() const {
+  return tree_ ? tree_->nameText(tree_->at(element_).name) : std::string_view();
+}
+
+std::string_view KFLMessageIterator::getNamespace() const {
+  return tree_ ? tree_->namespaceText(tree_->at(element_).ns) : std::string_view();
+}
+
+std::string_view KFLMessageIterator::getText() const {
+  return tree_ ? tree_->text(element_) : std::string_view();
+}
+
+void KFLMessageIterator::setName(std::string_view name, std::string_view namespaceUri) {
+  if (!tree_) return;
+  const std::uint32_t number = tree_->internName(name);
+  tree_->at(element_).name = number & 0x7FFFFFFFU;
+  tree_->at(element_).ns = tree_->internNamespace(namespaceUri);
+}
+
+std::uint32_t KFLMessageIterator::getNameKey() const {
+  return tree_ ? tree_->at(element_).name : 0;
+}
+
+std::uint32_t KFLMessageIterator::findNameKey(KFLElementID id) const {
+  return tree_ && !id.isEmpty() ? tree_->findName(id) : 0;
+}
+
+bool KFLMessageIterator::isSameElement(const KFLMessageIterator& other) const {
+  return tree_ == other.tree_ && element_ == other.element_;
+}
+
+std::size_t KFLMessageIterator::countChildren() const {
+  std::size_t count = 0;
+  if (!tree_) return count;
+  for (auto child = tree_->firstElement(element_); child != KFLMessageTree::kNone;
+       child = tree_->nextElement(child))
+    ++count;
+  return count;
+}
+
+int KFLMessageIterator::getAttribute(std::size_t index, std::string& namespaceUri, std::string& name,
+                                     std::string& value) const {
+  const KFLMessageAttributes* const attributes = tree_ ? tree_->attributes(element_) : nullptr;
+  if (attributes == nullptr || index >= attributes->size()) return -1;
+  const KFLMessageAttribute& attribute = (*attributes)[index];
+  namespaceUri = tree_->namespaceText(attribute.ns);
+  name = tree_->nameText(attribute.name);
+  value = attribute.value;
+  return 0;
+}
+
+// --- Whole subtrees -------------------------------------------------------------------------------------------------
+
+int KFLMessageIterator::copyContent(const KFLMessageIterator& source) {
+  if (!tree_ || !source.tree_) return -1;
+  tree_->copyContent(element_, *source.tree_, source.element_);
+  return 0;
+}
+
+int KFLMessageIterator::print(std::string& out) const {
+  if (tree_) return writeXml(*tree_, element_, KFLXMLLayout::Compact, out);
+  out.clear();
+  setErrorMessage("there is no element to print; the cursor must stand on one");
+  return -1;
+}
+
+bool KFLMessageIterator::isEqualTree(const KFLMessageIterator& other) const {
+  if (!tree_ || !other.tree_) return tree_ == other.tree_;
+  return tree_->isEqual(element_, *other.tree_, other.element_);
+}
+
+}  // namespace KFL

@@ -1,0 +1,188 @@
+// Copying, comparing and locating subtrees. All of it walks by parent and sibling links: depth costs nothing.
+#include <algorithm>
+#include <string>
+
+#include <KFLMessage/KFLMessageTree.h>
+
+namespace KFL {
+
+// The numbers of one tree's names, namespaces and types in another tree. Each is looked up once.
+template <class Target>
+class KFLMessageTree::Translation {
+ public:
+  // What a number is that the other tree does not have.
+  static constexpr std::uint32_t kAbsent = 0xFFFFFFFFU;
+
+  Translation(const KFLMessageTree& from, Target& to) : from_(from), to_(to), same_(&from == &to) {}
+
+  std::uint32_t name(std::uint32_t number) {
+    if (same_ || number <= KFLMessageTree::kLastFixedName) return number;
+    return known(names_, number - KFLMessageTree::kLastFixedName,
+                 [&] { return nameIn(to_, from_.nameText(number)); });
+  }
+  std::uint32_t ns(std::uint32_t number) {
+    if (same_ || number == 0) return number;
+    return known(namespaces_, number, [&] { return namespaceIn(to_, from_.namespaceText(number)); });
+  }
+  std::uint32_t type(std::uint32_t number) {
+    if (same_ || number == 0) return number;
+    return known(types_, number, [&] {
+      const KFLMessageTree::Type type = from_.type(number);
+      return typeIn(to_, {ns(type.ns), name(type.tag)});
+    });
+  }
+
+ private:
+  static std::uint32_t nameIn(KFLMessageTree& tree, std::string_view text) { return tree.internName(text); }
+  static std::uint32_t nameIn(const KFLMessageTree& tree, std::string_view text) {
+    return found(tree.findName(text));
+  }
+  static std::uint32_t namespaceIn(KFLMessageTree& tree, std::string_view text) {
+    return tree.internNamespace(text);
+  }
+  static std::uint32_t namespaceIn(const KFLMessageTree& tree, std::string_view text) {
+    return found(tree.findNamespace(text));
+  }
+  static std::uint32_t typeIn(KFLMessageTree& tree, KFLMessageTree::Type type) {
+    return tree.internType(type);
+  }
+  static std::uint32_t typeIn(const KFLMessageTree& tree, KFLMessageTree::Type type) {
+    return found(tree.findType(type));
+  }
+  static std::uint32_t found(std::uint32_t number) { return number == 0 ? kAbsent : number; }
+
+  template <class Find>
+  std::uint32_t known(std::vector<std::uint32_t>& numbers, std::uint32_t number, Find find) {
+    if (number >= numbers.size()) numbers.resize(std::max<std::size_t>(number + 1, 2 * numbers.size()));
+    if (numbers[number] == 0) numbers[number] = find();
+    return numbers[number];
+  }
+
+  const KFLMessageTree& from_;
+  Target& to_;
+  bool same_;
+  std::vector<std::uint32_t> names_;
+  std::vector<std::uint32_t> namespaces_;
+  std::vector<std::uint32_t> types_;
+};
+
+bool KFLMessageTree::isWithin(KFLNodeIndex element, KFLNodeIndex top) const {
+  while (element != top && element != kNone)
+    element = at(element).parent;
+  return element == top;
+}
+
+void KFLMessageTree::copyAttributes(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source,
+                                    Translation<KFLMessageTree>& translation) {
+  const KFLMessageAttributes* const attributes = from.attributes(source);
+  if (attributes == nullptr) return;
+  KFLMessageAttributes merged;
+  if (const KFLMessageAttributes* const own = this->attributes(element); own != nullptr) merged = *own;
+  for (const KFLMessageAttribute& attribute : *attributes) {
+    KFLMessageAttribute copy{translation.ns(attribute.ns), translation.name(attribute.name), attribute.value};
+    const auto isSame = [&copy](const auto& other) { return other.ns == copy.ns && other.name == copy.name; };
+    if (!at(element).hasAttributes || std::none_of(merged.begin(), merged.end(), isSame))
+      merged.push_back(std::move(copy));
+  }
+  setAttributes(element, std::move(merged));
+}
+
+void KFLMessageTree::copyContent(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source) {
+  if (&from == this && isWithin(element, source)) {
+    KFLMessageTree apart;
+    apart.copyContent(kRoot, from, source);
+    return copyContent(element, apart, kRoot);
+  }
+  Translation<KFLMessageTree> translation(from, *this);
+  if (at(element).type == 0) at(element).type = translation.type(from.at(source).type);
+  copyAttributes(element, from, source, translation);
+  appendMixedText(element, from.text(source));
+
+  KFLNodeIndex original = source;
+  KFLNodeIndex parent = element;
+  KFLNodeIndex copy = element;
+  for (;;) {
+    if (from.at(original).first != kNone) {
+      original = from.at(original).first;
+      parent = copy;
+    } else {
+      while (original != source && from.at(original).next == kNone) {
+        original = from.at(original).parent;
+        parent = at(parent).parent;
+      }
+      if (original == source) return;
+      original = from.at(original).next;
+    }
+    const Node& node = from.at(original);
+    copy = append(parent, translation.name(node.name), translation.ns(node.ns));
+    at(copy).type = translation.type(node.type);
+    if (node.textSize != 0) setText(copy, textOf(node));
+    if (node.hasAttributes) copyAttributes(copy, from, original, translation);
+  }
+}
+
+bool KFLMessageTree::isEqual(KFLNodeIndex element, const KFLMessageTree& other,
+                             KFLNodeIndex otherElement) const {
+  if (effectiveName(element) != other.effectiveName(otherElement)) return false;
+  if (namespaceText(effectiveNamespace(element)) !=
+      other.namespaceText(other.effectiveNamespace(otherElement)))
+    return false;
+  Translation<const KFLMessageTree> translation(*this, other);
+  const auto isSameNode = [&](KFLNodeIndex a, KFLNodeIndex b) {
+    const Node& x = at(a);
+    const Node& y = other.at(b);
+    if ((x.first == kNone) != (y.first == kNone) || x.hasAttributes != y.hasAttributes) return false;
+    if (textOf(x) != textOf(y) || translation.type(x.type) != y.type) return false;
+    if (a != element && (translation.name(x.name) != y.name || translation.ns(x.ns) != y.ns)) return false;
+    if (!x.hasAttributes) return true;
+    const auto isSameAttribute = [&](const KFLMessageAttribute& p, const KFLMessageAttribute& q) {
+      return translation.ns(p.ns) == q.ns && translation.name(p.name) == q.name && p.value == q.value;
+    };
+    const KFLMessageAttributes& own = *attributes(a);
+    const KFLMessageAttributes& others = *other.attributes(b);
+    return std::equal(own.begin(), own.end(), others.begin(), others.end(), isSameAttribute);
+  };
+
+  KFLNodeIndex a = element;
+  KFLNodeIndex b = otherElement;
+  for (;;) {
+    if (!isSameNode(a, b)) return false;
+    if (at(a).first != kNone) {
+      a = at(a).first;
+      b = other.at(b).first;
+      continue;
+    }
+    while (a != element && at(a).next == kNone) {
+      if (other.at(b).next != kNone) return false;
+      a = at(a).parent;
+      b = other.at(b).parent;
+    }
+    if (a == element) return true;
+    a = at(a).next;
+    b = other.at(b).next;
+    if (b == kNone) return false;
+  }
+}
+
+std::string KFLMessageTree::path(KFLNodeIndex element) const {
+  std::vector<std::string> steps;
+  for (KFLNodeIndex index = element; index != kNone; index = at(index).parent) {
+    if (isText(index)) continue;
+    std::string step = "/" + std::string(effectiveName(index));
+    const KFLNodeIndex parent = at(index).parent;
+    std::size_t position = 0;
+    std::size_t count = 0;
+    for (KFLNodeIndex i = parent == kNone ? kNone : at(parent).first; i != kNone; i = at(i).next) {
+      if (at(i).name == at(index).name) ++count;
+      if (i == index) position = count;
+    }
+    if (count > 1) step += "[" + std::to_string(position) + "]";
+    steps.push_back(std::move(step));
+  }
+  std::string path;
+  for (auto step = steps.rbegin(); step != steps.rend(); ++step)
+    path += *step;
+  return path;
+}
+
+}  // namespace KFL

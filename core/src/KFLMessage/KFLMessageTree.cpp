@@ -1,0 +1,345 @@
+#include <KFLMessage/KFLMessageTree.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include <KFLMessage/KFLXMLReader.h>
+
+namespace KFL {
+
+namespace {
+
+constexpr std::string_view kDefaultRootName = "message";
+constexpr std::string_view kTypeSuffix = "Type";
+
+void* allocate(std::size_t size) {
+  void* const memory = std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+}  // namespace
+
+KFLMessageTree::KFLMessageTree() {
+  const KFLNodeIndex root = newNode(kNone, 0, 0);
+  at(root).prev = root;
+}
+
+KFLMessageTree::~KFLMessageTree() {
+  for (Node* const block : blocks_)
+    std::free(block);
+  std::free(chunks_);
+}
+
+// --- Names ----------------------------------------------------------------------------------------------------------
+
+std::uint32_t KFLMessageTree::findName(std::string_view name) const {
+  if (const std::uint32_t position = tagPosition(name); position != 0) return position;
+  const std::uint32_t number = names_.find(name);
+  return number == 0 ? 0 : number + kLastFixedName;
+}
+
+std::uint32_t KFLMessageTree::internName(std::string_view name) {
+  if (name.empty()) return 0;
+  if (const std::uint32_t position = tagPosition(name); position != 0) return position;
+  return names_.intern(name) + kLastFixedName;
+}
+
+KFLMessageTree::Type KFLMessageTree::type(std::uint32_t type) const {
+  Type result;
+  if (type != 0) std::memcpy(&result, types_.text(type).data(), sizeof result);
+  return result;
+}
+
+bool KFLMessageTree::isOwnXmlName(std::uint32_t name) const {
+  if (name == kTextName) return false;
+  using State = KFLNameTable::NameState;
+  const std::uint32_t number = name - kLastFixedName;
+  if (names_.nameState(number) == State::Unknown) {
+    names_.setNameState(number, KFL::isXmlName(names_.text(number)) ? State::Valid : State::Invalid);
+  }
+  return names_.nameState(number) == State::Valid;
+}
+
+std::string_view KFLMessageTree::effectiveName(KFLNodeIndex element) const {
+  const Node& node = at(element);
+  if (node.name != 0) return nameText(node.name);
+  if (node.type == 0) return kDefaultRootName;
+  std::string_view name = nameText(type(node.type).tag);
+  if (name.size() > kTypeSuffix.size() && name.ends_with(kTypeSuffix)) name.remove_suffix(kTypeSuffix.size());
+  return name;
+}
+
+std::uint32_t KFLMessageTree::effectiveNamespace(KFLNodeIndex element) const {
+  const Node& node = at(element);
+  return node.name == 0 && node.ns == 0 ? type(node.type).ns : node.ns;
+}
+
+std::uint32_t KFLMessageTree::defaultNamespaceBelow(KFLNodeIndex parent) const {
+  const Node& node = at(parent);
+  if (node.type == 0) return node.ns;
+  const std::uint32_t ns = type(node.type).ns;
+  return ns != 0 ? ns : node.ns;
+}
+
+// --- Elements -------------------------------------------------------------------------------------------------------
+
+KFLNodeIndex KFLMessageTree::nextElement(KFLNodeIndex element) const {
+  KFLNodeIndex next = at(element).next;
+  if (next != kNone && isText(next)) next = at(next).next;
+  return next;
+}
+
+void KFLMessageTree::addBlock() {
+  if (chunkCount_ + nextBlock_ > std::numeric_limits<KFLNodeIndex>::max() / kChunk) throw std::bad_alloc();
+  if (chunkCount_ + nextBlock_ > chunkRoom_) {
+    const std::size_t room = std::max<std::size_t>(4, 2 * (chunkCount_ + nextBlock_));
+    void* const table = std::realloc(chunks_, room * sizeof(Node*));
+    if (table == nullptr) throw std::bad_alloc();
+    chunks_ = static_cast<Node**>(table);
+    chunkRoom_ = room;
+  }
+  blocks_.reserve(std::max<std::size_t>(4, blocks_.size() + 1 > blocks_.capacity() ? 2 * blocks_.size() : 0));
+  auto* const block = static_cast<Node*>(allocate(nextBlock_ * kChunk * sizeof(Node)));
+  blocks_.push_back(block);
+  for (std::size_t i = 0; i < nextBlock_; ++i)
+    chunks_[chunkCount_++] = block + i * kChunk;
+  nextBlock_ = std::min(2 * nextBlock_, kLargestBlock);
+}
+
+KFLNodeIndex KFLMessageTree::newNode(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns) {
+  KFLNodeIndex index = free_;
+  if (index != kNone) {
+    free_ = at(index).next;
+  } else {
+    if (used_ >= chunkCount_ * kChunk) addBlock();
+    index = used_++;
+  }
+  Node& node = at(index);
+  node.name = name & 0x7FFFFFFFU;
+  node.hasAttributes = 0;
+  node.ns = ns;
+  node.type = 0;
+  node.parent = parent;
+  node.first = kNone;
+  node.next = kNone;
+  node.prev = kNone;
+  node.textSize = 0;
+  return index;
+}
+
+KFLNodeIndex KFLMessageTree::append(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns) {
+  const KFLNodeIndex index = newNode(parent, name, ns);
+  Node& above = at(parent);
+  if (above.first == kNone) {
+    above.first = index;
+    at(index).prev = index;
+    return index;
+  }
+  Node& first = at(above.first);
+  at(index).prev = first.prev;
+  at(first.prev).next = index;
+  first.prev = index;
+  return index;
+}
+
+KFLNodeIndex KFLMessageTree::insert(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns,
+                                    KFLNodeIndex before) {
+  if (before == kNone || at(before).parent != parent) return append(parent, name, ns);
+  const KFLNodeIndex index = newNode(parent, name, ns);
+  Node& node = at(index);
+  Node& behind = at(before);
+  node.next = before;
+  node.prev = behind.prev;
+  behind.prev = index;
+  if (at(parent).first == before) {
+    at(parent).first = index;
+  } else {
+    at(node.prev).next = index;
+  }
+  return index;
+}
+
+void KFLMessageTree::unlink(KFLNodeIndex index) {
+  const Node& node = at(index);
+  Node& above = at(node.parent);
+  const KFLNodeIndex last = at(above.first).prev;
+  if (above.first == index) {
+    above.first = node.next;
+    if (node.next != kNone) at(node.next).prev = last;
+    return;
+  }
+  at(node.prev).next = node.next;
+  at(node.next != kNone ? node.next : above.first).prev = node.prev;
+}
+
+void KFLMessageTree::remove(KFLNodeIndex element) {
+  const KFLNodeIndex next = at(element).next;
+  unlink(element);
+  if (next != kNone && isText(next)) mergeTextBefore(next);
+  freeSubtree(element);
+}
+
+std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t name) {
+  std::size_t removed = 0;
+  for (KFLNodeIndex child = findChild(parent, name); child != kNone; ++removed) {
+    const KFLNodeIndex next = findNext(child, name);
+    remove(child);
+    child = next;
+  }
+  return removed;
+}
+
+// A text node that has come to stand behind no element becomes a part of the text before it.
+void KFLMessageTree::mergeTextBefore(KFLNodeIndex index) {
+  const KFLNodeIndex parent = at(index).parent;
+  const bool isFirst = at(parent).first == index;
+  if (!isFirst && !isText(at(index).prev)) return;
+  appendText(isFirst ? parent : at(index).prev, text(index));
+  unlink(index);
+  freeNode(index);
+}
+
+void KFLMessageTree::clear(KFLNodeIndex element) {
+  Node& node = at(element);
+  for (KFLNodeIndex child = std::exchange(node.first, kNone); child != kNone;) {
+    freeSubtree(std::exchange(child, at(child).next));
+  }
+  dropText(node);
+  if (node.hasAttributes) attributes_.erase(element);
+  node.hasAttributes = 0;
+}
+
+void KFLMessageTree::freeSubtree(KFLNodeIndex top) {
+  KFLNodeIndex index = top;
+  for (;;) {
+    while (at(index).first != kNone)
+      index = at(index).first;
+    const KFLNodeIndex parent = at(index).parent;
+    const KFLNodeIndex next = at(index).next;
+    freeNode(index);
+    if (index == top) return;
+    index = next != kNone ? next : parent;
+    if (next == kNone) at(parent).first = kNone;
+  }
+}
+
+void KFLMessageTree::freeNode(KFLNodeIndex index) {
+  Node& node = at(index);
+  dropText(node);
+  if (node.hasAttributes) attributes_.erase(index);
+  node.parent = kNone;
+  node.next = free_;
+  free_ = index;
+}
+
+// --- Texts and attributes -------------------------------------------------------------------------------------------
+
+void KFLMessageTree::dropText(Node& node) {
+  if (node.textSize > Node::kInside) arena_.give(node.text.outside, node.textSize);
+  node.textSize = 0;
+}
+
+void KFLMessageTree::setSize(Node& node, std::size_t size) {
+  node.textSize = size < Node::kHuge ? static_cast<std::uint32_t>(size) : Node::kHuge;
+  if (size > KFLTextArena::kSmall) KFLTextArena::sizeOf(node.text.outside) = size;
+}
+
+// Whether the room of the node's text serves for one of this size, without wasting much of it.
+bool KFLMessageTree::fitsInPlace(const Node& node, std::size_t size) const {
+  const std::size_t present = node.textSize;
+  if (present <= Node::kInside || size <= Node::kInside) return false;
+  if ((present > KFLTextArena::kSmall) != (size > KFLTextArena::kSmall)) return false;
+  const std::size_t capacity = KFLTextArena::capacityOf(node.text.outside, present);
+  if (size > capacity) return false;
+  return size > KFLTextArena::kSmall ? size > capacity / 4
+                                     : KFLTextArena::capacityOf(nullptr, size) == capacity;
+}
+
+void KFLMessageTree::setNodeText(Node& node, std::string_view text) {
+  if (text.size() <= Node::kInside) {
+    char inside[Node::kInside] = {};
+    text.copy(inside, text.size());
+    dropText(node);
+    std::memcpy(node.text.inside, inside, sizeof inside);
+    node.textSize = static_cast<std::uint32_t>(text.size());
+    return;
+  }
+  if (fitsInPlace(node, text.size())) {
+    std::memmove(node.text.outside, text.data(), text.size());
+  } else {
+    char* const fresh = arena_.take(text.size());
+    text.copy(fresh, text.size());
+    dropText(node);
+    node.text.outside = fresh;
+  }
+  setSize(node, text.size());
+}
+
+void KFLMessageTree::appendText(KFLNodeIndex index, std::string_view text) {
+  Node& node = at(index);
+  const std::string_view present = textOf(node);
+  const std::size_t size = present.size() + text.size();
+  if (size <= KFLTextArena::kSmall) return setText(index, std::string(present).append(text));
+  // Long texts grow by doubling, so that many pieces cost no more than their sum.
+  if (!fitsInPlace(node, size)) {
+    char* const fresh = arena_.take(std::max(size, 2 * present.size()));
+    present.copy(fresh, present.size());
+    text.copy(fresh + present.size(), text.size());
+    dropText(node);
+    node.text.outside = fresh;
+  } else {
+    std::memmove(node.text.outside + present.size(), text.data(), text.size());
+  }
+  setSize(node, size);
+}
+
+void KFLMessageTree::appendMixedText(KFLNodeIndex element, std::string_view text) {
+  if (text.empty()) return;
+  const KFLNodeIndex first = at(element).first;
+  if (first == kNone) return appendText(element, text);
+  const KFLNodeIndex last = at(first).prev;
+  if (isText(last)) return appendText(last, text);
+  setText(append(element, kTextName, 0), text);
+}
+
+const KFLMessageAttributes* KFLMessageTree::attributes(KFLNodeIndex element) const {
+  if (!at(element).hasAttributes) return nullptr;
+  const auto found = attributes_.find(element);
+  return found == attributes_.end() ? nullptr : &found->second;
+}
+
+void KFLMessageTree::setAttributes(KFLNodeIndex element, KFLMessageAttributes attributes) {
+  if (attributes.empty()) return;
+  attributes_[element] = std::move(attributes);
+  at(element).hasAttributes = 1;
+}
+
+// --- Whole trees ----------------------------------------------------------------------------------------------------
+
+std::size_t KFLMessageTree::memoryUsed() const {
+  std::size_t bytes = sizeof *this + chunkCount_ * kChunk * sizeof(Node) + chunkRoom_ * sizeof(Node*) +
+                      blocks_.capacity() * sizeof(Node*) + arena_.memoryUsed() + names_.memoryUsed() +
+                      namespaces_.memoryUsed() + types_.memoryUsed() +
+                      attributes_.bucket_count() * sizeof(void*);
+  for (const auto& [element, attributes] : attributes_) {
+    bytes += sizeof(element) + sizeof(attributes) + 2 * sizeof(void*) +
+             attributes.capacity() * sizeof(KFLMessageAttribute);
+    for (const KFLMessageAttribute& attribute : attributes)
+      bytes += attribute.value.capacity();
+  }
+  return bytes;
+}
+
+void intrusive_ptr_add_ref(KFLMessageTree* tree) {
+  tree->addReference();
+}
+
+void intrusive_ptr_release(KFLMessageTree* tree) {
+  if (tree->dropReference()) delete tree;
+}
+
+}  // namespace KFL

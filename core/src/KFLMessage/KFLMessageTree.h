@@ -1,0 +1,229 @@
+// Not installed: the tree under messages and cursors.
+//
+// Elements are nodes of 40 bytes, addressed by number; nodes stand in chunks and never move. Names, namespaces and
+// types are numbers too: a name of the tag vocabulary has the same one in every tree, so that it is found without
+// looking at its text. A node holds its element's text, up to eight bytes of it in itself.
+//
+// Text between child elements stands in nodes of the name kTextName, which are no elements: the first child is never
+// one, no two follow each other, and none is blank. The text before the first child is the parent's own.
+//
+// The tree lives as long as a message or cursor refers to it. One thread at a time; the count of references alone is
+// safe between threads.
+#ifndef KFLMESSAGE_KFLMESSAGETREE_H
+#define KFLMESSAGE_KFLMESSAGETREE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <KFLMessage/KFLElementID.h>
+#include <KFLMessage/KFLNameTable.h>
+#include <KFLMessage/KFLTagIndex.h>
+#include <KFLMessage/KFLTagVocabulary.h>
+#include <KFLMessage/KFLTextArena.h>
+
+namespace KFL {
+
+using KFLNodeIndex = std::uint32_t;
+
+struct KFLMessageNode {
+  static constexpr std::uint32_t kInside = 8;          // texts up to this size stand in the node
+  static constexpr std::uint32_t kHuge = 0xFFFFFFFFU;  // the size stands with the text's room
+
+  std::uint32_t name : 31;
+  std::uint32_t hasAttributes : 1;
+  std::uint32_t ns;
+  std::uint32_t type;
+  KFLNodeIndex parent;
+  KFLNodeIndex first;
+  KFLNodeIndex next;
+  KFLNodeIndex prev;  // of the first child: the last one
+  std::uint32_t textSize;
+  union {
+    char inside[kInside];
+    char* outside;
+  } text;
+};
+static_assert(sizeof(KFLMessageNode) == 40);
+
+// An attribute other than the type tag.
+struct KFLMessageAttribute {
+  std::uint32_t ns;
+  std::uint32_t name;
+  std::string value;
+};
+using KFLMessageAttributes = std::vector<KFLMessageAttribute>;
+
+class KFLMessageTree {
+ public:
+  using Node = KFLMessageNode;
+  struct Type {
+    std::uint32_t ns = 0;
+    std::uint32_t tag = 0;
+  };
+
+  static constexpr KFLNodeIndex kNone = 0;
+  static constexpr KFLNodeIndex kRoot = 1;
+  static constexpr std::uint32_t kTextName = kTagPositionLimit;
+  // Numbers of names that the vocabulary lacks follow this one.
+  static constexpr std::uint32_t kLastFixedName = kTextName;
+
+  // An empty root element without a name.
+  KFLMessageTree();
+  KFLMessageTree(const KFLMessageTree&) = delete;
+  KFLMessageTree& operator=(const KFLMessageTree&) = delete;
+  ~KFLMessageTree();
+
+  Node& at(KFLNodeIndex index) { return chunks_[index / kChunk][index % kChunk]; }
+  const Node& at(KFLNodeIndex index) const { return chunks_[index / kChunk][index % kChunk]; }
+
+  // --- Names: 0 is no name, no namespace, no type -------------------------------------------------------------------
+
+  std::uint32_t findName(std::string_view name) const;
+  std::uint32_t findName(KFLElementID id) const {
+    return id.number() != 0 ? tagPosition(id.number()) : findName(id.name());
+  }
+  std::uint32_t internName(std::string_view name);
+  std::uint32_t internName(KFLElementID id) {
+    return id.number() != 0 ? tagPosition(id.number()) : internName(id.name());
+  }
+  std::string_view nameText(std::uint32_t name) const {
+    if (name >= kTextName) return name == kTextName ? std::string_view() : names_.text(name - kLastFixedName);
+    return name == 0 ? std::string_view() : tags_[name - 1].name;
+  }
+  // Whether a name can stand in XML text.
+  bool isXmlName(std::uint32_t name) const { return name < kTextName ? name != 0 : isOwnXmlName(name); }
+
+  std::uint32_t findNamespace(std::string_view uri) const { return uri.empty() ? 0 : namespaces_.find(uri); }
+  std::uint32_t internNamespace(std::string_view uri) { return uri.empty() ? 0 : namespaces_.intern(uri); }
+  std::string_view namespaceText(std::uint32_t ns) const {
+    return ns == 0 ? std::string_view() : namespaces_.text(ns);
+  }
+  std::size_t namespaceCount() const { return namespaces_.size(); }
+
+  std::uint32_t findType(Type type) const { return types_.find(typeBytes(type)); }
+  std::uint32_t internType(Type type) { return types_.intern(typeBytes(type)); }
+  Type type(std::uint32_t type) const;
+  bool hasTypes() const { return types_.size() != 0; }
+
+  // The names by which the element is known outside: those of an unnamed root come from its type.
+  std::string_view effectiveName(KFLNodeIndex element) const;
+  std::uint32_t effectiveNamespace(KFLNodeIndex element) const;
+  // The namespace of a child that is created without one.
+  std::uint32_t defaultNamespaceBelow(KFLNodeIndex parent) const;
+
+  // --- Elements -----------------------------------------------------------------------------------------------------
+
+  bool isText(KFLNodeIndex node) const { return at(node).name == kTextName; }
+  KFLNodeIndex findChild(KFLNodeIndex parent, std::uint32_t name) const {
+    return findFrom(at(parent).first, name);
+  }
+  KFLNodeIndex findNext(KFLNodeIndex element, std::uint32_t name) const {
+    return findFrom(at(element).next, name);
+  }
+  KFLNodeIndex firstElement(KFLNodeIndex parent) const { return at(parent).first; }
+  KFLNodeIndex nextElement(KFLNodeIndex element) const;
+
+  // A new node at the end of the parent's children.
+  KFLNodeIndex append(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
+  // A new node before one of the parent's children; at the end when that is kNone or no child of it.
+  KFLNodeIndex insert(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns, KFLNodeIndex before);
+  // Takes an element out, with all below it. Not for the root.
+  void remove(KFLNodeIndex element);
+  // Takes out every child of this name; the number taken out.
+  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
+  // Takes out what the element holds: children, text, attributes.
+  void clear(KFLNodeIndex element);
+
+  // --- Texts and attributes -----------------------------------------------------------------------------------------
+
+  std::string_view text(KFLNodeIndex index) const { return textOf(at(index)); }
+  static std::string_view textOf(const Node& node);
+  void setText(KFLNodeIndex index, std::string_view text) { setNodeText(at(index), text); }
+  void appendText(KFLNodeIndex index, std::string_view text);
+  // Text behind what the element holds: its own text, or a text node behind its last child.
+  void appendMixedText(KFLNodeIndex element, std::string_view text);
+
+  // Null when the element has none.
+  const KFLMessageAttributes* attributes(KFLNodeIndex element) const;
+  void setAttributes(KFLNodeIndex element, KFLMessageAttributes attributes);
+
+  // --- Subtrees -----------------------------------------------------------------------------------------------------
+
+  // Copies children, text, attributes and, where the element has none, the type of `source` behind what `element` has.
+  void copyContent(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source);
+  bool isEqual(KFLNodeIndex element, const KFLMessageTree& other, KFLNodeIndex otherElement) const;
+  // Whether `element` is `top` or stands below it.
+  bool isWithin(KFLNodeIndex element, KFLNodeIndex top) const;
+  // The element's path from the root, such as /message/net_device[2]/name.
+  std::string path(KFLNodeIndex element) const;
+
+  std::size_t nodeCount() const { return used_; }
+  std::size_t textBytes() const { return arena_.memoryUsed(); }
+  std::size_t memoryUsed() const;
+
+  void addReference() { references_.fetch_add(1, std::memory_order_relaxed); }
+  // True when that was the last one.
+  bool dropReference() { return references_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+
+ private:
+  template <class Target>
+  class Translation;
+  void copyAttributes(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source,
+                      Translation<KFLMessageTree>& translation);
+
+  static constexpr KFLNodeIndex kChunk = 64;
+  static constexpr std::size_t kLargestBlock = 32;  // chunks taken from the heap at once
+
+  static std::string_view typeBytes(const Type& type) {
+    return {reinterpret_cast<const char*>(&type), sizeof type};
+  }
+  KFLNodeIndex findFrom(KFLNodeIndex index, std::uint32_t name) const {
+    while (index != kNone && at(index).name != name)
+      index = at(index).next;
+    return index;
+  }
+
+  bool isOwnXmlName(std::uint32_t name) const;
+  KFLNodeIndex newNode(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
+  void addBlock();
+  void unlink(KFLNodeIndex index);
+  void mergeTextBefore(KFLNodeIndex index);
+  void freeSubtree(KFLNodeIndex top);
+  void freeNode(KFLNodeIndex index);
+  void setNodeText(Node& node, std::string_view text);
+  void dropText(Node& node);
+  static void setSize(Node& node, std::size_t size);
+  bool fitsInPlace(const Node& node, std::size_t size) const;
+
+  std::atomic<std::uint32_t> references_{0};
+  const KFLTag* const tags_ = tagVocabulary().begin();
+  Node** chunks_ = nullptr;
+  std::size_t chunkCount_ = 0;
+  std::size_t chunkRoom_ = 0;
+  std::size_t nextBlock_ = 1;
+  std::vector<Node*> blocks_;
+  KFLNodeIndex used_ = 1;  // node 0 stands for none
+  KFLNodeIndex free_ = kNone;
+  KFLTextArena arena_;
+  KFLNameTable names_{arena_};
+  KFLNameTable namespaces_{arena_};
+  KFLNameTable types_{arena_};
+  std::unordered_map<KFLNodeIndex, KFLMessageAttributes> attributes_;
+};
+
+inline std::string_view KFLMessageTree::textOf(const Node& node) {
+  if (node.textSize <= Node::kInside) return {node.text.inside, node.textSize};
+  if (node.textSize != Node::kHuge) return {node.text.outside, node.textSize};
+  return {node.text.outside, KFLTextArena::sizeOf(static_cast<const char*>(node.text.outside))};
+}
+
+}  // namespace KFL
+
+#endif

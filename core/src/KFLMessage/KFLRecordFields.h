@@ -1,0 +1,595 @@
+// Records bound to elements by one table of fields each.
+//
+// A record declares `static const KFLFieldTable& fields();` and names KFLRecordWriter<Record> and
+// KFLRecordReader<Record> as its Writer and Reader. Reader, writer, schema and documentation all come from
+// that table, so they cannot disagree. A row names the element, the member, what makes it written and what
+// makes reading fail. Tables are constant; any thread may use them.
+//
+//   const KFLFieldTable& KFLThing::fields() {
+//     using R = KFLThing;
+//     static constexpr KFLField rows[] = {
+//         field<R, &R::name_>(1026).required(),
+//         field<R, &R::comment_>("comment"),          // a KFLOptionalProperty: written when specified
+//         presence<R, &R::enabled_>("enabled"),       // an empty element when true
+//         list<R, &R::words_>("word"),                // one element per item
+//         base<R, KFLBaseOfThing>(),                  // the base part, inline
+//     };
+//     static constexpr KFLFieldTable table{"KFLThing", kNamespace, "thingType", rows};
+//     return table;
+//   }
+#ifndef KFLMESSAGE_KFLRECORDFIELDS_H
+#define KFLMESSAGE_KFLRECORDFIELDS_H
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <KFLCommon/KFLProperty.h>
+#include <KFLMessage/KFLMessageIterator.h>
+#include <KFLMessage/KFLTagVocabulary.h>
+
+namespace KFL {
+
+class KFLFieldTable;
+
+// How a field stands in the message.
+enum class KFLFieldShape {
+  Element,    // one child element: a value or a record
+  Presence,   // an empty child element stands for true
+  List,       // one child element per item, directly at the record's level
+  Container,  // one child element that holds the items
+  Map,        // one child element per entry, holding key and value
+  Inline,     // the elements of a base or member record, at the same level
+  Special,    // read and written by functions of the record's own
+};
+
+// When a field is written.
+enum class KFLFieldWrite {
+  Always,
+  WhenSpecified,  // an optional property that is specified
+  WhenNotEmpty,   // a text that is not empty, a GUID that is valid, a flag that is true, a list with items
+};
+
+// One row. Made by the functions below, then refined by its own; all of it is constant.
+struct KFLField {
+  using Put = int (*)(KFLMessageIterator& it, const void* record, const KFLField& field);
+  using Get = int (*)(const KFLMessageIterator& it, void* record, const KFLField& field);
+  using Table = const KFLFieldTable& (*)();
+
+  KFLElementID id;      // the element; of a list: of each item; empty for inline parts
+  KFLElementID itemId;  // the items of a container; the value of a map's entry
+  KFLElementID keyId;   // the key of a map's entry
+  KFLFieldShape shape = KFLFieldShape::Element;
+  KFLFieldWrite write = KFLFieldWrite::Always;
+  bool failsRead = false;      // a failing read is the record's failure; otherwise reading goes on
+  bool failsWrite = false;     // a failing write is the record's failure; otherwise writing goes on
+  bool needsItem = false;      // a list without an item fails to read
+  bool resets = false;         // takes its default value before it is read
+  std::string_view valueType;  // XML Schema type of the value; empty for records
+  Table table = nullptr;       // the field table of a record's own fields, where it has one
+  Put put = nullptr;
+  Get get = nullptr;
+
+  // The element must be there and well formed, else reading stops with its result.
+  constexpr KFLField required() const {
+    KFLField row = *this;
+    row.failsRead = true;
+    return row;
+  }
+  // A list without an item is absent, so that reading it fails.
+  constexpr KFLField atLeastOne() const {
+    KFLField row = *this;
+    row.needsItem = true;
+    return row;
+  }
+  // A failing write stops the writer with its result.
+  constexpr KFLField mustWrite() const {
+    KFLField row = *this;
+    row.failsWrite = true;
+    return row;
+  }
+  // An element that is absent or malformed leaves the default value, not the one that the member had.
+  constexpr KFLField orDefault() const {
+    KFLField row = *this;
+    row.resets = true;
+    return row;
+  }
+  // Written only when it holds something.
+  constexpr KFLField whenNotEmpty() const {
+    KFLField row = *this;
+    row.write = KFLFieldWrite::WhenNotEmpty;
+    return row;
+  }
+  // Written, or read, by a function of the record's own, the other direction as usual.
+  constexpr KFLField writtenBy(Put function) const {
+    KFLField row = *this;
+    row.put = function;
+    return row;
+  }
+  constexpr KFLField readBy(Get function) const {
+    KFLField row = *this;
+    row.get = function;
+    return row;
+  }
+};
+
+// The table of one record class.
+class KFLFieldTable {
+ public:
+  constexpr KFLFieldTable(const char* record, const char* namespaceUri, const char* typeTag,
+                          std::span<const KFLField> rows)
+      : KFLFieldTable(record, namespaceUri, typeTag, rows, rows) {}
+  // For a record that reads its fields in another order than it writes them.
+  constexpr KFLFieldTable(const char* record, const char* namespaceUri, const char* typeTag,
+                          std::span<const KFLField> rows, std::span<const KFLField> readRows)
+      : record_(record), namespace_(namespaceUri), typeTag_(typeTag), rows_(rows), readRows_(readRows) {}
+
+  const char* record() const { return record_; }
+  const char* namespaceUri() const { return namespace_; }
+  const char* typeTag() const { return typeTag_; }
+  // In the order of writing.
+  std::span<const KFLField> rows() const { return rows_; }
+
+  // Writes the fields in the order of the rows. 0, or the result of the first field whose write must not
+  // fail.
+  int write(KFLMessageIterator& it, const void* record) const;
+  // Reads the fields in their order. 0, or the result of the first required field that fails.
+  int read(const KFLMessageIterator& it, void* record) const;
+
+ private:
+  const char* record_;
+  const char* namespace_;
+  const char* typeTag_;
+  std::span<const KFLField> rows_;
+  std::span<const KFLField> readRows_;
+};
+
+// The Writer and the Reader of a record with a field table.
+template <class Record>
+struct KFLRecordWriter {
+  static int getNSID() { return 0; }
+  static const char* getStrNSID() { return Record::fields().namespaceUri(); }
+  static int getTypeID() { return 0; }
+  static const char* getStrTypeID() { return Record::fields().typeTag(); }
+  int operator()(KFLMessageIterator& it, const Record& record) const {
+    return Record::fields().write(it, &record);
+  }
+};
+template <class Record>
+struct KFLRecordReader {
+  int operator()(const KFLMessageIterator& it, Record& record) const {
+    return Record::fields().read(it, &record);
+  }
+};
+
+// The Writer of a core record with a field table, which names its namespace and type by the core's numbers;
+// type 0 for a record without a type tag.
+template <class Record, int NamespaceID = kTypesNamespace, int TypeID = 0>
+struct KFLCoreRecordWriter {
+  static int getNSID() { return NamespaceID; }
+  static const char* getStrNSID() { return ""; }
+  static int getTypeID() { return TypeID; }
+  static const char* getStrTypeID() { return ""; }
+  int operator()(KFLMessageIterator& it, const Record& record) const {
+    return Record::fields().write(it, &record);
+  }
+};
+
+// The Writer and the Reader of a value that stands in a message as the text of the current element. What
+// fromString refuses cannot be read.
+template <class Value>
+struct KFLTextWriter : KFLUntypedWriter {
+  int operator()(KFLMessageIterator& it, const Value& value) const { return it.putValue(value.toString()); }
+};
+template <class Value>
+struct KFLTextReader {
+  int operator()(const KFLMessageIterator& it, Value& value) const {
+    std::string text;
+    return it.getValue(text) == 0 ? value.fromString(text) : -1;
+  }
+};
+
+namespace fields {
+
+template <class T>
+inline constexpr bool isOptional = false;
+template <class T>
+inline constexpr bool isOptional<KFLOptionalProperty<T>> = true;
+
+template <class T>
+concept Scalar = std::same_as<T, std::string> || std::same_as<T, bool> || KFLIntegerValue<T>;
+
+// A value that has a text form and no Writer of its own, such as a GUID.
+template <class T>
+concept Texted = !Scalar<T> && requires(T value) {
+  value.fromString(value.toString());
+}
+&&!requires {
+  typename T::Writer;
+};
+
+template <class T>
+concept Tabled = requires {
+  { T::fields() } -> std::same_as<const KFLFieldTable&>;
+};
+
+template <class T>
+concept Insertable = requires(T container, typename T::value_type item) {
+  container.insert(item);
+}
+&&!requires(T container, typename T::value_type item) {
+  container.push_back(item);
+};
+
+template <class T>
+constexpr std::string_view valueTypeOf() {
+  if constexpr (std::same_as<T, std::string> || Texted<T>) return "string";
+  if constexpr (std::same_as<T, bool>) return "boolean";
+  if constexpr (std::same_as<T, int>) return "int";
+  if constexpr (std::same_as<T, long> || std::same_as<T, long long>) return "long";
+  return {};
+}
+
+template <class T>
+constexpr KFLField::Table tableOf() {
+  if constexpr (Tabled<T>) return &T::fields;
+  return nullptr;
+}
+
+template <class T>
+int putOne(KFLMessageIterator& it, const T& value, KFLElementID id) {
+  if constexpr (Scalar<T>)
+    return it.putValue(value, id);
+  else if constexpr (Texted<T>)
+    return it.putValue(value.toString(), id);
+  else
+    return it.putObj(value, id);
+}
+template <class T>
+int getOne(const KFLMessageIterator& it, T& value, KFLElementID id) {
+  if constexpr (Scalar<T>)
+    return it.getValue(value, id);
+  else if constexpr (Texted<T>)
+    return it.getObject(value, KFLTextReader<T>(), id);
+  else
+    return it.getObj(value, id);
+}
+
+// Whether a value is worth an element of its own: see KFLFieldWrite::WhenNotEmpty.
+template <class T>
+bool holdsSomething(const T& value) {
+  if constexpr (std::same_as<T, bool>)
+    return value;
+  else if constexpr (requires { value.empty(); })
+    return !value.empty();
+  else if constexpr (requires { value.isValid(); })
+    return value.isValid();
+  else
+    return true;
+}
+
+template <class T>
+struct ItemWriter : KFLUntypedWriter {
+  int operator()(KFLMessageIterator& it, const T& item) const { return putOne(it, item, {}); }
+};
+template <class T>
+struct ItemReader {
+  int operator()(const KFLMessageIterator& it, T& item) const { return getOne(it, item, {}); }
+};
+
+template <class Container>
+int putItems(KFLMessageIterator& it, const Container& items, KFLElementID id) {
+  using Item = typename Container::value_type;
+  for (const Item& item : items) {
+    it.addChild(id);
+    const int result = fields::putOne(it, item, {});
+    it.leaveChild();
+    if (result != 0) return 1;
+  }
+  return 0;
+}
+template <class Container>
+int getItems(const KFLMessageIterator& it, Container& items, KFLElementID id) {
+  using Reader = ItemReader<typename Container::value_type>;
+  items.clear();
+  if constexpr (Insertable<Container>)
+    return KFLReaderListT<KFLElementID, KFLReaderSetDataT<Reader>>(KFLReaderSetDataT<Reader>(Reader()), id,
+                                                                   KFLReaderOptional)(it, items);
+  else
+    return KFLReaderListT<KFLElementID, KFLReaderVectorDataT<Reader>>(KFLReaderVectorDataT<Reader>(Reader()),
+                                                                      id, KFLReaderOptional)(it, items);
+}
+
+// The value of a member, whether it is an optional property or a plain one.
+template <class T>
+T& unwrap(T& member) {
+  return member;
+}
+template <class T>
+T& unwrap(KFLOptionalProperty<T>& member) {
+  return member.value();
+}
+template <class T>
+const T& unwrap(const KFLOptionalProperty<T>& member) {
+  return member.getValue();
+}
+
+template <class Record, auto Member>
+using MemberType = std::remove_cvref_t<decltype(std::declval<Record&>().*Member)>;
+
+template <class Record, auto Member>
+struct ElementField {
+  using T = MemberType<Record, Member>;
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    const T& member = static_cast<const Record*>(record)->*Member;
+    if constexpr (isOptional<T>) {
+      return member.isSpecified() ? putOne(it, member.getValue(), row.id) : 0;
+    } else {
+      if (row.write == KFLFieldWrite::WhenNotEmpty && !holdsSomething(member)) return 0;
+      return putOne(it, member, row.id);
+    }
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    T& member = static_cast<Record*>(record)->*Member;
+    if (row.resets) member = T{};
+    if constexpr (isOptional<T>) {
+      const int result = getOne(it, member.value(), row.id);
+      member.setSpecified(result == 0);
+      return result;
+    } else {
+      return getOne(it, member, row.id);
+    }
+  }
+};
+
+template <class Record, auto Member>
+struct PresenceField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    return static_cast<const Record*>(record)->*Member ? it.addEmptyChild(row.id) : 0;
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    static_cast<Record*>(record)->*Member = it.hasChild(row.id);
+    return 0;
+  }
+};
+
+template <class Record, auto Member>
+struct ListField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    return putItems(it, static_cast<const Record*>(record)->*Member, row.id);
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    if (row.needsItem && !it.hasChild(row.id)) return -1;
+    return getItems(it, static_cast<Record*>(record)->*Member, row.id);
+  }
+};
+
+template <class Record, auto Member>
+struct ContainerField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    const auto& member = static_cast<const Record*>(record)->*Member;
+    const auto& items = unwrap(member);
+    if constexpr (isOptional<MemberType<Record, Member>>) {
+      if (!member.isSpecified()) return 0;
+    }
+    if (row.write == KFLFieldWrite::WhenNotEmpty && items.empty()) return 0;
+    it.addChild(row.id);
+    const int result = putItems(it, items, row.itemId);
+    it.leaveChild();
+    return result;
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    auto& member = static_cast<Record*>(record)->*Member;
+    int result = -1;
+    if (it.findChild(row.id) == 0) {
+      result = getItems(it, unwrap(member), row.itemId);
+      it.leaveChild();
+    }
+    if constexpr (isOptional<MemberType<Record, Member>>) member.setSpecified(result == 0);
+    return result;
+  }
+};
+
+template <class Record, auto Member>
+struct MapField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    for (const auto& [key, value] : static_cast<const Record*>(record)->*Member) {
+      it.addChild(row.id);
+      int result = putOne(it, key, row.keyId);
+      if (result == 0) result = putOne(it, value, row.itemId);
+      it.leaveChild();
+      if (result != 0) return result;
+    }
+    return 0;
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    using T = MemberType<Record, Member>;
+    T& map = static_cast<Record*>(record)->*Member;
+    map.clear();
+    if (it.findChild(row.id) != 0) return 0;
+    int result = 0;
+    do {
+      typename T::key_type key{};
+      typename T::mapped_type value{};
+      result = getOne(it, key, row.keyId);
+      if (result == 0) result = getOne(it, value, row.itemId);
+      if (result == 0) map.emplace(std::move(key), std::move(value));
+    } while (result == 0 && it.findNextChild(row.id) == 0);
+    it.leaveChild();
+    return result;
+  }
+};
+
+template <class Record, auto Member, auto KeyOf>
+struct KeyedField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    for (const auto& [key, value] : static_cast<const Record*>(record)->*Member) {
+      it.addChild(row.id);
+      const int result = putOne(it, value, {});
+      it.leaveChild();
+      if (result != 0) return result;
+    }
+    return 0;
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    using T = MemberType<Record, Member>;
+    T& map = static_cast<Record*>(record)->*Member;
+    map.clear();
+    if (it.findChild(row.id) != 0) return 0;
+    int result = 0;
+    do {
+      typename T::mapped_type value{};
+      result = getOne(it, value, {});
+      typename T::key_type key = std::invoke(KeyOf, value);
+      if (result == 0) map.emplace(std::move(key), std::move(value));
+    } while (result == 0 && it.findNextChild(row.id) == 0);
+    it.leaveChild();
+    return result;
+  }
+};
+
+// The base part of a record: its elements stand at the record's own level.
+template <class Record, class Base>
+struct BaseField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField&) {
+    return it.putObj<Base>(*static_cast<const Record*>(record));
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField&) {
+    return it.getObj<Base>(*static_cast<Record*>(record));
+  }
+};
+
+// A member record whose elements stand at the record's own level.
+template <class Record, auto Member>
+struct InlineField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField&) {
+    return it.putObj(static_cast<const Record*>(record)->*Member);
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField&) {
+    return it.getObj(static_cast<Record*>(record)->*Member);
+  }
+};
+
+template <class Record, auto PutFunction, auto GetFunction>
+struct SpecialField {
+  static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
+    return PutFunction(it, *static_cast<const Record*>(record), row);
+  }
+  static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    return GetFunction(it, *static_cast<Record*>(record), row);
+  }
+};
+
+template <class T>
+struct Unwrapped {
+  using Type = T;
+};
+template <class T>
+struct Unwrapped<KFLOptionalProperty<T>> {
+  using Type = T;
+};
+
+// A row for values of type T, bound by Binding.
+template <class T, class Binding>
+constexpr KFLField row(KFLFieldShape shape, KFLElementID id, KFLElementID itemId = {},
+                       KFLElementID keyId = {}) {
+  KFLField made;
+  made.id = id;
+  made.itemId = itemId;
+  made.keyId = keyId;
+  made.shape = shape;
+  made.valueType = valueTypeOf<T>();
+  made.table = tableOf<T>();
+  made.put = &Binding::put;
+  made.get = &Binding::get;
+  return made;
+}
+
+}  // namespace fields
+
+// One element for a value or a record. An optional property is written when specified, and specified when it
+// was read.
+template <class Record, auto Member>
+constexpr KFLField field(KFLElementID id) {
+  using T = fields::MemberType<Record, Member>;
+  using Binding = fields::ElementField<Record, Member>;
+  KFLField made = fields::row<typename fields::Unwrapped<T>::Type, Binding>(KFLFieldShape::Element, id);
+  if (fields::isOptional<T>) made.write = KFLFieldWrite::WhenSpecified;
+  return made;
+}
+
+// An empty element when the flag is true; the flag is true exactly when the element is there.
+template <class Record, auto Member>
+constexpr KFLField presence(KFLElementID id) {
+  KFLField made = fields::row<bool, fields::PresenceField<Record, Member>>(KFLFieldShape::Presence, id);
+  made.write = KFLFieldWrite::WhenNotEmpty;
+  return made;
+}
+
+// One element per item of a vector or set; no element reads as an empty list.
+template <class Record, auto Member>
+constexpr KFLField list(KFLElementID itemId) {
+  using Item = typename fields::MemberType<Record, Member>::value_type;
+  return fields::row<Item, fields::ListField<Record, Member>>(KFLFieldShape::List, itemId);
+}
+
+// One element that holds the items; an optional property is written when specified, and specified when it was
+// read.
+template <class Record, auto Member>
+constexpr KFLField container(KFLElementID id, KFLElementID itemId) {
+  using T = fields::MemberType<Record, Member>;
+  using Item = typename fields::Unwrapped<T>::Type::value_type;
+  KFLField made =
+      fields::row<Item, fields::ContainerField<Record, Member>>(KFLFieldShape::Container, id, itemId);
+  if (fields::isOptional<T>) made.write = KFLFieldWrite::WhenSpecified;
+  return made;
+}
+
+// One element per entry of a map, with key and value below it.
+template <class Record, auto Member>
+constexpr KFLField entries(KFLElementID id, KFLElementID keyId, KFLElementID valueId) {
+  using Value = typename fields::MemberType<Record, Member>::mapped_type;
+  return fields::row<Value, fields::MapField<Record, Member>>(KFLFieldShape::Map, id, valueId, keyId);
+}
+
+// One element per value of a map. The keys do not travel: KeyOf, a member function of the value, gives the
+// key of one that was read; the first of several with one key counts.
+template <class Record, auto Member, auto KeyOf>
+constexpr KFLField keyed(KFLElementID id) {
+  using Value = typename fields::MemberType<Record, Member>::mapped_type;
+  return fields::row<Value, fields::KeyedField<Record, Member, KeyOf>>(KFLFieldShape::List, id);
+}
+
+// The elements of the base class, at the record's own level. Its failure is the record's, in both directions.
+template <class Record, class Base>
+constexpr KFLField base() {
+  return fields::row<Base, fields::BaseField<Record, Base>>(KFLFieldShape::Inline, {}).required().mustWrite();
+}
+
+// The elements of a member record, at the record's own level.
+template <class Record, auto Member>
+constexpr KFLField inlined() {
+  using Part = fields::MemberType<Record, Member>;
+  return fields::row<Part, fields::InlineField<Record, Member>>(KFLFieldShape::Inline, {})
+      .required()
+      .mustWrite();
+}
+
+// A field with a rule of its own: `put(it, const Record&, row)` and `get(it, Record&, row)`; T tells the
+// schema what its elements hold.
+template <class Record, class T, auto PutFunction, auto GetFunction>
+constexpr KFLField special(KFLElementID id, KFLElementID itemId = {}) {
+  return fields::row<T, fields::SpecialField<Record, PutFunction, GetFunction>>(KFLFieldShape::Special, id,
+                                                                                itemId);
+}
+
+}  // namespace KFL
+
+#endif

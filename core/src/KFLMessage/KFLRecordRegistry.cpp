@@ -1,0 +1,65 @@
+#include <KFLMessage/KFLRecordRegistry.h>
+
+#include <algorithm>
+#include <mutex>
+
+namespace KFL {
+
+namespace {
+
+std::mutex guard;
+std::vector<const KFLRecordType*>& records() {
+  static auto* all = new std::vector<const KFLRecordType*>;
+  return *all;
+}
+
+template <class Predicate>
+const KFLRecordType* findIf(Predicate matches) {
+  const std::lock_guard lock(guard);
+  const auto found = std::find_if(records().begin(), records().end(), matches);
+  return found == records().end() ? nullptr : *found;
+}
+
+}  // namespace
+
+KFLRecordType::KFLRecordType(const char* className, Text namespaceText, Text typeTagText,
+                             KFLField::Table fieldTable, Object (*creator)(), Read reader, Write writer)
+    : name_(className),
+      namespaceUri_(namespaceText),
+      typeTag_(typeTagText),
+      table_(fieldTable),
+      create_(creator),
+      read_(reader),
+      write_(writer) {
+  const std::lock_guard lock(guard);
+  records().push_back(this);
+}
+
+KFLRecordType::~KFLRecordType() {
+  const std::lock_guard lock(guard);
+  std::erase(records(), this);
+}
+
+const KFLRecordType* findRecordType(std::string_view name) {
+  return findIf([name](const KFLRecordType* record) { return record->name() == name; });
+}
+
+const KFLRecordType* findRecordType(std::string_view namespaceUri, std::string_view typeTag) {
+  if (typeTag.empty()) return nullptr;
+  return findIf([&](const KFLRecordType* record) {
+    return record->typeTag() == typeTag && record->namespaceUri() == namespaceUri;
+  });
+}
+
+std::vector<const KFLRecordType*> listRecordTypes() {
+  std::vector<const KFLRecordType*> sorted;
+  {
+    const std::lock_guard lock(guard);
+    sorted = records();
+  }
+  std::sort(sorted.begin(), sorted.end(),
+            [](const auto* a, const auto* b) { return std::string_view(a->name()) < b->name(); });
+  return sorted;
+}
+
+}  // namespace KFL

@@ -1,0 +1,22 @@
+// Not installed: from a tree to XML text.
+#ifndef KFLMESSAGE_KFLXMLWRITER_H
+#define KFLMESSAGE_KFLXMLWRITER_H
+
+#include <string>
+
+#include <KFLMessage/KFLMessageTree.h>
+
+namespace KFL {
+
+enum class KFLXMLLayout {
+  Compact,   // no white space but what the tree holds
+  Indented,  // elements that hold elements only are broken into lines, two spaces a level
+};
+
+// Replaces `out` by the text of the element with all below it: 0, or -1 with an error text that names the element, and
+// `out` empty.
+int writeXml(const KFLMessageTree& tree, KFLNodeIndex element, KFLXMLLayout layout, std::string& out);
+
+}  // namespace KFL
+
+#endif

@@ -1,0 +1,347 @@
+#include <KFLMessage/KFLMessageIterator.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFL {
+namespace {
+
+std::string printed(const KFLMessageIterator& it) {
+  std::string out;
+  return it.print(out) == 0 ? out : getErrorMessage();
+}
+
+KFLMessage parsed(const std::string& text) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse(text), 0) << text << ": " << getErrorMessage();
+  return message;
+}
+
+TEST(KFLMessageIterator, FindsByNameWhateverTheNamespace) {
+  const KFLMessage message = parsed("<a>x<veid>1</veid>y<veid xmlns='u'>2</veid><foo/>z</a>");
+  const KFLMessageIterator it = message.getIterator();
+  ASSERT_EQ(it.findChild(1002), 0);
+  EXPECT_EQ(it.getText(), "1");
+  ASSERT_EQ(it.findNextChild("veid"), 0);
+  EXPECT_EQ(it.getText(), "2");
+  EXPECT_EQ(it.getNamespace(), "u");
+  EXPECT_EQ(it.findNextChild(1002), -1);
+  EXPECT_EQ(it.getText(), "2");
+  EXPECT_EQ(it.nextSibling(), 0);
+  EXPECT_EQ(it.getName(), "foo");
+  EXPECT_EQ(it.nextSibling(), -1);
+  it.leaveChild();
+  it.leaveChild();
+  EXPECT_EQ(it.getName(), "a");
+  EXPECT_EQ(it.countChildren(), 3U);
+  for (const char* const absent : {"", "vei", "x", "a", "#text"})
+    EXPECT_EQ(it.findChild(absent), -1) << absent;
+  for (const int absent : {0, 1003, 1023, -5})
+    EXPECT_EQ(it.findChild(absent), -1) << absent;
+  EXPECT_EQ(it.findNameKey("unheard"), 0U);
+}
+
+TEST(KFLMessageIterator, NewElementsTakeTheirNamespace) {
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  it.setTypeByName("t", "aType");
+  it.putValue(1, "of_type");
+  it.selectNamespace("s");
+  it.putValue(2, "selected");
+  it.addChild("outer");
+  it.selectNamespaceId(0);
+  it.putValue(3, "of_parent");
+  it.setTypeByName("", "untold");
+  it.putValue(4, "of_parent_too");
+  it.selectNamespaceId(292);
+  it.addChild("numbered");
+  it.selectNamespaceId(5);
+  it.setItemNSType(0);
+  it.addEmptyChild("again_of_parent");
+  it.setItemNSType(294);
+  it.addEmptyChild("moved");
+  it.leaveChild();
+  EXPECT_EQ(
+      printed(message.getIterator()),
+      "<a xmlns=\"t\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:type=\"aType\">"
+      "<of_type>1</of_type><selected xmlns=\"s\">2</selected><n:outer xmlns:n=\"s\" xmlns=\"\" "
+      "xsi:type=\"untold\"><of_parent xmlns=\"s\">3</of_parent><of_parent_too xmlns=\"s\">4</of_parent_too>"
+      "<numbered xmlns=\"http://kelvarium.internal/webservices/kfl/4.0.0/relocator\"><again_of_parent "
+      "xmlns=\"http://kelvarium.internal/webservices/kfl/4.0.0/types\"/><moved/></numbered></n:outer></a>");
+}
+
+TEST(KFLMessageIterator, TheFirstTypeStays) {
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  std::string key = "former";
+  it.getTypeName(key);
+  EXPECT_EQ(key, "");
+  it.setTypeByName("u", "");
+  it.setTypeById(292, 119);
+  it.setTypeById(292, 121);
+  it.setTypeByName("u", "laterType");
+  it.getTypeName(key);
+  EXPECT_EQ(key, "http://kelvarium.internal/webservices/kfl/4.0.0/types:venv_configType");
+  it.addChild("x");
+  it.setTypeByName("", "bareType");
+  it.getTypeName(key);
+  EXPECT_EQ(key, "bareType");
+}
+
+TEST(KFLMessageIterator, ReadsNumbersAndFlagsStrictly) {
+  struct Row {
+    const char* text;
+    bool isInt;
+    bool isLong;
+    bool isFlag;
+  };
+  const Row rows[] = {
+      {"0", true, true, true},      {"1", true, true, true},
+      {"-1", true, true, false},    {"2147483647", true, true, false},
+      {"true", false, false, true}, {"2147483648", false, true, false},
+      {"", false, false, false},    {"9223372036854775807", false, true, false},
+      {" 1", false, false, false},  {"9223372036854775808", false, false, false},
+      {"1 ", false, false, false},  {"-2147483648", true, true, false},
+      {"+1", false, false, false},  {"0x10", false, false, false},
+      {"1.0", false, false, false}, {"True", false, false, false},
+      {"yes", false, false, false}, {"false", false, false, true},
+  };
+  for (const Row& row : rows) {
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    it.putValue(row.text, 1018);
+    int number = 77;
+    long long wide = 77;
+    bool flag = true;
+    EXPECT_EQ(it.getValue(number, 1018), row.isInt ? 0 : -1) << row.text;
+    EXPECT_EQ(it.getValue(wide, 1018), row.isLong ? 0 : -1) << row.text;
+    EXPECT_EQ(it.getValue(flag, 1018), row.isFlag ? 0 : -1) << row.text;
+    if (!row.isInt) {
+      EXPECT_EQ(number, 77);
+    }
+    if (row.isLong) {
+      EXPECT_EQ(std::to_string(wide), row.text);
+    }
+  }
+}
+
+TEST(KFLMessageIterator, WritesValuesAsTheyAreRead) {
+  KFLMessage message("a");
+  KFLMessageIterator it = message.getIterator();
+  it.putValue(LLONG_MIN, "i");
+  it.putValue(INT_MAX, "i");
+  it.putValue(true, "b");
+  it.putValue("literal", "s");
+  it.putValue(static_cast<const char*>(nullptr), "s");
+  it.putValue(std::string("a\0b", 3), "z");
+  std::string text;
+  EXPECT_EQ(it.getValue(text, "z"), 0);
+  EXPECT_EQ(text, std::string("a\0b", 3));
+  EXPECT_EQ(it.getValue(text, "absent"), -1);
+  EXPECT_EQ(text, std::string("a\0b", 3));
+  it.findChild("z");
+  it.removeCurrent();
+  EXPECT_EQ(printed(it), "<a><i>-9223372036854775808</i><i>2147483647</i><b>true</b><s>literal</s><s/></a>");
+  it.putValue("own");
+  EXPECT_EQ(it.getValue(text), 0);
+  EXPECT_EQ(text, "own");
+}
+
+TEST(KFLMessageIterator, InsertsBeforeASibling) {
+  KFLMessage message = parsed("<a><b/><c/></a>");
+  KFLMessageIterator it = message.getIterator();
+  KFLMessageIterator c = it;
+  c.findChild("c");
+  KFLMessageIterator b = it;
+  b.findChild("b");
+  it.setInsertionPoint(c);
+  it.putValue(1, "x");
+  it.addChild("y");
+  it.addEmptyChild("below");
+  it.leaveChild();
+  it.setInsertionPoint(b);
+  it.addEmptyChild("first");
+  it.clearInsertionPoint();
+  it.addEmptyChild("last");
+  EXPECT_EQ(printed(it), "<a><first/><b/><x>1</x><y><below/></y><c/><last/></a>");
+  it.setInsertionPoint(c);
+  c.removeCurrent();
+  EXPECT_TRUE(c.isSameElement(it));
+  it.addEmptyChild("end");
+  EXPECT_EQ(printed(it), "<a><first/><b/><x>1</x><y><below/></y><last/><end/></a>");
+}
+
+TEST(KFLMessageIterator, TextStaysInOrderWhenElementsGo) {
+  struct Row {
+    const char* text;
+    const char* removed;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"<a>1<b/>2<c/>3</a>", "b", "<a>12<c/>3</a>"}, {"<a>1<b/>2<c/>3</a>", "c", "<a>1<b/>23</a>"},
+      {"<a><b/>2<c/>3</a>", "b", "<a>2<c/>3</a>"},   {"<a>1<b/>2<b/>3<b/>4</a>", "b", "<a>1234</a>"},
+      {"<a><b/><c/><b/></a>", "b", "<a><c/></a>"},   {"<a><b/>2</a>", "c", "<a><b/>2</a>"},
+  };
+  for (const Row& row : rows) {
+    KFLMessage message = parsed(row.text);
+    message.getIterator().removeChildren(row.removed);
+    EXPECT_EQ(message.toString(), row.expected) << row.text;
+    EXPECT_TRUE(message.getIterator().isEqualTree(parsed(row.expected).getIterator())) << row.text;
+  }
+}
+
+TEST(KFLMessageIterator, AnElementWithTextOrChildrenIsNotEmpty) {
+  struct Row {
+    const char* text;
+    bool isEmpty;
+  };
+  for (const Row& row : {Row{"<a/>", true}, Row{"<a><!-- x --></a>", true}, Row{"<a b='1'/>", true},
+                         Row{"<a> </a>", false}, Row{"<a><b/></a>", false}}) {
+    EXPECT_EQ(parsed(row.text).getIterator().isEmptyElement(), row.isEmpty) << row.text;
+  }
+}
+
+TEST(KFLMessageIterator, RemovesAndClears) {
+  KFLMessage message = parsed("<a p='1'>t<b><c/></b><b/></a>");
+  KFLMessageIterator it = message.getIterator();
+  const KFLMessageIterator b = it;
+  b.findChild("b");
+  EXPECT_EQ(it.removeChildren("absent"), 0U);
+  it.findChild("b");
+  it.clear();
+  EXPECT_EQ(message.toString(), "<a p=\"1\">t<b/><b/></a>");
+  it.leaveChild();
+  EXPECT_EQ(it.removeChildren("b"), 2U);
+  it.removeCurrent();
+  EXPECT_EQ(message.toString(), "<a/>");
+  std::string ns, name, value;
+  EXPECT_EQ(it.getAttribute(0, ns, name, value), -1);
+}
+
+TEST(KFLMessageIterator, CopiesContentBehindWhatIsThere) {
+  struct Row {
+    const char* source;
+    const char* target;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"<s/>", "<a><b/></a>", "<a><b/></a>"},
+      {"<s>x<c><d k='v'>1</d></c>y</s>", "<a/>", "<a>x<c><d k=\"v\">1</d></c>y</a>"},
+      {"<s>x<c/></s>", "<a>w<b/></a>", "<a>w<b/>x<c/></a>"},
+      {"<s xmlns='u'><veid/><odd/></s>", "<a/>", "<a><veid xmlns=\"u\"/><odd xmlns=\"u\"/></a>"},
+      {"<s p='1' q='2'/>", "<a p='0'/>", "<a p=\"0\" q=\"2\"/>"},
+  };
+  for (const Row& row : rows) {
+    KFLMessage target = parsed(row.target);
+    const KFLMessage source = parsed(row.source);
+    EXPECT_EQ(target.getIterator().copyContent(source.getIterator()), 0);
+    EXPECT_EQ(target.toString(), row.expected) << row.source;
+    EXPECT_TRUE(target.getIterator().isEqualTree(parsed(row.expected).getIterator())) << row.source;
+  }
+  KFLMessage message = parsed("<a><b><c/></b></a>");
+  KFLMessageIterator c = message.getIterator();
+  c.findChild("b");
+  c.findChild("c");
+  EXPECT_EQ(c.copyContent(message.getIterator()), 0);
+  EXPECT_EQ(message.toString(), "<a><b><c><b><c/></b></c></b></a>");
+}
+
+TEST(KFLMessageIterator, TellsTreesApart) {
+  const char* const different[] = {
+      "<a/>",
+      "<b/>",
+      "<a>1</a>",
+      "<a xmlns='u'/>",
+      "<a p='1'/>",
+      "<a p='2'/>",
+      "<a><b/></a>",
+      "<a><c/></a>",
+      "<a><b/><b/></a>",
+      "<a><b/>1</a>",
+      "<a>1<b/></a>",
+      "<a><b>1</b></a>",
+      "<a><b><b/></b></a>",
+      "<a><b xmlns='u'/></a>",
+      "<a><veid/></a>",
+      "<a xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:type='a'/>",
+  };
+  for (const char* const left : different) {
+    for (const char* const right : different) {
+      EXPECT_EQ(parsed(left).getIterator().isEqualTree(parsed(right).getIterator()), left == right)
+          << left << right;
+    }
+  }
+}
+
+TEST(KFLMessageIterator, ACursorOnNoTreeIsHarmless) {
+  KFLMessageIterator it;
+  std::string text = "kept";
+  EXPECT_FALSE(it.isValid());
+  EXPECT_EQ(it.findChild(1002), -1);
+  EXPECT_EQ(it.findNextChild("x"), -1);
+  EXPECT_EQ(it.firstChild(), -1);
+  EXPECT_EQ(it.putValue(1, 1002), -1);
+  EXPECT_EQ(it.addEmptyChild("x"), -1);
+  EXPECT_EQ(it.getValue(text, "x"), -1);
+  EXPECT_EQ(text, "kept");
+  EXPECT_EQ(it.copyContent(it), -1);
+  it.addChild("x");
+  it.setTypeByName("u", "t");
+  it.selectNamespace("u");
+  it.removeCurrent();
+  it.clear();
+  it.leaveChild();
+  EXPECT_EQ(it.print(text), -1);
+  EXPECT_TRUE(it.isEmptyElement());
+  EXPECT_TRUE(it.isEqualTree(KFLMessageIterator()));
+}
+
+TEST(KFLMessageIterator, UnknownNumbersAreOurOwnMistakes) {
+  KFLMessage message;
+  EXPECT_DEATH(message.getIterator().addChild(1003), "KFLMessageIterator");
+  EXPECT_DEATH(message.getIterator().addChild(""), "KFLMessageIterator");
+}
+
+TEST(KFLMessage, CursorsKeepTheTreeAndCopiesAreIndependent) {
+  KFLMessageIterator it;
+  KFLMessage copy;
+  {
+    KFLMessage message("a");
+    it = message.getIterator();
+    it.putValue(1, 1002);
+    copy = message;
+    const KFLMessage moved = std::move(message);
+    message = KFLMessage();
+    EXPECT_EQ(message.toString(), "<message/>");
+    EXPECT_EQ(moved.toString(), "<a><veid>1</veid></a>");
+  }
+  it.putValue(2, 1002);
+  EXPECT_EQ(printed(it), "<a><veid>1</veid><veid>2</veid></a>");
+  EXPECT_EQ(copy.toString(), "<a><veid>1</veid></a>");
+}
+
+// A configuration that is set over and over: everything that was removed is used again.
+TEST(KFLMessage, AMillionSetsLeaveTheMemorySteady) {
+  KFLMessage message("a");
+  KFLMessageIterator it = message.getIterator();
+  std::size_t steady = 0;
+  for (int i = 0; i < 1'000'000; ++i) {
+    if (it.findChild(1002 + i % 2 * 2) == 0) it.removeCurrent();
+    it.addChild(1002 + i % 2 * 2);
+    it.putValue(std::string(static_cast<std::size_t>(i * 7919LL % 600), 'x'), "odd_name");
+    it.putValue(i, 1018);
+    it.leaveChild();
+    if (i == 10'000) steady = message.memoryUsed();
+  }
+  constexpr std::size_t kLongestValue = 600;
+  EXPECT_LE(message.memoryUsed(), steady + kLongestValue);
+  EXPECT_LT(steady, 64U * 1024U);
+}
+
+}  // namespace
+}  // namespace KFL

@@ -1,0 +1,271 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFL {
+namespace {
+
+#define XSI "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\""
+
+// The text that is printed after reading `text`; the error text when it is refused.
+std::string reprint(const std::string& text) {
+  KFLMessage message;
+  if (message.parse(text) != 0) return getErrorMessage();
+  std::string out;
+  if (message.print(out) != 0) return getErrorMessage();
+  KFLMessage again;
+  if (again.parse(out) != 0) return "printed text is refused: " + getErrorMessage();
+  if (!again.getIterator().isEqualTree(message.getIterator())) return "printed text is another tree: " + out;
+  if (again.parse(message.toPrettyString()) != 0) return "indented text is refused: " + getErrorMessage();
+  if (!again.getIterator().isEqualTree(message.getIterator())) return "indented text is another tree";
+  return out;
+}
+
+struct Row {
+  std::string text;
+  std::string expected;
+};
+
+TEST(KFLXML, ReadsAndPrintsTheSameTree) {
+  const Row rows[] = {
+      // Elements and texts.
+      {"<a/>", "<a/>"},
+      {"<a></a>", "<a/>"},
+      {"<?xml version='1.0' encoding='utf-8'?>\n<a/>\n<!-- behind -->", "<a/>"},
+      {"\xEF\xBB\xBF<a/>", "<a/>"},
+      {"<a>1</a>", "<a>1</a>"},
+      {"<a> \t\n</a>", "<a> \t\n</a>"},
+      {"<a>\n  <b>x</b>\n  <b/>\n</a>\n", "<a><b>x</b><b/></a>"},
+      {"<a>12345678</a>", "<a>12345678</a>"},
+      {"<a>123456789</a>", "<a>123456789</a>"},
+      {"<a>x<!-- no --><?pi no?>y</a>", "<a>xy</a>"},
+      // Characters.
+      {"<a>&lt;&gt;&amp;&quot;&apos;</a>", "<a>&lt;&gt;&amp;\"'</a>"},
+      {"<a><![CDATA[<x>&y;]]></a>", "<a>&lt;x&gt;&amp;y;</a>"},
+      {"<a>one\ntwo\r\nthree\rfour&#13;five&#10;</a>", "<a>one\ntwo\nthree\nfour&#13;five\n</a>"},
+      {"<a>&#x1F600;\xF0\x9F\x98\x80 \xC3\xA9\x7F</a>",
+       "<a>\xF0\x9F\x98\x80\xF0\x9F\x98\x80 \xC3\xA9\x7F</a>"},
+      {"<a b='&#9;&#10;&#13;&quot;&lt;&apos; c\td'/>", "<a b=\"&#9;&#10;&#13;&quot;&lt;' c d\"/>"},
+      {"<\xC3\xA9t\xC3\xA9 \xC3\xA0='1'/>", "<\xC3\xA9t\xC3\xA9 \xC3\xA0=\"1\"/>"},
+      // Text beside elements.
+      {"<a>one<b/>two<c/>three</a>", "<a>one<b/>two<c/>three</a>"},
+      {"<a><b/> two <!-- --> more<c/> </a>", "<a><b/> two  more<c/></a>"},
+      // Namespaces: any prefix is read, the default one is written.
+      {"<p:a xmlns:p='u'><p:b/><c/></p:a>", "<a xmlns=\"u\"><b/><c xmlns=\"\"/></a>"},
+      {"<a xmlns='u'><b xmlns='v'><c xmlns='u'/></b><b/></a>",
+       "<a xmlns=\"u\"><b xmlns=\"v\"><c xmlns=\"u\"/></b><b/></a>"},
+      {"<a xmlns='u&amp;v&quot;'/>", "<a xmlns=\"u&amp;v&quot;\"/>"},
+      {"<xml:a xmlns='u'><b/></xml:a>", "<xml:a><b xmlns=\"u\"/></xml:a>"},
+      // Types.
+      {"<a xmlns='u' " XSI " xsi:type='t'/>", "<a xmlns=\"u\" " XSI " xsi:type=\"t\"/>"},
+      {"<a " XSI "><b xmlns:p='u' xsi:type=' p:t '/></a>",
+       "<a " XSI "><b xmlns:t=\"u\" xsi:type=\"t:t\"/></a>"},
+      {"<p:a xmlns:p='u' " XSI " xsi:type='t'><p:b/></p:a>",
+       "<n:a xmlns:n=\"u\" " XSI " xsi:type=\"t\"><b xmlns=\"u\"/></n:a>"},
+      {"<a " XSI " xsi:type='xml:t'/>", "<a " XSI " xsi:type=\"xml:t\"/>"},
+      {"<p:a xmlns:p='u' xmlns='v' " XSI "><p:b xsi:type='t'/></p:a>",
+       "<a xmlns=\"u\" " XSI "><b xmlns:t=\"v\" xsi:type=\"t:t\"/></a>"},
+      // Other attributes.
+      {"<a z='1' b='2'/>", "<a z=\"1\" b=\"2\"/>"},
+      {"<a xml:lang='de' xmlns:p='u' xmlns:q='u' xmlns:r='v' p:x='1' q:y='2' r:x='3'/>",
+       "<a xml:lang=\"de\" xmlns:a1=\"u\" a1:x=\"1\" a1:y=\"2\" xmlns:a2=\"v\" a2:x=\"3\"/>"},
+      {"<a><b " XSI " xsi:nil='true'/></a>", "<a " XSI "><b xsi:nil=\"true\"/></a>"},
+  };
+  for (const Row& row : rows)
+    EXPECT_EQ(reprint(row.text), row.expected) << row.text;
+}
+
+TEST(KFLXML, RefusesWithLineAndColumn) {
+  const auto nested = [](int depth) {
+    std::string text;
+    for (int i = 0; i < depth; ++i)
+      text += "<a>";
+    for (int i = 0; i < depth; ++i)
+      text += "</a>";
+    return text;
+  };
+  const Row rows[] = {
+      {"", "line 1, column 1: there is no root element"},
+      {"  \n ", "line 2, column 2: there is no root element"},
+      {"hello", "line 1, column 1: "},
+      {"<a>\n <b></a>", "line 2, column 7: the end tag does not match"},
+      {"<a>\n\n", "line 3, column 1: there is no root element, or it is not closed"},
+      {"<a", "line 1, column 1: a tag"},
+      {"<a/><b/>", "line 1, column 5: something follows the root element"},
+      {"<a>\xC3\xA9\xC3\xA9&nbsp;</a>", "line 1, column 6: an entity is not declared"},
+      {"<a>&#0;</a>", "line 1, column 4: a reference names no character"},
+      {"<a>\x01</a>", "line 1, column 4: this character cannot stand here"},
+      {"<a>\xEF\xBF\xBF</a>", "line 1, column 4: this character cannot stand here"},
+      {"<a>x\xC3(</a>", "line 1, column 5: the text is not UTF-8"},
+      {"<a>\xED\xA0\x80</a>", "line 1, column 4: the text is not UTF-8"},
+      {std::string("\xFF\xFE<\0a\0/\0>\0", 10), "line 1, column 1: the text is not UTF-8"},
+      {std::string("\0<\0a\0/\0>", 8), "line 1, column 1: the text is not UTF-8"},
+      {std::string("<a>\0</a>", 8), "line 1, column 4: this character cannot stand here"},
+      {"<a b='1' b='2'/>", "line 1, column 10: an attribute stands twice"},
+      {"<a xmlns:p='u' xmlns:q='u' p:b='1' q:b='2'/>", "line 1, column 1: an attribute stands twice"},
+      {"<a b=1/>", "line 1, column 6: this character cannot stand here"},
+      {"<p:a/>", "line 1, column 1: a prefix is not declared"},
+      {"<a xmlns:p=''/>", "line 1, column 1: a prefix is declared without a URI"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?><a/>", "line 1, column 1: another encoding is declared"},
+      {"<?xml version='1.0' encoding='UTF-16'?><a/>", "line 1, column 1: another encoding is declared"},
+      {"\n<?xml version='1.0'?><a/>", "line 2, column 1: the XML declaration stands late"},
+      {"<!DOCTYPE a><a/>", "line 1, column 12: there is a document type declaration"},
+      {"<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>", "line 1, column 13: there is a document type declaration"},
+      {"<a>\n<b " XSI " xsi:type='p:t'/></a>", "line 2, column 1: the prefix of an xsi:type is not declared"},
+      {"<a " XSI "><b xmlns:p='u'/><b xsi:type='p:t'/></a>", "line 1, column 74: the prefix of an xsi:type"},
+      {"<a " XSI " xsi:type=''/>", "line 1, column 1: an xsi:type is no name"},
+      {"<a " XSI " xsi:type='1t'/>", "line 1, column 1: an xsi:type is no name"},
+      {"<a xmlns:p='u' " XSI " xsi:type='p:t:t'/>", "line 1, column 1: an xsi:type is no name"},
+      {nested(257), "line 1, column 769: elements are nested too deeply; 256 levels are taken"},
+      {nested(100'000), "line 1, column 769: elements are nested too deeply"},
+  };
+  KFLMessage message;
+  ASSERT_EQ(message.parse("<kept/>"), 0);
+  for (const Row& row : rows) {
+    EXPECT_EQ(message.parse(row.text), -1) << row.text;
+    EXPECT_EQ(getErrorMessage().substr(0, row.expected.size()), row.expected) << row.text;
+    EXPECT_EQ(message.toString(), "<kept/>");
+  }
+  EXPECT_EQ(message.parse(nested(256)), 0);
+}
+
+TEST(KFLXML, RefusesLongTexts) {
+  const std::size_t limit = KFLMessage::getSizeLimit();
+  KFLMessage::setSizeLimit(8);
+  KFLMessage message;
+  EXPECT_EQ(message.parse("<abcde/>"), 0);
+  EXPECT_EQ(message.parse("<abcdef/>"), -1);
+  EXPECT_EQ(getErrorMessage(), "line 1, column 1: the text has 9 bytes; at most 8 are taken");
+  KFLMessage::setSizeLimit(limit);
+}
+
+// Texts that arrive in several pieces: longer than what the parser is handed at once, and broken by references.
+TEST(KFLXML, KeepsLongTexts) {
+  std::string value(17 << 20, 'x');
+  for (std::size_t i = 0; i < value.size(); i += 4099)
+    value[i] = "&\n<\r>"[i % 5];
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  it.putValue(value, 1496);
+  it.putValue(std::string(300, 'y'), 1002);
+  KFLMessage again;
+  ASSERT_EQ(again.parse(message.toString()), 0);
+  EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator()));
+  std::string read;
+  EXPECT_EQ(again.getIterator().getValue(read, 1496), 0);
+  EXPECT_TRUE(read == value);
+}
+
+TEST(KFLXML, PrintRefusesWhatXmlCannotCarry) {
+  struct Case {
+    std::string name;
+    std::string namespaceUri;
+    std::string tag;
+    std::string value;
+    std::string error;  // empty: it can be printed and read again
+  };
+  const Case cases[] = {
+      {"a", "", "", "tab\t newline\n return\r", ""},
+      {"a", "", "", "\xEF\xBF\xBD \xED\x9F\xBF \xF4\x8F\xBF\xBF", ""},
+      {"a", "u\n\"<", "tType", "", ""},
+      {"a", "", "", std::string("a\0b", 3),
+       "/m/x/a[2]: its text, namespace or attribute holds a control character"},
+      {"a", "", "", "\x1B[0m", "/m/x/a[2]: its text, namespace or attribute holds a control character"},
+      {"a", "", "", "caf\xE9", "/m/x/a[2]: its text, namespace or attribute is not UTF-8"},
+      {"a", "", "", "12345678\xEF\xBF\xBE", "/m/x/a[2]: its text, namespace or attribute holds U+FFFE"},
+      {"a", "\x02", "", "", "/m/x/a[2]: its text, namespace or attribute holds a control character"},
+      {"a", "http://www.w3.org/2000/xmlns/", "", "", "/m/x/a[2]: its namespace is XML's own"},
+      {"a", "", "no tag", "", "/m/x/a[2]: its type tag is no name"},
+      {"1a", "", "", "", "/m/x/1a: its name is none in XML"},
+      {"a:b", "", "", "", "/m/x/a:b: its name is none in XML"},
+      {"a b", "", "", "", "/m/x/a b: its name is none in XML"},
+      {"\xC3\x97", "", "", "", "/m/x/\xC3\x97: its name is none in XML"},
+      {"a\xFF", "", "", "", "/m/x/a\xFF: its name is none in XML"},
+  };
+  for (const Case& row : cases) {
+    KFLMessage message("m");
+    KFLMessageIterator it = message.getIterator();
+    it.addChild("x");
+    it.addEmptyChild("a");
+    it.addChild("a");
+    it.setName(row.name, row.namespaceUri);
+    it.setTypeByName("t", row.tag);
+    EXPECT_EQ(it.putValue(row.value), 0);
+    std::string out = "former";
+    EXPECT_EQ(message.print(out), row.error.empty() ? 0 : -1) << row.name << row.value;
+    if (row.error.empty()) {
+      KFLMessage again;
+      ASSERT_EQ(again.parse(out), 0) << out << getErrorMessage();
+      EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator())) << out;
+    } else {
+      EXPECT_EQ(getErrorMessage().substr(0, row.error.size()), row.error);
+      EXPECT_EQ(out, "");
+      EXPECT_EQ(message.toString(), "");
+    }
+  }
+}
+
+// Texts are scanned by words: what needs an escape is found at every place of one.
+TEST(KFLXML, EscapesAtEveryPosition) {
+  const Row specials[] = {
+      {"&", "&amp;"},       {"<", "&lt;"},   {">", "&gt;"}, {"\r", "&#13;"}, {"\n", "\n"},
+      {"\"", "\""},         {"\x1F", ""},    {"\xC3", ""},  {"=", "="},      {"\xC3\xBE", "\xC3\xBE"},
+      {"\xEF\xBF\xBF", ""}, {"\x7F", "\x7F"}};
+  for (std::size_t length = 0; length < 26; ++length) {
+    for (std::size_t at = 0; at <= length; ++at) {
+      for (const Row& special : specials) {
+        const std::string before(at, 'a');
+        const std::string after(length - at, '~');
+        KFLMessage message("m");
+        message.getIterator().putValue(before + special.text + after, "x");
+        const std::string expected = "<m><x>" + before + special.expected + after + "</x></m>";
+        ASSERT_EQ(message.toString(), special.expected.empty() ? "" : expected);
+      }
+    }
+  }
+}
+
+TEST(KFLXML, AnUnnamedRootIsNamedAfterItsType) {
+  const Row rows[] = {{"", "<message " XSI "/>"},
+                      {"venv_configType", "<venv_config xmlns=\"u\" " XSI " xsi:type=\"venv_configType\"/>"},
+                      {"ct_zloop_disk", "<ct_zloop_disk xmlns=\"u\" " XSI " xsi:type=\"ct_zloop_disk\"/>"},
+                      {"Type", "<Type xmlns=\"u\" " XSI " xsi:type=\"Type\"/>"}};
+  for (const Row& row : rows) {
+    KFLMessage message;
+    message.getIterator().setTypeByName("u", row.text);
+    EXPECT_EQ(message.toString(), row.text.empty() ? "<message/>" : row.expected);
+    KFLMessage again;
+    ASSERT_EQ(again.parse(message.toString()), 0);
+    EXPECT_TRUE(message.getIterator().isEqualTree(again.getIterator()));
+    EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator()));
+  }
+}
+
+TEST(KFLXML, IndentsElementsThatHoldElementsOnly) {
+  KFLMessage message;
+  ASSERT_EQ(message.parse("<a><b><c>1</c><d>x<e/></d></b><f/><g> </g></a>"), 0);
+  EXPECT_EQ(message.toPrettyString(),
+            "<a>\n  <b>\n    <c>1</c>\n    <d>x<e/></d>\n  </b>\n  <f/>\n  <g> </g>\n</a>\n");
+}
+
+// Deeper than a text may be, through the cursor: printing, copying, comparing and freeing know no depth.
+TEST(KFLXML, DepthCostsNoStack) {
+  KFLMessage message("a");
+  KFLMessageIterator it = message.getIterator();
+  constexpr int kDepth = 1'000'000;
+  for (int i = 0; i < kDepth; ++i)
+    it.addChild("a");
+  std::string out;
+  ASSERT_EQ(message.print(out), 0);
+  EXPECT_EQ(out.size(), std::size_t{7} * kDepth + 4);
+  KFLMessage copy = message;
+  EXPECT_TRUE(copy.getIterator().isEqualTree(message.getIterator()));
+  copy.getIterator().removeCurrent();
+  EXPECT_EQ(copy.toString(), "<a/>");
+}
+
+}  // namespace
+}  // namespace KFL
