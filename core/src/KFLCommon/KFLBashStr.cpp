@@ -60,9 +60,26 @@ constexpr std::array<std::string_view, 15> kIgnoredNames = {
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::array<std::string_view, N>& names) {
   for (const std::string_view one : names) {
-    if (name == one) return true;
+    if (name.size() == one.size() && name.front() == one.front() && name == one) return true;
   }
   return false;
+}
+
+constexpr std::array<bool, 256> makeFirstsOfSpecialNames() {
+  std::array<bool, 256> firsts{};
+  for (const std::string_view name : kReadOnlyNames)
+    firsts[static_cast<unsigned char>(name.front())] = true;
+  for (const std::string_view name : kIgnoredNames)
+    firsts[static_cast<unsigned char>(name.front())] = true;
+  return firsts;
+}
+
+constexpr std::array<bool, 256> kFirstsOfSpecialNames = makeFirstsOfSpecialNames();
+
+// Whether the name is not one to bash like any other.
+bool isSpecialName(std::string_view name) {
+  return kFirstsOfSpecialNames[static_cast<unsigned char>(name.front())] &&
+         (isOneOf(name, kReadOnlyNames) || isOneOf(name, kIgnoredNames));
 }
 
 // The assignment with which a line may begin.
@@ -171,14 +188,19 @@ const char* skipValue(const char* at) {
   }
 }
 
+// Whether nothing but blanks and a comment follow the end of a value.
+bool isPlainRest(const char* end) {
+  if (*end == '\0') return true;
+  const char* const rest = skipBlanks(end);
+  if (*rest == '\0') return true;
+  // A comment may reach over a newline that the buffer should not hold; the scanner knows what follows it.
+  return rest != end && *rest == '#' && std::strchr(rest, '\n') == nullptr;
+}
+
 // The end of the value when nothing but blanks and a comment follow it; null when the scanner has to judge.
 const char* plainValueEnd(const char* value) {
   const char* const end = skipValue(value);
-  if (end == nullptr || *end == '\0') return end;
-  const char* const rest = skipBlanks(end);
-  if (*rest == '\0') return end;
-  // A comment may reach over a newline that the buffer should not hold; the scanner knows what follows it.
-  return *rest == '#' && std::strchr(rest, '\n') == nullptr ? end : nullptr;
+  return end != nullptr && isPlainRest(end) ? end : nullptr;
 }
 
 void note(KFLBashLine& result, Kind kind, Reason reason, const char* line, const char* where) {
@@ -294,6 +316,27 @@ int deliver(const KFLBashLine& result, const std::vector<KFLBashScanner::Span>& 
   return kBashAssignment;
 }
 
+// NAME="value" with a value in which nothing quotes or expands: by far the most usual line, without a detour. False for
+// any other, which is then as it was.
+bool deliverUsual(const Head& head, const Destination& to) {
+  if (head.form != Reason::None || head.nameEnd[1] != '"') return false;
+  char* const name = to.line + (head.name - to.line);
+  char* const nameEnd = to.line + (head.nameEnd - to.line);
+  char* const text = nameEnd + 2;
+  char* end = text;
+  while (kQuotedEffects[static_cast<unsigned char>(*end)] == Effect::Plain)
+    ++end;
+  if (*end != '"' || !isPlainRest(end + 1)) return false;
+  if (isSpecialName({name, static_cast<std::size_t>(nameEnd - name)})) return false;
+  if (to.valueFirst != nullptr) *to.valueFirst = static_cast<unsigned int>(text - to.line) - 1;
+  if (to.valueLast != nullptr) *to.valueLast = static_cast<unsigned int>(end - to.line);
+  *nameEnd = '\0';
+  *end = '\0';
+  *to.name = name;
+  *to.value = text;
+  return true;
+}
+
 }  // namespace
 
 std::string KFLBashLine::describe() const {
@@ -319,6 +362,7 @@ int parseBashStr(char* line, char** name, char** value, unsigned int* valueFirst
   const Head head = readHead(line);
   if (head.name == nullptr) return kBashNothing;
   const Destination to{line, name, value, valueFirst, valueLast};
+  if (deliverUsual(head, to)) return kBashAssignment;
   KFLBashLine result;
   if (judgePlain(result, line, head)) return deliver(result, {}, to);
   KFLBashScanner scanner(line, head.name);

@@ -18,6 +18,7 @@
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessageIterator.h>
 #include <KFLMessage/KFLTagVocabulary.h>
 
@@ -177,7 +178,11 @@ class KFLReaderDerived {
     it.getTypeName(tag);
     const auto* factory = KFLDerivedParserFactory<Base, Key>::find(tag);
     if (factory == nullptr && allowDefault_) factory = KFLDerivedParserFactory<Base, Key>::findDefault();
-    if (factory == nullptr) return -1;
+    if (factory == nullptr) {
+      setErrorMessage("the element '%s' has the type '%s', which is not known here",
+                      std::string(it.getName()).c_str(), tag.c_str());
+      return -1;
+    }
     Base* object = nullptr;
     const int result = factory->read(it, object);
     if (result == 0) out.reset(object);

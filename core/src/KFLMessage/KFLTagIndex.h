@@ -7,10 +7,11 @@
 
 namespace KFL {
 
-// Positions count from 1 in the order of tagVocabulary(); every one is below this limit.
+// Positions count from 1 in the order of tagVocabulary(), behind which names without a number follow; every one is below
+// this limit.
 inline constexpr std::uint32_t kTagPositionLimit = 1023;
 
-// 0 when the vocabulary has no such number or name.
+// 0 when there is no such number or name.
 std::uint32_t tagPosition(int number);
 std::uint32_t tagPosition(std::string_view name);
 

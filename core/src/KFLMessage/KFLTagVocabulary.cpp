@@ -11,7 +11,8 @@ namespace KFL {
 
 namespace {
 
-// Number and element name, in ascending order of the numbers. The numbers are permanent.
+// Number and element name, in ascending order of the numbers. The numbers are permanent. Behind them, with the number 0,
+// stand names that have none: being here only makes them known to every tree.
 constexpr KFLTag kTags[] = {
     {1002, "veid"},
     {1004, "count"},
@@ -117,7 +118,55 @@ constexpr KFLTag kTags[] = {
     {2047, "ip_address"},
     {2053, "net_device"},
     {2291, "is_sample"},
+    {0, "alert_type"},
+    {0, "allow_reboot"},
+    {0, "architecture"},
+    {0, "class_id"},
+    {0, "client_ip"},
+    {0, "client_port"},
+    {0, "config_customized"},
+    {0, "dhcp"},
+    {0, "dhcp_v6"},
+    {0, "disabled"},
+    {0, "disk_list"},
+    {0, "expanded"},
+    {0, "gateway"},
+    {0, "gateway_v6"},
+    {0, "host_routed"},
+    {0, "hostname"},
+    {0, "interface_rate"},
+    {0, "kernel"},
+    {0, "lock_dir"},
+    {0, "mac"},
+    {0, "network"},
+    {0, "no_offline_service"},
+    {0, "origin_sample"},
+    {0, "os"},
+    {0, "parent_eid"},
+    {0, "platform"},
+    {0, "qos"},
+    {0, "qoses"},
+    {0, "search_domain"},
+    {0, "status"},
+    {0, "sve_eid"},
+    {0, "technology"},
+    {0, "template_dir"},
+    {0, "ts_license_server"},
+    {0, "ts_mode"},
+    {0, "type"},
+    {0, "uuid"},
+    {0, "ve_type"},
+    {0, "virtual_config"},
+    {0, "wins_server"},
 };
+
+constexpr std::size_t countNumbered() {
+  std::size_t count = 0;
+  while (count < std::size(kTags) && kTags[count].number != 0)
+    ++count;
+  return count;
+}
+constexpr std::size_t kNumbered = countNumbered();
 
 struct NumberedName {
   int number;
@@ -144,7 +193,7 @@ constexpr std::string_view nameOf(const Range& range, int number) {
 }
 
 constexpr bool ascends() {
-  for (std::size_t i = 1; i < std::size(kTags); ++i) {
+  for (std::size_t i = 1; i < kNumbered; ++i) {
     if (kTags[i - 1].number >= kTags[i].number) return false;
   }
   return true;
@@ -166,22 +215,22 @@ static_assert(std::size(kTags) < kTagPositionLimit, "every position is below the
 using Position = std::uint16_t;
 
 constexpr auto positionsByNumber() {
-  std::array<Position, kTags[std::size(kTags) - 1].number + 1> positions{};
-  for (std::size_t i = 0; i < std::size(kTags); ++i)
+  std::array<Position, kTags[kNumbered - 1].number + 1> positions{};
+  for (std::size_t i = 0; i < kNumbered; ++i)
     positions[kTags[i].number] = static_cast<Position>(i + 1);
   return positions;
 }
 constexpr auto kByNumber = positionsByNumber();
 
-// Names by hash, open addressing, a quarter full at most.
+// Names by hash, open addressing, a quarter full at most. Length and three characters tell the names apart well enough.
 constexpr std::size_t kSlots = 1024;
 static_assert(std::size(kTags) <= kSlots / 4, "a search by name ends soon");
 
 constexpr std::size_t slotOf(std::string_view name) {
-  std::uint32_t hash = 2166136261U;
-  for (const char c : name)
-    hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  return (hash ^ (hash >> 16U)) % kSlots;
+  if (name.empty()) return 0;
+  const auto at = [name](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(name[i])); };
+  const std::uint32_t hash = at(0) | at(name.size() / 2) << 8U | at(name.size() - 1) << 16U;
+  return ((hash | static_cast<std::uint32_t>(name.size()) << 24U) * 2654435769U) >> 22U;
 }
 
 constexpr auto positionsByName() {
@@ -207,7 +256,7 @@ constexpr std::size_t kLongestName = longestName();
 }  // namespace
 
 KFLTagRange tagVocabulary() {
-  return {std::begin(kTags), std::end(kTags)};
+  return {std::begin(kTags), std::begin(kTags) + kNumbered};
 }
 
 std::uint32_t tagPosition(int number) {

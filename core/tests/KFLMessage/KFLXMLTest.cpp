@@ -217,11 +217,12 @@ TEST(KFLXML, EscapesAtEveryPosition) {
   for (std::size_t length = 0; length < 26; ++length) {
     for (std::size_t at = 0; at <= length; ++at) {
       for (const Row& special : specials) {
-        const std::string before(at, 'a');
-        const std::string after(length - at, '~');
+        std::string value(length, 'a');
+        value.insert(at, special.text);
+        std::string expected(length, 'a');
+        expected.insert(at, special.expected).insert(0, "<m><x>").append("</x></m>");
         KFLMessage message("m");
-        message.getIterator().putValue(before + special.text + after, "x");
-        const std::string expected = "<m><x>" + before + special.expected + after + "</x></m>";
+        message.getIterator().putValue(value, "x");
         ASSERT_EQ(message.toString(), special.expected.empty() ? "" : expected);
       }
     }
