@@ -54,12 +54,8 @@ if(KFA_COVERAGE)
   target_link_options(kf_options INTERFACE --coverage)
 endif()
 
-# The threads of the C library are part of it; a thread sanitizer still wants the flag.
-set(THREADS_PREFER_PTHREAD_FLAG ON)
-find_package(Threads REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 find_package(EXPAT REQUIRED)
-find_package(fmt REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 if(BUILD_TESTING)

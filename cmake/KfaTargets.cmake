@@ -29,6 +29,7 @@ function(kf_library NAME)
     install(FILES ${HEADER} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${NAME}/${FOLDER})
   endforeach()
   set_property(GLOBAL APPEND PROPERTY KFA_LIBRARIES ${NAME})
+  set_property(GLOBAL APPEND PROPERTY KFA_PRIVATE_LIBRARIES ${ARG_PRIVATE})
   kf_check_headers(${NAME} ${ARG_HEADERS})
 endfunction()
 

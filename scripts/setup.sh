@@ -4,14 +4,15 @@
 set -euo pipefail
 
 packagesFor() {
-  local build="g++ cmake ninja-build libboost-dev libexpat1-dev libfmt-dev libcli11-dev nlohmann-json3-dev libdtl-dev"
-  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr"
+  local build="g++ cmake ninja-build libboost-dev libexpat1-dev libcli11-dev nlohmann-json3-dev libdtl-dev"
+  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr locales"
+  local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev pkg-config"
   case "$1" in
     build) echo "$build" ;;
     test) echo "$test" ;;
-    bench) echo "$build libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev pkg-config jq" ;;
+    bench) echo "$build libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev pkg-config jq" ;;
     fuzz) echo "$build clang-14 libclang-rt-14-dev llvm-14" ;;
-    lint) echo "$test libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev clang-14 clang-tidy-14 clang-format-14" ;;
+    lint) echo "$test libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev clang-14 clang-tidy-14 clang-format-14" ;;
     *)
       echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, lint" >&2
       return 2

@@ -65,7 +65,13 @@ testPreset() {
   fi
 }
 
-if setUp test; then
+# A locale with a decimal comma, which nothing may be moved by, in a folder of ours.
+makeLocale() {
+  export LOCPATH="$kfaTop/build/locales"
+  [ -d "$LOCPATH/de_DE.UTF-8" ] || { mkdir -p "$LOCPATH" && localedef -i de_DE -f UTF-8 "$LOCPATH/de_DE.UTF-8"; }
+}
+
+if setUp test && makeLocale; then
   for preset in "${presets[@]}"; do
     testPreset "$preset" "$@"
   done

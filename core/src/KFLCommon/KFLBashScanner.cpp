@@ -29,13 +29,6 @@ bool isParameter(const char* at) {
 
 }  // namespace
 
-const char* endOfName(const char* at) {
-  if (!isAlpha(*at) && *at != '_') return at;
-  while (isAlnum(*at) || *at == '_')
-    ++at;
-  return at;
-}
-
 KFLBashScanner::KFLBashScanner(const char* line, const char* assignment)
     : at_(line),
       assignment_(assignment),

@@ -7,6 +7,7 @@
 #ifndef KFLCOMMON_KFLBASHSCANNER_H
 #define KFLCOMMON_KFLBASHSCANNER_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -18,8 +19,22 @@
 
 namespace KFL {
 
+constexpr std::array<bool, 256> makeNameCharacters() {
+  std::array<bool, 256> characters{};
+  for (std::size_t c = 1; c < 128; ++c)
+    characters[c] = isAlnum(static_cast<char>(c)) || c == '_';
+  return characters;
+}
+
+inline constexpr std::array<bool, 256> kNameCharacters = makeNameCharacters();
+
 // A letter or an underscore, then these and digits; the end of the longest such text that begins here.
-const char* endOfName(const char* at);
+inline const char* endOfName(const char* at) {
+  if (isDigit(*at)) return at;
+  while (kNameCharacters[static_cast<unsigned char>(*at)])
+    ++at;
+  return at;
+}
 
 inline const char* skipBlanks(const char* at) {
   while (isBlank(*at))

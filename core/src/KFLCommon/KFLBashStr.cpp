@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -60,26 +61,28 @@ constexpr std::array<std::string_view, 15> kIgnoredNames = {
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::array<std::string_view, N>& names) {
   for (const std::string_view one : names) {
-    if (name.size() == one.size() && name.front() == one.front() && name == one) return true;
+    if (name == one) return true;
   }
   return false;
 }
 
-constexpr std::array<bool, 256> makeFirstsOfSpecialNames() {
-  std::array<bool, 256> firsts{};
+// For the first letter of a special name, a bit for each length that one has.
+constexpr std::array<std::uint32_t, 256> makeSpecialLengths() {
+  std::array<std::uint32_t, 256> lengths{};
   for (const std::string_view name : kReadOnlyNames)
-    firsts[static_cast<unsigned char>(name.front())] = true;
+    lengths[static_cast<unsigned char>(name.front())] |= 1U << name.size();
   for (const std::string_view name : kIgnoredNames)
-    firsts[static_cast<unsigned char>(name.front())] = true;
-  return firsts;
+    lengths[static_cast<unsigned char>(name.front())] |= 1U << name.size();
+  return lengths;
 }
 
-constexpr std::array<bool, 256> kFirstsOfSpecialNames = makeFirstsOfSpecialNames();
+constexpr std::array<std::uint32_t, 256> kSpecialLengths = makeSpecialLengths();
 
-// Whether the name is not one to bash like any other.
+// Whether the name is not one like any other to bash.
 bool isSpecialName(std::string_view name) {
-  return kFirstsOfSpecialNames[static_cast<unsigned char>(name.front())] &&
-         (isOneOf(name, kReadOnlyNames) || isOneOf(name, kIgnoredNames));
+  const std::uint32_t lengths = kSpecialLengths[static_cast<unsigned char>(name.front())];
+  if (name.size() >= 32 || ((lengths >> name.size()) & 1U) == 0) return false;
+  return isOneOf(name, kReadOnlyNames) || isOneOf(name, kIgnoredNames);
 }
 
 // The assignment with which a line may begin.

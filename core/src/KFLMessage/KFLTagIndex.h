@@ -7,8 +7,8 @@
 
 namespace KFL {
 
-// Positions count from 1 in the order of tagVocabulary(), behind which names without a number follow; every one is below
-// this limit.
+// Positions count from 1 in the order of tagVocabulary(), behind which names without a number follow; every
+// one is below this limit.
 inline constexpr std::uint32_t kTagPositionLimit = 1023;
 
 // 0 when there is no such number or name.

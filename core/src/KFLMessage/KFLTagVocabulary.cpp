@@ -11,8 +11,8 @@ namespace KFL {
 
 namespace {
 
-// Number and element name, in ascending order of the numbers. The numbers are permanent. Behind them, with the number 0,
-// stand names that have none: being here only makes them known to every tree.
+// Number and element name, in ascending order of the numbers. The numbers are permanent. Behind them, with
+// the number 0, stand names that have none: being here only makes them known to every tree.
 constexpr KFLTag kTags[] = {
     {1002, "veid"},
     {1004, "count"},
@@ -222,13 +222,16 @@ constexpr auto positionsByNumber() {
 }
 constexpr auto kByNumber = positionsByNumber();
 
-// Names by hash, open addressing, a quarter full at most. Length and three characters tell the names apart well enough.
+// Names by hash, open addressing, a quarter full at most. Length and three characters tell the names apart
+// well enough.
 constexpr std::size_t kSlots = 1024;
 static_assert(std::size(kTags) <= kSlots / 4, "a search by name ends soon");
 
 constexpr std::size_t slotOf(std::string_view name) {
   if (name.empty()) return 0;
-  const auto at = [name](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(name[i])); };
+  const auto at = [name](std::size_t i) {
+    return static_cast<std::uint32_t>(static_cast<unsigned char>(name[i]));
+  };
   const std::uint32_t hash = at(0) | at(name.size() / 2) << 8U | at(name.size() - 1) << 16U;
   return ((hash | static_cast<std::uint32_t>(name.size()) << 24U) * 2654435769U) >> 22U;
 }

@@ -1,7 +1,8 @@
 // The tag vocabulary: the permanent numbers of well-known element names, namespaces and types.
 //
 // A number never changes its name and is never given away again, since records in files and messages of other
-// agents rely on it. Everything here is constant: any thread may call it, also while libraries are being loaded.
+// agents rely on it. Everything here is constant: any thread may call it, also while libraries are being
+// loaded.
 #ifndef KFLMESSAGE_KFLTAGVOCABULARY_H
 #define KFLMESSAGE_KFLTAGVOCABULARY_H
 

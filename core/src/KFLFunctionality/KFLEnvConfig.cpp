@@ -1,0 +1,239 @@
+#include <KFLFunctionality/KFLEnvConfig.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <typeinfo>
+
+#include <KFLFunctionality/KFLEnvCoreBasic.h>
+#include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLRecordRegistry.h>
+#include <KFLMessage/KFLTagIndex.h>
+
+KFL_DERIVED_REGISTRY(KFL::KFLEnvConfig)
+
+namespace KFL {
+
+static const KFLRecordRegistration<KFLEnvConfig> recordKFLEnvConfig("KFLEnvConfig");
+
+namespace {
+
+// The properties in the order of their elements.
+constexpr int kName = 1026;
+constexpr int kDescription = 1496;
+constexpr const char* kHostname = "hostname";
+constexpr int kAddress = 1652;
+constexpr int kNameserver = 1281;
+constexpr const char* kSearchDomain = "search_domain";
+constexpr const char* kArchitecture = "architecture";
+constexpr const char* kOS = "os";
+constexpr const char* kType = "type";
+
+constexpr KFLElementID kOrder[] = {kName,         kDescription,  kHostname, kAddress, kNameserver,
+                                   kSearchDomain, kArchitecture, kOS,       kType};
+
+std::string_view nameOf(KFLElementID id) {
+  return id.number() != 0 ? tagName(id.number()) : id.name();
+}
+
+}  // namespace
+
+// --- The message -------------------------------------------------------------------------------------------
+
+KFLEnvConfig::KFLEnvConfig(const KFLMessageIterator* it, EnvConfigType kind) : kind_(kind) {
+  if (it != nullptr) it_ = *it;
+  it_.clearInsertionPoint();
+  it_.selectNamespaceId(0);
+}
+
+KFLEnvConfig::KFLEnvConfig(const boost::shared_ptr<KFLEnvCoreBasic>& core)
+    : KFLEnvConfig(core ? &core->virtualConfig : nullptr, EnvConfigVirtual) {}
+
+KFLEnvConfig::KFLEnvConfig(const KFLEnvConfig& other) : kind_(other.kind_) {
+  if (other.hasMsg()) Reader()(other.it_, *this);
+}
+
+KFLEnvConfig& KFLEnvConfig::operator=(const KFLEnvConfig& other) {
+  if (this != &other) *this = KFLEnvConfig(other);
+  return *this;
+}
+
+void KFLEnvConfig::initMsg() {
+  if (!hasMsg()) it_ = KFLMessage().getIterator();
+}
+
+int KFLEnvConfig::Writer::operator()(KFLMessageIterator& it, const KFLEnvConfig& config) const {
+  return config.hasMsg() ? it.copyContent(config.it_) : 0;
+}
+
+int KFLEnvConfig::Reader::operator()(const KFLMessageIterator& it, KFLEnvConfig& config) const {
+  KFLMessageIterator copy = KFLMessage().getIterator();
+  const int result = copy.copyContent(it);
+  if (result != 0) return result;
+  config.it_ = copy;
+  return 0;
+}
+
+// --- Order of the elements ---------------------------------------------------------------------------------
+
+int KFLEnvConfig::getPositionOfTheTag(const std::string& tag) const {
+  const auto* const found =
+      std::ranges::find_if(kOrder, [&tag](KFLElementID id) { return nameOf(id) == tag; });
+  return found == std::end(kOrder) ? -1 : static_cast<int>(found - std::begin(kOrder));
+}
+
+KFLEnvConfig::Placement::Placement(KFLEnvConfig& config, const KFLEnvProperty& property)
+    : it_(config.it_), uri_(property.uri) {
+  config.findPlace(property.id);
+  selectNamespace();
+}
+
+KFLEnvConfig::Placement::~Placement() {
+  it_.clearInsertionPoint();
+  it_.selectNamespaceId(0);
+}
+
+// One object for each class of configurations, filled as names are met, kept for good. The names that every
+// tree knows have the same key in each; any other name is asked for anew.
+class KFLEnvConfig::Ranks {
+ public:
+  explicit Ranks(const std::type_info& type) : type_(&type), typeName_(type.name()) {}
+
+  bool isOf(const std::type_info& type) const { return type_ == &type; }
+
+  // Those of the class.
+  static Ranks& find(const std::type_info& type) {
+    static std::atomic<Ranks*> first{nullptr};
+    for (;;) {
+      Ranks* const known = first.load(std::memory_order_acquire);
+      for (Ranks* ranks = known; ranks != nullptr; ranks = ranks->next_) {
+        // The address alone may have been that of a class whose library is gone.
+        if (ranks->isOf(type) && ranks->typeName_ == type.name()) return *ranks;
+      }
+      auto fresh = std::make_unique<Ranks>(type);
+      fresh->next_ = known;
+      Ranks* expected = known;
+      if (first.compare_exchange_strong(expected, fresh.get(), std::memory_order_release,
+                                        std::memory_order_relaxed))
+        return *fresh.release();
+    }
+  }
+
+  int get(const KFLEnvConfig& config, std::uint32_t key, KFLElementID id) {
+    if (key == 0 || key >= kTagPositionLimit) return ask(config, id);
+    const int known = byKey_[key].load(std::memory_order_relaxed);
+    if (known != kUnknown) return known;
+    const int rank = ask(config, id);
+    byKey_[key].store(rank, std::memory_order_relaxed);
+    return rank;
+  }
+  int getOfCurrent(const KFLEnvConfig& config) {
+    const std::uint32_t key = config.it_.getNameKey();
+    const int known = key < kTagPositionLimit ? byKey_[key].load(std::memory_order_relaxed) : kUnknown;
+    return known != kUnknown ? known : get(config, key, config.it_.getName());
+  }
+
+  static constexpr int kLast = std::numeric_limits<int>::max();
+
+ private:
+  static constexpr int kUnknown = 0;
+
+  // From 1 on, so that what was never asked for is unknown.
+  static int ask(const KFLEnvConfig& config, KFLElementID id) {
+    const int position = config.getPositionOfTheTag(std::string(nameOf(id)));
+    return position < 0 ? kLast : position + 1;
+  }
+
+  const std::type_info* type_;
+  std::string typeName_;
+  Ranks* next_ = nullptr;
+  std::array<std::atomic<int>, kTagPositionLimit> byKey_{};
+};
+
+KFLEnvConfig::Ranks& KFLEnvConfig::ranks() {
+  if (ranks_ == nullptr || !ranks_->isOf(typeid(*this))) ranks_ = &Ranks::find(typeid(*this));
+  return *ranks_;
+}
+
+// Sets the insertion point before the first child that ranks behind the element.
+void KFLEnvConfig::findPlace(KFLElementID id) {
+  Ranks& known = ranks();
+  const int rank = known.get(*this, it_.findNameKey(id), id);
+  if (rank == Ranks::kLast || it_.firstChild() != 0) return;
+  bool isBehind = false;
+  do {
+    isBehind = known.getOfCurrent(*this) > rank;
+  } while (!isBehind && it_.nextSibling() == 0);
+  if (!isBehind) return it_.leaveChild();
+  const KFLMessageIterator sibling(it_);
+  it_.leaveChild();
+  it_.setInsertionPoint(sibling);
+}
+
+// --- Properties --------------------------------------------------------------------------------------------
+
+void KFLEnvConfig::removeElement(KFLElementID id) {
+  initMsg();
+  if (it_.findChild(id) == 0) it_.removeCurrent();
+}
+
+int KFLEnvConfig::getName(Text& name) const {
+  return getProperty({kName}, name);
+}
+int KFLEnvConfig::setName(const Text& name) {
+  return setProperty({kName}, name);
+}
+int KFLEnvConfig::getDescription(Text& description) const {
+  return getProperty({kDescription}, description);
+}
+int KFLEnvConfig::setDescription(const Text& description) {
+  return setProperty({kDescription}, description);
+}
+int KFLEnvConfig::getHostname(Text& hostname) const {
+  return getProperty({kHostname}, hostname);
+}
+int KFLEnvConfig::setHostname(const Text& hostname) {
+  return setProperty({kHostname}, hostname);
+}
+int KFLEnvConfig::getAddresses(Addresses& addresses) const {
+  return getListProperty({kAddress}, addresses);
+}
+int KFLEnvConfig::setAddresses(const Addresses& addresses) {
+  return setListProperty({kAddress}, addresses);
+}
+int KFLEnvConfig::getNameservers(Texts& servers) const {
+  return getListProperty({kNameserver}, servers);
+}
+int KFLEnvConfig::setNameservers(const Texts& servers) {
+  return setListProperty({kNameserver}, servers);
+}
+int KFLEnvConfig::getSearchDomains(TextSet& domains) const {
+  return getListProperty({kSearchDomain}, domains);
+}
+int KFLEnvConfig::setSearchDomains(const TextSet& domains) {
+  return setListProperty({kSearchDomain}, domains);
+}
+int KFLEnvConfig::getArchitecture(Text& architecture) const {
+  return getProperty({kArchitecture}, architecture);
+}
+int KFLEnvConfig::setArchitecture(const Text& architecture) {
+  return setProperty({kArchitecture}, architecture);
+}
+int KFLEnvConfig::getOS(KFLOptionalProperty<KFLOS>& os) const {
+  return getProperty({kOS}, os);
+}
+int KFLEnvConfig::setOS(const KFLOptionalProperty<KFLOS>& os) {
+  return setProperty({kOS}, os);
+}
+int KFLEnvConfig::getType(Text& type) const {
+  return getProperty({kType}, type);
+}
+int KFLEnvConfig::setType(const Text& type) {
+  return setProperty({kType}, type);
+}
+
+}  // namespace KFL

@@ -1,0 +1,297 @@
+// The configuration of an environment: a message subtree whose child elements are the properties.
+//
+// A configuration has no field per property. A getter reads the child element, a setter removes the old one
+// and writes a new one in its place in the order, so everything that nobody here knows stays as it is. A
+// configuration made from a cursor works on that subtree in place and keeps its tree alive; a copy has a tree
+// of its own. Getters move the cursor too: one thread at a time for each tree, whatever is const.
+//
+// Accessors: a getter returns 0, with the value specified exactly when its element could be read, or -1
+// without a message, with the value left alone. A setter makes the message where there is none; given an
+// unspecified value it removes the element. A list is one element per item; a specified, empty list is one
+// empty element, so an empty text cannot be an item and is left out.
+#ifndef KFLFUNCTIONALITY_KFLENVCONFIG_H
+#define KFLFUNCTIONALITY_KFLENVCONFIG_H
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <boost/smart_ptr/shared_ptr.hpp>
+
+#include <KFLCommon/KFLProperty.h>
+#include <KFLFunctionality/KFLIPAddress.h>
+#include <KFLFunctionality/KFLOS.h>
+#include <KFLMessage/KFLDerivedParsers.h>
+#include <KFLMessage/KFLMessageIterator.h>
+#include <KFLMessage/KFLRecordFields.h>
+
+namespace KFL {
+
+struct KFLEnvCoreBasic;
+
+// Which of an environment's two configurations it is.
+enum EnvConfigType {
+  EnvConfigReal = 0,     // what the agent itself has found
+  EnvConfigVirtual = 1,  // what the technology has been told
+};
+
+// Where a property of a configuration stands: an element, and the namespace in which it is written.
+struct KFLEnvProperty {
+  KFLElementID id;
+  std::string_view uri = kTypesNamespaceURI;
+};
+
+class KFLEnvConfig {
+ public:
+  struct Writer;
+  struct Reader;
+  template <class URI>
+  class NamespaceSetterGuard;
+
+  using Text = KFLOptionalProperty<std::string>;
+  using Texts = KFLOptionalProperty<std::vector<std::string>>;
+  using TextSet = KFLOptionalProperty<std::set<std::string>>;
+  using Addresses = KFLOptionalProperty<std::vector<KFLIPAddress>>;
+
+  // A virtual configuration without a message.
+  KFLEnvConfig() = default;
+  // On the element under the cursor, in place; without a message for a null pointer and for a cursor on
+  // nothing.
+  KFLEnvConfig(const KFLMessageIterator* it, EnvConfigType kind);
+  // On the core's virtual configuration, in place; without a message for a null pointer.
+  explicit KFLEnvConfig(const boost::shared_ptr<KFLEnvCoreBasic>& core);
+  KFLEnvConfig(const KFLEnvConfig& other);
+  KFLEnvConfig(KFLEnvConfig&& other) noexcept = default;
+  // Leaves the tree that the configuration worked on as it is.
+  KFLEnvConfig& operator=(const KFLEnvConfig& other);
+  KFLEnvConfig& operator=(KFLEnvConfig&& other) noexcept = default;
+  virtual ~KFLEnvConfig() = default;
+
+  // The place of a child element in the fixed order, from 0 on; -1 for a name that has none and comes last.
+  virtual int getPositionOfTheTag(const std::string& tag) const;
+
+  bool hasMsg() const { return it_.isValid(); }
+  // Makes an empty message where there is none.
+  void initMsg();
+  // A cursor on the configuration's element; on nothing without a message.
+  KFLMessageIterator getIterator() const { return it_; }
+  EnvConfigType getKind() const { return kind_; }
+
+  int getName(Text& name) const;
+  int setName(const Text& name);
+  int getDescription(Text& description) const;
+  int setDescription(const Text& description);
+  int getHostname(Text& hostname) const;
+  int setHostname(const Text& hostname);
+  int getAddresses(Addresses& addresses) const;
+  int setAddresses(const Addresses& addresses);
+  int getNameservers(Texts& servers) const;
+  int setNameservers(const Texts& servers);
+  int getSearchDomains(TextSet& domains) const;
+  int setSearchDomains(const TextSet& domains);
+  int getArchitecture(Text& architecture) const;
+  int setArchitecture(const Text& architecture);
+  int getOS(KFLOptionalProperty<KFLOS>& os) const;
+  int setOS(const KFLOptionalProperty<KFLOS>& os);
+  // The name of the environment's technology, such as "kelvarium".
+  int getType(Text& type) const;
+  int setType(const Text& type);
+
+ protected:
+  // One element, for values (text, number, bool) and for records with Reader and Writer.
+  template <class T>
+  int getProperty(const KFLEnvProperty& property, KFLOptionalProperty<T>& value) const;
+  template <class T>
+  int setProperty(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value);
+  // The same for a value that is always there; its getter gives the result of the read.
+  template <class T>
+  int getMandatory(const KFLEnvProperty& property, T& value) const;
+  template <class T>
+  int putMandatory(const KFLEnvProperty& property, const T& value);
+
+  // One element per item, for vectors and sets. The getter adds to what the container holds, and gives -1 at
+  // an item that cannot be read.
+  template <class Container>
+  int getListProperty(const KFLEnvProperty& property, KFLOptionalProperty<Container>& value) const;
+  template <class Container>
+  int setListProperty(const KFLEnvProperty& property, const KFLOptionalProperty<Container>& value);
+
+  // One member of a set, which is the one equal to `value` as it came in; unspecified when there is none.
+  template <class T>
+  int getMember(const KFLEnvProperty& property, KFLOptionalProperty<T>& value) const;
+  // Puts a member in the place of the one equal to it; an unspecified one is only taken out.
+  template <class T>
+  int setMember(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value);
+
+  // Takes the first element of this id out, making the message where there is none.
+  void removeElement(KFLElementID id);
+
+  // While it lives, children that the cursor adds to the configuration's element stand in the property's
+  // namespace and at its place in the order.
+  class Placement {
+   public:
+    Placement(KFLEnvConfig& config, const KFLEnvProperty& property);
+    Placement(const Placement&) = delete;
+    Placement& operator=(const Placement&) = delete;
+    ~Placement();
+    // The namespace again, after the writer of a record has left the default one.
+    void selectNamespace() { it_.selectNamespace(uri_); }
+
+   private:
+    KFLMessageIterator& it_;
+    std::string_view uri_;
+  };
+
+  // On the configuration's element whenever no call is at work.
+  KFLMessageIterator it_;
+
+ private:
+  // The places of the elements by the keys of their names; those without a position rank behind all others.
+  class Ranks;
+  void findPlace(KFLElementID id);
+  Ranks& ranks();
+
+  EnvConfigType kind_ = EnvConfigVirtual;
+  Ranks* ranks_ = nullptr;
+};
+
+// Selects a namespace for a scope, which ends in the default namespace; does nothing for an empty text or a
+// null pointer.
+template <class URI>
+class KFLEnvConfig::NamespaceSetterGuard {
+ public:
+  NamespaceSetterGuard(KFLMessageIterator& it, const URI& uri) : it_(it), selected_(isGiven(uri)) {
+    if (selected_) it_.selectNamespace(uri);
+  }
+  NamespaceSetterGuard(const NamespaceSetterGuard&) = delete;
+  NamespaceSetterGuard& operator=(const NamespaceSetterGuard&) = delete;
+  ~NamespaceSetterGuard() {
+    if (selected_) it_.selectNamespaceId(0);
+  }
+
+ private:
+  static bool isGiven(const std::string& uri) { return !uri.empty(); }
+  static bool isGiven(const char* uri) { return uri != nullptr; }
+
+  KFLMessageIterator& it_;
+  bool selected_;
+};
+
+// Writes the subtree as it stands into the current element; nothing for a configuration without a message.
+struct KFLEnvConfig::Writer {
+  static int getNSID() { return kTypesNamespace; }
+  static const char* getStrNSID() { return ""; }
+  static int getTypeID() { return 120; }
+  static const char* getStrTypeID() { return ""; }
+  int operator()(KFLMessageIterator& it, const KFLEnvConfig& config) const;
+};
+
+// Keeps a copy of the current element's subtree.
+struct KFLEnvConfig::Reader {
+  int operator()(const KFLMessageIterator& it, KFLEnvConfig& config) const;
+};
+
+template <class T>
+int KFLEnvConfig::getMandatory(const KFLEnvProperty& property, T& value) const {
+  return hasMsg() ? fields::getOne(it_, value, property.id) : -1;
+}
+
+template <class T>
+int KFLEnvConfig::putMandatory(const KFLEnvProperty& property, const T& value) {
+  removeElement(property.id);
+  const Placement placement(*this, property);
+  it_.addChild(property.id);
+  fields::putOne(it_, value, {});
+  it_.leaveChild();
+  return 0;
+}
+
+template <class T>
+int KFLEnvConfig::getProperty(const KFLEnvProperty& property, KFLOptionalProperty<T>& value) const {
+  if (!hasMsg()) return -1;
+  value.setSpecified(fields::getOne(it_, value.value(), property.id) == 0);
+  return 0;
+}
+
+template <class T>
+int KFLEnvConfig::setProperty(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value) {
+  if (value.isSpecified()) return putMandatory(property, value.getValue());
+  removeElement(property.id);
+  return 0;
+}
+
+template <class Container>
+int KFLEnvConfig::getListProperty(const KFLEnvProperty& property,
+                                  KFLOptionalProperty<Container>& value) const {
+  if (!hasMsg()) return -1;
+  value.setSpecified(false);
+  if (it_.findChild(property.id) != 0) return 0;
+  value.setSpecified(true);
+  int result = 0;
+  // An empty element marks the empty list.
+  while (!it_.isEmptyElement()) {
+    typename Container::value_type item{};
+    if (fields::getOne(it_, item, {}) != 0) {
+      result = -1;
+      break;
+    }
+    value.value().insert(value.value().end(), std::move(item));
+    if (it_.findNextChild(property.id) != 0) break;
+  }
+  it_.leaveChild();
+  return result;
+}
+
+template <class Container>
+int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
+                                  const KFLOptionalProperty<Container>& value) {
+  using Item = typename Container::value_type;
+  initMsg();
+  it_.removeChildren(property.id);
+  if (!value.isSpecified()) return 0;
+  Placement placement(*this, property);
+  bool isEmpty = true;
+  for (const Item& item : value.getValue()) {
+    if constexpr (std::is_same_v<Item, std::string>) {
+      if (item.empty()) continue;
+    }
+    isEmpty = false;
+    it_.addChild(property.id);
+    const int result = fields::putOne(it_, item, {});
+    it_.leaveChild();
+    if (result != 0) return result;
+    if constexpr (!fields::Scalar<Item>) placement.selectNamespace();
+  }
+  return isEmpty ? it_.addEmptyChild(property.id) : 0;
+}
+
+template <class T>
+int KFLEnvConfig::getMember(const KFLEnvProperty& property, KFLOptionalProperty<T>& value) const {
+  KFLOptionalProperty<std::set<T>> all;
+  if (getListProperty(property, all) != 0) return -1;
+  value.setSpecified(false);
+  const auto found = all.getValue().find(value.getValue());
+  if (found != all.getValue().end()) value.setValue(*found);
+  return 0;
+}
+
+template <class T>
+int KFLEnvConfig::setMember(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value) {
+  KFLOptionalProperty<std::set<T>> all;
+  if (hasMsg() && getListProperty(property, all) != 0) return -1;
+  all.value().erase(value.getValue());
+  if (value.isSpecified()) all.value().insert(value.getValue());
+  all.setSpecified(true);
+  return setListProperty(property, all);
+}
+
+}  // namespace KFL
+
+KFL_DECLARE_DERIVED_REGISTRY(KFL::KFLEnvConfig)
+
+#endif

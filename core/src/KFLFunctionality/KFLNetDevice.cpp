@@ -1,0 +1,3 @@
+#include <KFLFunctionality/KFLNetDevice.h>
+
+KFL_DERIVED_REGISTRY(KFL::KFLNetDevice)

@@ -1,0 +1,150 @@
+#include <KFLFunctionality/KFLEnv.h>
+
+#include <atomic>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLFunctionality/KFLEnvFactory.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFL {
+namespace {
+
+using Text = KFLEnvConfig::Text;
+
+const char* const kId = "6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413";
+
+int readEnv(const std::string& content, KFLEnv& env) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse("<env>" + content + "</env>"), 0) << getErrorMessage();
+  return message.getIterator().getObj(env);
+}
+
+TEST(KFLEnv, WhatMakesReadingFail) {
+  const std::string id = std::string("<eid>") + kId + "</eid>";
+  const std::string alert = "<alert_type>1</alert_type>";
+  const struct {
+    std::string content;
+    int result;
+  } rows[] = {
+      {id, 0},
+      {"", -1},
+      {"<eid>no guid</eid>", -1},
+      {id + alert + alert, 0},
+      {id + alert + alert + alert + alert + alert, 0},
+      {id + alert + alert + alert + alert + alert + alert, -1},
+      {id + "<alert_type>loud</alert_type>", -1},
+      {id + "<status>7</status><parent_eid/>", 0},
+  };
+  for (const auto& row : rows) {
+    KFLEnv env;
+    EXPECT_EQ(readEnv(row.content, env), row.result) << row.content;
+  }
+  KFLEnv env;
+  ASSERT_EQ(readEnv(id + "<alert_type>3</alert_type><alert_type>4</alert_type>", env), 0);
+  EXPECT_EQ(env.getAlertType(0), 3);
+  EXPECT_EQ(env.getAlertType(1), 4);
+  EXPECT_EQ(env.getAlertType(2), 0);
+  EXPECT_EQ(env.getAlertType(kAlertCount), 0);
+  EXPECT_EQ(env.setAlertType(kAlertCount, 1), -1);
+  EXPECT_EQ(env.getVirtualConfig(), nullptr);
+}
+
+// A technology whose library is not here: its configuration goes through unharmed, type tag included.
+TEST(KFLEnv, ConfigurationOfAnUnknownTechnologyKeepsItsTag) {
+  const std::string xml = std::string("<env xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"><eid>") +
+                          kId +
+                          "</eid><virtual_config xmlns:o=\"urn:other\" xsi:type=\"o:other_configType\">"
+                          "<hostname>h</hostname><o:own a=\"1\">x</o:own></virtual_config></env>";
+  KFLMessage message;
+  ASSERT_EQ(message.parse(xml), 0);
+  KFLEnv env;
+  ASSERT_EQ(message.getIterator().getObj(env), 0);
+  Text hostname;
+  ASSERT_NE(env.getVirtualConfig(), nullptr);
+  EXPECT_EQ(env.getVirtualConfig()->getHostname(hostname), 0);
+  EXPECT_EQ(hostname, Text(std::string("h")));
+
+  KFLMessage copy("env");
+  ASSERT_EQ(copy.getIterator().putObj(env), 0);
+  const KFLMessageIterator before = message.getIterator();
+  const KFLMessageIterator after = copy.getIterator();
+  ASSERT_EQ(before.findChild("virtual_config"), 0);
+  ASSERT_EQ(after.findChild("virtual_config"), 0);
+  EXPECT_EQ(after.getTypeTag(), "other_configType");
+  EXPECT_EQ(after.getTypeNamespace(), "urn:other");
+  EXPECT_EQ(before.countChildren(), after.countChildren());
+  ASSERT_EQ(before.findChild("own"), 0);
+  ASSERT_EQ(after.findChild("own"), 0);
+  EXPECT_TRUE(before.isEqualTree(after));
+}
+
+TEST(KFLEnv, OnACoreWorksInPlace) {
+  KFLMessage message("m");
+  const auto core = boost::make_shared<KFLEnvCoreBasic>();
+  core->eid = KFLEID(kId);
+  core->type = "nobody's";
+  core->status = 3;
+  core->alertTypes[4] = 9;
+  core->virtualConfig = message.getIterator();
+  KFLEnv env(core);
+  EXPECT_EQ(env.getEID(), core->eid);
+  EXPECT_EQ(env.getStatus(), 3);
+  EXPECT_EQ(env.getAlertType(4), 9);
+  env.getVirtualConfig()->setHostname(std::string("h"));
+  EXPECT_TRUE(message.getIterator().hasChild("hostname"));
+  ASSERT_NE(env.getConfig(), nullptr);
+  EXPECT_EQ(env.getConfig()->getKind(), EnvConfigReal);
+  EXPECT_EQ(env.getTitle(), kId);
+  EXPECT_EQ(KFLEnv(boost::shared_ptr<KFLEnvCoreBasic>()).getVirtualConfig(), nullptr);
+}
+
+// --- The environment factory -------------------------------------------------------------------------------
+
+using ChildFactory = KFLEnvChildFactoryT<KFLEnv, KFLVEnvConfig>;
+
+TEST(KFLEnvFactory, ATypeHasOneFactory) {
+  KFLEnvFactory& factory = *KFLEnvFactory::getInstance();
+  const KFLEnvFactory::ChildFactorySP first(new ChildFactory);
+  const KFLEnvFactory::ChildFactorySP second(new ChildFactory);
+  EXPECT_EQ(factory.getFactory("one"), nullptr);
+  EXPECT_EQ(factory.registerEnv("one", {}), -1);
+  EXPECT_EQ(factory.registerEnv("one", first), 0);
+  EXPECT_EQ(factory.registerEnv("a", second), 0);
+  EXPECT_EQ(factory.registerEnv("one", second), -1);
+  EXPECT_NE(getErrorMessage().find("\"one\""), std::string::npos);
+  EXPECT_EQ(factory.getFactory("one"), first);
+  EXPECT_EQ(factory.listTypes(), (std::vector<KFLEnvFactory::TypeName>{"a", "one"}));
+  EXPECT_EQ(factory.unregisterEnv("one", second), -1);
+  EXPECT_EQ(factory.unregisterEnv("one", first), 0);
+  EXPECT_EQ(factory.unregisterEnv("one", first), -1);
+  EXPECT_EQ(factory.getFactory("one"), nullptr);
+  EXPECT_EQ(factory.unregisterEnv("a", second), 0);
+}
+
+TEST(KFLEnvFactory, IsReadWhileItChanges) {
+  KFLEnvFactory& factory = *KFLEnvFactory::getInstance();
+  const KFLEnvFactory::ChildFactorySP stays(new ChildFactory);
+  ASSERT_EQ(factory.registerEnv("stays", stays), 0);
+  std::atomic<bool> isOver{false};
+  std::atomic<int> misses{0};
+  std::thread reader([&] {
+    while (!isOver.load())
+      misses += factory.getFactory("stays") != stays;
+  });
+  for (int i = 0; i < 500; ++i) {
+    const KFLEnvFactory::ChildFactorySP comes(new ChildFactory);
+    EXPECT_EQ(factory.registerEnv("comes", comes), 0);
+    EXPECT_EQ(factory.unregisterEnv("comes", comes), 0);
+  }
+  isOver = true;
+  reader.join();
+  EXPECT_EQ(misses, 0);
+  EXPECT_EQ(factory.unregisterEnv("stays", stays), 0);
+}
+
+}  // namespace
+}  // namespace KFL

@@ -1,0 +1,137 @@
+// Addresses: which texts are addresses, what their parts are, and that every text is kept.
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <KFLFunctionality/KFLIPAddress.h>
+#include <KFLFunctionality/KFLIPv6.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace {
+
+using KFL::KFLIPAddress;
+using KFL::KFLIPv4;
+using KFL::KFLIPv6;
+
+enum Kind { None, V4, V6 };
+
+struct Row {
+  const char* text;
+  Kind kind;
+  int prefix = -1;
+  const char* address = nullptr;
+};
+
+constexpr Row kRows[] = {
+    {"10.0.0.5", V4, -1, "10.0.0.5"},
+    {"10.0.0.5/24", V4, 24, "10.0.0.5"},
+    {"10.0.0.5/0", V4, 0, "10.0.0.5"},
+    {"10.0.0.5/255.255.240.0", V4, 20, "10.0.0.5"},
+    {"10.0.0.5/255.255.255.255", V4, 32, "10.0.0.5"},
+    {"10.0.0.5/0.0.0.0", V4, 0, "10.0.0.5"},
+    {"fe80::1", V6, -1, "fe80::1"},
+    {"FE80:0:0::1/64", V6, 64, "fe80::1"},
+    {"fe80::1/128", V6, 128, "fe80::1"},
+    {"fe80::1/ffff:ffff::", V6, 32, "fe80::1"},
+    {"::ffff:10.0.0.1", V6, -1, "::ffff:10.0.0.1"},
+    // near misses
+    {"", None},
+    {"dhcp", None},
+    {"10.0.0", None},
+    {"10.0.0.256", None},
+    {"10.0.0.5 ", None},
+    {"010.0.0.5", None},
+    {"10.0.0.5/", None},
+    {"10.0.0.5/33", None},
+    {"10.0.0.5/-1", None},
+    {"10.0.0.5/4294967320", None},
+    {"10.0.0.5/255.0.255.0", None},
+    {"10.0.0.5/255.254.1.0", None},
+    {"10.0.0.5/24/24", None},
+    {"10.0.0.5/ffff::", None},
+    {"fe80::1/129", None},
+    {"fe80::1/255.255.0.0", None},
+    {"fe80::1%eth0", None},
+    {"fe80::1::2", None},
+    {"1:2:3:4:5:6:7:8:9", None},
+    {"a long text that is no address, longer than the longest address there is", None},
+};
+
+TEST(KFLIPAddress, TextsAreKeptAndUnderstood) {
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.text);
+    const KFLIPAddress address(row.text);
+    EXPECT_EQ(address.toString(), row.text);
+    EXPECT_EQ(address.toStringWithNetwork(), row.text);
+    EXPECT_EQ(address.isValid(), row.kind != None);
+    EXPECT_EQ(address.isIPv6(), row.kind == V6);
+    EXPECT_EQ(address.getPrefixLength(), row.prefix);
+    ASSERT_EQ(address.getIPv4().has_value(), row.kind == V4);
+    ASSERT_EQ(address.getIPv6().has_value(), row.kind == V6);
+    if (row.kind == V4) {
+      EXPECT_EQ(address.getIPv4()->toString(), row.address);
+    }
+    if (row.kind == V6) {
+      EXPECT_EQ(address.getIPv6()->toString(), row.address);
+    }
+  }
+}
+
+TEST(KFLIPAddress, TextWithANulByteIsNoAddress) {
+  EXPECT_FALSE(KFLIPAddress(std::string("10.0.0.5\0", 9)).isValid());
+  EXPECT_FALSE(KFLIPAddress(std::string("10.0.0.5/255.0.0.0\0x", 20)).isValid());
+}
+
+TEST(KFLIPAddress, EmptyElementCannotBeRead) {
+  KFL::KFLMessage message;
+  ASSERT_EQ(message.parse("<m><empty/><ip>dhcp</ip></m>"), 0);
+  KFLIPAddress address("10.0.0.1");
+  EXPECT_EQ(message.getIterator().getObj(address, "empty"), -1);
+  EXPECT_EQ(address, KFLIPAddress("10.0.0.1"));
+  EXPECT_EQ(message.getIterator().getObj(address, "ip"), 0);
+  EXPECT_EQ(address, KFLIPAddress("dhcp"));
+}
+
+TEST(KFLIPv4, RefusedTextLeavesTheAddress) {
+  KFLIPv4 address("10.0.0.1");
+  EXPECT_EQ(address.fromString("10.0.0.1.2"), -1);
+  EXPECT_EQ(address.toString(), "10.0.0.1");
+  EXPECT_EQ(address.fromString("192.168.0.1"), 0);
+  EXPECT_EQ(address.toString(), "192.168.0.1");
+  EXPECT_TRUE(KFLIPv4("nonsense").isAny());
+}
+
+TEST(KFLIPv6, ResemblingLooksAtTheAddressPartAlone) {
+  for (const char* text : {"fe80::1", "::", "::1/64", "a:b", "10.0.0.1:80", ":"})
+    EXPECT_TRUE(KFLIPv6::isResembling(text)) << text;
+  for (const char* text : {"10.0.0.1", "10.0.0.1/24", "10.0.0.1/ff::", "dhcp", "", "/:"})
+    EXPECT_FALSE(KFLIPv6::isResembling(text)) << text;
+}
+
+TEST(KFLIPv6, CarriesIPv4WhenCompatible) {
+  const struct {
+    const char* text;
+    const char* embedded;
+    const char* formatted;
+  } rows[] = {
+      {"::10.0.0.1", "10.0.0.1", "10.0.0.1"},
+      {"::0.0.0.2", "0.0.0.2", "0.0.0.2"},
+      {"::", nullptr, "::"},
+      {"::1", nullptr, "::1"},
+      {"::ffff:10.0.0.1", nullptr, "::ffff:10.0.0.1"},
+      {"fe80::10.0.0.1", nullptr, "fe80::a00:1"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    const KFLIPv6 address(row.text);
+    const std::optional<KFLIPv4> embedded = KFL::IPv6Format::IPv4Compatible::test(address);
+    EXPECT_EQ(embedded ? embedded->toString() : "", row.embedded == nullptr ? "" : row.embedded);
+    EXPECT_EQ(KFL::IPv6Format::IPv4Compatible::format(address), row.formatted);
+  }
+  EXPECT_TRUE(KFLIPv6("::").isAny());
+  EXPECT_TRUE(KFLIPv6("nonsense").isAny());
+  EXPECT_FALSE(KFLIPv6("::1").isAny());
+}
+
+}  // namespace

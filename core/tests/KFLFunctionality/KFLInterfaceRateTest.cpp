@@ -1,0 +1,53 @@
+// Interface rates: which texts have three parts, and that every text is kept.
+#include <gtest/gtest.h>
+
+#include <KFLFunctionality/KFLInterfaceRate.h>
+
+namespace {
+
+using KFL::KFLInterfaceRate;
+
+TEST(KFLInterfaceRate, TextsAreKeptAndTakenApart) {
+  const struct {
+    const char* text;
+    const char* device;
+    int classID;
+    long long rate;
+  } rows[] = {
+      {"eth0:1:1024", "eth0", 1, 1024},
+      {"*:0:0", "*", 0, 0},
+      {"eth0:1:2:3000000000", "eth0:1", 2, 3000000000},
+      // near misses
+      {"", "", -1, -1},
+      {"eth0", "", -1, -1},
+      {"eth0:1", "", -1, -1},
+      {":1:2", "", -1, -1},
+      {"1:2", "", -1, -1},
+      {"eth0::2", "", -1, -1},
+      {"eth0:1:", "", -1, -1},
+      {"eth0:1:2k", "", -1, -1},
+      {"eth0:-1:2", "", -1, -1},
+      {"eth0:1:-2", "", -1, -1},
+      {"eth0:1: 2", "", -1, -1},
+      {"eth0:99999999999:2", "", -1, -1},
+      {":", "", -1, -1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    const KFLInterfaceRate rate{std::string(row.text)};
+    EXPECT_EQ(rate.toString(), row.text);
+    EXPECT_EQ(rate.isValid(), row.rate >= 0);
+    EXPECT_EQ(rate.getDevice(), row.device);
+    EXPECT_EQ(rate.getClassID(), row.classID);
+    EXPECT_EQ(rate.getRate(), row.rate);
+  }
+}
+
+TEST(KFLInterfaceRate, MadeOfItsParts) {
+  EXPECT_EQ(KFLInterfaceRate("eth0", 1, 1024).toString(), "eth0:1:1024");
+  KFLInterfaceRate rate("eth0", 1, 1024);
+  EXPECT_EQ(rate.fromString(""), -1);
+  EXPECT_EQ(rate.toString(), "eth0:1:1024");
+}
+
+}  // namespace
