@@ -1,0 +1,133 @@
+#include <KFAFunctionality/files/KFABashConfig.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <streambuf>
+
+namespace KFA {
+
+namespace {
+
+// Enough gathered output to be worth a call of the stream.
+constexpr std::size_t kOutputBlock = 32768;
+
+// The characters that a stream buffer holds ready.
+class ReadyText : public std::streambuf {
+ public:
+  static const char* begin(const std::streambuf& buffer) { return (buffer.*(&ReadyText::gptr))(); }
+  static const char* end(const std::streambuf& buffer) { return (buffer.*(&ReadyText::egptr))(); }
+  static void consume(std::streambuf& buffer, std::size_t count) {
+    constexpr std::size_t kMost = std::numeric_limits<int>::max();
+    for (; count > kMost; count -= kMost)
+      (buffer.*(&ReadyText::gbump))(static_cast<int>(kMost));
+    (buffer.*(&ReadyText::gbump))(static_cast<int>(count));
+  }
+};
+
+void store(std::string_view line, char** buffer, unsigned int* capacity) {
+  if (*capacity < line.size() + 1) {
+    void* const grown = std::realloc(*buffer, line.size() + 1);
+    if (grown == nullptr) throw std::bad_alloc();
+    *buffer = static_cast<char*>(grown);
+    *capacity = static_cast<unsigned int>(line.size() + 1);
+  }
+  std::memcpy(*buffer, line.data(), line.size());
+  (*buffer)[line.size()] = '\0';
+}
+
+}  // namespace
+
+int readStringFromStream(std::istream& in, char** buffer, unsigned int* capacity) {
+  std::string line;
+  if (!std::getline(in, line, '\n')) return -1;
+  if (line.size() > detail::kMaxLine) {
+    in.setstate(std::ios_base::failbit);
+    return -1;
+  }
+  store(line, buffer, capacity);
+  return static_cast<int>(line.size());
+}
+
+namespace detail {
+
+LineBuffer::~LineBuffer() {
+  std::free(text_);
+}
+
+char* LineBuffer::copy(std::string_view line) {
+  store(line, &text_, &capacity_);
+  return text_;
+}
+
+// A stream that flushes another one before each line is left to the standard reader.
+void ConfigLines::latch() {
+  if (!in_.good() || in_.tie() != nullptr) return;
+  begin_ = at_ = ReadyText::begin(*in_.rdbuf());
+  end_ = ReadyText::end(*in_.rdbuf());
+}
+
+void ConfigLines::release() {
+  if (at_ != begin_) ReadyText::consume(*in_.rdbuf(), static_cast<std::size_t>(at_ - begin_));
+  begin_ = at_ = end_ = nullptr;
+}
+
+bool ConfigLines::nextAcrossBuffers(std::string_view& line) {
+  release();
+  if (!std::getline(in_, joined_, '\n')) return false;
+  latch();
+  line = joined_;
+  return true;
+}
+
+int refuseLongLine() {
+  KFL::setErrorMessage("a line of more than %zu bytes; a shorter one is wanted", kMaxLine);
+  return -1;
+}
+
+void ConfigOutput::beginLine(std::string_view line) {
+  lineBegin_ = pending_.size();
+  pending_.append(line);
+}
+
+void ConfigOutput::replaceValue(unsigned int first, unsigned int last, const std::string& value) {
+  const std::size_t old = std::size_t{last} - first + 1;
+  const std::size_t at = lineBegin_ + first;
+  if (value.size() + 2 > old) {
+    pending_.insert(at + old, value.size() + 2 - old, '"');
+  } else {
+    pending_.erase(at + value.size() + 2, old - value.size() - 2);
+  }
+  pending_[at] = '"';
+  value.copy(&pending_[at + 1], value.size());
+  pending_[at + 1 + value.size()] = '"';
+}
+
+void ConfigOutput::endLine() {
+  pending_ += '\n';
+  if (pending_.size() < kOutputBlock) return;
+  out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+  pending_.clear();
+}
+
+void ConfigOutput::addAssignment(const std::string& key, const std::string& value) {
+  const std::size_t at = pending_.size();
+  pending_ += key;
+  for (std::size_t i = at; i < pending_.size(); ++i)
+    pending_[i] = KFL::toUpper(pending_[i]);
+  pending_.append("=\"").append(value).append(1, '"');
+  endLine();
+}
+
+int ConfigOutput::finish() {
+  if (!pending_.empty()) out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+  pending_.clear();
+  if (!out_.fail()) return 0;
+  KFL::setErrorMessage("failed to write output stream");
+  return -1;
+}
+
+}  // namespace detail
+
+}  // namespace KFA

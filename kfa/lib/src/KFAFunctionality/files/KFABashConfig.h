@@ -1,0 +1,217 @@
+// The one reader and the one writer of KEY="value" files, as templates over a parameter parser.
+//
+// A parameter parser knows which keys there are and turns the text of a value into a property and back:
+//
+//   int put(const std::string& key, const char* value);              reading
+//   int get(const std::string& key, std::string& value);             writing
+//   int getNext(const std::string& previous, std::string& next);     writing: each key once, then -1
+//
+// Keys are given in lower case. Nothing is shared between calls; a parser object with a getNext serves one pass. The
+// trap: a value is written between double quotes as it stands, so what a shell would not read back must be refused
+// before (KFAConfigFile does).
+#ifndef KFAFUNCTIONALITY_FILES_KFABASHCONFIG_H
+#define KFAFUNCTIONALITY_FILES_KFABASHCONFIG_H
+
+#include <cstddef>
+#include <cstring>
+#include <istream>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include <KFLCommon/KFLBashStr.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/files/KFAKeyIndex.h>
+
+namespace KFA {
+
+// Results of parameter parsers.
+inline constexpr int kParameterDone = 0;
+inline constexpr int kParameterFailed = -1;
+inline constexpr int kParameterUnknown = -1001;       // no such key
+inline constexpr int kParameterWithoutValue = -1002;  // the key is known, but there is nothing to write
+inline constexpr int kParameterNotConverted = -1003;  // the text is no value of this key
+
+// Reads the next line into *buffer, NUL-terminated and without its newline. The buffer comes from realloc (start with
+// null and a capacity of 0, release with free) and grows to exactly what the longest line needed. Returns the line's
+// length, or -1 when there was no further line; then the buffer is as it was.
+int readStringFromStream(std::istream& in, char** buffer, unsigned int* capacity);
+
+namespace detail {
+
+// The line buffer of one pass.
+class LineBuffer {
+ public:
+  LineBuffer() = default;
+  LineBuffer(const LineBuffer&) = delete;
+  LineBuffer& operator=(const LineBuffer&) = delete;
+  ~LineBuffer();
+
+  int read(std::istream& in) { return readStringFromStream(in, &text_, &capacity_); }
+  // A copy of the line that may be taken apart.
+  char* copy(std::string_view line);
+  char* text() const { return text_; }
+
+ private:
+  char* text_ = nullptr;
+  unsigned int capacity_ = 0;
+};
+
+// The lines of a stream, as getline gives them, where they stand in the stream's buffer. Each is valid until the next
+// one is asked for. While it lives the stream's position is unsettled; afterwards it is behind the last line given.
+class ConfigLines {
+ public:
+  explicit ConfigLines(std::istream& in) : in_(in) { latch(); }
+  ConfigLines(const ConfigLines&) = delete;
+  ConfigLines& operator=(const ConfigLines&) = delete;
+  ~ConfigLines() { release(); }
+
+  bool next(std::string_view& line) {
+    const void* const newline =
+        at_ == end_ ? nullptr : std::memchr(at_, '\n', static_cast<std::size_t>(end_ - at_));
+    if (newline == nullptr) return nextAcrossBuffers(line);
+    line = {at_, static_cast<std::size_t>(static_cast<const char*>(newline) - at_)};
+    at_ += line.size() + 1;
+    return true;
+  }
+
+ private:
+  void latch();
+  void release();
+  bool nextAcrossBuffers(std::string_view& line);
+
+  std::istream& in_;
+  const char* begin_ = nullptr;
+  const char* at_ = nullptr;
+  const char* end_ = nullptr;
+  std::string joined_;
+};
+
+// No line that is parsed is longer: its positions must be numbers.
+inline constexpr std::size_t kMaxLine = std::numeric_limits<int>::max() - 1;
+
+// Whether the line is blank or a comment.
+inline bool isSilent(std::string_view line) {
+  std::size_t at = 0;
+  while (at < line.size() && KFL::isBlank(line[at]))
+    ++at;
+  return at == line.size() || line[at] == '#';
+}
+
+// Says in the error text that the line is too long to be read: -1.
+int refuseLongLine();
+
+// A key as parsers are given it: the name in lower case.
+inline void assignLower(std::string& key, const char* name) {
+  constexpr std::size_t kUsual = 64;
+  char lower[kUsual];
+  std::size_t size = 0;
+  for (; size < kUsual && name[size] != '\0'; ++size)
+    lower[size] = KFL::toLower(name[size]);
+  key.assign(lower, size);
+  if (size < kUsual) return;
+  key.append(name + size);
+  KFL::toLowerInPlace(key);
+}
+
+// The keys whose lines were rewritten.
+using WrittenKeys = KFAKeyIndex<bool>;
+
+// Gathers the lines of a file, so that the stream is troubled once for many of them.
+class ConfigOutput {
+ public:
+  explicit ConfigOutput(std::ostream& out) : out_(out) {}
+
+  void beginLine(std::string_view line);
+  // Puts the quoted value in the place of the characters first..last of the line begun.
+  void replaceValue(unsigned int first, unsigned int last, const std::string& value);
+  void endLine();
+  void addAssignment(const std::string& key, const std::string& value);
+  // Hands everything over: 0, or -1 with an error text when the stream has failed.
+  int finish();
+
+ private:
+  std::ostream& out_;
+  std::string pending_;
+  std::size_t lineBegin_ = 0;
+};
+
+}  // namespace detail
+
+// Puts every assignment of the stream into the parser, in file order. What put returns does not matter: a value that
+// is not taken leaves the record as it was. 0 at the end of the stream, or -1 with an error text at the first
+// malformed line.
+template <class P>
+int parseBashLikeConfig(P& parser, std::istream& in) {
+  detail::ConfigLines lines(in);
+  detail::LineBuffer buffer;
+  std::string key;
+  for (std::string_view line; lines.next(line);) {
+    if (detail::isSilent(line)) continue;
+    if (line.size() > detail::kMaxLine) return detail::refuseLongLine();
+    char* name = nullptr;
+    char* value = nullptr;
+    const int kind = KFL::parseBashStr(buffer.copy(line), &name, &value, nullptr, nullptr);
+    if (kind == KFL::kBashMalformed) return -1;
+    if (kind != KFL::kBashAssignment) continue;
+    detail::assignLower(key, name);
+    parser.put(key, value);
+  }
+  return 0;
+}
+
+namespace detail {
+
+// Copies the existing lines, with new values where the parser has one.
+template <class G>
+void rewriteLines(G& parser, std::istream& existing, ConfigOutput& out, WrittenKeys& written) {
+  ConfigLines lines(existing);
+  LineBuffer buffer;
+  std::string key;
+  std::string value;
+  for (std::string_view line; lines.next(line); out.endLine()) {
+    out.beginLine(line);
+    if (isSilent(line) || line.size() > kMaxLine) continue;
+    char* name = nullptr;
+    char* old = nullptr;
+    unsigned int first = 0;
+    unsigned int last = 0;
+    if (KFL::parseBashStr(buffer.copy(line), &name, &old, &first, &last) != KFL::kBashAssignment) continue;
+    assignLower(key, name);
+    value.clear();
+    if (parser.get(key, value) != kParameterDone) continue;
+    out.replaceValue(first, last, value);
+    written.add(key, true);
+  }
+}
+
+}  // namespace detail
+
+// Writes what the parser has. With merge and an existing file every line of that is copied first, only the values of
+// the parser's keys replaced; keys that it lacks are appended in upper case, in the order of getNext. 0, or -1 with an
+// error text when the output stream has failed.
+template <class G>
+int serializeBashLikeConfig(G& parser, std::ostream& out, std::istream* existing, bool merge) {
+  detail::ConfigOutput output(out);
+  detail::WrittenKeys written;
+  if (merge && existing != nullptr && !existing->fail())
+    detail::rewriteLines(parser, *existing, output, written);
+  std::string previous;
+  std::string key;
+  std::string value;
+  while (parser.getNext(previous, key) == kParameterDone) {
+    value.clear();
+    if (written.find(key) == nullptr && parser.get(key, value) == kParameterDone)
+      output.addAssignment(key, value);
+    previous.swap(key);
+  }
+  return output.finish();
+}
+
+}  // namespace KFA
+
+#endif

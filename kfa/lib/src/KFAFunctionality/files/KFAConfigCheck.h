@@ -1,0 +1,39 @@
+// What is wrong with a KEY="value" file, line by line.
+//
+// Judged by the rules that also judge what is set. Nothing is printed; findings come in the order of the lines.
+#ifndef KFAFUNCTIONALITY_FILES_KFACONFIGCHECK_H
+#define KFAFUNCTIONALITY_FILES_KFACONFIGCHECK_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/files/KFAConfigRules.h>
+
+namespace KFA {
+
+struct KFAConfigFinding {
+  enum class Severity {
+    Error,    // a malformed line, a value that the key does not take
+    Warning,  // a repeated key, a line that looks like an assignment and is none, a carriage return
+    Note,     // a key that is not one of the file's
+  };
+
+  Severity severity;
+  std::size_t line;    // from 1
+  std::size_t column;  // from 1, in bytes
+  std::string text;
+  std::string lineText;  // the line without its newline
+};
+
+// "error", "warning" or "note".
+const char* toString(KFAConfigFinding::Severity severity);
+
+// All findings of a file's text.
+std::vector<KFAConfigFinding> checkConfig(const KFAConfigRules& rules, std::string_view text);
+
+}  // namespace KFA
+
+#endif

@@ -1,0 +1,363 @@
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+
+#include <locale.h>
+#include <stdlib.h>
+
+#include <cmath>
+#include <cstring>
+#include <iterator>
+
+#include <boost/make_shared.hpp>
+#include <boost/scoped_ptr.hpp>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLog.h>
+#include <KFLCommon/KFLText.h>
+#include <KFLFunctionality/KFLIPAddress.h>
+#include <KFLFunctionality/KFLInterfaceRate.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/environment/KFAVPSType.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFAFunctionality/templates/KFADistribution.h>
+#include <KFAFunctionality/templates/KFATemplate.h>
+
+namespace KFA {
+
+namespace {
+
+using Text = KFL::KFLOptionalProperty<std::string>;
+using Flag = KFL::KFLOptionalProperty<bool>;
+template <class T>
+using ListOf = KFL::KFLOptionalProperty<std::vector<T>>;
+
+constexpr const char* kQoSCategory = "qos";
+constexpr const char* kHostRoutedDevice = "venet0";
+constexpr const char* kDHCP = "dhcp";
+
+using Record = KFAEnvConfig;
+
+template <auto setter, auto getter>
+using TextKey =
+    KFABashParseString<Record, Text, setter, getter, DefaultInputConverter<Text>, FromAttrConverter<Text>>;
+
+template <auto setter, auto getter>
+using NotEmptyKey = KFABashParseStringNotEmpty<Record, Text, setter, getter>;
+
+template <auto setter, auto getter>
+using FlagKey = KFABashParseBool<Record, Flag, setter, getter>;
+
+template <auto setter, auto getter>
+using WordsKey =
+    KFABashParseStringList<Record, KFL::KFLOptionalProperty<std::set<std::string>>, setter, getter>;
+
+template <class T, auto setter, auto getter>
+using ValueKey = KFABashParseString<Record, KFL::KFLOptionalProperty<T>, setter, getter,
+                                    FromStringConverter<T>, ToStringConverter<T>>;
+
+template <class T, auto setter, auto getter, class In = FromStringConverter<T>,
+          class Out = ToStringConverter<T>, class Delimiters = spaceDelimiterProvider>
+using ListKey = KFABashParseGenericList<Record, ListOf<T>, setter, getter,
+                                        std::back_insert_iterator<std::vector<T>>, In, Out, Delimiters>;
+
+using TypeText = KFL::KFLOptionalProperty<KFAVPSType>;
+using TypeKey = KFABashParseString<Record, TypeText, &Record::setVEType, &Record::getVEType,
+                                   FromStringConverter<TypeText>, ToStringConverter<TypeText>>;
+
+template <class Parser>
+boost::shared_ptr<KFABashParse> make() {
+  return boost::make_shared<Parser>();
+}
+
+KFAEnvConfigBashParser::KeyTable makeKeyTable() {
+  using R = Record;
+  using Address = KFL::KFLIPAddress;
+  using Rate = KFL::KFLInterfaceRate;
+  return {
+      {"", boost::shared_ptr<KFABashParse>()},
+      {"ve_root", make<TextKey<&R::setVERootVar, &R::getVERootVar>>()},
+      {"ve_private", make<TextKey<&R::setVEPrivateVar, &R::getVEPrivateVar>>()},
+      {"offline_management", make<FlagKey<&R::setOfflineManagement, &R::getOfflineManagement>>()},
+      {"onboot", make<FlagKey<&R::setOnBoot, &R::getOnBoot>>()},
+      {"disabled", make<KFABashParseBool<R, bool, &R::setDisabled, &R::getDisabled>>()},
+      {"hostname", make<NotEmptyKey<&R::setHostname, &R::getHostname>>()},
+      {"ostemplate", make<ValueKey<KFATemplate, &R::setOsTemplate, &R::getOsTemplate>>()},
+      {"distribution", make<ValueKey<KFADistribution, &R::setDistribution, &R::getDistribution>>()},
+      {"nameserver",
+       make<ListKey<std::string, &R::setNameservers, &R::getNameservers, std::string, std::string>>()},
+      {"ip_address", make<ListKey<Address, &R::setAddresses, &R::getAddresses, Address>>()},
+      {"templates", make<ListKey<KFATemplate, &R::setTemplates, &R::getTemplates>>()},
+      {"netif", make<ListKey<KFANetVEth, &R::setNetVEths, &R::getNetVEths, FromStringConverter<KFANetVEth>,
+                             ToStringConverter<KFANetVEth>, semicolonDelimiterProvider>>()},
+      {"offline_service", make<WordsKey<&R::setOfflineServices, &R::getOfflineServices>>()},
+      {"roles", make<WordsKey<&R::setServerRoles, &R::getServerRoles>>()},
+      {"iptables", make<WordsKey<&R::setIPTables, &R::getIPTables>>()},
+      {"name", make<NotEmptyKey<&R::setName, &R::getName>>()},
+      {"description", make<NotEmptyKey<&R::setDescription, &R::getDescription>>()},
+      {"searchdomain", make<WordsKey<&R::setSearchDomains, &R::getSearchDomains>>()},
+      {"rate", make<ListKey<Rate, &R::setRatesList, &R::getRatesList>>()},
+      {"slmmode", make<TextKey<&R::setSLMMode, &R::getSLMMode>>()},
+      {"ve_type", make<TypeKey>()},
+      {"uuid", make<TextKey<&R::setUUID, &R::getUUID>>()},
+      {"origin_sample", make<TextKey<&R::setOriginSample, &R::getOriginSample>>()},
+      {"ratebound", make<FlagKey<&R::setRateBound, &R::getRateBound>>()},
+      {"arch", make<KFABashParseArch>()},
+      {"technologies", make<KFABashParseTechnologies>()},
+      {"platform", make<KFABashParsePlatform>()},
+  };
+}
+
+KFAKeyIndex<KFABashParse*> makeKeyIndex(const KFAEnvConfigBashParser::KeyTable& table) {
+  KFAKeyIndex<KFABashParse*> index;
+  for (const auto& [key, parser] : table)
+    index.add(key, parser.get());
+  return index;
+}
+
+const KFAEnvConfigBashParser::KeyTable keyTable = makeKeyTable();
+const KFAKeyIndex<KFABashParse*> keyIndex = makeKeyIndex(keyTable);
+const std::string technologyName(kTechnology);
+
+// A number as sscanf's %f reads it in the C locale; 0 where there is none.
+float readFloat(const char* text) {
+  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return strtof_l(text, nullptr, cLocale);
+}
+
+using ValueForm = KFAEnvConfigBashParser::ValueForm;
+
+// The limit is what stands behind the first colon, or all of it.
+int readPair(const char* text, KFL::KFLQoS& qos) {
+  const char* const colon = std::strchr(text, ':');
+  if (colon != nullptr) qos.setSoft(KFL::strToLonglong(std::string(text, colon)));
+  qos.setHard(KFL::strToLonglong(colon == nullptr ? text : colon + 1));
+  return kParameterDone;
+}
+
+int readFraction(const char* text, KFL::KFLQoS& qos) {
+  constexpr double kLimit = 9.2e18;
+  const double hundredths = readFloat(text) * 100.0;
+  if (!(std::abs(hundredths) < kLimit)) return kParameterNotConverted;
+  qos.setHard(static_cast<long long>(hundredths));
+  return kParameterDone;
+}
+
+int readQoS(const ValueForm& form, const char* text, KFL::KFLQoS& qos) {
+  if (form.kind == 2 && form.valueType == 1) return readPair(text, qos);
+  if (form.kind != 1) return kParameterNotConverted;
+  if (form.valueType == 0) return readFraction(text, qos);
+  if (form.valueType != 1) return kParameterNotConverted;
+  qos.setHard(KFL::strToLonglong(text));
+  return kParameterDone;
+}
+
+// Leaves the text alone for a kind of value that has none.
+void writeQoS(const ValueForm& form, const KFL::KFLQoS& qos, std::string& text) {
+  if (form.kind == 2 && form.valueType == 1) {
+    text.clear();
+    if (qos.getSoft().isSpecified()) text = std::to_string(qos.getSoft().getValue()) + ':';
+    text += std::to_string(qos.getHard());
+  } else if (form.kind == 1 && form.valueType == 1) {
+    text = std::to_string(qos.getHard());
+  } else if (form.kind == 1 && form.valueType == 0) {
+    text = KFL::doubleToStr(static_cast<double>(qos.getHard()) / 100.0);
+  }
+}
+
+int failWith(const char* format, const std::string& reason) {
+  KFL::setErrorMessage(format, reason.c_str());
+  return -1;
+}
+
+// The addresses of IP_ADDRESS; "dhcp" among them means that there are none yet.
+void giveAddresses(KFANetVEth& device, const std::vector<KFL::KFLIPAddress>& addresses) {
+  for (const KFL::KFLIPAddress& address : addresses) {
+    if (address.toString() != kDHCP) continue;
+    device.setDHCP(true);
+    return;
+  }
+  device.setIPAddresses(addresses);
+}
+
+bool hasDevice(const ListOf<KFANetVEth>& devices, const char* name) {
+  for (const KFANetVEth& device : devices.getValue()) {
+    if (device.getName() == name) return true;
+  }
+  return false;
+}
+
+// Adds the host-routed device that has the addresses of IP_ADDRESS.
+int completeDevices(KFAEnvConfig& record) {
+  ListOf<KFANetVEth> devices;
+  record.getNetVEths(devices);
+  if (hasDevice(devices, kHostRoutedDevice)) return 0;
+
+  KFANetVEth device;
+  device.setName(kHostRoutedDevice);
+  device.setHostRouted(true);
+  ListOf<KFL::KFLIPAddress> addresses;
+  if (record.getAddresses(addresses) != 0) {
+    return failWith("can't get ip address list:%s", KFL::getErrorMessage());
+  }
+  if (addresses.isSpecified()) giveAddresses(device, addresses.getValue());
+
+  ListOf<std::string> servers;
+  if (record.getNameservers(servers) != 0) {
+    return failWith("can't get nameserver list:%s", KFL::getErrorMessage());
+  }
+  std::vector<std::string> names = device.getNameServers();
+  for (const std::string& server : servers.getValue()) {
+    if (!server.empty()) names.push_back(server);
+  }
+  device.setNameServers(std::move(names));
+
+  devices.value().push_back(std::move(device));
+  devices.setSpecified(true);
+  if (record.setNetVEths(devices) != 0) return failWith("can't set VEth list: %s", KFL::getErrorMessage());
+  return 0;
+}
+
+}  // namespace
+
+const KFAEnvConfigBashParser::KeyTable& KFAEnvConfigBashParser::getKeyTable() {
+  return keyTable;
+}
+
+bool KFAEnvConfigBashParser::isKey(const std::string& key) const {
+  return !key.empty() && (keyIndex.find(key) != nullptr || qosForms_.find(key) != nullptr);
+}
+
+boost::shared_ptr<KFAEnvConfigBashParser> KFAEnvConfigBashParser::getInstance(
+    boost::shared_ptr<KFL::KFLVocMap> vocabulary) {
+  auto parser = boost::make_shared<KFAEnvConfigBashParser>();
+  if (parser->initQoSMap(vocabulary) == 0) return parser;
+  KFL::Log2(kModule, "KFAEnvConfigBashParser", __LINE__, __func__, __PRETTY_FUNCTION__)
+      .put(KFL::kLogError, "can't initQoSMap : %s", KFL::getErrorMessage().c_str());
+  return {};
+}
+
+int KFAEnvConfigBashParser::initQoSMap(boost::shared_ptr<KFL::KFLVocMap> vocabulary) {
+  qosMap_.clear();
+  qosForms_.clear();
+  boost::scoped_ptr<KFL::KFLVocIterator> it(vocabulary ? vocabulary->readCategory(kQoSCategory) : nullptr);
+  if (!it || it->firstParameter() != 0) {
+    KFL::setErrorMessage("can't read %s category from vocabulary", kQoSCategory);
+    return -1;
+  }
+  do {
+    std::string id;
+    if (it->getID(id) != 0) continue;
+    QoSDefinition definition;
+    definition.lowerName = KFL::toLower(id);
+    definition.upperName = KFL::toUpper(id);
+    it->getIntAttribute("value_type", definition.valueType);
+    it->getIntAttribute(KFL::kVocKind, definition.kind);
+    qosMap_.emplace(definition.lowerName, definition);
+    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType});
+  } while (it->nextParameter() == 0);
+  return 0;
+}
+
+int KFAEnvConfigBashParser::getConfig(std::istream& in, KFAEnvConfig& record) const {
+  ParameterParserPut parser(record, *this);
+  if (const int result = parseBashLikeConfig(parser, in); result != 0) return result;
+  parser.getQoSes().setSpecified(true);
+  record.setQoSes(parser.getQoSes());
+  record.setType(technologyName);
+  completeDevices(record);
+  return 0;
+}
+
+int KFAEnvConfigBashParser::putConfig(const KFAEnvConfig& record, std::ostream& out, std::istream* existing,
+                                      bool merge) const {
+  KFAEnvConfig copy(record);
+  updateIp(&copy);
+  ParameterParserGet parser(copy, *this);
+  return serializeBashLikeConfig(parser, out, existing, merge);
+}
+
+int KFAEnvConfigBashParser::diffConfig(const KFAEnvConfig& before, const KFAEnvConfig& after,
+                                       std::vector<std::pair<std::string, std::string>>& changes) const {
+  KFAEnvConfig beforeCopy(before);
+  KFAEnvConfig afterCopy(after);
+  updateIp(&beforeCopy);
+  updateIp(&afterCopy);
+  ParameterParserGet beforeParser(beforeCopy, *this);
+  ParameterParserGet afterParser(afterCopy, *this);
+  changes.reserve(qosMap_.size());
+  std::string key;
+  while (afterParser.getNext(std::string(), key) == kParameterDone) {
+    std::string afterValue;
+    if (afterParser.get(key, afterValue) != kParameterDone) continue;
+    std::string beforeValue;
+    if (beforeParser.get(key, beforeValue) != kParameterDone) beforeValue.clear();
+    if (beforeValue != afterValue) changes.emplace_back(key, afterValue);
+  }
+  return 0;
+}
+
+int KFAEnvConfigBashParser::updateIp(KFAEnvConfig* record) {
+  ListOf<KFANetVEth> devices;
+  record->getNetVEths(devices);
+  for (const KFANetVEth& device : devices.getValue()) {
+    if (!device.getHostRouted()) continue;
+    record->setAddresses(ListOf<KFL::KFLIPAddress>(device.getIPAddresses()));
+    break;
+  }
+  return 0;
+}
+
+int KFAEnvConfigBashParser::ParameterParserPut::put(const std::string& key, const char* value) {
+  if (KFABashParse* const* const fixed = keyIndex.find(key); fixed != nullptr) {
+    return *fixed != nullptr ? (**fixed)(key.c_str(), value, record_) : kParameterUnknown;
+  }
+  const ValueForm* const form = parser_.qosForms_.find(key);
+  return form != nullptr ? putQoS(key, *form, value) : kParameterUnknown;
+}
+
+int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const std::string& key, const ValueForm& form,
+                                                       const char* value) {
+  KFL::KFLQoS qos(key);
+  if (readQoS(form, value, qos) != kParameterDone) return kParameterNotConverted;
+  // The last line of a key counts.
+  std::set<KFL::KFLQoS>& qoses = qoses_.value();
+  const auto [place, isNew] = qoses.insert(qos);
+  if (!isNew) qoses.insert(qoses.erase(place), qos);
+  return kParameterDone;
+}
+
+KFAEnvConfigBashParser::ParameterParserGet::ParameterParserGet(const KFAEnvConfig& record,
+                                                               const KFAEnvConfigBashParser& parser)
+    : record_(record), parser_(parser), nextKey_(keyTable.begin()), nextQoS_(parser.qosMap_.begin()) {}
+
+int KFAEnvConfigBashParser::ParameterParserGet::get(const std::string& key, std::string& value) {
+  if (KFABashParse* const* const fixed = keyIndex.find(key); fixed != nullptr) {
+    const bool written = *fixed != nullptr && std::as_const(**fixed)(key.c_str(), record_, value) == 0;
+    return written ? kParameterDone : kParameterWithoutValue;
+  }
+  const ValueForm* const form = parser_.qosForms_.find(key);
+  if (form == nullptr) return kParameterUnknown;
+  KFL::KFLOptionalProperty<KFL::KFLQoS> qos;
+  if (record_.getQoS(key, qos) != 0 || !qos.isSpecified()) return kParameterWithoutValue;
+  writeQoS(*form, qos.getValue(), value);
+  return kParameterDone;
+}
+
+// The empty key comes first and gives way to the first resource key.
+int KFAEnvConfigBashParser::ParameterParserGet::getNext(const std::string&, std::string& next) {
+  if (nextKey_ != keyTable.end()) {
+    const std::string& key = nextKey_->first;
+    ++nextKey_;
+    if (!key.empty()) {
+      next = key;
+      return kParameterDone;
+    }
+  }
+  if (nextQoS_ == parser_.qosMap_.end()) return kParameterFailed;
+  next = nextQoS_->first;
+  ++nextQoS_;
+  return kParameterDone;
+}
+
+}  // namespace KFA

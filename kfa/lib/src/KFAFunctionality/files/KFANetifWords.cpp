@@ -1,0 +1,122 @@
+#include "KFANetifWords.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include <KFLCommon/KFLText.h>
+#include <KFLFunctionality/KFLIPAddress.h>
+
+#include "KFABashLines.h"
+
+namespace KFA {
+
+namespace {
+
+// Field name to its values: one for most, several addresses.
+using Fields = std::map<std::string, std::vector<std::string>, std::less<>>;
+
+struct Row {
+  std::string_view name;
+  std::string_view unless;  // the value that need not be written
+  enum class Kind { Text, Flag, Address, V4List, V6List } kind;
+};
+
+constexpr Row kRows[] = {
+    {"ifname", "", Row::Kind::Text},  {"network", "", Row::Kind::Text},
+    {"mac", "", Row::Kind::Text},     {"nettype", "bridged", Row::Kind::Flag},
+    {"gw", "", Row::Kind::Address},   {"gw6", "", Row::Kind::Address},
+    {"ip", "", Row::Kind::V4List},    {"dhcp", "no", Row::Kind::Flag},
+    {"dhcp6", "no", Row::Kind::Flag}, {"ip6", "", Row::Kind::V6List},
+};
+
+const Row* findRow(std::string_view name) {
+  const Row* const row =
+      std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& r) { return r.name == name; });
+  return row == std::end(kRows) ? nullptr : row;
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+  std::vector<std::string> pieces;
+  const std::string delimiter(1, separator);
+  const std::string copy(text);
+  KFL::getToken tokens(copy.c_str(), delimiter.c_str(), 0);
+  for (std::string_view piece; tokens.next(piece);)
+    pieces.emplace_back(piece);
+  return pieces;
+}
+
+std::string_view trimFront(std::string_view text) {
+  while (!text.empty() && KFL::isSpace(text.front()))
+    text.remove_prefix(1);
+  return text;
+}
+
+void addField(Fields& fields, std::string_view field) {
+  const std::size_t equals = field.find('=');
+  const std::string_view name = field.substr(0, equals);
+  const std::string_view value =
+      equals == std::string_view::npos ? std::string_view() : field.substr(equals + 1);
+  const Row* const row = equals == std::string_view::npos ? nullptr : findRow(name);
+  if (row == nullptr) {
+    fields[std::string(field)].emplace_back();
+  } else if (row->kind == Row::Kind::V4List) {
+    for (std::string& address : split(value, ':'))
+      fields[std::string(name)].push_back(std::move(address));
+  } else if (value != row->unless) {
+    fields[std::string(name)].emplace_back(value);
+  }
+}
+
+Fields fieldsOf(std::string_view entry) {
+  Fields fields;
+  while (!entry.empty()) {
+    const std::string_view field = trimFront(entry.substr(0, entry.find(',')));
+    if (field.starts_with("ip6=")) {
+      const auto at = static_cast<std::size_t>(field.data() - entry.data()) + 4;
+      std::vector<std::string> addresses = split(entry.substr(at), ',');
+      if (!addresses.empty()) fields["ip6"] = std::move(addresses);
+      break;
+    }
+    if (!field.empty()) addField(fields, field);
+    const std::size_t comma = entry.find(',');
+    entry.remove_prefix(comma == std::string_view::npos ? entry.size() : comma + 1);
+  }
+  return fields;
+}
+
+bool isSound(const Row& row, const std::string& value) {
+  const KFL::KFLIPAddress address(value);
+  switch (row.kind) {
+    case Row::Kind::Address:
+      return address.isValid();
+    case Row::Kind::V4List:
+      return address.isValid() && !address.isIPv6();
+    case Row::Kind::V6List:
+      return address.isIPv6();
+    default:
+      return true;
+  }
+}
+
+std::string describe(const std::string& name, const std::string& value) {
+  return quoteText(findRow(name) != nullptr ? name + "=" + value : name) + " is not taken";
+}
+
+}  // namespace
+
+std::string findLostNetifWord(const std::string& asked, const std::string& given) {
+  const Fields there = fieldsOf(given);
+  for (const auto& [name, values] : fieldsOf(asked)) {
+    const auto found = there.find(name);
+    if (found == there.end() || found->second != values) return describe(name, values.front());
+    const Row* const row = findRow(name);
+    for (const std::string& value : values) {
+      if (row == nullptr || !isSound(*row, value)) return describe(name, value);
+    }
+  }
+  return {};
+}
+
+}  // namespace KFA

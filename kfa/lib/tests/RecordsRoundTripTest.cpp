@@ -1,0 +1,144 @@
+// One law for every record: a filled message of it is read and written back the same. The messages are the
+// files of examples/messages; a comment in each names its record. A record without a message fails.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLRecordRegistry.h>
+
+namespace {
+
+using KFL::KFLMessage;
+using KFL::KFLMessageIterator;
+using KFL::KFLRecordType;
+namespace fs = std::filesystem;
+
+// Keeps the library loaded: without a use of it the linker leaves it out.
+[[maybe_unused]] const KFL::KFLFieldTable& (*const libraryIsUsed)() = &KFA::KFANetVEth::fields;
+
+// The record that the first comment names: its first word that is the name of one.
+const KFLRecordType* recordOf(const std::string& xml) {
+  const std::size_t begin = xml.find("<!--");
+  std::istringstream words(begin == std::string::npos ? ""
+                                                      : xml.substr(begin + 4, xml.find("-->") - begin - 4));
+  for (std::string word; words >> word;) {
+    while (!word.empty() && (word.back() == ':' || word.back() == ',' || word.back() == '.'))
+      word.pop_back();
+    if (const KFLRecordType* record = KFL::findRecordType(word)) return record;
+  }
+  return nullptr;
+}
+
+struct Example {
+  std::string file;
+  std::string xml;
+};
+
+const std::multimap<const KFLRecordType*, Example>& examples() {
+  static const auto all = [] {
+    std::multimap<const KFLRecordType*, Example> made;
+    for (const auto& entry : fs::directory_iterator(fs::path(KFA_SOURCE_DIR) / "examples/messages")) {
+      if (entry.path().extension() != ".xml") continue;
+      std::ifstream in(entry.path());
+      const std::string xml{std::istreambuf_iterator<char>(in), {}};
+      made.emplace(recordOf(xml), Example{entry.path().filename().string(), xml});
+    }
+    return made;
+  }();
+  return all;
+}
+
+// Writes an object under an element that is named as the one it was read from.
+KFLMessage written(const KFLRecordType& record, const void* object, KFLMessage& source) {
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  it.setName(source.getIterator().getName(), source.getIterator().getNamespace());
+  EXPECT_EQ(record.write(it, object), 0);
+  return message;
+}
+
+// The rows of a table that the message has no element for, base and member parts included.
+void findMissing(const KFL::KFLFieldTable& table, const KFLMessageIterator& it,
+                 std::vector<std::string>& missing) {
+  for (const KFL::KFLField& row : table.rows()) {
+    if (row.shape == KFL::KFLFieldShape::Inline && row.table != nullptr) {
+      findMissing(row.table(), it, missing);
+    } else if (!row.id.isEmpty() && !it.hasChild(row.id)) {
+      missing.push_back(row.id.number() != 0 ? std::to_string(row.id.number()) : std::string(row.id.name()));
+    }
+  }
+}
+
+TEST(RecordsRoundTrip, EveryRecordHasAMessageThatHoldsEachOfItsFields) {
+  for (const KFLRecordType* record : KFL::listRecordTypes()) {
+    SCOPED_TRACE(record->name());
+    const auto [first, last] = examples().equal_range(record);
+    EXPECT_NE(first, last) << "no message in examples/messages names this record";
+    for (auto at = first; at != last && record->table() != nullptr; ++at) {
+      KFLMessage message;
+      ASSERT_EQ(message.parse(at->second.xml), 0) << at->second.file << ": " << KFL::getErrorMessage();
+      std::vector<std::string> missing;
+      findMissing(*record->table(), message.getIterator(), missing);
+      for (const std::string& element : missing)
+        ADD_FAILURE() << at->second.file << " lacks " << element;
+    }
+  }
+}
+
+TEST(RecordsRoundTrip, ReadAndWrittenIsTheSame) {
+  for (const auto& [record, example] : examples()) {
+    SCOPED_TRACE(example.file);
+    if (record == nullptr) {
+      ADD_FAILURE() << "names no record";
+      continue;
+    }
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0) << KFL::getErrorMessage();
+    const KFLRecordType::Object object = record->create();
+    EXPECT_EQ(record->read(message.getIterator(), object.get()), 0) << KFL::getErrorMessage();
+    KFLMessage copy = written(*record, object.get(), message);
+    EXPECT_TRUE(copy.getIterator().isEqualTree(message.getIterator())) << copy.toString();
+
+    KFLMessage reread;
+    ASSERT_EQ(reread.parse(copy.toString()), 0) << KFL::getErrorMessage();
+    EXPECT_TRUE(reread.getIterator().isEqualTree(message.getIterator())) << reread.toString();
+  }
+}
+
+TEST(RecordsRoundTrip, TypeTagFindsTheRecord) {
+  for (const auto& [record, example] : examples()) {
+    if (record == nullptr || *record->typeTag() == '\0') continue;
+    SCOPED_TRACE(example.file);
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0);
+    const KFLMessageIterator it = message.getIterator();
+    const KFLRecordType* found = KFL::findRecordType(it.getTypeNamespace(), it.getTypeTag());
+    ASSERT_NE(found, nullptr);
+    EXPECT_STREQ(found->typeTag(), record->typeTag());
+  }
+}
+
+// A record that lacks everything is read without harm, whatever the result, and can be written.
+TEST(RecordsRoundTrip, EmptyElementIsHarmless) {
+  for (const KFLRecordType* record : KFL::listRecordTypes()) {
+    SCOPED_TRACE(record->name());
+    KFLMessage empty("empty");
+    const KFLRecordType::Object object = record->create();
+    record->read(empty.getIterator(), object.get());
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    EXPECT_EQ(record->write(it, object.get()), 0);
+  }
+}
+
+}  // namespace

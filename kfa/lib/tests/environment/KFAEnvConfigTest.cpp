@@ -1,0 +1,461 @@
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <random>
+#include <set>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLFunctionality/KFLEnv.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFA {
+namespace {
+
+using Text = KFLEnvConfig::Text;
+
+std::vector<std::string> names(const KFAEnvConfig& config) {
+  std::vector<std::string> all;
+  const KFLMessageIterator it = config.getIterator();
+  if (it.firstChild() != 0) return all;
+  do
+    all.emplace_back(it.getName());
+  while (it.nextSibling() == 0);
+  return all;
+}
+
+// --- Properties, one row each ------------------------------------------------------------------------------
+
+// What a row of the table asks of its property; `check` runs the whole life of it.
+struct Row {
+  const char* element;
+  std::size_t elements;  // that the value needs
+  std::function<void(const Row&)> check;
+  std::function<void(KFAEnvConfig&)> set;
+};
+
+template <class T>
+struct Accessors {
+  int (KFAEnvConfig::*get)(KFLOptionalProperty<T>&) const;
+  int (KFAEnvConfig::*set)(const KFLOptionalProperty<T>&);
+};
+
+// Compares what the values are in a message, since not all of them compare by all that they hold.
+template <class T>
+void expectSame(const T& a, const T& b) {
+  KFLMessage first;
+  KFLMessage second;
+  KFLMessageIterator toFirst = first.getIterator();
+  KFLMessageIterator toSecond = second.getIterator();
+  KFL::fields::putOne(toFirst, a, {});
+  KFL::fields::putOne(toSecond, b, {});
+  EXPECT_TRUE(toFirst.isEqualTree(toSecond));
+}
+template <class T>
+void expectSame(const std::vector<T>& a, const std::vector<T>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  for (std::size_t i = 0; i < a.size(); ++i)
+    expectSame(a[i], b[i]);
+}
+template <class T>
+void expectSame(const std::set<T>& a, const std::set<T>& b) {
+  expectSame(std::vector<T>(a.begin(), a.end()), std::vector<T>(b.begin(), b.end()));
+}
+
+template <class T>
+constexpr bool isList = requires(T value) {
+  value.clear();
+}
+&&!std::is_same_v<T, std::string>;
+
+template <class T>
+void checkLife(const Row& row, const Accessors<T>& property, const T& value) {
+  using Optional = KFLOptionalProperty<T>;
+  KFAEnvConfig config;
+  Optional got(value);
+  EXPECT_EQ((config.*property.get)(got), -1) << "without a message";
+  EXPECT_TRUE(got.isSpecified());
+  config.setVeid(1);
+  EXPECT_EQ((config.*property.get)(got), 0);
+  EXPECT_FALSE(got.isSpecified());
+
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ((config.*property.set)(value), 0);
+    got = Optional();
+    EXPECT_EQ((config.*property.get)(got), 0);
+    ASSERT_TRUE(got.isSpecified());
+    expectSame(got.getValue(), value);
+    EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(names(config), row.element)), row.elements);
+  }
+  const KFLMessageIterator it = config.getIterator();
+  ASSERT_EQ(it.findChild(row.element), 0);
+  do
+    EXPECT_EQ(it.getNamespace(), kTypesURI);
+  while (it.findNextChild(row.element) == 0);
+
+  if constexpr (isList<T>) {
+    EXPECT_EQ((config.*property.set)(T()), 0);
+    EXPECT_EQ(std::ranges::count(names(config), row.element), 1);
+    got = Optional();
+    EXPECT_EQ((config.*property.get)(got), 0);
+    EXPECT_TRUE(got.isSpecified() && got.getValue().empty());
+  }
+  EXPECT_EQ((config.*property.set)(Optional()), 0);
+  EXPECT_EQ((config.*property.get)(got), 0);
+  EXPECT_FALSE(got.isSpecified());
+  EXPECT_EQ(names(config), std::vector<std::string>{"veid"});
+}
+
+template <class T>
+Row row(const char* element, Accessors<T> property, const T& value, std::size_t elements = 1) {
+  return {element, elements, [=](const Row& self) { checkLife<T>(self, property, value); },
+          [=](KFAEnvConfig& config) { (config.*property.set)(value); }};
+}
+
+KFANetVEth device(const char* name, const char* address) {
+  KFANetVEth made;
+  made.setName(name);
+  made.addIPAddress(address);
+  return made;
+}
+
+using C = KFAEnvConfig;
+using Words = std::set<std::string>;
+
+std::vector<Row> rows() {
+  const std::string text = "text <&> \xC3\xA9";
+  const Words words{"b", "a"};
+  return {
+      row<std::string>("ve_root", {&C::getVERootVar, &C::setVERootVar}, text),
+      row<std::string>("ve_private", {&C::getVEPrivateVar, &C::setVEPrivateVar}, ""),
+      row<bool>("on_boot", {&C::getOnBoot, &C::setOnBoot}, true),
+      row<bool>("rate_bound", {&C::getRateBound, &C::setRateBound}, false),
+      row<bool>("offline_management", {&C::getOfflineManagement, &C::setOfflineManagement}, true),
+      row<std::string>("slm_mode", {&C::getSLMMode, &C::setSLMMode}, text),
+      row<bool>("is_sample", {&C::getSample, &C::setSample}, true),
+      row<std::string>("origin_sample", {&C::getOriginSample, &C::setOriginSample}, text),
+      row<bool>("allow_reboot", {&C::getAllowReboot, &C::setAllowReboot}, true),
+      row<std::string>("uuid", {&C::getUUID, &C::setUUID}, text),
+      row<int>("ts_mode", {&C::getTSMode, &C::setTSMode}, -2147483647 - 1),
+      row<Words>("iptables", {&C::getIPTables, &C::setIPTables}, words, 2),
+      row<Words>("role", {&C::getServerRoles, &C::setServerRoles}, words, 2),
+      row<Words>("offline_service", {&C::getOfflineServices, &C::setOfflineServices}, words, 2),
+      row<Words>("ts_license_server", {&C::getTSLicenseServers, &C::setTSLicenseServers}, words, 2),
+      row<std::set<KFAEnvCapability>>("capability", {&C::getCapabilities, &C::setCapabilities},
+                                      {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
+      row<KFADistribution>("distribution", {&C::getDistribution, &C::setDistribution},
+                           KFADistribution("debian", "12")),
+      row<KFATemplate>("os_template", {&C::getOsTemplate, &C::setOsTemplate}, KFATemplate("debian", "12")),
+      row<std::vector<KFATemplate>>("template", {&C::getTemplates, &C::setTemplates},
+                                    {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
+      row<std::vector<KFLIPAddress>>("wins_server", {&C::getWinsServers, &C::setWinsServers},
+                                     {"10.0.0.2", "dhcp"}, 2),
+      row<std::vector<KFLInterfaceRate>>("interface_rate", {&C::getRatesList, &C::setRatesList},
+                                         {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
+      row<std::vector<KFANetVEth>>("net_device", {&C::getNetVEths, &C::setNetVEths},
+                                   {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
+      row<KFAVPSType>("ve_type", {&C::getVEType, &C::setVEType}, KFAVPSType(KFAVPSType::kRepair, 102)),
+  };
+}
+
+TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {
+  for (const Row& row : rows()) {
+    SCOPED_TRACE(row.element);
+    row.check(row);
+  }
+}
+
+TEST(KFAEnvConfig, VeidIsMandatory) {
+  KFAEnvConfig config;
+  int veid = 7;
+  EXPECT_NE(config.getVeid(veid), 0);
+  config.setOnBoot(true);
+  EXPECT_NE(config.getVeid(veid), 0);
+  EXPECT_EQ(veid, 7);
+  config.setVeid(101);
+  config.setVeid(102);
+  EXPECT_EQ(config.getVeid(veid), 0);
+  EXPECT_EQ(veid, 102);
+  EXPECT_EQ(names(config), (std::vector<std::string>{"veid", "on_boot"}));
+}
+
+TEST(KFAEnvConfig, OneCapabilityAmongMany) {
+  using One = KFLOptionalProperty<KFAEnvCapability>;
+  KFAEnvConfig config;
+  One one(KFAEnvCapability("net_admin", true));
+  EXPECT_EQ(config.getCapability(one), -1);
+  EXPECT_EQ(config.setCapability(one), 0);
+  EXPECT_EQ(config.setCapability(One(KFAEnvCapability("chown", true))), 0);
+  EXPECT_EQ(config.setCapability(One(KFAEnvCapability("net_admin", false))), 0);
+  EXPECT_EQ(config.getCapability(one), 0);
+  ASSERT_TRUE(one.isSpecified());
+  EXPECT_FALSE(one.getValue().getValue());
+  One other(KFAEnvCapability("sys_time", true));
+  EXPECT_EQ(config.getCapability(other), 0);
+  EXPECT_FALSE(other.isSpecified());
+  EXPECT_EQ(names(config), (std::vector<std::string>{"capability", "capability"}));
+}
+
+// --- Order -------------------------------------------------------------------------------------------------
+
+TEST(KFAEnvConfig, PositionsOfTheElements) {
+  const char* const order[] = {"veid",
+                               "ve_root",
+                               "ve_private",
+                               "on_boot",
+                               "template",
+                               "disabled",
+                               "offline_management",
+                               "os_template",
+                               "distribution",
+                               "capability",
+                               "iptables",
+                               "config_customized",
+                               "class_id",
+                               "ve_type",
+                               "offline_service",
+                               "wins_server",
+                               "net_device",
+                               "ts_license_server",
+                               "ts_mode",
+                               "uuid",
+                               "allow_reboot",
+                               "rate_bound",
+                               "interface_rate",
+                               "slm_mode",
+                               "origin_sample",
+                               "is_sample",
+                               "role",
+                               "disk_list"};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&order] {
+      const KFAEnvConfig config;
+      for (int position = 0; position < 28; ++position)
+        EXPECT_EQ(config.getPositionOfTheTag(order[position]), position) << order[position];
+      for (const char* const none : {"hostname", "", "VEID", "veid "})
+        EXPECT_EQ(config.getPositionOfTheTag(none), -1) << none;
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+TEST(KFAEnvConfig, AnyOrderOfSettersGivesTheOrderOfTheElements) {
+  std::vector<std::function<void(KFAEnvConfig&)>> setters;
+  for (const Row& row : rows())
+    setters.push_back(row.set);
+  setters.emplace_back([](KFAEnvConfig& c) { c.setVeid(101); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setDisabled(true); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setClassID(1); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setConfigCustomized(true); });
+  setters.emplace_back([](KFAEnvConfig& c) {
+    const HardDisk::List::KfFS disks;
+    c.setHardDisks(&disks);
+  });
+  std::mt19937 random(3);
+  std::string first;
+  for (int round = 0; round < 30; ++round) {
+    std::ranges::shuffle(setters, random);
+    KFLMessage message;
+    ASSERT_EQ(message.parse("<c><unknown/></c>"), 0);
+    const KFLMessageIterator it = message.getIterator();
+    KFAEnvConfig config(&it, EnvConfigVirtual);
+    config.setHostname(std::string("h"));
+    for (const auto& set : setters)
+      set(config);
+    for (const auto& set : setters)
+      set(config);
+    if (first.empty()) first = message.toString();
+    EXPECT_EQ(message.toString(), first);
+  }
+  KFLMessage message;
+  ASSERT_EQ(message.parse(first), 0);
+  const KFLMessageIterator it = message.getIterator();
+  const KFAEnvConfig config(&it, EnvConfigVirtual);
+  const std::vector<std::string> order = names(config);
+  ASSERT_EQ(order.size(), 40U);
+  for (std::size_t i = 1; i + 2 < order.size(); ++i)
+    EXPECT_LE(config.getPositionOfTheTag(order[i - 1]), config.getPositionOfTheTag(order[i])) << order[i];
+  EXPECT_EQ(order[order.size() - 2], "unknown");
+  EXPECT_EQ(order.back(), "hostname");
+}
+
+// --- Paths -------------------------------------------------------------------------------------------------
+
+TEST(KFAEnvConfig, VeidIsPutIntoTexts) {
+  const struct {
+    int veid;
+    const char* text;
+    const char* expected;
+  } rows[] = {
+      {101, "$VEID/${VEID}/$VEID", "101/101/101"},
+      {101, "/srv/root/$VEID", "/srv/root/101"},
+      {0, "$VEIDx$VEID", "0x0"},
+      {-5, "a${VEID}", "a-5"},
+      {1, "$$VEIDVEID", "$1VEID"},
+      {1, "${VE$VEIDID}", "${VE1ID}"},
+      {1, "${$VEID}${VEID", "${1}${VEID"},
+      {1, "$veid $VE ID", "$veid $VE ID"},
+      {1, "", ""},
+  };
+  for (const auto& row : rows) {
+    std::string text = row.text;
+    KFAEnvConfig::veidSubstitute(row.veid, text);
+    EXPECT_EQ(text, row.expected) << row.text;
+  }
+}
+
+TEST(KFAEnvConfig, PathsNeedTheVariableAndTheVeid) {
+  KFAEnvConfig config;
+  std::string path = "kept";
+  EXPECT_EQ(config.getVERoot(path), -1);
+  config.setVERootVar(std::string("/srv/root/$VEID"));
+  EXPECT_EQ(config.getVERoot(path), -1);
+  config.setVeid(101);
+  EXPECT_EQ(config.getVEPrivate(path), -1);
+  EXPECT_EQ(path, "kept");
+  EXPECT_EQ(config.getVERoot(path), 0);
+  EXPECT_EQ(path, "/srv/root/101");
+  config.setVEPrivateVar(std::string("/p/${VEID}"));
+  EXPECT_EQ(config.getVEPrivate(path), 0);
+  EXPECT_EQ(path, "/p/101");
+}
+
+// --- Disks -------------------------------------------------------------------------------------------------
+
+namespace Disk = HardDisk::List;
+using DisksSP = boost::shared_ptr<Disk::Base>;
+
+template <class Image>
+Disk::Images<Image> images(const char* guid) {
+  Image image;
+  image.setGUID(KFLGUID(guid));
+  return Disk::Images<Image>({image, Image()});
+}
+
+const char* const kGuid = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
+
+TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
+  HardDisk::KfFS area;
+  area.setName("/srv/private/101");
+  const Disk::KfFS boundArea(area);
+  const Disk::KfFS freeArea;
+  const auto boundZloop = images<HardDisk::Zloop>(kGuid);
+  const auto freeZloop = images<HardDisk::Zloop>("");
+  const auto boundLoopback = images<HardDisk::Loopback>(kGuid);
+  const Disk::Images<HardDisk::Loopback> noImages;
+  const struct {
+    const char* what;
+    const Disk::Base* disks;
+    int result;
+  } rows[] = {
+      {"an area with a path", &boundArea, -1},
+      {"an area without", &freeArea, 0},
+      {"an image with a GUID", &boundZloop, -1},
+      {"an image without", &freeZloop, 0},
+      {"a loopback image with a GUID", &boundLoopback, -1},
+      {"no images", &noImages, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    KFAEnvConfig config;
+    DisksSP disks;
+    EXPECT_EQ(config.getHardDisks(disks), 0);
+    EXPECT_EQ(disks, nullptr);
+    ASSERT_EQ(config.setHardDisks(row.disks), 0);
+    ASSERT_EQ(config.getHardDisks(disks), 0);
+    ASSERT_NE(disks, nullptr);
+    EXPECT_EQ(typeid(*disks), typeid(*row.disks));
+
+    const KFAEnvConfig before(config);
+    EXPECT_EQ(config.setHardDisks(&freeArea), row.result);
+    EXPECT_TRUE(row.result == 0 || config.getIterator().isEqualTree(before.getIterator()));
+    EXPECT_EQ(config.setHardDisks(nullptr), row.result);
+    EXPECT_EQ(names(config).size(), row.result == 0 ? 0U : 1U);
+  }
+}
+
+struct ForeignList : Disk::Base {
+  int accept(Disk::Visitor&) const override { return 0; }
+};
+
+TEST(KFAEnvConfig, DisksWithoutAFactoryAreNotWritten) {
+  KFAEnvConfig config;
+  const ForeignList foreign;
+  EXPECT_EQ(config.setHardDisks(&foreign), -1);
+  EXPECT_TRUE(names(config).empty());
+}
+
+// --- In messages and searches ------------------------------------------------------------------------------
+
+TEST(KFAEnvConfig, TheTypeTagMakesTheClass) {
+  std::ifstream in(std::string(KFA_SOURCE_DIR) + "/examples/messages/venvconfig.xml");
+  KFLMessage message;
+  ASSERT_EQ(message.parse({std::istreambuf_iterator<char>(in), {}}), 0) << getErrorMessage();
+  boost::shared_ptr<KFLEnvConfig> made;
+  ASSERT_EQ(KFLReaderDerived<KFLEnvConfig>()(message.getIterator(), made), 0);
+  const auto config = boost::dynamic_pointer_cast<KFAEnvConfig>(made);
+  ASSERT_NE(config, nullptr);
+  EXPECT_EQ(config->getKind(), EnvConfigVirtual);
+  int veid = 0;
+  EXPECT_EQ(config->getVeid(veid), 0);
+  EXPECT_EQ(veid, 101);
+
+  KFLMessage written("venv_config");
+  KFLMessageIterator it = written.getIterator();
+  it.setName("venv_config", kTypesURI);
+  ASSERT_EQ(KFLWriterDerived<KFLEnvConfig>()(it, made), 0);
+  EXPECT_EQ(it.getTypeTag(), "venv_configType");
+  EXPECT_EQ(it.getTypeNamespace(), kTypesURI);
+  EXPECT_TRUE(it.isEqualTree(message.getIterator()));
+}
+
+TEST(KFAEnvConfig, FromAnyConfiguration) {
+  KFLVEnvConfig plain;
+  plain.setHostname(std::string("h"));
+  KFAEnvConfig config(plain);
+  config.setVeid(5);
+  EXPECT_EQ(names(config), (std::vector<std::string>{"veid", "hostname"}));
+  EXPECT_EQ(plain.getIterator().countChildren(), 1U);
+}
+
+TEST(KFAEnvConfig, SearchesByNumberAndParent) {
+  const KFLEID parent(kGuid);
+  const auto config = boost::make_shared<KFAEnvConfig>();
+  config->setVeid(101);
+  const auto make = [](const KFLEnv::VirtualConfigSP& virtualConfig, const KFLEID& of) {
+    const auto env = boost::make_shared<KFLEnv>(KFLEID(), virtualConfig, nullptr);
+    env->setParentEID(of);
+    return boost::shared_ptr<const KFLEnv>(env);
+  };
+  const auto found = make(config, parent);
+  const auto ofPlainClass = make(boost::make_shared<KFLVEnvConfig>(*config), parent);
+  const auto ofOther = make(config, KFLEID());
+  const auto nameless = make(boost::make_shared<KFAEnvConfig>(), parent);
+  const auto bare = make(nullptr, parent);
+  const KFAEnvConfig::MatchVeid byVeid;
+  const KFAEnvConfig::MatchVeidParent byBoth(parent, 101);
+  const struct {
+    boost::shared_ptr<const KFLEnv> env;
+    bool byVeid, byBoth;
+  } rows[] = {{found, true, true},      {ofPlainClass, true, true}, {ofOther, true, false},
+              {nameless, false, false}, {bare, false, false},       {nullptr, false, false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(byVeid(101, row.env), row.byVeid);
+    EXPECT_EQ(byBoth(row.env), row.byBoth);
+    EXPECT_FALSE(byVeid(102, row.env));
+  }
+}
+
+}  // namespace
+}  // namespace KFA

@@ -1,0 +1,160 @@
+#include <KFAFunctionality/environment/KFAEnv.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFLCommon/KFLLog.h>
+#include <KFLFunctionality/KFLEnvFactory.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFA {
+namespace {
+
+using Text = KFLEnvConfig::Text;
+using Addresses = KFLEnvConfig::Addresses;
+using AddressList = std::vector<KFLIPAddress>;
+
+const KFLEID kEID("6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413");
+
+// What the log receives while it lives.
+class LogCapture {
+ public:
+  LogCapture() { setLogSink(&LogCapture::take, this); }
+  ~LogCapture() { setLogSink(nullptr, nullptr); }
+  std::vector<std::string> lines;
+
+ private:
+  static void take(const LogRecord& record, void* self) {
+    static_cast<LogCapture*>(self)->lines.push_back(std::to_string(record.level) + "|" + record.module + "|" +
+                                                    record.file + "|" + std::to_string(record.line) + "|" +
+                                                    record.function + "|" + record.signature + "|" +
+                                                    std::string(record.text));
+  }
+};
+
+TEST(KFAEnv, SortKeyIsTheVeid) {
+  const auto config = boost::make_shared<KFAEnvConfig>();
+  const KFAEnv env(kEID, config);
+  LogCapture log;
+  EXPECT_EQ(env.getSortKey(), 0U);
+  EXPECT_EQ(log.lines,
+            std::vector<std::string>{"1|KFAFunctionality|KFAEnv|631|getSortKey|virtual size_t "
+                                     "KFA::KFAEnv::getSortKey() const|[getSortKey] Failed to get veid"});
+  config->setVeid(101);
+  EXPECT_EQ(env.getSortKey(), 101U);
+  EXPECT_EQ(log.lines.size(), 1U);
+  EXPECT_EQ(KFAEnv().getSortKey(), 0U);
+}
+
+// What one of the two configurations says.
+struct Says {
+  Text name, hostname;
+  int veid = 0;
+  Addresses addresses;
+};
+
+TEST(KFAEnv, TitleIsTheFirstOfItsSources) {
+  const Text none;
+  const std::string id = kEID.toString();
+  const struct {
+    Says virtualConfig, config;
+    std::string title;
+  } rows[] = {
+      {{}, {}, id},
+      {{}, {none, none, 0, AddressList{"10.0.0.2", "10.0.0.3"}}, "10.0.0.2"},
+      {{none, none, 0, AddressList{}}, {none, none, 0, AddressList{}}, id},
+      {{none, none, 0, AddressList{"10.0.0.1"}}, {none, none, 0, AddressList{"10.0.0.2"}}, "10.0.0.1"},
+      {{none, none, 101, AddressList{"10.0.0.1"}}, {}, "#101"},
+      {{none, none, -1, {}}, {}, "#-1"},
+      {{none, none, 101, {}}, {none, std::string("host"), 0, {}}, "host"},
+      {{none, std::string("vhost"), 101, {}}, {none, std::string("host"), 0, {}}, "vhost"},
+      {{none, std::string("vhost"), 101, {}}, {std::string("name"), none, 0, {}}, "name"},
+      {{std::string("vname"), none, 101, {}}, {std::string("name"), none, 0, {}}, "vname"},
+      {{std::string(), std::string("vhost"), 101, {}}, {std::string("name"), none, 0, {}}, ""},
+      {{none, std::string(), 101, {}}, {none, std::string("host"), 0, {}}, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.title);
+    const auto fill = [](auto& config, const Says& says) {
+      config.setName(says.name);
+      config.setHostname(says.hostname);
+      config.setAddresses(says.addresses);
+    };
+    const auto virtualConfig = boost::make_shared<KFAEnvConfig>();
+    const auto config = boost::make_shared<KFLEnvConfig>();
+    fill(*virtualConfig, row.virtualConfig);
+    fill(*config, row.config);
+    if (row.virtualConfig.veid != 0) virtualConfig->setVeid(row.virtualConfig.veid);
+    KFAEnv env(kEID, virtualConfig);
+    env.setConfig(config);
+    EXPECT_EQ(env.getTitle(), row.title);
+  }
+  EXPECT_EQ(KFAEnv(kEID, nullptr).getTitle(), id);
+}
+
+TEST(KFAEnv, CopyOfAnyEnvironment) {
+  const auto config = boost::make_shared<KFAEnvConfig>();
+  config->setVeid(101);
+  KFLEnv env(kEID, config, boost::make_shared<KFLEnvConfig>());
+  env.setParentEID(KFLEID("a8c0e1d2-5b7f-4936-8e4d-2c1b0f9a8d76"));
+  env.setStatus(4);
+  for (std::size_t i = 0; i < kAlertCount; ++i)
+    env.setAlertType(i, 10 + static_cast<int>(i));
+  const KFAEnv copy(env);
+  EXPECT_EQ(copy.getEID(), kEID);
+  EXPECT_EQ(copy.getParentEID(), env.getParentEID());
+  EXPECT_EQ(copy.getStatus(), 4);
+  for (std::size_t i = 0; i < kAlertCount; ++i)
+    EXPECT_EQ(copy.getAlertType(i), env.getAlertType(i));
+  EXPECT_EQ(copy.getVirtualConfig(), config);
+  EXPECT_EQ(copy.getConfig(), env.getConfig());
+  EXPECT_EQ(copy.getSortKey(), 101U);
+}
+
+TEST(KFAEnv, TheTechnologyIsRegistered) {
+  EXPECT_EQ(KFAEnv::type.str(), "kelvarium");
+  const auto factory = KFLEnvFactory::getInstance()->getFactory(KFAEnv::type);
+  ASSERT_NE(factory, nullptr);
+  EXPECT_NE(dynamic_cast<KFAEnv*>(factory->createEnv().get()), nullptr);
+
+  KFLMessage message;
+  ASSERT_EQ(message.parse("<c><veid>101</veid></c>"), 0);
+  const auto core = boost::make_shared<KFLEnvCoreBasic>();
+  core->type = KFAEnv::type;
+  core->virtualConfig = message.getIterator();
+  for (const boost::shared_ptr<KFLEnv>& env : {factory->createEnv(core), boost::make_shared<KFLEnv>(core)}) {
+    const auto config = boost::dynamic_pointer_cast<KFAEnvConfig>(env->getVirtualConfig());
+    ASSERT_NE(config, nullptr);
+    config->setOnBoot(true);
+  }
+  EXPECT_EQ(factory->createEnv(core)->getSortKey(), 101U);
+  const auto config = boost::dynamic_pointer_cast<KFAEnvConfig>(factory->createVEnvConfig(core));
+  ASSERT_NE(config, nullptr);
+  KFLOptionalProperty<bool> onBoot;
+  EXPECT_EQ(config->getOnBoot(onBoot), 0);
+  EXPECT_EQ(onBoot, KFLOptionalProperty<bool>(true)) << "all of them work on the same element";
+}
+
+TEST(KFAEnv, TheTypeTagsMakeTheClasses) {
+  KFAEnv env(kEID, boost::make_shared<KFAEnvConfig>());
+  env.setStatus(2);
+  dynamic_cast<KFAEnvConfig&>(*env.getVirtualConfig()).setVeid(101);
+  KFLMessage message("env");
+  KFLMessageIterator it = message.getIterator();
+  ASSERT_EQ(KFLWriterDerived<KFLEnv>()(it, env), 0);
+  EXPECT_EQ(it.getTypeTag(), "envType");
+  EXPECT_EQ(it.getTypeNamespace(), kTypesURI);
+
+  boost::shared_ptr<KFLEnv> read;
+  ASSERT_EQ(KFLReaderDerived<KFLEnv>()(it, read), 0);
+  ASSERT_NE(dynamic_cast<KFAEnv*>(read.get()), nullptr);
+  EXPECT_NE(dynamic_cast<KFAEnvConfig*>(read->getVirtualConfig().get()), nullptr);
+  EXPECT_EQ(read->getSortKey(), 101U);
+  EXPECT_EQ(read->getStatus(), 2);
+}
+
+}  // namespace
+}  // namespace KFA

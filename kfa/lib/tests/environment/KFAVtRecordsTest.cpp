@@ -1,0 +1,150 @@
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <KFAFunctionality/environment/KFAConnectionLinkInfo.h>
+#include <KFAFunctionality/environment/KFAEnvCapability.h>
+#include <KFAFunctionality/environment/KFARedirectService.h>
+#include <KFAFunctionality/environment/KFAVPSType.h>
+#include <KFAFunctionality/environment/KFAVtInfo.h>
+#include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFA {
+namespace {
+
+template <class Record>
+int readRecord(const std::string& content, Record& record) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse("<r>" + content + "</r>"), 0);
+  return message.getIterator().getObj(record);
+}
+
+template <class Record>
+int readNew(const std::string& content) {
+  Record record;
+  return readRecord(content, record);
+}
+
+TEST(KFAVtRecords, WhatMakesReadingFail) {
+  const std::string service = "<id>panel</id><port>1</port><address>10.0.0.1</address>";
+  const struct {
+    int (*read)(const std::string&);
+    std::string content;
+    int result;
+  } rows[] = {
+      {&readNew<KFARedirectService>, service, 0},
+      {&readNew<KFARedirectService>, "<id>panel</id><port>1</port>", -1},
+      {&readNew<KFARedirectService>, "<id>panel</id><address>10.0.0.1</address>", -1},
+      {&readNew<KFARedirectService>, "<port>1</port><address>10.0.0.1</address>", -1},
+      {&readNew<KFAEnvCapability>, "<id>a</id><value>1</value>", 0},
+      {&readNew<KFAEnvCapability>, "<id>a</id>", -1},
+      {&readNew<KFAEnvCapability>, "<value>true</value>", -1},
+      {&readNew<KFAEnvCapability>, "<id>a</id><value>yes</value>", -1},
+      {&readNew<KFAVPSType>, "<kind>4</kind>", 0},
+      {&readNew<KFAVPSType>, "<veid>4</veid>", -1},
+      {&readNew<KFAConnectionLinkInfo>, "<link>l</link>", 0},
+      {&readNew<KFAConnectionLinkInfo>, "<port>1</port><client_ip>10.0.0.1</client_ip>", -1},
+      {&readNew<KFAVtInfo>, "", 0},
+      {&readNew<KFAVtSettings>, "", 0},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(row.read(row.content), row.result) << row.content;
+}
+
+TEST(KFAVtRecords, WhatIsAbsentStaysAsItWas) {
+  KFAVPSType type(1, 77);
+  ASSERT_EQ(readRecord("<kind>4</kind>", type), 0);
+  EXPECT_EQ(type, KFAVPSType(4, 77));
+
+  KFAConnectionLinkInfo link;
+  link.setPort(5);
+  link.setClientPort(6);
+  link.setClientAddress("c");
+  ASSERT_EQ(readRecord("<link>l</link><client_port>no number</client_port>", link), 0);
+  EXPECT_EQ(link.getLink() + link.getClientAddress(), "lc");
+  EXPECT_EQ(link.getPort(), 5);
+  EXPECT_EQ(link.getClientPort(), 6);
+}
+
+TEST(KFARedirectService, FlagIsThePresenceOfItsElement) {
+  for (const bool isDefault : {false, true}) {
+    KFARedirectService service;
+    service.setAddress(KFLIPAddress("10.0.0.1"));
+    service.setDefault(isDefault);
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    ASSERT_EQ(it.putObj(service), 0);
+    EXPECT_EQ(it.hasChild("default"), isDefault);
+    KFARedirectService read;
+    read.setDefault(!isDefault);
+    ASSERT_EQ(it.getObj(read), 0);
+    EXPECT_EQ(read.getDefault(), isDefault);
+  }
+}
+
+TEST(KFAVtSettings, OfflineServicesTellEmptyFromUnspecified) {
+  using Services = KFAVtSettings::OfflineServices;
+  using List = std::vector<KFAOfflineService>;
+  const struct {
+    Services services, read;
+    bool saysNone;
+    std::size_t elements;
+  } rows[] = {
+      {Services(), Services(), false, 0},
+      {List{}, List{}, true, 0},
+      {List{{"a", true}, {"b", false}}, List{{"a", true}, {"b", true}}, false, 2},
+  };
+  for (const auto& row : rows) {
+    KFAVtSettings settings;
+    settings.setOfflineServices(row.services);
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    ASSERT_EQ(it.putObj(settings), 0);
+    EXPECT_EQ(it.hasChild("no_offline_service"), row.saysNone);
+    EXPECT_TRUE(it.hasChild("qoses"));
+    KFAVtSettings read;
+    read.setOfflineServices(List{{"stale", true}});
+    read.setValues({{"stale", "1"}});
+    ASSERT_EQ(it.getObj(read), 0);
+    EXPECT_EQ(read.getOfflineServices(), row.read);
+    EXPECT_TRUE(read.getValues().empty());
+    EXPECT_EQ(it.removeChildren("offline_service"), row.elements);
+  }
+}
+
+// Another library that knows only the base classes gets the derived objects by their tags.
+TEST(KFAVtRecords, TypeTagsMakeTheClasses) {
+  KFAVtSettings settings;
+  settings.setLockDir(std::string("/lock"));
+  settings.setTechnology(std::string("kelvarium"));
+  KFAVtInfo info;
+  info.setBuild("4.0.0-1");
+  info.setRedirectServices(std::vector<KFARedirectService>(2));
+  info.setDescription(std::string("containers"));
+
+  KFLMessage first;
+  KFLMessageIterator it = first.getIterator();
+  ASSERT_EQ(KFLWriterDerived<KFLVtSettings>()(it, settings), 0);
+  boost::shared_ptr<KFLVtSettings> readSettings;
+  ASSERT_EQ(KFLReaderDerived<KFLVtSettings>()(it, readSettings), 0);
+  const auto* const ownSettings = dynamic_cast<KFAVtSettings*>(readSettings.get());
+  ASSERT_NE(ownSettings, nullptr);
+  EXPECT_EQ(ownSettings->getLockDir(), settings.getLockDir());
+  EXPECT_EQ(ownSettings->getTechnology(), settings.getTechnology());
+
+  KFLMessage second;
+  KFLMessageIterator at = second.getIterator();
+  ASSERT_EQ(KFLWriterDerived<KFLVtInfo>()(at, info), 0);
+  boost::shared_ptr<KFLVtInfo> readInfo;
+  ASSERT_EQ(KFLReaderDerived<KFLVtInfo>()(at, readInfo), 0);
+  const auto* const ownInfo = dynamic_cast<KFAVtInfo*>(readInfo.get());
+  ASSERT_NE(ownInfo, nullptr);
+  EXPECT_EQ(ownInfo->getBuild(), "4.0.0-1");
+  EXPECT_EQ(ownInfo->getDescription(), info.getDescription());
+  EXPECT_TRUE(ownInfo->getRedirectServices().empty()) << "a service without an address cannot be read";
+  EXPECT_NE(KFLReaderDerived<KFLVtInfo>()(it, readInfo), 0) << "the tag of another registry";
+}
+
+}  // namespace
+}  // namespace KFA

@@ -1,0 +1,68 @@
+// What the tests of the file layer share: the example node, the vocabulary, a folder of their own.
+#ifndef KFA_TESTS_FILES_FILESTEST_H
+#define KFA_TESTS_FILES_FILESTEST_H
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/shared_ptr.hpp>
+
+#include <KFLFunctionality/KFLVocMap.h>
+
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+
+inline boost::shared_ptr<KFA::KFAEnvConfigBashParser> envParser() {
+  static const auto parser =
+      KFA::KFAEnvConfigBashParser::getInstance(KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml"));
+  return parser;
+}
+
+inline std::string contentOf(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+inline void makeFile(const std::filesystem::path& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+inline std::vector<std::filesystem::path> exampleFiles() {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(KFA_SOURCE_DIR "/examples/node/conf"))
+    files.push_back(entry.path());
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// A folder that goes with the test.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "kfa-files-XXXXXX").string();
+    path_ = mkdtemp(name.data());
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+
+  std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+  const std::filesystem::path& path() const { return path_; }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_))
+      names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+#endif

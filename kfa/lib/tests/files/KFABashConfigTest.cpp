@@ -1,0 +1,215 @@
+#include <KFAFunctionality/files/KFABashConfig.h>
+
+#include <cstdlib>
+#include <map>
+
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+
+#include "FilesTest.h"
+
+namespace {
+
+using Values = std::map<std::string, std::string>;
+
+// A stream that hands its text out in pieces of a few characters.
+class PieceBuffer : public std::streambuf {
+ public:
+  PieceBuffer(std::string text, std::size_t piece) : text_(std::move(text)), piece_(piece) {}
+
+ protected:
+  int_type underflow() override {
+    if (at_ == text_.size()) return traits_type::eof();
+    const std::size_t size = std::min(piece_, text_.size() - at_);
+    setg(&text_[at_], &text_[at_], &text_[at_] + size);
+    at_ += size;
+    return traits_type::to_int_type(*gptr());
+  }
+
+ private:
+  std::string text_;
+  std::size_t piece_;
+  std::size_t at_ = 0;
+};
+
+struct Lines {
+  std::vector<std::string> lines;
+  std::ios_base::iostate state;
+  bool operator==(const Lines&) const = default;
+};
+
+Lines readOurs(std::istream& in) {
+  Lines result;
+  KFA::detail::LineBuffer buffer;
+  for (int length = buffer.read(in); length >= 0; length = buffer.read(in))
+    result.lines.emplace_back(buffer.text(), static_cast<std::size_t>(length));
+  result.state = in.rdstate();
+  return result;
+}
+
+Lines readStandard(std::istream& in) {
+  Lines result;
+  for (std::string line; std::getline(in, line);)
+    result.lines.push_back(line);
+  result.state = in.rdstate();
+  return result;
+}
+
+TEST(ReadStringFromStream, GivesTheLinesAndTheStreamStateOfTheStandardReader) {
+  const std::string texts[] = {"",
+                               "\n",
+                               "a",
+                               "a\n",
+                               "a\n\nb",
+                               "a\r\nb\r",
+                               std::string("x\0y\nz", 5),
+                               std::string(300, 'q') + "\n" + std::string(20, 'r')};
+  for (const std::string& text : texts) {
+    for (const std::size_t piece : {1U, 2U, 3U, 7U, 1000U}) {
+      PieceBuffer ours(text, piece);
+      PieceBuffer standard(text, piece);
+      std::istream ourStream(&ours);
+      std::istream standardStream(&standard);
+      EXPECT_EQ(readOurs(ourStream), readStandard(standardStream)) << text << " by " << piece;
+    }
+  }
+}
+
+TEST(ReadStringFromStream, GrowsTheBufferToExactlyTheLongestLine) {
+  std::istringstream in("abc\nabcdefg\nx\n");
+  char* buffer = nullptr;
+  unsigned int capacity = 0;
+  std::vector<unsigned int> capacities;
+  while (KFA::readStringFromStream(in, &buffer, &capacity) >= 0)
+    capacities.push_back(capacity);
+  EXPECT_EQ(capacities, (std::vector<unsigned int>{4, 8, 8}));
+  EXPECT_STREQ(buffer, "x");
+  std::free(buffer);
+
+  std::istream none(nullptr);
+  buffer = nullptr;
+  EXPECT_EQ(KFA::readStringFromStream(none, &buffer, &capacity), -1);
+  EXPECT_EQ(buffer, nullptr);
+}
+
+TEST(ParseBashLikeConfig, StopsAtAMalformedLineAndKeepsWhatCameBefore) {
+  std::istringstream in("A=1\n# B=2\nOnBoot='yes'\nONBOOT=no\nNAME=\"open\nC=3\n");
+  Values values;
+  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values), -1);
+  EXPECT_EQ(values, (Values{{"a", "1"}, {"onboot", "yes"}}));
+  EXPECT_NE(KFL::getErrorMessage().find("column 6"), std::string::npos) << KFL::getErrorMessage();
+}
+
+struct RewriteRow {
+  const char* existing;
+  Values values;
+  const char* expected;
+};
+
+// Every byte around the value stays; keys that no line has come last.
+const RewriteRow kRewrites[] = {
+    {"", {}, ""},
+    {"", {{"b", "2"}, {"a", "1"}}, "A=\"1\"\nB=\"2\"\n"},
+    {"OnBoot=\"no\"\n", {{"onboot", "yes"}}, "OnBoot=\"yes\"\n"},
+    {"  export  A='x y'   # why\n", {{"a", "z"}}, "  export  A=\"z\"   # why\n"},
+    {"A=\n", {{"a", "v"}}, "A=\"v\"\n"},
+    {"A= # none\n", {{"a", "v"}}, "A=\"v\" # none\n"},
+    {"A=1; B=2\n", {{"a", "x"}}, "A=1; B=2\nA=\"x\"\n"},
+    {"A=1;\n", {{"a", "long value"}}, "A=\"long value\";\n"},
+    {"A=\"long value\" # c", {{"a", ""}}, "A=\"\" # c\n"},
+    {"A=1\nx\na=2", {{"a", "3"}}, "A=\"3\"\nx\na=\"3\"\n"},
+    {"A=\"open\nB=1\n", {{"a", "3"}, {"b", "4"}}, "A=\"open\nB=\"4\"\nA=\"3\"\n"},
+    {"A=1\r\n", {{"a", "2"}}, "A=\"2\"\n"},
+    {"Z=0\n", {{"a", "say \"hi\""}}, "Z=0\nA=\"say \"hi\"\"\n"},
+};
+
+TEST(SerializeBashLikeConfig, ReplacesValuesOnly) {
+  const auto parser = KFA::KFARawConfigBashParser::getInstance();
+  for (const RewriteRow& row : kRewrites) {
+    std::istringstream existing(row.existing);
+    std::ostringstream out;
+    EXPECT_EQ(parser->putConfig(row.values, out, &existing, true), 0);
+    EXPECT_EQ(out.str(), row.expected) << row.existing;
+  }
+}
+
+TEST(SerializeBashLikeConfig, CopiesOnlyWhenAskedToMergeAGoodStream) {
+  const auto parser = KFA::KFARawConfigBashParser::getInstance();
+  const Values values{{"a", "1"}};
+  for (const bool failed : {false, true}) {
+    std::istringstream existing("B=2\n");
+    if (failed) existing.setstate(std::ios_base::failbit);
+    std::ostringstream out;
+    EXPECT_EQ(parser->putConfig(values, out, &existing, failed), 0);
+    EXPECT_EQ(out.str(), "A=\"1\"\n");
+  }
+  std::ostringstream alone;
+  EXPECT_EQ(parser->putConfig(values, alone, nullptr, true), 0);
+  EXPECT_EQ(alone.str(), "A=\"1\"\n");
+}
+
+TEST(SerializeBashLikeConfig, SaysThatTheOutputFailed) {
+  std::ostringstream out;
+  out.setstate(std::ios_base::badbit);
+  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig({{"a", "1"}}, out, nullptr, true), -1);
+  EXPECT_EQ(KFL::getErrorMessage(), "failed to write output stream");
+}
+
+TEST(SerializeBashLikeConfig, KeepsTrackOfAnyNumberOfKeys) {
+  Values values;
+  std::string existing;
+  std::string expected;
+  for (int i = 0; i < 20000; ++i) {
+    const std::string key = "key_" + std::to_string(i);
+    values[key] = std::to_string(i);
+    existing += key + "=old\n";
+    expected += key + "=\"" + std::to_string(i) + "\"\n";
+  }
+  std::istringstream in(existing);
+  std::ostringstream out;
+  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig(values, out, &in, true), 0);
+  EXPECT_EQ(out.str(), expected);
+}
+
+// A parser whose get leaves the text alone, as for a resource of an unknown kind.
+struct UntouchedParser {
+  int get(const std::string& key, std::string& value) const {
+    if (key == "a") value = "1";
+    return 0;
+  }
+  int getNext(const std::string&, std::string&) const { return -1; }
+};
+
+TEST(SerializeBashLikeConfig, GivesNoKeyTheValueOfAnother) {
+  UntouchedParser parser;
+  std::istringstream in("A=x\nB=y\n");
+  std::ostringstream out;
+  EXPECT_EQ(KFA::serializeBashLikeConfig(parser, out, &in, true), 0);
+  EXPECT_EQ(out.str(), "A=\"1\"\nB=\"\"\n");
+}
+
+// The file read into the map and written over itself changes nothing but the quotes, and then nothing at all.
+TEST(RawConfig, RewritingAFileWithItsOwnValuesKeepsIt) {
+  const auto parser = KFA::KFARawConfigBashParser::getInstance();
+  for (const auto& path : exampleFiles()) {
+    const std::string text = contentOf(path);
+    std::string once = text;
+    for (int pass = 0; pass < 2; ++pass) {
+      Values values;
+      std::istringstream in(once);
+      ASSERT_EQ(parser->getConfig(in, values), 0) << path;
+      std::istringstream existing(once);
+      std::ostringstream out;
+      ASSERT_EQ(parser->putConfig(values, out, &existing, true), 0);
+      if (pass == 1) {
+        EXPECT_EQ(out.str(), once) << path;
+      }
+      once = out.str();
+    }
+    std::istringstream existing(text);
+    std::ostringstream copy;
+    ASSERT_EQ(parser->putConfig({}, copy, &existing, true), 0);
+    EXPECT_EQ(copy.str(), text) << path;
+  }
+}
+
+}  // namespace

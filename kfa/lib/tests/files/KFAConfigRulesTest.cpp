@@ -1,0 +1,287 @@
+#include <KFAFunctionality/files/KFAConfigRules.h>
+
+#include <map>
+
+#include <KFLCommon/KFLBashStr.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+
+#include "FilesTest.h"
+
+namespace {
+
+using KFA::KFAConfigChanges;
+
+const KFA::KFAEnvConfigRules& envRules() {
+  static const KFA::KFAEnvConfigRules rules(envParser());
+  return rules;
+}
+
+struct AcceptRow {
+  const char* key;
+  std::vector<std::string> good;
+  std::vector<std::string> bad;
+};
+
+const AcceptRow kAccepted[] = {
+    {"arch", {"x86", "i386", "x86_64", ""}, {"X86", "I386"}},
+    {"description", {"", "Köln; it's \"west\"", " spaces "}, {}},
+    {"disabled", {"yes", "no"}, {"Yes", "true", "1", ""}},
+    {"distribution", {"debian-12", "debian", "a-b-2.0", ""}, {"debian-bookworm", "debian-", "centos-x86"}},
+    {"hostname", {"", "www.example.com"}, {}},
+    {"ip_address",
+     {"", "10.0.0.1", "10.0.0.1/24 fe80::1", "dhcp", "10.0.0.1  10.0.0.2"},
+     {"ten", "10.0.0.256", "10.0.0.1,10.0.0.2"}},
+    {"iptables", {"", "b a", "a a"}, {}},
+    {"name", {"", "web"}, {}},
+    {"nameserver", {"", "1.1.1.1 2001:db8::53"}, {"ns1"}},
+    {"netif",
+     {"", "ifname=eth0", "mac=00:11:22:33:44:55,ifname=eth0", " ifname=eth0,dhcp=no; ifname=eth1",
+      "ifname=eth0,network=,mac=,nettype=bridged,gw=10.0.0.1,gw6=fe80::1,ip=10.0.0.5/"
+      "24:10.0.1.5,dhcp=no,ip6=fe80::1/64,",
+      "ifname=eth0,dhcp=yes,dhcp6=yes", "ifname=eth1,nettype=host-routed,ip=10.0.0.1",
+      "ifname=venet0,ip=10.0.0.1", "ifname=eth0,,gw=,ip="},
+     {"eth0", "ifname=eth0,speed=fast", "mac=00:11:22:33:44:55", "ifname=eth0,dhcp=", "ifname=eth0,dhcp=Yes",
+      "ifname=eth0,dhcp=no ", "ifname=eth0,nettype=host", "ifname=eth0,dhcp=yes,ip=10.0.0.1",
+      "ifname=venet0,nettype=host-routed,ip=10.0.0.1", "ifname=eth0;ifname=venet0,nettype=host-routed",
+      "ifname=eth0,ip=2001:db8::1", "ifname=eth0,ip6=fe80::1,mac=1", "ifname=eth0,ip=10.0.0.999",
+      "ifname=eth0,gw=router", "ifname=eth0,ifname=eth1", "ifname=eth0,ip6=10.0.0.1"}},
+    {"offline_management", {"yes"}, {"on"}},
+    {"offline_service", {"b a b"}, {}},
+    {"onboot", {"yes", "no"}, {"true", "YES", "yes ", ""}},
+    {"origin_sample", {"", "large"}, {}},
+    {"ostemplate", {"debian-12", "debian-12-x86_64/20240301", "a/b/1"}, {"debian/bookworm", "name/"}},
+    {"platform", {"linux", ""}, {}},
+    {"rate", {"", "eth0:1:1024 *:2:8"}, {"eth0", "eth0:1:fast"}},
+    {"ratebound", {"no"}, {"0"}},
+    {"roles", {"web cache"}, {}},
+    {"searchdomain", {"b.example a.example b.example"}, {}},
+    {"slmmode", {"all"}, {}},
+    {"technologies", {"x86_64", "ia64", "x86"}, {"x86_64 nptl", "nptl", "i386", ""}},
+    {"templates", {"", "a/1 b", "a/1\tb"}, {"a/x b"}},
+    {"uuid", {"5b0c3f0e-8a55-4d27-9b7e-0d7f4a1c9e21"}, {}},
+    {"ve_private", {"/srv/private/${VEID}"}, {}},
+    {"ve_root", {"/srv/root/$VEID", ""}, {}},
+    {"ve_type",
+     {"regular", "repair:107", "repaired:1"},
+     {"temporary", "repair", "repair:", "repair:007", "other", ""}},
+    {"numproc",
+     {"1", "1:2", "-1:9223372036854775807"},
+     {"", "plenty", "1:", ":1", "01", "+1", " 1", "1:2:3", "9223372036854775808"}},
+    {"diskgrace", {"0", "-3"}, {"1:2", "1.5", "x"}},
+    {"cpulimit", {"150", "1.5", "12.25", "-0.5"}, {"", "1.50", "12.345", "1e2", "x", "1:2"}},
+};
+
+TEST(EnvConfigRules, TakeAValueThatTheRecordGivesBack) {
+  std::size_t fixedKeys = 0;
+  for (const AcceptRow& row : kAccepted) {
+    fixedKeys += KFA::KFAEnvConfigBashParser::getKeyTable().count(row.key);
+    for (const std::string& value : row.good)
+      EXPECT_EQ(envRules().accept(row.key, value), 0)
+          << row.key << "=" << value << ": " << KFL::getErrorMessage();
+    for (const std::string& value : row.bad) {
+      EXPECT_EQ(envRules().accept(row.key, value), -1) << row.key << "=" << value;
+      const std::string text = KFL::getErrorMessage();
+      EXPECT_EQ(text.rfind(KFL::toUpper(std::string(row.key)) + ": ", 0), 0U) << text;
+      EXPECT_NE(text.find(envRules().getAcceptedForm(row.key) + " is wanted"), std::string::npos) << text;
+    }
+  }
+  EXPECT_EQ(fixedKeys, 27U);
+  EXPECT_EQ(envRules().accept("onbot", "yes"), -1);
+  EXPECT_EQ(envRules().accept("", "yes"), -1);
+}
+
+std::map<std::string, std::string> linesOf(const std::string& text) {
+  std::map<std::string, std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    lines[line.substr(0, line.find('='))] += line + "\n";
+  return lines;
+}
+
+// Every value that is taken can be set in every example file, reads back, leaves all other lines alone, and can be set
+// back; a value that cannot be read back in that file is refused.
+TEST(SetConfigValues, SetThenGetThenSetBack) {
+  int refused = 0;
+  for (const auto& path : exampleFiles()) {
+    const std::string before = contentOf(path);
+    const bool decidesArch = before.find("\nTECHNOLOGIES=") != std::string::npos;
+    for (const AcceptRow& row : kAccepted) {
+      for (const std::string& value : row.good) {
+        std::string reason;
+        const bool safe = KFL::isBashSafe(value, &reason);
+        std::string after;
+        const int result = KFA::setConfigValues(envRules(), {{row.key, value}}, {}, before, "f", after);
+        if (!safe || (row.key == std::string("arch") && decidesArch && result != 0)) {
+          EXPECT_EQ(result, -1) << row.key << "=" << value;
+          ++refused;
+          continue;
+        }
+        ASSERT_EQ(result, 0) << path << ": " << KFL::getErrorMessage();
+        EXPECT_EQ(envRules().readsBack(after, {{row.key, value}}), 0) << KFL::getErrorMessage();
+        std::istringstream in(after);
+        std::map<std::string, std::string> raw;
+        KFA::KFARawConfigBashParser::getInstance()->getConfig(in, raw);
+        EXPECT_EQ(raw[row.key], value) << path;
+        auto afterLines = linesOf(after);
+        for (const auto& [key, line] : linesOf(before)) {
+          if (KFL::toLower(key).find(row.key) != std::string::npos) continue;
+          EXPECT_EQ(afterLines[key], line) << path;
+        }
+        std::string other;
+        std::string again;
+        const KFA::KFARawConfigRules rawRules;
+        EXPECT_EQ(KFA::setConfigValues(rawRules, {{row.key, "something else"}}, {}, after, "f", other), 0);
+        EXPECT_EQ(KFA::setConfigValues(rawRules, {{row.key, value}}, {}, other, "f", again), 0);
+        EXPECT_EQ(again, after) << path;
+      }
+    }
+  }
+  EXPECT_GT(refused, 0);
+}
+
+struct SetRow {
+  const char* before;
+  KFAConfigChanges changes;
+  KFA::KFASetOptions options;
+  const char* after;  // or the beginning of the error text
+  bool refused = false;
+};
+
+const KFA::KFASetOptions kUnsafe{true, false};
+const KFA::KFASetOptions kForce{false, true};
+
+const SetRow kSets[] = {
+    {"ONBOOT=no # c\nNAME='x'", {{"OnBoot", "yes"}}, {}, "ONBOOT=\"yes\" # c\nNAME='x'\n"},
+    {"",
+     {{"ve_type", "regular"}, {"NUMPROC", "1"}, {"avnumproc", "2"}, {"ARCH", "x86"}},
+     {},
+     "AVNUMPROC=\"2\"\nARCH=\"x86\"\nVE_TYPE=\"regular\"\nNUMPROC=\"1\"\n"},
+    {"IP_ADDRESS=1.1.1.1\nNETIF='ifname=eth0,nettype=host-routed,ip=2.2.2.2'\n",
+     {{"IP_ADDRESS", "3.3.3.3"}},
+     {},
+     "IP_ADDRESS=\"3.3.3.3\"\nNETIF='ifname=eth0,nettype=host-routed,ip=2.2.2.2'\n"},
+    {"TECHNOLOGIES=x86\n", {{"ARCH", "i386"}}, {}, "TECHNOLOGIES=x86\nARCH=\"i386\"\n"},
+    {"TECHNOLOGIES=x86\n",
+     {{"ARCH", "ia64"}, {"TECHNOLOGIES", "ia64"}},
+     {},
+     "TECHNOLOGIES=\"ia64\"\nARCH=\"ia64\"\n"},
+    {"TECHNOLOGIES=x86\n",
+     {{"ARCH", "ia64"}},
+     {},
+     "f: ARCH: \"ia64\" would be read as \"x86\", since TECHNOLOGIES",
+     true},
+    {"", {{"ONBOOT", "true"}}, {}, "f: ONBOOT: \"true\" would be read as \"no\"; yes or no is wanted", true},
+    {"", {{"ONBOT", "yes"}}, {}, "f: ONBOT: not a key of an environment file", true},
+    {"", {{"ONBOOT", "yes"}, {"onboot", "no"}}, {}, "f: ONBOOT is given two values", true},
+    {"", {{"ONBOOT", "yes"}, {"onboot", "yes"}}, {}, "ONBOOT=\"yes\"\n"},
+    {"", {{"NAME", "$(reboot)"}}, {}, "f: NAME: character 1: ", true},
+    {"", {{"NAME", "a\nb"}}, kUnsafe, "f: NAME: character 2: a newline", true},
+    {"", {{"NAME", std::string("a\0b", 3)}}, kUnsafe, "f: NAME: character 2: a NUL", true},
+    {"", {{"NAME", "$(reboot)"}}, kUnsafe, "NAME=\"$(reboot)\"\n"},
+    {"A=1\nNAME=\"x\nONBOOT=no\n", {{"ONBOOT", "yes"}}, {}, "f:2:6: the double quote is not closed", true},
+    {"A=1\nNAME=\"x\nONBOOT=no\n", {{"ONBOOT", "yes"}}, kForce, "A=1\nNAME=\"x\nONBOOT=\"yes\"\n"},
+    {"echo \\\nONBOOT=no\n", {{"ONBOOT", "yes"}}, {}, "f:1:6: the next line belongs to this one", true},
+    {"cat <<EOF\nONBOOT=no\nEOF\n",
+     {{"ONBOOT", "yes"}},
+     {},
+     "f:1:9: the next line belongs to this one",
+     true},
+    {"# it's \\\nONBOOT=no\n", {{"ONBOOT", "yes"}}, {}, "# it's \\\nONBOOT=\"yes\"\n"},
+};
+
+TEST(SetConfigValues, ChangesWhatItIsGivenOrRefuses) {
+  for (const SetRow& row : kSets) {
+    std::string after = "untouched";
+    const int result = KFA::setConfigValues(envRules(), row.changes, row.options, row.before, "f", after);
+    EXPECT_EQ(result, row.refused ? -1 : 0) << row.after << "\n" << KFL::getErrorMessage();
+    EXPECT_EQ((row.refused ? KFL::getErrorMessage() : after).rfind(row.after, 0), 0U)
+        << row.after << "\n"
+        << (row.refused ? KFL::getErrorMessage() : after);
+    EXPECT_EQ(after == "untouched", row.refused);
+  }
+}
+
+TEST(SetConfigValues, TakesAnyNameAndValueInARawFile) {
+  const KFA::KFARawConfigRules rules;
+  const SetRow rows[] = {
+      {"foo=1\n", {{"FOO", "true"}, {"b_2", "x y"}, {"A", ""}}, {}, "foo=\"true\"\nA=\"\"\nB_2=\"x y\"\n"},
+      {"", {{"2A", "x"}}, {}, "f: 2A: not a name that a shell takes", true},
+      {"", {{"a-b", "x"}}, {}, "f: A-B: not a name", true},
+      {"", {{"export a", "x"}}, {}, "f: EXPORT A: not a name", true},
+      {"", {{"", "x"}}, {}, "f: : not a name", true},
+      {"", {{"uid", "0"}}, {}, "f: ", true},
+      {"", {{"groups", "0"}}, {}, "f: GROUPS: would not be read back", true},
+      {"uid=1\n", {{"UID", "0"}}, {}, "uid=\"0\"\n"},
+  };
+  for (const SetRow& row : rows) {
+    std::string after;
+    const int result = KFA::setConfigValues(rules, row.changes, row.options, row.before, "f", after);
+    EXPECT_EQ(result, row.refused ? -1 : 0) << row.after << "\n" << KFL::getErrorMessage();
+    EXPECT_EQ((row.refused ? KFL::getErrorMessage() : after).rfind(row.after, 0), 0U) << row.after;
+  }
+}
+
+struct CheckRow {
+  const char* text;
+  std::vector<std::string> findings;  // LINE:COLUMN: SEVERITY: beginning of the text
+};
+
+const CheckRow kChecks[] = {
+    {"", {}},
+    {"# c\n\nONBOOT=yes\n  export NAME='x'\n", {}},
+    {"ONBOOT=yes\n OnBoot=no\n", {"2:2: warning: ONBOOT repeats line 1"}},
+    {"DISABLED=\"true\"\n", {"1:10: error: DISABLED: \"true\" would be read as \"no\""}},
+    {"ONBOTT=yes\n", {"1:1: note: ONBOTT is not a key"}},
+    {"A=1 B=2\n", {"1:5: warning: "}},
+    {"ROLES+=x\nROLES=(a)\nROLES =a\n",
+     {"1:1: warning: +=", "2:1: warning: an array", "3:7: warning: a blank"}},
+    {"HOSTNAME=a\r\n", {"1:11: warning: a carriage return"}},
+    {"ONBOOT=yes\r\n", {"1:8: error: ONBOOT: \"yes\\x0d\" would be", "1:11: warning: a carriage return"}},
+    {"ls \\\nONBOOT=yes\n", {"1:4: warning: the next line belongs"}},
+    {"NAME=\"x\nONBOOT=yes\n", {"1:6: error: the double quote is not closed"}},
+};
+
+std::string severityAndText(const KFA::KFAConfigFinding& finding) {
+  return std::to_string(finding.line) + ":" + std::to_string(finding.column) + ": " +
+         KFA::toString(finding.severity) + ": " + finding.text;
+}
+
+TEST(CheckConfig, FindsWhatIsWrong) {
+  for (const CheckRow& row : kChecks) {
+    const auto findings = KFA::checkConfig(envRules(), row.text);
+    ASSERT_EQ(findings.size(), row.findings.size()) << row.text;
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+      EXPECT_EQ(severityAndText(findings[i]).rfind(row.findings[i], 0), 0U) << severityAndText(findings[i]);
+    }
+  }
+}
+
+// In 112.conf each line below a comment is at fault, but for the key that is only unknown; the other files are sound.
+TEST(CheckConfig, JudgesTheExampleNode) {
+  const std::string faulty = "112.conf";
+  for (const auto& path : exampleFiles()) {
+    std::size_t serious = 0;
+    std::set<std::size_t> lines;
+    const auto findings = KFA::checkConfig(envRules(), contentOf(path));
+    for (const auto& finding : findings) {
+      if (finding.severity == KFA::KFAConfigFinding::Severity::Note) continue;
+      ++serious;
+      lines.insert(finding.line);
+    }
+    if (path.filename() == faulty) {
+      EXPECT_EQ(lines, (std::set<std::size_t>{7, 10, 13, 16, 19, 22, 25, 28, 31, 34, 35, 36, 39}));
+    } else if (path.filename() != "113.conf") {
+      EXPECT_EQ(serious, 0U) << path << ": " << (findings.empty() ? "" : severityAndText(findings.front()));
+    } else {
+      EXPECT_EQ(lines.size(), 3U);
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,293 @@
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+
+#include <KFLCommon/KFLError.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
+
+#include "FilesTest.h"
+
+namespace {
+
+using KFA::KFAEnvConfig;
+using KFA::KFAEnvConfigBashParser;
+using Changes = std::vector<std::pair<std::string, std::string>>;
+
+// Reads the text, and gives what a key is then written as: "(none)" when it is not.
+std::string readBack(const std::string& text, const std::string& key) {
+  std::istringstream in(text);
+  KFAEnvConfig record;
+  EXPECT_EQ(envParser()->getConfig(in, record), 0) << text;
+  KFAEnvConfigBashParser::ParameterParserGet parser(record, *envParser());
+  std::string value;
+  const int result = parser.get(key, value);
+  if (result == KFA::kParameterWithoutValue) return "(none)";
+  return result == 0 ? value : std::to_string(result);
+}
+
+struct ValueRow {
+  const char* key;
+  const char* line;
+  const char* written;
+};
+
+const ValueRow kValues[] = {
+    // Flags: yes in any case, everything else is no.
+    {"onboot", "ONBOOT=Yes", "yes"},
+    {"onboot", "ONBOOT=1", "no"},
+    {"onboot", "ONBOOT=", "no"},
+    {"onboot", "OnBoot=yes\nONBOOT=no", "no"},
+    {"disabled", "DISABLED=yes", "yes"},
+    {"disabled", "", "(none)"},
+    // Texts.
+    {"hostname", "HOSTNAME=", "(none)"},
+    {"name", "NAME=a\nNAME=''", "(none)"},
+    {"description", "DESCRIPTION='Köln; \"west\"'", "Köln; \"west\""},
+    {"ve_root", "VE_ROOT=", ""},
+    {"ve_root", "VE_ROOT=\"/srv/$VEID/${VEID}\"", "/srv/$VEID/${VEID}"},
+    {"platform", "PLATFORM=linux", "linux"},
+    {"platform", "PLATFORM=", ""},
+    {"uuid", "", "(none)"},
+    // Templates and distributions.
+    {"ostemplate", "OSTEMPLATE=redhat-el5-x86/1.0", "redhat-el5-x86/1.0"},
+    {"ostemplate", "OSTEMPLATE=name/", "name"},
+    {"distribution", "DISTRIBUTION=debian-bookworm", "debian"},
+    {"distribution", "DISTRIBUTION=a-b-2.0", "a-b-2.0"},
+    {"templates", "TEMPLATES=' a/1  b\tc/2 '", "a/1 b c/2"},
+    {"templates", "TEMPLATES=", ""},
+    // Lists keep their order, sets do not.
+    {"ip_address", "IP_ADDRESS='10.0.0.2  10.0.0.1/24'", "10.0.0.2 10.0.0.1/24"},
+    {"nameserver", "NAMESERVER='b a'", "b a"},
+    {"searchdomain", "SEARCHDOMAIN='b a b'", "a b"},
+    {"rate", "RATE='eth0:1:1024 nonsense'", "eth0:1:1024 nonsense"},
+    // The environment type.
+    {"ve_type", "VE_TYPE=repair:101", "repair:101"},
+    {"ve_type", "VE_TYPE=repaired:7", "repaired:7"},
+    {"ve_type", "VE_TYPE=repair", "repair:0"},
+    {"ve_type", "VE_TYPE=repair:x", "repair:0"},
+    {"ve_type", "VE_TYPE=temporary", "regular"},
+    {"ve_type", "VE_TYPE=anything", "regular"},
+    // The architecture: the first one stays, unless TECHNOLOGIES names one.
+    {"arch", "ARCH=x86", "x86"},
+    {"arch", "ARCH=i386", "x86"},
+    {"arch", "ARCH=x86\nARCH=x86_64", "x86"},
+    {"arch", "TECHNOLOGIES='nptl x86_64 x86'\nARCH=ia64", "x86_64"},
+    {"arch", "ARCH=ia64\nTECHNOLOGIES=x86", "x86"},
+    {"arch", "ARCH=ia64\nTECHNOLOGIES=nptl", "ia64"},
+    {"technologies", "TECHNOLOGIES=x86_64", "(none)"},
+    // Devices: the host-routed venet0 is always there, and has no text.
+    {"netif", "", ""},
+    {"netif", "NETIF='ifname=eth0'", "ifname=eth0,network=,mac=,nettype=bridged,dhcp=no;"},
+    {"netif", "NETIF='ifname=venet0'", "ifname=venet0,network=,mac=,nettype=bridged,dhcp=no"},
+    // Resources: a pair, a number, a fraction.
+    {"numproc", "NUMPROC=100:200", "100:200"},
+    {"numproc", "NUMPROC=200", "200"},
+    {"numproc", "NUMPROC=' 7x:+8'", "7:8"},
+    {"numproc", "NUMPROC=plenty", "0"},
+    {"numproc", "NUMPROC=1:2:3", "1:2"},
+    {"numproc", "NUMPROC=1:2\nNumProc=3:4", "3:4"},
+    {"numproc", "", "(none)"},
+    {"cpuweight", "CPUWEIGHT=-5", "-5"},
+    {"cpulimit", "CPULIMIT=1.5", "1.5"},
+    {"cpulimit", "CPULIMIT=12.345", "12.34"},
+    {"cpulimit", "CPULIMIT=-0.999", "-0.99"},
+    {"cpulimit", "CPULIMIT=150", "150"},
+    {"cpulimit", "CPULIMIT=1e30", "(none)"},
+    {"cpulimit", "CPULIMIT=nan", "(none)"},
+    {"onbot", "ONBOT=yes", "-1001"},
+};
+
+TEST(EnvConfigBashParser, ConvertsValues) {
+  for (const ValueRow& row : kValues)
+    EXPECT_EQ(readBack(row.line, row.key), row.written) << row.line;
+}
+
+struct DeviceRow {
+  const char* text;
+  const char* addresses;  // of the completed venet0
+  bool dhcp;
+  const char* servers;
+};
+
+TEST(EnvConfigBashParser, CompletesTheHostRoutedDevice) {
+  const DeviceRow rows[] = {
+      {"", "", false, ""},
+      {"IP_ADDRESS='10.0.0.1 10.0.0.2/24'", "10.0.0.1 10.0.0.2/24 ", false, ""},
+      {"IP_ADDRESS=dhcp", "", true, ""},
+      {"IP_ADDRESS='10.0.0.1 dhcp'", "", true, ""},
+      {"IP_ADDRESS=10.0.0.1\nNAMESERVER='1.1.1.1 2.2.2.2'", "10.0.0.1 ", false, "1.1.1.1 2.2.2.2 "},
+      {"NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1", "10.0.0.1 ", false, ""},
+  };
+  for (const DeviceRow& row : rows) {
+    std::istringstream in(row.text);
+    KFAEnvConfig record;
+    ASSERT_EQ(envParser()->getConfig(in, record), 0);
+    KFAEnvConfig::NetVEths devices;
+    ASSERT_EQ(record.getNetVEths(devices), 0);
+    ASSERT_FALSE(devices.getValue().empty()) << row.text;
+    const KFA::KFANetVEth& device = devices.getValue().back();
+    std::string addresses;
+    for (const auto& address : device.getIPAddresses())
+      addresses += address.toString() + " ";
+    std::string servers;
+    for (const std::string& server : device.getNameServers())
+      servers += server + " ";
+    EXPECT_EQ(device.getName(), "venet0");
+    EXPECT_TRUE(device.getHostRouted());
+    EXPECT_EQ(addresses, row.addresses) << row.text;
+    EXPECT_EQ(device.getDHCP(), row.dhcp) << row.text;
+    EXPECT_EQ(servers, row.servers) << row.text;
+  }
+}
+
+TEST(EnvConfigBashParser, SetsTypeAndResourcesEvenWhenThereAreNone) {
+  std::istringstream in("# nothing\n");
+  KFAEnvConfig record;
+  ASSERT_EQ(envParser()->getConfig(in, record), 0);
+  KFAEnvConfig::Text type;
+  KFAEnvConfig::QoSes qoses;
+  EXPECT_EQ(record.getType(type), 0);
+  EXPECT_EQ(type.getValue(), "kelvarium");
+  EXPECT_EQ(record.getQoSes(qoses), 0);
+  EXPECT_TRUE(qoses.isSpecified());
+  EXPECT_TRUE(qoses.getValue().empty());
+}
+
+TEST(EnvConfigBashParser, StopsAtAMalformedLine) {
+  std::istringstream in("ONBOOT=yes\nNAME='open\nHOSTNAME=x\n");
+  KFAEnvConfig record;
+  EXPECT_EQ(envParser()->getConfig(in, record), -1);
+  KFAEnvConfig::Flag onBoot;
+  KFAEnvConfig::Text type;
+  EXPECT_EQ(record.getOnBoot(onBoot), 0);
+  EXPECT_TRUE(onBoot.isSpecified());
+  record.getType(type);
+  EXPECT_FALSE(type.isSpecified());
+}
+
+std::vector<std::string> keysOf(const KFAEnvConfigBashParser& parser) {
+  const KFAEnvConfig record;
+  KFAEnvConfigBashParser::ParameterParserGet keys(record, parser);
+  std::vector<std::string> names;
+  for (std::string key; keys.getNext("", key) == 0;)
+    names.push_back(key);
+  return names;
+}
+
+constexpr const char* kVocabulary =
+    "<vocabulary version='1'><category words='qos'>"
+    "<parameter id='Zeta' kind='1' value_type='0'/><parameter id='Alpha'/>"
+    "<parameter id='Mid' kind='1'/><parameter id='ALPHA' kind='1'/></category></vocabulary>";
+
+TEST(EnvConfigBashParser, HandsOutTheFirstResourceKeyThenTheTableThenTheOthers) {
+  const auto parser = KFAEnvConfigBashParser::getInstance(KFL::KFLVocMap::loadFromText(kVocabulary, "test"));
+  ASSERT_TRUE(parser);
+  const std::vector<std::string> expected = {"alpha",
+                                             "arch",
+                                             "description",
+                                             "disabled",
+                                             "distribution",
+                                             "hostname",
+                                             "ip_address",
+                                             "iptables",
+                                             "name",
+                                             "nameserver",
+                                             "netif",
+                                             "offline_management",
+                                             "offline_service",
+                                             "onboot",
+                                             "origin_sample",
+                                             "ostemplate",
+                                             "platform",
+                                             "rate",
+                                             "ratebound",
+                                             "roles",
+                                             "searchdomain",
+                                             "slmmode",
+                                             "technologies",
+                                             "templates",
+                                             "uuid",
+                                             "ve_private",
+                                             "ve_root",
+                                             "ve_type",
+                                             "mid",
+                                             "zeta"};
+  EXPECT_EQ(keysOf(*parser), expected);
+  EXPECT_TRUE(keysOf(KFAEnvConfigBashParser()).empty());
+  // The first definition of an id counts; what the vocabulary leaves out is a pair of integers.
+  const auto& alpha = parser->getQoSMap().at("alpha");
+  EXPECT_EQ(alpha.kind, 2);
+  EXPECT_EQ(alpha.valueType, 1);
+  EXPECT_EQ(alpha.upperName, "ALPHA");
+}
+
+TEST(EnvConfigBashParser, NeedsTheCategoryOfResources) {
+  KFAEnvConfigBashParser parser;
+  const char* vocabulary = "<vocabulary version='1'><category words='tune'/></vocabulary>";
+  EXPECT_EQ(parser.initQoSMap(KFL::KFLVocMap::loadFromText(vocabulary, "test")), -1);
+  EXPECT_EQ(KFL::getErrorMessage(), "can't read qos category from vocabulary");
+  EXPECT_FALSE(KFAEnvConfigBashParser::getInstance(boost::shared_ptr<KFL::KFLVocMap>()));
+}
+
+std::string write(const KFAEnvConfig& record, const std::string& existing) {
+  std::istringstream in(existing);
+  std::ostringstream out;
+  EXPECT_EQ(envParser()->putConfig(record, out, &in, true), 0);
+  return out.str();
+}
+
+TEST(EnvConfigBashParser, PutsTheAddressesOfTheFirstHostRoutedDeviceIntoIpAddress) {
+  std::istringstream in("IP_ADDRESS='10.0.0.1 10.0.0.2'\n");
+  KFAEnvConfig record;
+  ASSERT_EQ(envParser()->getConfig(in, record), 0);
+  EXPECT_EQ(write(record, ""), "IP_ADDRESS=\"10.0.0.1 10.0.0.2\"\nNETIF=\"\"\n");
+
+  std::istringstream routed("NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1\n");
+  KFAEnvConfig other;
+  ASSERT_EQ(envParser()->getConfig(routed, other), 0);
+  EXPECT_EQ(write(other, "IP_ADDRESS=10.0.0.1\n").substr(0, 22), "IP_ADDRESS=\"10.1.0.1\"\n");
+  // The record itself is as it was.
+  KFAEnvConfig::Addresses addresses;
+  other.getAddresses(addresses);
+  EXPECT_EQ(addresses.getValue().front().toString(), "10.0.0.1");
+}
+
+TEST(EnvConfigBashParser, TellsWhichKeysDiffer) {
+  const std::string text = contentOf(KFA_SOURCE_DIR "/examples/node/conf/110.conf");
+  const auto read = [](const std::string& content) {
+    std::istringstream in(content);
+    KFAEnvConfig record;
+    EXPECT_EQ(envParser()->getConfig(in, record), 0);
+    return record;
+  };
+  const KFAEnvConfig before = read(text);
+  Changes changes;
+  EXPECT_EQ(envParser()->diffConfig(before, before, changes), 0);
+  EXPECT_TRUE(changes.empty());
+  const KFAEnvConfig after =
+      read(text + "ONBOOT=no\nNUMPROC=1:2\nHOSTNAME=\nIP_ADDRESS=10.9.9.9\nLOADLIMIT=2.5\n");
+  EXPECT_EQ(envParser()->diffConfig(before, after, changes), 0);
+  EXPECT_EQ(
+      changes,
+      (Changes{{"ip_address", "10.9.9.9"}, {"onboot", "no"}, {"loadlimit", "2.5"}, {"numproc", "1:2"}}));
+}
+
+// Reading the whole file and writing the record over it: what is well written reads back the same, and a second pass
+// changes not a byte.
+TEST(EnvConfigBashParser, WritingARecordOverItsFileSettles) {
+  for (const auto& path : exampleFiles()) {
+    std::string text = contentOf(path);
+    for (int pass = 0; pass < 2; ++pass) {
+      std::istringstream in(text);
+      KFAEnvConfig record;
+      ASSERT_EQ(envParser()->getConfig(in, record), 0) << path;
+      const std::string written = write(record, text);
+      if (pass == 1) {
+        EXPECT_EQ(written, text) << path;
+      }
+      text = written;
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/resources/KFAEnvSampleM.h>
+
+#include "PlainText.h"
+#include "Vocabularies.h"
+
+namespace {
+
+using namespace KFA;
+
+KFLQoS qosOf(const std::string& id, std::optional<long long> soft, long long hard) {
+  KFLQoS qos(id);
+  if (soft) qos.setSoft(KFLOptionalProperty<long long>(*soft));
+  qos.setHard(hard);
+  return qos;
+}
+
+KFAEnvConfig configOf(const std::set<KFLQoS>& qoses, const std::string& mode = "") {
+  KFAEnvConfig config;
+  config.setQoSes(KFLOptionalProperty<std::set<KFLQoS>>(qoses));
+  if (!mode.empty()) config.setSLMMode(KFLOptionalProperty<std::string>(mode));
+  return config;
+}
+
+const TestParameters kParameters = {{"numproc", 2}, {"avnumproc", 2}, {"slmmemorylimit", 1}, {"weight", 1}};
+
+// The result, and "IDENTIFIER EXPRESSION COMMENT: PARAMETER..." for each record.
+std::string validate(const KFAEnvConfig& config, const std::vector<std::string>& formulas) {
+  KFAQoSValidationList list(1);
+  const int result = validateQoSes(&list, vocabularyOf(kParameters, formulas), config);
+  std::string text = std::to_string(result);
+  for (std::size_t i = 1; i < list.size(); ++i) {
+    text += "; " + std::to_string(list[i].getIdentifier()) + " " + list[i].getExpression() + " " +
+            list[i].getComment() + ":";
+    for (const std::string& name : list[i].getParameters())
+      text += " " + name;
+  }
+  return text;
+}
+
+TEST(ValidateQoSes, ConfigurationWithoutParametersIsRefused) {
+  for (const KFAEnvConfig& config : {KFAEnvConfig(), configOf({}), configOf({}, "slm")}) {
+    setErrorMessage("none");
+    EXPECT_EQ(validate(config, {"1"}), "-2");
+    EXPECT_EQ(getErrorMessage(), "invalid vocabulary");
+  }
+  EXPECT_DEATH(validateQoSes(nullptr, nullptr, configOf({qosOf("numproc", 1, 1)})),
+               "KFAFunctionality.*KFAEnvSampleM");
+}
+
+TEST(ValidateQoSes, MemoryMode) {
+  struct Row {
+    const char* mode;
+    bool hasLimit;
+    const char* expected;
+  };
+  const char* const evaluated = "0; 1 0 comment 1:";
+  const Row rows[] = {
+      {"", true, evaluated},    {"", false, evaluated},     {"slm", true, "0"}, {"SLM", true, "0"},
+      {"Slm", false, "1"},      {"all", true, "0"},         {"All", true, "0"}, {"ALL", false, evaluated},
+      {"ubc", true, evaluated}, {"slm ", false, evaluated},
+  };
+  for (const Row& row : rows) {
+    const std::set<KFLQoS> qoses = {qosOf(row.hasLimit ? "slmmemorylimit" : "weight", {}, 5)};
+    EXPECT_EQ(validate(configOf(qoses, row.mode), {"0"}), row.expected) << row.mode << " " << row.hasLimit;
+  }
+}
+
+TEST(ValidateQoSes, ValuesOfTheParameters) {
+  // Half of numproc, rounded towards zero, unless there is a value.
+  const KFAEnvConfig half = configOf({qosOf("numproc", 100, 201)});
+  EXPECT_EQ(validate(half, {"avnumproc.soft == 50 && avnumproc.hard == 100"}), "0");
+  const KFAEnvConfig negative = configOf({qosOf("numproc", -101, -1)});
+  EXPECT_EQ(validate(negative, {"avnumproc.soft + 50 == 0", "avnumproc.hard == 0"}), "0");
+  const KFAEnvConfig given = configOf({qosOf("numproc", 100, 201), qosOf("avnumproc", {}, 7)});
+  EXPECT_EQ(validate(given, {"avnumproc.soft == 7 && avnumproc.hard == 7"}), "0");
+}
+
+TEST(ValidateQoSes, RecordsOfViolatedFormulas) {
+  const KFAEnvConfig config =
+      configOf({qosOf("numproc", 300, 201), qosOf("slmmemorylimit", 9, 8), qosOf("weight", 2, 1)});
+  EXPECT_EQ(validate(config, {"numproc > 5", "avnumproc.hard < 3 && numproc.soft <= numproc.hard",
+                              "QOS <= QOS.hard"}),
+            "0; 2 avnumproc.hard < 3 && numproc.soft <= numproc.hard comment 2: numproc avnumproc; "
+            "3 QOS <= QOS.hard comment 3: slmmemorylimit; 3 QOS <= QOS.hard comment 3: weight");
+  // Whatever ends the check, the list stays as it was.
+  EXPECT_EQ(validate(configOf({qosOf("weight", 2, 1)}), {"0", "numproc"}), "-3");
+  EXPECT_EQ(validate(config, {"0", "1 / 0"}), "-1");
+  EXPECT_EQ(validate(config, {"0", "("}), "-2");
+}
+
+TEST(ValidateQoSes, RecordNeedsAllItsElements) {
+  KFAQoSValidation record;
+  record.setIdentifier(7);
+  record.setParameters({"a", "b"});
+  record.setExpression("a < b");
+  record.setComment("raise b");
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  ASSERT_EQ(it.putObj(record), 0);
+  const char* const text =
+      "<kind>7</kind><parameter>a</parameter><parameter>b</parameter>"
+      "<statement>a &lt; b</statement><remark>raise b</remark>";
+  EXPECT_NE(plainText(message).find(text), std::string::npos) << plainText(message);
+  for (const char* element : {"kind", "parameter", "statement", "remark"}) {
+    KFLMessage cut = message;
+    KFLMessageIterator at = cut.getIterator();
+    while (at.findChild(element) == 0)
+      at.removeCurrent();
+    KFAQoSValidation read;
+    EXPECT_EQ(at.getObj(read), -1) << element;
+  }
+  KFAQoSValidation read;
+  EXPECT_EQ(it.getObj(read), 0);
+  EXPECT_EQ(read.getParameters(), record.getParameters());
+}
+
+}  // namespace

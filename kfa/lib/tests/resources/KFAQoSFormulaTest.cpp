@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+
+#include <limits>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <KFAFunctionality/resources/KFAQoSFormula.h>
+
+#include "FormulaNames.h"
+
+namespace {
+
+using namespace KFA;
+
+constexpr int kLeastInt = std::numeric_limits<int>::min();
+
+// Every token of a text: names and numbers as they stand, operators as #ROW, "!" for a character that begins
+// none.
+std::string dumpTokens(const std::string& text) {
+  std::string dump;
+  const char* cursor = text.c_str();
+  while (true) {
+    KFAQVTermType term;
+    std::string word = "left alone";
+    if (get_token(&cursor, &term, word) != 0) return dump + "!" + std::to_string(cursor - text.c_str());
+    if (term.kind == KFAQVTermOperator) {
+      EXPECT_EQ(word, "left alone");
+      dump += "#" + std::to_string(term.value);
+      if (term.value != kOperatorEnd) {
+        dump += ' ';
+        continue;
+      }
+      EXPECT_EQ(cursor, text.c_str() + std::strlen(text.c_str()) + 1);
+      return dump;
+    }
+    dump += (term.kind == KFAQVTermParameter ? "n:" : "d:") + word + " ";
+  }
+}
+
+TEST(QoSFormula, Tokens) {
+  const std::pair<std::string, const char*> rows[] = {
+      {"", "#0"},
+      {" \t\n\v\f\r", "#0"},
+      {"a.soft<=b.hard", "n:a.soft #9 n:b.hard #0"},
+      {"a >= b > c", "n:a #8 n:b #10 n:c #0"},
+      {"a&gt;=b &lt;=c &gt; d&lt;e", "n:a #4 n:b #5 n:c #6 n:d #7 n:e #0"},
+      {"&&==+-*/()", "#3 #12 #13 #14 #15 #16 #1 #2 #0"},
+      {">==", "#8 !2"},
+      {"<=>", "#9 #10 #0"},
+      {"===", "#12 !2"},
+      {"dummy", "n:dummy #0"},
+      {"a1.b2..c 12.kb.3x", "n:a1.b2..c d:12.kb.3x #0"},
+      {"1a a1", "d:1a n:a1 #0"},
+      {"a_b", "n:a !1"},
+      {"a & b", "n:a !2"},
+      {"&gt", "!0"},
+      {"&lt=", "!0"},
+      {"&amp;&amp;", "!0"},
+      {"a = b", "n:a !2"},
+      {"a != b", "n:a !2"},
+      {"a || b", "n:a !2"},
+      {".5", "!0"},
+      {"\xc3\xa4", "!0"},
+      {"\xa0", "!0"},
+      {std::string("a\0b", 3), "n:a #0"},
+  };
+  for (const auto& [text, tokens] : rows)
+    EXPECT_EQ(dumpTokens(text), tokens) << text;
+}
+
+TEST(QoSFormula, PostfixForm) {
+  const FormulaNames names;
+  const std::pair<std::string, const char*> rows[] = {
+      // A bare name is the soft value; the side is found behind the last dot, in any place.
+      {"a", "a.soft"},
+      {"a.hard", "a.hard"},
+      {"a.xsofty", "a.soft"},
+      {"a.hardsoft", "a.soft"},
+      {"x.y.hard", "x.y.hard"},
+      {"QOS.hard - QOS", "QOS.hard QOS.soft -"},
+      // Priorities; equal ones from the left.
+      {"a - b - c", "a.soft b.soft - c.soft -"},
+      {"a + b * c", "a.soft b.soft c.soft * +"},
+      {"a * b + c / d - a", "a.soft b.soft * c.soft d.soft / + a.soft -"},
+      {"a < b && b > c", "a.soft b.soft < b.soft c.soft > &&"},
+      {"a < b < c == d", "a.soft b.soft < c.soft < d.soft =="},
+      {"a && b && c + d >= 1", "a.soft b.soft && c.soft d.soft + 1 >= &&"},
+      {"a &lt;= b &gt; c", "a.soft b.soft &lt;= c.soft &gt;"},
+      // Values and operators need not take turns, only leave one value.
+      {"a b +", "a.soft b.soft +"},
+      {"+ a b", "a.soft b.soft +"},
+      {"a b c + *", "a.soft b.soft c.soft * +"},
+      // A closed pair of parentheses is one operator more.
+      {"(a) b", "a.soft b.soft )"},
+      {"a (b) * c", "a.soft b.soft c.soft * )"},
+      {"a (b (c))", "a.soft b.soft c.soft ) )"},
+      {"(a + b) c * d", "a.soft b.soft + c.soft d.soft * )"},
+      // The text ends at a NUL.
+      {std::string("a\0 <=", 5), "a.soft"},
+  };
+  for (const auto& [formula, postfix] : rows)
+    EXPECT_EQ(names.compile(formula), postfix) << formula;
+}
+
+TEST(QoSFormula, TermsAreEncoded) {
+  const FormulaNames names;
+  KFAQVPolishNotation notation;
+  ASSERT_EQ(names.tune.formFormula("x.y.hard &lt;= QOS.hard + 3", notation), 0);
+  const std::vector<KFAQVTermType> terms = {{1, 105}, {4, 106}, {3, 3}, {2, 13}, {2, 5}};
+  EXPECT_EQ(notation.terms, terms);
+  EXPECT_EQ(notation.hasMultiple, 1);
+  EXPECT_EQ(notation.multipleList, &names.tune.index.find("QOS")->second.list);
+  // A second list is refused, the same one is not.
+  EXPECT_EQ(names.tune.formFormula("QOS", notation), -1);
+  KFAQVParamIDList other;
+  KFAQVPolishNotation mixed{{}, 1, &other};
+  KFAQVFormulaError error;
+  EXPECT_EQ(names.tune.formFormula("a + QOS", mixed, &error), -1);
+  EXPECT_EQ(error.offset, 4U);
+  EXPECT_NE(error.reason.find("second list"), std::string::npos) << error.reason;
+}
+
+TEST(QoSFormula, NumbersAreSinglePrecisionAndTruncated) {
+  const FormulaNames names;
+  const std::pair<const char*, int> rows[] = {
+      {"0", 0},
+      {"00012", 12},
+      {"1.5", 1},
+      {"1.", 1},
+      {"10kb", 10240},
+      {"3KB", 3072},
+      {"2mb", 2097152},
+      {"0.5MB", 524288},
+      {"1.kB", 1024},
+      {"1.1kb", 1126},
+      {"16777217", 16777216},
+      {"2147483520", 2147483520},
+      {"2147483647", kLeastInt},
+      {"9999999999", kLeastInt},
+      {"2047mb", 2146435072},
+      {"2048mb", kLeastInt},
+      {"1e39", kLeastInt},
+      {"1e3", 1000},
+      {"1e3kb", 1024000},
+      {"0x10", 16},
+      {"0x1p4", 16},
+      {"0xAmb", 10485760},
+      {"0x1b", 27},
+  };
+  for (const auto& [text, value] : rows)
+    EXPECT_EQ(names.compile(text), std::to_string(value)) << text;
+}
+
+// The value of a number token as the C library scans it; "-" when it is none.
+std::string scanNumber(const std::string& text) {
+  const int length = static_cast<int>(text.size());
+  float number = 0;
+  float multiplier = 1;
+  char suffix[3] = "";
+  int end = -1;
+  if (std::sscanf(text.c_str(), "%f%n", &number, &end) != 1 || end != length) {
+    end = -1;
+    if (std::sscanf(text.c_str(), "%f%2s%n", &number, suffix, &end) != 2 || end != length) return "-";
+    if (strcasecmp(suffix, "kb") == 0) {
+      multiplier = 1024;
+    } else if (strcasecmp(suffix, "mb") == 0) {
+      multiplier = 1048576;
+    } else {
+      return "-";
+    }
+  }
+  const float product = multiplier * number;
+  return std::to_string(product < 2147483648.0F ? static_cast<int>(product) : kLeastInt);
+}
+
+TEST(QoSFormula, NumbersAreThoseOfTheCLibrary) {
+  const FormulaNames names;
+  std::mt19937 random(1);
+  const std::string alphabet = "0123456789012345678901234567890123456789....eExXpPkKmMbBaf";
+  // Whatever the program's locale, the point is a point.
+  const bool hasComma = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
+  for (int i = 0; i < 20000; ++i) {
+    std::string text(1, alphabet[random() % 40]);
+    for (std::size_t left = random() % 10; left > 0; --left)
+      text += alphabet[random() % alphabet.size()];
+    if (random() % 4 == 0) text += random() % 2 == 0 ? "kb" : "MB";
+    if (hasComma) std::setlocale(LC_ALL, "C");
+    const std::string expected = scanNumber(text);
+    if (hasComma) std::setlocale(LC_ALL, "de_DE.UTF-8");
+    EXPECT_EQ(names.compile(text).substr(0, expected == "-" ? 1 : std::string::npos), expected) << text;
+  }
+  std::setlocale(LC_ALL, "C");
+}
+
+TEST(QoSFormula, RefusalsNameThePlace) {
+  struct Row {
+    std::string formula;
+    std::size_t offset;
+    const char* reason;
+  };
+  const Row rows[] = {
+      {"", 0, "no formula"},
+      {"  ", 2, "no formula"},
+      {"a b", 2, "'b' behind a value"},
+      {"a < 1 2", 6, "'2' behind a value"},
+      {"a +", 3, "the end behind '+'"},
+      {"< a", 0, "'<' without a value"},
+      {"a + * b", 4, "'*' without a value"},
+      {"a < = b", 4, "'=' begins no"},
+      {"a <= b & c", 7, "'&' begins no"},
+      {"a !", 2, "'!' begins no"},
+      {"-1", 0, "'-' without a value"},
+      {"a\x80", 1, "byte 0x80"},
+      {"(", 0, "'('; formulas are written without parentheses"},
+      {")", 0, "')'"},
+      {"(a)", 0, "'('"},
+      {"(a + b) * c", 0, "'('"},
+      {"a * (b + c)", 4, "'('"},
+      {"a + (", 4, "'('"},
+      {"a)", 1, "')'"},
+      {"a <= e", 5, "unknown name 'e'"},
+      {"A", 0, "unknown name 'A'"},
+      {"qos", 0, "unknown name 'qos'"},
+      {"a.", 0, ".soft or .hard"},
+      {"a.Hard", 0, ".soft or .hard"},
+      {"x.y", 0, ".soft or .hard"},
+      {"a.b.hard", 0, "unknown name 'a.b'"},
+      {"a < 10gb", 4, "'10gb' is no number"},
+      {"10k", 0, "'10k' is no number"},
+      {"10kbb", 0, "'10kbb' is no number"},
+      {"1.2.3", 0, "'1.2.3' is no number"},
+      {"0x", 0, "'0x' is no number"},
+      {"1.2kb3", 0, "'1.2kb3' is no number"},
+  };
+  const FormulaNames names;
+  for (const Row& row : rows) {
+    const std::string refusal = names.compile(row.formula);
+    EXPECT_EQ(refusal.substr(0, refusal.find(' ')), "-" + std::to_string(row.offset)) << row.formula;
+    EXPECT_NE(refusal.find(row.reason), std::string::npos) << row.formula << ": " << refusal;
+  }
+}
+
+// The conversion once more, over texts of tokens: the postfix form, empty for a refusal.
+std::string convertPlainly(const std::vector<std::string>& tokens) {
+  const auto priority = [](const std::string& text) {
+    for (const KFAQVOperator& row : KFAQVOperator::table())
+      if (row.text == text) return row.priority;
+    return -1;
+  };
+  std::vector<std::string> out, stack;
+  for (std::size_t i = 0; i <= tokens.size(); ++i) {
+    const std::string token = i < tokens.size() ? tokens[i] : "dummy";
+    if (token == "a" || token == "b") {
+      out.push_back(token + ".soft");
+    } else if (token == "(") {
+      stack.push_back(token);
+    } else {
+      while (!stack.empty() && priority(token) <= priority(stack.back())) {
+        out.push_back(stack.back());
+        stack.pop_back();
+      }
+      if (token == ")") {
+        if (stack.empty()) return "";
+        stack.pop_back();
+      }
+      stack.push_back(token);
+    }
+  }
+  int values = 0;
+  std::string text;
+  for (const std::string& term : out) {
+    if (term == "(") return "";
+    values += term.size() > 2 ? 1 : -1;
+    if (values < 1) return "";
+    text += (text.empty() ? "" : " ") + term;
+  }
+  return values == 1 ? text : "";
+}
+
+TEST(QoSFormula, AnyOrderOfTokensConvertsAsTheRulesSay) {
+  const FormulaNames names;
+  const std::vector<std::string> words = {"a", "b", "a", "b", "+", "*", "<=", "&&", "(", ")"};
+  std::mt19937 random(2);
+  int accepted = 0;
+  for (int i = 0; i < 50000; ++i) {
+    std::vector<std::string> tokens(1 + random() % 9);
+    std::string formula;
+    for (std::string& token : tokens)
+      formula += (token = words[random() % words.size()]) + " ";
+    const std::string expected = convertPlainly(tokens);
+    const std::string compiled = names.compile(formula);
+    EXPECT_EQ(compiled[0] == '-' ? "" : compiled, expected) << formula;
+    accepted += expected.empty() ? 0 : 1;
+  }
+  EXPECT_GT(accepted, 1000);
+}
+
+TEST(QoSFormula, LongFormulasTakeNoLongTime) {
+  const FormulaNames names;
+  KFAQVPolishNotation notation;
+  std::string text = "a";
+  for (int i = 0; i < 200000; ++i)
+    text += " + b";
+  EXPECT_EQ(names.tune.formFormula(text, notation), 0);
+  EXPECT_EQ(notation.terms.size(), 400001U);
+  EXPECT_EQ(names.compile(std::string(1 << 20, 'a')).substr(0, 30),
+            "-0 the unknown name '" + std::string(9, 'a'));
+  EXPECT_EQ(names.compile(std::string(1 << 20, '1')), std::to_string(kLeastInt));
+  EXPECT_EQ(names.compile(std::string(1 << 20, '(')).substr(0, 5), "-0 '(");
+}
+
+}  // namespace

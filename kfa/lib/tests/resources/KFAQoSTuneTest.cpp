@@ -1,0 +1,140 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLFunctionality/KFLVEnvConfig.h>
+
+#include <KFAFunctionality/resources/KFAQoSTune.h>
+
+#include "Vocabularies.h"
+
+namespace {
+
+using namespace KFA;
+
+class QoSTune : public testing::Test {
+ protected:
+  QoSTune() { setErrorMessage("none"); }
+
+  // The result of a check, and "IDENTIFIER: PARAMETER PARAMETER" for each failure.
+  int check(KFAQVTune& tune, const KFAQVTuneParameters& values) {
+    KFAQVFailedFormulas failures;
+    const int result = tune.checkParameters(values, failures);
+    failures_.clear();
+    for (const KFAQVTuneFailure& failure : failures) {
+      std::string& text = failures_.emplace_back(std::to_string(failure.formula->identifier) + ":");
+      for (const int id : failure.params)
+        text += " " + tune.getByIndex(id);
+    }
+    return result;
+  }
+
+  // The error text with which a vocabulary is refused.
+  std::string refusal(const KFLVocMapSP& vocabulary) {
+    KFAQVTune tune(config_, vocabulary);
+    EXPECT_EQ(check(tune, {}), -2);
+    return getErrorMessage();
+  }
+
+  KFLVEnvConfig config_;
+  std::vector<std::string> failures_;
+};
+
+TEST_F(QoSTune, IndexFollowsTheVocabulary) {
+  KFAQVTune tune(config_, vocabularyOf({{"b", 1}, {"a", 2}, {"c", 0}}, {"a <= b"}));
+  EXPECT_EQ(tune.names, std::vector<std::string>(20));
+  EXPECT_EQ(tune.count, 0);
+  ASSERT_EQ(tune.init(), 0);
+  EXPECT_EQ(tune.init(), 0);
+  EXPECT_EQ(tune.initialised, 1);
+  EXPECT_EQ(tune.count, 4);
+  EXPECT_EQ(tune.names.size(), 20U);
+  EXPECT_EQ(tune.getByIndex(1) + tune.getByIndex(2) + tune.getByIndex(3), "bac");
+  EXPECT_EQ(tune.names[4], "QOS");
+  // A missing kind counts as 1; kind 2 is left out.
+  EXPECT_EQ(tune.index.find("QOS")->second.list, KFAQVParamIDList({1, 3}));
+  EXPECT_DEATH(tune.getByIndex(4), "KFAFunctionality.*KFAQoSTune");
+  EXPECT_DEATH(tune.getByIndex(-1), "KFAFunctionality.*KFAQoSTune");
+}
+
+TEST_F(QoSTune, RefusedVocabularies) {
+  const std::string noFormulas = "can not read FORMULAE";
+  EXPECT_EQ(refusal(nullptr), "invalid vocabulary");
+  EXPECT_EQ(refusal(vocabularyOf({}, {"1"})), "can not read QOS from vocabulary");
+  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {})), noFormulas);
+  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}, {"a", 2}}, {"1"})),
+            "double index 'a' in formulas initialization");
+  EXPECT_EQ(refusal(vocabularyOf({{"QOS", 1}}, {"1"})), "double index 'QOS' in formulas initialization");
+  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {"a", "a < e"})), "can not parse formula: a < e");
+  EXPECT_EQ(refusal(vocabularyOf(manyParameters(200), {"1"})),
+            "no index for 'p99' in formulas initialization: formulas can tell 99 parameters apart");
+  EXPECT_EQ(refusal(vocabularyOf(manyParameters(99), {"1"})),
+            "no index for 'QOS' in formulas initialization: formulas can tell 99 parameters apart");
+  KFAQVTune most(config_, vocabularyOf(manyParameters(98), {"QOS.hard >= p97.hard"}));
+  EXPECT_EQ(most.init(), 0) << getErrorMessage();
+
+  KFAQVTune none(config_, nullptr);
+  KFAQVParamIDList list;
+  EXPECT_EQ(none.addQOStoIndex(list), -2);
+}
+
+TEST_F(QoSTune, FailedInitialisationIsFinal) {
+  KFAQVTune tune(config_, vocabularyOf({{"a", 1}}, {"a", "a <"}));
+  EXPECT_EQ(tune.init(), -2);
+  EXPECT_EQ(tune.formulas.size(), 1U);
+  EXPECT_EQ(tune.initialised, 0);
+  EXPECT_EQ(tune.init(), -2);
+  EXPECT_EQ(getErrorMessage(), "double index 'a' in formulas initialization");
+}
+
+TEST_F(QoSTune, IncompleteFormulasAreSkipped) {
+  KFAQVTune tune(config_,
+                 KFLVocMap::loadFromText(
+                     "<vocabulary version='1'><category words='kelvarium qos'><parameter id='a'/></category>"
+                     "<category words='kelvarium tune'>"
+                     "<parameter number='1'><expression>(</expression></parameter>"
+                     "<parameter><expression>)</expression><comment>c</comment></parameter>"
+                     "<parameter number='3'><comment>c</comment></parameter>"
+                     "<parameter number='-4'><expression>a</expression><comment>c</comment></parameter>"
+                     "</category></vocabulary>",
+                     "test"));
+  ASSERT_EQ(tune.init(), 0) << getErrorMessage();
+  ASSERT_EQ(tune.formulas.size(), 1U);
+  EXPECT_EQ(tune.formulas[0].identifier, -4);
+  EXPECT_EQ(tune.formulas[0].expression, "a");
+  EXPECT_EQ(tune.formulas[0].comment, "c");
+}
+
+TEST_F(QoSTune, FailuresHoldWhatWasRead) {
+  KFAQVTune tune(config_, vocabularyOf({{"a", 2}, {"b", 2}, {"c", 1}, {"d", 1}, {"e", 1}},
+                                       {"b.hard < a.soft", "a <= b", "QOS >= 5", "0", "QOS.hard < a && b"}));
+  EXPECT_EQ(check(tune, {{"a", {1, 2, {}}}, {"b", {3, 4, {}}}, {"c", {4, 4, {}}}, {"e", {0, 0, {}}}}), 0);
+  // The parameter without a value is left out; those of kind 2 are no part of QOS.
+  EXPECT_EQ(failures_, std::vector<std::string>({"1: a b", "3: c", "3: e", "4:", "5: a b c"}));
+  // Unknown names and QOS count for nothing; formulas without parameters still run.
+  KFAQVTune other(config_, vocabularyOf({{"a", 2}}, {"0", "1", "QOS"}));
+  EXPECT_EQ(check(other, {{"z", {1, 1, {}}}, {"QOS", {0, 0, {}}}}), 0);
+  EXPECT_EQ(failures_, std::vector<std::string>({"1:"}));
+}
+
+TEST_F(QoSTune, FirstNegativeResultEndsTheCheck) {
+  KFAQVTune tune(config_, vocabularyOf({{"a", 2}, {"b", 2}}, {"a < 0", "a / b > 1", "0"}));
+  EXPECT_EQ(check(tune, {{"a", {1, 1, {}}}}), -3);
+  EXPECT_EQ(getErrorMessage(), "parameter 'b' is absent");
+  EXPECT_EQ(failures_, std::vector<std::string>({"1: a"}));
+  EXPECT_EQ(check(tune, {{"a", {1, 1, {}}}, {"b", {0, 0, {}}}}), -1);
+  EXPECT_EQ(getErrorMessage(), "can not evaluate formula: a / b > 1: division by zero");
+  EXPECT_EQ(check(tune, {{"a", {2, 1, {}}}, {"b", {1, 0, {}}}}), 0);
+  EXPECT_EQ(failures_, std::vector<std::string>({"1: a", "3:"}));
+}
+
+TEST_F(QoSTune, DefaultVocabularyIsSound) {
+  KFAQVTune tune(config_, KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml"));
+  ASSERT_EQ(tune.init(), 0) << getErrorMessage();
+  EXPECT_GE(tune.formulas.size(), 15U);
+  EXPECT_GE(tune.count, 25);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLRecordRegistry.h>
+
+#include <KFAFunctionality/resources/KFAQuota.h>
+
+#include "PlainText.h"
+
+namespace {
+
+using namespace KFA;
+
+KFLMessage messageOf(const std::string& elements) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse("<m>" + elements + "</m>"), 0);
+  return message;
+}
+
+template <class Record>
+int read(const std::string& elements, Record& record) {
+  const KFLMessage message = messageOf(elements);
+  return message.getIterator().getObj(record);
+}
+
+const std::string kLimit = "<current>1</current><soft>2</soft><hard>3</hard>";
+const std::string kInfo = kLimit + "<count>4</count><expire>5</expire>";
+
+// Reading and writing gives the same elements in the same order.
+TEST(Quota, ElementsInTheirOrder) {
+  const std::pair<const char*, std::string> rows[] = {
+      {"KFAUGIDQuotaLimit::QuotaLimit",
+       "<current>-9223372036854775808</current><soft>2</soft><hard>3</hard>"},
+      {"KFAUGIDQuotaLimit",
+       "<id>7</id><inode_limit>" + kLimit + "</inode_limit><space_limit>" + kLimit + "</space_limit>"},
+      {"KFAUGIDQuotaGracePeriod", "<inodes>1</inodes><space>2</space>"},
+      {"KFAUGIDQuotaInfo", "<kind>1</kind>"},
+      {"KFAUGIDQuotaInfo",
+       "<kind>1</kind><ugid_limits/><grace_period><inodes>1</inodes><space>2</space></grace_period>"},
+      {"KFAUGIDQuotaInfo", "<kind>1</kind><ugid_limits><ugid_limit><id>7</id><inode_limit>" + kLimit +
+                               "</inode_limit><space_limit>" + kLimit +
+                               "</space_limit></ugid_limit></ugid_limits>"},
+      {"KFAQuotaInfo", kInfo},
+      {"KFAQuotaStats", "<disk_space>" + kInfo + "</disk_space><diks_inodes>" + kInfo +
+                            "</diks_inodes><ugids>" + kInfo + "</ugids>"},
+      {"KFAUbc", "<id>numproc</id><current>12</current>"},
+      {"KFAVeCPULoad",
+       "<user_time>1</user_time><nice_time>2</nice_time><system_time>3</system_time>"
+       "<idle_time>4</idle_time>"},
+  };
+  for (const auto& [name, elements] : rows) {
+    const KFLRecordType* const type = findRecordType(name);
+    ASSERT_NE(type, nullptr) << name;
+    const KFLRecordType::Object record = type->create();
+    EXPECT_EQ(type->read(messageOf(elements).getIterator(), record.get()), 0) << elements;
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    EXPECT_EQ(type->write(it, record.get()), 0);
+    const std::string text = plainText(message);
+    EXPECT_NE(text.find(elements), std::string::npos) << text;
+  }
+}
+
+TEST(Quota, FirstMissingElementEndsTheRead) {
+  KFAUGIDQuotaLimit limit;
+  limit.setID(1);
+  EXPECT_EQ(read("<inode_limit>" + kLimit + "</inode_limit>", limit), -1);
+  EXPECT_EQ(limit.getID(), 1);
+  // The space limit is read before the inode limit.
+  EXPECT_EQ(read("<id>7</id><inode_limit>" + kLimit + "</inode_limit>", limit), -1);
+  EXPECT_EQ(limit.getInodes().getHard(), 0);
+  EXPECT_EQ(read("<id>7</id><space_limit>" + kLimit + "</space_limit>", limit), -1);
+  EXPECT_EQ(limit.getSpace().getHard(), 3);
+
+  KFAUGIDQuotaLimit::QuotaLimit values;
+  values.setCurrent(9);
+  EXPECT_EQ(read("<soft>2</soft>", values), -1);
+  EXPECT_EQ(values.getCurrent(), 0);
+  EXPECT_EQ(values.getSoft(), 2);
+  EXPECT_EQ(read("<current>x</current><soft>2</soft><hard>3</hard>", values), 0);
+
+  KFAUGIDQuotaGracePeriod grace;
+  EXPECT_EQ(read("<space>2</space>", grace), -1);
+  KFAUbc ubc;
+  EXPECT_EQ(read("<id>numproc</id><current>many</current>", ubc), -1);
+  EXPECT_EQ(ubc.getName(), "numproc");
+  KFAVeCPULoad load;
+  EXPECT_EQ(read("<idle_time>4</idle_time>", load), -1);
+}
+
+TEST(Quota, InodeUsageStandsUnderItsOwnName) {
+  KFAQuotaStats stats;
+  const std::string around[] = {"<disk_space>" + kInfo + "</disk_space>", "<ugids>" + kInfo + "</ugids>"};
+  EXPECT_EQ(read(around[0] + "<diks_inodes>" + kInfo + "</diks_inodes>" + around[1], stats), 0);
+  EXPECT_EQ(stats.getInodes().getExpire(), 5);
+  EXPECT_EQ(read(around[0] + "<disk_inodes>" + kInfo + "</disk_inodes>" + around[1], stats), -1);
+}
+
+TEST(Quota, LimitsAndGraceAreSpecifiedWhenTheyCouldBeRead) {
+  KFAUGIDQuotaInfo info;
+  EXPECT_EQ(read("<ugid_limits/>", info), -1);
+  EXPECT_EQ(read("<kind>1</kind><ugid_limits/>", info), 0);
+  EXPECT_TRUE(info.getLimits().isSpecified());
+  EXPECT_FALSE(info.getGrace().isSpecified());
+  EXPECT_EQ(read("<kind>1</kind><ugid_limits><ugid_limit/></ugid_limits><grace_period/>", info), 0);
+  EXPECT_FALSE(info.getLimits().isSpecified());
+  EXPECT_FALSE(info.getGrace().isSpecified());
+}
+
+}  // namespace

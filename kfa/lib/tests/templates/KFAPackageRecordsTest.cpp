@@ -1,0 +1,152 @@
+// Package and template records: what they write, and what makes reading fail.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <KFAFunctionality/templates/KFAPackage.h>
+#include <KFAFunctionality/templates/KFAPackageKFTemplateStd.h>
+#include <KFAFunctionality/templates/KFATemplateConfigInfo.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace {
+
+using KFL::KFLMessage;
+
+template <class Record, class Reader = typename Record::Reader>
+int readFrom(const std::string& content, Record& record, const Reader& reader = Reader()) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse("<r>" + content + "</r>"), 0) << content;
+  return message.getIterator().getObject(record, reader);
+}
+
+template <class Record, class Writer = typename Record::Writer>
+std::vector<std::string> elementsOf(const Record& record, const Writer& writer = Writer()) {
+  KFLMessage message;
+  auto it = message.getIterator();
+  EXPECT_EQ(it.putObject(record, writer), 0);
+  std::vector<std::string> names;
+  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
+    names.emplace_back(it.getName());
+  return names;
+}
+
+using Names = std::vector<std::string>;
+
+TEST(KFATemplate, NameMustBeThere) {
+  KFA::KFATemplate what("former", "9");
+  EXPECT_EQ(readFrom("<version>1</version>", what), -1);
+  EXPECT_EQ(readFrom("<name>a</name>", what), 0);
+  EXPECT_EQ(what.getName(), "a");
+  EXPECT_EQ(elementsOf(KFA::KFATemplate()), (Names{"version", "name"}));
+}
+
+TEST(KFAPackage, NestedPackagesStandUnderTheirText) {
+  KFA::KFAPackage package;
+  EXPECT_EQ(readFrom("<package><name>b</name><version>2</version></package><package><name>a</name></package>"
+                     "<name>top</name>",
+                     package),
+            0);
+  Names keys;
+  for (const auto& [key, nested] : package.getPackages())
+    keys.push_back(key);
+  EXPECT_EQ(keys, (Names{"a", "b/2"}));
+  EXPECT_EQ(
+      readFrom("<package><version>1</version></package><installed>true</installed><name>top</name>", package),
+      0);
+  EXPECT_TRUE(package.getInstalled());
+  EXPECT_EQ(readFrom("<package><name>a</name></package>", package), -1);
+}
+
+TEST(KFAPackageVersion, FlagLetsTheVersionBeAbsent) {
+  using Version = KFA::KFAPackageVersion;
+  const struct {
+    const char* xml;
+    int plain;
+    int mayBeAbsent;
+  } rows[] = {
+      {"<package_version>1</package_version><is_standard>true</is_standard>", 0, 0},
+      {"<package_version/><is_standard>true</is_standard>", 0, 0},
+      {"<is_standard>true</is_standard>", -1, 0},
+      {"<package_version>1</package_version>", -1, 0},
+      {"<package_version>1</package_version><is_standard>maybe</is_standard>", -1, 0},
+      {"", -1, 0},
+  };
+  for (const auto& row : rows) {
+    Version version;
+    EXPECT_EQ(readFrom(row.xml, version, Version::Reader()), row.plain) << row.xml;
+    EXPECT_EQ(readFrom(row.xml, version, Version::Reader(true)), row.mayBeAbsent) << row.xml;
+  }
+  EXPECT_EQ(elementsOf(Version()), (Names{"package_version", "is_standard", "is_cached", "dependencies"}));
+  EXPECT_EQ(elementsOf(Version(), Version::Writer(true)),
+            (Names{"is_standard", "is_cached", "dependencies"}));
+}
+
+TEST(KFAPackageInfo, EverythingMustBeThere) {
+  const std::string parts[] = {
+      "<name>n</name>", "<description>d</description>", "<kind>k</kind>",
+      "<version><package_version>1</package_version><is_standard>true</is_standard></version>"};
+  KFA::KFAPackageInfo info;
+  std::string all;
+  for (const std::string& part : parts) {
+    EXPECT_EQ(readFrom(all, info), -1) << all;
+    all += part;
+  }
+  EXPECT_EQ(readFrom(all, info), 0);
+  EXPECT_EQ(info.getVersion().getVersion(), "1");
+}
+
+TEST(KFATemplateConfigInfo, WhatMustBeThere) {
+  const std::string version = "<package_version>1</package_version><is_standard>true</is_standard>";
+  const std::string names = "<name>n</name><base_template>b</base_template>";
+  const struct {
+    std::string xml;
+    int result;
+  } rows[] = {
+      {version + names, 0},
+      {names, -1},
+      {version + "<name>n</name>", -1},
+      {version + "<base_template>b</base_template>", -1},
+      {version + names + "<option><entry>e</entry></option>", 0},
+      {version + names + "<item><name>half</name></item>", -1},
+  };
+  for (const auto& row : rows) {
+    KFA::KFATemplateConfigInfo info;
+    EXPECT_EQ(readFrom(row.xml, info), row.result) << row.xml;
+  }
+  EXPECT_EQ(elementsOf(KFA::KFATemplateConfigInfo()),
+            (Names{"is_standard", "is_cached", "dependencies", "name", "base_template"}));
+}
+
+TEST(KFAPackageKFTemplate, BaseMustBeReadAndTechnologiesAreReplaced) {
+  KFA::KFAPackageKFTemplateStd record;
+  record.setTechnologyList({"former"});
+  EXPECT_EQ(readFrom("<is_standard>true</is_standard>", record), -1);
+  EXPECT_EQ(readFrom("<name>n</name>", record), 0);
+  EXPECT_TRUE(record.getTechnologyList().empty());
+  EXPECT_EQ(elementsOf(KFA::KFAPackageKFTemplate()),
+            (Names{"name", "architecture", "kind", "os_template", "is_cached", "uptodate"}));
+}
+
+// The most derived class names the type; its elements and the base's keep their own namespaces.
+TEST(KFAPackageKFTemplate, NamespacesOfDerivedAndBase) {
+  KFLMessage message;
+  auto it = message.getIterator();
+  const KFA::KFAPackageKFTemplateStd record;
+  ASSERT_EQ(
+      it.putObject(static_cast<const KFL::KFLPackage&>(record), KFL::KFLWriterDerived<KFL::KFLPackage>()), 0);
+  EXPECT_EQ(it.getTypeTag(), "package_std_kftemplateType");
+  EXPECT_EQ(it.getTypeNamespace(), KFA::kTypesURI);
+  const struct {
+    const char* name;
+    const char* uri;
+  } rows[] = {
+      {"name", KFL::kTypesNamespaceURI}, {"uptodate", KFA::kTypesURI}, {"is_standard", KFA::kTypesURI}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(it.findChild(row.name), 0) << row.name;
+    EXPECT_EQ(it.getNamespace(), row.uri) << row.name;
+    it.leaveChild();
+  }
+}
+
+}  // namespace
