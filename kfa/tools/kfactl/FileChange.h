@@ -1,0 +1,47 @@
+// What the `set` commands share: their options, and a change of a file that is shown, written elsewhere, or made.
+#ifndef KFACTL_FILECHANGE_H
+#define KFACTL_FILECHANGE_H
+
+#include <functional>
+#include <string>
+
+#include <KFAFunctionality/files/KFAConfigFile.h>
+
+namespace CLI {
+class App;
+}
+
+namespace kfactl {
+
+class Session;
+
+class FileChange {
+ public:
+  // The new text of a file, whose name is for messages; failures are thrown.
+  using Edit = std::function<std::string(const std::string& name, const std::string& before)>;
+
+  void declare(CLI::App& app);
+  // --output alone, for commands that make a file.
+  void declareOutput(CLI::App& app);
+
+  const KFA::KFASetOptions& options() const { return options_; }
+
+  // Changes the file at `path` as the options say. "-" is read from standard input and written to standard output.
+  void apply(Session& session, const std::string& path, const Edit& edit) const;
+  // The same, but the result goes to standard output unless --output is given.
+  void merge(Session& session, const std::string& path, const Edit& edit) const;
+  // Gives keys the values of the words KEY=VALUE behind the file among the session's arguments.
+  void setValues(Session& session, const KFA::KFAConfigRules& rules) const;
+  // Makes the text a file of its own, as --output says; standard output unless it is given.
+  void create(Session& session, const std::string& text) const;
+
+ private:
+  bool dryRun_ = false;
+  std::string output_;
+  KFA::KFASetOptions options_;
+  KFA::KFAReplaceOptions how_;
+};
+
+}  // namespace kfactl
+
+#endif

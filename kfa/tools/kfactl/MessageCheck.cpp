@@ -1,0 +1,195 @@
+#include "MessageCheck.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+#include <KFLCommon/KFLText.h>
+#include <KFLMessage/KFLRecordRegistry.h>
+
+#include "Elements.h"
+#include "Hint.h"
+#include "RecordView.h"
+#include "Trouble.h"
+
+namespace kfactl {
+
+namespace {
+
+// Texts that say the same: numbers and truth values in another spelling.
+bool isSameValue(std::string_view a, std::string_view b) {
+  if (a == b) return true;
+  long long first = 0;
+  long long second = 0;
+  if (KFL::parseInteger(a, first) == 0 && KFL::parseInteger(b, second) == 0) return first == second;
+  const auto isTrue = [](std::string_view text) { return text == "1" || text == "true"; };
+  const auto isFalse = [](std::string_view text) { return text == "0" || text == "false"; };
+  return (isTrue(a) && isTrue(b)) || (isFalse(a) && isFalse(b));
+}
+
+// Compares what was read with what was written. Children are held against children of the same name: first those that
+// are equal, wherever they stand, then the others in their order.
+class Comparison {
+ public:
+  Comparison(const Elements& source, const Elements& written, std::string_view xml)
+      : source_(source), written_(written), xml_(xml) {}
+
+  std::vector<MessageFinding> run() {
+    pairs_.emplace_back(0, 0);
+    while (!pairs_.empty()) {
+      const auto [a, b] = pairs_.back();
+      pairs_.pop_back();
+      compareValues(a, b);
+      pairChildren(a, b);
+    }
+    std::sort(lost_.begin(), lost_.end());
+    std::vector<MessageFinding> findings;
+    for (const auto& [index, text] : lost_)
+      findings.push_back({lineOfElement(xml_, index), source_.path(index), text});
+    return findings;
+  }
+
+ private:
+  void compareValues(std::size_t a, std::size_t b) {
+    const Element& from = source_[a];
+    const Element& to = written_[b];
+    if (!isSameValue(from.text, to.text))
+      lost_.emplace_back(a, "'" + std::string(from.text) + "' is written as '" + std::string(to.text) + "'");
+    if (from.attributes != to.attributes)
+      lost_.emplace_back(a, "not all attributes are kept:" + from.attributes);
+    if (!from.type.empty() && !to.type.empty() && from.type != to.type)
+      lost_.emplace_back(a, "type " + std::string(from.type) + " is written as " + std::string(to.type));
+  }
+
+  void pairChildren(std::size_t a, std::size_t b) {
+    std::unordered_multimap<std::uint64_t, std::size_t> equal;
+    for (std::size_t child = written_[b].firstChild; child != kNoElement; child = written_[child].nextSibling)
+      equal.emplace(written_[child].hash, child);
+    std::vector<std::size_t> unequal;
+    for (std::size_t child = source_[a].firstChild; child != kNoElement; child = source_[child].nextSibling) {
+      const auto same = equal.find(source_[child].hash);
+      if (same != equal.end())
+        equal.erase(same);
+      else
+        unequal.push_back(child);
+    }
+    if (unequal.empty()) return;
+
+    std::vector<std::size_t> rest;
+    for (const auto& entry : equal)
+      rest.push_back(entry.second);
+    std::sort(rest.rbegin(), rest.rend());
+    std::unordered_map<std::string_view, std::vector<std::size_t>> byName;
+    for (const std::size_t child : rest)
+      byName[written_[child].name].push_back(child);
+    for (const std::size_t child : unequal) {
+      std::vector<std::size_t>& candidates = byName[source_[child].name];
+      if (candidates.empty()) {
+        lost_.emplace_back(child, "not kept");
+      } else {
+        pairs_.emplace_back(child, candidates.back());
+        candidates.pop_back();
+      }
+    }
+  }
+
+  const Elements& source_;
+  const Elements& written_;
+  std::string_view xml_;
+  std::vector<std::pair<std::size_t, std::size_t>> pairs_;
+  std::vector<std::pair<std::size_t, std::string>> lost_;
+};
+
+[[noreturn]] void refuseRecordName(const std::string& name) {
+  std::vector<std::string> names;
+  for (const KFL::KFLRecordType* record : KFL::listRecordTypes())
+    names.emplace_back(record->name());
+  const std::string hint = hintFor(name, names);
+  throw Trouble("'" + name + "' is no record; " + hint + (hint.empty() ? "" : " ") +
+                "'kfactl types --records' lists them");
+}
+
+using Records = std::vector<const KFL::KFLRecordType*>;
+
+// The record named, or those that have the root's type tag: a disk and a list of such disks share one.
+Records findRecords(const Input& input, const KFL::KFLMessageIterator& root, const std::string& recordName) {
+  if (!recordName.empty()) {
+    const KFL::KFLRecordType* const named = KFL::findRecordType(recordName);
+    if (named == nullptr) refuseRecordName(recordName);
+    return {named};
+  }
+  const std::string path = "/" + std::string(root.getName());
+  const std::size_t line = lineOfElement(input.text, 0);
+  if (root.getTypeTag().empty())
+    throw Trouble(elementText(input.name, line, path, "no type tag; --record NAME says which record it is"));
+  Records records;
+  for (const KFL::KFLRecordType* record : KFL::listRecordTypes())
+    if (root.getTypeTag() == record->typeTag() && root.getTypeNamespace() == record->namespaceUri())
+      records.push_back(record);
+  if (!records.empty()) return records;
+  throw Trouble(elementText(input.name, line, path,
+                            "no record has the type tag " + std::string(root.getTypeTag()) +
+                                " in the namespace '" + std::string(root.getTypeNamespace()) +
+                                "'; 'kfactl types --records' lists them"));
+}
+
+[[noreturn]] void refuseMessage(const Input& input, const KFL::KFLMessageIterator& root,
+                                const KFL::KFLRecordType& record) {
+  ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Required);
+  if (fault.path.empty())
+    fault = {"/" + std::string(root.getName()), 0, "cannot be read as " + std::string(record.name())};
+  throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
+}
+
+// A configuration keeps what it cannot read, so its values are looked at one by one.
+void addUnreadable(const Input& input, const KFL::KFLMessageIterator& root, const KFL::KFLRecordType& record,
+                   std::vector<MessageFinding>& findings) {
+  if (record.table() != nullptr) return;
+  const ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Any);
+  if (!fault.path.empty())
+    findings.push_back({lineOfElement(input.text, fault.index), fault.path, fault.text});
+}
+
+// Reads the message as one record; false when it cannot be read.
+bool checkAs(const Input& input, const KFL::KFLMessageIterator& root, const KFL::KFLRecordType& record,
+             MessageCheck& check) {
+  const KFL::KFLRecordType::Object object = record.create();
+  if (record.read(root, object.get()) != 0) return false;
+  check.written = KFL::KFLMessage(std::string(root.getName()));
+  KFL::KFLMessageIterator it = check.written.getIterator();
+  if (record.write(it, object.get()) != 0)
+    throw Trouble(input.name + ": " + record.name() + " was read but cannot be written");
+  check.findings = Comparison(Elements(root), Elements(check.written.getIterator()), input.text).run();
+  addUnreadable(input, root, record, check.findings);
+  return true;
+}
+
+}  // namespace
+
+void parseMessage(const Input& input, KFL::KFLMessage& message) {
+  if (message.parse(input.text) != 0) throwLibraryError(input.name);
+}
+
+std::string elementText(const std::string& file, std::size_t line, const std::string& path,
+                        const std::string& text) {
+  return file + ":" + std::to_string(line) + ": element " + path + ": " + text;
+}
+
+MessageCheck checkMessage(const Input& input, const std::string& recordName) {
+  KFL::KFLMessage message;
+  parseMessage(input, message);
+  const KFL::KFLMessageIterator root = message.getIterator();
+  const Records records = findRecords(input, root, recordName);
+  MessageCheck best;
+  bool isRead = false;
+  for (const KFL::KFLRecordType* record : records) {
+    MessageCheck check;
+    if (!checkAs(input, root, *record, check)) continue;
+    if (!isRead || check.findings.size() < best.findings.size()) best = std::move(check);
+    isRead = true;
+  }
+  if (!isRead) refuseMessage(input, root, *records.front());
+  return best;
+}
+
+}  // namespace kfactl

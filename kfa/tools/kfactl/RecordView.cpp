@@ -1,0 +1,286 @@
+#include "RecordView.h"
+
+#include <map>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+#include <KFLMessage/KFLRecordRegistry.h>
+#include <KFLMessage/KFLTagVocabulary.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+
+#include "Elements.h"
+
+namespace kfactl {
+
+namespace {
+
+using KFL::KFLField;
+using KFL::KFLFieldShape;
+using KFL::KFLFieldTable;
+using KFL::KFLMessageIterator;
+
+// --- The properties of a configuration --------------------------------------------------------------------------------
+
+constexpr KFLField property(KFL::KFLElementID id, std::string_view valueType, KFLFieldShape shape) {
+  KFLField row;
+  row.id = id;
+  row.shape = shape;
+  row.valueType = valueType;
+  return row;
+}
+constexpr KFLField value(KFL::KFLElementID id, std::string_view type) {
+  return property(id, type, KFLFieldShape::Element);
+}
+constexpr KFLField texts(KFL::KFLElementID id) {
+  return property(id, "string", KFLFieldShape::List);
+}
+template <class Record>
+constexpr KFLField record(KFL::KFLElementID id, KFLFieldShape shape = KFLFieldShape::Element) {
+  KFLField row = property(id, {}, shape);
+  row.table = KFL::fields::tableOf<Record>();
+  return row;
+}
+template <class Record>
+constexpr KFLField records(KFL::KFLElementID id) {
+  return record<Record>(id, KFLFieldShape::List);
+}
+
+}  // namespace
+
+const KFLFieldTable& environmentFields() {
+  using namespace KFA;
+  static constexpr KFLField rows[] = {
+      value("veid", "int"),
+      value("on_boot", "boolean"),
+      value("disabled", "boolean"),
+      value("offline_management", "boolean"),
+      value("config_customized", "boolean"),
+      value("class_id", "int"),
+      value("ts_mode", "int"),
+      value("allow_reboot", "boolean"),
+      value("rate_bound", "boolean"),
+      value("is_sample", "boolean"),
+      texts("iptables"),
+      texts("role"),
+      texts("offline_service"),
+      texts("ts_license_server"),
+      texts("address"),
+      texts("nameserver"),
+      texts("search_domain"),
+      texts("wins_server"),
+      texts("interface_rate"),
+      records<KFATemplate>("template"),
+      records<KFAEnvCapability>("capability"),
+      records<KFANetVEth>("net_device"),
+      records<KFLQoS>("qos"),
+      record<KFATemplate>("os_template"),
+      record<KFADistribution>("distribution"),
+      record<KFAVPSType>("ve_type"),
+      record<KFLOS>("os"),
+  };
+  static constexpr KFLFieldTable table{"KFAEnvConfig", kTypesURI, "venv_configType", rows};
+  return table;
+}
+
+const KFLFieldTable* fieldTableOf(const std::string& recordName) {
+  if (recordName == "KFAEnvConfig") return &environmentFields();
+  const KFL::KFLRecordType* const type = KFL::findRecordType(recordName);
+  return type == nullptr ? nullptr : type->table();
+}
+
+namespace {
+
+std::string_view nameOf(KFL::KFLElementID id) {
+  return id.number() != 0 ? KFL::tagName(id.number()) : id.name();
+}
+
+// A table's rows by element name, those of its base parts included.
+class Rows {
+ public:
+  explicit Rows(const KFLFieldTable* table) {
+    if (table != nullptr) add(*table);
+  }
+  const KFLField* find(std::string_view name) const {
+    const auto found = rows_.find(name);
+    return found == rows_.end() ? nullptr : found->second;
+  }
+  auto begin() const { return rows_.begin(); }
+  auto end() const { return rows_.end(); }
+
+ private:
+  // Base parts are nested as deep as classes derive.
+  void add(const KFLFieldTable& table) {
+    for (const KFLField& row : table.rows()) {
+      if (row.shape != KFLFieldShape::Inline)
+        rows_.emplace(nameOf(row.id), &row);
+      else if (row.table != nullptr)
+        add(row.table());
+    }
+  }
+
+  std::map<std::string_view, const KFLField*> rows_;
+};
+
+// Made once for each table; the program has one thread.
+const Rows& rowsOf(const KFLFieldTable* table) {
+  static std::map<const KFLFieldTable*, Rows> known;
+  return known.try_emplace(table, table).first->second;
+}
+
+const KFLFieldTable* tableOfRow(const KFLField& row) {
+  return row.table == nullptr ? nullptr : &row.table();
+}
+
+// The table of an element that names its type; else that of the row which it belongs to.
+const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLFieldTable* rowTable) {
+  if (it.getTypeTag().empty()) return rowTable;
+  const KFL::KFLRecordType* const type = KFL::findRecordType(it.getTypeNamespace(), it.getTypeTag());
+  return type == nullptr || type->table() == nullptr ? rowTable : type->table();
+}
+
+// --- Documents --------------------------------------------------------------------------------------------------------
+
+Document describeScalar(const KFLMessageIterator& it, std::string_view type) {
+  bool flag = false;
+  long long number = 0;
+  if (type == "boolean" && it.getValue(flag) == 0) return flag;
+  if ((type == "int" || type == "long") && it.getValue(number) == 0) return number;
+  return std::string(it.getText());
+}
+
+Document describeOne(const KFLMessageIterator& it, std::string_view type, const KFLFieldTable* rowTable) {
+  const KFLFieldTable* const table = tableOfElement(it, rowTable);
+  if (!type.empty() || (table == nullptr && it.countChildren() == 0)) return describeScalar(it, type);
+  return describeElement(it, table);
+}
+
+Document describeItems(const KFLMessageIterator& it, const KFLField& row) {
+  Document items = Document::array();
+  const KFLMessageIterator item = it;
+  if (item.firstChild() != 0) return items;
+  do {
+    items.push_back(describeOne(item, row.valueType, tableOfRow(row)));
+  } while (item.nextSibling() == 0);
+  return items;
+}
+
+// A member that stands twice becomes a list.
+void addMember(Document& object, const std::string& name, Document value) {
+  Document& member = object[name];
+  if (member.is_null())
+    member = std::move(value);
+  else if (member.is_array())
+    member.push_back(std::move(value));
+  else
+    member = Document::array({std::move(member), std::move(value)});
+}
+
+void addChild(Document& object, const KFLMessageIterator& child, const KFLField* row) {
+  const std::string name(child.getName());
+  if (row == nullptr) return addMember(object, name, describeOne(child, {}, nullptr));
+  switch (row->shape) {
+    case KFLFieldShape::Presence:
+      object[name] = true;
+      return;
+    case KFLFieldShape::Container:
+      object[name] = describeItems(child, *row);
+      return;
+    case KFLFieldShape::List:
+    case KFLFieldShape::Map: {
+      Document& items = object[name];
+      if (items.is_null()) items = Document::array();
+      const bool isMap = row->shape == KFLFieldShape::Map;
+      if (!child.isEmptyElement())
+        items.push_back(describeOne(child, isMap ? std::string_view() : row->valueType,
+                                    isMap ? nullptr : tableOfRow(*row)));
+      return;
+    }
+    default:
+      addMember(object, name, describeOne(child, row->valueType, tableOfRow(*row)));
+  }
+}
+
+// --- Faults -----------------------------------------------------------------------------------------------------------
+
+std::string faultOfScalar(const KFLMessageIterator& it, std::string_view type) {
+  bool flag = false;
+  int number = 0;
+  long long wide = 0;
+  const std::string text = "'" + std::string(it.getText()) + "' ";
+  if (type == "boolean" && it.getValue(flag) != 0) return text + "is no truth value; true or false is wanted";
+  if (type == "int" && it.getValue(number) != 0) return text + "is no 32-bit number";
+  if (type == "long" && it.getValue(wide) != 0) return text + "is no 64-bit number";
+  return {};
+}
+
+// What keeps the element from being read as a record of this table: its own value, or a required field that is missing.
+std::string faultOf(const KFLMessageIterator& it, std::string_view type, const KFLFieldTable* table) {
+  std::string fault = faultOfScalar(it, type);
+  if (!fault.empty() || table == nullptr) return fault;
+  for (const auto& [name, row] : rowsOf(table))
+    if (row->failsRead && (row->shape == KFLFieldShape::Element || row->needsItem) && !it.hasChild(row->id))
+      return "element " + std::string(name) + " is missing";
+  return {};
+}
+
+// The record itself may refuse what its table allows.
+bool isReadable(const KFLMessageIterator& it, const KFLFieldTable& table) {
+  const KFL::KFLRecordType* const type = KFL::findRecordType(table.record());
+  return type == nullptr || type->read(it, type->create().get()) == 0;
+}
+
+// What an element is read as.
+struct Expectation {
+  std::string_view type;
+  const KFLFieldTable* table = nullptr;
+  bool isContainer = false;  // only its children are
+};
+
+Expectation expectationOf(const Expectation& parent, const Element& child, FaultScope scope) {
+  if (parent.isContainer) return {parent.type, parent.table};
+  const KFLField* const row = rowsOf(parent.table).find(child.name);
+  if (row == nullptr || (scope == FaultScope::Required && !row->failsRead)) return {};
+  const bool isContainer = row->shape == KFLFieldShape::Container;
+  const bool isList = row->shape == KFLFieldShape::List;
+  if (row->shape != KFLFieldShape::Element && !isContainer && !isList) return {};
+  if (isList && child.cursor.isEmptyElement()) return {};
+  return {row->valueType, tableOfElement(child.cursor, tableOfRow(*row)), isContainer};
+}
+
+}  // namespace
+
+Document describeElement(const KFLMessageIterator& it, const KFLFieldTable* table) {
+  Document object = Document::object();
+  const Rows& rows = rowsOf(table);
+  const KFLMessageIterator child = it;
+  if (child.firstChild() != 0) return object;
+  do {
+    addChild(object, child, rows.find(child.getName()));
+  } while (child.nextSibling() == 0);
+  return object;
+}
+
+ElementFault findFault(const KFLMessageIterator& root, const KFLFieldTable* table, FaultScope scope) {
+  const Elements elements(root);
+  std::vector<Expectation> expected(elements.size());
+  expected[0].table = table;
+  std::size_t unreadable = kNoElement;
+  for (std::size_t i = 0; i < elements.size(); ++i) {
+    const Element& element = elements[i];
+    const Expectation own = expected[i];
+    for (std::size_t child = element.firstChild; child != kNoElement; child = elements[child].nextSibling)
+      expected[child] = expectationOf(own, elements[child], scope);
+    if (own.isContainer) continue;
+    const std::string fault = faultOf(element.cursor, own.type, own.table);
+    if (!fault.empty()) return {elements.path(i), i, fault};
+    if (own.table != nullptr && i != 0 && unreadable == kNoElement && !isReadable(element.cursor, *own.table))
+      unreadable = i;
+  }
+  if (unreadable == kNoElement) return {};
+  return {elements.path(unreadable), unreadable,
+          "cannot be read as " + std::string(expected[unreadable].table->record())};
+}
+
+}  // namespace kfactl

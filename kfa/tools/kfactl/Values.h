@@ -1,0 +1,27 @@
+// Keys with their values, as the `get` commands print them.
+#ifndef KFACTL_VALUES_H
+#define KFACTL_VALUES_H
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kfactl {
+
+class Session;
+
+// Lower-case keys with their values.
+using Values = std::vector<std::pair<std::string, std::string>>;
+
+// Lines KEY="value", or an object from key to text.
+void printValues(Session& session, const Values& values);
+
+// Prints the values of the keys behind the file among the session's arguments; a key alone as its bare value. `find`
+// takes a key in lower case. Status 1, with a line on standard error, when one has no value.
+int printAskedValues(Session& session,
+                     const std::function<bool(const std::string& key, std::string& value)>& find);
+
+}  // namespace kfactl
+
+#endif

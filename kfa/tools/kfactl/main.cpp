@@ -1,0 +1,14 @@
+// kfactl: the library on the command line.
+#include "Cli.h"
+
+namespace kfactl {
+
+extern const Group rawGroup, configGroup, netifGroup, messageGroup, typesGroup;
+
+constexpr const Group* kGroups[] = {&rawGroup, &configGroup, &netifGroup, &messageGroup, &typesGroup};
+
+}  // namespace kfactl
+
+int main(int argc, char** argv) {
+  return kfactl::runProgram(kfactl::kGroups, argc, argv);
+}
