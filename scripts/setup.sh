@@ -10,9 +10,9 @@ packagesFor() {
   case "$1" in
     build) echo "$build" ;;
     test) echo "$test" ;;
-    bench) echo "$build libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev pkg-config jq" ;;
+    bench) echo "$build $peers jq" ;;
     fuzz) echo "$build clang-14 libclang-rt-14-dev llvm-14" ;;
-    lint) echo "$test libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev clang-14 clang-tidy-14 clang-format-14" ;;
+    lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;
     *)
       echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, lint" >&2
       return 2

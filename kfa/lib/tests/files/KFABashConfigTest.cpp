@@ -37,7 +37,18 @@ struct Lines {
   bool operator==(const Lines&) const = default;
 };
 
-Lines readOurs(std::istream& in) {
+Lines readLines(std::istream& in) {
+  Lines result;
+  {
+    KFA::detail::ConfigLines lines(in);
+    for (std::string_view line; lines.next(line);)
+      result.lines.emplace_back(line);
+  }
+  result.state = in.rdstate();
+  return result;
+}
+
+Lines readStrings(std::istream& in) {
   Lines result;
   KFA::detail::LineBuffer buffer;
   for (int length = buffer.read(in); length >= 0; length = buffer.read(in))
@@ -54,7 +65,7 @@ Lines readStandard(std::istream& in) {
   return result;
 }
 
-TEST(ReadStringFromStream, GivesTheLinesAndTheStreamStateOfTheStandardReader) {
+TEST(ConfigLines, AreThoseOfTheStandardReader) {
   const std::string texts[] = {"",
                                "\n",
                                "a",
@@ -65,13 +76,28 @@ TEST(ReadStringFromStream, GivesTheLinesAndTheStreamStateOfTheStandardReader) {
                                std::string(300, 'q') + "\n" + std::string(20, 'r')};
   for (const std::string& text : texts) {
     for (const std::size_t piece : {1U, 2U, 3U, 7U, 1000U}) {
-      PieceBuffer ours(text, piece);
-      PieceBuffer standard(text, piece);
-      std::istream ourStream(&ours);
-      std::istream standardStream(&standard);
-      EXPECT_EQ(readOurs(ourStream), readStandard(standardStream)) << text << " by " << piece;
+      for (const bool tied : {false, true}) {
+        PieceBuffer buffers[] = {{text, piece}, {text, piece}, {text, piece}};
+        std::istream lines(&buffers[0]);
+        std::istream strings(&buffers[1]);
+        std::istream standard(&buffers[2]);
+        std::ostringstream other;
+        if (tied) lines.tie(&other);
+        const Lines expected = readStandard(standard);
+        EXPECT_EQ(readLines(lines), expected) << text << " by " << piece;
+        EXPECT_EQ(readStrings(strings), expected) << text << " by " << piece;
+      }
     }
   }
+}
+
+TEST(ConfigLines, LeaveTheStreamBehindTheLastLineGiven) {
+  std::istringstream in("one\ntwo\nthree\n");
+  std::string_view line;
+  KFA::detail::ConfigLines(in).next(line);
+  std::string rest;
+  std::getline(in, rest);
+  EXPECT_EQ(rest, "two");
 }
 
 TEST(ReadStringFromStream, GrowsTheBufferToExactlyTheLongestLine) {

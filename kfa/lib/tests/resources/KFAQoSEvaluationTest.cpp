@@ -104,9 +104,11 @@ TEST_F(QoSEvaluation, RefusalsNameTheFormulaOrTheParameter) {
   values_["c"] = {-1, 0, {}};
   EXPECT_EQ(evaluate("x.y.soft / c.soft"), -1);
   EXPECT_EQ(getErrorMessage(),
-            "can not evaluate formula: x.y.soft c.soft /: division of the least number by -1");
+            "can not evaluate formula: x.y.soft c.soft /: the quotient is out of range; another divisor "
+            "would be right");
   EXPECT_EQ(evaluate("a / c.hard"), -1);
-  EXPECT_EQ(getErrorMessage(), "can not evaluate formula: a.soft c.hard /: division by zero");
+  EXPECT_EQ(getErrorMessage(),
+            "can not evaluate formula: a.soft c.hard /: division by zero; another divisor would be right");
   EXPECT_EQ(evaluate("a + d"), -3);
   EXPECT_EQ(getErrorMessage(), "parameter 'd' is absent");
   EXPECT_EQ(used_, KFAQVParamIDSet({1}));

@@ -219,13 +219,18 @@ template <class Record, class Property, auto setter, auto getter, class Inserter
           class OutputConverter, class DelimiterProvider>
 class KFABashParseGenericList : public KFABashParse {
  public:
-  int operator()(const char*, const char* value, KFL::KFLEnvConfig& record) override {
-    Property property;
+  // The list that the text stands for, specified also when it is empty.
+  static void split(const char* value, Property& property) {
     Inserter inserter(property.value());
     KFL::getToken tokens(value, DelimiterProvider::delimiterLine, 0);
     while (const char* token = tokens.get(nullptr))
       *inserter = InputConverter(token);
     property.setSpecified(true);
+  }
+
+  int operator()(const char*, const char* value, KFL::KFLEnvConfig& record) override {
+    Property property;
+    split(value, property);
     return (static_cast<Record&>(record).*setter)(property);
   }
 

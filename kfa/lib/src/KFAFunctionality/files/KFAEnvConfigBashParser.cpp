@@ -31,10 +31,12 @@ using Text = KFL::KFLOptionalProperty<std::string>;
 using Flag = KFL::KFLOptionalProperty<bool>;
 template <class T>
 using ListOf = KFL::KFLOptionalProperty<std::vector<T>>;
+using Devices = ListOf<KFANetVEth>;
 
 constexpr const char* kQoSCategory = "qos";
 constexpr const char* kHostRoutedDevice = "venet0";
 constexpr const char* kDHCP = "dhcp";
+constexpr const char* kDevicesKey = "netif";
 
 using Record = KFAEnvConfig;
 
@@ -60,6 +62,10 @@ template <class T, auto setter, auto getter, class In = FromStringConverter<T>,
           class Out = ToStringConverter<T>, class Delimiters = spaceDelimiterProvider>
 using ListKey = KFABashParseGenericList<Record, ListOf<T>, setter, getter,
                                         std::back_insert_iterator<std::vector<T>>, In, Out, Delimiters>;
+
+using DevicesKey =
+    ListKey<KFANetVEth, &Record::setNetVEths, &Record::getNetVEths, FromStringConverter<KFANetVEth>,
+            ToStringConverter<KFANetVEth>, semicolonDelimiterProvider>;
 
 using TypeText = KFL::KFLOptionalProperty<KFAVPSType>;
 using TypeKey = KFABashParseString<Record, TypeText, &Record::setVEType, &Record::getVEType,
@@ -88,8 +94,7 @@ KFAEnvConfigBashParser::KeyTable makeKeyTable() {
        make<ListKey<std::string, &R::setNameservers, &R::getNameservers, std::string, std::string>>()},
       {"ip_address", make<ListKey<Address, &R::setAddresses, &R::getAddresses, Address>>()},
       {"templates", make<ListKey<KFATemplate, &R::setTemplates, &R::getTemplates>>()},
-      {"netif", make<ListKey<KFANetVEth, &R::setNetVEths, &R::getNetVEths, FromStringConverter<KFANetVEth>,
-                             ToStringConverter<KFANetVEth>, semicolonDelimiterProvider>>()},
+      {kDevicesKey, make<DevicesKey>()},
       {"offline_service", make<WordsKey<&R::setOfflineServices, &R::getOfflineServices>>()},
       {"roles", make<WordsKey<&R::setServerRoles, &R::getServerRoles>>()},
       {"iptables", make<WordsKey<&R::setIPTables, &R::getIPTables>>()},
@@ -180,7 +185,7 @@ void giveAddresses(KFANetVEth& device, const std::vector<KFL::KFLIPAddress>& add
   device.setIPAddresses(addresses);
 }
 
-bool hasDevice(const ListOf<KFANetVEth>& devices, const char* name) {
+bool hasDevice(const Devices& devices, const char* name) {
   for (const KFANetVEth& device : devices.getValue()) {
     if (device.getName() == name) return true;
   }
@@ -188,35 +193,61 @@ bool hasDevice(const ListOf<KFANetVEth>& devices, const char* name) {
 }
 
 // Adds the host-routed device that has the addresses of IP_ADDRESS.
-int completeDevices(KFAEnvConfig& record) {
-  ListOf<KFANetVEth> devices;
-  record.getNetVEths(devices);
+int completeDevices(KFAEnvConfig& record, Devices& devices) {
   if (hasDevice(devices, kHostRoutedDevice)) return 0;
-
-  KFANetVEth device;
-  device.setName(kHostRoutedDevice);
-  device.setHostRouted(true);
   ListOf<KFL::KFLIPAddress> addresses;
   if (record.getAddresses(addresses) != 0) {
     return failWith("can't get ip address list:%s", KFL::getErrorMessage());
   }
-  if (addresses.isSpecified()) giveAddresses(device, addresses.getValue());
-
   ListOf<std::string> servers;
   if (record.getNameservers(servers) != 0) {
     return failWith("can't get nameserver list:%s", KFL::getErrorMessage());
   }
-  std::vector<std::string> names = device.getNameServers();
-  for (const std::string& server : servers.getValue()) {
-    if (!server.empty()) names.push_back(server);
-  }
-  device.setNameServers(std::move(names));
-
-  devices.value().push_back(std::move(device));
+  KFANetVEth& device = devices.value().emplace_back();
+  device.setName(kHostRoutedDevice);
+  device.setHostRouted(true);
+  if (addresses.isSpecified()) giveAddresses(device, addresses.getValue());
+  std::erase(servers.value(), std::string());
+  device.setNameServers(std::move(servers.value()));
   devices.setSpecified(true);
-  if (record.setNetVEths(devices) != 0) return failWith("can't set VEth list: %s", KFL::getErrorMessage());
   return 0;
 }
+
+// Reads a whole file into a record. The devices are kept until all of them are known, and stored once.
+class FileParser {
+ public:
+  FileParser(KFAEnvConfig& record, const KFAEnvConfigBashParser& parser)
+      : record_(record), parser_(record, parser) {}
+
+  int put(const std::string& key, const char* value) {
+    if (key != kDevicesKey) return parser_.put(key, value);
+    devices_.value().clear();
+    DevicesKey::split(value, devices_);
+    hasDevices_ = true;
+    return kParameterDone;
+  }
+
+  // What was read before the malformed line.
+  void stop() {
+    if (hasDevices_) record_.setNetVEths(devices_);
+  }
+
+  void finish() {
+    parser_.getQoSes().setSpecified(true);
+    record_.setQoSes(parser_.getQoSes());
+    record_.setType(technologyName);
+    if (!hasDevices_) record_.getNetVEths(devices_);
+    completeDevices(record_, devices_);
+    if (!devices_.isSpecified() || record_.setNetVEths(devices_) == 0) return;
+    failWith("can't set VEth list: %s", KFL::getErrorMessage());
+  }
+
+ private:
+  KFAEnvConfig& record_;
+  KFAEnvConfigBashParser::ParameterParserPut parser_;
+  Devices devices_;
+  bool hasDevices_ = false;
+};
 
 }  // namespace
 
@@ -260,13 +291,10 @@ int KFAEnvConfigBashParser::initQoSMap(boost::shared_ptr<KFL::KFLVocMap> vocabul
 }
 
 int KFAEnvConfigBashParser::getConfig(std::istream& in, KFAEnvConfig& record) const {
-  ParameterParserPut parser(record, *this);
-  if (const int result = parseBashLikeConfig(parser, in); result != 0) return result;
-  parser.getQoSes().setSpecified(true);
-  record.setQoSes(parser.getQoSes());
-  record.setType(technologyName);
-  completeDevices(record);
-  return 0;
+  FileParser parser(record, *this);
+  const int result = parseBashLikeConfig(parser, in);
+  result == 0 ? parser.finish() : parser.stop();
+  return result;
 }
 
 int KFAEnvConfigBashParser::putConfig(const KFAEnvConfig& record, std::ostream& out, std::istream* existing,
@@ -298,7 +326,7 @@ int KFAEnvConfigBashParser::diffConfig(const KFAEnvConfig& before, const KFAEnvC
 }
 
 int KFAEnvConfigBashParser::updateIp(KFAEnvConfig* record) {
-  ListOf<KFANetVEth> devices;
+  Devices devices;
   record->getNetVEths(devices);
   for (const KFANetVEth& device : devices.getValue()) {
     if (!device.getHostRouted()) continue;
@@ -322,8 +350,9 @@ int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const std::string& key, c
   if (readQoS(form, value, qos) != kParameterDone) return kParameterNotConverted;
   // The last line of a key counts.
   std::set<KFL::KFLQoS>& qoses = qoses_.value();
-  const auto [place, isNew] = qoses.insert(qos);
-  if (!isNew) qoses.insert(qoses.erase(place), qos);
+  auto place = qoses.lower_bound(qos);
+  if (place != qoses.end() && *place == qos) place = qoses.erase(place);
+  qoses.insert(place, std::move(qos));
   return kParameterDone;
 }
 

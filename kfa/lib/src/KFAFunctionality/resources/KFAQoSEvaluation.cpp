@@ -79,8 +79,10 @@ std::string nameOf(const KFAQVTune& tune, const KFAQVPolishNotation& notation) {
 
 [[gnu::cold]] int refuseOperator(const KFAQVTune& tune, const KFAQVPolishNotation& notation, int row,
                                  long long right) {
-  const char* reason = "parentheses have no value; write the formula without them";
-  if (row == kOperatorDivide) reason = right == 0 ? "division by zero" : "division of the least number by -1";
+  const char* reason = "parentheses have no value; a formula without them would be right";
+  if (row == kOperatorDivide)
+    reason = right == 0 ? "division by zero; another divisor would be right"
+                        : "the quotient is out of range; another divisor would be right";
   setErrorMessage("can not evaluate formula: %s: %s", nameOf(tune, notation).c_str(), reason);
   return -1;
 }

@@ -1,0 +1,97 @@
+// KEY="value" files: a rewrite that changes nothing copies every byte, one that changes a key changes its lines alone and
+// reads back, and the check finds an error wherever reading stops.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLFunctionality/KFLVocMap.h>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/files/KFAMemoryStream.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+
+namespace {
+
+using Values = std::map<std::string, std::string>;
+
+constexpr const char* kVocabulary =
+    "<vocabulary version='1'><category words='qos'><parameter id='numproc'/>"
+    "<parameter id='cpuweight' kind='1'/><parameter id='cpulimit' kind='1' "
+    "value_type='0'/></category></vocabulary>";
+
+void require(bool holds, const char* law) {
+  if (holds) return;
+  std::fprintf(stderr, "%s: %s\n", law, KFL::getErrorMessage().c_str());
+  std::abort();
+}
+
+boost::shared_ptr<KFA::KFAEnvConfigBashParser> envParser() {
+  static const auto parser =
+      KFA::KFAEnvConfigBashParser::getInstance(KFL::KFLVocMap::loadFromText(kVocabulary, "vocabulary"));
+  return parser;
+}
+
+std::string rewrite(const std::string& text, const Values& values) {
+  KFA::KFAMemoryStream existing(text);
+  std::ostringstream out;
+  require(KFA::KFARawConfigBashParser::getInstance()->putConfig(values, out, &existing, true) == 0,
+          "a file is written");
+  return out.str();
+}
+
+int readRaw(const std::string& text, Values& values) {
+  KFA::KFAMemoryStream in(text);
+  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+}
+
+void checkRaw(const std::string& text) {
+  const std::string whole = text.empty() || text.back() == '\n' ? text : text + '\n';
+  require(rewrite(text, {}) == whole, "a rewrite without values copies every byte");
+  Values values;
+  const bool isRead = readRaw(text, values) == 0;
+  std::string result;
+  const KFA::KFARawConfigRules rules;
+  if (KFA::setConfigValues(rules, {{"fuzz_key", "$VEID 'x' # y"}}, {}, text, "f", result) == 0) {
+    require(isRead, "a file that cannot be read is not changed");
+    Values after;
+    require(readRaw(result, after) == 0 && after["fuzz_key"] == "$VEID 'x' # y", "what is set reads back");
+    values.erase("fuzz_key");
+    after.erase("fuzz_key");
+    require(values == after, "other values stay");
+    require(rewrite(result, {{"fuzz_key", "$VEID 'x' # y"}}) == result, "setting again changes nothing");
+  }
+}
+
+void checkEnv(const std::string& text) {
+  KFA::KFAEnvConfig record;
+  KFA::KFAMemoryStream in(text);
+  const bool isRead = envParser()->getConfig(in, record) == 0;
+  const KFA::KFAEnvConfigRules rules(envParser());
+  bool isMalformed = false;
+  for (const KFA::KFAConfigFinding& finding : KFA::checkConfig(rules, text)) {
+    require(finding.line > 0 && finding.column > 0 && !finding.text.empty(), "a finding has its place");
+    isMalformed |= finding.severity == KFA::KFAConfigFinding::Severity::Error;
+  }
+  require(isRead || isMalformed, "the check finds why a file is not read");
+  if (!isRead) return;
+  KFA::KFAMemoryStream existing(text);
+  std::ostringstream out;
+  require(envParser()->putConfig(record, out, &existing, true) == 0, "a record is written");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  checkRaw(text);
+  checkEnv(text);
+  return 0;
+}
