@@ -24,6 +24,12 @@ if(NOT OUTPUT STREQUAL EXPECTED)
   message(FATAL_ERROR "agent printed:\n${OUTPUT}instead of:\n${EXPECTED}")
 endif()
 
+# Under a sanitizer, dlopen does not see the search path of the program that calls it.
+if(CXX_FLAGS MATCHES sanitize)
+  file(GLOB_RECURSE LIBRARY ${PREFIX}/*/libKFAFunctionality.so)
+  get_filename_component(LIBRARY_DIR ${LIBRARY} DIRECTORY)
+  set(ENV{LD_LIBRARY_PATH} ${LIBRARY_DIR})
+endif()
 run(${WORK_DIR}/embed/loader)
 foreach(TAG venv_configType envType net_vethType ct_zloop_disk "environment type kelvarium: registered" "unloaded 100 times")
   if(NOT OUTPUT MATCHES "${TAG}")

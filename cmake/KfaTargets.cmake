@@ -61,15 +61,19 @@ function(kf_check_headers NAME)
   target_link_libraries(${NAME}_headers PRIVATE kf_options ${NAME})
 endfunction()
 
-# kf_test(NAME SOURCES f.cpp... [DEPS targets...]): a GoogleTest program registered with CTest.
+# kf_test(NAME SOURCES f.cpp... [DEPS targets...] [ENVIRONMENT NAME=VALUE]): a GoogleTest program registered with CTest.
 function(kf_test NAME)
   if(NOT BUILD_TESTING)
     return()
   endif()
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;ENVIRONMENT" ${ARGN})
   add_executable(${NAME} ${ARG_SOURCES})
   target_link_libraries(${NAME} PRIVATE kf_options ${ARG_DEPS} GTest::gmock GTest::gtest_main)
   target_compile_definitions(${NAME} PRIVATE KFA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                                              KFA_BINARY_DIR="${PROJECT_BINARY_DIR}")
-  gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  set(PROPERTIES TIMEOUT 300)
+  if(ARG_ENVIRONMENT)
+    list(APPEND PROPERTIES ENVIRONMENT ${ARG_ENVIRONMENT})
+  endif()
+  gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${PROPERTIES})
 endfunction()

@@ -48,4 +48,7 @@ printf '\n$ kfactl message from-config conf/101.conf > 101.xml; cat 101.xml\n'
 "$kfactl" message from-config conf/101.conf > 101.xml
 cat 101.xml
 show message to-config 101.xml
-show config diff conf/101.conf conf/101.conf
+printf '\n$ kfactl message to-config 101.xml > back.conf\n'
+"$kfactl" message to-config 101.xml > back.conf
+show config diff conf/101.conf back.conf
+echo "(no difference)"

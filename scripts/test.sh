@@ -65,13 +65,7 @@ testPreset() {
   fi
 }
 
-# A locale with a decimal comma, which nothing may be moved by, in a folder of ours.
-makeLocale() {
-  export LOCPATH="$kfaTop/build/locales"
-  [ -d "$LOCPATH/de_DE.UTF-8" ] || { mkdir -p "$LOCPATH" && localedef -i de_DE -f UTF-8 "$LOCPATH/de_DE.UTF-8"; }
-}
-
-if setUp test && makeLocale; then
+if setUp test; then
   for preset in "${presets[@]}"; do
     testPreset "$preset" "$@"
   done

@@ -86,7 +86,7 @@ std::string seeHelp(const Level& level) {
 }
 
 bool isOption(const std::string& word) {
-  return word.size() > 1 && word.front() == '-';
+  return word.size() > 1 && word.front() == '-' && word[1] != ' ';
 }
 
 [[noreturn]] void refuseOption(const Level& level, const CLI::App& app, std::string_view word) {

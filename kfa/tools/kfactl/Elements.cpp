@@ -21,15 +21,14 @@ std::string attributesOf(const KFL::KFLMessageIterator& it) {
   std::string name;
   std::string value;
   for (std::size_t i = 0; it.getAttribute(i, uri, name, value) == 0; ++i)
-    all += " " + name + "=\"" + value + "\"";
+    all.append(" ").append(name).append("=\"").append(value).append("\"");
   return all;
 }
 
 }  // namespace
 
-// The cursor walks by itself, so that no depth of nesting is a depth of calls.
-Elements::Elements(const KFL::KFLMessageIterator& root) {
-  KFL::KFLMessageIterator it = root;
+// The cursor walks by itself, so that no depth of nesting is a depth of calls, and comes back to the root.
+Elements::Elements(const KFL::KFLMessageIterator& it) {
   add(it, kNoElement, kNoElement);
   std::size_t at = 0;
   for (;;) {

@@ -29,7 +29,7 @@ struct Element {
 // The texts are the message's own: it must stay as it is.
 class Elements {
  public:
-  explicit Elements(const KFL::KFLMessageIterator& root);
+  explicit Elements(const KFL::KFLMessageIterator& it);
 
   std::size_t size() const { return elements_.size(); }
   const Element& operator[](std::size_t index) const { return elements_[index]; }

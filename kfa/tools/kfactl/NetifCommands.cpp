@@ -44,8 +44,8 @@ void printTable(Session& session, const Document& devices) {
           table.add({name, field, address.get_ref<const std::string&>()});
       else if (value.is_boolean())
         table.add({name, field, value.get<bool>() ? "yes" : "no"});
-      else if (value != "" && field != "ifname")
-        table.add({name, field, value.get_ref<const std::string&>()});
+      else if (const auto& text = value.get_ref<const std::string&>(); !text.empty() && field != "ifname")
+        table.add({name, field, text});
     }
   }
   table.print(session.out());

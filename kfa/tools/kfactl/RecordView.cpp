@@ -158,11 +158,11 @@ Document describeOne(const KFLMessageIterator& it, std::string_view type, const 
 
 Document describeItems(const KFLMessageIterator& it, const KFLField& row) {
   Document items = Document::array();
-  const KFLMessageIterator item = it;
-  if (item.firstChild() != 0) return items;
+  if (it.firstChild() != 0) return items;
   do {
-    items.push_back(describeOne(item, row.valueType, tableOfRow(row)));
-  } while (item.nextSibling() == 0);
+    items.push_back(describeOne(it, row.valueType, tableOfRow(row)));
+  } while (it.nextSibling() == 0);
+  it.leaveChild();
   return items;
 }
 
@@ -254,11 +254,11 @@ Expectation expectationOf(const Expectation& parent, const Element& child, Fault
 Document describeElement(const KFLMessageIterator& it, const KFLFieldTable* table) {
   Document object = Document::object();
   const Rows& rows = rowsOf(table);
-  const KFLMessageIterator child = it;
-  if (child.firstChild() != 0) return object;
+  if (it.firstChild() != 0) return object;
   do {
-    addChild(object, child, rows.find(child.getName()));
-  } while (child.nextSibling() == 0);
+    addChild(object, it, rows.find(it.getName()));
+  } while (it.nextSibling() == 0);
+  it.leaveChild();
   return object;
 }
 

@@ -26,7 +26,7 @@ std::string vocabularyBesideProgram() {
   return ::access(path.c_str(), F_OK) == 0 ? path : std::string();
 }
 
-std::string vocabularyPath(const std::string& chosen) {
+std::string pathOf(const std::string& chosen) {
   if (!chosen.empty()) return chosen;
   const std::string beside =
       std::getenv("KFA_VOCABULARY") == nullptr ? vocabularyBesideProgram() : std::string();
@@ -35,13 +35,18 @@ std::string vocabularyPath(const std::string& chosen) {
 
 }  // namespace
 
+const boost::shared_ptr<KFL::KFLVocMap>& Session::vocabulary() {
+  if (vocabulary_) return vocabulary_;
+  vocabularyPath_ = pathOf(vocabularyOption_);
+  vocabulary_ = KFL::KFLVocMap::load(vocabularyPath_);
+  if (!vocabulary_) throwLibraryError();
+  return vocabulary_;
+}
+
 boost::shared_ptr<KFA::KFAEnvConfigBashParser> Session::environmentParser() {
   if (parser_) return parser_;
-  const std::string path = vocabularyPath(vocabularyOption_);
-  const boost::shared_ptr<KFL::KFLVocMap> vocabulary = KFL::KFLVocMap::load(path);
-  if (!vocabulary) throwLibraryError();
-  parser_ = KFA::KFAEnvConfigBashParser::getInstance(vocabulary);
-  if (!parser_) throwLibraryError(path);
+  parser_ = KFA::KFAEnvConfigBashParser::getInstance(vocabulary());
+  if (!parser_) throwLibraryError(vocabularyPath_);
   return parser_;
 }
 

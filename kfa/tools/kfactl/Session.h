@@ -11,6 +11,9 @@
 
 #include "Output.h"
 
+namespace KFL {
+class KFLVocMap;
+}
 namespace KFA {
 class KFAEnvConfigBashParser;
 }
@@ -39,7 +42,11 @@ class Session {
   std::string& formatOption() { return formatOption_; }
   std::string& vocabularyOption() { return vocabularyOption_; }
 
-  // A parser of environment files with the keys of the vocabulary, which is read when this is first called.
+  // The vocabulary, which is read when this is first called, and the name of its file.
+  const boost::shared_ptr<KFL::KFLVocMap>& vocabulary();
+  const std::string& vocabularyPath() const { return vocabularyPath_; }
+
+  // A parser of environment files with the keys of the vocabulary.
   boost::shared_ptr<KFA::KFAEnvConfigBashParser> environmentParser();
 
  private:
@@ -48,6 +55,8 @@ class Session {
   std::string formatOption_;
   std::string vocabularyOption_;
   std::vector<std::string> arguments_;
+  std::string vocabularyPath_;
+  boost::shared_ptr<KFL::KFLVocMap> vocabulary_;
   boost::shared_ptr<KFA::KFAEnvConfigBashParser> parser_;
 };
 

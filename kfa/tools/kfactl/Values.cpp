@@ -1,5 +1,7 @@
 #include "Values.h"
 
+#include <set>
+
 #include <nlohmann/json.hpp>
 
 #include <KFLCommon/KFLText.h>
@@ -15,9 +17,12 @@ void printValues(Session& session, const Values& values) {
       session.out().addLine(assignment(key, value));
     return;
   }
-  Document document = Document::object();
+  // Straight into the list of members: the keys differ, and a million of them must not be searched one by one.
+  Document::object_t members;
+  std::vector<Document::object_t::value_type>& list = members;
   for (const auto& [key, value] : values)
-    document[key] = value;
+    list.emplace_back(key, value);
+  const Document document(std::move(members));
   printDocument(session, document, "values");
 }
 
@@ -25,9 +30,11 @@ int printAskedValues(Session& session,
                      const std::function<bool(const std::string& key, std::string& value)>& find) {
   const auto& arguments = session.arguments();
   Values found;
+  std::set<std::string> asked;
   std::string missing;
   for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument) {
     const std::string key = KFL::toLower(*argument);
+    if (!asked.insert(key).second) continue;
     std::string value;
     if (find(key, value))
       found.emplace_back(key, std::move(value));

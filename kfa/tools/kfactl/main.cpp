@@ -3,9 +3,10 @@
 
 namespace kfactl {
 
-extern const Group rawGroup, configGroup, netifGroup, messageGroup, typesGroup;
+extern const Group rawGroup, configGroup, netifGroup, messageGroup, qosGroup, typesGroup;
 
-constexpr const Group* kGroups[] = {&rawGroup, &configGroup, &netifGroup, &messageGroup, &typesGroup};
+constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &netifGroup,
+                                    &messageGroup, &qosGroup,    &typesGroup};
 
 }  // namespace kfactl
 

@@ -82,7 +82,8 @@ bool matches(Lines expected, Lines actual) {
 
 std::string show(const Lines& lines, char mark) {
   std::string text;
-  for (const std::string& line : lines) text += std::string(1, mark) + (line.empty() ? "" : " ") + line + "\n";
+  for (const std::string& line : lines)
+    text += std::string(1, mark) + (line.empty() ? "" : " ") + line + "\n";
   return text;
 }
 
@@ -107,8 +108,8 @@ class CasesTest : public testing::TestWithParam<std::string> {
   int run(const std::string& command) const {
     std::ofstream(folder_ / "command") << command << "\n";
     const std::string folder = folder_.string();
-    const std::string line = "cd " + folder + "/node/conf && exec bash " + folder + "/command >" + folder + "/out 2>" +
-                             folder + "/err </dev/null";
+    const std::string line = "cd " + folder + "/node/conf && exec bash " + folder + "/command >" + folder +
+                             "/out 2>" + folder + "/err </dev/null";
     const int status = std::system(line.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
@@ -135,7 +136,8 @@ TEST_P(CasesTest, BehavesAsWritten) {
 
 std::vector<std::string> caseFiles() {
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(KFACTL_CASES_DIR)) names.push_back(entry.path().stem().string());
+  for (const auto& entry : fs::directory_iterator(KFACTL_CASES_DIR))
+    names.push_back(entry.path().stem().string());
   std::sort(names.begin(), names.end());
   return names;
 }

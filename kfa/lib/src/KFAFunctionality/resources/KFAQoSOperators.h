@@ -72,15 +72,23 @@ constexpr long long evaluation(long long left, long long right) {
 
 // The escaped forms stand in vocabularies that were escaped twice.
 inline constexpr std::array kTable = {
-    KFAQVOperator{"dummy", -1, nullptr},  // the end of a formula
-    KFAQVOperator{"(", 0, nullptr},           KFAQVOperator{")", 1, nullptr},
-    KFAQVOperator{"&&", 3, evaluation<3>},    KFAQVOperator{"&gt;=", 5, evaluation<4>},
-    KFAQVOperator{"&lt;=", 5, evaluation<5>}, KFAQVOperator{"&gt;", 5, evaluation<6>},
-    KFAQVOperator{"&lt;", 5, evaluation<7>},  KFAQVOperator{">=", 5, evaluation<8>},
-    KFAQVOperator{"<=", 5, evaluation<9>},    KFAQVOperator{">", 5, evaluation<10>},
-    KFAQVOperator{"<", 5, evaluation<11>},    KFAQVOperator{"==", 5, evaluation<12>},
-    KFAQVOperator{"+", 7, evaluation<13>},    KFAQVOperator{"-", 7, evaluation<14>},
-    KFAQVOperator{"*", 9, evaluation<15>},    KFAQVOperator{"/", 9, evaluation<kOperatorDivide>},
+    KFAQVOperator{"dummy", -1, nullptr},       // 0, the end of a formula
+    KFAQVOperator{"(", 0, nullptr},            // 1
+    KFAQVOperator{")", 1, nullptr},            // 2
+    KFAQVOperator{"&&", 3, evaluation<3>},     // 3
+    KFAQVOperator{"&gt;=", 5, evaluation<4>},  // 4
+    KFAQVOperator{"&lt;=", 5, evaluation<5>},  // 5
+    KFAQVOperator{"&gt;", 5, evaluation<6>},   // 6
+    KFAQVOperator{"&lt;", 5, evaluation<7>},   // 7
+    KFAQVOperator{">=", 5, evaluation<8>},     // 8
+    KFAQVOperator{"<=", 5, evaluation<9>},     // 9
+    KFAQVOperator{">", 5, evaluation<10>},     // 10
+    KFAQVOperator{"<", 5, evaluation<11>},     // 11
+    KFAQVOperator{"==", 5, evaluation<12>},    // 12
+    KFAQVOperator{"+", 7, evaluation<13>},     // 13
+    KFAQVOperator{"-", 7, evaluation<14>},     // 14
+    KFAQVOperator{"*", 9, evaluation<15>},     // 15
+    KFAQVOperator{"/", 9, evaluation<16>},     // 16
 };
 static_assert(kTable[kOperatorOpen].text == "(" && kTable[kOperatorClose].text == ")");
 static_assert(kTable.size() == kOperatorDivide + 1 && kTable[kOperatorDivide].text == "/");

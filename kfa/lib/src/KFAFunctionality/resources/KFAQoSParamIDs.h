@@ -85,9 +85,7 @@ class KFAQVParamIDSet {
     return isIndex(id) && (words_[static_cast<std::size_t>(id) >> 6] & bitOf(id)) != 0 ? 1 : 0;
   }
   bool contains(int id) const { return count(id) != 0; }
-  std::size_t size() const {
-    return static_cast<std::size_t>(std::popcount(words_[0]) + std::popcount(words_[1]));
-  }
+  std::size_t size() const { return sizeOf(words_[0]) + sizeOf(words_[1]); }
   bool empty() const { return words_[0] == 0 && words_[1] == 0; }
 
   // In ascending order.
@@ -112,6 +110,7 @@ class KFAQVParamIDSet {
   }
   static const std::array<int, kLimit> kIndices;
 
+  static std::size_t sizeOf(std::uint64_t word) { return static_cast<std::size_t>(std::popcount(word)); }
   static bool isIndex(int id) { return static_cast<unsigned>(id) < static_cast<unsigned>(kLimit); }
   static std::uint64_t bitOf(int id) { return std::uint64_t{1} << (id & 63); }
   std::uint64_t& wordOf(int id) { return words_[static_cast<std::size_t>(id) >> 6]; }
