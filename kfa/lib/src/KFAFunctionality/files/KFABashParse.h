@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include <KFLCommon/KFLProperty.h>
 #include <KFLCommon/KFLText.h>

@@ -7,6 +7,8 @@
 #include <map>
 #include <sstream>
 
+#include <boost/core/ref.hpp>
+
 #include <KFLCommon/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
@@ -183,11 +185,10 @@ int KFAConfigFile::read(const boost::function<int(std::istream&)>& getConfig) co
 
 int KFAConfigFile::set(const KFAConfigRules& rules, const KFAConfigChanges& changes,
                        const KFASetOptions& options, const KFAReplaceOptions& how) const {
-  return update(
-      [&](const std::string& before, std::string& after) {
-        return setConfigValues(rules, changes, options, before, path_, after);
-      },
-      how);
+  const auto edit = [&](const std::string& before, std::string& after) {
+    return setConfigValues(rules, changes, options, before, path_, after);
+  };
+  return update(boost::cref(edit), how);
 }
 
 int KFAConfigFile::update(const Edit& edit, const KFAReplaceOptions& how) const {

@@ -260,7 +260,7 @@ bool KFAEnvConfigBashParser::isKey(const std::string& key) const {
 }
 
 boost::shared_ptr<KFAEnvConfigBashParser> KFAEnvConfigBashParser::getInstance(
-    boost::shared_ptr<KFL::KFLVocMap> vocabulary) {
+    const boost::shared_ptr<KFL::KFLVocMap>& vocabulary) {
   auto parser = boost::make_shared<KFAEnvConfigBashParser>();
   if (parser->initQoSMap(vocabulary) == 0) return parser;
   KFL::Log2(kModule, "KFAEnvConfigBashParser", __LINE__, __func__, __PRETTY_FUNCTION__)
@@ -268,7 +268,7 @@ boost::shared_ptr<KFAEnvConfigBashParser> KFAEnvConfigBashParser::getInstance(
   return {};
 }
 
-int KFAEnvConfigBashParser::initQoSMap(boost::shared_ptr<KFL::KFLVocMap> vocabulary) {
+int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& vocabulary) {
   qosMap_.clear();
   qosForms_.clear();
   boost::scoped_ptr<KFL::KFLVocIterator> it(vocabulary ? vocabulary->readCategory(kQoSCategory) : nullptr);

@@ -46,10 +46,11 @@ class KFAEnvConfigBashParser {
   using KeyTable = std::map<std::string, boost::shared_ptr<KFABashParse>>;
 
   // A new parser with the vocabulary's resource keys; empty, with a logged error text, when there are none.
-  static boost::shared_ptr<KFAEnvConfigBashParser> getInstance(boost::shared_ptr<KFL::KFLVocMap> vocabulary);
+  static boost::shared_ptr<KFAEnvConfigBashParser> getInstance(
+      const boost::shared_ptr<KFL::KFLVocMap>& vocabulary);
 
   // Fills the map of resource keys from the category "qos": 0, or -1 with an error text.
-  int initQoSMap(boost::shared_ptr<KFL::KFLVocMap> vocabulary);
+  int initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& vocabulary);
 
   // 0, or -1 with an error text at a malformed line; then the record keeps what the lines before it put there.
   int getConfig(std::istream& in, KFAEnvConfig& record) const;
