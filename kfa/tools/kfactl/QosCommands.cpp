@@ -6,10 +6,12 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <KFLCommon/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
+#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "Cli.h"
@@ -34,13 +36,14 @@ std::string adviceFor(const std::string& reason) {
       {"can not read QOS", "; a category of the words \"kelvarium qos\" with parameters is needed"},
       {"can not read FORMULAE", "; a category of the words \"kelvarium tune\" with formulas is needed"},
       {"double index", "; give each parameter an id of its own, and none the id QOS"},
+      {"no index for", "; leave parameters out"},
   };
   for (const auto& [beginning, advice] : kAdvice)
     if (reason.starts_with(beginning)) return advice;
   return {};
 }
 
-// Names the first formula of the vocabulary that the checker refuses, where there is one.
+// Names the first formula of the vocabulary that the checker refuses.
 void refuseFormula(Session& session, const KFAQVTune& tune) {
   const std::unique_ptr<KFL::KFLVocIterator> it(
       session.vocabulary()->readCategory({KFA::kTechnology, "tune"}));
@@ -61,9 +64,8 @@ void refuseFormula(Session& session, const KFAQVTune& tune) {
 void initialise(Session& session, KFAQVTune& tune) {
   if (tune.init() == 0) return;
   const std::string reason = KFL::getErrorMessage();
-  const std::string advice = adviceFor(reason);
-  if (advice.empty()) refuseFormula(session, tune);
-  throw Trouble(session.vocabularyPath() + ": " + reason + advice);
+  if (reason.starts_with("can not parse formula")) refuseFormula(session, tune);
+  throw Trouble(session.vocabularyPath() + ": " + reason + adviceFor(reason));
 }
 
 int listFormulas(Session& session) {
@@ -210,10 +212,31 @@ int printMode(Session& session, KFA::KFAQoSMemoryMode mode) {
   return isFine ? kFine : kFinding;
 }
 
+// The key of a line that assigns, in lower case.
+std::string keyOf(std::string line) {
+  char* name = nullptr;
+  char* value = nullptr;
+  unsigned int first = 0, last = 0;
+  return KFL::parseBashStr(line.data(), &name, &value, &first, &last) == 0 ? KFL::toLower(name)
+                                                                           : std::string();
+}
+
+// A value that is no number reads as another one: a judgement over it would be about a file that is not there.
+void refuseUnreadable(Session& session, const Input& input, const std::set<KFL::KFLQoS>& qoses) {
+  for (const auto& finding : checkConfig(KFA::KFAEnvConfigRules(session.environmentParser()), input.text)) {
+    if (finding.severity != KFA::KFAConfigFinding::Severity::Error) continue;
+    if (qoses.count(KFL::KFLQoS(keyOf(finding.lineText))) != 0)
+      throw Trouble(input.name + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
+                    ": " + finding.text);
+  }
+}
+
 int check(Session& session) {
-  const KFA::KFAEnvConfig config = readEnvironment(session, readInput(session.argument(0)), {});
+  const Input input = readInput(session.argument(0));
+  const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
   KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
   must(config.getQoSes(qoses));
+  refuseUnreadable(session, input, qoses.getValue());
   const KFA::KFAQoSMemoryMode mode = KFA::judgeMemoryMode(config, qoses.getValue());
   if (mode != KFA::KFAQoSMemoryMode::Formulas) return printMode(session, mode);
 
