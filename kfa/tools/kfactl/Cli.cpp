@@ -210,7 +210,9 @@ int run(Session& session, std::span<const Group* const> groups, Words words) {
   if (group.commands.front().name == nullptr)
     return runCommand(session, path, group.commands.front(), std::move(words));
 
-  const std::string hint = "Each command has examples: " + path + " COMMAND --help";
+  const std::string examples =
+      *group.examples == '\0' ? "" : "Examples:\n" + std::string(group.examples) + "\n\n";
+  const std::string hint = examples + "Each command has examples of its own: " + path + " COMMAND --help";
   Level level{path, group.summary, "COMMAND ...", hint.c_str(), {}};
   for (const Command& command : group.commands)
     level.words.emplace_back(command.name, command.summary);

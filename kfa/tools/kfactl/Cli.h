@@ -39,6 +39,7 @@ struct Group {
   const char* name;
   const char* summary;
   std::span<const Command> commands;
+  const char* examples = "";  // as those in a command's help
 };
 
 // The Action of a command without options of its own.

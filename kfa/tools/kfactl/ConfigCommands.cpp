@@ -358,7 +358,7 @@ constexpr Command kCommands[] = {
      "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
      "  kfactl config set --dry-run 101.conf NUMPROC=200:240\n"
      "  kfactl config set --backup .old 101.conf 'NAMESERVER=192.0.2.53 192.0.2.54'",
-     prepareSet, kTableOnly},
+     prepareSet},
     {"diff", "BEFORE AFTER", "Print the keys whose values differ",
      "Changed keys with their new values, then, as \"unset KEY\", those that only the first file has. Status "
      "1 when there\n"
@@ -386,6 +386,9 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 extern const Group configGroup;
-const Group configGroup{"config", "Configuration files of environments", kCommands};
+const Group configGroup{"config", "Configuration files of environments", kCommands,
+                        "  kfactl config list /etc/kfa/conf\n"
+                        "  kfactl config set 101.conf ONBOOT=yes\n"
+                        "  kfactl config check /etc/kfa/conf/*.conf"};
 
 }  // namespace kfactl

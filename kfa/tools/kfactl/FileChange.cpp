@@ -1,5 +1,8 @@
 #include "FileChange.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include <CLI/CLI.hpp>
 
 #include <KFLCommon/KFLError.h>
@@ -43,7 +46,11 @@ void FileChange::declare(CLI::App& app) {
   app.add_flag("-n,--dry-run", dryRun_, "Change nothing; print the difference that it would make");
   declareOutput(app);
   app.add_option("--backup", how_.backupSuffix, "Keep the old content under the file's name with this suffix")
-      ->type_name("SUFFIX");
+      ->type_name("SUFFIX")
+      ->check([](const std::string& suffix) {
+        return std::string(suffix.empty() ? "an empty suffix names the file itself; write for example .old"
+                                          : "");
+      });
   app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
   app.add_flag("--force", options_.force, "Rewrite a file in which a quote or a line is left open");
   app.add_flag("--hard-links", how_.hardLinks,
@@ -55,8 +62,20 @@ void FileChange::declareOutput(CLI::App& app) {
       ->type_name("FILE");
 }
 
+bool FileChange::isShown(const std::string& path) const {
+  return dryRun_ || isStandardStream(output_.empty() ? path : output_);
+}
+
+void FileChange::refuseBackup() const {
+  if (how_.backupSuffix.empty()) return;
+  throw Trouble(std::string("--backup has nothing to keep: ") +
+                (dryRun_ ? "--dry-run changes no file" : "standard output has no old content") +
+                "; leave it out");
+}
+
 void FileChange::apply(Session& session, const std::string& path, const Edit& edit) const {
-  if (dryRun_ || isStandardStream(output_) || isStandardStream(path)) {
+  if (isShown(path)) refuseBackup();
+  if (isShown(path) || isStandardStream(path)) {
     const Input input = readInput(path);
     const std::string after = edit(input.name, input.text);
     if (dryRun_)
@@ -71,19 +90,17 @@ void FileChange::apply(Session& session, const std::string& path, const Edit& ed
 }
 
 void FileChange::merge(Session& session, const std::string& path, const Edit& edit) const {
-  // A file that is merged with itself is changed in place, so that no other writer's change is lost.
-  if (!output_.empty()) {
-    FileChange change = *this;
-    if (output_ == path) change.output_.clear();
-    return change.apply(session, path, edit);
-  }
-  FileChange shown = *this;
-  shown.output_ = "-";
-  shown.apply(session, path, edit);
+  FileChange change = *this;
+  if (output_.empty()) change.output_ = "-";
+  change.apply(session, path, edit);
 }
 
 void FileChange::setValues(Session& session, const KFA::KFAConfigRules& rules) const {
   const KFA::KFAConfigChanges changes = changesOf(session.arguments());
+  if (session.format() != Format::Table && isShown(session.argument(0))) {
+    throw Trouble(std::string(dryRun_ ? "the difference" : "a configuration file") +
+                  " has no json or xml form; leave --format out");
+  }
   apply(session, session.argument(0), [&](const std::string& name, const std::string& before) {
     std::string after;
     must(KFA::setConfigValues(rules, changes, options_, before, name, after));
@@ -92,10 +109,17 @@ void FileChange::setValues(Session& session, const KFA::KFAConfigRules& rules) c
 }
 
 void FileChange::create(Session& session, const std::string& text) const {
-  if (output_.empty() || isStandardStream(output_))
+  if (output_.empty() || isStandardStream(output_)) {
+    refuseBackup();
     session.out().add(text);
-  else
+  } else if (dryRun_) {
+    refuseBackup();
+    std::error_code error;
+    const bool exists = std::filesystem::exists(output_, error);
+    printUnifiedDiff(session.out(), output_, exists ? readInput(output_).text : std::string(), text);
+  } else {
     must(KFA::KFAConfigFile(output_).replace(text, how_));
+  }
 }
 
 }  // namespace kfactl

@@ -36,6 +36,11 @@ class FileChange {
   void create(Session& session, const std::string& text) const;
 
  private:
+  // Whether a change of the file at `path` is printed, and no file changed.
+  bool isShown(const std::string& path) const;
+  // For changes that replace no file.
+  void refuseBackup() const;
+
   bool dryRun_ = false;
   std::string output_;
   KFA::KFASetOptions options_;

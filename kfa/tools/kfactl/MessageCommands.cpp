@@ -247,6 +247,9 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 extern const Group messageGroup;
-const Group messageGroup{"message", "Records as XML messages", kCommands};
+const Group messageGroup{"message", "Records as XML messages", kCommands,
+                         "  kfactl message from-config 101.conf > 101.xml\n"
+                         "  kfactl message check 101.xml\n"
+                         "  kfactl message to-config 101.xml --merge 101.conf --output 101.conf"};
 
 }  // namespace kfactl

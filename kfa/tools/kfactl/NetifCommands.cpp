@@ -85,6 +85,7 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 extern const Group netifGroup;
-const Group netifGroup{"netif", "Values of the key NETIF", kCommands};
+const Group netifGroup{"netif", "Values of the key NETIF", kCommands,
+                       "  kfactl netif show \"$(kfactl config get 101.conf NETIF)\""};
 
 }  // namespace kfactl

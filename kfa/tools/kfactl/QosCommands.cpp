@@ -457,6 +457,8 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 extern const Group qosGroup;
-const Group qosGroup{"qos", "Resource parameters and the formulas over them", kCommands};
+const Group qosGroup{"qos", "Resource parameters and the formulas over them", kCommands,
+                     "  kfactl qos check 101.conf\n"
+                     "  kfactl qos eval 'numproc.soft <= numproc.hard' numproc=200:240"};
 
 }  // namespace kfactl

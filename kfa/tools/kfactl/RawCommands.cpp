@@ -72,12 +72,14 @@ constexpr Command kCommands[] = {
      "  kfactl raw set global.conf LOCKDIR=/var/lock/kfa\n"
      "  kfactl raw set --dry-run global.conf LOCKDIR=/var/lock/kfa\n"
      "  kfactl raw set --backup .old global.conf LOGGING=yes LOG_LEVEL=2",
-     prepareSet, kTableOnly},
+     prepareSet},
 };
 
 }  // namespace
 
 extern const Group rawGroup;
-const Group rawGroup{"raw", "Any KEY=\"value\" file as keys and texts", kCommands};
+const Group rawGroup{"raw", "Any KEY=\"value\" file as keys and texts", kCommands,
+                     "  kfactl raw get global.conf LOCKDIR\n"
+                     "  kfactl raw set --dry-run global.conf LOCKDIR=/var/lock/kfa"};
 
 }  // namespace kfactl

@@ -177,7 +177,8 @@ TEST(ConfigFile, RefusesHardLinksUnlessAskedTo) {
   makeFile(folder / "a", "A=1\n");
   std::filesystem::create_hard_link(folder / "a", folder / "b");
   EXPECT_EQ(setIn(folder / "a", "A", "2"), -1);
-  EXPECT_NE(KFL::getErrorMessage().find("2 hard links"), std::string::npos) << KFL::getErrorMessage();
+  for (const char* part : {"2 hard links", "--hard-links"})
+    EXPECT_NE(KFL::getErrorMessage().find(part), std::string::npos) << KFL::getErrorMessage();
   EXPECT_EQ(setIn(folder / "a", "A", "2", {true, "", 1000}), 0);
   EXPECT_EQ(contentOf(folder / "a"), "A=\"2\"\n");
   EXPECT_EQ(contentOf(folder / "b"), "A=1\n");
@@ -195,10 +196,44 @@ TEST(ConfigFile, WritesToAnotherFile) {
   EXPECT_EQ(contentOf(folder / "a"), "A=1\n");
   EXPECT_EQ(contentOf(folder / "b"), "A=1\nB=2\n");
   EXPECT_EQ(statusOf(folder / "b").st_mode & 0777, 0600U);
-  EXPECT_EQ(KFAConfigFile(folder / "a").copyTo(folder / "a", edit, {}), 0);
-  EXPECT_EQ(contentOf(folder / "a"), "A=1\nB=2\n");
   EXPECT_EQ(KFAConfigFile(folder / "a").copyTo(folder.path(), edit, {}), -1);
   EXPECT_EQ(KFAConfigFile(folder / "a").copyTo(folder / "none/b", edit, {}), -1);
+}
+
+// A copy to the file itself, whatever its name, loses no other writer's change.
+TEST(ConfigFile, WritesToItselfUnderTheLock) {
+  const TemporaryFolder folder;
+  const auto path = folder / "a";
+  std::filesystem::create_symlink("a", folder / "link");
+  for (const std::string output : {"a", "./a", "link"}) {
+    makeFile(path, "");
+    std::thread other;
+    const auto edit = [&](const std::string& before, std::string& after) {
+      if (!other.joinable()) other = std::thread([&] { EXPECT_EQ(setIn(path, "OTHER", "1"), 0); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+      after = before + "B=2\n";
+      return 0;
+    };
+    EXPECT_EQ(KFAConfigFile(path).copyTo(folder / output, edit, {}), 0);
+    other.join();
+    EXPECT_EQ(contentOf(path), "B=2\nOTHER=\"1\"\n") << output;
+  }
+}
+
+// The file behind an open descriptor has a name of its own.
+TEST(ConfigFile, RefusesWhatStandsForAnOpenFile) {
+  const TemporaryFolder folder;
+  makeFile(folder / "a", "A=1\n");
+  const int open = ::open((folder / "a").c_str(), O_RDWR | O_CLOEXEC);
+  const std::string number = std::to_string(open);
+  std::filesystem::create_symlink("/dev/fd/" + number, folder / "link");
+  for (const std::string& path : {"/dev/fd/" + number, "/proc/self/fd/" + number,
+                                  "/dev/../proc/self/./fd/" + number, (folder / "link").string()}) {
+    EXPECT_EQ(KFAConfigFile(path).replace("B=1\n", {}), -1) << path;
+    EXPECT_NE(KFL::getErrorMessage().find("- for standard output"), std::string::npos);
+  }
+  close(open);
+  EXPECT_EQ(contentOf(folder / "a"), "A=1\n");
 }
 
 // What an earlier run left, or somebody else put there, is taken out of the way.
@@ -215,6 +250,76 @@ TEST(ConfigFile, ClearsAStaleTemporaryFile) {
     EXPECT_EQ(contentOf(folder / "victim"), "precious");
     EXPECT_EQ(folder.names(), (std::vector<std::string>{"a.conf", "victim"}));
   }
+}
+
+// Also by a run that does not come to write.
+TEST(ConfigFile, EveryRunClearsStaleTemporaryFiles) {
+  struct Run {
+    const char* name;
+    const char* key;
+    const char* value;
+    KFAReplaceOptions how;
+    int result;
+  };
+  const Run rows[] = {
+      {"a", "A", "1", {}, 0},             // nothing to change
+      {"a", "A", "$(id)", {}, -1},        // refused
+      {"linked", "A", "2", {}, -1},       // hard links
+      {"none", "A", "2", {}, -1},         // no such file
+      {"a", "A", "2", {}, 0},             // without a backup
+      {"a", "A", "3", {false, "~"}, 0},   // with one
+      {"a", "A", "4", {false, "~~"}, 0},  // with another one
+  };
+  const TemporaryFolder folder;
+  makeFile(folder / "a", "A=\"1\"\n");
+  makeFile(folder / "linked", "A=1\n");
+  std::filesystem::create_hard_link(folder / "linked", folder / "other");
+  for (const Run& row : rows) {
+    for (const char* suffix : {".new", ".backup.new"})
+      makeFile(folder / ("." + std::string(row.name) + suffix), "left");
+    EXPECT_EQ(setIn(folder / row.name, row.key, row.value, row.how), row.result) << KFL::getErrorMessage();
+    for (const std::string& name : folder.names())
+      EXPECT_NE(name.front(), '.') << row.name << " " << row.value << ": " << name;
+  }
+  // One that is being written is let alone.
+  makeFile(folder / ".a.new", "half");
+  const int held = open((folder / ".a.new").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  EXPECT_EQ(setIn(folder / "a", "A", "4"), 0);
+  EXPECT_EQ(contentOf(folder / ".a.new"), "half");
+  close(held);
+}
+
+TEST(ConfigFile, RefusesABackupThatLeadsElsewhere) {
+  const TemporaryFolder folder;
+  makeFile(folder / "a", "A=1\n");
+  makeFile(folder / "b", "precious");
+  std::filesystem::create_symlink("b", folder / "a.old");
+  EXPECT_EQ(setIn(folder / "a", "A", "2", {false, ".old"}), -1);
+  EXPECT_NE(KFL::getErrorMessage().find("symbolic link"), std::string::npos);
+  EXPECT_EQ(contentOf(folder / "a"), "A=1\n");
+  EXPECT_EQ(contentOf(folder / "b"), "precious");
+}
+
+// The time to wait is for one turn of another writer, and not for all of them.
+TEST(ConfigFile, WaitsAsLongAsOthersGetOn) {
+  constexpr int kWriters = 25;
+  const TemporaryFolder folder;
+  makeFile(folder / "a", "");
+  const auto slowly = [](const std::string& before, std::string& after) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    after = before + "x";
+    return 0;
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kWriters; ++i) {
+    threads.emplace_back([&] {
+      EXPECT_EQ(KFAConfigFile(folder / "a").update(slowly, {false, "", 1000}), 0) << KFL::getErrorMessage();
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(contentOf(folder / "a"), std::string(kWriters, 'x'));
 }
 
 TEST(ConfigFile, WaitsForALockAndGivesUp) {
@@ -357,7 +462,7 @@ TEST(ConfigFile, AKilledWriterLeavesAWholeFile) {
     ASSERT_EQ(content.substr(0, 3), "A=\"");
   }
   EXPECT_EQ(killed, 60);
-  EXPECT_EQ(setIn(path, "A", "last", {false, ".bak", 1000}), 0);
+  EXPECT_EQ(setIn(path, "A", "last"), 0);
   EXPECT_EQ(contentOf(path), "A=\"last\"\n" + rest);
   EXPECT_EQ(folder.names(), (std::vector<std::string>{"a.conf", "a.conf.bak"}));
 }

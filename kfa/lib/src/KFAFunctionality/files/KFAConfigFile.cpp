@@ -219,10 +219,14 @@ int KFAConfigFile::replace(const std::string& text, const KFAReplaceOptions& how
 
 int KFAConfigFile::copyTo(const std::string& output, const Edit& edit, const KFAReplaceOptions& how) const {
   struct stat status {};
+  struct stat there {};
+  const bool known = stat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  // The same file under another name, perhaps: no other writer's change may be lost.
+  if (known && stat(output.c_str(), &there) == 0 && isSameFile(status, there))
+    return KFAConfigFile(output).update(edit, how);
   std::string before;
   std::string after;
   if (read(before) != 0 || edit(before, after) != 0) return -1;
-  const bool known = stat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
   return KFAConfigFile(output).replace(after, how, known ? status.st_mode & 0777 : 0666);
 }
 

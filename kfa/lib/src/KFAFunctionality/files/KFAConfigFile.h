@@ -76,7 +76,8 @@ class KFAConfigFile {
   // Makes the text the file's content, whether or not there is a file. A new file gets the mode less the umask.
   int replace(const std::string& text, const KFAReplaceOptions& how, mode_t createMode = 0666) const;
 
-  // Writes the edited content to another file and leaves this one alone. A new file gets this one's mode.
+  // Writes the edited content to another file and leaves this one alone. A new file gets this one's mode. When both
+  // names lead to the same file, it is updated.
   int copyTo(const std::string& output, const Edit& edit, const KFAReplaceOptions& how) const;
 
  private:

@@ -42,6 +42,10 @@ int readToEnd(int descriptor, std::string& text, std::size_t& length);
 // Writes all of it: 0, or an errno. A limit on the size of files is an EFBIG, not a signal.
 int writeAll(int descriptor, std::string_view text);
 
+inline bool isSameFile(const struct stat& left, const struct stat& right) {
+  return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
 // Owner, extended attributes (ACLs are such) and mode, from one open file to another. 0, or an errno, with what could
 // not be kept.
 int copyAttributes(int from, int to, std::string& what);

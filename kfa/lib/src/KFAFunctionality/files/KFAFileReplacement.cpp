@@ -2,9 +2,12 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/magic.h>
 #include <sys/file.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -23,8 +26,7 @@ constexpr mode_t kPrivateMode = 0600;
 bool isNamedBy(int descriptor, const std::string& path) {
   struct stat open {};
   struct stat named {};
-  return fstat(descriptor, &open) == 0 && lstat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
-         open.st_ino == named.st_ino;
+  return fstat(descriptor, &open) == 0 && lstat(path.c_str(), &named) == 0 && isSameFile(open, named);
 }
 
 std::string folderOf(const std::string& path) {
@@ -33,10 +35,15 @@ std::string folderOf(const std::string& path) {
   return path.substr(0, slash + 1);
 }
 
+// Whether the names in this folder stand for what a process has open, and not for files in it.
+bool isOfProcesses(const std::string& folder) {
+  struct statfs system {};
+  return statfs(folder.empty() ? "." : folder.c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+}
+
 // Hidden, and never so long that no file could have the name.
-std::string temporaryNameOf(const std::string& name) {
-  constexpr std::string_view kSuffix = ".new";
-  return "." + name.substr(0, NAME_MAX - kSuffix.size() - 1).append(kSuffix);
+std::string temporaryNameOf(const std::string& name, std::string_view suffix) {
+  return "." + name.substr(0, NAME_MAX - suffix.size() - 1).append(suffix);
 }
 
 // A lock that another open file description holds makes this fail with EWOULDBLOCK.
@@ -47,7 +54,36 @@ bool tryLock(int descriptor) {
   return true;
 }
 
+// Removes what a writer that died has left under this name: 0, or an errno. One that lives holds a lock on it: then
+// EWOULDBLOCK, and the file is open.
+int removeStale(const std::string& path, Descriptor& file) {
+  file = openForReading(AT_FDCWD, path, false);
+  if (file.isOpen()) {
+    if (!tryLock(file.get())) return errno;
+    if (!isNamedBy(file.get(), path)) return 0;
+  } else if (errno != ELOOP && errno != ENXIO) {
+    return errno == ENOENT ? 0 : errno;
+  }
+  return unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+}
+
 }  // namespace
+
+bool KFAFileReplacement::Turns::wait(const struct stat& held) {
+  constexpr Microseconds kLongestSleep(64000);
+  const Clock::time_point now = Clock::now();
+  // The number of a file that is gone may be given again; the time of its last change differs.
+  const bool isSame = isSameFile(held, held_) && held.st_ctim.tv_sec == held_.st_ctim.tv_sec &&
+                      held.st_ctim.tv_nsec == held_.st_ctim.tv_nsec;
+  if (!isSame) deadline_ = now + timeout_;
+  held_ = held;
+  if (now >= deadline_) return false;
+  sleep_ = std::min(2 * sleep_, kLongestSleep);
+  // The last digits of the clock are random enough to keep the writers apart.
+  const Clock::duration some = now.time_since_epoch() % (sleep_ / 2);
+  std::this_thread::sleep_for(std::min<Clock::duration>(sleep_ / 2 + some, deadline_ - now));
+  return true;
+}
 
 KFAFileReplacement::~KFAFileReplacement() {
   discard();
@@ -70,17 +106,21 @@ int KFAFileReplacement::fail(const std::string& what, int error) const {
   return refuse(what + ": " + describeError(error));
 }
 
-// Waits a moment for another writer.
-int KFAFileReplacement::pause() {
-  if (Clock::now() >= deadline_) return refuse("another process keeps it locked; try again when it is done");
-  std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return 0;
+// Waits a moment for the writer that holds the file.
+int KFAFileReplacement::waitFor(int descriptor) {
+  struct stat held {};
+  if (fstat(descriptor, &held) != 0) return fail("cannot be locked", errno);
+  if (turns_.wait(held)) return 0;
+  return refuse("another process keeps it locked and does not go on; try again when that one has ended");
 }
 
 int KFAFileReplacement::resolve() {
   targetPath_ = path_;
   char link[PATH_MAX];
   for (int links = 0;; ++links) {
+    if (isOfProcesses(folderOf(targetPath_)))
+      return refuse(
+          "stands for what a process has open; a file's own name is wanted, or - for standard output");
     const ssize_t length = readlink(targetPath_.c_str(), link, sizeof(link));
     if (length < 0) break;
     if (links == kMostLinks || length == static_cast<ssize_t>(sizeof(link)))
@@ -89,7 +129,9 @@ int KFAFileReplacement::resolve() {
     targetPath_ = to.front() == '/' ? to : folderOf(targetPath_) + to;
   }
   folderPath_ = folderOf(targetPath_);
-  temporaryPath_ = folderPath_ + temporaryNameOf(targetPath_.substr(folderPath_.size()));
+  const std::string name = targetPath_.substr(folderPath_.size());
+  temporaryPath_ = folderPath_ + temporaryNameOf(name, ".new");
+  backupTemporaryPath_ = folderPath_ + temporaryNameOf(name, ".backup.new");
   if (folderPath_.empty()) folderPath_ = ".";
   if (targetPath_.empty()) return refuse("no file; a file name is wanted");
   return 0;
@@ -98,19 +140,25 @@ int KFAFileReplacement::resolve() {
 int KFAFileReplacement::lock(const std::string& path, const KFAReplaceOptions& options, bool mayCreate,
                              mode_t createMode) {
   path_ = path;
-  options_ = options;
-  mode_ = createMode;
-  deadline_ = Clock::now() + std::chrono::milliseconds(options.lockTimeout);
   if (options.backupSuffix.find('/') != std::string::npos) {
     return refuse("the backup suffix \"" + options.backupSuffix +
                   "\" has a slash; the backup stands in the same folder");
   }
   if (resolve() != 0) return -1;
-  for (bool again = true; again;) {
+  return takeTurn(options, mayCreate, createMode);
+}
+
+int KFAFileReplacement::takeTurn(const KFAReplaceOptions& options, bool mayCreate, mode_t createMode) {
+  options_ = options;
+  mode_ = createMode;
+  turns_.start(options.lockTimeout);
+  int result = 0;
+  for (bool again = true; again && result == 0;) {
     again = false;
-    if (openTarget(mayCreate, again) != 0) return -1;
+    result = openTarget(mayCreate, again);
   }
-  return 0;
+  clearStaleFiles();
+  return result;
 }
 
 int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
@@ -125,7 +173,7 @@ int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
   if (!tryLock(target.get())) {
     if (errno != EWOULDBLOCK) return fail("cannot be locked", errno);
     again = true;
-    return pause();
+    return waitFor(target.get());
   }
   // Its last writer may have replaced it while this one waited.
   if (!isNamedBy(target.get(), targetPath_)) {
@@ -141,8 +189,10 @@ int KFAFileReplacement::checkTarget(const struct stat& status) const {
   if (S_ISDIR(status.st_mode)) return refuse("a folder; a file is wanted");
   if (!S_ISREG(status.st_mode)) return refuse("not a regular file, so it cannot be replaced");
   if (status.st_nlink > 1 && !options_.hardLinks) {
-    return refuse("has " + std::to_string(status.st_nlink) +
-                  " hard links, and the other names would keep the old content; ask for it if that is right");
+    return refuse(
+        "has " + std::to_string(status.st_nlink) +
+        " hard links, and the other names would keep the old content; --hard-links replaces it all the "
+        "same");
   }
   return 0;
 }
@@ -180,22 +230,20 @@ int KFAFileReplacement::takeTemporary(bool& again) {
   return clearStale();
 }
 
-// Removes what a writer that died has left. One that lives holds a lock on it and is waited for.
+// Makes room for the temporary file. A writer that lives is waited for.
 int KFAFileReplacement::clearStale() {
-  const Descriptor stale = openForReading(AT_FDCWD, temporaryPath_, false);
-  if (!stale.isOpen()) {
-    if (errno == ENOENT) return 0;
-    if (errno != ELOOP && errno != ENXIO) {
-      return fail("cannot be replaced, since " + temporaryPath_ + " is in the way", errno);
-    }
-  } else {
-    if (!tryLock(stale.get())) {
-      return errno == EWOULDBLOCK ? pause() : fail("cannot be locked", errno);
-    }
-    if (!isNamedBy(stale.get(), temporaryPath_)) return 0;
+  Descriptor file;
+  const int error = removeStale(temporaryPath_, file);
+  if (error == EWOULDBLOCK) return waitFor(file.get());
+  return error == 0 ? 0 : fail("cannot be replaced, since " + temporaryPath_ + " is in the way", error);
+}
+
+// What cannot be removed now is in the way of the next replacement, and named there.
+void KFAFileReplacement::clearStaleFiles() const {
+  for (const std::string& path : {temporaryPath_, backupTemporaryPath_}) {
+    Descriptor file;
+    if (!path.empty()) removeStale(path, file);
   }
-  if (unlink(temporaryPath_.c_str()) == 0 || errno == ENOENT) return 0;
-  return fail("cannot be replaced, since " + temporaryPath_ + " is in the way", errno);
 }
 
 int KFAFileReplacement::read(std::string& text) const {
@@ -240,9 +288,12 @@ int KFAFileReplacement::writeBackup() const {
   const std::string backup = targetPath_ + options_.backupSuffix;
   struct stat old {};
   struct stat there {};
-  if (fstat(target_, &old) == 0 && stat(backup.c_str(), &there) == 0 && old.st_dev == there.st_dev &&
-      old.st_ino == there.st_ino) {
-    return refuse("its backup " + backup + " is the file itself; another suffix is wanted");
+  if (fstat(target_, &old) == 0 && lstat(backup.c_str(), &there) == 0) {
+    const bool isItself = isSameFile(old, there);
+    if (isItself || S_ISLNK(there.st_mode)) {
+      return refuse("its backup " + backup + " is " + (isItself ? "the file itself" : "a symbolic link") +
+                    "; another suffix is wanted");
+    }
   }
   KFAReplaceOptions options = options_;
   options.backupSuffix.clear();
@@ -250,7 +301,10 @@ int KFAFileReplacement::writeBackup() const {
   if (read(text) != 0) return -1;
   for (int result = 1; result == 1;) {
     KFAFileReplacement copy;
-    if (copy.lock(backup, options, true, kPrivateMode) != 0) return -1;
+    copy.path_ = copy.targetPath_ = backup;
+    copy.folderPath_ = folderPath_;
+    copy.temporaryPath_ = backupTemporaryPath_;
+    if (copy.takeTurn(options, true, kPrivateMode) != 0) return -1;
     copy.model_ = target_;
     result = copy.commit(text);
     if (result < 0) return -1;
