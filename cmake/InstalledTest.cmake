@@ -14,15 +14,21 @@ run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/first)
 file(RENAME ${WORK_DIR}/first ${WORK_DIR}/prefix)
 set(PREFIX ${WORK_DIR}/prefix)
 
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/embed -B ${WORK_DIR}/embed -G Ninja -DCMAKE_PREFIX_PATH=${PREFIX}
-    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/embed)
+# Builds a folder of examples against the prefix, runs its program with the arguments, and compares what it prints.
+function(run_example FOLDER PROGRAM)
+  run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/${FOLDER} -B ${WORK_DIR}/${FOLDER} -G Ninja
+      -DCMAKE_PREFIX_PATH=${PREFIX} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS}
+      -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/${FOLDER})
+  run(${WORK_DIR}/${FOLDER}/${PROGRAM} ${ARGN})
+  file(READ ${SOURCE_DIR}/examples/${FOLDER}/${PROGRAM}.expected EXPECTED)
+  if(NOT OUTPUT STREQUAL EXPECTED)
+    message(FATAL_ERROR "${PROGRAM} printed:\n${OUTPUT}instead of:\n${EXPECTED}")
+  endif()
+endfunction()
 
-run(${WORK_DIR}/embed/agent ${SOURCE_DIR}/examples/node/conf)
-file(READ ${SOURCE_DIR}/examples/embed/agent.expected EXPECTED)
-if(NOT OUTPUT STREQUAL EXPECTED)
-  message(FATAL_ERROR "agent printed:\n${OUTPUT}instead of:\n${EXPECTED}")
-endif()
+run_example(embed agent ${SOURCE_DIR}/examples/node/conf)
+run_example(managers managers)
 
 # Under a sanitizer, dlopen does not see the search path of the program that calls it.
 if(CXX_FLAGS MATCHES sanitize)

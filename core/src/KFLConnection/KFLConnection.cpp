@@ -1,0 +1,7 @@
+#include <KFLConnection/KFLConnection.h>
+
+namespace KFL {
+
+KFLConnection::~KFLConnection() = default;
+
+}  // namespace KFL

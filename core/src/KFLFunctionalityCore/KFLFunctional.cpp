@@ -1,0 +1,7 @@
+#include <KFLFunctionalityCore/KFLFunctional.h>
+
+namespace KFL {
+
+KFLFunctional::~KFLFunctional() = default;
+
+}  // namespace KFL

@@ -1,0 +1,56 @@
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <KFLCore/KFLRefCounter.h>
+
+namespace {
+
+class Counted : public KFL::KFLRefCounter {
+ public:
+  explicit Counted(int& ends) : ends_(ends) {}
+  Counted(const Counted&) = default;
+  ~Counted() override { ++ends_; }
+
+ private:
+  int& ends_;
+};
+using CountedSP = boost::intrusive_ptr<Counted>;
+
+TEST(KFLRefCounter, LastReferenceEndsTheObjectAndACopyCountsForItself) {
+  int ends = 0;
+  CountedSP first(new Counted(ends));
+  CountedSP second = first;
+  CountedSP copy(new Counted(*first));
+  first.reset();
+  EXPECT_EQ(ends, 0);
+  copy.reset();
+  EXPECT_EQ(ends, 1);
+  second.reset();
+  EXPECT_EQ(ends, 2);
+}
+
+// The writes of every holder are seen by the one who ends the object; a sanitizer watches.
+TEST(KFLRefCounter, ManyThreadsHoldAndDrop) {
+  int ends = 0;
+  CountedSP shared(new Counted(ends));
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([mine = shared]() mutable {
+      for (int round = 0; round < 1000; ++round)
+        CountedSP(mine).swap(mine);
+      mine.reset();
+    });
+  shared.reset();
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(ends, 1);
+}
+
+TEST(KFLRefCounterDeathTest, ReleaseWithoutAReferenceAborts) {
+  int ends = 0;
+  EXPECT_DEATH((new Counted(ends))->release(), "KFLRefCounter");
+}
+
+}  // namespace

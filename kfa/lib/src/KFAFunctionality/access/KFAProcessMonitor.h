@@ -1,0 +1,32 @@
+// The manager that watches processes: it looks at those of chosen environments at intervals and keeps the last
+// look, so that many callers cost one. Results and threads: KFAManagerResult.h.
+#ifndef KFAFUNCTIONALITY_ACCESS_KFAPROCESSMONITOR_H
+#define KFAFUNCTIONALITY_ACCESS_KFAPROCESSMONITOR_H
+
+#include <vector>
+
+#include <KFLFunctionality/KFLEID.h>
+#include <KFLFunctionalityCore/KFLFunctional.h>
+
+#include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/access/KFAManagerResult.h>
+
+namespace KFA {
+
+struct KFAProcess;
+
+class KFAProcessMonitor : public KFLFunctional {
+ public:
+  // Begins to look at an environment's processes every so many seconds, from 1; one that is watched already is
+  // looked at in the new interval.
+  virtual int start(const KFLEID& eid, int seconds) = 0;
+  virtual int stop(const KFLEID& eid) = 0;
+  // The environments that are watched.
+  virtual int list(std::vector<KFLEID>& eids) = 0;
+  // The processes of the last look, by pid; not found for an environment that is not watched.
+  virtual int get(const KFLEID& eid, std::vector<KFAProcess>& processes) = 0;
+};
+
+}  // namespace KFA
+
+#endif
