@@ -42,8 +42,8 @@ bool isQuotedAssignment(std::string_view word) {
 
 // Commands whose arguments are assignments that the shell keeps.
 bool isAssigner(std::string_view word) {
-  constexpr std::array<std::string_view, 6> kAssigners = {"export",   "declare", "typeset",
-                                                          "readonly", "local",   "eval"};
+  constexpr std::array<std::string_view, 7> kAssigners = {"export", "declare", "typeset", "readonly",
+                                                          "local",  "eval",    "let"};
   for (const std::string_view name : kAssigners) {
     if (word == name) return true;
   }
@@ -132,15 +132,6 @@ void KFLBashScanner::inArray() {
   }
 }
 
-void KFLBashScanner::inConditional() {
-  const char c = *at_;
-  if (c == '\0') return finish();
-  if (!isBashMeta(c)) return push(Context::Word, 0);
-  const bool doubled = (c == '&' || c == '|') && at_[1] == c;
-  if (!doubled && (c == ';' || c == '&')) return refuseHere(1);
-  at_ += doubled ? 2 : 1;
-}
-
 void KFLBashScanner::inList() {
   const char c = *at_;
   if (c == '\0') return finish();
@@ -163,9 +154,10 @@ void KFLBashScanner::wordEnded(const char* begin) {
   if (begin == assignment_) valueEnd_ = at_;
   Frame& frame = top();
   if (frame.context == Context::Array) return;
-  if (frame.context == Context::Conditional) return word == "]]" ? compoundEnded() : void();
+  if (frame.context == Context::Conditional) return conditionalWord(word);
   if (frame.wantsTarget) {
     frame.wantsTarget = false;
+    frame.redirected = frame.expect == Expect::Simple && frame.assignments > 0;
     hereDocument_ = hereDocument_ || frame.hereDocument;
     return;
   }
@@ -176,7 +168,7 @@ void KFLBashScanner::wordEnded(const char* begin) {
       frame.expect = Expect::Compound;
       return;
     case Expect::Simple:
-      return argument(word);
+      return coprocessBody(word) ? void() : argument(word);
     case Expect::AfterCompound:
       return reservedWord(word) ? void() : refuse(word);
     default:
@@ -215,16 +207,22 @@ void KFLBashScanner::commandWord(std::string_view word) {
   if (frame.expect == Expect::Compound || (frame.context == Context::Loop && frame.phase == kWantsDo)) {
     return refuse(word);
   }
+  const bool isCoprocess = frame.expect == Expect::Coprocess;
   beginSimple();
   argument(word);
-  top().mayName = top().words == 1;
+  top().mayName = top().words == 1 && !isCoprocess;
+  top().mayTakeBody = top().words == 1 && isCoprocess;
+}
+
+const KFLBashScanner::Reserved* KFLBashScanner::findReserved(std::string_view word) {
+  for (const Reserved& row : kReserved) {
+    if (row.word == word) return &row;
+  }
+  return nullptr;
 }
 
 bool KFLBashScanner::reservedWord(std::string_view word) {
-  const Reserved* reserved = nullptr;
-  for (const Reserved& row : kReserved) {
-    if (row.word == word) reserved = &row;
-  }
+  const Reserved* const reserved = findReserved(word);
   if (reserved == nullptr) return false;
   Frame& frame = top();
   const bool closing = reserved->role >= Reserved::Role::Continues;
@@ -240,13 +238,39 @@ bool KFLBashScanner::reservedWord(std::string_view word) {
   } else if (reserved->role == Reserved::Role::Opens) {
     push(reserved->context, 0);
     top().opened = word.data();
-  } else if (frame.expect == Expect::Compound) {
+  } else {
+    return prefixWord(*reserved, word);
+  }
+  return true;
+}
+
+// What begins a command without being one; false when it is an ordinary word here.
+bool KFLBashScanner::prefixWord(const Reserved& reserved, std::string_view word) {
+  using Role = Reserved::Role;
+  Frame& frame = top();
+  const bool bare = frame.expect == Expect::Piped || frame.expect == Expect::Coprocess;
+  if (bare && word == "time") return false;
+  if (frame.expect == Expect::Compound || (bare && reserved.role == Role::Prefix) ||
+      (frame.expect == Expect::Coprocess && reserved.role != Role::Prefix)) {
+    refuse(word);
+    return true;
+  }
+  frame.hasCommands = true;
+  frame.expect = reserved.role == Role::Prefix      ? Expect::AfterPrefix
+                 : reserved.role == Role::Coprocess ? Expect::Coprocess
+                                                    : Expect::FunctionName;
+  return true;
+}
+
+// Behind coproc NAME: a compound command, or else NAME was the command.
+bool KFLBashScanner::coprocessBody(std::string_view word) {
+  const Reserved* const reserved = top().mayTakeBody ? findReserved(word) : nullptr;
+  if (reserved == nullptr || word == "time") return false;
+  if (reserved->role != Reserved::Role::Opens) {
     refuse(word);
   } else {
-    frame.hasCommands = true;
-    frame.expect = reserved->role == Reserved::Role::Prefix      ? Expect::AfterPrefix
-                   : reserved->role == Reserved::Role::Coprocess ? Expect::Required
-                                                                 : Expect::FunctionName;
+    push(reserved->context, 0);
+    top().opened = word.data();
   }
   return true;
 }
@@ -272,6 +296,8 @@ void KFLBashScanner::beginSimple() {
   frame.expect = Expect::Simple;
   frame.hasCommands = true;
   frame.assigner = false;
+  frame.takesArrays = false;
+  frame.redirected = false;
   frame.words = 0;
   frame.assignments = 0;
 }
@@ -279,6 +305,7 @@ void KFLBashScanner::beginSimple() {
 void KFLBashScanner::argument(std::string_view word) {
   Frame& frame = top();
   frame.mayName = false;
+  frame.mayTakeBody = false;
   if (frame.words == 0) {
     if (isAssignment(word)) {
       ++frame.assignments;
@@ -287,6 +314,7 @@ void KFLBashScanner::argument(std::string_view word) {
     }
     // What stood before the command was for its environment only.
     frame.assigner = isAssigner(word);
+    frame.takesArrays = frame.assigner || word == "alias";
     frame.assignments = 0;
     frame.command = word.data();
   } else if (frame.assigner && isQuotedAssignment(word)) {
@@ -335,6 +363,7 @@ void KFLBashScanner::compoundEnded() {
   pop();
   Frame& frame = top();
   frame.hasCommands = true;
+  frame.mayTakeBody = false;
   frame.expect = Expect::AfterCompound;
   if (frame.context != Context::For) return;
   // That was the (( )) of a for: a semicolon may follow, and then do.
@@ -409,6 +438,7 @@ void KFLBashScanner::redirection() {
     return refuseHere(length);
   if (frame.expect != Expect::AfterCompound) beginSimple();
   frame.mayName = false;
+  frame.mayTakeBody = false;
   frame.wantsTarget = true;
   frame.hereDocument = hereDocument;
   at_ += length;
@@ -450,7 +480,7 @@ void KFLBashScanner::connector(End end, std::size_t length) {
   Frame& frame = top();
   if (frame.expect != Expect::Simple && frame.expect != Expect::AfterCompound) return refuseHere(length);
   endCommand(end);
-  frame.expect = Expect::Required;
+  frame.expect = end == End::Pipe ? Expect::Piped : Expect::Required;
   if (frame.context == Context::List) frame.opened = at_;
   at_ += length;
 }
@@ -463,8 +493,8 @@ void KFLBashScanner::openParenthesis() {
   if ((named || frame.expect == Expect::Compound) && *close == ')') {
     frame.expect = Expect::Compound;
     at_ = close + 1;
-  } else if (wantsDo || frame.expect == Expect::Simple || frame.expect == Expect::AfterCompound ||
-             frame.expect == Expect::FunctionName) {
+  } else if (wantsDo || (frame.expect == Expect::Simple && !frame.mayTakeBody) ||
+             frame.expect == Expect::AfterCompound || frame.expect == Expect::FunctionName) {
     refuseHere(1);
   } else if (at_[1] == '(') {
     push(Context::ArithmeticCommand, 2);

@@ -6,25 +6,65 @@ namespace KFL {
 
 namespace {
 
+constexpr std::string_view kOperators = ":-+=?#%/@^,~";
+constexpr std::string_view kSpecialOperators = kOperators.substr(0, 9);  // behind a special parameter
+constexpr std::string_view kCountOperators = kOperators.substr(0, 8);    // behind $#
+
+bool isOneOf(char c, std::string_view characters) {
+  return c != '\0' && characters.find(c) != std::string_view::npos;
+}
+
+// Whether this may stand behind a parameter's name: the brace, an operator, or the end of the line.
+bool isOperator(const char* at, std::string_view operators = kOperators) {
+  if (at[0] == ':' && at[1] == '}') return false;
+  return *at == '\0' || *at == '}' || (at[0] == '\\' && at[1] == '\n') || isOneOf(*at, operators);
+}
+
+// Behind the bracket that closes a subscript; null when none does within the braces, or nothing stands in it.
+const char* skipSubscript(const char* at) {
+  if (at[1] == ']') return nullptr;
+  std::size_t brackets = 0;
+  std::size_t braces = 1;
+  char quote = '\0';
+  for (; *at != '\0' && braces > 0; ++at) {
+    if (*at == '\\' && quote != '\'' && at[1] != '\0') {
+      ++at;
+    } else if (quote != '\0' || *at == '"' || *at == '\'') {
+      if (quote == '\0' || quote == *at) quote = quote == '\0' ? *at : '\0';
+    } else if (*at == '[') {
+      ++brackets;
+    } else if (*at == ']' && --brackets == 0) {
+      return at + 1;
+    } else if (*at == '{' || *at == '}') {
+      braces += *at == '{' ? 1U : -1U;
+    }
+  }
+  return nullptr;
+}
+
+// ${@} and its like; # and ! are parameters of their own where they mark no other as counted or indirect.
+bool isSpecialParameter(char mark, const char* at) {
+  if (mark == '\0' && isOneOf(*at, "@*")) return isOperator(at + 1);
+  if (mark == '\0') return isOneOf(*at, "?$-") && isOperator(at + 1, kSpecialOperators);
+  if (at[1] == '}' && isOneOf(*at, mark == '#' ? "@*#?$!-" : "@*#?-")) return true;
+  if (mark == '!' && isOneOf(*at, "@*#?")) return isOperator(at + 1, kSpecialOperators);
+  return isOperator(at, mark == '#' ? kCountOperators : kOperators);
+}
+
 // Whether ${ can begin an expansion with this text; only what no bash takes is refused.
 bool isParameter(const char* at) {
-  if (*at == '\0' || *at == '\n' || *at == '\\') return true;
-  const bool length = *at == '#';
-  const bool indirect = *at == '!';
-  if ((length || indirect) && (endOfName(at + 1) != at + 1 || isDigit(at[1]))) ++at;
-  const bool prefixed = (length || indirect) && *at != '#' && *at != '!';
+  if (*at == '\0' || *at == '\n' || (at[0] == '\\' && at[1] == '\n')) return true;
+  const char mark = *at == '#' || *at == '!' ? *at++ : '\0';
   const char* end = endOfName(at);
-  if (end == at && isDigit(*at)) {
+  if (end == at) {
     while (isDigit(*end))
       ++end;
+    if (end == at) return isSpecialParameter(mark, at);
+    return isOperator(end, mark == '#' ? "" : kOperators);
   }
-  // The special parameters: what may stand behind them is left to bash.
-  if (end == at) return std::string_view("@*#?$!-").find(*at) != std::string_view::npos;
-  if (*end == '\0' || *end == '}' || *end == '[' || *end == '\\') return true;
-  if (prefixed && length) return false;
-  if (*end == '*') return prefixed;
-  if (*end == ':') return end[1] != '}';
-  return std::string_view("-+=?#%/^,~@").find(*end) != std::string_view::npos;
+  if (*end == '[') end = skipSubscript(end);
+  if (end == nullptr) return false;
+  return isOperator(end, mark == '#' ? "" : kOperators) || (mark == '!' && end[0] == '*' && end[1] == '}');
 }
 
 }  // namespace
@@ -51,6 +91,8 @@ void KFLBashScanner::step() {
       return inQuoted('}');
     case Context::Subscript:
       return inQuoted(']');
+    case Context::Pattern:
+      return inQuoted(')');
     case Context::SquareArithmetic:
       return inArithmetic('[', ']');
     case Context::Arithmetic:
@@ -68,7 +110,8 @@ void KFLBashScanner::step() {
 void KFLBashScanner::push(Context context, std::size_t length) {
   Frame frame{.context = context, .opened = at_};
   frame.apart = context == Context::Command || context == Context::Subshell ||
-                (!frames_.empty() && top().expect == Expect::Compound);
+                (!frames_.empty() && (top().expect == Expect::Compound || top().expect == Expect::Coprocess ||
+                                      top().mayTakeBody));
   if (frame.apart) ++apart_;
   frames_.push_back(frame);
   at_ += length;
@@ -86,6 +129,8 @@ void KFLBashScanner::pop() {
 void KFLBashScanner::fail(Reason reason, const char* where) {
   failure_ = reason;
   failureAt_ = where;
+  // Within A[ there is no other way to go on than as an assignment.
+  if (isFirstValue() && frames_.size() > 2 && frames_[2].context == Context::Subscript) array_ = true;
   done_ = true;
 }
 
@@ -99,7 +144,9 @@ void KFLBashScanner::finish() {
   if (frame.wantsTarget) return refuseHere(0);
   switch (frame.context) {
     case Context::List:
-      if (frame.expect == Expect::Required) return fail(Reason::OpenOperator, frame.opened);
+      if (frame.expect == Expect::Required || frame.expect == Expect::Piped)
+        return fail(Reason::OpenOperator, frame.opened);
+      if (frame.expect == Expect::Coprocess) return refuseHere(0);
       if (frame.expect == Expect::Compound || frame.expect == Expect::FunctionName) {
         return fail(Reason::OpenCompound, at_);
       }
@@ -109,6 +156,7 @@ void KFLBashScanner::finish() {
     case Context::Command:
       return fail(Reason::OpenCommand, frame.opened);
     case Context::Subshell:
+    case Context::Pattern:
       return fail(Reason::OpenParenthesis, frame.opened);
     case Context::Array:
       return fail(Reason::OpenArray, frame.opened);
@@ -195,6 +243,7 @@ void KFLBashScanner::dollar(bool quotes) {
 
 void KFLBashScanner::inQuoted(char close) {
   const bool quotes = close != '"';
+  const char open = close == ']' ? '[' : close == ')' ? '(' : '\0';
   for (;;) {
     const char c = *at_;
     if (c == '\0') return finish();
@@ -208,8 +257,8 @@ void KFLBashScanner::inQuoted(char close) {
     } else if (quoteOrExpansion(quotes)) {
       return;
     } else {
-      if (close == ']' && c == '[') ++top().depth;
-      if (close == ']' && c == ']') --top().depth;
+      if (c == open) ++top().depth;
+      if (c == close) --top().depth;
       ++at_;
     }
   }
@@ -261,7 +310,9 @@ void KFLBashScanner::inWord() {
     const char c = *at_;
     const bool process = (c == '<' || c == '>') && at_[1] == '(';
     if (process) return push(Context::Command, 2);
-    if (isBashMeta(c)) {
+    if (isPattern()) {
+      if (c == '(') return push(Context::Pattern, 1);
+    } else if (isBashMeta(c)) {
       const char* const begin = top().opened;
       frames_.pop_back();
       return wordEnded(begin);
@@ -304,7 +355,8 @@ bool KFLBashScanner::acceptsAssignment(const Frame& list, char mark) const {
   if (list.context == Context::Array || list.context == Context::Conditional || list.wantsTarget)
     return false;
   if (list.expect == Expect::AfterCompound) return false;
-  return list.expect != Expect::Simple || list.words == 0 || (list.assigner && mark == '=');
+  if (list.expect != Expect::Simple) return true;
+  return list.words == 0 ? !list.redirected : list.takesArrays && mark == '=';
 }
 
 }  // namespace KFL

@@ -113,12 +113,15 @@ class KFLBashScanner {
     Arithmetic,  // $((
     SquareArithmetic,
     Subscript,
+    Pattern,  // parentheses of a pattern within [[
   };
 
   // What may stand next in a list of commands.
   enum class Expect : std::uint8_t {
     Optional,       // a command, or the end of the list
     Required,       // a command
+    Piped,          // a command without ! or time: behind |
+    Coprocess,      // the like, which is no function either: behind coproc
     AfterPrefix,    // a command, or the end of this one: behind ! and time
     FunctionName,   // behind the word function
     Compound,       // a function's body
@@ -138,7 +141,10 @@ class KFLBashScanner {
     bool hereDocument = false;  // and that one is << or <<-
     bool headDone = false;      // of a word: its = or [ was seen
     bool assigner = false;      // of a simple command: export and its like
+    bool takesArrays = false;   // they, and alias: NAME=( ) may be an argument
     bool mayName = false;       // of a simple command: its one word may be a function's name
+    bool mayTakeBody = false;   // or a coprocess's, and a compound command follow
+    bool redirected = false;    // a redirection stands behind an assignment: NAME=( ) may not
     bool apart = false;         // what it assigns stays in it: a subshell, a function's body
     unsigned int words = 0;
     unsigned int assignments = 0;
@@ -150,6 +156,7 @@ class KFLBashScanner {
 
   struct Reserved;
   static const Reserved kReserved[];
+  static const Reserved* findReserved(std::string_view word);
 
   Frame& top() { return frames_.back(); }
   void push(Context context, std::size_t length);
@@ -172,15 +179,20 @@ class KFLBashScanner {
   void subscriptEnded();
   bool isOwnText() const;
   bool isFirstValue() const;
+  bool isPattern() const;
 
   // Words and operators.
   void inArray();
   void inConditional();
+  void conditionalOperator();
+  void conditionalWord(std::string_view word);
   void inList();
   void wordEnded(const char* begin);
   void commandWord(std::string_view word);
   bool reservedWord(std::string_view word);
   void closingWord(const Reserved& reserved, std::string_view word);
+  bool prefixWord(const Reserved& reserved, std::string_view word);
+  bool coprocessBody(std::string_view word);
   void argument(std::string_view word);
   bool headerWord(std::string_view word);
   bool headerOperator();

@@ -52,11 +52,11 @@ constexpr const char* kReadOnlyText = "a read-only variable of bash";
 constexpr std::array<std::string_view, 6> kReadOnlyNames = {"BASHOPTS", "BASH_VERSINFO", "EUID",
                                                             "PPID",     "SHELLOPTS",     "UID"};
 
-// Names that bash computes; it takes an assignment to them without a word and keeps nothing of it.
-constexpr std::array<std::string_view, 15> kIgnoredNames = {
-    "BASHPID",     "BASH_ARGC", "BASH_ARGV",     "BASH_COMMAND", "BASH_LINENO",
-    "BASH_SOURCE", "DIRSTACK",  "EPOCHREALTIME", "EPOCHSECONDS", "FUNCNAME",
-    "GROUPS",      "HISTCMD",   "LINENO",        "SRANDOM",      "_"};
+// Names that bash computes; it takes an assignment to them without a word and does not keep its text.
+constexpr std::array<std::string_view, 18> kIgnoredNames = {
+    "BASHPID",       "BASH_ARGC", "BASH_ARGV",     "BASH_COMMAND", "BASH_LINENO", "BASH_SOURCE",
+    "BASH_SUBSHELL", "DIRSTACK",  "EPOCHREALTIME", "EPOCHSECONDS", "FUNCNAME",    "GROUPS",
+    "HISTCMD",       "LINENO",    "PIPESTATUS",    "RANDOM",       "SRANDOM",     "_"};
 
 template <std::size_t N>
 bool isOneOf(std::string_view name, const std::array<std::string_view, N>& names) {

@@ -5,6 +5,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -45,38 +46,19 @@ TEST(KFLText, TokensAreNeverEmpty) {
 }
 
 TEST(KFLText, ReadsTheNumberAtTheBeginning) {
-  const struct {
-    const char* text;
-    long long value;
-  } rows[] = {
-      {"0", 0},
-      {"42", 42},
-      {"-42", -42},
-      {"+42", 42},
-      {" \t\n\v\f\r42", 42},
-      {"42abc", 42},
-      {"4 2", 4},
-      {"0x10", 0},
-      {"007", 7},
-      {"1e3", 1},
-      {"", 0},
-      {"abc", 0},
-      {"-", 0},
-      {"+", 0},
-      {"+-5", 0},
-      {"--5", 0},
-      {"- 5", 0},
-      {"\xa0"
-       "5",
-       0},
-      {"9223372036854775807", std::numeric_limits<long long>::max()},
-      {"9223372036854775808", std::numeric_limits<long long>::max()},
-      {"-9223372036854775808", std::numeric_limits<long long>::min()},
-      {"-9223372036854775809x", std::numeric_limits<long long>::min()},
-      {"99999999999999999999999999", std::numeric_limits<long long>::max()},
+  constexpr long long kMost = std::numeric_limits<long long>::max();
+  const std::pair<long long, std::vector<const char*>> rows[] = {
+      {42, {"42", "+42", " \t\n\v\f\r42", "42abc", "00042", "42 7"}},
+      {-42, {"-42"}},
+      {1, {"1e3"}},
+      {0, {"0", "0x10", "", "abc", "-", "+", "+-5", "--5", "- 5", "\xa0\x35"}},
+      {kMost, {"9223372036854775807", "9223372036854775808", "99999999999999999999999999"}},
+      {-kMost - 1, {"-9223372036854775808", "-9223372036854775809x"}},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(strToLonglong(row.text), row.value) << row.text;
+  for (const auto& [value, texts] : rows) {
+    for (const char* const text : texts)
+      EXPECT_EQ(strToLonglong(text), value) << text;
+  }
 }
 
 TEST(KFLText, StrictNumbersTakeTheWholeText) {
@@ -96,26 +78,14 @@ TEST(KFLText, StrictNumbersTakeTheWholeText) {
 }
 
 TEST(KFLText, DoublesHaveTheShortestPlainForm) {
-  const struct {
-    double value;
-    const char* text;
-  } rows[] = {
-      {0, "0"},
-      {-0.0, "-0"},
-      {1.5, "1.5"},
-      {150, "150"},
-      {-0.1, "-0.1"},
-      {100000, "100000"},
-      {1e16, "10000000000000000"},
-      {1e17, "1e+17"},
-      {1e-5, "0.00001"},
-      {1e-6, "1e-06"},
-      {1.0 / 3, "0.3333333333333333"},
-      {4294967296.0, "4294967296"},
-      {5e-324, "5e-324"},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(doubleToStr(row.value), row.text);
+  const double values[] = {0,    -0.0, 1.5,  150,     -0.1,         100000, 1e16,
+                           1e17, 1e-5, 1e-6, 1.0 / 3, 4294967296.0, 5e-324};
+  std::string texts;
+  for (const double value : values)
+    texts += doubleToStr(value) + " ";
+  EXPECT_EQ(
+      texts,
+      "0 -0 1.5 150 -0.1 100000 10000000000000000 1e+17 0.00001 1e-06 0.3333333333333333 4294967296 5e-324 ");
   std::mt19937_64 random(1);
   for (int i = 0; i < 20000; ++i) {
     const double value = std::ldexp(static_cast<double>(random()), static_cast<int>(random() % 2000) - 1064);
@@ -149,36 +119,24 @@ TEST(KFLText, IgnoresTheHostsLocale) {
 
 TEST(KFLText, FindsIllFormedUtf8) {
   constexpr std::size_t kGood = std::string::npos;
-  const struct {
-    std::string text;
-    std::size_t bad;
-  } rows[] = {
-      {"", kGood},
-      {"plain ASCII of more than one word", kGood},
-      {std::string("a\0b", 3), kGood},
-      {"\xc2\x80 \xdf\xbf \xe0\xa0\x80 \xed\x9f\xbf \xee\x80\x80 \xef\xbf\xbf \xf0\x90\x80\x80 "
-       "\xf4\x8f\xbf\xbf",
-       kGood},
-      {"\x80", 0},
-      {"12345678\xbf", 8},
-      {"1234567\xc3\xa9\xc3", 9},
-      {"\xc0\x80", 0},
-      {"\xc1\xbf", 0},
-      {"\xe0\x9f\xbf", 0},
-      {"\xed\xa0\x80", 0},
-      {"\xf0\x8f\xbf\xbf", 0},
-      {"\xf4\x90\x80\x80", 0},
-      {"\xf5\x80\x80\x80", 0},
-      {"\xff", 0},
-      {"a\xe2\x82", 1},
-      {"a\xe2\x82z", 1},
-      {"a\xf0\x90\x80", 1},
-      {"\xc3\xc3", 0},
+  const std::pair<std::size_t, std::vector<std::string>> rows[] = {
+      {kGood,
+       {"", "plain ASCII of more than one word", std::string("a\0b", 3),
+        "\xc2\x80 \xdf\xbf \xe0\xa0\x80 \xed\x9f\xbf \xee\x80\x80 \xef\xbf\xbf \xf0\x90\x80\x80 "
+        "\xf4\x8f\xbf\xbf"}},
+      {0,
+       {"\x80", "\xc0\x80", "\xc1\xbf", "\xe0\x9f\xbf", "\xed\xa0\x80", "\xf0\x8f\xbf\xbf",
+        "\xf4\x90\x80\x80", "\xf5\x80\x80\x80", "\xff", "\xc3\xc3"}},
+      {1, {"a\xe2\x82", "a\xe2\x82z", "a\xf0\x90\x80"}},
+      {8, {"12345678\xbf"}},
+      {9, {"1234567\xc3\xa9\xc3"}},
   };
-  for (const auto& row : rows) {
-    std::size_t bad = kGood;
-    EXPECT_EQ(isUtf8(row.text, &bad), row.bad == kGood) << row.text;
-    EXPECT_EQ(bad, row.bad) << row.text;
+  for (const auto& [place, texts] : rows) {
+    for (const std::string& text : texts) {
+      std::size_t bad = kGood;
+      EXPECT_EQ(isUtf8(text, &bad), place == kGood) << text;
+      EXPECT_EQ(bad, place) << text;
+    }
   }
 }
 

@@ -1,8 +1,6 @@
 #include <KFLFunctionality/KFLEnvConfig.h>
 
 #include <algorithm>
-#include <functional>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -173,48 +171,6 @@ TEST(KFLVEnvConfig, OneQoSAmongMany) {
 
 // --- The subtree -------------------------------------------------------------------------------------------
 
-TEST(KFLEnvConfig, AnyOrderOfSettersGivesTheOrderOfTheElements) {
-  std::vector<std::function<void(KFLVEnvConfig&)>> setters = {
-      [](auto& c) { c.setName(std::string("n")); },
-      [](auto& c) { c.setDescription(std::string("d")); },
-      [](auto& c) { c.setHostname(std::string("h")); },
-      [](auto& c) {
-        c.setAddresses(std::vector<KFLIPAddress>{"10.0.0.1", "10.0.0.2"});
-      },
-      [](auto& c) { c.setNameservers(std::vector<std::string>{}); },
-      [](auto& c) { c.setSearchDomains(std::set<std::string>{"a"}); },
-      [](auto& c) { c.setArchitecture(std::string("x86")); },
-      [](auto& c) { c.setOS(KFLOS()); },
-      [](auto& c) { c.setType(std::string("t")); },
-      [](auto& c) { c.setDisabled(true); },
-      [](auto& c) { c.setConfigCustomized(true); },
-      [](auto& c) { c.setClassID(1); },
-      [](auto& c) { c.setQoSes(std::set<KFLQoS>{KFLQoS("q")}); },
-  };
-  KFLVEnvConfig expected;
-  for (const auto& set : setters)
-    set(expected);
-  const std::vector<std::string> order = names(expected);
-  for (std::size_t i = 0; i < order.size(); ++i)
-    EXPECT_TRUE(i == 0 ||
-                expected.getPositionOfTheTag(order[i - 1]) <= expected.getPositionOfTheTag(order[i]));
-  EXPECT_EQ(expected.getPositionOfTheTag("name"), 0);
-  EXPECT_EQ(expected.getPositionOfTheTag("qos"), 12);
-  EXPECT_EQ(expected.getPositionOfTheTag("veid"), -1);
-
-  std::mt19937 random(7);
-  for (int round = 0; round < 50; ++round) {
-    std::ranges::shuffle(setters, random);
-    KFLVEnvConfig config;
-    for (const auto& set : setters)
-      set(config);
-    for (const auto& set : setters)
-      set(config);
-    EXPECT_EQ(names(config), order);
-    EXPECT_TRUE(config.getIterator().isEqualTree(expected.getIterator()));
-  }
-}
-
 TEST(KFLEnvConfig, WhatIsNotKnownStaysAndComesLast) {
   KFLMessage message;
   ASSERT_EQ(
@@ -301,19 +257,6 @@ TEST(KFLEnvConfig, GuardSelectsForItsScopeAlone) {
     found += std::string(it.getName()) + "=" + std::string(it.getNamespace()) + " ";
   while (it.nextSibling() == 0);
   EXPECT_EQ(found, "a=urn:a b=urn:b c=urn:kept d=urn:kept a=urn:a e= ");
-}
-
-TEST(KFLEnvConfig, SettingAgainNeedsNoMoreMemory) {
-  KFLMessage message("c");
-  const KFLMessageIterator it = message.getIterator();
-  KFLVEnvConfig config(&it, EnvConfigVirtual);
-  std::size_t used = 0;
-  for (int i = 0; i < 200000; ++i) {
-    config.setHostname(std::string(static_cast<std::size_t>(i % 100), 'h'));
-    config.setNameservers(std::vector<std::string>(static_cast<std::size_t>(i % 5), "10.0.0.1"));
-    if (i == 1000) used = message.memoryUsed();
-  }
-  EXPECT_EQ(message.memoryUsed(), used);
 }
 
 }  // namespace

@@ -33,13 +33,10 @@ TEST(KFLXML, ReadsAndPrintsTheSameTree) {
   const Row rows[] = {
       // Elements and texts.
       {"<a/>", "<a/>"},
-      {"<a></a>", "<a/>"},
       {"<?xml version='1.0' encoding='utf-8'?>\n<a/>\n<!-- behind -->", "<a/>"},
       {"\xEF\xBB\xBF<a/>", "<a/>"},
-      {"<a>1</a>", "<a>1</a>"},
       {"<a> \t\n</a>", "<a> \t\n</a>"},
       {"<a>\n  <b>x</b>\n  <b/>\n</a>\n", "<a><b>x</b><b/></a>"},
-      {"<a>12345678</a>", "<a>12345678</a>"},
       {"<a>123456789</a>", "<a>123456789</a>"},
       {"<a>x<!-- no --><?pi no?>y</a>", "<a>xy</a>"},
       // Characters.
@@ -69,7 +66,6 @@ TEST(KFLXML, ReadsAndPrintsTheSameTree) {
       {"<p:a xmlns:p='u' xmlns='v' " XSI "><p:b xsi:type='t'/></p:a>",
        "<a xmlns=\"u\" " XSI "><b xmlns:t=\"v\" xsi:type=\"t:t\"/></a>"},
       // Other attributes.
-      {"<a z='1' b='2'/>", "<a z=\"1\" b=\"2\"/>"},
       {"<a xml:lang='de' xmlns:p='u' xmlns:q='u' xmlns:r='v' p:x='1' q:y='2' r:x='3'/>",
        "<a xml:lang=\"de\" xmlns:a1=\"u\" a1:x=\"1\" a1:y=\"2\" xmlns:a2=\"v\" a2:x=\"3\"/>"},
       {"<a><b " XSI " xsi:nil='true'/></a>", "<a " XSI "><b xsi:nil=\"true\"/></a>"},
@@ -89,8 +85,6 @@ TEST(KFLXML, RefusesWithLineAndColumn) {
   };
   const Row rows[] = {
       {"", "line 1, column 1: there is no root element"},
-      {"  \n ", "line 2, column 2: there is no root element"},
-      {"hello", "line 1, column 1: "},
       {"<a>\n <b></a>", "line 2, column 7: the end tag does not match"},
       {"<a>\n\n", "line 3, column 1: there is no root element, or it is not closed"},
       {"<a", "line 1, column 1: a tag"},
@@ -100,7 +94,6 @@ TEST(KFLXML, RefusesWithLineAndColumn) {
       {"<a>\x01</a>", "line 1, column 4: this character cannot stand here"},
       {"<a>\xEF\xBF\xBF</a>", "line 1, column 4: this character cannot stand here"},
       {"<a>x\xC3(</a>", "line 1, column 5: the text is not UTF-8"},
-      {"<a>\xED\xA0\x80</a>", "line 1, column 4: the text is not UTF-8"},
       {std::string("\xFF\xFE<\0a\0/\0>\0", 10), "line 1, column 1: the text is not UTF-8"},
       {std::string("\0<\0a\0/\0>", 8), "line 1, column 1: the text is not UTF-8"},
       {std::string("<a>\0</a>", 8), "line 1, column 4: this character cannot stand here"},
@@ -110,13 +103,10 @@ TEST(KFLXML, RefusesWithLineAndColumn) {
       {"<p:a/>", "line 1, column 1: a prefix is not declared"},
       {"<a xmlns:p=''/>", "line 1, column 1: a prefix is declared without a URI"},
       {"<?xml version='1.0' encoding='ISO-8859-1'?><a/>", "line 1, column 1: another encoding is declared"},
-      {"<?xml version='1.0' encoding='UTF-16'?><a/>", "line 1, column 1: another encoding is declared"},
       {"\n<?xml version='1.0'?><a/>", "line 2, column 1: the XML declaration stands late"},
-      {"<!DOCTYPE a><a/>", "line 1, column 12: there is a document type declaration"},
       {"<!DOCTYPE a [<!ENTITY b 'c'>]><a>&b;</a>", "line 1, column 13: there is a document type declaration"},
       {"<a>\n<b " XSI " xsi:type='p:t'/></a>", "line 2, column 1: the prefix of an xsi:type is not declared"},
       {"<a " XSI "><b xmlns:p='u'/><b xsi:type='p:t'/></a>", "line 1, column 74: the prefix of an xsi:type"},
-      {"<a " XSI " xsi:type=''/>", "line 1, column 1: an xsi:type is no name"},
       {"<a " XSI " xsi:type='1t'/>", "line 1, column 1: an xsi:type is no name"},
       {"<a xmlns:p='u' " XSI " xsi:type='p:t:t'/>", "line 1, column 1: an xsi:type is no name"},
       {nested(257), "line 1, column 769: elements are nested too deeply; 256 levels are taken"},
@@ -173,7 +163,6 @@ TEST(KFLXML, PrintRefusesWhatXmlCannotCarry) {
       {"a", "u\n\"<", "tType", "", ""},
       {"a", "", "", std::string("a\0b", 3),
        "/m/x/a[2]: its text, namespace or attribute holds a control character"},
-      {"a", "", "", "\x1B[0m", "/m/x/a[2]: its text, namespace or attribute holds a control character"},
       {"a", "", "", "caf\xE9", "/m/x/a[2]: its text, namespace or attribute is not UTF-8"},
       {"a", "", "", "12345678\xEF\xBF\xBE", "/m/x/a[2]: its text, namespace or attribute holds U+FFFE"},
       {"a", "\x02", "", "", "/m/x/a[2]: its text, namespace or attribute holds a control character"},
@@ -181,9 +170,7 @@ TEST(KFLXML, PrintRefusesWhatXmlCannotCarry) {
       {"a", "", "no tag", "", "/m/x/a[2]: its type tag is no name"},
       {"1a", "", "", "", "/m/x/1a: its name is none in XML"},
       {"a:b", "", "", "", "/m/x/a:b: its name is none in XML"},
-      {"a b", "", "", "", "/m/x/a b: its name is none in XML"},
       {"\xC3\x97", "", "", "", "/m/x/\xC3\x97: its name is none in XML"},
-      {"a\xFF", "", "", "", "/m/x/a\xFF: its name is none in XML"},
   };
   for (const Case& row : cases) {
     KFLMessage message("m");

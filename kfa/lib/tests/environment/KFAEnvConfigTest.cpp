@@ -208,34 +208,12 @@ TEST(KFAEnvConfig, OneCapabilityAmongMany) {
 // --- Order -------------------------------------------------------------------------------------------------
 
 TEST(KFAEnvConfig, PositionsOfTheElements) {
-  const char* const order[] = {"veid",
-                               "ve_root",
-                               "ve_private",
-                               "on_boot",
-                               "template",
-                               "disabled",
-                               "offline_management",
-                               "os_template",
-                               "distribution",
-                               "capability",
-                               "iptables",
-                               "config_customized",
-                               "class_id",
-                               "ve_type",
-                               "offline_service",
-                               "wins_server",
-                               "net_device",
-                               "ts_license_server",
-                               "ts_mode",
-                               "uuid",
-                               "allow_reboot",
-                               "rate_bound",
-                               "interface_rate",
-                               "slm_mode",
-                               "origin_sample",
-                               "is_sample",
-                               "role",
-                               "disk_list"};
+  const char* const order[] = {
+      "veid", "ve_root", "ve_private", "on_boot", "template", "disabled", "offline_management", "os_template",
+      // Behind the distribution.
+      "distribution", "capability", "iptables", "config_customized", "class_id", "ve_type", "offline_service",
+      "wins_server", "net_device", "ts_license_server", "ts_mode", "uuid", "allow_reboot", "rate_bound",
+      "interface_rate", "slm_mode", "origin_sample", "is_sample", "role", "disk_list"};
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&order] {

@@ -116,34 +116,22 @@ TEST(KFAVtSettings, OfflineServicesTellEmptyFromUnspecified) {
 // Another library that knows only the base classes gets the derived objects by their tags.
 TEST(KFAVtRecords, TypeTagsMakeTheClasses) {
   KFAVtSettings settings;
-  settings.setLockDir(std::string("/lock"));
   settings.setTechnology(std::string("kelvarium"));
   KFAVtInfo info;
-  info.setBuild("4.0.0-1");
   info.setRedirectServices(std::vector<KFARedirectService>(2));
   info.setDescription(std::string("containers"));
-
-  KFLMessage first;
-  KFLMessageIterator it = first.getIterator();
-  ASSERT_EQ(KFLWriterDerived<KFLVtSettings>()(it, settings), 0);
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
   boost::shared_ptr<KFLVtSettings> readSettings;
-  ASSERT_EQ(KFLReaderDerived<KFLVtSettings>()(it, readSettings), 0);
-  const auto* const ownSettings = dynamic_cast<KFAVtSettings*>(readSettings.get());
-  ASSERT_NE(ownSettings, nullptr);
-  EXPECT_EQ(ownSettings->getLockDir(), settings.getLockDir());
-  EXPECT_EQ(ownSettings->getTechnology(), settings.getTechnology());
-
-  KFLMessage second;
-  KFLMessageIterator at = second.getIterator();
-  ASSERT_EQ(KFLWriterDerived<KFLVtInfo>()(at, info), 0);
   boost::shared_ptr<KFLVtInfo> readInfo;
-  ASSERT_EQ(KFLReaderDerived<KFLVtInfo>()(at, readInfo), 0);
-  const auto* const ownInfo = dynamic_cast<KFAVtInfo*>(readInfo.get());
-  ASSERT_NE(ownInfo, nullptr);
-  EXPECT_EQ(ownInfo->getBuild(), "4.0.0-1");
-  EXPECT_EQ(ownInfo->getDescription(), info.getDescription());
-  EXPECT_TRUE(ownInfo->getRedirectServices().empty()) << "a service without an address cannot be read";
-  EXPECT_NE(KFLReaderDerived<KFLVtInfo>()(it, readInfo), 0) << "the tag of another registry";
+  ASSERT_EQ(it.putObject(settings, KFLWriterDerived<KFLVtSettings>(), "a"), 0);
+  ASSERT_EQ(it.putObject(info, KFLWriterDerived<KFLVtInfo>(), "b"), 0);
+  ASSERT_EQ(it.getObject(readSettings, KFLReaderDerived<KFLVtSettings>(), "a"), 0);
+  ASSERT_EQ(it.getObject(readInfo, KFLReaderDerived<KFLVtInfo>(), "b"), 0);
+  EXPECT_EQ(dynamic_cast<KFAVtSettings&>(*readSettings).getTechnology(), settings.getTechnology());
+  EXPECT_EQ(readInfo->getDescription(), info.getDescription());
+  EXPECT_TRUE(dynamic_cast<KFAVtInfo&>(*readInfo).getRedirectServices().empty()) << "they have no address";
+  EXPECT_NE(it.getObject(readInfo, KFLReaderDerived<KFLVtInfo>(), "a"), 0) << "the tag of another registry";
 }
 
 }  // namespace

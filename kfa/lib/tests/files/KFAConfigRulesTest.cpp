@@ -42,10 +42,9 @@ const AcceptRow kAccepted[] = {
     {"nameserver", {"", "1.1.1.1 2001:db8::53"}, {"ns1"}},
     {"netif",
      {"", "ifname=eth0", "mac=00:11:22:33:44:55,ifname=eth0", " ifname=eth0,dhcp=no; ifname=eth1",
-      "ifname=eth0,network=,mac=,nettype=bridged,gw=10.0.0.1,gw6=fe80::1,ip=10.0.0.5/"
-      "24:10.0.1.5,dhcp=no,ip6=fe80::1/64,",
-      "ifname=eth0,dhcp=yes,dhcp6=yes", "ifname=eth1,nettype=host-routed,ip=10.0.0.1",
-      "ifname=venet0,ip=10.0.0.1", "ifname=eth0,,gw=,ip="},
+      "ifname=eth0,network=,mac=,nettype=bridged,gw=10.0.0.1,gw6=fe80::1,ip=10.0.0.5/24:10.0.1.5,dhcp=no",
+      "ifname=eth0,dhcp=yes,dhcp6=yes", "ifname=eth0,mac=,ip6=fe80::1/64,",
+      "ifname=eth1,nettype=host-routed,ip=10.0.0.1", "ifname=venet0,ip=10.0.0.1", "ifname=eth0,,gw=,ip="},
      {"eth0", "ifname=eth0,speed=fast", "mac=00:11:22:33:44:55", "ifname=eth0,dhcp=", "ifname=eth0,dhcp=Yes",
       "ifname=eth0,dhcp=no ", "ifname=eth0,nettype=host", "ifname=eth0,dhcp=yes,ip=10.0.0.1",
       "ifname=venet0,nettype=host-routed,ip=10.0.0.1", "ifname=eth0;ifname=venet0,nettype=host-routed",

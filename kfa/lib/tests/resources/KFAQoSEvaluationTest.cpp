@@ -65,39 +65,22 @@ class QoSEvaluation : public testing::Test {
 };
 
 TEST_F(QoSEvaluation, Results) {
-  const std::pair<const char*, int> rows[] = {
-      {"a", 0},
-      {"0", 1},
-      {"a.soft < a.hard", 0},
-      {"a.hard < a.soft", 1},
-      {"a.hard &lt; a.soft", 1},
-      {"a.hard - a - 1 == 0", 0},
-      {"7 - 2 - 1 == 4", 0},
-      {"1 + 2 * 3 == 7", 0},
-      {"7 / 2 * 2 == 6", 0},
-      {"b / 2 + 2 == 0", 0},  // towards zero
-      {"0 - 7 / 2 + 3 == 0", 0},
-      {"a < 5 < a.hard", 0},
-      {"5 && 2 && b", 0},
-      {"5 && 0", 1},
-      {"a && b == 1", 1},
-      {"0 && 1 / 0", -1},  // both sides are always evaluated
-      {"9999999999 < 0", 0},
-      // 64 bits, wrapping.
-      {"x.y.hard + 1 == x.y.soft", 0},
-      {"x.y.soft - 1 == x.y.hard", 0},
-      {"x.y.hard * 2 + 2 == 0", 0},
-      {"x.y.soft * x.y.soft == 0", 0},
-      {"x.y.soft / 1 == x.y.soft", 0},
-      // What ends an evaluation.
-      {"a / 0", -1},
-      {"(a) b", -1},
-      {"c < a", -3},
-      {"a / 0 < c", -1},
-      {"c < a / 0", -3},
+  const std::pair<int, std::vector<const char*>> rows[] = {
+      {0,
+       {"a", "a.soft < a.hard", "a.hard - a - 1 == 0", "7 - 2 - 1 == 4", "1 + 2 * 3 == 7", "7 / 2 * 2 == 6",
+        "b / 2 + 2 == 0", "0 - 7 / 2 + 3 == 0", "a < 5 < a.hard", "5 && 2 && b", "9999999999 < 0",
+        // 64 bits, wrapping.
+        "x.y.hard + 1 == x.y.soft", "x.y.soft - 1 == x.y.hard", "x.y.hard * 2 + 2 == 0",
+        "x.y.soft * x.y.soft == 0", "x.y.soft / 1 == x.y.soft"}},
+      {1, {"0", "a.hard < a.soft", "a.hard &lt; a.soft", "5 && 0", "a && b == 1"}},
+      // What ends an evaluation; both sides are always evaluated.
+      {-1, {"a / 0", "(a) b", "0 && 1 / 0", "a / 0 < c"}},
+      {-3, {"c < a", "c < a / 0"}},
   };
-  for (const auto& [formula, result] : rows)
-    EXPECT_EQ(evaluate(formula), result) << formula;
+  for (const auto& [result, formulas] : rows) {
+    for (const char* const formula : formulas)
+      EXPECT_EQ(evaluate(formula), result) << formula;
+  }
 }
 
 TEST_F(QoSEvaluation, RefusalsNameTheFormulaOrTheParameter) {
@@ -135,24 +118,13 @@ TEST_F(QoSEvaluation, MultipleReference) {
 
 // A notation that was made or changed by hand.
 TEST_F(QoSEvaluation, TermsOutOfRangeAreRefused) {
-  const std::pair<KFAQVTerms, int> rows[] = {
-      {{{1, 101}}, 0},
-      {{{1, 1000}}, -3},
-      {{{1, 6}}, -3},
-      {{{1, -1}}, -3},
-      {{{1, kLeastInt}}, -3},
-      {{{1, 0}}, -3},
-      {{{0, 1}}, -1},
-      {{{5, 1}}, -1},
-      {{{-1, 1}}, -1},
-      {{{3, -7}}, 0},
-      {{{3, 1}, {3, 1}, {2, 17}}, -1},
-      {{{3, 1}, {3, 1}, {2, -1}}, -1},
-      {{{3, 1}, {3, 1}, {2, 0}}, -1},
-      {{{3, 1}, {3, 1}, {2, kMostInt}}, -1},
-  };
-  for (const auto& [terms, result] : rows)
-    EXPECT_EQ(evaluate({terms, 0, nullptr}, -1), result);
+  for (const int value : {1000, 6, -1, kLeastInt, 0})
+    EXPECT_EQ(evaluate({{{1, value}}, 0, nullptr}, -1), -3) << value;
+  for (const int kind : {0, 5, -1})
+    EXPECT_EQ(evaluate({{{kind, 1}}, 0, nullptr}, -1), -1) << kind;
+  for (const int row : {17, -1, 0, kMostInt})
+    EXPECT_EQ(evaluate({{{3, 1}, {3, 1}, {2, row}}, 0, nullptr}, -1), -1) << row;
+  EXPECT_EQ(evaluate({{{3, -7}}, 0, nullptr}, -1), 0);
   EXPECT_DEATH(evaluate({{{3, 1}, {2, 13}}, 0, nullptr}, -1), "KFAFunctionality");
   EXPECT_DEATH(evaluate({{{3, 1}, {3, 1}}, 0, nullptr}, -1), "KFAFunctionality");
   EXPECT_DEATH(evaluate({{}, 0, nullptr}, -1), "KFAFunctionality");

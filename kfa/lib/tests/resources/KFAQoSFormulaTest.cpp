@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -43,69 +44,50 @@ std::string dumpTokens(const std::string& text) {
   }
 }
 
+// Rows "FORMULA -> RESULT".
+void expectRows(const std::vector<std::string>& rows,
+                const std::function<std::string(const std::string&)>& f) {
+  for (const std::string& row : rows) {
+    const std::string formula = row.substr(0, row.find(" -> "));
+    EXPECT_EQ(formula + " -> " + f(formula), row);
+  }
+}
+
 TEST(QoSFormula, Tokens) {
-  const std::pair<std::string, const char*> rows[] = {
-      {"", "#0"},
-      {" \t\n\v\f\r", "#0"},
-      {"a.soft<=b.hard", "n:a.soft #9 n:b.hard #0"},
-      {"a >= b > c", "n:a #8 n:b #10 n:c #0"},
-      {"a&gt;=b &lt;=c &gt; d&lt;e", "n:a #4 n:b #5 n:c #6 n:d #7 n:e #0"},
-      {"&&==+-*/()", "#3 #12 #13 #14 #15 #16 #1 #2 #0"},
-      {">==", "#8 !2"},
-      {"<=>", "#9 #10 #0"},
-      {"===", "#12 !2"},
-      {"dummy", "n:dummy #0"},
-      {"a1.b2..c 12.kb.3x", "n:a1.b2..c d:12.kb.3x #0"},
-      {"1a a1", "d:1a n:a1 #0"},
-      {"a_b", "n:a !1"},
-      {"a & b", "n:a !2"},
-      {"&gt", "!0"},
-      {"&lt=", "!0"},
-      {"&amp;&amp;", "!0"},
-      {"a = b", "n:a !2"},
-      {"a != b", "n:a !2"},
-      {"a || b", "n:a !2"},
-      {".5", "!0"},
-      {"\xc3\xa4", "!0"},
-      {"\xa0", "!0"},
-      {std::string("a\0b", 3), "n:a #0"},
-  };
-  for (const auto& [text, tokens] : rows)
-    EXPECT_EQ(dumpTokens(text), tokens) << text;
+  expectRows(
+      {// Operators by their row of the table.
+       " -> #0", " \t\n\v\f\r -> #0", "a.soft<=b.hard -> n:a.soft #9 n:b.hard #0",
+       "a >= b > c -> n:a #8 n:b #10 n:c #0",
+       "a&gt;=b &lt;=c &gt; d&lt;e -> n:a #4 n:b #5 n:c #6 n:d #7 n:e #0",
+       "&&==+-*/() -> #3 #12 #13 #14 #15 #16 #1 #2 #0", ">== -> #8 !2", "<=> -> #9 #10 #0",
+       // Names and numbers.
+       "dummy -> n:dummy #0", "a1.b2..c 12.kb.3x -> n:a1.b2..c d:12.kb.3x #0", "1a a1 -> d:1a n:a1 #0",
+       // What begins no token.
+       "a_b -> n:a !1", "a & b -> n:a !2", "&gt -> !0", "&lt= -> !0", "&amp;&amp; -> !0", "a = b -> n:a !2",
+       "a != b -> n:a !2", "a || b -> n:a !2", ".5 -> !0", "\xc3\xa4 -> !0", "\xa0 -> !0"},
+      dumpTokens);
 }
 
 TEST(QoSFormula, PostfixForm) {
   const FormulaNames names;
-  const std::pair<std::string, const char*> rows[] = {
-      // A bare name is the soft value; the side is found behind the last dot, in any place.
-      {"a", "a.soft"},
-      {"a.hard", "a.hard"},
-      {"a.xsofty", "a.soft"},
-      {"a.hardsoft", "a.soft"},
-      {"x.y.hard", "x.y.hard"},
-      {"QOS.hard - QOS", "QOS.hard QOS.soft -"},
-      // Priorities; equal ones from the left.
-      {"a - b - c", "a.soft b.soft - c.soft -"},
-      {"a + b * c", "a.soft b.soft c.soft * +"},
-      {"a * b + c / d - a", "a.soft b.soft * c.soft d.soft / + a.soft -"},
-      {"a < b && b > c", "a.soft b.soft < b.soft c.soft > &&"},
-      {"a < b < c == d", "a.soft b.soft < c.soft < d.soft =="},
-      {"a && b && c + d >= 1", "a.soft b.soft && c.soft d.soft + 1 >= &&"},
-      {"a &lt;= b &gt; c", "a.soft b.soft &lt;= c.soft &gt;"},
-      // Values and operators need not take turns, only leave one value.
-      {"a b +", "a.soft b.soft +"},
-      {"+ a b", "a.soft b.soft +"},
-      {"a b c + *", "a.soft b.soft c.soft * +"},
-      // A closed pair of parentheses is one operator more.
-      {"(a) b", "a.soft b.soft )"},
-      {"a (b) * c", "a.soft b.soft c.soft * )"},
-      {"a (b (c))", "a.soft b.soft c.soft ) )"},
-      {"(a + b) c * d", "a.soft b.soft + c.soft d.soft * )"},
-      // The text ends at a NUL.
-      {std::string("a\0 <=", 5), "a.soft"},
-  };
-  for (const auto& [formula, postfix] : rows)
-    EXPECT_EQ(names.compile(formula), postfix) << formula;
+  expectRows(
+      {// A bare name is the soft value; the side is found behind the last dot, in any place.
+       "a -> a.soft", "a.hard -> a.hard", "a.xsofty -> a.soft", "a.hardsoft -> a.soft",
+       "x.y.hard -> x.y.hard", "QOS.hard - QOS -> QOS.hard QOS.soft -",
+       // Priorities; equal ones from the left.
+       "a - b - c -> a.soft b.soft - c.soft -", "a + b * c -> a.soft b.soft c.soft * +",
+       "a * b + c / d - a -> a.soft b.soft * c.soft d.soft / + a.soft -",
+       "a < b && b > c -> a.soft b.soft < b.soft c.soft > &&",
+       "a < b < c == d -> a.soft b.soft < c.soft < d.soft ==",
+       "a && b && c + d >= 1 -> a.soft b.soft && c.soft d.soft + 1 >= &&",
+       "a &lt;= b &gt; c -> a.soft b.soft &lt;= c.soft &gt;",
+       // Values and operators need not take turns, only leave one value.
+       "a b + -> a.soft b.soft +", "+ a b -> a.soft b.soft +", "a b c + * -> a.soft b.soft c.soft * +",
+       // A closed pair of parentheses is one operator more.
+       "(a) b -> a.soft b.soft )", "a (b (c)) -> a.soft b.soft c.soft ) )",
+       "(a + b) c * d -> a.soft b.soft + c.soft d.soft * )"},
+      [&](const std::string& formula) { return names.compile(formula); });
+  EXPECT_EQ(names.compile(std::string("a\0 <=", 5)), "a.soft") << "the text ends at a NUL";
 }
 
 TEST(QoSFormula, TermsAreEncoded) {
@@ -128,33 +110,14 @@ TEST(QoSFormula, TermsAreEncoded) {
 
 TEST(QoSFormula, NumbersAreSinglePrecisionAndTruncated) {
   const FormulaNames names;
-  const std::pair<const char*, int> rows[] = {
-      {"0", 0},
-      {"00012", 12},
-      {"1.5", 1},
-      {"1.", 1},
-      {"10kb", 10240},
-      {"3KB", 3072},
-      {"2mb", 2097152},
-      {"0.5MB", 524288},
-      {"1.kB", 1024},
-      {"1.1kb", 1126},
-      {"16777217", 16777216},
-      {"2147483520", 2147483520},
-      {"2147483647", kLeastInt},
-      {"9999999999", kLeastInt},
-      {"2047mb", 2146435072},
-      {"2048mb", kLeastInt},
-      {"1e39", kLeastInt},
-      {"1e3", 1000},
-      {"1e3kb", 1024000},
-      {"0x10", 16},
-      {"0x1p4", 16},
-      {"0xAmb", 10485760},
-      {"0x1b", 27},
-  };
-  for (const auto& [text, value] : rows)
-    EXPECT_EQ(names.compile(text), std::to_string(value)) << text;
+  expectRows({"0 -> 0", "00012 -> 12", "1.5 -> 1", "1. -> 1", "10kb -> 10240", "3KB -> 3072",
+              "0.5MB -> 524288", "1.kB -> 1024", "1.1kb -> 1126",
+              // The edges of a float and of an int.
+              "16777217 -> 16777216", "2147483520 -> 2147483520", "2147483647 -> -2147483648",
+              "9999999999 -> -2147483648", "2047mb -> 2146435072", "2048mb -> -2147483648",
+              // The other forms of the C library.
+              "1e39 -> -2147483648", "1e3kb -> 1024000", "0x1p4 -> 16", "0xAmb -> 10485760", "0x1b -> 27"},
+             [&](const std::string& formula) { return names.compile(formula); });
 }
 
 // The value of a number token as the C library scans it; "-" when it is none.
@@ -199,50 +162,30 @@ TEST(QoSFormula, NumbersAreThoseOfTheCLibrary) {
 }
 
 TEST(QoSFormula, RefusalsNameThePlace) {
-  struct Row {
-    std::string formula;
-    std::size_t offset;
-    const char* reason;
-  };
-  const Row rows[] = {
-      {"", 0, "no formula"},
-      {"  ", 2, "no formula"},
-      {"a b", 2, "'b' behind a value"},
-      {"a < 1 2", 6, "'2' behind a value"},
-      {"a +", 3, "the end behind '+'"},
-      {"< a", 0, "'<' without a value"},
-      {"a + * b", 4, "'*' without a value"},
-      {"a < = b", 4, "'=' begins no"},
-      {"a <= b & c", 7, "'&' begins no"},
-      {"a !", 2, "'!' begins no"},
-      {"-1", 0, "'-' without a value"},
-      {"a\x80", 1, "byte 0x80"},
-      {"(", 0, "'('; formulas are written without parentheses"},
-      {")", 0, "')'"},
-      {"(a)", 0, "'('"},
-      {"(a + b) * c", 0, "'('"},
-      {"a * (b + c)", 4, "'('"},
-      {"a + (", 4, "'('"},
-      {"a)", 1, "')'"},
-      {"a <= e", 5, "unknown name 'e'"},
-      {"A", 0, "unknown name 'A'"},
-      {"qos", 0, "unknown name 'qos'"},
-      {"a.", 0, ".soft or .hard"},
-      {"a.Hard", 0, ".soft or .hard"},
-      {"x.y", 0, ".soft or .hard"},
-      {"a.b.hard", 0, "unknown name 'a.b'"},
-      {"a < 10gb", 4, "'10gb' is no number"},
-      {"10k", 0, "'10k' is no number"},
-      {"10kbb", 0, "'10kbb' is no number"},
-      {"1.2.3", 0, "'1.2.3' is no number"},
-      {"0x", 0, "'0x' is no number"},
-      {"1.2kb3", 0, "'1.2kb3' is no number"},
+  // The formulas, "^" before the place.
+  const std::pair<const char*, std::vector<std::string>> rows[] = {
+      {"no formula", {"^", "  ^"}},
+      {"behind a value", {"a ^b", "a < 1 ^2"}},
+      {"the end behind '+'", {"a +^"}},
+      {"without a value", {"^< a", "a + ^* b", "^-1"}},
+      {"begins no", {"a < ^= b", "a <= b ^& c", "a ^!"}},
+      {"byte 0x80", {"a^\x80"}},
+      {"'('; formulas are written without parentheses",
+       {"^(", "^(a)", "^(a + b) * c", "a * ^(b + c)", "a + ^("}},
+      {"')'", {"^)", "a^)"}},
+      {"unknown name 'e'", {"a <= ^e"}},
+      {"unknown name", {"^A", "^qos", "^a.b.hard"}},
+      {".soft or .hard", {"^a.", "^a.Hard", "^x.y"}},
+      {"is no number", {"a < ^10gb", "^10k", "^10kbb", "^1.2.3", "^0x", "^1.2kb3"}},
   };
   const FormulaNames names;
-  for (const Row& row : rows) {
-    const std::string refusal = names.compile(row.formula);
-    EXPECT_EQ(refusal.substr(0, refusal.find(' ')), "-" + std::to_string(row.offset)) << row.formula;
-    EXPECT_NE(refusal.find(row.reason), std::string::npos) << row.formula << ": " << refusal;
+  for (const auto& [reason, formulas] : rows) {
+    for (std::string formula : formulas) {
+      const std::size_t offset = formula.find('^');
+      const std::string refusal = names.compile(formula.erase(offset, 1));
+      EXPECT_EQ(refusal.substr(0, refusal.find(' ')), "-" + std::to_string(offset)) << formula;
+      EXPECT_NE(refusal.find(reason), std::string::npos) << formula << ": " << refusal;
+    }
   }
 }
 

@@ -1,15 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <KFLMessage/KFLMessage.h>
-#include <KFLMessage/KFLRecordRegistry.h>
 
 #include <KFAFunctionality/resources/KFAQuota.h>
-
-#include "PlainText.h"
 
 namespace {
 
@@ -29,41 +24,6 @@ int read(const std::string& elements, Record& record) {
 
 const std::string kLimit = "<current>1</current><soft>2</soft><hard>3</hard>";
 const std::string kInfo = kLimit + "<count>4</count><expire>5</expire>";
-
-// Reading and writing gives the same elements in the same order.
-TEST(Quota, ElementsInTheirOrder) {
-  const std::pair<const char*, std::string> rows[] = {
-      {"KFAUGIDQuotaLimit::QuotaLimit",
-       "<current>-9223372036854775808</current><soft>2</soft><hard>3</hard>"},
-      {"KFAUGIDQuotaLimit",
-       "<id>7</id><inode_limit>" + kLimit + "</inode_limit><space_limit>" + kLimit + "</space_limit>"},
-      {"KFAUGIDQuotaGracePeriod", "<inodes>1</inodes><space>2</space>"},
-      {"KFAUGIDQuotaInfo", "<kind>1</kind>"},
-      {"KFAUGIDQuotaInfo",
-       "<kind>1</kind><ugid_limits/><grace_period><inodes>1</inodes><space>2</space></grace_period>"},
-      {"KFAUGIDQuotaInfo", "<kind>1</kind><ugid_limits><ugid_limit><id>7</id><inode_limit>" + kLimit +
-                               "</inode_limit><space_limit>" + kLimit +
-                               "</space_limit></ugid_limit></ugid_limits>"},
-      {"KFAQuotaInfo", kInfo},
-      {"KFAQuotaStats", "<disk_space>" + kInfo + "</disk_space><diks_inodes>" + kInfo +
-                            "</diks_inodes><ugids>" + kInfo + "</ugids>"},
-      {"KFAUbc", "<id>numproc</id><current>12</current>"},
-      {"KFAVeCPULoad",
-       "<user_time>1</user_time><nice_time>2</nice_time><system_time>3</system_time>"
-       "<idle_time>4</idle_time>"},
-  };
-  for (const auto& [name, elements] : rows) {
-    const KFLRecordType* const type = findRecordType(name);
-    ASSERT_NE(type, nullptr) << name;
-    const KFLRecordType::Object record = type->create();
-    EXPECT_EQ(type->read(messageOf(elements).getIterator(), record.get()), 0) << elements;
-    KFLMessage message;
-    KFLMessageIterator it = message.getIterator();
-    EXPECT_EQ(type->write(it, record.get()), 0);
-    const std::string text = plainText(message);
-    EXPECT_NE(text.find(elements), std::string::npos) << text;
-  }
-}
 
 TEST(Quota, FirstMissingElementEndsTheRead) {
   KFAUGIDQuotaLimit limit;
