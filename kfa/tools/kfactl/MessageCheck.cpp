@@ -1,11 +1,13 @@
 #include "MessageCheck.h"
 
 #include <algorithm>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLRecordRegistry.h>
+#include <KFLMessage/KFLTagVocabulary.h>
 
 #include "Elements.h"
 #include "Hint.h"
@@ -49,6 +51,9 @@ class Comparison {
     return findings;
   }
 
+  // The number of elements at fault; one that is not kept counts with all below it.
+  std::size_t getLoss() const { return lost_.size() + lostBelow_; }
+
  private:
   void compareValues(std::size_t a, std::size_t b) {
     const Element& from = source_[a];
@@ -86,6 +91,7 @@ class Comparison {
       std::vector<std::size_t>& candidates = byName[source_[child].name];
       if (candidates.empty()) {
         lost_.emplace_back(child, "not kept");
+        lostBelow_ += countBelow(child);
       } else {
         pairs_.emplace_back(child, candidates.back());
         candidates.pop_back();
@@ -93,11 +99,21 @@ class Comparison {
     }
   }
 
+  // Elements are in document order: those below end where the next one begins that is not below.
+  std::size_t countBelow(std::size_t index) const {
+    std::size_t at = index;
+    while (at != kNoElement && source_[at].nextSibling == kNoElement)
+      at = source_[at].parent;
+    const std::size_t end = at == kNoElement ? source_.size() : source_[at].nextSibling;
+    return end - index - 1;
+  }
+
   const Elements& source_;
   const Elements& written_;
   std::string_view xml_;
   std::vector<std::pair<std::size_t, std::size_t>> pairs_;
   std::vector<std::pair<std::size_t, std::string>> lost_;
+  std::size_t lostBelow_ = 0;
 };
 
 [[noreturn]] void refuseRecordName(const std::string& name) {
@@ -133,9 +149,40 @@ Records findRecords(const Input& input, const KFL::KFLMessageIterator& root, con
                                 "'; 'kfactl types --records' lists them"));
 }
 
+bool hasRow(const KFL::KFLFieldTable& table, std::string_view name) {
+  return std::ranges::any_of(table.rows(), [&](const KFL::KFLField& row) {
+    if (row.shape == KFL::KFLFieldShape::Inline) return row.table != nullptr && hasRow(row.table(), name);
+    return name == (row.id.number() != 0 ? KFL::tagName(row.id.number()) : row.id.name());
+  });
+}
+
+// The root's children that the record has a place for; one without a table keeps whatever there is.
+std::size_t countKnownChildren(const Elements& elements, const KFL::KFLRecordType& record) {
+  std::size_t count = 0;
+  for (std::size_t child = elements[0].firstChild; child != kNoElement; child = elements[child].nextSibling)
+    count += record.table() == nullptr || hasRow(*record.table(), elements[child].name);
+  return count;
+}
+
+// Those that know most of the root's children: an empty list would read any of its items as itself.
+Records mostFamiliar(const Records& records, const KFL::KFLMessageIterator& root) {
+  const Elements elements(root);
+  Records best;
+  std::size_t most = 0;
+  for (const KFL::KFLRecordType* record : records) {
+    const std::size_t count = countKnownChildren(elements, *record);
+    if (count > most) best.clear();
+    most = std::max(most, count);
+    if (count == most) best.push_back(record);
+  }
+  return best;
+}
+
 [[noreturn]] void refuseMessage(const Input& input, const KFL::KFLMessageIterator& root,
                                 const KFL::KFLRecordType& record) {
-  ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Required);
+  const KFL::KFLFieldTable* const table = fieldTableOf(record.name());
+  ElementFault fault = findFault(root, table, FaultScope::Required);
+  if (fault.path.empty()) fault = findFault(root, table, FaultScope::Any);
   if (fault.path.empty())
     fault = {"/" + std::string(root.getName()), 0, "cannot be read as " + std::string(record.name())};
   throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
@@ -150,16 +197,26 @@ void addUnreadable(const Input& input, const KFL::KFLMessageIterator& root, cons
     findings.push_back({lineOfElement(input.text, fault.index), fault.path, fault.text});
 }
 
+struct Attempt {
+  MessageCheck check;
+  std::size_t loss = 0;
+};
+
 // Reads the message as one record; false when it cannot be read.
 bool checkAs(const Input& input, const KFL::KFLMessageIterator& root, const KFL::KFLRecordType& record,
-             MessageCheck& check) {
+             Attempt& attempt) {
   const KFL::KFLRecordType::Object object = record.create();
   if (record.read(root, object.get()) != 0) return false;
+  MessageCheck& check = attempt.check;
   check.written = KFL::KFLMessage(std::string(root.getName()));
   KFL::KFLMessageIterator it = check.written.getIterator();
   if (record.write(it, object.get()) != 0)
     throw Trouble(input.name + ": " + record.name() + " was read but cannot be written");
-  check.findings = Comparison(Elements(root), Elements(check.written.getIterator()), input.text).run();
+  const Elements source(root);
+  const Elements written(check.written.getIterator());
+  Comparison comparison(source, written, input.text);
+  check.findings = comparison.run();
+  attempt.loss = comparison.getLoss();
   addUnreadable(input, root, record, check.findings);
   return true;
 }
@@ -179,17 +236,15 @@ MessageCheck checkMessage(const Input& input, const std::string& recordName) {
   KFL::KFLMessage message;
   parseMessage(input, message);
   const KFL::KFLMessageIterator root = message.getIterator();
-  const Records records = findRecords(input, root, recordName);
-  MessageCheck best;
-  bool isRead = false;
+  const Records records = mostFamiliar(findRecords(input, root, recordName), root);
+  std::optional<Attempt> best;
   for (const KFL::KFLRecordType* record : records) {
-    MessageCheck check;
-    if (!checkAs(input, root, *record, check)) continue;
-    if (!isRead || check.findings.size() < best.findings.size()) best = std::move(check);
-    isRead = true;
+    Attempt attempt;
+    if (checkAs(input, root, *record, attempt) && (!best || attempt.loss < best->loss))
+      best = std::move(attempt);
   }
-  if (!isRead) refuseMessage(input, root, *records.front());
-  return best;
+  if (!best) refuseMessage(input, root, *records.front());
+  return std::move(best->check);
 }
 
 }  // namespace kfactl

@@ -30,8 +30,8 @@ void parseMessage(const Input& input, KFL::KFLMessage& message);
 std::string elementText(const std::string& file, std::size_t line, const std::string& path,
                         const std::string& text);
 
-// Reads the message as the record with this class name, or, when it is empty, as the one that has its type tag. Throws
-// when there is no such record, or when it cannot be read.
+// Reads the message as the record with this class name, or, when it is empty, as the one of those with its type tag that
+// keeps most of it. Throws when there is no such record, or when it cannot be read.
 MessageCheck checkMessage(const Input& input, const std::string& recordName);
 
 }  // namespace kfactl

@@ -133,9 +133,13 @@ const KFLFieldTable* tableOfRow(const KFLField& row) {
   return row.table == nullptr ? nullptr : &row.table();
 }
 
-// The table of an element that names its type; else that of the row which it belongs to.
+// The table of an element that names its type; else that of the row which it belongs to. The row's own table comes first:
+// a disk shares its type tag with a list of such disks.
 const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLFieldTable* rowTable) {
   if (it.getTypeTag().empty()) return rowTable;
+  const bool isOfRow = rowTable != nullptr && it.getTypeTag() == rowTable->typeTag() &&
+                       it.getTypeNamespace() == rowTable->namespaceUri();
+  if (isOfRow) return rowTable;
   const KFL::KFLRecordType* const type = KFL::findRecordType(it.getTypeNamespace(), it.getTypeTag());
   return type == nullptr || type->table() == nullptr ? rowTable : type->table();
 }

@@ -1,6 +1,7 @@
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 
-#include <unordered_map>
+#include <algorithm>
+#include <map>
 
 #include <KFLCommon/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
@@ -15,34 +16,60 @@ namespace {
 using Severity = KFAConfigFinding::Severity;
 using Kind = KFL::KFLBashLine::Kind;
 
+// The value that the current line, an assignment, gives its key.
+std::string valueOf(BashLines& lines) {
+  std::string copy(lines.getText());
+  char* name = nullptr;
+  char* value = nullptr;
+  return KFL::parseBashStr(copy.data(), &name, &value, nullptr, nullptr) == KFL::kBashAssignment ? value : "";
+}
+
 class Checker {
  public:
-  Checker(const KFAConfigRules& rules, std::string_view text) : rules_(rules), lines_(text) {}
+  Checker(const KFAConfigRules& rules, std::string_view text) : rules_(rules), text_(text), lines_(text) {}
 
   std::vector<KFAConfigFinding> run() {
     while (lines_.next())
       checkLine();
+    checkTogether();
+    std::stable_sort(findings_.begin(), findings_.end(),
+                     [](const auto& a, const auto& b) { return a.line < b.line; });
     return std::move(findings_);
   }
 
  private:
+  // The line of a key that counts.
+  struct Counted {
+    std::size_t number;
+    std::size_t column;  // of the value
+    std::string text;
+    std::string value;
+    bool isTaken;
+  };
+
   void add(Severity severity, std::size_t column, const std::string& text) {
     findings_.push_back({severity, lines_.getNumber(), column, text, std::string(lines_.view())});
   }
 
   void checkLine();
   void checkAssignment(const KFL::KFLBashLine& line);
-  void checkValue(const std::string& key, std::size_t column);
+  bool checkValue(const std::string& key, const std::string& value, std::size_t column);
+  void checkTogether();
 
   const KFAConfigRules& rules_;
+  std::string_view text_;
   BashLines lines_;
-  std::unordered_map<std::string, std::size_t> lineOfKey_;
+  bool isMalformed_ = false;
+  std::map<std::string, Counted> counted_;
   std::vector<KFAConfigFinding> findings_;
 };
 
 void Checker::checkLine() {
   const KFL::KFLBashLine line = lines_.examine();
-  if (line.kind == Kind::Malformed) return add(Severity::Error, line.column, describeFault(line));
+  if (line.kind == Kind::Malformed) {
+    isMalformed_ = true;
+    return add(Severity::Error, line.column, describeFault(line));
+  }
   if (line.kind == Kind::Assignment) {
     checkAssignment(line);
   } else if (line.reason != KFL::KFLBashLine::Reason::None) {
@@ -62,29 +89,52 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
   const auto nameColumn = static_cast<std::size_t>(line.name.data() - lines_.getText()) + 1;
   const auto valueColumn = static_cast<std::size_t>(line.value.data() - lines_.getText()) + 1;
   const std::string key = KFL::toLower(std::string(line.name));
-  const auto [entry, isNew] = lineOfKey_.emplace(key, lines_.getNumber());
-  if (!isNew) {
+  const auto earlier = counted_.find(key);
+  const bool firstCounts = earlier != counted_.end() && rules_.firstLineCounts(key);
+  if (earlier != counted_.end()) {
     add(Severity::Warning, nameColumn,
-        KFL::toUpper(key) + " repeats line " + std::to_string(entry->second) + "; the last one counts");
-    entry->second = lines_.getNumber();
+        KFL::toUpper(key) + " repeats line " + std::to_string(earlier->second.number) + "; the " +
+            (firstCounts ? "first" : "last") + " one counts");
   }
+  Counted counted = {lines_.getNumber(), valueColumn, std::string(lines_.view()), valueOf(lines_), false};
   if (!rules_.isKey(key)) {
     add(Severity::Note, nameColumn, KFL::toUpper(key) + " is not a key of this file");
   } else {
-    checkValue(key, valueColumn);
+    counted.isTaken = checkValue(key, counted.value, valueColumn);
   }
+  if (!firstCounts) counted_.insert_or_assign(key, std::move(counted));
   if (line.endsWithCarriageReturn) {
     add(Severity::Warning, valueColumn + line.value.size() - 1,
         "a carriage return, which belongs to the value; lines that end with a newline alone are wanted");
   }
 }
 
-void Checker::checkValue(const std::string& key, std::size_t column) {
-  std::string copy(lines_.getText());
-  char* name = nullptr;
-  char* value = nullptr;
-  if (KFL::parseBashStr(copy.data(), &name, &value, nullptr, nullptr) != KFL::kBashAssignment) return;
-  if (rules_.accept(key, value) != 0) add(Severity::Error, column, KFL::getErrorMessage());
+// Whether the key takes the value.
+bool Checker::checkValue(const std::string& key, const std::string& value, std::size_t column) {
+  const bool isTaken = rules_.accept(key, value) == 0;
+  if (!isTaken) add(Severity::Error, column, KFL::getErrorMessage());
+  std::string reason;
+  if (!KFL::isBashSafe(value, &reason)) {
+    add(Severity::Warning, column,
+        KFL::toUpper(key) + " cannot be written back between double quotes: " + reason);
+  }
+  return isTaken;
+}
+
+// A value that is sound alone may be overruled by that of another key.
+void Checker::checkTogether() {
+  KFAConfigChanges all;
+  for (const auto& [key, counted] : counted_) {
+    if (counted.isTaken) all.emplace_back(key, counted.value);
+  }
+  const std::string text(text_);
+  if (isMalformed_ || rules_.readsBack(text, all) == 0) return;
+  for (const auto& change : all) {
+    if (rules_.readsBack(text, {change}) == 0) continue;
+    const Counted& counted = counted_.at(change.first);
+    findings_.push_back(
+        {Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(), counted.text});
+  }
 }
 
 }  // namespace

@@ -16,9 +16,11 @@ namespace KFA {
 
 struct KFAConfigFinding {
   enum class Severity {
-    Error,    // a malformed line, a value that the key does not take
-    Warning,  // a repeated key, a line that looks like an assignment and is none, a carriage return
-    Note,     // a key that is not one of the file's
+    Error,  // a malformed line, a value that the key does not take
+    // A repeated key, a line that looks like an assignment and is none, a carriage return, a value that another key
+    // overrules or that cannot be written back between double quotes.
+    Warning,
+    Note,  // a key that is not one of the file's
   };
 
   Severity severity;

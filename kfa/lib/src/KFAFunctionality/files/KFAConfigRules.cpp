@@ -1,6 +1,7 @@
 #include <KFAFunctionality/files/KFAConfigRules.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 #include <string_view>
@@ -16,6 +17,8 @@
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
+#include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 
 #include "KFABashLines.h"
 #include "KFANetifWords.h"
@@ -26,6 +29,10 @@ namespace {
 
 using Words = std::vector<std::string>;
 using Parser = KFAEnvConfigBashParser;
+
+constexpr const char* kBlanks = " \t\n";
+constexpr const char* kDHCP = "dhcp";
+constexpr const char* kHostRoutedDevice = "venet0";
 
 int refuse(const std::string& key, const std::string& what) {
   KFL::setErrorMessage("%s: %s", KFL::toUpper(key).c_str(), what.c_str());
@@ -48,21 +55,28 @@ std::string compareTexts(const std::string& asked, const std::string& given) {
 }
 
 std::string compareLists(const std::string& asked, const std::string& given) {
-  const bool same = wordsOf(asked, " \t\n") == wordsOf(given, " \t\n");
-  return same && asked.find('\0') == std::string::npos ? std::string() : compareTexts(asked, given);
+  const bool same = wordsOf(asked, kBlanks) == wordsOf(given, kBlanks);
+  return same ? std::string() : compareTexts(asked, given);
 }
 
 std::string compareSets(const std::string& asked, const std::string& given) {
-  Words words = wordsOf(asked, " \t\n");
+  Words words = wordsOf(asked, kBlanks);
   std::sort(words.begin(), words.end());
   words.erase(std::unique(words.begin(), words.end()), words.end());
-  const bool same = words == wordsOf(given, " \t\n") && asked.find('\0') == std::string::npos;
-  return same ? std::string() : compareTexts(asked, given);
+  return words == wordsOf(given, kBlanks) ? std::string() : compareTexts(asked, given);
 }
 
 // i386 and x86 are one word.
 std::string compareArchitectures(const std::string& asked, const std::string& given) {
   return compareTexts(asked == "i386" ? "x86" : asked, given);
+}
+
+// The architecture is what a record keeps of the words; the line, which no record is written over, keeps the others.
+std::string compareTechnologies(const std::string& asked, const std::string& given) {
+  for (const std::string& word : wordsOf(asked, " \t\n\v\f\r")) {
+    if (KFAArchitectureSelector()(word) && word != given) return compareTexts(asked, given);
+  }
+  return {};
 }
 
 std::string compareDevices(const std::string& asked, const std::string& given) {
@@ -75,30 +89,48 @@ std::string compareDevices(const std::string& asked, const std::string& given) {
     std::string lost = findLostNetifWord(askedEntries[i], givenEntries[i]);
     if (!lost.empty()) return lost;
   }
-  return asked.find('\0') == std::string::npos ? std::string() : compareTexts(asked, given);
+  return {};
 }
 
-// --- What words of a list must be ------------------------------------------------------------------------------------
+// --- What is wrong with a value, whatever the record makes of it; empty when nothing is. ------------------------------
 
-bool isAddress(const std::string& word) {
-  return KFL::KFLIPAddress(word).isValid();
+std::string notTaken(const std::string& word) {
+  return quoteText(word) + " is not taken";
 }
 
-bool isAddressOrDHCP(const std::string& word) {
-  return word == "dhcp" || isAddress(word);
+template <class Value>
+std::string findInvalidWord(const std::string& list) {
+  for (const std::string& word : wordsOf(list, kBlanks)) {
+    if (!Value(word).isValid()) return notTaken(word);
+  }
+  return {};
 }
 
-bool isRate(const std::string& word) {
-  return KFL::KFLInterfaceRate(word).isValid();
+std::string findBadAddress(const std::string& list) {
+  const bool isDynamic = wordsOf(list, kBlanks) == Words{kDHCP};
+  return isDynamic ? std::string() : findInvalidWord<KFL::KFLIPAddress>(list);
 }
+
+// No device without a name can be read, and with it the whole list is lost.
+std::string findNamelessDevice(const std::string& list) {
+  for (const std::string& entry : wordsOf(list, ";")) {
+    KFANetVEth device;
+    device.fromString(entry);
+    if (device.getName().empty()) return quoteText(entry) + " has no ifname";
+  }
+  return {};
+}
+
+enum class WhichLine { First, Last };
 
 struct KeyRule {
   std::string_view key;
   const char* form;
   std::string (*compare)(const std::string& asked, const std::string& given);
-  bool (*isWord)(const std::string& word) = nullptr;  // of each word of the list
+  std::string (*findFault)(const std::string& value) = nullptr;
   bool emptyIsUnset = false;
-  const char* reader = nullptr;  // the key that gives the value back, where it is another one
+  const char* reader = nullptr;             // the key that gives the value back, where it is another one
+  WhichLine whichCounts = WhichLine::Last;  // of several lines with the key
 };
 
 constexpr const char* kAnyText = "any text";
@@ -107,30 +139,33 @@ constexpr const char* kYesNo = "yes or no";
 constexpr const char* kTextOrUnset = "any text; empty means unset";
 
 constexpr KeyRule kRules[] = {
-    {"arch", "an architecture, such as x86_64", &compareArchitectures},
+    {"arch", "an architecture, such as x86_64", &compareArchitectures, nullptr, false, nullptr,
+     WhichLine::First},
     {"description", kTextOrUnset, &compareTexts, nullptr, true},
     {"disabled", kYesNo, &compareTexts},
     {"distribution", "NAME or NAME-VERSION with a version that begins with a digit", &compareTexts},
     {"hostname", kTextOrUnset, &compareTexts, nullptr, true},
-    {"ip_address", "IP addresses with or without /PREFIX, separated by spaces, or dhcp", &compareLists,
-     &isAddressOrDHCP},
+    {"ip_address", "IP addresses with or without /PREFIX or /NETMASK, separated by spaces, or dhcp alone",
+     &compareLists, &findBadAddress},
     {"iptables", kWords, &compareSets},
     {"name", kTextOrUnset, &compareTexts, nullptr, true},
-    {"nameserver", "IP addresses separated by spaces", &compareLists, &isAddress},
+    {"nameserver", kWords, &compareLists},
     {"netif", "devices separated by semicolons, such as ifname=eth0,network=,mac=,nettype=bridged,dhcp=no",
-     &compareDevices},
+     &compareDevices, &findNamelessDevice},
     {"offline_management", kYesNo, &compareTexts},
     {"offline_service", kWords, &compareSets},
     {"onboot", kYesNo, &compareTexts},
     {"origin_sample", kAnyText, &compareTexts},
     {"ostemplate", "NAME or NAME/VERSION with a version that begins with a digit", &compareTexts},
     {"platform", kAnyText, &compareTexts},
-    {"rate", "DEVICE:CLASS:RATE, several separated by spaces", &compareLists, &isRate},
+    {"rate", "DEVICE:CLASS:RATE, several separated by spaces", &compareLists,
+     &findInvalidWord<KFL::KFLInterfaceRate>},
     {"ratebound", kYesNo, &compareTexts},
     {"roles", kWords, &compareSets},
     {"searchdomain", kWords, &compareSets},
     {"slmmode", kAnyText, &compareTexts},
-    {"technologies", "one architecture: ia64, x86 or x86_64", &compareTexts, nullptr, false, "arch"},
+    {"technologies", "one of ia64, x86 and x86_64, alone or among other words", &compareTechnologies, nullptr,
+     false, "arch"},
     {"templates", "templates as NAME or NAME/VERSION, separated by spaces", &compareLists},
     {"uuid", kAnyText, &compareTexts},
     {"ve_private", kAnyText, &compareTexts},
@@ -161,22 +196,59 @@ const KeyRule* findRule(const Parser& parser, const std::string& key) {
   return qos == parser.getQoSMap().end() ? nullptr : &ruleOf(qos->second);
 }
 
+// Why a value that a shell reads as it stands is written back as one that it does not; a backslash that comes last, say.
+std::string findHazard(const std::string& asked, const std::string& given) {
+  std::string reason;
+  if (!KFL::isBashSafe(asked, &reason) || KFL::isBashSafe(given, &reason)) return {};
+  return quoteText(asked) + " would be written back as " + quoteText(given) + ", with " + reason;
+}
+
 // What the record does not give back of the value; empty when it gives all of it.
 std::string findLoss(const Parser& parser, const KeyRule& rule, const std::string& key,
                      const std::string& value, const KFAEnvConfig& record) {
+  if (value.find('\0') != std::string::npos) return notTaken(value);
   Parser::ParameterParserGet reader(record, parser);
   std::string given;
   const int result = reader.get(rule.reader != nullptr ? rule.reader : key, given);
-  if (result == kParameterDone) return rule.compare(value, given);
-  return value.empty() && rule.emptyIsUnset ? std::string() : quoteText(value) + " is not taken";
+  if (result == kParameterDone) {
+    const std::string loss = rule.compare(value, given);
+    return loss.empty() ? findHazard(value, given) : loss;
+  }
+  return value.empty() && rule.emptyIsUnset ? std::string() : notTaken(value);
 }
 
-std::string findBadWord(const KeyRule& rule, const std::string& value) {
-  if (rule.isWord == nullptr) return {};
-  for (const std::string& word : wordsOf(value, " \t\n")) {
-    if (!rule.isWord(word)) return quoteText(word) + " is not taken";
-  }
-  return {};
+// The host-routed device whose addresses IP_ADDRESS has once the record is written, where they are others than now.
+const KFANetVEth* findOverruling(const KFAEnvConfig::NetVEths& devices,
+                                 const KFAEnvConfig::Addresses& addresses) {
+  if (!addresses.isSpecified()) return nullptr;
+  const auto& all = devices.getValue();
+  const auto routed = std::find_if(all.begin(), all.end(), std::mem_fn(&KFANetVEth::getHostRouted));
+  if (routed == all.end() || routed->getIPAddresses() == addresses.getValue()) return nullptr;
+  // The device that stands for IP_ADDRESS itself says dhcp by a flag.
+  const bool isItself = routed->getName() == kHostRoutedDevice && routed->getDHCP();
+  const auto& list = addresses.getValue();
+  return isItself && std::find(list.begin(), list.end(), kDHCP) != list.end() ? nullptr : &*routed;
+}
+
+int refuseOverruling(const std::string& key, const KFAEnvConfig& record) {
+  KFAEnvConfig::NetVEths devices;
+  KFAEnvConfig::Addresses addresses;
+  record.getNetVEths(devices);
+  record.getAddresses(addresses);
+  const KFANetVEth* const device = findOverruling(devices, addresses);
+  if (device == nullptr) return 0;
+  std::string list;
+  for (const KFL::KFLIPAddress& address : device->getIPAddresses())
+    list.append(list.empty() ? "" : " ").append(address.toString());
+  return refuse(key, "the host-routed " + device->getName() + " of NETIF makes IP_ADDRESS " +
+                         quoteText(list) + "; the same addresses are wanted in both");
+}
+
+// Whether a shell, sourcing NAME="", gives a variable of this name its value.
+bool isAssignable(const std::string& name) {
+  const std::string line = name + "=\"\"";
+  const KFL::KFLBashLine judged = KFL::examineBashLine(line.c_str());
+  return judged.kind == KFL::KFLBashLine::Kind::Assignment && judged.name == name;
 }
 
 }  // namespace
@@ -187,10 +259,13 @@ bool KFARawConfigRules::isKey(const std::string&) const {
   return true;
 }
 
+// The first line with a key is the one that is read.
+bool KFARawConfigRules::firstLineCounts(const std::string&) const {
+  return true;
+}
+
 int KFARawConfigRules::accept(const std::string& key, const std::string&) const {
-  const std::string line = key + "=\"\"";
-  const KFL::KFLBashLine judged = KFL::examineBashLine(line.c_str());
-  if (judged.kind == KFL::KFLBashLine::Kind::Assignment && judged.name == key) return 0;
+  if (isAssignable(key)) return 0;
   return refuse(
       key, "not a name that a shell takes; letters, digits and underscores are wanted, and no digit first");
 }
@@ -199,17 +274,21 @@ void KFARawConfigRules::order(KFAConfigChanges& changes) const {
   std::sort(changes.begin(), changes.end());
 }
 
+// A line that has the key in lower case may assign it where an added one, in upper case, does not.
 int KFARawConfigRules::readsBack(const std::string& text, const KFAConfigChanges& changes) const {
   KFAMemoryStream stream(text);
   std::map<std::string, std::string> values;
-  if (KFARawConfigBashParser::getInstance()->getConfig(stream, values) != 0) return -1;
+  const int result = KFARawConfigBashParser::getInstance()->getConfig(stream, values);
   for (const auto& [key, value] : changes) {
     const auto found = values.find(key);
+    if (found == values.end() && !isAssignable(KFL::toUpper(key)))
+      return refuse(key, "a variable that bash itself sets and no file can; another name is wanted");
+    if (result != 0) continue;
     if (found == values.end()) return refuse(key, "would not be read back");
     const std::string loss = compareTexts(value, found->second);
     if (!loss.empty()) return refuse(key, loss);
   }
-  return 0;
+  return result;
 }
 
 KFAEnvConfigRules::KFAEnvConfigRules(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser)
@@ -217,6 +296,11 @@ KFAEnvConfigRules::KFAEnvConfigRules(const boost::shared_ptr<const KFAEnvConfigB
 
 bool KFAEnvConfigRules::isKey(const std::string& key) const {
   return parser_->isKey(key);
+}
+
+bool KFAEnvConfigRules::firstLineCounts(const std::string& key) const {
+  const KeyRule* const rule = findRule(*parser_, key);
+  return rule != nullptr && rule->whichCounts == WhichLine::First;
 }
 
 std::string KFAEnvConfigRules::getAcceptedForm(const std::string& key) const {
@@ -240,7 +324,7 @@ int KFAEnvConfigRules::accept(const std::string& key, const std::string& value) 
     writer.getQoSes().setSpecified(true);
     record.setQoSes(writer.getQoSes());
   }
-  std::string loss = findBadWord(*rule, value);
+  std::string loss = rule->findFault != nullptr ? rule->findFault(value) : std::string();
   if (loss.empty()) loss = findLoss(*parser_, *rule, key, value, record);
   return loss.empty() ? 0 : refuse(key, loss + "; " + rule->form + " is wanted");
 }
@@ -267,10 +351,13 @@ int KFAEnvConfigRules::readsBack(const std::string& text, const KFAConfigChanges
     const KeyRule* const rule = findRule(*parser_, key);
     if (rule == nullptr) return refuse(key, "not a key of an environment file");
     const std::string loss = findLoss(*parser_, *rule, key, value, record);
-    if (loss.empty()) continue;
-    const bool decided = key == "arch";
-    return refuse(key,
-                  loss + (decided ? ", since TECHNOLOGIES decides it; TECHNOLOGIES is to be set too" : ""));
+    const bool isDecided = key == "arch";
+    if (!loss.empty()) {
+      return refuse(
+          key, loss + (isDecided ? ", since TECHNOLOGIES decides it; TECHNOLOGIES is to be set too" : ""));
+    }
+    const bool sharesAddresses = key == "ip_address" || key == "netif";
+    if (sharesAddresses && refuseOverruling(key, record) != 0) return -1;
   }
   return 0;
 }

@@ -1,6 +1,6 @@
 // Which values a key of a KEY="value" file takes: one judgement for what is set, what is checked and what is documented.
 //
-// A value is taken when reading it and writing it again gives the same words. Rules never change once they are made;
+// A value is taken when what a record keeps of it gives the same words back. Rules never change once they are made;
 // any threads may share them.
 #ifndef KFAFUNCTIONALITY_FILES_KFACONFIGRULES_H
 #define KFAFUNCTIONALITY_FILES_KFACONFIGRULES_H
@@ -26,12 +26,15 @@ class KFAConfigRules {
 
   // Whether the key, in lower case, is one that this kind of file gives a meaning.
   virtual bool isKey(const std::string& key) const = 0;
+  // Whether the first of several lines with the key, in lower case, is the one that counts, and not the last.
+  virtual bool firstLineCounts(const std::string& key) const = 0;
   // Whether the key, in lower case, takes the value: 0, or -1 with an error text that names the accepted form. How the
   // value is quoted in a file is not judged here.
   virtual int accept(const std::string& key, const std::string& value) const = 0;
   // Brings the changes (lower-case keys, each once) into the order in which this kind of file appends keys.
   virtual void order(KFAConfigChanges& changes) const = 0;
-  // Whether the text of a file gives exactly these values when it is read: 0, or -1 with an error text.
+  // Whether the text of a file gives exactly these values when it is read, and still does when what was read is written
+  // back: 0, or -1 with an error text.
   virtual int readsBack(const std::string& text, const KFAConfigChanges& changes) const = 0;
 };
 
@@ -39,6 +42,7 @@ class KFAConfigRules {
 class KFARawConfigRules : public KFAConfigRules {
  public:
   bool isKey(const std::string& key) const override;
+  bool firstLineCounts(const std::string& key) const override;
   int accept(const std::string& key, const std::string& value) const override;
   void order(KFAConfigChanges& changes) const override;
   int readsBack(const std::string& text, const KFAConfigChanges& changes) const override;
@@ -50,6 +54,7 @@ class KFAEnvConfigRules : public KFAConfigRules {
   explicit KFAEnvConfigRules(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser);
 
   bool isKey(const std::string& key) const override;
+  bool firstLineCounts(const std::string& key) const override;
   int accept(const std::string& key, const std::string& value) const override;
   void order(KFAConfigChanges& changes) const override;
   int readsBack(const std::string& text, const KFAConfigChanges& changes) const override;
