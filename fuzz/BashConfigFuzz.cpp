@@ -12,9 +12,11 @@
 #include <KFLFunctionality/KFLVocMap.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
@@ -87,11 +89,27 @@ void checkEnv(const std::string& text) {
   require(envParser()->putConfig(record, out, &existing, true) == 0, "a record is written");
 }
 
+void checkGlobal(const std::string& text) {
+  KFA::KFAVtSettings settings;
+  Values values;
+  const bool isRead = KFA::readGlobalConfig(text, "f", settings) == 0;
+  require(isRead == (readRaw(text, values) == 0), "the global parser reads what the raw one reads");
+  require(!isRead || settings.getValues() == values, "every key stands in the map");
+  std::string result;
+  const KFA::KFAGlobalConfigRules rules;
+  if (KFA::setConfigValues(rules, {{"offline_service", "b a"}, {"lockdir", "/l"}}, {}, text, "f", result) !=
+      0)
+    return;
+  require(KFA::readGlobalConfig(result, "f", settings) == 0 && settings.getLockDir().getValue() == "/l",
+          "what is set reads back");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   checkRaw(text);
   checkEnv(text);
+  checkGlobal(text);
   return 0;
 }

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -138,6 +139,63 @@ TEST(RecordsRoundTrip, EmptyElementIsHarmless) {
     KFLMessage message;
     KFLMessageIterator it = message.getIterator();
     EXPECT_EQ(record->write(it, object.get()), 0);
+  }
+}
+
+// Reads the record's example with all elements of one name taken out, or replaced by one that holds "?".
+int readDamaged(const KFLRecordType& record, const Example& example, const std::string& name,
+                bool isReplaced) {
+  KFLMessage message;
+  EXPECT_EQ(message.parse(example.xml), 0);
+  KFLMessageIterator it = message.getIterator();
+  it.removeChildren(name);
+  if (isReplaced) it.putValue(std::string("?"), name);
+  return record.read(it, record.create().get());
+}
+
+std::string join(const std::set<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names)
+    text += (text.empty() ? "" : " ") + name;
+  return text;
+}
+
+TEST(RecordsRoundTrip, WhichElementsMustBeThereAndSound) {
+  const struct {
+    const char* record;
+    const char* mustBeThere;
+    const char* mustBeSound;
+  } rows[] = {
+      {"KFACalculateHWNodeNotes", "", "eid"},
+      {"KFACalculateHWNodeWarning", "", ""},
+      {"KFAExcludePath", "", ""},
+      {"KFALogOptions", "", ""},
+      {"KFAMigratorCloneOptions", "", "eid"},
+      {"KFANativeConfig", "native_config", ""},
+      {"KFANetConfiguration", "", "interface_shaping ip_range shaping_class"},
+      {"KFANetworkInterfaceShaping", "bandwidth net_device_id", "bandwidth"},
+      {"KFANetworkShapingClass", "id", ""},
+      {"KFANetworkShapingIPRange", "ip_address shaping_class_id", ""},
+      {"KFAProblemReportData", "contact email name report subject", ""},
+      {"KFLIPPoolAllocation", "gateway", "gateway"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.record);
+    const KFLRecordType* const record = KFL::findRecordType(row.record);
+    ASSERT_NE(record, nullptr);
+    const Example& example = examples().find(record)->second;
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0);
+    std::set<std::string> missed;
+    std::set<std::string> refused;
+    const KFLMessageIterator it = message.getIterator();
+    for (int more = it.firstChild(); more == 0; more = it.nextSibling()) {
+      const std::string name(it.getName());
+      if (readDamaged(*record, example, name, false) != 0) missed.insert(name);
+      if (readDamaged(*record, example, name, true) != 0) refused.insert(name);
+    }
+    EXPECT_EQ(join(missed), row.mustBeThere);
+    EXPECT_EQ(join(refused), row.mustBeSound);
   }
 }
 

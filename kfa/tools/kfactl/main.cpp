@@ -3,9 +3,9 @@
 
 namespace kfactl {
 
-extern const Group rawGroup, configGroup, netifGroup, messageGroup, qosGroup, typesGroup;
+extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, typesGroup;
 
-constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &netifGroup,
+constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup, &netifGroup,
                                     &messageGroup, &qosGroup,    &typesGroup};
 
 }  // namespace kfactl

@@ -6,21 +6,17 @@
 #include <vector>
 
 #include <KFLFunctionality/KFLEID.h>
-#include <KFLFunctionalityCore/KFLFunctional.h>
 
 #include <KFAFunctionality/KFATypes.h>
 #include <KFAFunctionality/access/KFAManagerResult.h>
+#include <KFAFunctionality/support/KFAProcessMonitorBase.h>
 
 namespace KFA {
 
 struct KFAProcess;
 
-class KFAProcessMonitor : public KFLFunctional {
+class KFAProcessMonitor : public KFAProcessMonitorBase {
  public:
-  // Begins to look at an environment's processes every so many seconds, from 1; one that is watched already is
-  // looked at in the new interval.
-  virtual int start(const KFLEID& eid, int seconds) = 0;
-  virtual int stop(const KFLEID& eid) = 0;
   // The environments that are watched.
   virtual int list(std::vector<KFLEID>& eids) = 0;
   // The processes of the last look, by pid; not found for an environment that is not watched.

@@ -48,4 +48,9 @@ const KFLFieldTable& KFAVtSettings::fields() {
   return table;
 }
 
+void KFAVtSettings::enableOfflineServices(const std::set<std::string>& names) {
+  for (KFAOfflineService& service : offlineServices_.value())
+    service.enabled = names.count(service.name) != 0;
+}
+
 }  // namespace KFA

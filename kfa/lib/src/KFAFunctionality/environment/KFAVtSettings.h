@@ -40,9 +40,13 @@ class KFAVtSettings : public KFLVtSettings {
   // All services that there are, the enabled ones marked.
   const OfflineServices& getOfflineServices() const { return offlineServices_; }
   void setOfflineServices(const OfflineServices& services) { offlineServices_ = services; }
+  // Enables the services of the list that are among the names and disables the others; none is added.
+  void enableOfflineServices(const std::set<std::string>& names);
   // Every key of the global configuration file with its text.
   const std::map<std::string, std::string>& getValues() const { return values_; }
   void setValues(const std::map<std::string, std::string>& values) { values_ = values; }
+  // A key that is there keeps its text.
+  void addValue(const std::string& key, const std::string& value) { values_.emplace(key, value); }
   // The ids of the resource parameters that the technology has.
   const std::set<std::string>& getQoSes() const { return qoses_; }
   void setQoSes(const std::set<std::string>& qoses) { qoses_ = qoses; }

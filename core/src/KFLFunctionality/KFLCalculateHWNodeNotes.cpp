@@ -1,0 +1,23 @@
+#include <KFLFunctionality/KFLCalculateHWNodeNotes.h>
+
+#include <KFLMessage/KFLRecordRegistry.h>
+
+KFL_DERIVED_REGISTRY(KFL::KFLCalculateHWNodeNotes)
+
+namespace KFL {
+
+static const KFLRecordRegistration<KFLCalculateHWNodeNotes> recordKFLCalculateHWNodeNotes(
+    "KFLCalculateHWNodeNotes");
+
+const KFLFieldTable& KFLCalculateHWNodeNotes::fields() {
+  using R = KFLCalculateHWNodeNotes;
+  static constexpr KFLField rows[] = {
+      field<R, &R::size_>(1024),
+      list<R, &R::eids_>(1899).required().mustWrite(),
+  };
+  static constexpr KFLFieldTable table{"KFLCalculateHWNodeNotes", kRelocatorNamespaceURI, "hw_notesType",
+                                       rows};
+  return table;
+}
+
+}  // namespace KFL

@@ -1,0 +1,3 @@
+#include <KFLFunctionality/KFLNativeConfig.h>
+
+KFL_DERIVED_REGISTRY(KFL::KFLNativeConfig)

@@ -1,0 +1,28 @@
+// What the container technology logs. A plain value.
+#ifndef KFAFUNCTIONALITY_FILES_KFALOGOPTIONS_H
+#define KFAFUNCTIONALITY_FILES_KFALOGOPTIONS_H
+
+#include <KFLFunctionality/KFLLogOptions.h>
+
+#include <KFAFunctionality/KFATypes.h>
+
+namespace KFA {
+
+class KFALogOptions : public KFLLogOptions {
+ public:
+  static const KFLFieldTable& fields();
+  using Writer = KFLRecordWriter<KFALogOptions>;
+  // The result of the base part; a kind that is absent stays as it was.
+  using Reader = KFLRecordReader<KFALogOptions>;
+
+  // Which of the technology's logs it is; 0 for the tools' own.
+  int getKind() const { return kind_; }
+  void setKind(int kind) { kind_ = kind; }
+
+ private:
+  int kind_ = 0;
+};
+
+}  // namespace KFA
+
+#endif

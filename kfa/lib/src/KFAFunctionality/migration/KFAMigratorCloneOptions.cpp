@@ -1,0 +1,56 @@
+#include <KFAFunctionality/migration/KFAMigratorCloneOptions.h>
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFLMessage/KFLRecordRegistry.h>
+
+namespace KFA {
+
+static KFLDerivedParserFactoryT<KFAMigratorCloneOptions, KFLMigratorCloneOptions, std::string,
+                                KFAMigratorCloneOptions::Reader, KFAMigratorCloneOptions::Writer>
+    factoryKFAMigratorCloneOptions;
+static const KFLRecordRegistration<KFAMigratorCloneOptions> recordKFAMigratorCloneOptions(
+    "KFAMigratorCloneOptions");
+
+struct KFAMigratorCloneOptions::Binding {
+  using R = KFAMigratorCloneOptions;
+
+  static int putKeepSource(KFLMessageIterator& it, const R& options, const KFLField& row) {
+    const Flag& keep = options.keepSource_;
+    return keep.isSpecified() && keep.getValue() ? it.addEmptyChild(row.id) : 0;
+  }
+  static int getKeepSource(const KFLMessageIterator& it, R& options, const KFLField& row) {
+    options.keepSource_ = it.hasChild(row.id);
+    return 0;
+  }
+  // A flag as in the rows of presence, but one that may be unspecified until it is read.
+  static constexpr KFLField keepSourceRow() {
+    KFLField row = special<R, bool, &putKeepSource, &getKeepSource>(1857);
+    row.shape = KFLFieldShape::Presence;
+    row.write = KFLFieldWrite::WhenNotEmpty;
+    return row;
+  }
+
+  static int putConfig(KFLMessageIterator& it, const R& options, const KFLField& row) {
+    return options.config_ ? it.putObj(*options.config_, row.id) : 0;
+  }
+  static int getConfig(const KFLMessageIterator& it, R& options, const KFLField& row) {
+    if (!options.config_) options.config_ = boost::make_shared<KFAEnvConfig>();
+    return it.getObj(*options.config_, row.id);
+  }
+};
+
+const KFLFieldTable& KFAMigratorCloneOptions::fields() {
+  using R = KFAMigratorCloneOptions;
+  using B = Binding;
+  static constexpr KFLField rows[] = {
+      base<R, KFLMigratorCloneOptions>(),
+      B::keepSourceRow(),
+      special<R, KFAEnvConfig, &B::putConfig, &B::getConfig>(1185),
+      list<R, &R::veids_>(1002),
+  };
+  static constexpr KFLFieldTable table{"KFAMigratorCloneOptions", kRelocatorURI, "clone_optionsType", rows};
+  return table;
+}
+
+}  // namespace KFA

@@ -1,0 +1,126 @@
+#include <KFAFunctionality/files/KFAKFConfigBashParser.h>
+
+#include <map>
+
+#include <KFLCommon/KFLError.h>
+
+#include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
+
+#include "FilesTest.h"
+
+namespace {
+
+using KFA::KFAVtSettings;
+using Parser = KFA::KFAKFConfigBashParser;
+using Services = std::vector<KFA::KFAOfflineService>;
+using Values = std::map<std::string, std::string>;
+
+KFAVtSettings read(const std::string& text, const KFAVtSettings::OfflineServices& services = {}) {
+  KFAVtSettings settings;
+  settings.setOfflineServices(services);
+  std::istringstream in(text);
+  EXPECT_EQ(Parser::getInstance()->getConfig(in, settings), 0);
+  return settings;
+}
+
+std::string write(const KFAVtSettings& settings, const std::string& existing, bool merge) {
+  std::istringstream in(existing);
+  std::ostringstream out;
+  EXPECT_EQ(Parser::getInstance()->putConfig(settings, out, &in, merge), 0);
+  return out.str();
+}
+
+TEST(KFAKFConfigBashParser, FieldsFollowTheLastLineAndTheMapTheFirst) {
+  const KFAVtSettings settings = read("LOCKDIR=/a\nX='1 2'\nTemplate=\nlockdir=/b\nX=3\nTEMPLATE=\n");
+  EXPECT_EQ(settings.getLockDir(), KFAVtSettings::Text("/b"));
+  EXPECT_EQ(settings.getTemplateDir(), KFAVtSettings::Text(""));
+  EXPECT_EQ(settings.getValues(), (Values{{"lockdir", "/a"}, {"template", ""}, {"x", "1 2"}}));
+  std::string value;
+  EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), -1002);
+  EXPECT_EQ(Parser::ParameterParserGet(settings).get("other", value), -1001);
+}
+
+TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
+  const struct {
+    const char* text;
+    std::vector<bool> enabled;  // of "a", "b", ""
+    const char* written;
+  } rows[] = {
+      {"", {true, false, false}, "a"},
+      {"OFFLINE_SERVICE=\n", {true, false, false}, "a"},
+      {"OFFLINE_SERVICE=b\n", {false, true, false}, "b"},
+      {"OFFLINE_SERVICE='b a other'\n", {true, true, false}, "a b"},
+      {"OFFLINE_SERVICE=other\n", {false, false, false}, ""},
+      {"OFFLINE_SERVICE='a  b'\n", {true, true, true}, "a b "},
+      {"OFFLINE_SERVICE=' '\n", {false, false, true}, ""},
+      {"OFFLINE_SERVICE='A\tb'\n", {false, false, false}, ""},
+      {"OFFLINE_SERVICE=a\nOFFLINE_SERVICE=b\n", {false, true, false}, "b"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    const KFAVtSettings settings = read(row.text, Services{{"a", true}, {"b", false}, {"", false}});
+    Services expected{{"a", row.enabled[0]}, {"b", row.enabled[1]}, {"", row.enabled[2]}};
+    EXPECT_EQ(settings.getOfflineServices(), KFAVtSettings::OfflineServices(expected));
+    std::string value;
+    EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), 0);
+    EXPECT_EQ(value, row.written);
+  }
+}
+
+TEST(KFAKFConfigBashParser, OrderOfKeys) {
+  const struct {
+    Values values;
+    const char* written;
+  } rows[] = {
+      {{}, "LOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
+      {{{"lockdir", ""}, {"template", ""}}, "LOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
+      {{{"z", "1"}}, "Z=\"1\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
+      {{{"z", "1"}, {"lockdir", ""}, {"m", "2"}, {"a", "3"}, {"offline_service", "gone"}},
+       "A=\"3\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\nM=\"2\"\nZ=\"1\"\n"},
+  };
+  for (const auto& row : rows) {
+    KFAVtSettings settings;
+    settings.setLockDir(std::string("/l"));
+    settings.setTemplateDir(std::string("/t"));
+    settings.setValues(row.values);
+    EXPECT_EQ(write(settings, "", false), row.written);
+  }
+}
+
+// What is read is written back: bytes and meaning, but for a new value.
+TEST(KFAKFConfigBashParser, RewritingTheNodesFile) {
+  const std::string text = contentOf(KFA_SOURCE_DIR "/examples/node/global.conf");
+  KFAVtSettings settings;
+  ASSERT_EQ(KFA::readGlobalConfig(text, "global.conf", settings), 0);
+  const std::string quoted = write(settings, text, true);
+  EXPECT_EQ(write(read(quoted, settings.getOfflineServices()), quoted, true), quoted);
+  EXPECT_EQ(read(quoted).getValues(), settings.getValues());
+
+  settings.setLockDir(std::string("/elsewhere"));
+  std::string expected = quoted;
+  expected.replace(expected.find("/var/lock/kfa"), 13, "/elsewhere");
+  EXPECT_EQ(write(settings, quoted, true), expected);
+}
+
+TEST(KFAGlobalConfigRules, SetReadsBackOrRefuses) {
+  const std::string text = "OFFLINE_SERVICE='a b'\nLOCKDIR=/l # old\n";
+  const struct {
+    KFA::KFAConfigChanges changes;
+    std::string after;  // "-" when it is refused
+  } rows[] = {
+      {{{"LOCKDIR", ""}, {"b", "2"}}, "OFFLINE_SERVICE='a b'\nLOCKDIR=\"\" # old\nB=\"2\"\n"},
+      {{{"offline_service", "c  b c"}}, "OFFLINE_SERVICE=\"c  b c\"\nLOCKDIR=/l # old\n"},
+      {{{"offline_service", ""}}, "OFFLINE_SERVICE=\"\"\nLOCKDIR=/l # old\n"},
+      {{{"offline_service", "a\tb"}}, "-"},
+      {{{"a.b", "1"}}, "-"},
+  };
+  for (const auto& row : rows) {
+    std::string after;
+    const int result = KFA::setConfigValues(KFA::KFAGlobalConfigRules(), row.changes, {}, text, "f", after);
+    EXPECT_EQ(result == 0 ? after : "-", row.after) << KFL::getErrorMessage();
+  }
+}
+
+}  // namespace

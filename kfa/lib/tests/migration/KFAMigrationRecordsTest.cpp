@@ -1,0 +1,107 @@
+// Records that extend core records: clone options, notes on a node, and the two of the global configuration.
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+#include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
+
+#include <KFAFunctionality/files/KFALogOptions.h>
+#include <KFAFunctionality/files/KFANativeConfig.h>
+#include <KFAFunctionality/migration/KFACalculateHWNodeNotes.h>
+#include <KFAFunctionality/migration/KFAMigratorCloneOptions.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFA {
+namespace {
+
+using Options = KFAMigratorCloneOptions;
+
+template <class Base, class Derived>
+void checkFoundByTag() {
+  SCOPED_TRACE(typeid(Derived).name());
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  ASSERT_EQ(KFLWriterDerived<Base>()(it, Derived()), 0);
+  boost::shared_ptr<Base> read;
+  ASSERT_EQ(KFLReaderDerived<Base>()(it, read), 0);
+  EXPECT_NE(dynamic_cast<const Derived*>(read.get()), nullptr);
+}
+
+TEST(DerivedRecords, TypeTagsMakeTheClasses) {
+  checkFoundByTag<KFLMigratorCloneOptions, KFAMigratorCloneOptions>();
+  checkFoundByTag<KFLCalculateHWNodeNotes, KFACalculateHWNodeNotes>();
+  checkFoundByTag<KFLLogOptions, KFALogOptions>();
+  checkFoundByTag<KFLNativeConfig, KFANativeConfig>();
+}
+
+TEST(KFAMigratorCloneOptions, FlagIsWrittenOnlyWhenTrueAndSpecifiedOnceRead) {
+  for (const Options::Flag& flag : {Options::Flag(), Options::Flag(false), Options::Flag(true)}) {
+    const bool isTrue = flag.isSpecified() && flag.getValue();
+    Options options;
+    options.setKeepSource(flag);
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    ASSERT_EQ(it.putObj(options), 0);
+    EXPECT_EQ(it.hasChild(1857), isTrue);
+    Options read;
+    read.setKeepSource(!isTrue);
+    ASSERT_EQ(it.getObj(read), 0);
+    EXPECT_EQ(read.getKeepSource(), Options::Flag(isTrue));
+  }
+}
+
+TEST(KFAMigratorCloneOptions, ReadingMakesAConfigurationOrFillsTheOneThatIsThere) {
+  KFLMessage empty;
+  Options options;
+  KFLMessageIterator it = empty.getIterator();
+  ASSERT_EQ(it.putObj(options), 0);
+  EXPECT_FALSE(it.hasChild(1185));
+  ASSERT_EQ(it.getObj(options), 0);
+  ASSERT_NE(options.getConfig(), nullptr);
+  EXPECT_FALSE(options.getConfig()->hasMsg());
+
+  const auto source = boost::make_shared<KFAEnvConfig>();
+  source->setHostname(std::string("web2"));
+  Options filled;
+  filled.setConfig(source);
+  filled.setVeids({7, -1});
+  KFLMessage message;
+  KFLMessageIterator at = message.getIterator();
+  ASSERT_EQ(at.putObj(filled), 0);
+  const Options::ConfigSP before = options.getConfig();
+  ASSERT_EQ(at.getObj(options), 0);
+  EXPECT_EQ(options.getConfig(), before);
+  KFAEnvConfig::Text hostname;
+  before->getHostname(hostname);
+  EXPECT_EQ(hostname, KFAEnvConfig::Text("web2"));
+  EXPECT_EQ(options.getVeids(), (std::set<int>{-1, 7}));
+}
+
+// Items before a malformed one stay; only the base part can fail.
+TEST(KFACalculateHWNodeNotes, IsTolerant) {
+  const struct {
+    const char* content;
+    int result;
+    std::size_t excludes, warnings;
+  } rows[] = {
+      {"", 0, 0, 0},
+      {"<statement/><statement><code>many</code></statement><exclude_path/>", 0, 1, 2},
+      {"<exclude_path><path>/a</path><limit>x</limit></exclude_path>", 0, 1, 0},
+      {"<eid>no id</eid><statement/>", -1, 0, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.content);
+    KFLMessage message;
+    ASSERT_EQ(message.parse(std::string("<n>") + row.content + "</n>"), 0);
+    KFACalculateHWNodeNotes notes;
+    EXPECT_EQ(message.getIterator().getObj(notes), row.result);
+    EXPECT_EQ(notes.getExcludes().size(), row.excludes);
+    EXPECT_EQ(notes.getWarnings().size(), row.warnings);
+    for (const KFAExcludePath& exclude : notes.getExcludes())
+      EXPECT_FALSE(exclude.getLimit().isSpecified());
+  }
+}
+
+}  // namespace
+}  // namespace KFA
