@@ -155,9 +155,15 @@ template <class Base, class Key = std::string, class Write = KFLDerivedWrite>
 class KFLWriterDerived : public KFLUntypedWriter {
  public:
   int operator()(KFLMessageIterator& it, const Base* obj) const {
-    if (obj == nullptr) return -1;
+    if (obj == nullptr) {
+      setErrorMessage("a null pointer cannot be written; an object is wanted");
+      return -1;
+    }
     const auto* factory = KFLDerivedParserFactory<Base, Key>::find(typeid(*obj));
-    return factory == nullptr ? -1 : Write::template write<Base, Key>(*factory, it, obj);
+    if (factory != nullptr) return Write::template write<Base, Key>(*factory, it, obj);
+    setErrorMessage("an object of the class %s cannot be written; the class has no factory",
+                    typeid(*obj).name());
+    return -1;
   }
   int operator()(KFLMessageIterator& it, const Base& obj) const { return (*this)(it, &obj); }
   template <class T>

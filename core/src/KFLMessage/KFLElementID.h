@@ -30,9 +30,12 @@ class KFLElementID {
   std::string_view name_;
 };
 
-// The type in which a combinator keeps an id of type T: int for numbers, std::string for any kind of text.
+// The type in which a combinator keeps an id of type T: int for numbers, std::string for any kind of text. A
+// KFLElementID stays one, and the text it refers to must outlive the combinator.
 template <class T>
-using KFLStoredID = std::conditional_t<std::is_arithmetic_v<std::decay_t<T>>, int, std::string>;
+using KFLStoredID =
+    std::conditional_t<std::is_same_v<std::decay_t<T>, KFLElementID>, KFLElementID,
+                       std::conditional_t<std::is_arithmetic_v<std::decay_t<T>>, int, std::string>>;
 
 }  // namespace KFL
 

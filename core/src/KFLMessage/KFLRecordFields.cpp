@@ -1,21 +1,26 @@
 #include <KFLMessage/KFLRecordFields.h>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLNumberNames.h>
 
 namespace KFL {
 
 namespace {
 
+std::string acceptedBy(const KFLField& row) {
+  return row.names != nullptr ? row.names->listNames() : "a value of type " + std::string(row.valueType);
+}
+
 // Says which element of the record could not be read. What is wrong inside a part has been said by its own reader.
 void explainFailure(const char* record, const KFLMessageIterator& it, const KFLField& row) {
   if (row.id.isEmpty()) return;
-  const std::string name(row.id.number() != 0 ? tagName(row.id.number()) : row.id.name());
+  const std::string name(row.elementName());
   std::string text;
   if (!it.hasChild(row.id)) {
     setErrorMessage("%s: there is no element '%s'; it must be there", record, name.c_str());
   } else if (row.shape == KFLFieldShape::Element && row.table == nullptr && it.getValue(text, row.id) == 0) {
-    setErrorMessage("%s: the element '%s' holds '%s'; a value of type %.*s would be right", record,
-                    name.c_str(), text.c_str(), static_cast<int>(row.valueType.size()), row.valueType.data());
+    setErrorMessage("%s: the element '%s' holds '%s'; %s would be right", record, name.c_str(), text.c_str(),
+                    acceptedBy(row).c_str());
   }
 }
 
@@ -32,7 +37,7 @@ int KFLFieldTable::write(KFLMessageIterator& it, const void* record) const {
 int KFLFieldTable::read(const KFLMessageIterator& it, void* record) const {
   for (const KFLField& row : readRows_) {
     const int result = row.get(it, record, row);
-    if (result == 0 || !row.failsRead) continue;
+    if (result == 0 || !row.failsRead || (row.mayBeAbsent && !it.hasChild(row.id))) continue;
     explainFailure(record_, it, row);
     return result;
   }

@@ -17,6 +17,9 @@
 //     static constexpr KFLFieldTable table{"KFLThing", kNamespace, "thingType", rows};
 //     return table;
 //   }
+//
+// Two more rows stand in headers of their own: named numbers in KFLRecordNamedFields.h, lists of polymorphic
+// objects in KFLRecordDerivedFields.h.
 #ifndef KFLMESSAGE_KFLRECORDFIELDS_H
 #define KFLMESSAGE_KFLRECORDFIELDS_H
 
@@ -38,6 +41,7 @@
 namespace KFL {
 
 class KFLFieldTable;
+class KFLNumberNames;
 
 // How a field stands in the message.
 enum class KFLFieldShape {
@@ -54,7 +58,8 @@ enum class KFLFieldShape {
 enum class KFLFieldWrite {
   Always,
   WhenSpecified,  // an optional property that is specified
-  WhenNotEmpty,   // a text that is not empty, a GUID that is valid, a flag that is true, a list with items
+  WhenNotEmpty,   // a text that is not empty, a GUID that is valid, a flag that is true, a list with items, a
+                  // named number other than 0
 };
 
 // One row. Made by the functions below, then refined by its own; all of it is constant.
@@ -72,8 +77,11 @@ struct KFLField {
   bool failsWrite = false;     // a failing write is the record's failure; otherwise writing goes on
   bool needsItem = false;      // a list without an item fails to read
   bool resets = false;         // takes its default value before it is read
+  bool mayBeAbsent = false;    // an element that is absent is no failure
+  bool isPolymorphic = false;  // an item's type tag names its class; the table is that of their base
   std::string_view valueType;  // XML Schema type of the value; empty for records
-  Table table = nullptr;       // the field table of a record's own fields, where it has one
+  const KFLNumberNames* names = nullptr;  // of a value that is one of these names
+  Table table = nullptr;                  // the field table of a record's own fields, where it has one
   Put put = nullptr;
   Get get = nullptr;
 
@@ -81,6 +89,12 @@ struct KFLField {
   constexpr KFLField required() const {
     KFLField row = *this;
     row.failsRead = true;
+    return row;
+  }
+  // The element may be absent; when it is there it must be well formed, else reading stops with its result.
+  constexpr KFLField wellFormed() const {
+    KFLField row = required();
+    row.mayBeAbsent = true;
     return row;
   }
   // A list without an item is absent, so that reading it fails.
@@ -117,6 +131,14 @@ struct KFLField {
     KFLField row = *this;
     row.get = function;
     return row;
+  }
+
+  // The element's name, whether it is addressed by number or by name; empty for inline parts.
+  std::string_view elementName() const { return id.number() != 0 ? tagName(id.number()) : id.name(); }
+  // Whether reading fails when there is no such element.
+  constexpr bool needsElement() const {
+    const bool isOne = shape == KFLFieldShape::Element || shape == KFLFieldShape::Container;
+    return failsRead && !mayBeAbsent && (isOne || needsItem);
   }
 };
 
@@ -363,7 +385,7 @@ struct PresenceField {
 template <class Record, auto Member>
 struct ListField {
   static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
-    return putItems(it, static_cast<const Record*>(record)->*Member, row.id);
+    return putItems(it, static_cast<const Record*>(record)->*Member, row.id) == 0 ? 0 : -1;
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     if (row.needsItem && !it.hasChild(row.id)) return -1;

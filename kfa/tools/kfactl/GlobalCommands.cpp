@@ -122,6 +122,8 @@ constexpr Command kCommands[] = {
 }  // namespace
 
 extern const Group globalGroup;
-const Group globalGroup{"global", "The global configuration file of a node", kCommands};
+const Group globalGroup{"global", "The global configuration file of a node", kCommands,
+                        "  kfactl global show /etc/kfa/global.conf\n"
+                        "  kfactl global set --dry-run global.conf LOCKDIR=/var/lock/kfa"};
 
 }  // namespace kfactl
