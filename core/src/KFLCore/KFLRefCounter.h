@@ -1,10 +1,12 @@
-// The base of objects that count their references themselves and are held by boost::intrusive_ptr.
+// The bases of objects that count their references themselves and are held by boost::intrusive_ptr.
 //
 // An object begins with a count of zero; the first pointer that takes it in makes it one. The release that takes
 // the last reference deletes the object, in the thread that made it, so such objects live on the heap only. Any
 // thread may hold, copy and drop its own pointer to a shared object; one pointer is for one thread at a time.
 #ifndef KFLCORE_KFLREFCOUNTER_H
 #define KFLCORE_KFLREFCOUNTER_H
+
+#include <unistd.h>
 
 #include <atomic>
 
@@ -36,6 +38,19 @@ inline void intrusive_ptr_add_ref(const KFLRefCounter* object) noexcept {
 inline void intrusive_ptr_release(const KFLRefCounter* object) noexcept {
   object->release();
 }
+
+// One that knows the process it belongs to, for objects that hold what a forked child must not use.
+class KFLForkableRefCounter : public KFLRefCounter {
+ public:
+  // Whether this is a copy that a child got of its parent's object.
+  bool isForked() const { return owner_ != getpid(); }
+
+ protected:
+  void belongHere() { owner_ = getpid(); }
+
+ private:
+  pid_t owner_ = getpid();
+};
 
 }  // namespace KFL
 

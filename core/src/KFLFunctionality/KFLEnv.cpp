@@ -89,8 +89,9 @@ const KFLFieldTable& KFLEnv::fields() {
       field<R, &R::eid_>(1899).required(),
       field<R, &R::parentEID_>("parent_eid"),
       field<R, &R::status_>("status"),
-      special<R, int, &B::putAlerts, &B::getAlerts>("alert_type").required(),
-      special<R, KFLVEnvConfig, &B::putVirtualConfig, &B::getVirtualConfig>("virtual_config")
+      special<R, int, &B::putAlerts, &B::getAlerts>("alert_type").atMost(kAlertCount).required(),
+      special<R, KFLEnvConfig, &B::putVirtualConfig, &B::getVirtualConfig>("virtual_config")
+          .polymorphic()
           .required()
           .mustWrite(),
       special<R, KFLEnvConfig, &B::putConfig, &B::getConfig>(1185).required().mustWrite(),

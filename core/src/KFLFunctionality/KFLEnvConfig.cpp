@@ -11,6 +11,7 @@
 
 #include <KFLFunctionality/KFLEnvCoreBasic.h>
 #include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLRecordElements.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 #include <KFLMessage/KFLTagIndex.h>
 
@@ -33,8 +34,13 @@ constexpr const char* kArchitecture = "architecture";
 constexpr const char* kOS = "os";
 constexpr const char* kType = "type";
 
-constexpr KFLElementID kOrder[] = {kName,         kDescription,  kHostname, kAddress, kNameserver,
-                                   kSearchDomain, kArchitecture, kOS,       kType};
+constexpr KFLField kElements[] = {
+    element<std::string>(kName),           element<std::string>(kDescription),
+    element<std::string>(kHostname),       elementList<KFLIPAddress>(kAddress),
+    elementList<std::string>(kNameserver), elementList<std::string>(kSearchDomain),
+    element<std::string>(kArchitecture),   element<KFLOS>(kOS),
+    element<std::string>(kType),
+};
 
 std::string_view nameOf(KFLElementID id) {
   return id.number() != 0 ? tagName(id.number()) : id.name();
@@ -82,8 +88,14 @@ int KFLEnvConfig::Reader::operator()(const KFLMessageIterator& it, KFLEnvConfig&
 
 int KFLEnvConfig::getPositionOfTheTag(const std::string& tag) const {
   const auto* const found =
-      std::ranges::find_if(kOrder, [&tag](KFLElementID id) { return nameOf(id) == tag; });
-  return found == std::end(kOrder) ? -1 : static_cast<int>(found - std::begin(kOrder));
+      std::ranges::find_if(kElements, [&tag](const KFLField& row) { return row.elementName() == tag; });
+  return found == std::end(kElements) ? -1 : static_cast<int>(found - std::begin(kElements));
+}
+
+const KFLFieldTable& KFLEnvConfig::elements() {
+  static constexpr auto table =
+      KFLFieldTable{"KFLEnvConfig", kTypesNamespaceURI, "env_configType", kElements}.inAnyOrder();
+  return table;
 }
 
 KFLEnvConfig::Placement::Placement(KFLEnvConfig& config, const KFLEnvProperty& property)

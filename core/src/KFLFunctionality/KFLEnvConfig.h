@@ -72,6 +72,9 @@ class KFLEnvConfig {
   KFLEnvConfig& operator=(KFLEnvConfig&& other) noexcept = default;
   virtual ~KFLEnvConfig() = default;
 
+  // The elements that the getters read and the setters write; a derived class describes its own.
+  static const KFLFieldTable& elements();
+
   // The place of a child element in the fixed order, from 0 on; -1 for a name that has none and comes last.
   virtual int getPositionOfTheTag(const std::string& tag) const;
 

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <string_view>
 
+#include <KFLMessage/KFLRecordElements.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
 namespace KFL {
@@ -27,6 +28,16 @@ int KFLVEnvConfig::getPositionOfTheTag(const std::string& tag) const {
   const auto* const found = std::ranges::find(kOrder, tag);
   if (found == std::end(kOrder)) return KFLEnvConfig::getPositionOfTheTag(tag);
   return kFirstPosition + static_cast<int>(found - std::begin(kOrder));
+}
+
+const KFLFieldTable& KFLVEnvConfig::elements() {
+  static constexpr KFLField rows[] = {
+      elementsOf<KFLEnvConfig>(), element<bool>(kDisabled),  element<bool>(kConfigCustomized),
+      element<int>(kClassID),     elementList<KFLQoS>(kQoS),
+  };
+  static constexpr auto table =
+      KFLFieldTable{"KFLVEnvConfig", kTypesNamespaceURI, "venv_configType", rows}.inAnyOrder();
+  return table;
 }
 
 int KFLVEnvConfig::getDisabled(bool& disabled) const {

@@ -21,6 +21,8 @@ class KFLVEnvConfig : public KFLEnvConfig {
   explicit KFLVEnvConfig(const KFLEnvConfig& other) : KFLEnvConfig(other) {}
   explicit KFLVEnvConfig(const boost::shared_ptr<KFLEnvCoreBasic>& core) : KFLEnvConfig(core) {}
 
+  static const KFLFieldTable& elements();
+
   int getPositionOfTheTag(const std::string& tag) const override;
 
   // Whether the environment must not be started. An absent element gives false and -1.

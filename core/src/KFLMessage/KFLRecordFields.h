@@ -73,15 +73,18 @@ struct KFLField {
   KFLElementID keyId;   // the key of a map's entry
   KFLFieldShape shape = KFLFieldShape::Element;
   KFLFieldWrite write = KFLFieldWrite::Always;
-  bool failsRead = false;      // a failing read is the record's failure; otherwise reading goes on
-  bool failsWrite = false;     // a failing write is the record's failure; otherwise writing goes on
-  bool needsItem = false;      // a list without an item fails to read
-  bool resets = false;         // takes its default value before it is read
-  bool mayBeAbsent = false;    // an element that is absent is no failure
-  bool isPolymorphic = false;  // an item's type tag names its class; the table is that of their base
-  std::string_view valueType;  // XML Schema type of the value; empty for records
+  bool failsRead = false;        // a failing read is the record's failure; otherwise reading goes on
+  bool failsWrite = false;       // a failing write is the record's failure; otherwise writing goes on
+  bool needsItem = false;        // a list without an item fails to read
+  bool resets = false;           // takes its default value before it is read
+  bool mayBeAbsent = false;      // an element that is absent is no failure
+  bool isPolymorphic = false;    // an item's type tag names its class; the table is that of their base
+  bool emptyItemIsNone = false;  // one empty element stands for a list without items
+  int maxElements = 1;           // how many elements there may be; 0 for any number
+  KFLElementID noneMarker;       // an empty element that stands in place of a list without items
+  std::string_view valueType;    // XML Schema type of the value; empty for records
   const KFLNumberNames* names = nullptr;  // of a value that is one of these names
-  Table table = nullptr;                  // the field table of a record's own fields, where it has one
+  Table table = nullptr;                  // the fields or elements of a record, where it tells them
   Put put = nullptr;
   Get get = nullptr;
 
@@ -113,6 +116,24 @@ struct KFLField {
   constexpr KFLField orDefault() const {
     KFLField row = *this;
     row.resets = true;
+    return row;
+  }
+  // How many elements a field with a rule of its own has at most; 0 for any number.
+  constexpr KFLField atMost(int elements) const {
+    KFLField row = *this;
+    row.maxElements = elements;
+    return row;
+  }
+  // Or this empty element in their place.
+  constexpr KFLField orMarker(KFLElementID marker) const {
+    KFLField row = *this;
+    row.noneMarker = marker;
+    return row;
+  }
+  // The element's type tag names its class.
+  constexpr KFLField polymorphic() const {
+    KFLField row = *this;
+    row.isPolymorphic = true;
     return row;
   }
   // Written only when it holds something.
@@ -158,6 +179,13 @@ class KFLFieldTable {
   const char* typeTag() const { return typeTag_; }
   // In the order of writing.
   std::span<const KFLField> rows() const { return rows_; }
+  // Whether the elements stand in any order, each any number of times.
+  bool isInAnyOrder() const { return anyOrder_; }
+  constexpr KFLFieldTable inAnyOrder() const {
+    KFLFieldTable table = *this;
+    table.anyOrder_ = true;
+    return table;
+  }
 
   // Writes the fields in the order of the rows. 0, or the result of the first field whose write must not
   // fail.
@@ -171,6 +199,7 @@ class KFLFieldTable {
   const char* typeTag_;
   std::span<const KFLField> rows_;
   std::span<const KFLField> readRows_;
+  bool anyOrder_ = false;
 };
 
 // The Writer and the Reader of a record with a field table.
@@ -250,9 +279,19 @@ concept Insertable = requires(T container, typename T::value_type item) {
   container.push_back(item);
 };
 
+// A record whose elements are described by rows that do not bind them: see KFLRecordElements.h.
+template <class T>
+concept Described = requires {
+  { T::elements() } -> std::same_as<const KFLFieldTable&>;
+};
+
+// A record that stands in a message as its text.
+template <class T>
+concept TextRecord = std::same_as<typename T::Writer, KFLTextWriter<T>>;
+
 template <class T>
 constexpr std::string_view valueTypeOf() {
-  if constexpr (std::same_as<T, std::string> || Texted<T>) return "string";
+  if constexpr (std::same_as<T, std::string> || Texted<T> || TextRecord<T>) return "string";
   if constexpr (std::same_as<T, bool>) return "boolean";
   if constexpr (std::same_as<T, int>) return "int";
   if constexpr (std::same_as<T, long> || std::same_as<T, long long>) return "long";
@@ -263,6 +302,13 @@ template <class T>
 constexpr KFLField::Table tableOf() {
   if constexpr (Tabled<T>) return &T::fields;
   return nullptr;
+}
+
+// The fields of a record, or else its elements.
+template <class T>
+constexpr KFLField::Table descriptionOf() {
+  if constexpr (Described<T> && !Tabled<T>) return &T::elements;
+  return tableOf<T>();
 }
 
 template <class T>
@@ -528,7 +574,9 @@ constexpr KFLField row(KFLFieldShape shape, KFLElementID id, KFLElementID itemId
   made.keyId = keyId;
   made.shape = shape;
   made.valueType = valueTypeOf<T>();
-  made.table = tableOf<T>();
+  made.table = descriptionOf<T>();
+  const bool isRepeated = shape == KFLFieldShape::List || shape == KFLFieldShape::Map;
+  made.maxElements = isRepeated ? 0 : 1;
   made.put = &Binding::put;
   made.get = &Binding::get;
   return made;

@@ -7,6 +7,7 @@
 #define KFLMESSAGE_KFLRECORDREGISTRY_H
 
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -28,6 +29,11 @@ class KFLRecordType {
   const char* typeTag() const { return typeTag_(); }
   // The field table; null for a record that binds by functions of its own.
   const KFLFieldTable* table() const { return table_ == nullptr ? nullptr : &table_(); }
+  // What the record's message holds: its fields, or else the elements that it describes; null for a text.
+  const KFLFieldTable* elements() const { return elements_ == nullptr ? nullptr : &elements_(); }
+  // The name of the root element of a message that holds one such record: that of its type tag without "Type", or
+  // else of its class ("ubc" for KFAUbc).
+  std::string rootName() const;
 
   Object create() const { return create_(); }
   // Into and from the current element; the record's own results.
@@ -40,7 +46,7 @@ class KFLRecordType {
   using Write = int (*)(KFLMessageIterator&, const void*);
 
   KFLRecordType(const char* className, Text namespaceText, Text typeTagText, KFLField::Table fieldTable,
-                Object (*creator)(), Read reader, Write writer);
+                KFLField::Table elementTable, Object (*creator)(), Read reader, Write writer);
   ~KFLRecordType();
 
  private:
@@ -48,6 +54,7 @@ class KFLRecordType {
   Text namespaceUri_;
   Text typeTag_;
   KFLField::Table table_;
+  KFLField::Table elements_;
   Object (*create_)();
   Read read_;
   Write write_;
@@ -57,8 +64,8 @@ template <class Record, class Reader = typename Record::Reader, class Writer = t
 class KFLRecordRegistration : public KFLRecordType {
  public:
   explicit KFLRecordRegistration(const char* name)
-      : KFLRecordType(name, &namespaceText, &typeTagText, fields::tableOf<Record>(), &create, &read, &write) {
-  }
+      : KFLRecordType(name, &namespaceText, &typeTagText, fields::tableOf<Record>(),
+                      fields::descriptionOf<Record>(), &create, &read, &write) {}
 
  private:
   // What the writer names itself, or else what its numbers are called.

@@ -1,6 +1,3 @@
-#include <thread>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include <KFLCore/KFLRefCounter.h>
@@ -29,23 +26,6 @@ TEST(KFLRefCounter, LastReferenceEndsTheObjectAndACopyCountsForItself) {
   EXPECT_EQ(ends, 1);
   second.reset();
   EXPECT_EQ(ends, 2);
-}
-
-// The writes of every holder are seen by the one who ends the object; a sanitizer watches.
-TEST(KFLRefCounter, ManyThreadsHoldAndDrop) {
-  int ends = 0;
-  CountedSP shared(new Counted(ends));
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i)
-    threads.emplace_back([mine = shared]() mutable {
-      for (int round = 0; round < 1000; ++round)
-        CountedSP(mine).swap(mine);
-      mine.reset();
-    });
-  shared.reset();
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(ends, 1);
 }
 
 TEST(KFLRefCounterDeathTest, ReleaseWithoutAReferenceAborts) {

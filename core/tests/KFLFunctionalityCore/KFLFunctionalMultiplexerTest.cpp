@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
+#include <boost/weak_ptr.hpp>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLConnection/KFLProcessConnection.h>
@@ -129,7 +130,6 @@ TEST_F(KFLFunctionalMultiplexerTest, FactoriesComeAndGo) {
   EXPECT_NE(getErrorMessage().find("\"both\""), std::string::npos);
   EXPECT_EQ(multiplexer.registerAgent("new", nullptr), -1);
   EXPECT_EQ(multiplexer.unregisterLocal("both", boost::make_shared<Local>()), -1) << "not its factory";
-  EXPECT_EQ(multiplexer.unregisterAgent("new", agent), -1);
   EXPECT_EQ(multiplexer.unregisterAgent("new", nullptr), -1);
   EXPECT_EQ(multiplexer.unregisterLocal("both", local), 0);
   EXPECT_EQ(multiplexer.unregisterLocal("both", local), -1);
@@ -177,6 +177,9 @@ TEST_F(KFLFunctionalMultiplexerTest, RegistersWhileOthersGet) {
     const auto factory = boost::make_shared<Local>();
     EXPECT_EQ(multiplexer.registerLocal("passing", factory), 0);
     multiplexer.setExtraData("addressed", "node4");
+    const KFLEID arriving = KFLEID::generate();
+    connection->serve(arriving);
+    connection->withdraw(arriving);
     EXPECT_EQ(multiplexer.unregisterLocal("passing", factory), 0);
     multiplexer.removeExtraData("addressed");
   }

@@ -1,9 +1,5 @@
 // One law for every record: a filled message of it is read and written back the same. The messages are the
 // files of examples/messages; a comment in each names its record. A record without a message fails.
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -17,47 +13,16 @@
 #include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
+#include "MessageExamples.h"
+
 namespace {
 
 using KFL::KFLMessage;
 using KFL::KFLMessageIterator;
 using KFL::KFLRecordType;
-namespace fs = std::filesystem;
 
 // Keeps the library loaded: without a use of it the linker leaves it out.
 [[maybe_unused]] const KFL::KFLFieldTable& (*const libraryIsUsed)() = &KFA::KFANetVEth::fields;
-
-// The record that the first comment names: its first word that is the name of one.
-const KFLRecordType* recordOf(const std::string& xml) {
-  const std::size_t begin = xml.find("<!--");
-  std::istringstream words(begin == std::string::npos ? ""
-                                                      : xml.substr(begin + 4, xml.find("-->") - begin - 4));
-  for (std::string word; words >> word;) {
-    while (!word.empty() && (word.back() == ':' || word.back() == ',' || word.back() == '.'))
-      word.pop_back();
-    if (const KFLRecordType* record = KFL::findRecordType(word)) return record;
-  }
-  return nullptr;
-}
-
-struct Example {
-  std::string file;
-  std::string xml;
-};
-
-const std::multimap<const KFLRecordType*, Example>& examples() {
-  static const auto all = [] {
-    std::multimap<const KFLRecordType*, Example> made;
-    for (const auto& entry : fs::directory_iterator(fs::path(KFA_SOURCE_DIR) / "examples/messages")) {
-      if (entry.path().extension() != ".xml") continue;
-      std::ifstream in(entry.path());
-      const std::string xml{std::istreambuf_iterator<char>(in), {}};
-      made.emplace(recordOf(xml), Example{entry.path().filename().string(), xml});
-    }
-    return made;
-  }();
-  return all;
-}
 
 // Writes an object under an element that is named as the one it was read from.
 KFLMessage written(const KFLRecordType& record, const void* object, KFLMessage& source) {

@@ -1,15 +1,18 @@
 // kfactl types: what the library knows by name and number.
 #include <memory>
+#include <string>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <KFLMessage/KFLDerivedParsers.h>
 #include <KFLMessage/KFLRecordRegistry.h>
+#include <KFLMessage/KFLSchemaWriter.h>
 #include <KFLMessage/KFLTagVocabulary.h>
 
 #include "Cli.h"
 #include "Document.h"
+#include "Trouble.h"
 
 namespace kfactl {
 
@@ -76,15 +79,37 @@ int showTags(Session& session) {
       "tags", "tag");
 }
 
+int showSchema(Session& session, const std::string& name) {
+  std::string names;
+  for (const KFL::KFLSchema& schema : KFL::makeSchemas()) {
+    if (schema.name == name) {
+      session.out().add(schema.text);
+      return kFine;
+    }
+    names += (names.empty() ? "" : ", ") + schema.name;
+  }
+  throw Trouble("there is no schema '" + name + "'; there are " + names);
+}
+
 Action prepare(CLI::App& app) {
   struct Choice {
     bool records = false;
     bool tags = false;
+    std::string schema;
   };
   const auto choice = std::make_shared<Choice>();
   CLI::Option* const records = app.add_flag("--records", choice->records, "Every record by its class name");
-  app.add_flag("--tags", choice->tags, "The tag vocabulary: number and element name")->excludes(records);
+  CLI::Option* const tags =
+      app.add_flag("--tags", choice->tags, "The tag vocabulary: number and element name")->excludes(records);
+  app.add_option("--schema", choice->schema,
+                 "The XML schema of the records of one namespace, kfatypes at first")
+      ->expected(0, 1)
+      ->default_str("kfatypes")
+      ->type_name("NAME")
+      ->excludes(records)
+      ->excludes(tags);
   return [choice](Session& session) {
+    if (!choice->schema.empty()) return showSchema(session, choice->schema);
     return choice->records ? showRecords(session) : choice->tags ? showTags(session) : showTypes(session);
   };
 }
@@ -95,7 +120,8 @@ constexpr Command kCommands[] = {
      "Examples:\n"
      "  kfactl types\n"
      "  kfactl types --records\n"
-     "  kfactl --format json types --tags",
+     "  kfactl --format json types --tags\n"
+     "  kfactl types --schema kfaup2date",
      prepare},
 };
 

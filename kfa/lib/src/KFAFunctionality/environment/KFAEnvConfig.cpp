@@ -5,12 +5,15 @@
 #include <charconv>
 #include <cstddef>
 #include <iterator>
+#include <span>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLock.h>
 #include <KFLFunctionality/KFLEnv.h>
+#include <KFLMessage/KFLRecordElements.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
 #include <KFAFunctionality/environment/KFAEnvInternal.h>
@@ -23,50 +26,49 @@ static const KFLRecordRegistration<KFAEnvConfig> recordKFAEnvConfig("KFAEnvConfi
 
 namespace {
 
-// A child element: its name, and its number in the tag vocabulary, or 0 when the vocabulary lacks it.
+// A child element: its name, and what it holds; nothing for those of the base class, which stand among ours.
 struct Element {
   std::string_view name;
-  int number;
+  KFLField row;
 };
 
 // In the order in which a configuration keeps them.
 constexpr Element kElements[] = {
-    {"veid", 1002},
-    {"ve_root", 1549},
-    {"ve_private", 1550},
-    {"on_boot", 1556},
-    {"template", 1226},
-    {"disabled", 0},
-    {"offline_management", 1647},
-    {"os_template", 1733},
-    {"distribution", 1780},
-    {"capability", 1786},
-    {"iptables", 1463},
-    {"config_customized", 0},
-    {"class_id", 0},
-    {"ve_type", 0},
-    {"offline_service", 1747},
-    {"wins_server", 0},
-    {"net_device", 2053},
-    {"ts_license_server", 0},
-    {"ts_mode", 0},
-    {"uuid", 0},
-    {"allow_reboot", 0},
-    {"rate_bound", 1557},
-    {"interface_rate", 0},
-    {"slm_mode", 1837},
-    {"origin_sample", 0},
-    {"is_sample", 2291},
-    {"role", 1859},
-    {"disk_list", 0},
+    {"veid", element<int>(1002)},
+    {"ve_root", element<std::string>(1549)},
+    {"ve_private", element<std::string>(1550)},
+    {"on_boot", element<bool>(1556)},
+    {"template", elementList<KFATemplate>(1226)},
+    {"disabled", {}},
+    {"offline_management", element<bool>(1647)},
+    {"os_template", element<KFATemplate>(1733)},
+    {"distribution", element<KFADistribution>(1780)},
+    {"capability", elementList<KFAEnvCapability>(1786)},
+    {"iptables", elementList<std::string>(1463)},
+    {"config_customized", {}},
+    {"class_id", {}},
+    {"ve_type", element<KFAVPSType>("ve_type")},
+    {"offline_service", elementList<std::string>(1747)},
+    {"wins_server", elementList<KFLIPAddress>("wins_server")},
+    {"net_device", elementList<KFANetVEth>(2053)},
+    {"ts_license_server", elementList<std::string>("ts_license_server")},
+    {"ts_mode", element<int>("ts_mode")},
+    {"uuid", element<std::string>("uuid")},
+    {"allow_reboot", element<bool>("allow_reboot")},
+    {"rate_bound", element<bool>(1557)},
+    {"interface_rate", elementList<KFLInterfaceRate>("interface_rate")},
+    {"slm_mode", element<std::string>(1837)},
+    {"origin_sample", element<std::string>("origin_sample")},
+    {"is_sample", element<bool>(2291)},
+    {"role", elementList<std::string>(1859)},
+    {"disk_list", element<HardDisk::List::Base>("disk_list").polymorphic()},
 };
 static_assert(std::size(kElements) == 28);
 
 // The property in an element of the table; any other name does not compile.
 consteval KFLEnvProperty property(std::string_view name) {
-  for (const Element& row : kElements) {
-    if (row.name == name)
-      return {row.number != 0 ? KFLElementID(row.number) : KFLElementID(row.name), kTypesURI};
+  for (const Element& element : kElements) {
+    if (element.name == name && !element.row.id.isEmpty()) return {element.row.id, kTypesURI};
   }
   throw "no element of this name is in the table";
 }
@@ -82,8 +84,8 @@ void buildPositions() {
     if (!positions.empty()) return;
   }
   PositionMap built;
-  for (const Element& row : kElements)
-    built.emplace(row.name, static_cast<int>(built.size()));
+  for (const Element& element : kElements)
+    built.emplace(element.name, static_cast<int>(built.size()));
   const KFLLockGuard guard(configLock);
   if (!positions.empty()) return;
   positions.swap(built);
@@ -96,6 +98,21 @@ int KFAEnvConfig::getPositionOfTheTag(const std::string& tag) const {
   if (!positionsAreKnown.load(std::memory_order_acquire)) buildPositions();
   const auto found = positions.find(tag);
   return found == positions.end() ? -1 : found->second;
+}
+
+const KFLFieldTable& KFAEnvConfig::elements() {
+  static constexpr auto rows = [] {
+    std::array<KFLField, std::size(kElements) + 1> all;
+    auto end = all.begin();
+    *end++ = elementsOf<KFLVEnvConfig>();
+    for (const Element& element : kElements)
+      if (!element.row.id.isEmpty()) *end++ = element.row;
+    return std::pair(all, static_cast<std::size_t>(end - all.begin()));
+  }();
+  static constexpr auto table =
+      KFLFieldTable{"KFAEnvConfig", kTypesURI, "venv_configType", std::span(rows.first).first(rows.second)}
+          .inAnyOrder();
+  return table;
 }
 
 int KFAEnvConfig::Writer::operator()(KFLMessageIterator& it, const KFLVEnvConfig& config) const {

@@ -48,6 +48,8 @@ class KFAEnvConfig : public KFLVEnvConfig {
   // On the core's virtual configuration, in place.
   explicit KFAEnvConfig(const boost::shared_ptr<KFLEnvCoreBasic>& core) : KFLVEnvConfig(core) {}
 
+  static const KFLFieldTable& elements();
+
   int getPositionOfTheTag(const std::string& tag) const override;
 
   // The number of the environment on its node. Absent, it cannot be got: -1.

@@ -40,7 +40,8 @@ const KFLFieldTable& KFAVtSettings::fields() {
       field<R, &R::lockDir_>("lock_dir"),
       field<R, &R::templateDir_>("template_dir"),
       entries<R, &R::values_>(1017, 1018, 1010),
-      special<R, std::string, &Binding::putServices, &Binding::getServices>(1747),
+      special<R, std::string, &Binding::putServices, &Binding::getServices>(1747).atMost(0).orMarker(
+          Binding::kNone),
       container<R, &R::qoses_>("qoses", 1476),
       base<R, KFLVtSettings>(),
   };

@@ -75,6 +75,11 @@ constexpr const char* kImagesName<Loopback> = "HardDisk::List::Images<Loopback>"
 
 }  // namespace
 
+const KFLFieldTable& Base::elements() {
+  static constexpr KFLFieldTable table{"HardDisk::List::Base", kTypesURI, "", {}};
+  return table;
+}
+
 const KFLFieldTable& KfFS::fields() {
   using R = KfFS;
   static constexpr KFLField rows[] = {field<R, &R::disk_>(kDiskElement).required().mustWrite()};

@@ -131,6 +131,8 @@ class Base {
   Base& operator=(const Base&) = default;
   Base& operator=(Base&&) = default;
   virtual ~Base() = default;
+  // None: an element that holds a list is what its type tag says.
+  static const KFLFieldTable& elements();
   virtual int accept(Visitor& visitor) const = 0;
 };
 

@@ -38,7 +38,7 @@ int KFAUpdateConnectionSettings::readUrl(const KFLMessageIterator& it, KFAUpdate
 const KFLFieldTable& KFAUpdateConnectionSettings::fields() {
   using R = KFAUpdateConnectionSettings;
   static constexpr KFLField rows[] = {
-      special<R, std::string, &R::writeUrl, &R::readUrl>(1012).mustWrite(),
+      special<R, std::string, &R::writeUrl, &R::readUrl>(1012).atMost(2).mustWrite(),
       field<R, &R::login_>(1025).mustWrite(),
       field<R, &R::password_>(1032).mustWrite(),
   };

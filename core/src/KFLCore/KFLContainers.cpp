@@ -1,0 +1,75 @@
+#include <KFLCore/KFLContainers.h>
+
+#include <cstring>
+
+#include <KFLCommon/KFLCheck.h>
+#include <KFLCore/KFLSharedMemoryManager.h>
+
+namespace KFL {
+
+void incRef(std::int32_t& references) {
+  storeWord(references, references + 1);
+}
+
+bool decRef(std::int32_t& references) {
+  KFL_CHECK(references >= 0, "KFLCore", "KFLContainers");
+  storeWord(references, references - 1);
+  return references == 0;
+}
+
+KFLSnapshotView::KFLSnapshotView(std::span<std::byte> memory, std::int64_t offset) : memory_(memory) {
+  auto* const head = objectAt<KFLSnapshotHead>(memory, offset);
+  if (head == nullptr) return;
+  const std::uint32_t count = head->count;
+  if (count > head->capacity || !liesWithin(offset, snapshotBytes(count), memory.size())) return;
+  head_ = head;
+  count_ = count;
+}
+
+std::uint64_t KFLSnapshotView::getOffset() const {
+  return static_cast<std::uint64_t>(reinterpret_cast<const std::byte*>(head_) - memory_.data());
+}
+
+std::string_view KFLSnapshotView::getKey(std::uint32_t index) const {
+  const char* const key = records()[index].key;
+  return {key, strnlen(key, kCacheKeySize - 1)};
+}
+
+KFLItemHead* KFLSnapshotView::getItem(std::uint32_t index) const {
+  const std::int32_t& pointer = records()[index].item;
+  const auto at = reinterpret_cast<const std::byte*>(&pointer) - memory_.data();
+  const std::int64_t offset = targetOf(static_cast<std::uint64_t>(at), pointer);
+  auto* const item = objectAt<KFLItemHead>(memory_, offset);
+  const bool liesInside = item != nullptr && liesWithin(offset, itemBytes(item->size), memory_.size());
+  return liesInside ? item : nullptr;
+}
+
+std::string_view KFLSnapshotView::getText(std::uint32_t index) const {
+  const auto* const item = getItem(index);
+  if (item == nullptr) return {};
+  return {reinterpret_cast<const char*>(item + 1), item->size};
+}
+
+// Keys end with a NUL, so comparing up to the end of the shorter one, NUL included, decides.
+std::uint32_t KFLSnapshotView::lowerBound(std::string_view key, bool& found, std::uint32_t from) const {
+  char wanted[kCacheKeySize];
+  key.copy(wanted, key.size());
+  wanted[key.size()] = '\0';
+  const KFLCacheRecord* const first = records();
+  std::uint32_t low = from;
+  std::uint32_t high = count_;
+  found = false;
+  while (low < high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    const int order = std::memcmp(first[middle].key, wanted, key.size() + 1);
+    if (order < 0) {
+      low = middle + 1;
+    } else {
+      high = middle;
+      found = found || order == 0;
+    }
+  }
+  return low;
+}
+
+}  // namespace KFL

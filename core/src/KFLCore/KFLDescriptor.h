@@ -1,0 +1,42 @@
+// Inner header, not installed: a file descriptor that closes itself, and what is said when a call fails.
+#ifndef KFLCORE_KFLDESCRIPTOR_H
+#define KFLCORE_KFLDESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace KFL {
+
+class KFLDescriptor {
+ public:
+  explicit KFLDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
+  KFLDescriptor(KFLDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  KFLDescriptor& operator=(KFLDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
+  ~KFLDescriptor() { reset(); }
+
+  bool isOpen() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+  int release() { return std::exchange(descriptor_, -1); }
+  void reset() {
+    if (descriptor_ >= 0) close(descriptor_);
+    descriptor_ = -1;
+  }
+
+ private:
+  int descriptor_;
+};
+
+// "No such file or directory" and the like, from any thread.
+inline std::string describeError(int error) {
+  return std::generic_category().message(error);
+}
+
+}  // namespace KFL
+
+#endif

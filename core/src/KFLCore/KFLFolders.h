@@ -1,0 +1,19 @@
+// The folders of the agents on a node. Any thread.
+#ifndef KFLCORE_KFLFOLDERS_H
+#define KFLCORE_KFLFOLDERS_H
+
+#include <string>
+
+namespace KFL {
+
+inline constexpr const char* kDefaultUploadsFolder = "/var/lib/kfa/uploads";
+
+// Where agents keep what they share about templates: the folder that was set in this process, or else the one that
+// KFA_UPLOADS_DIR names, or else the default one. Without a slash at its end.
+std::string getUploadsFolder();
+// An empty path undoes the setting.
+void setUploadsFolder(const std::string& path);
+
+}  // namespace KFL
+
+#endif

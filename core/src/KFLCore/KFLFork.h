@@ -1,0 +1,53 @@
+// What must know that the process was forked.
+//
+// A forked child has copies of its parent's objects, but nothing of what its parent holds outside of itself: locks on
+// files, places among a file's readers. A KFLForkListener is told in the child before fork() returns there. Objects may
+// be made and destroyed by any thread; forked() runs while the child has one thread only.
+#ifndef KFLCORE_KFLFORK_H
+#define KFLCORE_KFLFORK_H
+
+#include <cstdint>
+
+#include <KFLCommon/KFLLock.h>
+#include <KFLCommon/KFLThreadAnnotations.h>
+
+namespace KFL {
+
+class KFLForkListener {
+ public:
+  KFLForkListener(const KFLForkListener&) = delete;
+  KFLForkListener& operator=(const KFLForkListener&) = delete;
+
+ protected:
+  KFLForkListener();
+  virtual ~KFLForkListener();
+
+ private:
+  friend struct KFLForkHandlers;
+  // In the child. It must not make or destroy listeners. Not pure: another thread may have been about to make the object
+  // when the process was forked.
+  virtual void forked() noexcept {}
+
+  KFLForkListener* next_ = nullptr;
+  KFLForkListener* previous_ = nullptr;
+};
+
+// How often this process and those that it descends from were forked: a value made before a fork shows by it.
+std::uint64_t getForkGeneration();
+
+// A mutex that a forked child finds free, whoever held it in the parent.
+class KFL_CAPABILITY("mutex") KFLForkableLock final : KFLForkListener {
+ public:
+  void lock() KFL_ACQUIRE() { mutex_.lock(); }
+  bool try_lock() KFL_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+  void unlock() KFL_RELEASE() { mutex_.unlock(); }
+
+ private:
+  void forked() noexcept override;
+
+  std::mutex mutex_;
+};
+
+}  // namespace KFL
+
+#endif

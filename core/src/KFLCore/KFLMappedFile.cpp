@@ -1,0 +1,168 @@
+#include <KFLCore/KFLMappedFile.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <KFLCommon/KFLError.h>
+
+#include "KFLDescriptor.h"
+
+namespace KFL {
+
+namespace {
+
+constexpr mode_t kMode = 0660;
+
+int failed(const char* what, const std::string& path, int error) {
+  setErrorMessage("cannot %s %s: %s", what, path.c_str(), describeError(error).c_str());
+  return error;
+}
+
+const char* findObjection(const struct stat& file) {
+  if (!S_ISREG(file.st_mode)) return "it is not a regular file";
+  if (file.st_nlink > 1) return "it has a second hard link";
+  if ((file.st_mode & S_IWOTH) != 0) return "everybody may write to it";
+  return nullptr;
+}
+
+int checkGuarded(int descriptor, const std::string& path) {
+  struct stat file {};
+  if (fstat(descriptor, &file) != 0) return failed("look at", path, errno);
+  const char* const objection = findObjection(file);
+  if (objection == nullptr) return 0;
+  setErrorMessage("%s is refused: %s", path.c_str(), objection);
+  return EPERM;
+}
+
+// The mode of a new file is not narrowed by the process's umask: agents of one group share it.
+int createFile(const std::string& path, int flags) {
+  const int descriptor = open(path.c_str(), flags | O_CREAT | O_EXCL, kMode);
+  if (descriptor >= 0) fchmod(descriptor, kMode);
+  return descriptor;
+}
+
+int openFile(const std::string& path, const KFLMapOptions& options) {
+  const bool writes = (options.access & KFLMapOptions::Write) != 0;
+  const int flags = (writes ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  for (;;) {
+    int descriptor = open(path.c_str(), flags);
+    if (descriptor < 0 && errno == ENOENT && (options.access & KFLMapOptions::Create) != 0) {
+      descriptor = createFile(path, flags);
+      if (descriptor < 0 && errno == EEXIST) continue;
+    }
+    return descriptor;
+  }
+}
+
+// Makes the file at least so long, with every block of it on disk.
+int reserve(int descriptor, std::size_t size) {
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && size > limit.rlim_cur) return EFBIG;
+  const auto length = static_cast<off_t>(size);
+  int error = 0;
+  do {
+    error = fallocate(descriptor, 0, 0, length) == 0 ? 0 : errno;
+  } while (error == EINTR);
+  if (error != EOPNOTSUPP) return error;
+  struct stat file {};
+  if (fstat(descriptor, &file) != 0) return errno;
+  return file.st_size >= length ? 0 : posix_fallocate(descriptor, file.st_size, length - file.st_size);
+}
+
+}  // namespace
+
+int openGuarded(const std::string& path, const KFLMapOptions& options) {
+  KFLDescriptor file(openFile(path, options));
+  if (!file.isOpen()) {
+    if (errno != ELOOP) return -failed("open", path, errno);
+    setErrorMessage("%s is refused: it is a symbolic link", path.c_str());
+    return -ELOOP;
+  }
+  if (options.guard != 0) {
+    if (const int error = checkGuarded(file.get(), path); error != 0) return -error;
+  }
+  return file.release();
+}
+
+KFLMappedFile::KFLMappedFile(const std::string& path)
+    : path_(path), file_(std::make_unique<KFLDescriptor>()) {}
+
+KFLMappedFile::~KFLMappedFile() {
+  unmap(0);
+}
+
+int KFLMappedFile::unmap(int error) {
+  if (memory_ != nullptr) munmap(memory_, size_);
+  memory_ = nullptr;
+  size_ = 0;
+  return error;
+}
+
+int KFLMappedFile::map(std::size_t size, const KFLMapOptions& options) {
+  const int opened = openGuarded(path_, options);
+  if (opened < 0) return -opened;
+  *file_ = KFLDescriptor(opened);
+  return mapOpened(size, options);
+}
+
+int KFLMappedFile::remap(std::size_t size, const KFLMappedFile& previous, const KFLMapOptions& options) {
+  KFLDescriptor same(fcntl(previous.file_->get(), F_DUPFD_CLOEXEC, 0));
+  if (!same.isOpen()) return failed("map", path_, errno);
+  *file_ = std::move(same);
+  return mapOpened(size, options);
+}
+
+int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
+  if (options.reserve != 0) {
+    if (const int error = reserve(file_->get(), size); error != 0)
+      return failed("reserve space for", path_, error);
+  } else if (size > getFileSize()) {
+    setErrorMessage("cannot map %s: it has %zu bytes, and %zu are asked for", path_.c_str(), getFileSize(),
+                    size);
+    return EINVAL;
+  }
+  const bool writes = (options.access & KFLMapOptions::Write) != 0;
+  const bool isShared = options.sharing == KFLMapOptions::Shared;
+  void* const memory = mmap(nullptr, size, PROT_READ | (writes ? PROT_WRITE : 0),
+                            isShared ? MAP_SHARED : MAP_PRIVATE, file_->get(), 0);
+  if (memory == MAP_FAILED) return failed("map", path_, errno);
+  memory_ = memory;
+  size_ = size;
+  return 0;
+}
+
+std::size_t KFLMappedFile::getFileSize() const {
+  struct stat file {};
+  return file_->isOpen() && fstat(file_->get(), &file) == 0 ? static_cast<std::size_t>(file.st_size) : 0;
+}
+
+bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
+  struct stat mapped {};
+  return fstat(file_->get(), &mapped) == 0 && mapped.st_dev == device && mapped.st_ino == inode;
+}
+
+bool KFLMappedFile::isAtPath() const {
+  struct stat there {};
+  return lstat(path_.c_str(), &there) == 0 && isFile(there.st_dev, there.st_ino);
+}
+
+int KFLMappedFile::syncMemory() const {
+  return memory_ == nullptr || msync(memory_, size_, MS_SYNC) == 0 ? 0 : failed("write", path_, errno);
+}
+
+int KFLMappedFile::protect(bool writable) const {
+  const int access = PROT_READ | (writable ? PROT_WRITE : 0);
+  return mprotect(memory_, size_, access) == 0 ? 0 : failed("protect", path_, errno);
+}
+
+std::size_t KFLMappedFile::getPageSize() {
+  static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+}  // namespace KFL

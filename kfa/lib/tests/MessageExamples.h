@@ -1,0 +1,48 @@
+// The messages of examples/messages; the first comment of each names its record.
+#ifndef KFA_TESTS_MESSAGEEXAMPLES_H
+#define KFA_TESTS_MESSAGEEXAMPLES_H
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include <KFLMessage/KFLRecordRegistry.h>
+
+// The record that the first comment names: its first word that is the name of one.
+inline const KFL::KFLRecordType* recordOf(const std::string& xml) {
+  const std::size_t begin = xml.find("<!--");
+  std::istringstream words(begin == std::string::npos ? ""
+                                                      : xml.substr(begin + 4, xml.find("-->") - begin - 4));
+  for (std::string word; words >> word;) {
+    while (!word.empty() && (word.back() == ':' || word.back() == ',' || word.back() == '.'))
+      word.pop_back();
+    if (const KFL::KFLRecordType* record = KFL::findRecordType(word)) return record;
+  }
+  return nullptr;
+}
+
+struct Example {
+  std::string file;
+  std::string xml;
+};
+
+// All of them, by record; null for those whose comment names none.
+inline const std::multimap<const KFL::KFLRecordType*, Example>& examples() {
+  static const auto all = [] {
+    std::multimap<const KFL::KFLRecordType*, Example> made;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(KFA_SOURCE_DIR) / "examples/messages")) {
+      if (entry.path().extension() != ".xml") continue;
+      std::ifstream in(entry.path());
+      const std::string xml{std::istreambuf_iterator<char>(in), {}};
+      made.emplace(recordOf(xml), Example{entry.path().filename().string(), xml});
+    }
+    return made;
+  }();
+  return all;
+}
+
+#endif

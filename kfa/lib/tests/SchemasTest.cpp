@@ -1,0 +1,178 @@
+// The schemas in data/schema are those that the field tables make, take every message of examples/messages, and refuse
+// each message in which one element was renamed, one number was replaced by a word, or one needed element was removed.
+// libxml2's xmllint judges.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLSchemaWriter.h>
+
+#include "MessageExamples.h"
+
+namespace {
+
+using KFL::KFLField;
+using KFL::KFLFieldShape;
+using KFL::KFLMessage;
+using KFL::KFLMessageIterator;
+namespace fs = std::filesystem;
+
+// Keeps the library loaded: without a use of it the linker leaves it out.
+[[maybe_unused]] const KFL::KFLFieldTable& (*const libraryIsUsed)() = &KFA::KFANetVEth::fields;
+
+const fs::path kFolder = fs::path(KFA_SOURCE_DIR) / "data/schema";
+
+std::string contentOf(const fs::path& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(Schemas, FilesAreThoseThatTheTablesMake) {
+  std::size_t files = 0;
+  for (const KFL::KFLSchema& schema : KFL::makeSchemas()) {
+    EXPECT_EQ(contentOf(kFolder / (schema.name + ".xsd")), schema.text)
+        << "kfactl types --schema " << schema.name << " > data/schema/" << schema.name << ".xsd";
+    ++files;
+  }
+  for (const auto& entry : fs::directory_iterator(kFolder))
+    files -= entry.path().filename() != "vocabulary.xsd" ? 1 : 0;
+  EXPECT_EQ(files, 0U) << "a schema in data/schema is of no namespace";
+}
+
+TEST(Schemas, RootIsNamedAfterTheRecord) {
+  for (const auto& [record, example] : examples()) {
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0) << example.file;
+    ASSERT_NE(record, nullptr) << example.file;
+    EXPECT_EQ(message.getIterator().getName(), record->rootName()) << example.file;
+  }
+}
+
+// Messages by the schema that judges them. A message of the core may hold parts of the library's, whose schema knows
+// both.
+class SchemasJudge : public testing::Test {
+ protected:
+  SchemasJudge() {
+    std::string pattern = fs::temp_directory_path() / "kfa-schemas-XXXXXX";
+    folder_ = mkdtemp(pattern.data());
+  }
+  ~SchemasJudge() override { fs::remove_all(folder_); }
+
+  void SetUp() override {
+    if (std::system("xmllint --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint is not installed";
+  }
+
+  void add(const KFL::KFLRecordType& record, const std::string& file, const std::string& xml) {
+    std::ofstream(folder_ / file) << xml;
+    const std::string_view uri = record.namespaceUri();
+    std::string schema(uri == KFL::kTypesNamespaceURI ? KFA::kTypesURI : uri);
+    for (const KFL::KFLSchema& known : KFL::makeSchemas())
+      if (known.namespaceUri == schema) files_[known.name].push_back(file);
+    ++count_;
+  }
+
+  // What the schemas think of each of the files: the end of xmllint's line on it.
+  void expectAll(const std::string& verdict) const {
+    std::size_t judged = 0;
+    for (const auto& [schema, files] : files_) {
+      std::string command = "cd '" + folder_.string() + "' && xmllint --nonet --noout --schema '" +
+                            (kFolder / schema).string() + ".xsd'";
+      for (const std::string& file : files)
+        command += " '" + file + "'";
+      std::string output;
+      FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+      for (char buffer[4096]; std::fgets(buffer, sizeof buffer, pipe) != nullptr;)
+        output += buffer;
+      pclose(pipe);
+      for (const std::string& file : files) {
+        const bool isSo = ("\n" + output).find("\n" + file + " " + verdict + "\n") != std::string::npos;
+        EXPECT_TRUE(isSo) << schema << ", " << file << " should be one that " << verdict << ":\n"
+                          << contentOf(folder_ / file) << reportOn(file, output);
+        ++judged;
+      }
+    }
+    EXPECT_EQ(judged, count_);
+  }
+
+ private:
+  // The lines of the output that speak of a file.
+  static std::string reportOn(const std::string& file, const std::string& output) {
+    std::istringstream lines(output);
+    std::string report;
+    for (std::string line; std::getline(lines, line);)
+      if (line.starts_with(file)) report += line + "\n";
+    return report.empty() ? output : report;
+  }
+
+  fs::path folder_;
+  std::map<std::string, std::vector<std::string>> files_;
+  std::size_t count_ = 0;
+};
+
+TEST_F(SchemasJudge, EveryMessageIsAccepted) {
+  for (const auto& [record, example] : examples())
+    add(*record, example.file, example.xml);
+  expectAll("validates");
+}
+
+using VisitRow = std::function<void(const KFLField& row)>;
+void visitRows(const KFL::KFLFieldTable& table, const VisitRow& visit) {
+  for (const KFLField& row : table.rows()) {
+    if (row.shape != KFLFieldShape::Inline)
+      visit(row);
+    else
+      visitRows(row.table(), visit);
+  }
+}
+
+bool isNumber(const KFLField& row) {
+  const bool isOne = row.shape == KFLFieldShape::Element || row.shape == KFLFieldShape::List;
+  return isOne && !row.valueType.empty() && row.valueType != "string";
+}
+
+TEST_F(SchemasJudge, EveryDamagedMessageIsRefused) {
+  struct Damage {
+    const char* name;
+    bool (*isFor)(const KFLField& row);
+    void (*apply)(KFLMessageIterator& element);
+  };
+  const Damage damages[] = {
+      {"renamed", [](const KFLField&) { return true; },
+       [](KFLMessageIterator& element) { element.setName("renamed", element.getNamespace()); }},
+      {"worded", [](const KFLField& row) { return isNumber(row) || row.names != nullptr; },
+       [](KFLMessageIterator& element) { element.putValue("some"); }},
+      {"removed", [](const KFLField& row) { return row.needsElement(); },
+       [](KFLMessageIterator& element) { element.removeCurrent(); }},
+  };
+  for (const auto& entry : examples()) {
+    const KFL::KFLRecordType& record = *entry.first;
+    const Example& example = entry.second;
+    if (record.elements() == nullptr) continue;
+    visitRows(*record.elements(), [&](const KFLField& row) {
+      for (const Damage& damage : damages) {
+        KFLMessage message;
+        ASSERT_EQ(message.parse(example.xml), 0);
+        KFLMessageIterator it = message.getIterator();
+        if (!damage.isFor(row) || it.findChild(row.id) != 0) continue;
+        damage.apply(it);
+        const std::string file = std::string(row.elementName()) + "-" + damage.name + "-" + example.file;
+        add(record, file, message.toString());
+      }
+    });
+  }
+  expectAll("fails to validate");
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+// String IDs of templates, and the cache that the processes of a node share.
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <KFAFunctionality/templates/KFATemplateCache.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLog.h>
+#include <KFLCore/KFLFolders.h>
+
+namespace {
+
+using KFA::KFATemplateCachePrototype;
+using KFA::KFATemplateObject;
+using KFL::KFLEID;
+namespace fs = std::filesystem;
+
+KFATemplateObject makeTemplate(const std::string& name) {
+  KFATemplateObject object;
+  object.setName(name);
+  object.setArchitecture("x86_64");
+  object.setVersion(std::string("1.2"));
+  object.setOS(std::string("debian"));
+  object.setKind("app");
+  return object;
+}
+
+TEST(KFATemplateObject, StringID) {
+  KFATemplateObject object = makeTemplate("nginx");
+  EXPECT_EQ(object.getStringID(), "nginx.app.x86_64.debian.1.2");
+  object.setOsTemplate(true);
+  EXPECT_EQ(object.getStringID(), "nginx.app.x86_64..1.2");
+  const KFLEID first("11111111-1111-1111-1111-111111111111");
+  object.setEnvironments({KFLEID("22222222-2222-2222-2222-222222222222"), first});
+  EXPECT_EQ(object.getStringID(), "nginx.app.x86_64..1.2." + first.toString());
+  EXPECT_EQ(KFATemplateObject().getStringID(), "....");
+}
+
+class KFATemplateCache : public testing::Test {
+ protected:
+  KFATemplateCache() {
+    char name[] = "/tmp/kfauploadsXXXXXX";
+    folder_ = mkdtemp(name);
+    KFL::setUploadsFolder(folder_ + "/");
+  }
+  // The instance of the process goes with its file.
+  ~KFATemplateCache() override {
+    if (const auto cache = KFATemplateCachePrototype::createInstance()) cache->reinit();
+    fs::remove_all(folder_);
+    KFL::setUploadsFolder("");
+  }
+  std::string path() const { return folder_ + "/template.cache"; }
+
+  std::string folder_;
+};
+
+TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
+  const auto cache = KFATemplateCachePrototype::createInstance();
+  ASSERT_NE(cache, nullptr) << KFL::getErrorMessage();
+  EXPECT_EQ(cache, KFATemplateCachePrototype::createInstance());
+  EXPECT_EQ(cache->getPath(), path());
+  const KFLEID user = KFLEID::generate();
+  KFATemplateObject object = makeTemplate("nginx");
+  object.setTechnologyList({"nptl", "x86_64"});
+  object.setEnvironments({user});
+  ASSERT_EQ(cache->putTemplate(object), 0) << KFL::getErrorMessage();
+
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto there = KFATemplateCachePrototype::createInstance();
+    KFATemplateObject found;
+    const bool same =
+        there && there->find(object.getStringID(), found) == 0 && found.getEnvironments().count(user) == 1 &&
+        found.getTechnologyList() == object.getTechnologyList() && found.getOS().getValue() == "debian";
+    _exit(same && there->putTemplate(makeTemplate("child")) == 0 ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  KFATemplateObject found;
+  EXPECT_EQ(cache->find("child.app.x86_64.debian.1.2", found), 0);
+  EXPECT_EQ(cache->remove("child.app.x86_64.debian.1.2"), 0);
+  EXPECT_EQ(cache->find("child.app.x86_64.debian.1.2", found), 1);
+}
+
+TEST_F(KFATemplateCache, AFileAtFaultIsReplaced) {
+  auto cache = KFATemplateCachePrototype::createInstance();
+  ASSERT_EQ(cache->putTemplate(makeTemplate("nginx")), 0);
+  cache->reinit();
+  std::fstream(path(), std::ios::in | std::ios::out | std::ios::binary).seekp(28).write("\0", 1);
+  KFL::setLogLevel(KFL::kLogFatal);
+  cache = KFATemplateCachePrototype::createInstance();
+  KFL::setLogLevel(KFL::kLogWarning);
+  ASSERT_NE(cache, nullptr) << KFL::getErrorMessage();
+  KFATemplateCachePrototype::Snapshot snapshot;
+  ASSERT_EQ(cache->hold(snapshot), 0);
+  EXPECT_EQ(snapshot.size(), 0U);
+}
+
+TEST_F(KFATemplateCache, WithoutItsFolderThereIsNone) {
+  KFL::setUploadsFolder(folder_ + "/missing");
+  KFL::setLogLevel(KFL::kLogFatal);
+  EXPECT_EQ(KFATemplateCachePrototype::createInstance(), nullptr);
+  KFL::setLogLevel(KFL::kLogWarning);
+  EXPECT_NE(KFL::getErrorMessage().find("No such file or directory"), std::string::npos);
+  KFL::setUploadsFolder(folder_);
+  EXPECT_NE(KFATemplateCachePrototype::createInstance(), nullptr) << "the next call tries again";
+}
+
+TEST_F(KFATemplateCache, WhatCannotBeKeptIsRefused) {
+  const auto cache = KFATemplateCachePrototype::createInstance();
+  EXPECT_EQ(cache->putTemplate(makeTemplate(std::string(250, 'n'))), KFL::kCacheBadKey);
+  EXPECT_EQ(cache->putTemplate(makeTemplate("\x01")), -1) << "no message can carry it";
+  EXPECT_DEATH(cache->remove(std::string(256, 'k')), "operator=");
+  KFL::KFLCacheChanges changes;
+  changes.put("key", "<no message");
+  ASSERT_EQ(cache->apply(changes), 0);
+  KFATemplateObject found;
+  EXPECT_EQ(cache->find("key", found), -1);
+}
+
+}  // namespace
