@@ -7,8 +7,11 @@ namespace KFL {
 
 namespace {
 
+// What a value must be; empty for one that has a text form of its own, whose reader has said what is wrong.
 std::string acceptedBy(const KFLField& row) {
-  return row.names != nullptr ? row.names->listNames() : "a value of type " + std::string(row.valueType);
+  if (row.names != nullptr) return row.names->listNames();
+  if (row.valueType.empty() || row.valueType == "string") return {};
+  return "a value of type " + std::string(row.valueType);
 }
 
 // Says which element of the record could not be read. What is wrong inside a part has been said by its own reader.
@@ -19,8 +22,12 @@ void explainFailure(const char* record, const KFLMessageIterator& it, const KFLF
   if (!it.hasChild(row.id)) {
     setErrorMessage("%s: there is no element '%s'; it must be there", record, name.c_str());
   } else if (row.shape == KFLFieldShape::Element && row.table == nullptr && it.getValue(text, row.id) == 0) {
-    setErrorMessage("%s: the element '%s' holds '%s'; %s would be right", record, name.c_str(), text.c_str(),
-                    acceptedBy(row).c_str());
+    const std::string accepted = acceptedBy(row);
+    if (accepted.empty())
+      setErrorMessage("%s: the element '%s': %s", record, name.c_str(), getErrorMessage().c_str());
+    else
+      setErrorMessage("%s: the element '%s' holds '%s'; %s would be right", record, name.c_str(),
+                      text.c_str(), accepted.c_str());
   }
 }
 

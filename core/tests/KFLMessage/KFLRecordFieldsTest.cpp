@@ -7,10 +7,8 @@
 #include <string>
 #include <vector>
 
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLProperty.h>
 #include <KFLMessage/KFLMessage.h>
-#include <KFLMessage/KFLRecordNamedFields.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
 namespace KFL {
@@ -135,57 +133,6 @@ TEST(KFLRecordFields, OnlyARequiredFieldFailsTheRead) {
   EXPECT_EQ(read("<name>n</name><x>1</x>", record), 0);
   EXPECT_TRUE(record.words.empty());
   EXPECT_FALSE(record.enabled);
-}
-
-constexpr KFLNumberName kColors[] = {{1, "red"}, {2, "green"}, {1, "scarlet"}, {0, "none"}, {0, ""}};
-constexpr KFLNumberNames colors{kColors};
-
-struct Painted {
-  int must = 1;
-  int may = 2;
-  static const KFLFieldTable& fields() {
-    static constexpr KFLField rows[] = {
-        named<Painted, &Painted::must>("must", colors).required(),
-        named<Painted, &Painted::may>("may", colors).whenNotEmpty().orDefault().wellFormed(),
-    };
-    static constexpr KFLFieldTable table{"Painted", "u", "", rows};
-    return table;
-  }
-  using Writer = KFLRecordWriter<Painted>;
-  using Reader = KFLRecordReader<Painted>;
-};
-
-TEST(KFLRecordFields, NamedNumbers) {
-  struct Row {
-    const char* content;
-    int result;
-    int must;
-    int may;
-  };
-  const Row rows[] = {
-      {"<must>green</must><may>red</may>", 0, 2, 1},
-      {"<must>scarlet</must>", 0, 1, 0},
-      {"<must/><may/>", 0, 0, 0},
-      {"<must>red</must><may>blue</may>", -1, 1, 0},
-      {"<may>red</may>", -1, 1, 2},
-      {"<must>2</must>", -1, 1, 2},
-  };
-  for (const Row& row : rows) {
-    KFLMessage message;
-    ASSERT_EQ(message.parse("<r>" + std::string(row.content) + "</r>"), 0);
-    Painted record;
-    EXPECT_EQ(message.getIterator().getObj(record), row.result) << row.content;
-    EXPECT_EQ(record.must, row.must) << row.content;
-    EXPECT_EQ(record.may, row.may) << row.content;
-  }
-  KFLMessage message("r");
-  KFLMessageIterator it = message.getIterator();
-  EXPECT_EQ(it.putObj(Painted{0, 0}), 0);
-  EXPECT_EQ(it.putObj(Painted{1, 3}), -1);
-  EXPECT_EQ(getErrorMessage(),
-            "the element 'may' cannot hold the number 3, which has no name; that of red, green, scarlet or "
-            "none would be right");
-  EXPECT_EQ(it.countChildren(), 2U);
 }
 
 TEST(KFLRecordRegistry, FindsByNameAndByTypeWhileRegistered) {

@@ -1,10 +1,12 @@
 #include "MessageCheck.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <unordered_map>
 #include <utility>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 #include <KFLMessage/KFLTagVocabulary.h>
@@ -29,14 +31,16 @@ bool isSameValue(std::string_view a, std::string_view b) {
   return (isTrue(a) && isTrue(b)) || (isFalse(a) && isFalse(b));
 }
 
+// What is wrong with an element, by its index.
+using Findings = std::multimap<std::size_t, std::string>;
+
 // Compares what was read with what was written. Children are held against children of the same name: first those that
 // are equal, wherever they stand, then the others in their order.
 class Comparison {
  public:
-  Comparison(const Elements& source, const Elements& written, std::string_view xml)
-      : source_(source), written_(written), xml_(xml) {}
+  Comparison(const Elements& source, const Elements& written) : source_(source), written_(written) {}
 
-  std::vector<MessageFinding> run() {
+  const Findings& run() {
     pairs_.emplace_back(0, 0);
     while (!pairs_.empty()) {
       const auto [a, b] = pairs_.back();
@@ -44,11 +48,7 @@ class Comparison {
       compareValues(a, b);
       pairChildren(a, b);
     }
-    std::sort(lost_.begin(), lost_.end());
-    std::vector<MessageFinding> findings;
-    for (const auto& [index, text] : lost_)
-      findings.push_back({lineOfElement(xml_, index), source_.path(index), text});
-    return findings;
+    return lost_;
   }
 
   // The number of elements at fault; one that is not kept counts with all below it.
@@ -59,11 +59,10 @@ class Comparison {
     const Element& from = source_[a];
     const Element& to = written_[b];
     if (!isSameValue(from.text, to.text))
-      lost_.emplace_back(a, "'" + std::string(from.text) + "' is written as '" + std::string(to.text) + "'");
-    if (from.attributes != to.attributes)
-      lost_.emplace_back(a, "not all attributes are kept:" + from.attributes);
+      lost_.emplace(a, "'" + std::string(from.text) + "' is written as '" + std::string(to.text) + "'");
+    if (from.attributes != to.attributes) lost_.emplace(a, "not all attributes are kept:" + from.attributes);
     if (!from.type.empty() && !to.type.empty() && from.type != to.type)
-      lost_.emplace_back(a, "type " + std::string(from.type) + " is written as " + std::string(to.type));
+      lost_.emplace(a, "type " + std::string(from.type) + " is written as " + std::string(to.type));
   }
 
   void pairChildren(std::size_t a, std::size_t b) {
@@ -90,7 +89,7 @@ class Comparison {
     for (const std::size_t child : unequal) {
       std::vector<std::size_t>& candidates = byName[source_[child].name];
       if (candidates.empty()) {
-        lost_.emplace_back(child, "not kept");
+        lost_.emplace(child, "not kept");
         lostBelow_ += countBelow(child);
       } else {
         pairs_.emplace_back(child, candidates.back());
@@ -110,11 +109,30 @@ class Comparison {
 
   const Elements& source_;
   const Elements& written_;
-  std::string_view xml_;
   std::vector<std::pair<std::size_t, std::size_t>> pairs_;
-  std::vector<std::pair<std::size_t, std::string>> lost_;
+  Findings lost_;
   std::size_t lostBelow_ = 0;
 };
+
+// Whether the element, or one that it stands in, has a finding.
+bool isInside(const Findings& findings, const Elements& source, std::size_t index) {
+  while (index != kNoElement && findings.count(index) == 0)
+    index = source[index].parent;
+  return index != kNoElement;
+}
+
+// Says why what was lost could not be read. A configuration keeps also what it cannot read, so there each fault is a
+// finding.
+void addReasons(Findings& findings, const Elements& source, const KFL::KFLRecordType& record) {
+  const bool keepsAll = record.table() == nullptr;
+  for (const ElementFault& fault : findFaults(source, fieldTableOf(record.name()), FaultScope::Any)) {
+    const auto lost = findings.find(fault.index);
+    if (lost != findings.end())
+      lost->second += ": " + fault.text;
+    else if (keepsAll || isInside(findings, source, fault.index))
+      findings.emplace(fault.index, fault.text);
+  }
+}
 
 [[noreturn]] void refuseRecordName(const std::string& name) {
   std::vector<std::string> names;
@@ -180,21 +198,15 @@ Records mostFamiliar(const Records& records, const KFL::KFLMessageIterator& root
 
 [[noreturn]] void refuseMessage(const Input& input, const KFL::KFLMessageIterator& root,
                                 const KFL::KFLRecordType& record) {
-  const KFL::KFLFieldTable* const table = fieldTableOf(record.name());
-  ElementFault fault = findFault(root, table, FaultScope::Required);
-  if (fault.path.empty()) fault = findFault(root, table, FaultScope::Any);
-  if (fault.path.empty())
-    fault = {"/" + std::string(root.getName()), 0, "cannot be read as " + std::string(record.name())};
+  ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Required);
+  if (fault.path.empty()) {
+    KFL::setErrorMessage("%s", "");
+    record.read(root, record.create().get());
+    const std::string reason = KFL::getErrorMessage();
+    fault = {"/" + std::string(root.getName()), 0,
+             "cannot be read as " + std::string(record.name()) + (reason.empty() ? "" : ": " + reason)};
+  }
   throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
-}
-
-// A configuration keeps what it cannot read, so its values are looked at one by one.
-void addUnreadable(const Input& input, const KFL::KFLMessageIterator& root, const KFL::KFLRecordType& record,
-                   std::vector<MessageFinding>& findings) {
-  if (record.table() != nullptr) return;
-  const ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Any);
-  if (!fault.path.empty())
-    findings.push_back({lineOfElement(input.text, fault.index), fault.path, fault.text});
 }
 
 struct Attempt {
@@ -214,10 +226,12 @@ bool checkAs(const Input& input, const KFL::KFLMessageIterator& root, const KFL:
     throw Trouble(input.name + ": " + record.name() + " was read but cannot be written");
   const Elements source(root);
   const Elements written(check.written.getIterator());
-  Comparison comparison(source, written, input.text);
-  check.findings = comparison.run();
+  Comparison comparison(source, written);
+  Findings findings = comparison.run();
   attempt.loss = comparison.getLoss();
-  addUnreadable(input, root, record, check.findings);
+  addReasons(findings, source, record);
+  for (const auto& [index, text] : findings)
+    check.findings.push_back({lineOfElement(input.text, index), source.path(index), text});
   return true;
 }
 

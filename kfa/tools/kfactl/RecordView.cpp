@@ -5,8 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <KFLMessage/KFLDerivedParsers.h>
+#include <KFLMessage/KFLNumberNames.h>
 #include <KFLMessage/KFLRecordRegistry.h>
-#include <KFLMessage/KFLTagVocabulary.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 
@@ -92,10 +93,6 @@ const KFLFieldTable* fieldTableOf(const std::string& recordName) {
 
 namespace {
 
-std::string_view nameOf(KFL::KFLElementID id) {
-  return id.number() != 0 ? KFL::tagName(id.number()) : id.name();
-}
-
 // A table's rows by element name, those of its base parts included.
 class Rows {
  public:
@@ -114,7 +111,7 @@ class Rows {
   void add(const KFLFieldTable& table) {
     for (const KFLField& row : table.rows()) {
       if (row.shape != KFLFieldShape::Inline)
-        rows_.emplace(nameOf(row.id), &row);
+        rows_.emplace(row.elementName(), &row);
       else if (row.table != nullptr)
         add(row.table());
     }
@@ -208,24 +205,50 @@ void addChild(Document& object, const KFLMessageIterator& child, const KFLField*
 
 // --- Faults -----------------------------------------------------------------------------------------------------------
 
-std::string faultOfScalar(const KFLMessageIterator& it, std::string_view type) {
+// What an element is read as.
+struct Expectation {
+  const KFLField* row = nullptr;  // none for the root, and for what is not looked at
+  const KFLFieldTable* table = nullptr;
+  bool isContainer = false;  // only its children are
+};
+
+std::string faultOfScalar(const KFLMessageIterator& it, const KFLField& row) {
   bool flag = false;
   int number = 0;
   long long wide = 0;
   const std::string text = "'" + std::string(it.getText()) + "' ";
-  if (type == "boolean" && it.getValue(flag) != 0) return text + "is no truth value; true or false is wanted";
-  if (type == "int" && it.getValue(number) != 0) return text + "is no 32-bit number";
-  if (type == "long" && it.getValue(wide) != 0) return text + "is no 64-bit number";
+  if (row.names != nullptr && row.names->findNumber(it.getText(), number) != 0)
+    return text + "is no known name; " + row.names->listNames() + " is wanted";
+  if (row.valueType == "boolean" && it.getValue(flag) != 0)
+    return text + "is no truth value; true or false is wanted";
+  if (row.valueType == "int" && it.getValue(number) != 0)
+    return text + "is no 32-bit number; one from -2147483648 to 2147483647 is wanted";
+  if (row.valueType == "long" && it.getValue(wide) != 0)
+    return text + "is no 64-bit number; one from -9223372036854775808 to 9223372036854775807 is wanted";
   return {};
 }
 
-// What keeps the element from being read as a record of this table: its own value, or a required field that is missing.
-std::string faultOf(const KFLMessageIterator& it, std::string_view type, const KFLFieldTable* table) {
-  std::string fault = faultOfScalar(it, type);
-  if (!fault.empty() || table == nullptr) return fault;
-  for (const auto& [name, row] : rowsOf(table))
-    if (row->failsRead && (row->shape == KFLFieldShape::Element || row->needsItem) && !it.hasChild(row->id))
-      return "element " + std::string(name) + " is missing";
+// A registry with a default takes every type.
+std::string faultOfType(const KFLMessageIterator& it, const KFLFieldTable& base) {
+  std::string known;
+  for (const KFL::KFLDerivedTypeInfo& info : KFL::listDerivedTypes()) {
+    if (info.base != base.record()) continue;
+    if (info.isDefault || (info.tag == it.getTypeTag() && info.namespaceUri == it.getTypeNamespace()))
+      return {};
+    known += (known.empty() ? "" : ", ") + info.tag;
+  }
+  return "the type '" + std::string(it.getTypeTag()) + "' is not known; one of " + known + " is wanted";
+}
+
+// What keeps the element from being read as expected: its own value or type, or a required field that is missing.
+std::string faultOf(const KFLMessageIterator& it, const Expectation& expected) {
+  std::string fault;
+  if (expected.row != nullptr) fault = faultOfScalar(it, *expected.row);
+  if (fault.empty() && expected.row != nullptr && expected.row->isPolymorphic)
+    fault = faultOfType(it, expected.row->table());
+  if (!fault.empty() || expected.table == nullptr) return fault;
+  for (const auto& [name, row] : rowsOf(expected.table))
+    if (row->needsElement() && !it.hasChild(row->id)) return "element " + std::string(name) + " is missing";
   return {};
 }
 
@@ -235,22 +258,15 @@ bool isReadable(const KFLMessageIterator& it, const KFLFieldTable& table) {
   return type == nullptr || type->read(it, type->create().get()) == 0;
 }
 
-// What an element is read as.
-struct Expectation {
-  std::string_view type;
-  const KFLFieldTable* table = nullptr;
-  bool isContainer = false;  // only its children are
-};
-
 Expectation expectationOf(const Expectation& parent, const Element& child, FaultScope scope) {
-  if (parent.isContainer) return {parent.type, parent.table};
+  if (parent.isContainer) return {parent.row, parent.table};
   const KFLField* const row = rowsOf(parent.table).find(child.name);
   if (row == nullptr || (scope == FaultScope::Required && !row->failsRead)) return {};
   const bool isContainer = row->shape == KFLFieldShape::Container;
   const bool isList = row->shape == KFLFieldShape::List;
   if (row->shape != KFLFieldShape::Element && !isContainer && !isList) return {};
-  if (isList && child.cursor.isEmptyElement()) return {};
-  return {row->valueType, tableOfElement(child.cursor, tableOfRow(*row)), isContainer};
+  if (isList && child.cursor.isEmptyElement() && !row->isPolymorphic) return {};
+  return {row, tableOfElement(child.cursor, tableOfRow(*row)), isContainer};
 }
 
 }  // namespace
@@ -266,25 +282,31 @@ Document describeElement(const KFLMessageIterator& it, const KFLFieldTable* tabl
   return object;
 }
 
-ElementFault findFault(const KFLMessageIterator& root, const KFLFieldTable* table, FaultScope scope) {
-  const Elements elements(root);
+std::vector<ElementFault> findFaults(const Elements& elements, const KFLFieldTable* table, FaultScope scope) {
+  std::vector<ElementFault> faults;
   std::vector<Expectation> expected(elements.size());
   expected[0].table = table;
-  std::size_t unreadable = kNoElement;
   for (std::size_t i = 0; i < elements.size(); ++i) {
     const Element& element = elements[i];
     const Expectation own = expected[i];
     for (std::size_t child = element.firstChild; child != kNoElement; child = elements[child].nextSibling)
       expected[child] = expectationOf(own, elements[child], scope);
     if (own.isContainer) continue;
-    const std::string fault = faultOf(element.cursor, own.type, own.table);
-    if (!fault.empty()) return {elements.path(i), i, fault};
-    if (own.table != nullptr && i != 0 && unreadable == kNoElement && !isReadable(element.cursor, *own.table))
-      unreadable = i;
+    std::string fault = faultOf(element.cursor, own);
+    if (!fault.empty()) faults.push_back({elements.path(i), i, std::move(fault)});
   }
-  if (unreadable == kNoElement) return {};
-  return {elements.path(unreadable), unreadable,
-          "cannot be read as " + std::string(expected[unreadable].table->record())};
+  // A record that refuses what its table allows says no more than that.
+  for (std::size_t i = 1; faults.empty() && i < elements.size(); ++i)
+    if (expected[i].table != nullptr && !expected[i].isContainer &&
+        !isReadable(elements[i].cursor, *expected[i].table))
+      faults.push_back(
+          {elements.path(i), i, "cannot be read as " + std::string(expected[i].table->record())});
+  return faults;
+}
+
+ElementFault findFault(const KFLMessageIterator& root, const KFLFieldTable* table, FaultScope scope) {
+  const std::vector<ElementFault> faults = findFaults(Elements(root), table, scope);
+  return faults.empty() ? ElementFault() : faults.front();
 }
 
 }  // namespace kfactl

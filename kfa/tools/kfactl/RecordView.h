@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include <KFLMessage/KFLRecordFields.h>
 
 #include "Document.h"
+#include "Elements.h"
 
 namespace kfactl {
 
@@ -33,7 +35,11 @@ enum class FaultScope {
   Any,       // whatever a field cannot take
 };
 
-// The first element from the root on that cannot be read as the table says, or lacks a required field.
+// The elements that cannot be read as the table says, or lack a required field, in document order.
+std::vector<ElementFault> findFaults(const Elements& elements, const KFL::KFLFieldTable* table,
+                                     FaultScope scope);
+
+// The first of them.
 ElementFault findFault(const KFL::KFLMessageIterator& root, const KFL::KFLFieldTable* table,
                        FaultScope scope);
 

@@ -1,0 +1,124 @@
+#include <KFAFunctionality/updates/KFAUpdate.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <typeinfo>
+
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFLCommon/KFLError.h>
+
+#include "UpdateMessages.h"
+
+namespace {
+
+using namespace KFA;
+
+TEST(KFAUpdate, WritesOnlyWhatIsSpecified) {
+  KFAUpdate update;
+  EXPECT_EQ(written(update), "");
+  update.setSize(9223372036854775807);
+  update.setInstalled(true);
+  update.setName(std::string());
+  EXPECT_EQ(written(update), "<name/><size>9223372036854775807</size><is_installed/>");
+}
+
+TEST(KFASystemUpdate, TypeStandsAsItsName) {
+  const char* const contents[] = {"", "<kind>hotfix</kind>", "<kind>servicepack</kind>",
+                                  "<kind>version</kind>", "result -1"};
+  for (int type = 0; type <= 4; ++type) {
+    KFASystemUpdate update;
+    update.setType(type);
+    EXPECT_EQ(written(update), contents[type]);
+    update.setType(7);
+    if (type == 4) break;
+    EXPECT_EQ(readFrom(contents[type], update), 0);
+    EXPECT_EQ(update.getType(), type);
+  }
+}
+
+TEST(KFASystemUpdate, UnknownTypeFailsWithWhatIsAccepted) {
+  KFAWindowsSystemUpdate update;
+  EXPECT_EQ(readFrom("<kind>Hotfix</kind><product>p</product>", update), -1);
+  EXPECT_EQ(
+      getErrorMessage(),
+      "KFASystemUpdate: the element 'kind' holds 'Hotfix'; hotfix, servicepack or version would be right");
+  EXPECT_EQ(update.getProduct().getValue(), "");
+}
+
+// Whether there is a product is told by the mark of the summary.
+TEST(KFAWindowsSystemUpdate, ProductMarksTheSummary) {
+  const struct {
+    const char* content;
+    bool hasSummary;
+    const char* summary;
+    const char* product;
+    const char* again;
+  } rows[] = {
+      {"", false, "", "former", ""},
+      {"<product>p</product>", true, "", "p", "<summary/>"},
+      {"<summary>s</summary>", false, "s", "former", ""},
+      {"<summary>s</summary><product>p</product>", true, "s", "p", "<summary>s</summary>"},
+  };
+  for (const auto& row : rows) {
+    KFAWindowsSystemUpdate update;
+    KFAUpdate::Text former("former");
+    former.setSpecified(false);
+    update.setProduct(former);
+    EXPECT_EQ(readFrom(row.content, update), 0);
+    EXPECT_EQ(update.getSummary().isSpecified(), row.hasSummary) << row.content;
+    EXPECT_EQ(update.getSummary().getValue(), row.summary) << row.content;
+    EXPECT_EQ(update.getProduct().getValue(), row.product) << row.content;
+    EXPECT_EQ(written(update), row.again);
+    update.setProduct(std::string("set"));
+    EXPECT_EQ(readFrom(row.content, update), 0);
+    EXPECT_TRUE(update.getProduct().isSpecified()) << row.content;
+  }
+}
+
+TEST(KFATemplateUpdate, ElementsKeepTheirClass) {
+  KFATemplateUpdate update;
+  update.setAppTemplates({boost::make_shared<KFAOsTemplateUpdate>(),
+                          boost::make_shared<KFAEzTemplateUpdate>(), boost::make_shared<KFAUpdate>()});
+  const std::string content = written(update);
+  EXPECT_EQ(content,
+            "<app_template xsi:type=\"os_template_updateType\"/>"
+            "<app_template xsi:type=\"ez_template_updateType\"/><app_template xsi:type=\"updateType\"/>");
+  KFAOsTemplateUpdate again;
+  ASSERT_EQ(readFrom(content, again), 0);
+  ASSERT_EQ(again.getAppTemplates().size(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const KFAUpdate& before = *update.getAppTemplates()[i];
+    const KFAUpdate& after = *again.getAppTemplates()[i];
+    EXPECT_TRUE(typeid(before) == typeid(after)) << i;
+  }
+  EXPECT_EQ(readFrom("", again), 0);
+  EXPECT_TRUE(again.getAppTemplates().empty());
+}
+
+TEST(KFATemplateUpdate, ListThatFailsFailsTheRecord) {
+  KFAEzTemplateUpdate update;
+  update.setAppTemplates({nullptr});
+  EXPECT_EQ(written(update), "result -1");
+  const auto bad = boost::make_shared<KFASystemUpdate>();
+  bad->setType(9);
+  update.setAppTemplates({boost::make_shared<KFAUpdate>(), bad});
+  EXPECT_EQ(written(update), "result -1");
+  EXPECT_EQ(readFrom("<app_template xsi:type='system_updateType'><kind>none</kind></app_template>", update),
+            -1);
+}
+
+// The updates of a newer agent are listed with what all updates have.
+TEST(KFAUpdateList, UnknownTypeIsReadAsTheBase) {
+  for (const char* type : {"xsi:type='cloud_updateType'", ""}) {
+    KFAUpdateList list{boost::make_shared<KFAUpdate>()};
+    ASSERT_EQ(readFrom("<update " + std::string(type) + "><name>n</name><region>r</region></update>", list),
+              0);
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_TRUE(typeid(*list.front()) == typeid(KFAUpdate));
+    EXPECT_EQ(written(list), "<update xsi:type=\"updateType\"><name>n</name></update>");
+  }
+}
+
+}  // namespace
