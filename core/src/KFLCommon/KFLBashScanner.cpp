@@ -44,8 +44,8 @@ const char* skipSubscript(const char* at) {
 
 // ${@} and its like; # and ! are parameters of their own where they mark no other as counted or indirect.
 bool isSpecialParameter(char mark, const char* at) {
-  if (mark == '\0' && isOneOf(*at, "@*")) return isOperator(at + 1);
-  if (mark == '\0') return isOneOf(*at, "?$-") && isOperator(at + 1, kSpecialOperators);
+  if (mark == '\0' && isOneOf(*at, "@*$")) return isOperator(at + 1);
+  if (mark == '\0') return isOneOf(*at, "?-") && isOperator(at + 1, kSpecialOperators);
   if (at[1] == '}' && isOneOf(*at, mark == '#' ? "@*#?$!-" : "@*#?-")) return true;
   if (mark == '!' && isOneOf(*at, "@*#?")) return isOperator(at + 1, kSpecialOperators);
   return isOperator(at, mark == '#' ? kCountOperators : kOperators);

@@ -23,10 +23,8 @@ int readFrom(const std::string& xml, Record& record) {
   return message.getIterator().getObj(record);
 }
 
-TEST(KFLQoS, NeedsIdAndHardValue) {
+TEST(KFLQoS, SoftValueMayBeAbsent) {
   KFL::KFLQoS qos;
-  EXPECT_EQ(readFrom("<q><hard>1</hard></q>", qos), -1);
-  EXPECT_EQ(readFrom("<q><id>a</id></q>", qos), -1);
   EXPECT_EQ(readFrom("<q><id>a</id><hard>x</hard></q>", qos), -1);
   EXPECT_EQ(readFrom("<q><id>a</id><soft>9223372036854775807</soft><hard>-1</hard></q>", qos), 0);
   EXPECT_EQ(qos.getSoft().getValue(), 9223372036854775807);

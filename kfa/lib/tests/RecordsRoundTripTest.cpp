@@ -87,6 +87,54 @@ TEST(RecordsRoundTrip, ReadAndWrittenIsTheSame) {
   }
 }
 
+// The elements without which a record cannot be read; each other one that its message holds may be absent.
+TEST(RecordsRoundTrip, OnlyMissingMandatoryElementsFailTheRead) {
+  using Names = std::set<std::string>;
+  const std::map<std::string, Names> needed = {
+      {"HardDisk::List::KfFS", {"disk"}},
+      {"HardDisk::Loopback", {"device", "mount_point"}},
+      {"HardDisk::Zloop", {}},
+      {"KFAConnectionLinkInfo", {"link"}},
+      {"KFAEnvCapability", {"id", "value"}},
+      {"KFANetVEth", {"name"}},
+      {"KFAPackage", {"name"}},
+      {"KFAPackageInfo", {"name", "description", "kind", "version"}},
+      {"KFAPackageVersion", {"package_version", "is_standard"}},
+      {"KFAQoSValidation", {"kind", "parameter", "statement", "remark"}},
+      {"KFAQuotaInfo", {"current", "soft", "hard", "count", "expire"}},
+      {"KFAQuotaStats", {"disk_space", "diks_inodes", "ugids"}},
+      {"KFARedirectService", {"id", "port", "address"}},
+      {"KFATemplate", {"name"}},
+      {"KFATemplateConfigInfo", {"package_version", "is_standard", "name", "base_template"}},
+      {"KFAUGIDQuotaGracePeriod", {"inodes", "space"}},
+      {"KFAUGIDQuotaInfo", {"kind"}},
+      {"KFAUGIDQuotaLimit", {"id", "inode_limit", "space_limit"}},
+      {"KFAUbc", {"id", "current"}},
+      {"KFAVPSType", {"kind"}},
+      {"KFAVeCPULoad", {"user_time", "nice_time", "system_time", "idle_time"}},
+      {"KFAVtSettings", {}},
+      {"KFLDevMountInfo", {"device", "mount_point"}},
+      {"KFLQoS", {"id", "hard"}},
+  };
+  for (const auto& [record, example] : examples()) {
+    const auto row = record == nullptr ? needed.end() : needed.find(record->name());
+    if (row == needed.end()) continue;
+    KFLMessage whole;
+    ASSERT_EQ(whole.parse(example.xml), 0) << example.file;
+    Names elements;
+    const KFLMessageIterator at = whole.getIterator();
+    for (int left = at.firstChild(); left == 0; left = at.nextSibling())
+      elements.emplace(at.getName());
+    for (const std::string& element : elements) {
+      KFLMessage message(whole);
+      message.getIterator().removeChildren(element);
+      const KFLRecordType::Object object = record->create();
+      EXPECT_EQ(record->read(message.getIterator(), object.get()), row->second.count(element) == 0 ? 0 : -1)
+          << example.file << " without " << element;
+    }
+  }
+}
+
 TEST(RecordsRoundTrip, TypeTagFindsTheRecord) {
   for (const auto& [record, example] : examples()) {
     if (record == nullptr || *record->typeTag() == '\0') continue;

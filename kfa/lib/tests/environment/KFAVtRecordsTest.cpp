@@ -20,38 +20,6 @@ int readRecord(const std::string& content, Record& record) {
   return message.getIterator().getObj(record);
 }
 
-template <class Record>
-int readNew(const std::string& content) {
-  Record record;
-  return readRecord(content, record);
-}
-
-TEST(KFAVtRecords, WhatMakesReadingFail) {
-  const std::string service = "<id>panel</id><port>1</port><address>10.0.0.1</address>";
-  const struct {
-    int (*read)(const std::string&);
-    std::string content;
-    int result;
-  } rows[] = {
-      {&readNew<KFARedirectService>, service, 0},
-      {&readNew<KFARedirectService>, "<id>panel</id><port>1</port>", -1},
-      {&readNew<KFARedirectService>, "<id>panel</id><address>10.0.0.1</address>", -1},
-      {&readNew<KFARedirectService>, "<port>1</port><address>10.0.0.1</address>", -1},
-      {&readNew<KFAEnvCapability>, "<id>a</id><value>1</value>", 0},
-      {&readNew<KFAEnvCapability>, "<id>a</id>", -1},
-      {&readNew<KFAEnvCapability>, "<value>true</value>", -1},
-      {&readNew<KFAEnvCapability>, "<id>a</id><value>yes</value>", -1},
-      {&readNew<KFAVPSType>, "<kind>4</kind>", 0},
-      {&readNew<KFAVPSType>, "<veid>4</veid>", -1},
-      {&readNew<KFAConnectionLinkInfo>, "<link>l</link>", 0},
-      {&readNew<KFAConnectionLinkInfo>, "<port>1</port><client_ip>10.0.0.1</client_ip>", -1},
-      {&readNew<KFAVtInfo>, "", 0},
-      {&readNew<KFAVtSettings>, "", 0},
-  };
-  for (const auto& row : rows)
-    EXPECT_EQ(row.read(row.content), row.result) << row.content;
-}
-
 TEST(KFAVtRecords, WhatIsAbsentStaysAsItWas) {
   KFAVPSType type(1, 77);
   ASSERT_EQ(readRecord("<kind>4</kind>", type), 0);

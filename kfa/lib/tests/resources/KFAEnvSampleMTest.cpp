@@ -6,12 +6,10 @@
 #include <vector>
 
 #include <KFLCommon/KFLError.h>
-#include <KFLMessage/KFLMessage.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
-#include "PlainText.h"
 #include "Vocabularies.h"
 
 namespace {
@@ -97,32 +95,6 @@ TEST(ValidateQoSes, RecordsOfViolatedFormulas) {
   EXPECT_EQ(validate(configOf({qosOf("weight", 2, 1)}), {"0", "numproc"}), "-3");
   EXPECT_EQ(validate(config, {"0", "1 / 0"}), "-1");
   EXPECT_EQ(validate(config, {"0", "("}), "-2");
-}
-
-TEST(ValidateQoSes, RecordNeedsAllItsElements) {
-  KFAQoSValidation record;
-  record.setIdentifier(7);
-  record.setParameters({"a", "b"});
-  record.setExpression("a < b");
-  record.setComment("raise b");
-  KFLMessage message;
-  KFLMessageIterator it = message.getIterator();
-  ASSERT_EQ(it.putObj(record), 0);
-  const char* const text =
-      "<kind>7</kind><parameter>a</parameter><parameter>b</parameter>"
-      "<statement>a &lt; b</statement><remark>raise b</remark>";
-  EXPECT_NE(plainText(message).find(text), std::string::npos) << plainText(message);
-  for (const char* element : {"kind", "parameter", "statement", "remark"}) {
-    KFLMessage cut = message;
-    KFLMessageIterator at = cut.getIterator();
-    while (at.findChild(element) == 0)
-      at.removeCurrent();
-    KFAQoSValidation read;
-    EXPECT_EQ(at.getObj(read), -1) << element;
-  }
-  KFAQoSValidation read;
-  EXPECT_EQ(it.getObj(read), 0);
-  EXPECT_EQ(read.getParameters(), record.getParameters());
 }
 
 }  // namespace

@@ -42,14 +42,6 @@ TEST(Quota, FirstMissingElementEndsTheRead) {
   EXPECT_EQ(values.getCurrent(), 0);
   EXPECT_EQ(values.getSoft(), 2);
   EXPECT_EQ(read("<current>x</current><soft>2</soft><hard>3</hard>", values), 0);
-
-  KFAUGIDQuotaGracePeriod grace;
-  EXPECT_EQ(read("<space>2</space>", grace), -1);
-  KFAUbc ubc;
-  EXPECT_EQ(read("<id>numproc</id><current>many</current>", ubc), -1);
-  EXPECT_EQ(ubc.getName(), "numproc");
-  KFAVeCPULoad load;
-  EXPECT_EQ(read("<idle_time>4</idle_time>", load), -1);
 }
 
 TEST(Quota, InodeUsageStandsUnderItsOwnName) {
