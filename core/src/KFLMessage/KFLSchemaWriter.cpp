@@ -33,6 +33,11 @@ std::string typeNameOf(const KFLRecordType& record) {
   return *record.typeTag() != '\0' ? record.typeTag() : xmlName(record.name());
 }
 
+// A text that names no namespace is one of the core's values.
+std::string_view namespaceOf(const KFLRecordType& record) {
+  return *record.namespaceUri() != '\0' ? record.namespaceUri() : kTypesNamespaceURI;
+}
+
 std::string occurrence(bool isNeeded, int most) {
   std::string text;
   if (!isNeeded) text += attribute("minOccurs", "0");
@@ -69,7 +74,7 @@ struct Model {
 
 Model::Model() {
   for (const KFLRecordType* const record : listRecordTypes()) {
-    namespaces[record->namespaceUri()].types[typeNameOf(*record)].push_back(record);
+    namespaces[std::string(namespaceOf(*record))].types[typeNameOf(*record)].push_back(record);
     if (record->elements() != nullptr) addTable(*record->elements());
   }
 }
@@ -273,7 +278,7 @@ class NamespaceWriter {
     const KFLFieldTable& table = row.table();
     const KFLRecordType* const record = findRecordType(table.record());
     if (record != nullptr && (!row.emptyItemIsNone || *record->typeTag() != '\0')) {
-      addTyped(id, out_.refer(record->namespaceUri(), typeNameOf(*record)), occurs);
+      addTyped(id, out_.refer(namespaceOf(*record), typeNameOf(*record)), occurs);
       return;
     }
     out_.open("element", attribute("name", elementName(id)) + occurs);
@@ -292,9 +297,8 @@ class NamespaceWriter {
 std::vector<KFLSchema> makeSchemas() {
   const Model model;
   std::vector<KFLSchema> schemas;
-  for (const auto& [uri, own] : model.namespaces) {
-    if (!uri.empty()) schemas.push_back({uri, schemaName(uri), NamespaceWriter(model, uri).write()});
-  }
+  for (const auto& [uri, own] : model.namespaces)
+    schemas.push_back({uri, schemaName(uri), NamespaceWriter(model, uri).write()});
   std::ranges::sort(schemas, {}, &KFLSchema::name);
   return schemas;
 }

@@ -74,39 +74,39 @@ class SchemasJudge : public testing::Test {
     if (std::system("xmllint --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint is not installed";
   }
 
-  void add(const KFL::KFLRecordType& record, const std::string& file, const std::string& xml) {
+  void add(KFLMessage& message, const std::string& file, const std::string& xml) {
     std::ofstream(folder_ / file) << xml;
-    const std::string_view uri = record.namespaceUri();
-    std::string schema(uri == KFL::kTypesNamespaceURI ? KFA::kTypesURI : uri);
-    for (const KFL::KFLSchema& known : KFL::makeSchemas())
-      if (known.namespaceUri == schema) files_[known.name].push_back(file);
-    ++count_;
+    const std::string_view uri = message.getIterator().getNamespace();
+    files_[uri == KFL::kTypesNamespaceURI ? KFA::kTypesURI : std::string(uri)].push_back(file);
   }
 
   // What the schemas think of each of the files: the end of xmllint's line on it.
   void expectAll(const std::string& verdict) const {
-    std::size_t judged = 0;
-    for (const auto& [schema, files] : files_) {
-      std::string command = "cd '" + folder_.string() + "' && xmllint --nonet --noout --schema '" +
-                            (kFolder / schema).string() + ".xsd'";
-      for (const std::string& file : files)
-        command += " '" + file + "'";
-      std::string output;
-      FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-      for (char buffer[4096]; std::fgets(buffer, sizeof buffer, pipe) != nullptr;)
-        output += buffer;
-      pclose(pipe);
+    for (const auto& [uri, files] : files_) {
+      const std::string output = judge(uri, files);
       for (const std::string& file : files) {
         const bool isSo = ("\n" + output).find("\n" + file + " " + verdict + "\n") != std::string::npos;
-        EXPECT_TRUE(isSo) << schema << ", " << file << " should be one that " << verdict << ":\n"
+        EXPECT_TRUE(isSo) << file << " should be one that " << verdict << ":\n"
                           << contentOf(folder_ / file) << reportOn(file, output);
-        ++judged;
       }
     }
-    EXPECT_EQ(judged, count_);
   }
 
  private:
+  // What xmllint prints of the files.
+  std::string judge(const std::string& uri, const std::vector<std::string>& files) const {
+    std::string command = "cd '" + folder_.string() + "' && xmllint --nonet --noout --schema '";
+    for (const KFL::KFLSchema& schema : KFL::makeSchemas())
+      if (schema.namespaceUri == uri) command += (kFolder / schema.name).string() + ".xsd'";
+    for (const std::string& file : files)
+      command += " '" + file + "'";
+    std::string output;
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    for (char buffer[4096]; std::fgets(buffer, sizeof buffer, pipe) != nullptr;)
+      output += buffer;
+    pclose(pipe);
+    return output;
+  }
   // The lines of the output that speak of a file.
   static std::string reportOn(const std::string& file, const std::string& output) {
     std::istringstream lines(output);
@@ -117,13 +117,15 @@ class SchemasJudge : public testing::Test {
   }
 
   fs::path folder_;
-  std::map<std::string, std::vector<std::string>> files_;
-  std::size_t count_ = 0;
+  std::map<std::string, std::vector<std::string>> files_;  // by namespace
 };
 
 TEST_F(SchemasJudge, EveryMessageIsAccepted) {
-  for (const auto& [record, example] : examples())
-    add(*record, example.file, example.xml);
+  for (const auto& [record, example] : examples()) {
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0);
+    add(message, example.file, example.xml);
+  }
   expectAll("validates");
 }
 
@@ -154,7 +156,11 @@ TEST_F(SchemasJudge, EveryDamagedMessageIsRefused) {
       {"worded", [](const KFLField& row) { return isNumber(row) || row.names != nullptr; },
        [](KFLMessageIterator& element) { element.putValue("some"); }},
       {"removed", [](const KFLField& row) { return row.needsElement(); },
-       [](KFLMessageIterator& element) { element.removeCurrent(); }},
+       [](KFLMessageIterator& element) {
+         const std::string name(element.getName());
+         element.leaveChild();
+         element.removeChildren(name);
+       }},
   };
   for (const auto& entry : examples()) {
     const KFL::KFLRecordType& record = *entry.first;
@@ -167,8 +173,10 @@ TEST_F(SchemasJudge, EveryDamagedMessageIsRefused) {
         KFLMessageIterator it = message.getIterator();
         if (!damage.isFor(row) || it.findChild(row.id) != 0) continue;
         damage.apply(it);
+        // A list without its disks is a disk without properties, which has the same type.
+        if (message.getIterator().countChildren() == 0) continue;
         const std::string file = std::string(row.elementName()) + "-" + damage.name + "-" + example.file;
-        add(record, file, message.toString());
+        add(message, file, message.toString());
       }
     });
   }

@@ -1,5 +1,6 @@
 // The manager that watches processes: it looks at those of chosen environments at intervals and keeps the last
-// look, so that many callers cost one. Results and threads: KFAManagerResult.h.
+// look, so that many callers cost one. The base class says
+// what is watched. Results and threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAPROCESSMONITOR_H
 #define KFAFUNCTIONALITY_ACCESS_KFAPROCESSMONITOR_H
 
