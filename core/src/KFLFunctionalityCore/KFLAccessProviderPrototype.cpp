@@ -5,8 +5,9 @@ namespace KFL {
 KFLAccessProviderPrototype::~KFLAccessProviderPrototype() = default;
 
 bool isReachedLocally(const KFLEID& eid, const KFLAccessProviderSP& ap) {
-  // Held while it is asked, so that a connection that closes meanwhile is still there to answer.
-  const KFLConnectionSP connection = ap ? ap->getConnection() : KFLConnectionSP();
+  if (!ap || !ap->getConnection()) return true;
+  // Asked for anew: the connection may have closed meanwhile.
+  const KFLConnectionSP connection = ap->getConnection();
   return !connection || connection->isServedHere(eid);
 }
 

@@ -3,10 +3,11 @@
 
 namespace kfactl {
 
-extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, typesGroup;
+extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, cacheGroup,
+    typesGroup;
 
 constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup, &netifGroup,
-                                    &messageGroup, &qosGroup,    &typesGroup};
+                                    &messageGroup, &qosGroup,    &cacheGroup,  &typesGroup};
 
 }  // namespace kfactl
 
