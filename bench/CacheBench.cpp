@@ -202,7 +202,7 @@ const std::string& fullLmdb(std::size_t count) {
 
 // Calls find(key, buffer) for one key after the other, which copies the value out and says how long it is.
 template <class Find>
-void findOneByOne(benchmark::State& state, Find find) {
+void findOneByOne(benchmark::State& state, const Find& find) {
   const std::vector<Item>& all = items(kItems);
   const std::vector<std::uint32_t>& order = lookups();
   char buffer[kValueSize];

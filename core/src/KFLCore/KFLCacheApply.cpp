@@ -75,9 +75,9 @@ void writeRecords(KFLCacheRecord* to, const KFLSnapshotView& old, const std::vec
 void shareItems(const KFLSnapshotView& old, const std::vector<KFLCacheEdit>& edits) {
   auto edit = edits.begin();
   for (std::uint32_t i = 0; i < old.size(); ++i) {
-    while (edit != edits.end() && edit->at < i)
+    while (edit != edits.end() && (edit->at < i || !edit->replaces))
       ++edit;
-    const bool isReplaced = edit != edits.end() && edit->at == i && edit->replaces;
+    const bool isReplaced = edit != edits.end() && edit->at == i;
     if (!isReplaced) incRef(old.getItem(i)->references);
   }
 }
@@ -104,7 +104,7 @@ int KFLCacheFile::apply(const KFLCacheChanges& changes) {
 
 int KFLCacheFile::change(const std::vector<const KFLCacheChange*>& changes) {
   KFLSnapshotView old(storage_->memory(), manager().getSnapshot());
-  if (!old.isSound() || !manager().isFreeListSound())
+  if (!old.isSound() || !manager().isUsable(storage_->getSize()))
     return markUnsound("its heap or snapshot does not hold together");
 
   Edits edits;
@@ -115,6 +115,7 @@ int KFLCacheFile::change(const std::vector<const KFLCacheChange*>& changes) {
     at = old.lowerBound(change->key, found, at);
     if (!found && !change->text) continue;
     edits.push_back({at, found, change});
+    if (found) ++at;
     newSize = newSize + (change->text ? 1 : 0) - (found ? 1 : 0);
   }
   if (edits.empty()) return 0;
@@ -212,7 +213,7 @@ void KFLCacheFile::replaceSnapshot(const KFLSnapshotView& old, bool sole, const 
 // Lowers the count of a snapshot that is held. Nobody needs a snapshot at 0.
 int KFLCacheFile::lowerSnapshot(std::uint64_t offset) {
   const KFLSnapshotView snapshot(storage_->memory(), static_cast<std::int64_t>(offset));
-  if (!snapshot.isSound() || snapshot.head().references <= 0 || !manager().isFreeListSound())
+  if (!snapshot.isSound() || snapshot.head().references <= 0 || !manager().isUsable(storage_->getSize()))
     return markUnsound("a snapshot that was held does not hold together");
   if (!KFL::decRef(snapshot.head().references) ||
       manager().getSnapshot() == static_cast<std::int64_t>(offset))

@@ -141,6 +141,7 @@ class KFLCacheFile : public KFLForkableRefCounter {
   Storage storage_ KFL_GUARDED_BY(turn_);
   const std::string path_;
   bool protect_ KFL_GUARDED_BY(turn_) = true;
+  bool isWanted_ KFL_GUARDED_BY(turn_) = false;  // to be opened anew when it is not open
   const KFLCacheLimits limits_;
   std::atomic<std::int64_t> timeout_{10000};
   KFLForkableLock turn_;

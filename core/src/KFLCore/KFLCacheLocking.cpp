@@ -40,11 +40,11 @@ void KFLCacheFile::unlock(Storage& storage) {
 
 // Locks the file that the path names, which need not be the one that was open.
 int KFLCacheFile::lockCurrent(KFLDeadline& deadline) {
-  if (!isAccessible()) {
+  if (!isWanted_) {
     setErrorMessage("%s is not open", path_.c_str());
     return kCacheNotMapped;
   }
-  if (!isForked()) {
+  if (isAccessible() && !isForked()) {
     if (const int code = awaitLock(deadline); code != 0) return code;
     if (manager().isValid() && storage_->isAtPath()) return enter();
     storage_->getLock().unlock();

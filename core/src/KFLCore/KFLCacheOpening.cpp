@@ -34,6 +34,7 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
   detach();
   protect_ = false;
   const int code = openLocked(deadline, {invalidateOnFailure, true});
+  isWanted_ = code == 0;
   if (code == 0) leave();
   turn_.unlock();
   return code;
@@ -41,6 +42,7 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
 
 int KFLCacheFile::reinit() {
   turn_.lock();
+  isWanted_ = false;
   detach();
   turn_.unlock();
   return 0;
@@ -142,7 +144,7 @@ int KFLCacheFile::allowWriting() {
 // the free list, which is in order at every moment. When nobody else can have anything of the file, all that the current
 // snapshot does not reach is given back, and a free list that does not hold together is built anew.
 int KFLCacheFile::settle(bool holderDied, bool& alone) {
-  if (holderDied && manager().isFreeListSound()) manager().recount();
+  if (holderDied && manager().isUsable(storage_->getSize())) manager().recount();
   KFLFileLock& lock = storage_->getLock();
   alone = lock.tryBeAlone();
   KFLCacheProof proof;

@@ -157,6 +157,7 @@ struct KFLCacheProof::Walk {
       const std::int32_t pointer = read<KFLHeapBlock>(at).next;
       const std::int64_t next = targetOf(at, pointer);
       if (next == 0) break;
+      if (isUnclear(next)) return;
       if (pointer == kNull || !isBlock(next) || next <= static_cast<std::int64_t>(at)) {
         fault(at, kCacheUnsound,
               "the free list goes from %llu to %lld; it must go to a later block or back to 0",

@@ -28,9 +28,13 @@ class KFLCacheSnapshot {
 
   // The records in the order of their keys, by their numbers from 0 on.
   std::uint32_t size() const { return isHere() ? view_.size() : 0; }
-  std::string_view getKey(std::uint32_t index) const { return view_.getKey(index); }
-  // The item's bytes, in the mapping; none when the file was damaged meanwhile.
-  std::string_view getText(std::uint32_t index) const { return view_.getText(index); }
+  std::string_view getKey(std::uint32_t index) const {
+    return index < size() ? view_.getKey(index) : std::string_view();
+  }
+  // The item's bytes, in the mapping; none when there is no such record, or the file was damaged meanwhile.
+  std::string_view getText(std::uint32_t index) const {
+    return index < size() ? view_.getText(index) : std::string_view();
+  }
   // The number of the record with this key; kNone when there is none.
   std::uint32_t find(std::string_view key) const;
 

@@ -8,7 +8,7 @@
 namespace KFL {
 
 void incRef(std::int32_t& references) {
-  storeWord(references, references + 1);
+  storeWord(references, static_cast<std::int32_t>(static_cast<std::uint32_t>(references) + 1));
 }
 
 bool decRef(std::int32_t& references) {

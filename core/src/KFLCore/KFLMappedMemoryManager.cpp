@@ -38,4 +38,11 @@ int KFLMappedMemoryManager::validateHeader() const {
   return 0;
 }
 
+bool KFLMappedMemoryManager::isUsable(std::size_t size) const {
+  const KFLCacheHeader& words = header();
+  return size >= kCacheHeaderSize && validateHeader() == 0 && words.heapStart == kCacheHeaderSize &&
+         words.totalSize >= kCacheHeaderSize && words.totalSize <= size && words.totalSize % kHeapUnit == 0 &&
+         isFreeListSound();
+}
+
 }  // namespace KFL

@@ -19,6 +19,10 @@ class KFLMappedMemoryManager : public KFLSharedMemoryManager {
   // 0, or the code of the first header word that is wrong.
   int validateHeader() const;
 
+  // Whether the words that lead the allocator fit a mapping of `size` bytes, and the free list can be walked. Cheap, and
+  // safe on any bytes: asked before each change, so that nothing another process did to the file leads astray.
+  bool isUsable(std::size_t size) const;
+
   bool isValid() const { return __atomic_load_n(&header().valid, __ATOMIC_ACQUIRE) == 1; }
   // Tells every process that maps the file not to use it any more.
   void invalidate() { storeWord(header().valid, 0U); }

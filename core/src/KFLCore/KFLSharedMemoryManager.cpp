@@ -61,35 +61,30 @@ void KFLSharedMemoryManager::forgetFreeBlocks() {
   setNext(sentinel(), sentinel());
 }
 
+// Takes the first block that fits well, or else the smallest that fits.
 void* KFLSharedMemoryManager::allocate(std::size_t size) {
   const auto free = std::int64_t{header().totalSize} - header().bytesInUse - kHeapUnit;
   if (size == 0 || free < 0 || static_cast<std::uint64_t>(free) < size) return nullptr;
 
-  KFLHeapBlock* before = nullptr;
-  KFLHeapBlock* block = findFit(unitsFor(size), before);
-  if (block == nullptr) return nullptr;
-  block = cut(before, block, unitsFor(size));
-  storeWord(header().bytesInUse, static_cast<std::uint32_t>(header().bytesInUse + bytesOf(block)));
-  void* const data = block + 1;
-  KFL_HEAP_CHECK(isAligned(data));
-  return data;
-}
-
-// The first block that fits well, or else the smallest that fits.
-KFLHeapBlock* KFLSharedMemoryManager::findFit(std::uint32_t units, KFLHeapBlock*& before) const {
+  const std::uint32_t units = unitsFor(size);
   KFLHeapBlock* best = nullptr;
-  KFLHeapBlock* previous = sentinel();
-  for (KFLHeapBlock* at = nextOf(previous); at != sentinel(); previous = at, at = nextOf(at)) {
+  KFLHeapBlock* beforeBest = nullptr;
+  KFLHeapBlock* before = sentinel();
+  for (KFLHeapBlock* at = nextOf(before); at != sentinel(); before = at, at = nextOf(at)) {
     KFL_HEAP_CHECK(liesInHeap(at));
     KFL_HEAP_CHECK(at->units != 0);
     if (at->units < units) continue;
     const bool fitsWell = (at->units - units) * std::uint64_t{4} <= at->units;
     if (!fitsWell && best != nullptr && at->units >= best->units) continue;
     best = at;
-    before = previous;
+    beforeBest = before;
     if (fitsWell) break;
   }
-  return best;
+  if (best == nullptr) return nullptr;
+  KFLHeapBlock* const block = cut(beforeBest, best, units);
+  storeWord(header().bytesInUse, static_cast<std::uint32_t>(header().bytesInUse + bytesOf(block)));
+  KFL_HEAP_CHECK(isAligned(block + 1));
+  return block + 1;
 }
 
 // Takes the block, or its tail when more than a head would be left, out of the free list.
@@ -152,7 +147,7 @@ void KFLSharedMemoryManager::grow(std::size_t size) {
   storeWord(block->units, static_cast<std::uint32_t>(size / kHeapUnit));
   storeWord(header().totalSize, static_cast<std::uint32_t>(header().totalSize + size));
   storeWord(header().bytesInUse, static_cast<std::uint32_t>(header().bytesInUse + size));
-  deallocate(block + 1);
+  release(block, sentinel());
 }
 
 bool KFLSharedMemoryManager::isFreeListSound() const {

@@ -64,7 +64,6 @@ class KFLSharedMemoryManager {
  private:
   KFLHeapBlock* nextOf(const KFLHeapBlock* block) const;
   bool liesInHeap(const void* pointer) const;
-  KFLHeapBlock* findFit(std::uint32_t units, KFLHeapBlock*& before) const;
   KFLHeapBlock* cut(KFLHeapBlock* before, KFLHeapBlock* block, std::uint32_t units);
   KFLHeapBlock* link(KFLHeapBlock* before, KFLHeapBlock* block);
 

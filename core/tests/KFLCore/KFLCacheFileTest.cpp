@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLMappedFile.h>
 
 #include "CacheTest.h"
@@ -131,10 +132,14 @@ TEST(CacheFile, DoesWhatAMapDoes) {
         held.emplace_back(KFLCacheSnapshot(), twin);
         ASSERT_EQ(cache->hold(held.back().first), 0);
       }
-      if (!held.empty() && random() % 4 == 0) held.erase(held.begin() + random() % held.size());
-      for (const auto& [snapshot, contents] : held)
-        ASSERT_EQ(contentsOf(snapshot), contents) << "step " << step;
-      ASSERT_EQ(faultOf(path), "") << "step " << step;
+      if (!held.empty()) {
+        const auto one = held.begin() + random() % held.size();
+        ASSERT_EQ(contentsOf(one->first), one->second) << "step " << step;
+        if (held.size() > 4 || random() % 4 == 0) held.erase(one);
+      }
+      if (step % 8 == 0) {
+        ASSERT_EQ(faultOf(path), "") << "step " << step;
+      }
     }
     held.clear();
     EXPECT_EQ(lostBytes(path), 0U) << "what nobody holds comes back";
@@ -163,6 +168,43 @@ TEST(CacheFile, KeysAndSizesBeyondTheLimitsAreRefusedAndNothingIsLost) {
   EXPECT_EQ(put(*cache, "fits", std::string(40000, 'x')), 0) << "all that was taken on the way came back";
   EXPECT_EQ(faultOf(folder / "cache"), "");
   EXPECT_EQ(lostBytes(folder / "cache"), 0U);
+}
+
+// Whatever stands in a file, or comes to stand in it while it is open: an answer or a refusal, and never an abort.
+TEST(CacheFile, DamageIsNeverFatal) {
+  const Folder folder;
+  const std::string path = folder / "cache";
+  {
+    Cache cache = openCache(path);
+    for (int i = 0; i < 12; ++i)
+      ASSERT_EQ(put(*cache, std::string(20, static_cast<char>('a' + i)), std::string(100, 'x')), 0);
+  }
+  const std::string good = readFile(path);
+  setLogLevel(kLogFatal);
+  for (unsigned seed = 1; seed <= 600; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    std::string bad = good;
+    for (auto left = 1 + random() % 3; left > 0; --left) {
+      const std::size_t at = random() % 3 == 0 ? random() % 14 * 4 : random() % (good.size() / 4) * 4;
+      setWord(
+          bad, at,
+          static_cast<std::uint32_t>(random() % 2 == 0 ? random() : wordOf(bad, at) + random() % 64 - 32));
+    }
+    writeFile(path, seed % 2 == 0 ? bad : good);
+    Cache cache = makeCache(path, {.growth = 1 << 16, .maxSize = 1 << 18});
+    if (cache->initialize(true, false) != 0) continue;
+    KFLCacheSnapshot before;
+    EXPECT_EQ(cache->hold(before), 0);
+    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary) << bad;
+    put(*cache, std::string(20, 'c'), std::string(random() % 9000, 'y'));
+    KFLCacheSnapshot after;
+    if (cache->hold(after) == 0) contentsOf(after);
+    contentsOf(before);
+    before.release();
+    removeKey(*cache, std::string(20, 'd'));
+  }
+  setLogLevel(kLogWarning);
 }
 
 // A heap that one cache grew, a mapping that another has: both see one file.

@@ -264,7 +264,8 @@ const Moment kMoments[] = {
      [](auto& cache) { return put(cache, "12", "other"); }},
     {"remove", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) { return removeKey(cache, "12"); }},
-    {"grow", [](auto& cache) { putMany(cache, 10, 20); }, [](auto& cache) { return putMany(cache, 14, 30); }},
+    {"grow", [](auto& cache) { putMany(cache, 10, 14); },
+     [](auto& cache) { return put(cache, "12a", std::string(7000, 'x')); }},
     {"release", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) {
        KFLCacheSnapshot held;

@@ -154,9 +154,11 @@ TEST(KFLCacheProof, WhatLiesBehindABrokenBlockIsNotJudged) {
   Image image;
   image.word(116, 0);
   KFL::KFLCacheProof proof;
-  EXPECT_EQ(proof.check(image.bytes, {kKept, 100}), -8);
-  EXPECT_EQ(proof.faults().size(), 1U);
-  EXPECT_EQ(proof.provedEnd(), 112U);
+  for (const KFLProofScope scope : {kKept, kWhole}) {
+    EXPECT_EQ(proof.check(image.bytes, {scope, 100}), -8);
+    EXPECT_EQ(proof.faults().size(), 1U);
+    EXPECT_EQ(proof.provedEnd(), 112U);
+  }
 }
 
 TEST(KFLCacheProof, AnotherFileIsNotWalked) {

@@ -142,6 +142,10 @@ void printMap(Output& out, const std::vector<Stretch>& stretches) {
 
 // --- verify
 
+std::string counted(std::size_t count, const std::string& thing) {
+  return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
 void printVerdict(Session& session, const CacheImage& image, const std::vector<KFLCacheFault>& faults,
                   const std::vector<Stretch>& stretches) {
   Output& out = session.out();
@@ -151,9 +155,9 @@ void printVerdict(Session& session, const CacheImage& image, const std::vector<K
   }
   printMap(out, stretches);
   if (faults.empty())
-    out.addLine(std::to_string(image.proof().recordCount()) + " items, sound");
+    out.addLine(counted(image.proof().recordCount(), "item") + ", sound");
   else if (faults.size() < kMaxFaults)
-    out.addLine(std::to_string(faults.size()) + (faults.size() == 1 ? " fault" : " faults"));
+    out.addLine(counted(faults.size(), "fault"));
   else
     out.addLine("these are the first " + std::to_string(kMaxFaults) + " faults; there may be more");
 }

@@ -10,6 +10,20 @@ namespace kfactl {
 namespace {
 
 constexpr const char* kRootName = KFA::KFATemplateObject::kElement;
+constexpr const char* kPackageName = "item";
+
+// What keeps the package from being read, which is an element of its own.
+ElementFault faultInPackage(const KFL::KFLMessageIterator& root) {
+  const Elements elements(root);
+  for (std::size_t i = elements[0].firstChild; i != kNoElement; i = elements[i].nextSibling) {
+    if (elements[i].name != kPackageName) continue;
+    ElementFault fault =
+        findFault(elements[i].cursor, fieldTableOf("KFAPackageKFTemplate"), FaultScope::Required);
+    if (!fault.path.empty()) fault = {elements.path(0) + fault.path, i + fault.index, fault.text};
+    return fault;
+  }
+  return {};
+}
 
 [[noreturn]] void refuse(const Input& input, const ElementFault& fault) {
   throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
@@ -26,7 +40,8 @@ KFA::KFATemplateObject readTemplate(const Input& input) {
     refuse(input, {path, 0, std::string("a root named ") + kRootName + " is wanted"});
   KFA::KFATemplateObject object;
   if (KFA::KFATemplateObject::Reader()(root, object) == 0) return object;
-  const ElementFault fault = findFault(root, fieldTableOf("KFATemplateObject"), FaultScope::Required);
+  ElementFault fault = findFault(root, fieldTableOf("KFATemplateObject"), FaultScope::Required);
+  if (fault.path.empty()) fault = faultInPackage(root);
   refuse(input, fault.path.empty() ? ElementFault{path, 0, "cannot be read as a template object"} : fault);
 }
 
