@@ -116,7 +116,7 @@ constexpr Command kCommands[] = {
      "  kfactl global set global.conf LOCKDIR=/var/lock/kfa\n"
      "  kfactl global set --dry-run global.conf 'OFFLINE_SERVICE=backup panel'\n"
      "  kfactl global set --backup .old global.conf TEMPLATE=/srv/kfa/template LOG_LEVEL=2",
-     prepareSet, kTableOnly},
+     prepareSet},
 };
 
 }  // namespace
