@@ -18,6 +18,11 @@ namespace {
 // What a new file takes at least; the mapping has whole pages, and one more than that.
 constexpr std::size_t kFirstSize = 4616;
 
+// A count that is right already stays untouched, so that opening a file does not make every page of it dirty.
+void resetCount(std::int32_t& references) {
+  if (references != 1) storeWord(references, 1);
+}
+
 std::size_t firstMappingSize() {
   const std::size_t page = KFLMappedFile::getPageSize();
   return (kFirstSize / page + 1) * page;
@@ -175,9 +180,9 @@ void KFLCacheFile::reclaim(const KFLCacheProof& proof) {
     last = heap.release(reinterpret_cast<KFLHeapBlock*>(heap.at(block.offset)), last);
   });
   const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
-  storeWord(snapshot.head().references, 1);
+  resetCount(snapshot.head().references);
   for (std::uint32_t i = 0; i < snapshot.size(); ++i)
-    storeWord(snapshot.getItem(i)->references, 1);
+    resetCount(snapshot.getItem(i)->references);
 }
 
 int KFLCacheFile::repair(bool& alone) {

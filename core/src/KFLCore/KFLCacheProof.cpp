@@ -112,8 +112,8 @@ struct KFLCacheProof::Walk {
             word.value, word.value);
       if (word.code != kCacheInvalid) ++wrong;
     }
-    // One wrong word is damage; with more of them the file is something else.
-    return wrong <= 1 && !proof.isFull();
+    proof.isCacheFile_ = wrong <= 1;
+    return proof.isCacheFile_ && !proof.isFull();
   }
 
   bool judgeSizes() {
@@ -287,6 +287,7 @@ int KFLCacheProof::check(std::span<const std::byte> file, const KFLProofOptions&
   faults_.clear();
   marks_.clear();
   maxFaults_ = std::max<std::size_t>(options.maxFaults, 1);
+  isCacheFile_ = false;
   provedEnd_ = snapshot_ = 0;
   recordCount_ = 0;
   Walk{*this, file, options.scope}.run();

@@ -67,6 +67,10 @@ class KFLCacheProof {
   // In the order in which the file is walked: header, blocks, free list, snapshot, records.
   const std::vector<KFLCacheFault>& faults() const { return faults_; }
 
+  // Whether the bytes look like a cache file at all: at most one of the header's fixed words is wrong. Others are not
+  // walked.
+  bool isCacheFile() const { return isCacheFile_; }
+
   // Where the blocks that could be told apart end: the heap's end, unless a block is at fault.
   std::uint64_t provedEnd() const { return provedEnd_; }
 
@@ -95,6 +99,7 @@ class KFLCacheProof {
   std::vector<std::uint64_t> marks_;
   std::vector<KFLCacheFault> faults_;
   std::size_t maxFaults_ = 1;
+  bool isCacheFile_ = false;
   std::uint64_t provedEnd_ = 0;
   std::uint64_t snapshot_ = 0;
   std::uint32_t recordCount_ = 0;

@@ -264,8 +264,12 @@ const Moment kMoments[] = {
      [](auto& cache) { return put(cache, "12", "other"); }},
     {"remove", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) { return removeKey(cache, "12"); }},
-    {"grow", [](auto& cache) { putMany(cache, 10, 14); },
-     [](auto& cache) { return put(cache, "12a", std::string(7000, 'x')); }},
+    {"grow",
+     [](auto& cache) {
+       putMany(cache, 10, 14);
+       put(cache, "filler", std::string(5000, 'x'));
+     },
+     [](auto& cache) { return put(cache, "12a", kText); }},
     {"release", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) {
        KFLCacheSnapshot held;

@@ -129,6 +129,7 @@ TEST(KFLCacheProof, EachWordAtFaultIsNamedWithItsOffset) {
     EXPECT_EQ(proof.check(image.bytes, {kWhole}), code);
     if (row.text == nullptr) continue;
     ASSERT_EQ(proof.faults().size(), 1U);
+    EXPECT_TRUE(proof.isCacheFile());
     EXPECT_EQ(proof.faults()[0].offset, row.offset);
     EXPECT_THAT(proof.faults()[0].text, HasSubstr(row.text));
   }
@@ -166,6 +167,7 @@ TEST(KFLCacheProof, AnotherFileIsNotWalked) {
   KFL::KFLCacheProof proof;
   EXPECT_EQ(proof.check(std::as_bytes(std::span(text)), {kWhole, 100}), -14);
   EXPECT_EQ(proof.faults().size(), 8U);  // the words of the header, and nothing else
+  EXPECT_FALSE(proof.isCacheFile());
   EXPECT_EQ(proof.check({}), -11);
   EXPECT_EQ(proof.check(std::as_bytes(std::span(text)).first(55)), -11);
 }

@@ -112,7 +112,14 @@ CacheImage::CacheImage(const std::string& path, const KFL::KFLProofOptions& opti
 
 CacheImage::~CacheImage() = default;
 
+void CacheImage::mustBeCacheFile() const {
+  if (proof_.isCacheFile()) return;
+  throw Trouble(path_ + " is no cache file: " + proof_.faults().front().text +
+                "; 'kfactl cache create' makes one");
+}
+
 void CacheImage::mustBeSound() const {
+  mustBeCacheFile();
   if (proof_.faults().empty()) return;
   const KFL::KFLCacheFault& fault = proof_.faults().front();
   throw Trouble(path_ + ":" + std::to_string(fault.offset) + ": " + fault.text +

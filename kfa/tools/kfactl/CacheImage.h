@@ -26,6 +26,8 @@ class CacheImage {
   CacheImage(const std::string& path, const KFL::KFLProofOptions& options, Lock lock = Lock::Reading);
   ~CacheImage();
 
+  // A Trouble when the file is something else, not a cache file with a fault.
+  void mustBeCacheFile() const;
   // A Trouble when the file is at fault.
   void mustBeSound() const;
 

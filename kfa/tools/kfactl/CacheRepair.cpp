@@ -89,15 +89,13 @@ std::string bytesWith(const KFL::KFLCacheChanges& items, const std::string& path
 }
 
 // Agents that have the old file open find at their next look that its name means another one.
-int rebuild(Session& session, CacheImage& image) {
-  const std::string& path = image.path();
-  const Salvage items = salvage(image);
+int rebuild(Session& session, const std::string& path, const Salvage& items) {
   const std::string bytes = bytesWith(items.items, path);
   KFA::KFAReplaceOptions how;
   how.backupSuffix = kDamagedSuffix;
   must(KFA::KFAConfigFile(path).replace(bytes, how));
-  session.out().addLine("the file was at fault; " + std::to_string(items.kept) + " items were kept, " +
-                        std::to_string(items.lost) + " could not be read");
+  session.out().addLine("the file was at fault; items kept: " + std::to_string(items.kept) +
+                        ", unreadable: " + std::to_string(items.lost));
   session.out().addLine("the old file is " + printable(path + kDamagedSuffix));
   return kFine;
 }
@@ -108,7 +106,9 @@ int repairCache(Session& session) {
   const std::string& path = session.argument(0);
   {
     CacheImage image(path, {KFLProofScope::Kept}, CacheImage::Lock::Kept);
-    if (!image.proof().faults().empty()) return rebuild(session, image);
+    image.mustBeCacheFile();
+    const Salvage items = salvage(image);
+    if (!image.proof().faults().empty() || items.lost > 0) return rebuild(session, path, items);
   }
   return giveBack(session, path);
 }
