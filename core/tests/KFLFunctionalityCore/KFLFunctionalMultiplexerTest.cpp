@@ -170,9 +170,9 @@ TEST_F(KFLFunctionalMultiplexerTest, RegistersWhileOthersGet) {
       if (addressed != "agent" && addressed != "agent at node2" && addressed != "agent at node4") ++wrong;
     }
   };
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i)
-    readers.emplace_back(getAll);
+  std::vector<std::thread> readers(3);
+  for (std::thread& reader : readers)
+    reader = std::thread(getAll);
   for (int round = 0; round < 2000; ++round) {
     const auto factory = boost::make_shared<Local>();
     EXPECT_EQ(multiplexer.registerLocal("passing", factory), 0);

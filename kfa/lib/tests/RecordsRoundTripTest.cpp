@@ -2,7 +2,6 @@
 // files of examples/messages; a comment in each names its record. A record without a message fails.
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>

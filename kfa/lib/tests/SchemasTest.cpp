@@ -85,9 +85,9 @@ class SchemasJudge : public testing::Test {
     for (const auto& [uri, files] : files_) {
       const std::string output = judge(uri, files);
       for (const std::string& file : files) {
-        const bool isSo = ("\n" + output).find("\n" + file + " " + verdict + "\n") != std::string::npos;
-        EXPECT_TRUE(isSo) << file << " should be one that " << verdict << ":\n"
-                          << contentOf(folder_ / file) << reportOn(file, output);
+        EXPECT_TRUE(hasLine(output, file + " " + verdict))
+            << file << " should be one that " << verdict << ":\n"
+            << contentOf(folder_ / file) << reportOn(file, output);
       }
     }
   }
@@ -106,6 +106,9 @@ class SchemasJudge : public testing::Test {
       output += buffer;
     pclose(pipe);
     return output;
+  }
+  static bool hasLine(const std::string& output, const std::string& line) {
+    return ("\n" + output).find("\n" + line + "\n") != std::string::npos;
   }
   // The lines of the output that speak of a file.
   static std::string reportOn(const std::string& file, const std::string& output) {

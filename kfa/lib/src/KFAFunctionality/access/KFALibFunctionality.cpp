@@ -5,7 +5,9 @@ namespace KFA {
 KFALibFunctionality::KFALibFunctionality() = default;
 KFALibFunctionality::~KFALibFunctionality() = default;
 
-// The three access points of one manager only forward to its multiplexer.
+// The three access points of one manager only forward to its multiplexer. The provider comes by value: a call holds it
+// while a factory works, whatever becomes of the caller's pointer.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 #define KFA_ACCESS_POINTS(Manager, getX)                                                                    \
   boost::shared_ptr<Manager> KFALibFunctionality::getX(const KFLEID& eid, AccessProviderSP ap,              \
                                                        const std::string& name) const {                     \
@@ -30,6 +32,7 @@ KFA_ACCESS_POINTS(KFAPkgM, getKFAPkgM)
 KFA_ACCESS_POINTS(KFAEnvM, getKFAEnvM)
 KFA_ACCESS_POINTS(KFATEM, getTEM)
 
+// NOLINTEND(performance-unnecessary-value-param)
 #undef KFA_ACCESS_POINTS
 
 }  // namespace KFA
