@@ -256,7 +256,7 @@ struct ArrayReader {
   ArrayReader() {
     for (const Item& item : items(kItems)) {
       records.push_back({{}, &item.value});
-      std::memcpy(records.back().key, item.key.c_str(), item.key.size() + 1);
+      item.key.copy(records.back().key, KFL::kCacheKeySize - 1);
     }
     std::sort(records.begin(), records.end(),
               [](const Record& a, const Record& b) { return std::strcmp(a.key, b.key) < 0; });

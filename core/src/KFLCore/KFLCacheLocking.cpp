@@ -140,7 +140,9 @@ int removeLockedCacheFile(const std::string& path, int) {
   if (right.open(path) != 0) return access(path.c_str(), F_OK) == 0 ? -1 : 0;
   KFLDeadline deadline(std::chrono::seconds(1));
   while (right.tryRemoval() != 0) {
-    if (!deadline.pause()) break;
+    if (deadline.pause()) continue;
+    setErrorMessage("cannot remove %s: another process is about to", path.c_str());
+    return -1;
   }
   if (!right.isSameFile(file) || !file.isAtPath() || !isFaulty(file)) return 0;
   if (unlink(path.c_str()) == 0 || errno == ENOENT) return 0;

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 
-#include <KFLCommon/KFLCheck.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheFile.h>
@@ -114,7 +113,6 @@ int KFLCacheFile::judgeContents() {
   if (const int code = settle(holderDied, alone); code != 0) return code;
   KFLSnapshotHead* const snapshot = unsafe_acquireSnapshot();
   if (snapshot == nullptr) return kCacheUnsound;
-  KFL_CHECK(snapshot != nullptr, "KFLCore", "KFLCacheLogic");
   KFL::decRef(snapshot->references);
   if (isNew) storage_->syncMemory();
   return 0;

@@ -281,8 +281,7 @@ TEST(CacheFile, WithoutAFileOpenThereIsACode) {
   ASSERT_EQ(cache->initialize(true, true), 0);
   EXPECT_EQ(cache->reinit(), 0);
   EXPECT_FALSE(cache->isAccessible());
-  KFLCacheFile::Storage storage;
-  EXPECT_EQ(cache->acquireSnapshot(storage), nullptr);
+  EXPECT_EQ(put(*cache, "key", "text"), -2);
   EXPECT_THAT(getErrorMessage(), HasSubstr("not open"));
 }
 

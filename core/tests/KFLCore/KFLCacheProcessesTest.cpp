@@ -260,8 +260,9 @@ int putMany(KFLCacheFile& cache, int from, int to) {
 const Moment kMoments[] = {
     {"put", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) { return put(cache, "12a", kText); }},
+    // The former item lies before a free block, and becomes one with it.
     {"replace", [](auto& cache) { putMany(cache, 10, 14); },
-     [](auto& cache) { return put(cache, "12", "other"); }},
+     [](auto& cache) { return put(cache, "10", kText + "y"); }},
     {"remove", [](auto& cache) { putMany(cache, 10, 14); },
      [](auto& cache) { return removeKey(cache, "12"); }},
     {"grow",

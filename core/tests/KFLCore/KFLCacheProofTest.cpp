@@ -11,7 +11,6 @@
 
 namespace {
 
-using KFL::KFLBlockUse;
 using KFL::KFLProofScope;
 using testing::HasSubstr;
 

@@ -118,16 +118,6 @@ TEST(SharedMemoryManager, DoesWhatTheTwinDoes) {
   }
 }
 
-TEST(SharedMemoryManager, ABlockIsHandedOutWholeWhenOnlyAHeadWouldBeLeft) {
-  Memory memory;
-  KFLSharedMemoryManager heap(memory.bytes);
-  heap.create(kHeader + 48, kHeader);  // one free block of 6 units
-  EXPECT_EQ(heap.allocate(0), nullptr);
-  EXPECT_EQ(heap.allocate(41), nullptr);
-  EXPECT_EQ(heap.allocate(32), memory.bytes + kHeader + 8);  // needs 5 units and gets 6
-  EXPECT_EQ(heap.getBytesInUse(), kHeader + 48);
-}
-
 TEST(SharedMemoryManager, BrokenStructuresAbort) {
   Memory memory;
   KFLSharedMemoryManager heap(memory.bytes);

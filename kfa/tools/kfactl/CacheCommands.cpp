@@ -2,13 +2,9 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <utility>
 
-#include <boost/intrusive_ptr.hpp>
 #include <nlohmann/json.hpp>
-
-#include <KFLCommon/KFLError.h>
-
-#include <KFAFunctionality/templates/KFATemplateCache.h>
 
 #include "CacheImage.h"
 #include "CacheRepair.h"
@@ -25,17 +21,10 @@ namespace kfactl {
 namespace {
 
 using KFA::KFATemplateObject;
-using Cache = boost::intrusive_ptr<KFA::KFATemplateCachePrototype>;
 
 bool isThere(const std::string& path) {
   struct stat file {};
   return ::lstat(path.c_str(), &file) == 0;
-}
-
-Cache openCache(const std::string& path) {
-  const Cache cache(new KFA::KFATemplateCachePrototype(path));
-  must(cache->initialize(true, false));
-  return cache;
 }
 
 // Opens a file for changes. One that is missing or at fault is refused, and stays as it is.
@@ -63,7 +52,9 @@ Items readItems(const std::string& path) {
   Items items;
   for (std::uint32_t index = 0; index < snapshot.size(); ++index) {
     const std::string key(snapshot.getKey(index));
-    items[key] = {path + ": item " + key, std::string(snapshot.getText(index))};
+    std::string name = path + ": item ";
+    name += key;
+    items[key] = {std::move(name), std::string(snapshot.getText(index))};
   }
   return items;
 }

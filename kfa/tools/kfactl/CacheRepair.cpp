@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
-#include <KFAFunctionality/templates/KFATemplateCache.h>
 
 #include "CacheImage.h"
 #include "CacheTemplate.h"
@@ -14,17 +13,10 @@ namespace kfactl {
 
 namespace {
 
-using Cache = boost::intrusive_ptr<KFA::KFATemplateCachePrototype>;
 using KFL::KFLProofScope;
 
 constexpr const char* kDamagedSuffix = ".damaged";
 constexpr const char* kNewSuffix = ".repair";
-
-Cache openCache(const std::string& path) {
-  const Cache cache(new KFA::KFATemplateCachePrototype(path));
-  must(cache->initialize(true, false));
-  return cache;
-}
 
 int giveBack(Session& session, const std::string& path) {
   const CacheImage before(path, {KFLProofScope::Kept});

@@ -31,6 +31,12 @@ ElementFault faultInPackage(const KFL::KFLMessageIterator& root) {
 
 }  // namespace
 
+Cache openCache(const std::string& path) {
+  Cache cache(new KFA::KFATemplateCachePrototype(path));
+  must(cache->initialize(true, false));
+  return cache;
+}
+
 KFA::KFATemplateObject readTemplate(const Input& input) {
   KFL::KFLMessage message;
   parseMessage(input, message);
