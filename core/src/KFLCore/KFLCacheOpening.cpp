@@ -158,7 +158,7 @@ int KFLCacheFile::settle(bool holderDied, bool& alone) {
                     static_cast<unsigned long long>(proof.faults().front().offset),
                     proof.faults().front().text.c_str());
     KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
-  } else if (alone) {
+  } else if (alone && !proof.isTidy()) {
     reclaim(proof);
   }
   const int placed = lock.takePlace();

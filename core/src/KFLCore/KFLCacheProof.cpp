@@ -55,6 +55,8 @@ struct KFLCacheProof::Walk {
   std::span<const std::byte> file;
   KFLProofScope scope;
   KFLCacheHeader header{};
+  std::uint64_t unreached = 0;  // blocks that are neither free nor, so far, reached by the snapshot
+  bool isShared = false;        // whether a count is another than 1
 
   __attribute__((format(printf, 4, 5))) void fault(std::uint64_t offset, int code, const char* format, ...) {
     if (proof.isFull()) return;
@@ -95,7 +97,9 @@ struct KFLCacheProof::Walk {
     if (!judgeHeader() || !judgeSizes()) return;
     judgeBlocks();
     if (scope == KFLProofScope::Whole && !proof.isFull()) judgeFreeList();
-    if (!proof.isFull() && judgeSnapshot()) judgeRecords();
+    if (proof.isFull() || !judgeSnapshot()) return;
+    judgeRecords();
+    proof.isTidy_ = scope == KFLProofScope::Whole && proof.faults_.empty() && unreached == 0 && !isShared;
   }
 
   bool judgeHeader() {
@@ -144,6 +148,7 @@ struct KFLCacheProof::Walk {
         break;
       }
       setMark(at, kStart);
+      ++unreached;
       at += units * kHeapUnit;
     }
     proof.provedEnd_ = at;
@@ -166,6 +171,7 @@ struct KFLCacheProof::Walk {
       }
       at = static_cast<std::uint64_t>(next);
       setMark(at, kFree);
+      --unreached;
       free += blockBytes(at);
     }
     const std::uint64_t used = header.totalSize - free;
@@ -207,6 +213,7 @@ struct KFLCacheProof::Walk {
   }
 
   void judgeReferences(std::uint64_t at, std::int32_t references) {
+    isShared = isShared || references != 1;
     if (scope == KFLProofScope::Whole && references < 1)
       fault(at, kCacheUnsound, "the reference count is %d; it must be at least 1", references);
   }
@@ -234,6 +241,7 @@ struct KFLCacheProof::Walk {
             "the snapshot has %u records; its capacity is %u", head.count, head.capacity);
       return false;
     }
+    --unreached;
     proof.snapshot_ = data;
     proof.recordCount_ = head.count;
     judgeReferences(data, head.references);
@@ -269,6 +277,7 @@ struct KFLCacheProof::Walk {
     if (!judgePointer(at, pointer, "an item")) return;
     const auto data = static_cast<std::uint64_t>(targetOf(at, pointer));
     setMark(data - sizeof(KFLHeapBlock), kItem);
+    --unreached;
     const std::uint64_t room = roomAt(data);
     if (room < sizeof(KFLItemHead)) {
       fault(at, kCacheUnsound, "the item's block has room for no item");
@@ -287,7 +296,7 @@ int KFLCacheProof::check(std::span<const std::byte> file, const KFLProofOptions&
   faults_.clear();
   marks_.clear();
   maxFaults_ = std::max<std::size_t>(options.maxFaults, 1);
-  isCacheFile_ = false;
+  isCacheFile_ = isTidy_ = false;
   provedEnd_ = snapshot_ = 0;
   recordCount_ = 0;
   Walk{*this, file, options.scope}.run();

@@ -71,6 +71,10 @@ class KFLCacheProof {
   // walked.
   bool isCacheFile() const { return isCacheFile_; }
 
+  // Whether a whole proof found nothing to give back either: the snapshot reaches every block that is not free, and every
+  // count is 1.
+  bool isTidy() const { return isTidy_; }
+
   // Where the blocks that could be told apart end: the heap's end, unless a block is at fault.
   std::uint64_t provedEnd() const { return provedEnd_; }
 
@@ -100,6 +104,7 @@ class KFLCacheProof {
   std::vector<KFLCacheFault> faults_;
   std::size_t maxFaults_ = 1;
   bool isCacheFile_ = false;
+  bool isTidy_ = false;
   std::uint64_t provedEnd_ = 0;
   std::uint64_t snapshot_ = 0;
   std::uint32_t recordCount_ = 0;

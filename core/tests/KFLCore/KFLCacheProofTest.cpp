@@ -55,6 +55,20 @@ TEST(KFLCacheProof, ASoundFileIsTakenApart) {
   EXPECT_EQ(blocks, "56+32F 88+24I 112+800S 912+24I 936+16O 952+48F ");
 }
 
+TEST(KFLCacheProof, OnlyAFileThatHasNothingToGiveBackIsTidy) {
+  Image image;
+  KFL::KFLCacheProof proof;
+  EXPECT_TRUE(proof.check(image.bytes) == 0 && !proof.isTidy());  // the block at 936
+  image.word(912 + 4, 5);                                         // is now the item's
+  EXPECT_TRUE(proof.check(image.bytes) == 0 && proof.isTidy());
+  EXPECT_TRUE(proof.check(image.bytes, {kKept}) == 0 && !proof.isTidy());
+  for (const std::size_t count : {96, 120, 920}) {
+    Image held = image;
+    held.word(count, 2);
+    EXPECT_TRUE(proof.check(held.bytes) == 0 && !proof.isTidy()) << count;
+  }
+}
+
 TEST(KFLCacheProof, EachWordAtFaultIsNamedWithItsOffset) {
   constexpr std::uint32_t kNull = 1;
   const struct {
