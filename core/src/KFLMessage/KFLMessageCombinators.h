@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include <KFLCommon/KFLCheck.h>
+#include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessageIterator.h>
 
 namespace KFL {
@@ -209,6 +211,18 @@ auto KFLReaderSet(const Reader& reader, const ID& id, KFLReaderFlags flags = KFL
   return KFLReaderListT<KFLStoredID<ID>, Data>(Data(reader), id, flags);
 }
 
+// The object as one of the derived class; null, with an error text, for a null pointer and for an object of another
+// class.
+template <class Derived, class Base>
+Derived* castToDerived(Base* obj) {
+  auto* const derived = dynamic_cast<Derived*>(obj);
+  if (derived == nullptr) {
+    setErrorMessage("there is %s; an object of the class %s is wanted",
+                    obj == nullptr ? "no object" : typeid(*obj).name(), typeid(Derived).name());
+  }
+  return derived;
+}
+
 // Writes an object given by a pointer to its base class; -1, with nothing written, for a null pointer and for an
 // object of another class.
 template <class Derived, class DerivedWriter>
@@ -216,7 +230,7 @@ class KFLWriterPointerDataT : public KFLWriterBaseT<DerivedWriter> {
  public:
   template <class Base>
   int operator()(KFLMessageIterator& it, const Base* obj) const {
-    const auto* derived = dynamic_cast<const Derived*>(obj);
+    const auto* const derived = castToDerived<const Derived>(obj);
     return derived == nullptr ? -1 : DerivedWriter()(it, *derived);
   }
 };
@@ -227,7 +241,7 @@ class KFLReaderPointerDataT {
  public:
   template <class Base>
   int operator()(const KFLMessageIterator& it, Base* obj) const {
-    auto* derived = dynamic_cast<Derived*>(obj);
+    auto* const derived = castToDerived<Derived>(obj);
     return derived == nullptr ? -1 : DerivedReader()(it, *derived);
   }
 };

@@ -179,6 +179,7 @@ TEST(KFLMessageCombinators, PointersOfAnotherClassAreRefused) {
   Other other;
   Base* const none = nullptr;
   EXPECT_EQ(writer(it, static_cast<const Base*>(none)), -1);
+  EXPECT_THAT(getErrorMessage(), testing::HasSubstr("there is no object"));
   EXPECT_EQ(writer(it, static_cast<const Base*>(&other)), -1);
   EXPECT_EQ(message.toString(), "<r/>");
   EXPECT_EQ(writer(it, static_cast<const Base*>(&derived)), 0);
@@ -186,6 +187,7 @@ TEST(KFLMessageCombinators, PointersOfAnotherClassAreRefused) {
   EXPECT_EQ(reader(it, static_cast<Base*>(&derived)), 0);
   EXPECT_EQ(derived.x, 4);
   EXPECT_EQ(reader(it, static_cast<Base*>(&other)), -1);
+  EXPECT_THAT(getErrorMessage(), testing::HasSubstr("Other"));
   EXPECT_EQ(reader(it, none), -1);
 }
 
