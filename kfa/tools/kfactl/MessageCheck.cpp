@@ -6,7 +6,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 #include <KFLMessage/KFLTagVocabulary.h>
@@ -29,6 +28,11 @@ bool isSameValue(std::string_view a, std::string_view b) {
   const auto isTrue = [](std::string_view text) { return text == "1" || text == "true"; };
   const auto isFalse = [](std::string_view text) { return text == "0" || text == "false"; };
   return (isTrue(a) && isTrue(b)) || (isFalse(a) && isFalse(b));
+}
+
+// As it stands between the tags of a record that has no elements left.
+bool isBlank(std::string_view text) {
+  return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
 // What is wrong with an element, by its index.
@@ -58,11 +62,12 @@ class Comparison {
   void compareValues(std::size_t a, std::size_t b) {
     const Element& from = source_[a];
     const Element& to = written_[b];
-    if (!isSameValue(from.text, to.text))
+    if (!isSameValue(from.text, to.text) && !(to.text.empty() && isBlank(from.text)))
       lost_.emplace(a, "'" + std::string(from.text) + "' is written as '" + std::string(to.text) + "'");
     if (from.attributes != to.attributes) lost_.emplace(a, "not all attributes are kept:" + from.attributes);
-    if (!from.type.empty() && !to.type.empty() && from.type != to.type)
-      lost_.emplace(a, "type " + std::string(from.type) + " is written as " + std::string(to.type));
+    if (!from.type.empty() && from.type != to.type)
+      lost_.emplace(a, "type " + std::string(from.type) + " is " +
+                           (to.type.empty() ? "not kept" : "written as " + std::string(to.type)));
   }
 
   void pairChildren(std::size_t a, std::size_t b) {
@@ -121,17 +126,19 @@ bool isInside(const Findings& findings, const Elements& source, std::size_t inde
   return index != kNoElement;
 }
 
-// Says why what was lost could not be read. A configuration keeps also what it cannot read, so there each fault is a
-// finding.
+// Says why what was lost could not be read. A configuration, wherever it stands, keeps also what it cannot read or does
+// not know, so each fault is a finding, kept or not.
 void addReasons(Findings& findings, const Elements& source, const KFL::KFLRecordType& record) {
-  const bool keepsAll = record.table() == nullptr;
-  for (const ElementFault& fault : findFaults(source, fieldTableOf(record.name()), FaultScope::Any)) {
+  const KFL::KFLFieldTable* const table = record.elements();
+  for (const ElementFault& fault : findFaults(source, table, FaultScope::Any)) {
     const auto lost = findings.find(fault.index);
     if (lost != findings.end())
       lost->second += ": " + fault.text;
-    else if (keepsAll || isInside(findings, source, fault.index))
+    else
       findings.emplace(fault.index, fault.text);
   }
+  for (const std::size_t index : findUnknown(source, table))
+    if (!isInside(findings, source, index)) findings.emplace(index, "not known");
 }
 
 [[noreturn]] void refuseRecordName(const std::string& name) {
@@ -198,14 +205,8 @@ Records mostFamiliar(const Records& records, const KFL::KFLMessageIterator& root
 
 [[noreturn]] void refuseMessage(const Input& input, const KFL::KFLMessageIterator& root,
                                 const KFL::KFLRecordType& record) {
-  ElementFault fault = findFault(root, fieldTableOf(record.name()), FaultScope::Required);
-  if (fault.path.empty()) {
-    KFL::setErrorMessage("%s", "");
-    record.read(root, record.create().get());
-    const std::string reason = KFL::getErrorMessage();
-    fault = {"/" + std::string(root.getName()), 0,
-             "cannot be read as " + std::string(record.name()) + (reason.empty() ? "" : ": " + reason)};
-  }
+  ElementFault fault = findFault(root, record.elements(), FaultScope::Required);
+  if (fault.path.empty()) fault = {"/" + std::string(root.getName()), 0, refusalOf(root, record)};
   throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
 }
 

@@ -1,10 +1,12 @@
 #include "RecordView.h"
 
+#include <algorithm>
 #include <map>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLDerivedParsers.h>
 #include <KFLMessage/KFLNumberNames.h>
 #include <KFLMessage/KFLRecordRegistry.h>
@@ -86,9 +88,8 @@ const KFLFieldTable& environmentFields() {
 }
 
 const KFLFieldTable* fieldTableOf(const std::string& recordName) {
-  if (recordName == "KFAEnvConfig") return &environmentFields();
   const KFL::KFLRecordType* const type = KFL::findRecordType(recordName);
-  return type == nullptr ? nullptr : type->table();
+  return type == nullptr ? nullptr : type->elements();
 }
 
 namespace {
@@ -138,7 +139,7 @@ const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLField
                        it.getTypeNamespace() == rowTable->namespaceUri();
   if (isOfRow) return rowTable;
   const KFL::KFLRecordType* const type = KFL::findRecordType(it.getTypeNamespace(), it.getTypeTag());
-  return type == nullptr || type->table() == nullptr ? rowTable : type->table();
+  return type == nullptr || type->elements() == nullptr ? rowTable : type->elements();
 }
 
 // --- Documents --------------------------------------------------------------------------------------------------------
@@ -217,6 +218,8 @@ std::string faultOfScalar(const KFLMessageIterator& it, const KFLField& row) {
   int number = 0;
   long long wide = 0;
   const std::string text = "'" + std::string(it.getText()) + "' ";
+  if (row.shape == KFLFieldShape::Presence)
+    return it.getText().empty() ? std::string() : text + "is not read; an empty element is wanted";
   if (row.names != nullptr && row.names->findNumber(it.getText(), number) != 0)
     return text + "is no known name; " + row.names->listNames() + " is wanted";
   if (row.valueType == "boolean" && it.getValue(flag) != 0)
@@ -244,18 +247,14 @@ std::string faultOfType(const KFLMessageIterator& it, const KFLFieldTable& base)
 std::string faultOf(const KFLMessageIterator& it, const Expectation& expected) {
   std::string fault;
   if (expected.row != nullptr) fault = faultOfScalar(it, *expected.row);
-  if (fault.empty() && expected.row != nullptr && expected.row->isPolymorphic)
+  // What a function of the record reads may have a class of its own for types that are not known.
+  if (fault.empty() && expected.row != nullptr && expected.row->isPolymorphic &&
+      expected.row->shape != KFLFieldShape::Special)
     fault = faultOfType(it, expected.row->table());
   if (!fault.empty() || expected.table == nullptr) return fault;
   for (const auto& [name, row] : rowsOf(expected.table))
     if (row->needsElement() && !it.hasChild(row->id)) return "element " + std::string(name) + " is missing";
   return {};
-}
-
-// The record itself may refuse what its table allows.
-bool isReadable(const KFLMessageIterator& it, const KFLFieldTable& table) {
-  const KFL::KFLRecordType* const type = KFL::findRecordType(table.record());
-  return type == nullptr || type->read(it, type->create().get()) == 0;
 }
 
 Expectation expectationOf(const Expectation& parent, const Element& child, FaultScope scope) {
@@ -264,12 +263,39 @@ Expectation expectationOf(const Expectation& parent, const Element& child, Fault
   if (row == nullptr || (scope == FaultScope::Required && !row->failsRead)) return {};
   const bool isContainer = row->shape == KFLFieldShape::Container;
   const bool isList = row->shape == KFLFieldShape::List;
-  if (row->shape != KFLFieldShape::Element && !isContainer && !isList) return {};
+  if (row->shape == KFLFieldShape::Map) return {};
   if (isList && child.cursor.isEmptyElement() && !row->isPolymorphic) return {};
   return {row, tableOfElement(child.cursor, tableOfRow(*row)), isContainer};
 }
 
+// Parents stand before their children.
+std::vector<Expectation> expectAll(const Elements& elements, const KFLFieldTable* table, FaultScope scope) {
+  std::vector<Expectation> expected(elements.size());
+  expected[0].table = table;
+  for (std::size_t i = 0; i < elements.size(); ++i)
+    for (std::size_t child = elements[i].firstChild; child != kNoElement; child = elements[child].nextSibling)
+      expected[child] = expectationOf(expected[i], elements[child], scope);
+  return expected;
+}
+
+// Whether what an element is read as has a place for a child of this name.
+bool hasPlace(const Expectation& parent, std::string_view name) {
+  if (parent.isContainer) return true;
+  if (parent.table == nullptr) return parent.row == nullptr || parent.row->valueType.empty();
+  const Rows& rows = rowsOf(parent.table);
+  return rows.find(name) != nullptr || std::ranges::any_of(rows, [name](const auto& entry) {
+           return !entry.second->noneMarker.isEmpty() && name == entry.second->noneMarker.name();
+         });
+}
+
 }  // namespace
+
+std::string refusalOf(const KFLMessageIterator& it, const KFL::KFLRecordType& record) {
+  KFL::setErrorMessage("%s", "");
+  if (record.read(it, record.create().get()) == 0) return {};
+  const std::string reason = KFL::getErrorMessage();
+  return "cannot be read as " + std::string(record.name()) + (reason.empty() ? "" : ": " + reason);
+}
 
 Document describeElement(const KFLMessageIterator& it, const KFLFieldTable* table) {
   Document object = Document::object();
@@ -284,24 +310,28 @@ Document describeElement(const KFLMessageIterator& it, const KFLFieldTable* tabl
 
 std::vector<ElementFault> findFaults(const Elements& elements, const KFLFieldTable* table, FaultScope scope) {
   std::vector<ElementFault> faults;
-  std::vector<Expectation> expected(elements.size());
-  expected[0].table = table;
+  const std::vector<Expectation> expected = expectAll(elements, table, scope);
   for (std::size_t i = 0; i < elements.size(); ++i) {
-    const Element& element = elements[i];
-    const Expectation own = expected[i];
-    for (std::size_t child = element.firstChild; child != kNoElement; child = elements[child].nextSibling)
-      expected[child] = expectationOf(own, elements[child], scope);
-    if (own.isContainer) continue;
-    std::string fault = faultOf(element.cursor, own);
+    if (expected[i].isContainer) continue;
+    std::string fault = faultOf(elements[i].cursor, expected[i]);
     if (!fault.empty()) faults.push_back({elements.path(i), i, std::move(fault)});
   }
   // A record that refuses what its table allows says no more than that.
-  for (std::size_t i = 1; faults.empty() && i < elements.size(); ++i)
-    if (expected[i].table != nullptr && !expected[i].isContainer &&
-        !isReadable(elements[i].cursor, *expected[i].table))
-      faults.push_back(
-          {elements.path(i), i, "cannot be read as " + std::string(expected[i].table->record())});
+  for (std::size_t i = 1; faults.empty() && i < elements.size(); ++i) {
+    if (expected[i].table == nullptr || expected[i].isContainer) continue;
+    const KFL::KFLRecordType* const record = KFL::findRecordType(expected[i].table->record());
+    std::string refusal = record == nullptr ? std::string() : refusalOf(elements[i].cursor, *record);
+    if (!refusal.empty()) faults.push_back({elements.path(i), i, std::move(refusal)});
+  }
   return faults;
+}
+
+std::vector<std::size_t> findUnknown(const Elements& elements, const KFLFieldTable* table) {
+  const std::vector<Expectation> expected = expectAll(elements, table, FaultScope::Any);
+  std::vector<std::size_t> unknown;
+  for (std::size_t i = 1; i < elements.size(); ++i)
+    if (!hasPlace(expected[elements[i].parent], elements[i].name)) unknown.push_back(i);
+  return unknown;
 }
 
 ElementFault findFault(const KFLMessageIterator& root, const KFLFieldTable* table, FaultScope scope) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <KFLMessage/KFLRecordFields.h>
+#include <KFLMessage/KFLRecordRegistry.h>
 
 #include "Document.h"
 #include "Elements.h"
@@ -17,7 +18,7 @@ namespace kfactl {
 // records. It describes; nothing is read or written through it.
 const KFL::KFLFieldTable& environmentFields();
 
-// The record's field table, where it has one; that of an environment's configuration, too.
+// The record's fields, or the elements that it describes; null for one that is a text.
 const KFL::KFLFieldTable* fieldTableOf(const std::string& recordName);
 
 // The current element as an object by element names: numbers, booleans and texts, lists as arrays, records as objects.
@@ -39,7 +40,13 @@ enum class FaultScope {
 std::vector<ElementFault> findFaults(const Elements& elements, const KFL::KFLFieldTable* table,
                                      FaultScope scope);
 
-// The first of them.
+// The elements that the table has no place for, in document order; what stands below one is not looked at.
+std::vector<std::size_t> findUnknown(const Elements& elements, const KFL::KFLFieldTable* table);
+
+// Why the record cannot be read from the current element; empty when it can.
+std::string refusalOf(const KFL::KFLMessageIterator& it, const KFL::KFLRecordType& record);
+
+// The first of the faults.
 ElementFault findFault(const KFL::KFLMessageIterator& root, const KFL::KFLFieldTable* table,
                        FaultScope scope);
 
