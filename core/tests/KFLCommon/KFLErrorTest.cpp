@@ -12,7 +12,7 @@ namespace {
 
 TEST(KFLError, EveryThreadHasItsOwnText) {
   setErrorMessage("mine");
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   threads.reserve(8);
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([i] {
@@ -23,8 +23,7 @@ TEST(KFLError, EveryThreadHasItsOwnText) {
       }
     });
   }
-  for (std::thread& thread : threads)
-    thread.join();
+  threads.clear();
   EXPECT_EQ(getErrorMessage(), "mine");
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -62,7 +63,7 @@ TEST_F(KFLLogTest, ASinkHearsEveryThread) {
   setLogSink(listen, &heard);
   setLogLevel(99);
   EXPECT_EQ(getLogLevel(), kLogDebug);
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
@@ -70,8 +71,7 @@ TEST_F(KFLLogTest, ASinkHearsEveryThread) {
         KFL_LOG("KFLCommon", kLogDebug, "%d", n);
     });
   }
-  for (std::thread& thread : threads)
-    thread.join();
+  threads.clear();
   setLogSink(nullptr, nullptr);
   const KFLLockGuard guard(heard.lock);
   EXPECT_EQ(heard.texts.size(), 400U);
@@ -88,17 +88,13 @@ TEST_F(KFLLogTest, AnUnshownLevelEvaluatesNothing) {
 // The threadsafe style runs this program anew, so the library is loaded with the variable set.
 TEST(KFLLogDeathTest, ReadsItsLevelFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const struct {
-    const char* text;
-    int level;
-    const char* message;
-  } rows[] = {{"0", kLogFatal, ""},
-              {"Debug", kLogDebug, ""},
-              {"99", kLogDebug, ""},
-              {"loud", kLogWarning, "is no level"}};
-  for (const auto& row : rows) {
-    setenv("KFA_LOG_LEVEL", row.text, 1);
-    EXPECT_EXIT(std::exit(getLogLevel()), testing::ExitedWithCode(row.level), row.message) << row.text;
+  const std::tuple<const char*, int, const char*> rows[] = {{"0", kLogFatal, ""},
+                                                            {"Debug", kLogDebug, ""},
+                                                            {"99", kLogDebug, ""},
+                                                            {"loud", kLogWarning, "is no level"}};
+  for (const auto& [text, level, message] : rows) {
+    setenv("KFA_LOG_LEVEL", text, 1);
+    EXPECT_EXIT(std::exit(getLogLevel()), testing::ExitedWithCode(level), message) << text;
   }
   unsetenv("KFA_LOG_LEVEL");
 }

@@ -28,21 +28,17 @@ std::vector<std::string> tokensOf(const char* text, const char* delimiters, std:
 
 TEST(KFLText, TokensAreNeverEmpty) {
   using Tokens = std::vector<std::string>;
-  EXPECT_EQ(tokensOf("a b", " "), (Tokens{"a", "b"}));
   EXPECT_EQ(tokensOf("  a \t b  ", " \t"), (Tokens{"a", "b"}));
   EXPECT_EQ(tokensOf("a;b c;", ";"), (Tokens{"a", "b c"}));
-  EXPECT_EQ(tokensOf("a\xff"
-                     "b",
-                     "\xff"),
-            (Tokens{"a", "b"}));
-  EXPECT_EQ(tokensOf("abc", ""), (Tokens{"abc"}));
-  EXPECT_EQ(tokensOf("abc", nullptr), (Tokens{"abc"}));
-  EXPECT_EQ(tokensOf(";;;", ";"), Tokens{});
-  EXPECT_EQ(tokensOf("", ";"), Tokens{});
-  EXPECT_EQ(tokensOf(nullptr, ";"), Tokens{});
+  EXPECT_EQ(tokensOf("a\xffz", "\xff"), (Tokens{"a", "z"}));
   EXPECT_EQ(tokensOf("ab cd", " ", 1), (Tokens{"b", "cd"}));
-  EXPECT_EQ(tokensOf("ab", " ", 2), Tokens{});
-  EXPECT_EQ(tokensOf("ab", " ", 99), Tokens{});
+  for (const char* const none : {"", static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(tokensOf("abc", none), Tokens{"abc"});
+    EXPECT_EQ(tokensOf(none, ";"), Tokens{});
+  }
+  EXPECT_EQ(tokensOf(";;;", ";"), Tokens{});
+  for (const std::size_t position : {2, 99})
+    EXPECT_EQ(tokensOf("ab", " ", position), Tokens{});
 }
 
 TEST(KFLText, ReadsTheNumberAtTheBeginning) {
@@ -64,17 +60,14 @@ TEST(KFLText, ReadsTheNumberAtTheBeginning) {
 TEST(KFLText, StrictNumbersTakeTheWholeText) {
   int number = 7;
   EXPECT_EQ(parseInteger("-2147483648", number), 0);
-  EXPECT_EQ(number, std::numeric_limits<int>::min());
-  for (const char* const text : {"", " 1", "1 ", "+1", "1x", "x", "-", "2147483648", "1.0", "0x1", "--1"}) {
+  for (const char* const text : {"", " 1", "1 ", "+1", "1x", "x", "-", "2147483648", "1.0", "0x1", "--1"})
     EXPECT_EQ(parseInteger(text, number), -1) << text;
-  }
   EXPECT_EQ(number, std::numeric_limits<int>::min()) << "a refused text changed the value";
   double real = 7;
   EXPECT_EQ(parseDouble("-1.25e2", real), 0);
-  EXPECT_EQ(real, -125.0);
-  for (const char* const text : {"", " 1", "1,5", "1e", "inf", "nan", "1e999", "0x1p3x"}) {
+  for (const char* const text : {"", " 1", "1,5", "1e", "inf", "nan", "1e999", "0x1p3x"})
     EXPECT_EQ(parseDouble(text, real), -1) << text;
-  }
+  EXPECT_EQ(real, -125.0);
 }
 
 TEST(KFLText, DoublesHaveTheShortestPlainForm) {

@@ -1,5 +1,6 @@
 // Interface rates: which texts have three parts, and that every text is kept.
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -10,24 +11,18 @@ namespace {
 using KFL::KFLInterfaceRate;
 
 TEST(KFLInterfaceRate, TextsAreKeptAndTakenApart) {
-  const struct {
-    const char* text;
-    const char* device;
-    int classID;
-    long long rate;
-  } rows[] = {
+  const std::tuple<std::string, const char*, int, long long> rows[] = {
       {"eth0:1:1024", "eth0", 1, 1024},
       {"*:0:0", "*", 0, 0},
-      {"eth0:1:2:3000000000", "eth0:1", 2, 3000000000},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const KFLInterfaceRate rate{std::string(row.text)};
-    EXPECT_EQ(rate.toString(), row.text);
+      {"eth0:1:2:3000000000", "eth0:1", 2, 3000000000}};
+  for (const auto& [text, device, classID, speed] : rows) {
+    SCOPED_TRACE(text);
+    const KFLInterfaceRate rate(text);
+    EXPECT_EQ(rate.toString(), text);
     EXPECT_TRUE(rate.isValid());
-    EXPECT_EQ(rate.getDevice(), row.device);
-    EXPECT_EQ(rate.getClassID(), row.classID);
-    EXPECT_EQ(rate.getRate(), row.rate);
+    EXPECT_EQ(rate.getDevice(), device);
+    EXPECT_EQ(rate.getClassID(), classID);
+    EXPECT_EQ(rate.getRate(), speed);
   }
   for (const std::string text : {"", "eth0", "eth0:1", ":1:2", "1:2", "eth0::2", "eth0:1:", "eth0:1:2k",
                                  "eth0:-1:2", "eth0:1:-2", "eth0:1: 2", "eth0:99999999999:2", ":"}) {

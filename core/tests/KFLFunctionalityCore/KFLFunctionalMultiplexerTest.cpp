@@ -1,7 +1,8 @@
 #include <atomic>
+#include <set>
 #include <string>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
@@ -17,19 +18,15 @@ namespace {
 using namespace KFL;
 
 // Says how it was made.
-class Manager : public KFLFunctional {
- public:
-  explicit Manager(std::string origin) : origin_(std::move(origin)) {}
-  const std::string& origin() const { return origin_; }
-
- private:
-  std::string origin_;
+struct Manager : KFLFunctional {
+  explicit Manager(std::string from) : origin(std::move(from)) {}
+  const std::string origin;
 };
 using ManagerSP = boost::shared_ptr<Manager>;
 using Multiplexer = KFLFunctionalMultiplexer<ManagerSP>;
 
 std::string originOf(const ManagerSP& manager) {
-  return manager ? manager->origin() : "none";
+  return manager ? manager->origin : "none";
 }
 
 struct Local : KFLLocalFactory<ManagerSP> {
@@ -79,34 +76,25 @@ class KFLFunctionalMultiplexerTest : public testing::Test {
 };
 
 TEST_F(KFLFunctionalMultiplexerTest, ProviderAndConnectionDecide) {
-  struct Case {
-    KFLAccessProviderSP ap;
-    KFLEID eid;
-    const char* name;
-    const char* origin;
-  };
-  const Case cases[] = {
-      {nullptr, here, "both", "local"},
-      {nullptr, elsewhere, "both", "local"},
-      {unconnected, elsewhere, "both", "local for a caller"},
-      {connected, here, "both", "local for a caller"},
-      {connected, elsewhere, "both", "agent"},
-      {connected, KFLEID(), "both", "agent"},
-      {connected, elsewhere, "addressed", "agent at node2"},
-      // The other kind never stands in.
-      {connected, here, "agent only", "none"},
-      {connected, elsewhere, "local only", "none"},
-      {nullptr, here, "address only", "none"},
-      {connected, elsewhere, "address only", "none"},
-      // Near misses.
-      {nullptr, here, "", "none"},
-      {nullptr, here, "Both", "none"},
-      {nullptr, here, "both ", "none"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.name) + " should be " + c.origin);
-    EXPECT_EQ(originOf(multiplexer.get(c.eid, c.ap, c.name)), c.origin);
-  }
+  using Case = std::tuple<KFLAccessProviderSP, KFLEID, const char*, const char*>;
+  const Case cases[] = {{nullptr, here, "both", "local"},
+                        {nullptr, elsewhere, "both", "local"},
+                        {unconnected, elsewhere, "both", "local for a caller"},
+                        {connected, here, "both", "local for a caller"},
+                        {connected, elsewhere, "both", "agent"},
+                        {connected, KFLEID(), "both", "agent"},
+                        {connected, elsewhere, "addressed", "agent at node2"},
+                        // The other kind never stands in.
+                        {connected, here, "agent only", "none"},
+                        {connected, elsewhere, "local only", "none"},
+                        {nullptr, here, "address only", "none"},
+                        {connected, elsewhere, "address only", "none"},
+                        // Near misses.
+                        {nullptr, here, "", "none"},
+                        {nullptr, here, "Both", "none"},
+                        {nullptr, here, "both ", "none"}};
+  for (const auto& [ap, eid, name, origin] : cases)
+    EXPECT_EQ(originOf(multiplexer.get(eid, ap, name)), origin) << name;
 }
 
 TEST_F(KFLFunctionalMultiplexerTest, LocalAndAgentAreReachedWhateverTheConnection) {
@@ -119,9 +107,7 @@ TEST_F(KFLFunctionalMultiplexerTest, LocalAndAgentAreReachedWhateverTheConnectio
 }
 
 TEST_F(KFLFunctionalMultiplexerTest, EachCallAsksTheFactory) {
-  const ManagerSP first = multiplexer.getLocal(nullptr, "both");
-  const ManagerSP second = multiplexer.getLocal(nullptr, "both");
-  EXPECT_NE(first, second);
+  EXPECT_NE(multiplexer.getLocal(nullptr, "both"), multiplexer.getLocal(nullptr, "both"));
   EXPECT_EQ(local->calls, 2);
 }
 
@@ -161,31 +147,29 @@ TEST_F(KFLFunctionalMultiplexerTest, FactoryMayUseItsOwnMultiplexer) {
 TEST_F(KFLFunctionalMultiplexerTest, RegistersWhileOthersGet) {
   std::atomic<bool> done{false};
   std::atomic<int> wrong{0};
+  const std::set<std::string> passing = {"none", "local for a caller"};
+  const std::set<std::string> addressed = {"agent", "agent at node2", "agent at node4"};
   const auto getAll = [&] {
     while (!done) {
       if (originOf(multiplexer.get(elsewhere, connected, "both")) != "agent") ++wrong;
-      const std::string passing = originOf(multiplexer.get(here, connected, "passing"));
-      if (passing != "none" && passing != "local for a caller") ++wrong;
-      const std::string addressed = originOf(multiplexer.getAgent(here, connected, "addressed"));
-      if (addressed != "agent" && addressed != "agent at node2" && addressed != "agent at node4") ++wrong;
+      if (!passing.contains(originOf(multiplexer.get(here, connected, "passing")))) ++wrong;
+      if (!addressed.contains(originOf(multiplexer.getAgent(here, connected, "addressed")))) ++wrong;
     }
   };
-  std::vector<std::thread> readers(3);
-  for (std::thread& reader : readers)
-    reader = std::thread(getAll);
-  for (int round = 0; round < 2000; ++round) {
-    const auto factory = boost::make_shared<Local>();
-    EXPECT_EQ(multiplexer.registerLocal("passing", factory), 0);
-    multiplexer.setExtraData("addressed", "node4");
-    const KFLEID arriving = KFLEID::generate();
-    connection->serve(arriving);
-    connection->withdraw(arriving);
-    EXPECT_EQ(multiplexer.unregisterLocal("passing", factory), 0);
-    multiplexer.removeExtraData("addressed");
+  {
+    const std::jthread readers[] = {std::jthread(getAll), std::jthread(getAll), std::jthread(getAll)};
+    for (int round = 0; round < 2000; ++round) {
+      const auto factory = boost::make_shared<Local>();
+      EXPECT_EQ(multiplexer.registerLocal("passing", factory), 0);
+      multiplexer.setExtraData("addressed", "node4");
+      const KFLEID arriving = KFLEID::generate();
+      connection->serve(arriving);
+      connection->withdraw(arriving);
+      EXPECT_EQ(multiplexer.unregisterLocal("passing", factory), 0);
+      multiplexer.removeExtraData("addressed");
+    }
+    done = true;
   }
-  done = true;
-  for (std::thread& reader : readers)
-    reader.join();
   EXPECT_EQ(wrong, 0);
 }
 

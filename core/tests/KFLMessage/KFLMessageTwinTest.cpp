@@ -13,66 +13,38 @@ namespace KFL {
 namespace {
 
 struct Twin {
-  std::string name;
-  std::string text;
+  std::string name, text;
   std::list<Twin> children;
   Twin* parent = nullptr;
 };
 
-void print(const Twin& twin, std::string& out) {
-  out += "<" + twin.name;
-  if (twin.text.empty() && twin.children.empty()) {
-    out += "/>";
-    return;
-  }
-  out += ">" + twin.text;
+std::string print(const Twin& twin) {
+  if (twin.text.empty() && twin.children.empty()) return "<" + twin.name + "/>";
+  std::string out = "<" + twin.name + ">" + twin.text;
   for (const Twin& child : twin.children)
-    print(child, out);
-  out += "</" + twin.name + ">";
-}
-
-std::list<Twin>::iterator findIn(Twin& twin, const std::string& name) {
-  return std::find_if(twin.children.begin(), twin.children.end(),
-                      [&](const Twin& child) { return child.name == name; });
+    out += print(child);
+  return out + "</" + twin.name + ">";
 }
 
 class TwinWalk {
  public:
-  explicit TwinWalk(unsigned seed) : random_(seed), message_("root"), it_(message_.getIterator()) {
-    root_.name = "root";
-  }
+  explicit TwinWalk(unsigned seed) : random_(seed) {}
 
   void step() {
-    const std::string name = names_[pick(std::size(names_))];
-    switch (pick(9)) {
-      case 0:
-      case 1:
-        return add(name);
-      case 2:
-        return insertBeforeFirst(name);
-      case 3:
-        return setText();
-      case 4:
-      case 5:
-        return find(name);
-      case 6:
-        return leave();
-      case 7:
-        return removeOrClear();
-      default:
-        return removeAll(name);
-    }
+    static constexpr const char* names[] = {"veid", "value", "own_name", "x"};
+    static constexpr void (TwinWalk::*kSteps[])(const std::string&) = {
+        &TwinWalk::add,  &TwinWalk::add,   &TwinWalk::insertBeforeFirst, &TwinWalk::setText,  &TwinWalk::find,
+        &TwinWalk::find, &TwinWalk::leave, &TwinWalk::removeOrClear,     &TwinWalk::removeAll};
+    (this->*kSteps[pick(std::size(kSteps))])(names[pick(std::size(names))]);
   }
 
   void compare() {
-    std::string expected;
-    print(root_, expected);
+    const std::string expected = print(root_);
     ASSERT_EQ(message_.toString(), expected);
     KFLMessage again;
     ASSERT_EQ(again.parse(expected), 0);
     ASSERT_TRUE(again.getIterator().isEqualTree(message_.getIterator()));
-    const KFLMessage copy = message_;
-    ASSERT_EQ(copy.toString(), expected);
+    ASSERT_EQ(KFLMessage(message_).toString(), expected);
   }
 
  private:
@@ -84,49 +56,45 @@ class TwinWalk {
     at_ = &at_->children.back();
   }
   void insertBeforeFirst(const std::string& name) {
-    if (at_->children.empty()) return;
     const KFLMessageIterator sibling = it_;
-    sibling.firstChild();
+    if (sibling.firstChild() != 0) return;
     it_.setInsertionPoint(sibling);
     it_.addEmptyChild(name);
     it_.clearInsertionPoint();
     at_->children.push_front({name, {}, {}, at_});
   }
-  void setText() {
+  void setText(const std::string&) {
     at_->text = std::string(pick(5) == 0 ? pick(2000) : pick(40), static_cast<char>('a' + pick(26)));
     it_.putValue(at_->text);
   }
   void find(const std::string& name) {
-    const auto found = findIn(*at_, name);
+    const auto found = std::ranges::find(at_->children, name, &Twin::name);
     ASSERT_EQ(it_.findChild(name), found == at_->children.end() ? -1 : 0);
     if (found != at_->children.end()) at_ = &*found;
   }
-  void leave() {
+  void leave(const std::string&) {
     it_.leaveChild();
     if (at_->parent != nullptr) at_ = at_->parent;
   }
-  void removeOrClear() {
+  void removeOrClear(const std::string&) {
     if (at_->parent == nullptr || pick(8) == 0) {
       it_.clear();
       at_->text.clear();
-      at_->children.clear();
-      return;
+      return at_->children.clear();
     }
     it_.removeCurrent();
     Twin* const removed = std::exchange(at_, at_->parent);
     at_->children.remove_if([removed](const Twin& child) { return &child == removed; });
   }
   void removeAll(const std::string& name) {
-    const std::size_t before = at_->children.size();
-    at_->children.remove_if([&](const Twin& child) { return child.name == name; });
-    ASSERT_EQ(it_.removeChildren(name), before - at_->children.size());
+    const auto removed = at_->children.remove_if([&](const Twin& child) { return child.name == name; });
+    ASSERT_EQ(it_.removeChildren(name), removed);
   }
 
-  static constexpr const char* names_[] = {"veid", "value", "own_name", "x"};
   std::mt19937 random_;
-  KFLMessage message_;
-  KFLMessageIterator it_;
-  Twin root_;
+  KFLMessage message_{"root"};
+  KFLMessageIterator it_ = message_.getIterator();
+  Twin root_{"root", {}, {}};
   Twin* at_ = &root_;
 };
 

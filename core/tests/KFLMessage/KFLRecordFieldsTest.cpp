@@ -107,32 +107,26 @@ TEST(KFLRecordFields, WritesInTheOrderOfTheRowsAndReadsTheSame) {
 }
 
 TEST(KFLRecordFields, OnlyARequiredFieldFailsTheRead) {
-  struct Row {
+  const struct {
     const char* content;
-    int result;
-    int kept;
+    int result, kept;
     bool hasLimit;
-  };
-  const Row rows[] = {
-      {"<name>n</name><x>1</x>", 0, 5, false},
-      {"<name>n</name><x>1</x><kept>6</kept><limit>1</limit>", 0, 6, true},
-      {"<name>n</name><x>1</x><kept>six</kept><limit/>", 0, 5, false},
-      {"<name>n</name><x>one</x><kept>6</kept>", -1, 5, false},
-      {"<x>1</x><kept>6</kept><limit>1</limit>", -1, 5, false},
-      {"<name/><x>1</x><number>1</number><number>no</number>", 0, 5, false},
-  };
-  for (const Row& row : rows) {
+  } rows[] = {{"<name>n</name><x>1</x><kept>6</kept><limit>1</limit>", 0, 6, true},
+              {"<name>n</name><x>1</x><kept>six</kept><limit/>", 0, 5, false},
+              {"<name>n</name><x>one</x><kept>6</kept>", -1, 5, false},
+              {"<x>1</x><kept>6</kept><limit>1</limit>", -1, 5, false},
+              {"<name/><x>1</x><number>1</number><number>no</number>", 0, 5, false}};
+  for (const auto& row : rows) {
     Whole record;
+    record.words = {"former"};
+    record.enabled = true;
     EXPECT_EQ(read(row.content, record), row.result) << row.content;
     EXPECT_EQ(record.kept, row.kept) << row.content;
     EXPECT_EQ(record.limit.isSpecified(), row.hasLimit) << row.content;
+    if (row.result == 0) {
+      EXPECT_TRUE(record.words.empty() && !record.enabled) << row.content;
+    }
   }
-  Whole record;
-  record.words = {"former"};
-  record.enabled = true;
-  EXPECT_EQ(read("<name>n</name><x>1</x>", record), 0);
-  EXPECT_TRUE(record.words.empty());
-  EXPECT_FALSE(record.enabled);
 }
 
 TEST(KFLRecordRegistry, FindsByNameAndByTypeWhileRegistered) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <boost/shared_ptr.hpp>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
@@ -30,6 +31,13 @@ inline std::string contentOf(const std::filesystem::path& path) {
 
 inline void makeFile(const std::filesystem::path& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
+}
+
+// Whether a call was refused with an error that has the part.
+inline testing::AssertionResult refused(int result, const std::string& part) {
+  const std::string text = KFL::getErrorMessage();
+  if (result == -1 && text.find(part) != std::string::npos) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << result << ": " << text;
 }
 
 inline std::vector<std::filesystem::path> exampleFiles() {

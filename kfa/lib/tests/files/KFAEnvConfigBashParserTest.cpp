@@ -1,6 +1,6 @@
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
-#include <KFLCommon/KFLError.h>
+#include <tuple>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
@@ -13,11 +13,16 @@ using KFA::KFAEnvConfig;
 using KFA::KFAEnvConfigBashParser;
 using Changes = std::vector<std::pair<std::string, std::string>>;
 
-// Reads the text, and gives what a key is then written as: "(none)" when it is not.
-std::string readBack(const std::string& text, const std::string& key) {
+KFAEnvConfig read(const std::string& text) {
   std::istringstream in(text);
   KFAEnvConfig record;
   EXPECT_EQ(envParser()->getConfig(in, record), 0) << text;
+  return record;
+}
+
+// Reads the text, and gives what a key is then written as: "(none)" when it is not.
+std::string readBack(const std::string& text, const std::string& key) {
+  const KFAEnvConfig record = read(text);
   KFAEnvConfigBashParser::ParameterParserGet parser(record, *envParser());
   std::string value;
   const int result = parser.get(key, value);
@@ -25,19 +30,13 @@ std::string readBack(const std::string& text, const std::string& key) {
   return result == 0 ? value : std::to_string(result);
 }
 
-struct ValueRow {
-  const char* key;
-  const char* line;
-  const char* written;
-};
-
-const ValueRow kValues[] = {
+// Key, text of the file, and what the key is written as.
+const std::tuple<const char*, const char*, const char*> kValues[] = {
     // Flags: yes in any case, everything else is no.
     {"onboot", "ONBOOT=Yes", "yes"},
     {"onboot", "ONBOOT=1", "no"},
     {"onboot", "ONBOOT=", "no"},
     {"onboot", "OnBoot=yes\nONBOOT=no", "no"},
-    {"disabled", "DISABLED=yes", "yes"},
     {"disabled", "", "(none)"},
     // Texts.
     {"hostname", "HOSTNAME=", "(none)"},
@@ -45,9 +44,7 @@ const ValueRow kValues[] = {
     {"description", "DESCRIPTION='Köln; \"west\"'", "Köln; \"west\""},
     {"ve_root", "VE_ROOT=", ""},
     {"ve_root", "VE_ROOT=\"/srv/$VEID/${VEID}\"", "/srv/$VEID/${VEID}"},
-    {"platform", "PLATFORM=linux", "linux"},
     {"platform", "PLATFORM=", ""},
-    {"uuid", "", "(none)"},
     // Templates and distributions.
     {"ostemplate", "OSTEMPLATE=redhat-el5-x86/1.0", "redhat-el5-x86/1.0"},
     {"ostemplate", "OSTEMPLATE=name/", "name"},
@@ -66,9 +63,7 @@ const ValueRow kValues[] = {
     {"ve_type", "VE_TYPE=repair", "repair:0"},
     {"ve_type", "VE_TYPE=repair:x", "repair:0"},
     {"ve_type", "VE_TYPE=temporary", "regular"},
-    {"ve_type", "VE_TYPE=anything", "regular"},
     // The architecture: the first one stays, unless TECHNOLOGIES names one.
-    {"arch", "ARCH=x86", "x86"},
     {"arch", "ARCH=i386", "x86"},
     {"arch", "ARCH=x86\nARCH=x86_64", "x86"},
     {"arch", "TECHNOLOGIES='nptl x86_64 x86'\nARCH=ia64", "x86_64"},
@@ -81,76 +76,59 @@ const ValueRow kValues[] = {
     {"netif", "NETIF='ifname=venet0'", "ifname=venet0,network=,mac=,nettype=bridged,dhcp=no"},
     // Resources: a pair, a number, a fraction.
     {"numproc", "NUMPROC=100:200", "100:200"},
-    {"numproc", "NUMPROC=200", "200"},
     {"numproc", "NUMPROC=' 7x:+8'", "7:8"},
     {"numproc", "NUMPROC=plenty", "0"},
     {"numproc", "NUMPROC=1:2:3", "1:2"},
     {"numproc", "NUMPROC=1:2\nNumProc=3:4", "3:4"},
-    {"numproc", "", "(none)"},
     {"cpuweight", "CPUWEIGHT=-5", "-5"},
     {"cpulimit", "CPULIMIT=1.5", "1.5"},
     {"cpulimit", "CPULIMIT=12.345", "12.34"},
     {"cpulimit", "CPULIMIT=-0.999", "-0.99"},
-    {"cpulimit", "CPULIMIT=150", "150"},
     {"cpulimit", "CPULIMIT=1e30", "(none)"},
     {"cpulimit", "CPULIMIT=nan", "(none)"},
     {"onbot", "ONBOT=yes", "-1001"},
 };
 
 TEST(EnvConfigBashParser, ConvertsValues) {
-  for (const ValueRow& row : kValues)
-    EXPECT_EQ(readBack(row.line, row.key), row.written) << row.line;
+  for (const auto& [key, text, written] : kValues)
+    EXPECT_EQ(readBack(text, key), written) << text;
 }
 
-struct DeviceRow {
-  const char* text;
-  const char* addresses;  // of the completed venet0
-  bool dhcp;
-  const char* servers;
-};
-
+// Of the completed venet0: addresses, "dhcp", "|" and name servers.
 TEST(EnvConfigBashParser, CompletesTheHostRoutedDevice) {
-  const DeviceRow rows[] = {
-      {"", "", false, ""},
-      {"IP_ADDRESS='10.0.0.1 10.0.0.2/24'", "10.0.0.1 10.0.0.2/24 ", false, ""},
-      {"IP_ADDRESS=dhcp", "", true, ""},
-      {"IP_ADDRESS='10.0.0.1 dhcp'", "", true, ""},
-      {"IP_ADDRESS=10.0.0.1\nNAMESERVER='1.1.1.1 2.2.2.2'", "10.0.0.1 ", false, "1.1.1.1 2.2.2.2 "},
-      {"NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1", "10.0.0.1 ", false, ""},
+  const std::pair<std::string, std::string> rows[] = {
+      {"", "|"},
+      {"IP_ADDRESS='10.0.0.1 10.0.0.2/24'", "10.0.0.1 10.0.0.2/24 |"},
+      {"IP_ADDRESS=dhcp", "dhcp|"},
+      {"IP_ADDRESS='10.0.0.1 dhcp'", "dhcp|"},
+      {"IP_ADDRESS=10.0.0.1\nNAMESERVER='1.1.1.1 2.2.2.2'", "10.0.0.1 |1.1.1.1 2.2.2.2 "},
+      {"NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1", "10.0.0.1 |"},
   };
-  for (const DeviceRow& row : rows) {
-    std::istringstream in(row.text);
-    KFAEnvConfig record;
-    ASSERT_EQ(envParser()->getConfig(in, record), 0);
+  for (const auto& [content, expected] : rows) {
     KFAEnvConfig::NetVEths devices;
-    ASSERT_EQ(record.getNetVEths(devices), 0);
-    ASSERT_FALSE(devices.getValue().empty()) << row.text;
+    ASSERT_EQ(read(content).getNetVEths(devices), 0);
+    ASSERT_FALSE(devices.getValue().empty()) << content;
     const KFA::KFANetVEth& device = devices.getValue().back();
-    std::string addresses;
+    std::string text;
     for (const auto& address : device.getIPAddresses())
-      addresses += address.toString() + " ";
-    std::string servers;
+      text += address.toString() + " ";
+    text += device.getDHCP() ? "dhcp|" : "|";
     for (const std::string& server : device.getNameServers())
-      servers += server + " ";
+      text += server + " ";
+    EXPECT_EQ(text, expected) << content;
     EXPECT_EQ(device.getName(), "venet0");
     EXPECT_TRUE(device.getHostRouted());
-    EXPECT_EQ(addresses, row.addresses) << row.text;
-    EXPECT_EQ(device.getDHCP(), row.dhcp) << row.text;
-    EXPECT_EQ(servers, row.servers) << row.text;
   }
 }
 
 TEST(EnvConfigBashParser, SetsTypeAndResourcesEvenWhenThereAreNone) {
-  std::istringstream in("# nothing\n");
-  KFAEnvConfig record;
-  ASSERT_EQ(envParser()->getConfig(in, record), 0);
+  const KFAEnvConfig record = read("# nothing\n");
   KFAEnvConfig::Text type;
   KFAEnvConfig::QoSes qoses;
   EXPECT_EQ(record.getType(type), 0);
   EXPECT_EQ(type.getValue(), "kelvarium");
   EXPECT_EQ(record.getQoSes(qoses), 0);
-  EXPECT_TRUE(qoses.isSpecified());
-  EXPECT_TRUE(qoses.getValue().empty());
+  EXPECT_TRUE(qoses.isSpecified() && qoses.getValue().empty());
 }
 
 TEST(EnvConfigBashParser, StopsAtAMalformedLine) {
@@ -211,14 +189,11 @@ std::string write(const KFAEnvConfig& record, const std::string& existing) {
 }
 
 TEST(EnvConfigBashParser, PutsTheAddressesOfTheFirstHostRoutedDeviceIntoIpAddress) {
-  std::istringstream in("IP_ADDRESS='10.0.0.1 10.0.0.2'\n");
-  KFAEnvConfig record;
-  ASSERT_EQ(envParser()->getConfig(in, record), 0);
-  EXPECT_EQ(write(record, ""), "IP_ADDRESS=\"10.0.0.1 10.0.0.2\"\nNETIF=\"\"\n");
+  EXPECT_EQ(write(read("IP_ADDRESS='10.0.0.1 10.0.0.2'\n"), ""),
+            "IP_ADDRESS=\"10.0.0.1 10.0.0.2\"\nNETIF=\"\"\n");
 
-  std::istringstream routed("NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1\n");
-  KFAEnvConfig other;
-  ASSERT_EQ(envParser()->getConfig(routed, other), 0);
+  const KFAEnvConfig other =
+      read("NETIF='ifname=eth0,nettype=host-routed,ip=10.1.0.1'\nIP_ADDRESS=10.0.0.1\n");
   EXPECT_EQ(write(other, "IP_ADDRESS=10.0.0.1\n").substr(0, 22), "IP_ADDRESS=\"10.1.0.1\"\n");
   // The record itself is as it was.
   KFAEnvConfig::Addresses addresses;
@@ -228,12 +203,6 @@ TEST(EnvConfigBashParser, PutsTheAddressesOfTheFirstHostRoutedDeviceIntoIpAddres
 
 TEST(EnvConfigBashParser, TellsWhichKeysDiffer) {
   const std::string text = contentOf(KFA_SOURCE_DIR "/examples/node/conf/110.conf");
-  const auto read = [](const std::string& content) {
-    std::istringstream in(content);
-    KFAEnvConfig record;
-    EXPECT_EQ(envParser()->getConfig(in, record), 0);
-    return record;
-  };
   const KFAEnvConfig before = read(text);
   Changes changes;
   EXPECT_EQ(envParser()->diffConfig(before, before, changes), 0);
@@ -252,10 +221,7 @@ TEST(EnvConfigBashParser, WritingARecordOverItsFileSettles) {
   for (const auto& path : exampleFiles()) {
     std::string text = contentOf(path);
     for (int pass = 0; pass < 2; ++pass) {
-      std::istringstream in(text);
-      KFAEnvConfig record;
-      ASSERT_EQ(envParser()->getConfig(in, record), 0) << path;
-      const std::string written = write(record, text);
+      const std::string written = write(read(text), text);
       if (pass == 1) {
         EXPECT_EQ(written, text) << path;
       }

@@ -52,7 +52,6 @@ TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
       {"OFFLINE_SERVICE=\n", {true, false, false}, "a"},
       {"OFFLINE_SERVICE=b\n", {false, true, false}, "b"},
       {"OFFLINE_SERVICE='b a other'\n", {true, true, false}, "a b"},
-      {"OFFLINE_SERVICE=other\n", {false, false, false}, ""},
       {"OFFLINE_SERVICE='a  b'\n", {true, true, true}, "a b "},
       {"OFFLINE_SERVICE=' '\n", {false, false, true}, ""},
       {"OFFLINE_SERVICE='A\tb'\n", {false, false, false}, ""},
@@ -75,7 +74,6 @@ TEST(KFAKFConfigBashParser, OrderOfKeys) {
     const char* written;
   } rows[] = {
       {{}, "LOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
-      {{{"lockdir", ""}, {"template", ""}}, "LOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
       {{{"z", "1"}}, "Z=\"1\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
       {{{"z", "1"}, {"lockdir", ""}, {"m", "2"}, {"a", "3"}, {"offline_service", "gone"}},
        "A=\"3\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\nM=\"2\"\nZ=\"1\"\n"},

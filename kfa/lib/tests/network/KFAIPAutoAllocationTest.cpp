@@ -25,7 +25,6 @@ TEST(KFAIPAutoAllocation, CompletesWhatADeviceLacks) {
       {false, "", "", "fe80::1", "", "fe80::1"},
       {false, "10.0.0.9", "", "fe80::1", "10.0.0.9", "fe80::1"},
       {false, "", "fe80::9", "fe80::1", "", "fe80::9"},
-      {false, "", "", "::1", "", "::1"},
       {false, "", "", "::ffff:10.0.0.1", "", "::ffff:10.0.0.1"},
       {true, "", "", "::10.0.0.1", "", ""},
       {true, "", "", "fe80::1", "", ""},

@@ -3,6 +3,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <KFLCommon/KFLError.h>
@@ -57,20 +58,15 @@ TEST(ValidateQoSes, ConfigurationWithoutParametersIsRefused) {
 }
 
 TEST(ValidateQoSes, MemoryMode) {
-  struct Row {
-    const char* mode;
-    bool hasLimit;
-    const char* expected;
-  };
   const char* const evaluated = "0; 1 0 comment 1:";
-  const Row rows[] = {
+  const std::tuple<const char*, bool, const char*> rows[] = {
       {"", true, evaluated},    {"", false, evaluated},     {"slm", true, "0"}, {"SLM", true, "0"},
       {"Slm", false, "1"},      {"all", true, "0"},         {"All", true, "0"}, {"ALL", false, evaluated},
       {"ubc", true, evaluated}, {"slm ", false, evaluated},
   };
-  for (const Row& row : rows) {
-    const std::set<KFLQoS> qoses = {qosOf(row.hasLimit ? "slmmemorylimit" : "weight", {}, 5)};
-    EXPECT_EQ(validate(configOf(qoses, row.mode), {"0"}), row.expected) << row.mode << " " << row.hasLimit;
+  for (const auto& [mode, hasLimit, expected] : rows) {
+    const KFLQoS qos = qosOf(hasLimit ? "slmmemorylimit" : "weight", {}, 5);
+    EXPECT_EQ(validate(configOf({qos}, mode), {"0"}), expected) << mode << " " << hasLimit;
   }
 }
 

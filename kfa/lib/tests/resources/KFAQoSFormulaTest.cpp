@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
-#include <cstdio>
 #include <cstring>
 
 #include <functional>
 #include <limits>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,18 +28,17 @@ std::string dumpTokens(const std::string& text) {
     KFAQVTermType term;
     std::string word = "left alone";
     if (get_token(&cursor, &term, word) != 0) return dump + "!" + std::to_string(cursor - text.c_str());
-    if (term.kind == KFAQVTermOperator) {
-      EXPECT_EQ(word, "left alone");
-      dump += "#" + std::to_string(term.value);
-      if (term.value != kOperatorEnd) {
-        dump += ' ';
-        continue;
-      }
-      EXPECT_EQ(cursor, text.c_str() + std::strlen(text.c_str()) + 1);
-      return dump;
+    if (term.kind != KFAQVTermOperator) {
+      dump += (term.kind == KFAQVTermParameter ? "n:" : "d:") + word + " ";
+      continue;
     }
-    dump += (term.kind == KFAQVTermParameter ? "n:" : "d:") + word + " ";
+    EXPECT_EQ(word, "left alone");
+    dump += "#" + std::to_string(term.value);
+    if (term.value == kOperatorEnd) break;
+    dump += ' ';
   }
+  EXPECT_EQ(cursor, text.c_str() + std::strlen(text.c_str()) + 1);
+  return dump;
 }
 
 // Rows "FORMULA -> RESULT".
@@ -110,53 +107,17 @@ TEST(QoSFormula, TermsAreEncoded) {
 
 TEST(QoSFormula, NumbersAreSinglePrecisionAndTruncated) {
   const FormulaNames names;
-  expectRows({"0 -> 0", "00012 -> 12", "1.5 -> 1", "1. -> 1", "10kb -> 10240", "3KB -> 3072",
-              "0.5MB -> 524288", "1.kB -> 1024", "1.1kb -> 1126",
-              // The edges of a float and of an int.
-              "16777217 -> 16777216", "2147483520 -> 2147483520", "2147483647 -> -2147483648",
-              "9999999999 -> -2147483648", "2047mb -> 2146435072", "2048mb -> -2147483648",
-              // The other forms of the C library.
-              "1e39 -> -2147483648", "1e3kb -> 1024000", "0x1p4 -> 16", "0xAmb -> 10485760", "0x1b -> 27"},
-             [&](const std::string& formula) { return names.compile(formula); });
-}
-
-// The value of a number token as the C library scans it; "-" when it is none.
-std::string scanNumber(const std::string& text) {
-  const int length = static_cast<int>(text.size());
-  float number = 0;
-  float multiplier = 1;
-  char suffix[3] = "";
-  int end = -1;
-  if (std::sscanf(text.c_str(), "%f%n", &number, &end) != 1 || end != length) {
-    end = -1;
-    if (std::sscanf(text.c_str(), "%f%2s%n", &number, suffix, &end) != 2 || end != length) return "-";
-    if (strcasecmp(suffix, "kb") == 0) {
-      multiplier = 1024;
-    } else if (strcasecmp(suffix, "mb") == 0) {
-      multiplier = 1048576;
-    } else {
-      return "-";
-    }
-  }
-  const float product = multiplier * number;
-  return std::to_string(product < 2147483648.0F ? static_cast<int>(product) : kLeastInt);
-}
-
-TEST(QoSFormula, NumbersAreThoseOfTheCLibrary) {
-  const FormulaNames names;
-  std::mt19937 random(1);
-  const std::string alphabet = "0123456789012345678901234567890123456789....eExXpPkKmMbBaf";
   // Whatever the program's locale, the point is a point.
-  const bool hasComma = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
-  for (int i = 0; i < 20000; ++i) {
-    std::string text(1, alphabet[random() % 40]);
-    for (std::size_t left = random() % 10; left > 0; --left)
-      text += alphabet[random() % alphabet.size()];
-    if (random() % 4 == 0) text += random() % 2 == 0 ? "kb" : "MB";
-    if (hasComma) std::setlocale(LC_ALL, "C");
-    const std::string expected = scanNumber(text);
-    if (hasComma) std::setlocale(LC_ALL, "de_DE.UTF-8");
-    EXPECT_EQ(names.compile(text).substr(0, expected == "-" ? 1 : std::string::npos), expected) << text;
+  for (const char* const locale : {"C", "de_DE.UTF-8"}) {
+    if (std::setlocale(LC_ALL, locale) == nullptr) continue;
+    expectRows({"0 -> 0", "00012 -> 12", "1.5 -> 1", "1. -> 1", "10kb -> 10240", "3KB -> 3072",
+                "0.5MB -> 524288", "1.kB -> 1024", "1.1kb -> 1126",
+                // The edges of a float and of an int.
+                "16777217 -> 16777216", "2147483520 -> 2147483520", "2147483647 -> -2147483648",
+                "9999999999 -> -2147483648", "2047mb -> 2146435072", "2048mb -> -2147483648",
+                // The other forms of the C library.
+                "1e39 -> -2147483648", "1e3kb -> 1024000", "0x1p4 -> 16", "0xAmb -> 10485760", "0x1b -> 27"},
+               [&](const std::string& formula) { return names.compile(formula); });
   }
   std::setlocale(LC_ALL, "C");
 }
@@ -187,61 +148,6 @@ TEST(QoSFormula, RefusalsNameThePlace) {
       EXPECT_NE(refusal.find(reason), std::string::npos) << formula << ": " << refusal;
     }
   }
-}
-
-// The conversion once more, over texts of tokens: the postfix form, empty for a refusal.
-std::string convertPlainly(const std::vector<std::string>& tokens) {
-  const auto priority = [](const std::string& text) {
-    for (const KFAQVOperator& row : KFAQVOperator::table())
-      if (row.text == text) return row.priority;
-    return -1;
-  };
-  std::vector<std::string> out, stack;
-  for (std::size_t i = 0; i <= tokens.size(); ++i) {
-    const std::string token = i < tokens.size() ? tokens[i] : "dummy";
-    if (token == "a" || token == "b") {
-      out.push_back(token + ".soft");
-    } else if (token == "(") {
-      stack.push_back(token);
-    } else {
-      while (!stack.empty() && priority(token) <= priority(stack.back())) {
-        out.push_back(stack.back());
-        stack.pop_back();
-      }
-      if (token == ")") {
-        if (stack.empty()) return "";
-        stack.pop_back();
-      }
-      stack.push_back(token);
-    }
-  }
-  int values = 0;
-  std::string text;
-  for (const std::string& term : out) {
-    if (term == "(") return "";
-    values += term.size() > 2 ? 1 : -1;
-    if (values < 1) return "";
-    text += (text.empty() ? "" : " ") + term;
-  }
-  return values == 1 ? text : "";
-}
-
-TEST(QoSFormula, AnyOrderOfTokensConvertsAsTheRulesSay) {
-  const FormulaNames names;
-  const std::vector<std::string> words = {"a", "b", "a", "b", "+", "*", "<=", "&&", "(", ")"};
-  std::mt19937 random(2);
-  int accepted = 0;
-  for (int i = 0; i < 50000; ++i) {
-    std::vector<std::string> tokens(1 + random() % 9);
-    std::string formula;
-    for (std::string& token : tokens)
-      formula += (token = words[random() % words.size()]) + " ";
-    const std::string expected = convertPlainly(tokens);
-    const std::string compiled = names.compile(formula);
-    EXPECT_EQ(compiled[0] == '-' ? "" : compiled, expected) << formula;
-    accepted += expected.empty() ? 0 : 1;
-  }
-  EXPECT_GT(accepted, 1000);
 }
 
 TEST(QoSFormula, LongFormulasTakeNoLongTime) {

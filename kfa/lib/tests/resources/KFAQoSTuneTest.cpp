@@ -60,18 +60,14 @@ TEST_F(QoSTune, IndexFollowsTheVocabulary) {
 }
 
 TEST_F(QoSTune, RefusedVocabularies) {
-  const std::string noFormulas = "can not read FORMULAE";
+  const std::string tooMany = " in formulas initialization: formulas can tell 99 parameters apart";
   EXPECT_EQ(refusal(nullptr), "invalid vocabulary");
   EXPECT_EQ(refusal(vocabularyOf({}, {"1"})), "can not read QOS from vocabulary");
-  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {})), noFormulas);
-  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}, {"a", 2}}, {"1"})),
-            "double index 'a' in formulas initialization");
+  EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {})), "can not read FORMULAE");
   EXPECT_EQ(refusal(vocabularyOf({{"QOS", 1}}, {"1"})), "double index 'QOS' in formulas initialization");
   EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {"a", "a < e"})), "can not parse formula: a < e");
-  EXPECT_EQ(refusal(vocabularyOf(manyParameters(200), {"1"})),
-            "no index for 'p99' in formulas initialization: formulas can tell 99 parameters apart");
-  EXPECT_EQ(refusal(vocabularyOf(manyParameters(99), {"1"})),
-            "no index for 'QOS' in formulas initialization: formulas can tell 99 parameters apart");
+  EXPECT_EQ(refusal(vocabularyOf(manyParameters(200), {"1"})), "no index for 'p99'" + tooMany);
+  EXPECT_EQ(refusal(vocabularyOf(manyParameters(99), {"1"})), "no index for 'QOS'" + tooMany);
   KFAQVTune most(config_, vocabularyOf(manyParameters(98), {"QOS.hard >= p97.hard"}));
   EXPECT_EQ(most.init(), 0) << getErrorMessage();
 

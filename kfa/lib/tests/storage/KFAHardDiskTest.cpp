@@ -1,39 +1,16 @@
 // Disks and disk lists: what is written, what reading needs, which list a message becomes.
 #include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <KFAFunctionality/storage/KFAHardDisk.h>
-#include <KFLMessage/KFLMessage.h>
+
+#include "../Records.h"
 
 namespace {
 
 namespace HardDisk = KFA::HardDisk;
 using HardDisk::List::Images;
-using KFL::KFLMessage;
 
 constexpr const char* kGUID = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
-
-template <class Record>
-std::vector<std::string> elementsOf(const Record& record) {
-  KFLMessage message;
-  auto it = message.getIterator();
-  EXPECT_EQ(it.putObj(record), 0);
-  std::vector<std::string> names;
-  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
-    names.emplace_back(it.getName());
-  return names;
-}
-
-template <class Record>
-int readFrom(const std::string& content, Record& record) {
-  KFLMessage message;
-  EXPECT_EQ(message.parse("<d>" + content + "</d>"), 0) << content;
-  return message.getIterator().getObj(record);
-}
-
-using Names = std::vector<std::string>;
 
 TEST(HardDisk, WhatIsWritten) {
   EXPECT_EQ(elementsOf(HardDisk::Zloop(1, false)), (Names{"size"}));
@@ -82,7 +59,7 @@ TEST(HardDiskList, TagChoosesTheClass) {
                            "' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:type='";
   for (const auto& row : rows) {
     SCOPED_TRACE(row.tag);
-    KFLMessage message;
+    KFL::KFLMessage message;
     ASSERT_EQ(message.parse(head + row.tag + "'>" + row.content + "</l>"), 0);
     boost::shared_ptr<HardDisk::List::Base> list;
     const KFL::KFLReaderDerived<HardDisk::List::Base> reader(true);
@@ -93,23 +70,6 @@ TEST(HardDiskList, TagChoosesTheClass) {
       EXPECT_EQ(list->accept(naming), row.kind);
     }
   }
-}
-
-TEST(HardDiskList, WrittenThroughItsBaseReadsBack) {
-  HardDisk::Zloop image(10, false);
-  image.setGUID(KFL::KFLGUID(kGUID));
-  const Images<HardDisk::Zloop> images({image, HardDisk::Zloop(20, true)});
-  const HardDisk::List::Base& list = images;
-  KFLMessage message;
-  auto it = message.getIterator();
-  ASSERT_EQ(it.putObject(list, KFL::KFLWriterDerived<HardDisk::List::Base>(), "disk_list"), 0);
-  boost::shared_ptr<HardDisk::List::Base> back;
-  ASSERT_EQ(it.getObject(back, KFL::KFLReaderDerived<HardDisk::List::Base>(), "disk_list"), 0);
-  const auto* read = dynamic_cast<const Images<HardDisk::Zloop>*>(back.get());
-  ASSERT_NE(read, nullptr);
-  ASSERT_EQ(read->getImages().size(), 2U);
-  EXPECT_EQ(read->getImages()[0].getGUID().toString(), kGUID);
-  EXPECT_EQ(read->getImages()[1].getSize(), 20);
 }
 
 }  // namespace

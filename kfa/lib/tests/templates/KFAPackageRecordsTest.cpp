@@ -1,37 +1,13 @@
 // Package and template records: what they write, and what makes reading fail.
 #include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <KFAFunctionality/templates/KFAPackage.h>
 #include <KFAFunctionality/templates/KFAPackageKFTemplateStd.h>
 #include <KFAFunctionality/templates/KFATemplateConfigInfo.h>
-#include <KFLMessage/KFLMessage.h>
+
+#include "../Records.h"
 
 namespace {
-
-using KFL::KFLMessage;
-
-template <class Record, class Reader = typename Record::Reader>
-int readFrom(const std::string& content, Record& record, const Reader& reader = Reader()) {
-  KFLMessage message;
-  EXPECT_EQ(message.parse("<r>" + content + "</r>"), 0) << content;
-  return message.getIterator().getObject(record, reader);
-}
-
-template <class Record, class Writer = typename Record::Writer>
-std::vector<std::string> elementsOf(const Record& record, const Writer& writer = Writer()) {
-  KFLMessage message;
-  auto it = message.getIterator();
-  EXPECT_EQ(it.putObject(record, writer), 0);
-  std::vector<std::string> names;
-  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
-    names.emplace_back(it.getName());
-  return names;
-}
-
-using Names = std::vector<std::string>;
 
 TEST(KFATemplate, NameMustBeThere) {
   KFA::KFATemplate what("former", "9");
@@ -43,13 +19,12 @@ TEST(KFATemplate, NameMustBeThere) {
 
 TEST(KFAPackage, NestedPackagesStandUnderTheirText) {
   KFA::KFAPackage package;
-  EXPECT_EQ(readFrom("<package><name>b</name><version>2</version></package><package><name>a</name></package>"
-                     "<name>top</name>",
-                     package),
-            0);
+  const std::string nested =
+      "<package><name>b</name><version>2</version></package><package><name>a</name></package>";
+  EXPECT_EQ(readFrom(nested + "<name>top</name>", package), 0);
   Names keys;
-  for (const auto& [key, nested] : package.getPackages())
-    keys.push_back(key);
+  for (const auto& entry : package.getPackages())
+    keys.push_back(entry.first);
   EXPECT_EQ(keys, (Names{"a", "b/2"}));
   EXPECT_EQ(
       readFrom("<package><version>1</version></package><installed>true</installed><name>top</name>", package),
@@ -111,23 +86,16 @@ TEST(KFAPackageKFTemplate, BaseMustBeReadAndTechnologiesAreReplaced) {
             (Names{"name", "architecture", "kind", "os_template", "is_cached", "uptodate"}));
 }
 
-// The most derived class names the type; its elements and the base's keep their own namespaces.
+// The elements of the derived class and of its base keep their own namespaces.
 TEST(KFAPackageKFTemplate, NamespacesOfDerivedAndBase) {
-  KFLMessage message;
+  KFL::KFLMessage message;
   auto it = message.getIterator();
-  const KFA::KFAPackageKFTemplateStd record;
-  ASSERT_EQ(
-      it.putObject(static_cast<const KFL::KFLPackage&>(record), KFL::KFLWriterDerived<KFL::KFLPackage>()), 0);
-  EXPECT_EQ(it.getTypeTag(), "package_std_kftemplateType");
-  EXPECT_EQ(it.getTypeNamespace(), KFA::kTypesURI);
-  const struct {
-    const char* name;
-    const char* uri;
-  } rows[] = {
+  ASSERT_EQ(it.putObj(KFA::KFAPackageKFTemplateStd()), 0);
+  const std::pair<const char*, std::string> rows[] = {
       {"name", KFL::kTypesNamespaceURI}, {"uptodate", KFA::kTypesURI}, {"is_standard", KFA::kTypesURI}};
-  for (const auto& row : rows) {
-    ASSERT_EQ(it.findChild(row.name), 0) << row.name;
-    EXPECT_EQ(it.getNamespace(), row.uri) << row.name;
+  for (const auto& [name, uri] : rows) {
+    ASSERT_EQ(it.findChild(name), 0) << name;
+    EXPECT_EQ(it.getNamespace(), uri) << name;
     it.leaveChild();
   }
 }

@@ -67,7 +67,6 @@ TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
   EXPECT_EQ(cache->getPath(), path());
   const KFLEID user = KFLEID::generate();
   KFATemplateObject object = makeTemplate("nginx");
-  object.setTechnologyList({"nptl", "x86_64"});
   object.setEnvironments({user});
   ASSERT_EQ(cache->putTemplate(object), 0) << KFL::getErrorMessage();
 
@@ -75,18 +74,18 @@ TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
   if (child == 0) {
     const auto there = KFATemplateCachePrototype::createInstance();
     KFATemplateObject found;
-    const bool same =
-        there && there->find(object.getStringID(), found) == 0 && found.getEnvironments().count(user) == 1 &&
-        found.getTechnologyList() == object.getTechnologyList() && found.getOS().getValue() == "debian";
+    const bool same = there && there->find(object.getStringID(), found) == 0 &&
+                      found.getEnvironments().count(user) == 1 && found.getOS().getValue() == "debian";
     _exit(same && there->putTemplate(makeTemplate("child")) == 0 ? 0 : 1);
   }
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
   KFATemplateObject found;
-  EXPECT_EQ(cache->find("child.app.x86_64.debian.1.2", found), 0);
-  EXPECT_EQ(cache->remove("child.app.x86_64.debian.1.2"), 0);
-  EXPECT_EQ(cache->find("child.app.x86_64.debian.1.2", found), 1);
+  const std::string id = makeTemplate("child").getStringID();
+  EXPECT_EQ(cache->find(id, found), 0);
+  EXPECT_EQ(cache->remove(id), 0);
+  EXPECT_EQ(cache->find(id, found), 1);
 }
 
 TEST_F(KFATemplateCache, AFileAtFaultIsReplaced) {

@@ -40,11 +40,9 @@ TEST(KFATemplate, TextForm) {
       {"name/", "name", "", "name"},
       {"/1.0", "", "1.0", ""},
       {"/", "", "", ""},
-      {"", "", "", ""},
       {"a/b", "a", "", "a"},
       {"a/b/2", "a/b", "2", "a/b/2"},
       {"a/2/b", "a/2", "", "a/2"},
-      {"a//2", "a/", "2", "a//2"},
       {"a/ 2", "a", "", "a"},
       {"a/\xb2", "a", "", "a"},
       {"a/2 b", "a", "2 b", "a/2 b"},
@@ -55,7 +53,6 @@ TEST(KFADistribution, TextForm) {
   checkRows<KFADistribution>({
       {"a-b-2.0", "a-b", "2.0", "a-b-2.0"},
       {"centos-x86", "centos", "", "centos"},
-      {"foo-bar", "foo", "", "foo"},
       {"debian-12", "debian", "12", "debian-12"},
       {"debian/12", "debian/12", "", "debian/12"},
       {"-5", "", "5", ""},
@@ -67,10 +64,8 @@ TEST(KFAArchitectureSelector, ExactNamesAlone) {
   const KFA::KFAArchitectureSelector isSupported;
   for (const char* name : {"ia64", "x86", "x86_64"})
     EXPECT_TRUE(isSupported(name)) << name;
-  for (const char* name : {"X86_64", "i386", "", "x86_6", "x86_644", " x86"}) {
-    EXPECT_FALSE(isSupported(name)) << name;
-    EXPECT_FALSE(isSupported(std::string(name))) << name;
-  }
+  for (const char* name : {"X86_64", "i386", "", "x86_6", "x86_644", " x86"})
+    EXPECT_FALSE(isSupported(name) || isSupported(std::string(name))) << name;
   EXPECT_FALSE(isSupported(nullptr));
   EXPECT_FALSE(isSupported(std::string("x86\0", 4)));
 

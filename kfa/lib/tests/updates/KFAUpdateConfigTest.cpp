@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "UpdateMessages.h"
 
@@ -23,7 +24,7 @@ TEST(KFAUpdateServiceSettings, DayStandsAsItsName) {
       continue;
     }
     const std::string name =
-        day == 0 ? "" : "<check_period>" + std::string(days[day - 1]) + "</check_period>";
+        day == 0 ? "" : std::string("<check_period>") + days[day - 1] + "</check_period>";
     EXPECT_EQ(written(settings), name + interval);
     settings.setCheckDay(5);
     EXPECT_EQ(readFrom(name + interval, settings), 0);
@@ -43,16 +44,12 @@ TEST(KFAUpdateConfig, ReadersTakeAndRefuse) {
   using Service = KFAUpdateServiceSettings;
   using Proxy = KFAUpdateProxySettings;
   using Product = KFAUpdateProduct;
+  using Source = KFAUpdateInstallSource;
   const std::string url = "<url>u</url>";
   const std::string service = "<check_interval>1</check_interval>";
   const std::string typed = "<id>i</id><name>n</name>";
   const std::string disabled = typed + "<install_type>disabled</install_type>";
-  struct Row {
-    std::string (*read)(const std::string&);
-    std::string content;
-    std::string expected;
-  };
-  const Row rows[] = {
+  const std::tuple<std::string (*)(const std::string&), std::string, std::string> rows[] = {
       {readAndWritten<Service>, "", "refused"},
       {readAndWritten<Service>, "<check_interval>often</check_interval>", "refused"},
       {readAndWritten<Service>, "<check_period>Sunday</check_period>" + service, "refused"},
@@ -68,24 +65,23 @@ TEST(KFAUpdateConfig, ReadersTakeAndRefuse) {
       {readAndWritten<KFAUpdateConnection>, "<proxy><kind>direct</kind></proxy><repository>r</repository>",
        "<url/><repository>r</repository>"},
 
-      {readAndWritten<KFAUpdateInstallSource>, "<standard>s</standard>", "refused"},
-      {readAndWritten<KFAUpdateInstallSource>, "<value/>", "<value/>"},
+      {readAndWritten<Source>, "<standard>s</standard>", "refused"},
+      {readAndWritten<Source>, "<value/>", "<value/>"},
 
       {readAndWritten<Product>, "<name>n</name><install_type>manual</install_type>", "refused"},
       {readAndWritten<Product>, "<id>i</id><install_type>manual</install_type>", "refused"},
       {readAndWritten<Product>, typed, "refused"},
       {readAndWritten<Product>, typed + "<install_type>never</install_type>", "refused"},
       {readAndWritten<Product>, typed + "<install_type/>", disabled},
-      {readAndWritten<Product>, disabled + "<install_source><standard>s</standard></install_source>",
-       disabled},
+      {readAndWritten<Product>, disabled + "<install_source><standard/></install_source>", disabled},
 
       {readAndWritten<KFAUpdateConfig>, "", ""},
       {readAndWritten<KFAUpdateConfig>, "<product>" + typed + "</product>", "refused"},
       {readAndWritten<KFAUpdateConfig>, "<service_settings/><product>" + kProduct + "</product>",
        "<product>" + kProduct + "</product>"},
   };
-  for (const Row& row : rows)
-    EXPECT_EQ(row.read(row.content), row.expected) << row.content;
+  for (const auto& [read, content, expected] : rows)
+    EXPECT_EQ(read(content), expected) << content;
 }
 
 TEST(KFAUpdateConnectionSettings, AddressIsWrittenOnceMore) {
@@ -99,8 +95,7 @@ TEST(KFAUpdateConnectionSettings, AddressIsWrittenOnceMore) {
   EXPECT_EQ(written(settings), "<url>u</url>");
   // The first element counts, as it stands.
   EXPECT_EQ(readFrom("<url/><url>second</url>", settings), 0);
-  EXPECT_TRUE(settings.getUrl().isSpecified());
-  EXPECT_EQ(settings.getUrl().getValue(), "");
+  EXPECT_EQ(settings.getUrl(), KFAUpdateConnectionSettings::Text(""));
   EXPECT_EQ(readFrom("", settings), 0);
   EXPECT_FALSE(settings.getUrl().isSpecified());
 }

@@ -50,30 +50,26 @@ TEST(KFASystemUpdate, UnknownTypeFailsWithWhatIsAccepted) {
 // Whether there is a product is told by the mark of the summary.
 TEST(KFAWindowsSystemUpdate, ProductMarksTheSummary) {
   const struct {
-    const char* content;
-    bool hasSummary;
-    const char* summary;
-    const char* product;
-    const char* again;
+    const char *content, *summary, *product, *again;
   } rows[] = {
-      {"", false, "", "former", ""},
-      {"<product>p</product>", true, "", "p", "<summary/>"},
-      {"<summary>s</summary>", false, "s", "former", ""},
-      {"<summary>s</summary><product>p</product>", true, "s", "p", "<summary>s</summary>"},
+      {"", "", "former", ""},
+      {"<product>p</product>", "", "p", "<summary/>"},
+      {"<summary>s</summary>", "s", "former", ""},
+      {"<summary>s</summary><product>p</product>", "s", "p", "<summary>s</summary>"},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.content);
     KFAWindowsSystemUpdate update;
     KFAUpdate::Text former("former");
     former.setSpecified(false);
     update.setProduct(former);
     EXPECT_EQ(readFrom(row.content, update), 0);
-    EXPECT_EQ(update.getSummary().isSpecified(), row.hasSummary) << row.content;
-    EXPECT_EQ(update.getSummary().getValue(), row.summary) << row.content;
-    EXPECT_EQ(update.getProduct().getValue(), row.product) << row.content;
+    EXPECT_EQ(update.getSummary().getValue(), row.summary);
+    EXPECT_EQ(update.getProduct().getValue(), row.product);
     EXPECT_EQ(written(update), row.again);
     update.setProduct(std::string("set"));
     EXPECT_EQ(readFrom(row.content, update), 0);
-    EXPECT_TRUE(update.getProduct().isSpecified()) << row.content;
+    EXPECT_TRUE(update.getProduct().isSpecified());
   }
 }
 
@@ -81,18 +77,13 @@ TEST(KFATemplateUpdate, ElementsKeepTheirClass) {
   KFATemplateUpdate update;
   update.setAppTemplates({boost::make_shared<KFAOsTemplateUpdate>(),
                           boost::make_shared<KFAEzTemplateUpdate>(), boost::make_shared<KFAUpdate>()});
-  const std::string content = written(update);
-  EXPECT_EQ(content,
-            "<app_template xsi:type=\"os_template_updateType\"/>"
-            "<app_template xsi:type=\"ez_template_updateType\"/><app_template xsi:type=\"updateType\"/>");
+  const std::string content =
+      "<app_template xsi:type=\"os_template_updateType\"/><app_template xsi:type=\"ez_template_updateType\"/>"
+      "<app_template xsi:type=\"updateType\"/>";
+  EXPECT_EQ(written(update), content);
   KFAOsTemplateUpdate again;
   ASSERT_EQ(readFrom(content, again), 0);
-  ASSERT_EQ(again.getAppTemplates().size(), 3U);
-  for (std::size_t i = 0; i < 3; ++i) {
-    const KFAUpdate& before = *update.getAppTemplates()[i];
-    const KFAUpdate& after = *again.getAppTemplates()[i];
-    EXPECT_TRUE(typeid(before) == typeid(after)) << i;
-  }
+  EXPECT_EQ(written(again), content);
   EXPECT_EQ(readFrom("", again), 0);
   EXPECT_TRUE(again.getAppTemplates().empty());
 }

@@ -19,25 +19,18 @@ int readFrom(const std::string& content, Record& record) {
   return message.getIterator().getObj(record);
 }
 
-// The result of the writer, and the elements that it wrote.
+// The elements that the writer wrote, or its result.
 template <class Record>
-int writeTo(std::string& content, const Record& record) {
+std::string written(const Record& record) {
   KFLMessage message("r");
   KFLMessageIterator it = message.getIterator();
   it.setName("r", kUp2dateURI);
   const int result = it.putObj(record);
+  if (result != 0) return "result " + std::to_string(result);
   const std::string text = message.toString();
   const std::size_t from = text.find('>') + 1;
   const std::size_t to = text.rfind('<');
-  content = to < from ? "" : text.substr(from, to - from);
-  return result;
-}
-
-template <class Record>
-std::string written(const Record& record) {
-  std::string content;
-  const int result = writeTo(content, record);
-  return result == 0 ? content : "result " + std::to_string(result);
+  return to < from ? "" : text.substr(from, to - from);
 }
 
 }  // namespace KFA
