@@ -95,10 +95,8 @@ int KFLCacheFile::judge(OpenRules rules) {
 }
 
 int KFLCacheFile::judgeContents() {
-  bool isNew = false;
   if (!manager().isInitialized()) {
     manager().createFile(storage_->getSize());
-    isNew = true;
   } else if (const int code = manager().validateHeader(); code != 0) {
     setErrorMessage("%s is no valid cache file: %s", path_.c_str(),
                     code == kCacheInvalid ? "it is marked invalid" : "a word of its header is wrong");
@@ -114,7 +112,7 @@ int KFLCacheFile::judgeContents() {
   KFLSnapshotHead* const snapshot = unsafe_acquireSnapshot();
   if (snapshot == nullptr) return kCacheUnsound;
   KFL::decRef(snapshot->references);
-  if (isNew) storage_->syncMemory();
+  storage_->syncMemory();
   return 0;
 }
 
