@@ -1,5 +1,5 @@
 // kfactl: the library on the command line.
-#include "Cli.h"
+#include "terminal/Cli.h"
 
 namespace kfactl {
 

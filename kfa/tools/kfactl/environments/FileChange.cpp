@@ -1,0 +1,125 @@
+#include "environments/FileChange.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include <CLI/CLI.hpp>
+
+#include <KFLCommon/KFLError.h>
+
+#include "terminal/Diff.h"
+#include "terminal/Input.h"
+#include "terminal/Session.h"
+#include "terminal/Trouble.h"
+
+namespace kfactl {
+
+namespace {
+
+KFA::KFAConfigChanges changesOf(const std::vector<std::string>& arguments) {
+  KFA::KFAConfigChanges changes;
+  for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument) {
+    const std::size_t equals = argument->find('=');
+    if (equals == std::string::npos || equals == 0)
+      throw Trouble("'" + *argument + "' is no KEY=VALUE; write for example ONBOOT=yes");
+    changes.emplace_back(argument->substr(0, equals), argument->substr(equals + 1));
+  }
+  return changes;
+}
+
+// The library calls edits through its own interface, which knows results and error texts only.
+KFA::KFAConfigFile::Edit asLibraryEdit(const std::string& name, const FileChange::Edit& edit) {
+  return [name, edit](const std::string& before, std::string& after) {
+    try {
+      after = edit(name, before);
+      return 0;
+    } catch (const Trouble& trouble) {
+      KFL::setErrorMessage("%s", trouble.what());
+      return -1;
+    }
+  };
+}
+
+}  // namespace
+
+void FileChange::declare(CLI::App& app) {
+  app.add_flag("-n,--dry-run", dryRun_, "Change nothing; print the difference that it would make");
+  declareOutput(app);
+  app.add_option("--backup", how_.backupSuffix, "Keep the old content under the file's name with this suffix")
+      ->type_name("SUFFIX")
+      ->check([](const std::string& suffix) {
+        return std::string(suffix.empty() ? "an empty suffix names the file itself; write for example .old"
+                                          : "");
+      });
+  app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
+  app.add_flag("--force", options_.force, "Rewrite a file in which a quote or a line is left open");
+  app.add_flag("--hard-links", how_.hardLinks,
+               "Replace a file that has other hard links, which keep the old content");
+}
+
+void FileChange::declareOutput(CLI::App& app) {
+  app.add_option("-o,--output", output_, "Write the result to this file (- is standard output)")
+      ->type_name("FILE");
+}
+
+bool FileChange::isShown(const std::string& path) const {
+  return dryRun_ || isStandardStream(output_.empty() ? path : output_);
+}
+
+void FileChange::refuseBackup() const {
+  if (how_.backupSuffix.empty()) return;
+  throw Trouble(std::string("--backup has nothing to keep: ") +
+                (dryRun_ ? "--dry-run changes no file" : "standard output has no old content") +
+                "; leave it out");
+}
+
+void FileChange::apply(Session& session, const std::string& path, const Edit& edit) const {
+  if (isShown(path)) refuseBackup();
+  if (isShown(path) || isStandardStream(path)) {
+    const Input input = readInput(path);
+    const std::string after = edit(input.name, input.text);
+    if (dryRun_)
+      printUnifiedDiff(session.out(), input.name, input.text, after);
+    else
+      create(session, after);
+    return;
+  }
+  const KFA::KFAConfigFile file(path);
+  const KFA::KFAConfigFile::Edit libraryEdit = asLibraryEdit(path, edit);
+  must(output_.empty() ? file.update(libraryEdit, how_) : file.copyTo(output_, libraryEdit, how_));
+}
+
+void FileChange::merge(Session& session, const std::string& path, const Edit& edit) const {
+  FileChange change = *this;
+  if (output_.empty()) change.output_ = "-";
+  change.apply(session, path, edit);
+}
+
+void FileChange::setValues(Session& session, const KFA::KFAConfigRules& rules) const {
+  const KFA::KFAConfigChanges changes = changesOf(session.arguments());
+  if (session.format() != Format::Table && isShown(session.argument(0))) {
+    throw Trouble(std::string(dryRun_ ? "the difference" : "a configuration file") +
+                  " has no json or xml form; leave --format out");
+  }
+  apply(session, session.argument(0), [&](const std::string& name, const std::string& before) {
+    std::string after;
+    must(KFA::setConfigValues(rules, changes, options_, before, name, after));
+    return after;
+  });
+}
+
+void FileChange::create(Session& session, const std::string& text) const {
+  if (output_.empty() || isStandardStream(output_)) {
+    refuseBackup();
+    session.out().add(text);
+  } else if (dryRun_) {
+    refuseBackup();
+    std::error_code error;
+    const bool exists = std::filesystem::exists(output_, error);
+    printUnifiedDiff(session.out(), output_, exists ? readInput(output_).text : std::string(), text);
+  } else {
+    must(KFA::KFAConfigFile(output_).replace(text, how_));
+  }
+}
+
+}  // namespace kfactl

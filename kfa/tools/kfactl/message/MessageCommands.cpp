@@ -1,0 +1,255 @@
+// kfactl message: records as XML messages.
+#include <map>
+#include <memory>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <KFLCommon/KFLBashStr.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAMemoryStream.h>
+
+#include "environments/Elements.h"
+#include "environments/Environment.h"
+#include "environments/FileChange.h"
+#include "environments/RecordView.h"
+#include "message/MessageCheck.h"
+#include "terminal/Cli.h"
+#include "terminal/Document.h"
+#include "terminal/Trouble.h"
+
+namespace kfactl {
+
+namespace {
+
+using KFA::KFAEnvConfig;
+using Parser = KFA::KFAEnvConfigBashParser;
+
+// Calls visit(number, line) for each line, without its newline.
+template <class Visit>
+void eachLine(std::string_view text, Visit visit) {
+  for (std::size_t number = 1; !text.empty(); ++number) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    visit(number, text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
+// --- from-config ------------------------------------------------------------------------------------------------------
+
+// Names the first line whose value cannot stand in a message, where there is one.
+[[noreturn]] void refuseValues(const Parser& parser, const Input& input) {
+  const std::string reason = KFL::getErrorMessage();
+  eachLine(input.text, [&](std::size_t number, std::string_view view) {
+    const std::string text(view);
+    const KFL::KFLBashLine line = KFL::examineBashLine(text.c_str());
+    std::size_t bad = 0;
+    if (line.kind != KFL::KFLBashLine::Kind::Assignment || KFL::isUtf8(text, &bad) ||
+        !parser.isKey(KFL::toLower(std::string(line.name))) || text.c_str() + bad < line.value.data() ||
+        text.c_str() + bad >= line.value.data() + line.value.size())
+      return;
+    throw Trouble(input.name + ":" + std::to_string(number) + ":" + std::to_string(bad + 1) +
+                  ": the value of " + std::string(line.name) +
+                  " is not UTF-8, so it cannot stand in a message");
+  });
+  throw Trouble(input.name + ": " + reason);
+}
+
+int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
+  const Input input = readInput(session.argument(0));
+  const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
+  if (text.empty()) refuseValues(*session.environmentParser(), input);
+  change.create(session, text);
+  return kFine;
+}
+
+Action prepareFromConfig(CLI::App& app) {
+  struct Options {
+    std::string veid;
+    FileChange change;
+  };
+  const auto options = std::make_shared<Options>();
+  app.add_option("--veid", options->veid, "The environment's number, instead of that in the file's name")
+      ->type_name("NUMBER");
+  options->change.declareOutput(app);
+  return [options](Session& session) { return fromConfig(session, options->veid, options->change); };
+}
+
+// --- to-config --------------------------------------------------------------------------------------------------------
+
+KFAEnvConfig readConfiguration(const Input& input) {
+  KFL::KFLMessage message;
+  parseMessage(input, message);
+  const KFL::KFLMessageIterator root = message.getIterator();
+  const KFL::KFLFieldTable& fields = environmentFields();
+  const bool isTagged =
+      root.getTypeTag() == fields.typeTag() && root.getTypeNamespace() == fields.namespaceUri();
+  const bool isNamed = root.getTypeTag().empty() && root.getName() == "venv_config";
+  if (!isTagged && !isNamed) {
+    const std::string tag = root.getTypeTag().empty() ? "" : " of the type " + std::string(root.getTypeTag());
+    throw Trouble(elementText(
+        input.name, lineOfElement(input.text, 0), "/" + std::string(root.getName()),
+        "no configuration" + tag + "; an element with the type tag " + fields.typeTag() + " is wanted"));
+  }
+  const ElementFault fault = findFault(root, &fields, FaultScope::Any);
+  if (!fault.path.empty())
+    throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
+  KFAEnvConfig config;
+  if (KFAEnvConfig::Reader()(root, config) != 0) throw Trouble(input.name + ": the message cannot be read");
+  return config;
+}
+
+// A value stands between double quotes in a file that a shell sources.
+void refuseUnsafe(const Parser& parser, const KFAEnvConfig& config, const Input& input, bool allowUnsafe) {
+  KFAEnvConfig written(config);
+  Parser::updateIp(&written);
+  Parser::ParameterParserGet keys(written, parser);
+  std::string value;
+  std::string reason;
+  for (std::string key; keys.getNext(key, key) == KFA::kParameterDone;) {
+    if (keys.get(key, value) != KFA::kParameterDone || KFL::isBashSafe(value, &reason)) continue;
+    if (allowUnsafe && value.find('\n') == std::string::npos) continue;
+    throw Trouble(input.name + ": " + KFL::toUpper(key) + ": " + reason +
+                  "; a text that a shell reads back as it stands is wanted");
+  }
+}
+
+// What follows a line that is left open may not be a key.
+void refuseOpenLines(const std::string& name, std::string_view text) {
+  eachLine(text, [&](std::size_t number, std::string_view view) {
+    const std::string copy(view);
+    const KFL::KFLBashLine line = KFL::examineBashLine(copy.c_str());
+    if (line.kind != KFL::KFLBashLine::Kind::Malformed && !line.continues) return;
+    const std::string fault = line.describe();
+    throw Trouble(name + ":" + std::to_string(number) + ": " +
+                  (fault.empty() ? "the next line belongs to it" : fault) +
+                  "; mend the line, or give --force");
+  });
+}
+
+std::string writeConfiguration(const Parser& parser, const KFAEnvConfig& config,
+                               const std::string* existing) {
+  std::ostringstream out;
+  if (existing == nullptr) {
+    must(parser.putConfig(config, out, nullptr, false));
+  } else {
+    KFA::KFAMemoryStream stream(*existing);
+    must(parser.putConfig(config, out, &stream, true));
+  }
+  return std::move(out).str();
+}
+
+int toConfig(Session& session, const std::string& mergePath, const FileChange& change) {
+  const Input input = readInput(session.argument(0));
+  const auto parser = session.environmentParser();
+  const KFAEnvConfig config = withoutCompletion(*parser, readConfiguration(input));
+  refuseUnsafe(*parser, config, input, change.options().allowUnsafe);
+  if (mergePath.empty()) {
+    change.create(session, writeConfiguration(*parser, config, nullptr));
+    return kFine;
+  }
+  change.merge(session, mergePath, [&](const std::string& name, const std::string& before) {
+    if (!change.options().force) refuseOpenLines(name, before);
+    return writeConfiguration(*parser, config, &before);
+  });
+  return kFine;
+}
+
+Action prepareToConfig(CLI::App& app) {
+  struct Options {
+    std::string merge;
+    FileChange change;
+  };
+  const auto options = std::make_shared<Options>();
+  app.add_option("--merge", options->merge,
+                 "Keep the lines of this file, with new values for the record's keys")
+      ->type_name("FILE");
+  options->change.declare(app);
+  return [options](Session& session) { return toConfig(session, options->merge, options->change); };
+}
+
+// --- check ------------------------------------------------------------------------------------------------------------
+
+struct CheckOptions {
+  std::string record;
+  bool print = false;
+};
+
+void printWritten(Session& session, const Input& input, const KFL::KFLMessage& written) {
+  const std::string text = written.toPrettyString();
+  if (text.empty()) throwLibraryError(input.name);
+  session.out().add(text);
+}
+
+int check(Session& session, const CheckOptions& options) {
+  Document document = Document::array();
+  Troubles troubles;
+  int status = kFine;
+  for (const std::string& path : session.arguments()) {
+    troubles.collect([&] {
+      const Input input = readInput(path);
+      const MessageCheck checked = checkMessage(input, options.record);
+      if (!checked.findings.empty()) status = kFinding;
+      if (options.print) return printWritten(session, input, checked.written);
+      for (const auto& [line, element, text] : checked.findings) {
+        if (session.format() == Format::Table)
+          session.out().addLine(printable(elementText(input.name, line, element, text)));
+        else
+          document.push_back({{"file", input.name}, {"line", line}, {"element", element}, {"text", text}});
+      }
+    });
+  }
+  if (session.format() != Format::Table && !options.print)
+    printDocument(session, document, "findings", "finding");
+  troubles.finish();
+  return status;
+}
+
+Action prepareCheck(CLI::App& app) {
+  const auto options = std::make_shared<CheckOptions>();
+  app.add_option("--record", options->record,
+                 "The class name of the record, instead of the type tag of the root")
+      ->type_name("NAME");
+  app.add_flag("--print", options->print, "Print the message that the record writes, instead of findings");
+  return [options](Session& session) { return check(session, *options); };
+}
+
+constexpr Command kCommands[] = {
+    {"from-config", "FILE", "Print an environment's configuration file as an XML message",
+     "The number of the environment is that in the file's name (101.conf), unless --veid says otherwise.\n\n"
+     "Examples:\n"
+     "  kfactl message from-config 101.conf > 101.xml\n"
+     "  kfactl message from-config --veid 101 - < backup.conf",
+     prepareFromConfig, kTableOnly | 1U << static_cast<unsigned>(Format::Xml)},
+    {"to-config", "XML", "Print an XML message as an environment's configuration file",
+     "The whole record is written. With --merge the result is the file named there with the record's values; "
+     "it goes to\n"
+     "standard output unless --output says otherwise.\n\n"
+     "Examples:\n"
+     "  kfactl message to-config 101.xml\n"
+     "  kfactl message to-config 101.xml --merge 101.conf --output 101.conf\n"
+     "  kfactl message to-config 101.xml --merge 101.conf --dry-run",
+     prepareToConfig, kTableOnly},
+    {"check", "XML...", "Report what a record does not read, or does not keep, of a message",
+     "The record is found by the type tag of the root element. It is read and written again; what differs is "
+     "reported\n"
+     "with status 1, a message that cannot be read with status 2.\n\n"
+     "Examples:\n"
+     "  kfactl message check 101.xml\n"
+     "  kfactl message check --record KFATemplate template.xml\n"
+     "  kfactl message check --print 101.xml",
+     prepareCheck},
+};
+
+}  // namespace
+
+extern const Group messageGroup;
+const Group messageGroup{"message", "Records as XML messages", kCommands,
+                         "  kfactl message from-config 101.conf > 101.xml\n"
+                         "  kfactl message check 101.xml\n"
+                         "  kfactl message to-config 101.xml --merge 101.conf --output 101.conf"};
+
+}  // namespace kfactl

@@ -1,0 +1,85 @@
+// kfactl raw: any KEY="value" file as keys and texts.
+#include <map>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+
+#include "environments/FileChange.h"
+#include "terminal/Cli.h"
+#include "terminal/Input.h"
+#include "terminal/Trouble.h"
+#include "terminal/Values.h"
+
+namespace kfactl {
+
+namespace {
+
+using RawMap = std::map<std::string, std::string>;
+
+RawMap readMap(const std::string& path) {
+  const Input input = readInput(path);
+  RawMap values;
+  must(KFA::readConfigText(input.text, input.name, [&values](std::istream& in) {
+    return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+  }));
+  return values;
+}
+
+int get(Session& session) {
+  const RawMap values = readMap(session.argument(0));
+  if (session.arguments().size() == 1) {
+    printValues(session, Values(values.begin(), values.end()));
+    return kFine;
+  }
+  return printAskedValues(session, [&](const std::string& key, std::string& value) {
+    const auto found = values.find(key);
+    if (found == values.end()) return false;
+    value = found->second;
+    return true;
+  });
+}
+
+Action prepareSet(CLI::App& app) {
+  const auto change = std::make_shared<FileChange>();
+  change->declare(app);
+  return [change](Session& session) {
+    change->setValues(session, KFA::KFARawConfigRules());
+    return kFine;
+  };
+}
+
+constexpr Command kCommands[] = {
+    {"get", "FILE [KEY...]", "Print keys and values, or the values of the keys named",
+     "Prints lines KEY=\"value\" that a shell reads back as the same values, in the order of the keys. One "
+     "key alone:\n"
+     "its value as it is. JSON: an object from lower-case key to text. Of a key that stands twice, the first "
+     "counts.\n"
+     "Status 1 when the file lacks a key that was named.\n\n"
+     "Examples:\n"
+     "  kfactl raw get global.conf\n"
+     "  kfactl raw get global.conf LOCKDIR\n"
+     "  kfactl --format json raw get global.conf",
+     withoutOptions<get>},
+    {"set", "FILE KEY=VALUE...", "Give keys new values, with every other byte kept",
+     "Keys that the file lacks are appended in upper case. The file is replaced as a whole, or not at "
+     "all.\n\n"
+     "Examples:\n"
+     "  kfactl raw set global.conf LOCKDIR=/var/lock/kfa\n"
+     "  kfactl raw set --dry-run global.conf LOCKDIR=/var/lock/kfa\n"
+     "  kfactl raw set --backup .old global.conf LOGGING=yes LOG_LEVEL=2",
+     prepareSet},
+};
+
+}  // namespace
+
+extern const Group rawGroup;
+const Group rawGroup{"raw", "Any KEY=\"value\" file as keys and texts", kCommands,
+                     "  kfactl raw get global.conf LOCKDIR\n"
+                     "  kfactl raw set --dry-run global.conf LOCKDIR=/var/lock/kfa"};
+
+}  // namespace kfactl

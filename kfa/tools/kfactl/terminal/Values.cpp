@@ -1,0 +1,57 @@
+#include "terminal/Values.h"
+
+#include <set>
+
+#include <nlohmann/json.hpp>
+
+#include <KFLCommon/KFLText.h>
+
+#include "terminal/Document.h"
+#include "terminal/Session.h"
+
+namespace kfactl {
+
+void printValues(Session& session, const Values& values) {
+  if (session.format() == Format::Table) {
+    for (const auto& [key, value] : values)
+      session.out().addLine(assignment(key, value));
+    return;
+  }
+  // Straight into the list of members: the keys differ, and a million of them must not be searched one by one.
+  Document::object_t members;
+  std::vector<Document::object_t::value_type>& list = members;
+  for (const auto& [key, value] : values)
+    list.emplace_back(key, value);
+  const Document document(std::move(members));
+  printDocument(session, document, "values");
+}
+
+int printAskedValues(Session& session,
+                     const std::function<bool(const std::string& key, std::string& value)>& find) {
+  const auto& arguments = session.arguments();
+  Values found;
+  std::set<std::string> asked;
+  std::string missing;
+  for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument) {
+    const std::string key = KFL::toLower(*argument);
+    if (!asked.insert(key).second) continue;
+    std::string value;
+    if (find(key, value))
+      found.emplace_back(key, std::move(value));
+    else
+      missing += (missing.empty() ? "" : ", ") + KFL::toUpper(key);
+  }
+  if (arguments.size() == 2 && session.format() == Format::Table) {
+    if (!found.empty()) {
+      const std::string& value = found.front().second;
+      session.out().addLine(session.out().isTerminal() ? printable(value) : value);
+    }
+  } else {
+    printValues(session, found);
+  }
+  if (missing.empty()) return kFine;
+  printError(arguments.front() + ": no value for " + missing);
+  return kFinding;
+}
+
+}  // namespace kfactl
