@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cache file beside LMDB, which also lets processes share a sorted store through one mapped file: 10,000 items with
 // keys of 255 characters and values of 1 KB.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KEY="value" files beside the floor (the standard line reader with a copy of each line kept, or each line written
 // again), GKeyFile, and the shell-variables lens of Augeas. Size 57 is a real file of 57 lines and 2.2 KB; other sizes
 // are made. All work on texts in memory, but for Load, which begins with a file on disk.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The message tree beside its peers: a message of environments with 40 elements each, about 1.6 KB of text.
 //
 // Each operation runs over the same message through every library. Targets, for 10,000 environments: build <= 0.7,

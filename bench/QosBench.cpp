@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Resource formulas beside muParser, which compiles and evaluates the same formulas over floating point
 // numbers.
 //

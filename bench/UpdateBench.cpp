@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A list of updates of all classes, written into a message and read back, beside the same tree built and walked by
 // hand with pugixml. Targets, for 10,000 updates: writing and reading each <= 2 times pugixml.
 //

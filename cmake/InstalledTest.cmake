@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Installs the build into an empty prefix, moves that prefix, and uses what stands there as other people would: the CMake
 # package, the pkg-config files, the library by its name, the program. Run with -P; the variables come from examples/CMakeLists.txt.
 

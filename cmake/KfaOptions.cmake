@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Options of the build, the compiler's settings for every target (kf_options), and the packages that are needed.
 
 option(KFA_BENCHMARKS "Build the benchmarks" OFF)

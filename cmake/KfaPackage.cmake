@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What is installed beside the libraries and the program: the CMake package "kfa", one pkg-config file for each library,
 # and the documents. The data folder installs itself.
 

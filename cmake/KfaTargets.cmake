@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Functions that add a library, a program or a test in one line each.
 
 include(GNUInstallDirs)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KEY="value" files: a rewrite that changes nothing copies every byte, one that changes a key changes its lines alone and
 // reads back, and the check finds an error wherever reading stops.
 #include <cstddef>

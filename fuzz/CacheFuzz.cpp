@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cache files of any bytes: the proof ends and tells blocks apart without gaps; what it calls sound can be read, and when
 // such a file is opened and changed it is sound afterwards; every other file is refused.
 #include <fcntl.h>

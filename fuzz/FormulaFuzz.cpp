@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Resource formulas: any text is refused with a place inside it, or compiles to a notation that gives the
 // same result by its program and term by term. The first two bytes choose the values of the parameters.
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Message texts: what parses prints, and the print parses again to an equal tree, compact and indented. Taking such a
 // tree apart and together again leaves it whole.
 #include <cstddef>

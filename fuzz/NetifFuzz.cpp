@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NETIF values: what a device writes it reads as the same, as long as its addresses look like some, and a value that is
 // accepted can be set and reads back.
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target over every file of the folders and files named, without a fuzzer: its seeds are tests.
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the benchmarks, and prints how our times stand to those of the peers in the same run:
 #   bench.sh [--quick] [PROGRAM...]
 # No PROGRAM means all. A benchmark "QuestionOurs/SIZE" is set against every "QuestionPeer/SIZE". Times are medians of five

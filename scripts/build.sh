@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Configures and builds a preset of CMakePresets.json in build/PRESET: build.sh PRESET [TARGET...]
 # One line of progress on standard error while there is something to build; the log is build/PRESET.log.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the fuzz targets with libFuzzer and the address and undefined behaviour sanitizers, and runs each in turn:
 #   fuzz.sh [SECONDS] [TARGET...]
 # SECONDS (60) is the time of each target; no TARGET means all. Inputs found stay in build/fuzz/corpus/TARGET, a failing

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Checks layout (clang-format) and code (clang-tidy), warnings being errors: lint.sh [FILE...]
 # Without files: every source and header of the project.
 set -euo pipefail

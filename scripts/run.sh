@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what is missing, builds, and runs kfactl with the arguments given.
 # Without arguments it shows the main job on a copy of the example node.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages that a kind of work needs and that are missing: setup.sh build|test|bench|fuzz|lint ...
 # Uses root's rights or sudo, says what it installs, and does nothing when nothing is missing.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs what is missing, builds, runs every test, and ends with the line "N passed, N failed".
 #   test.sh [--asan] [--tsan] [--preset NAME] [CTEST-OPTION...]
 # Each option adds a build to test, the sum is over all of them; none means the release settings. What follows goes to
@@ -20,7 +21,7 @@ while [ $# -gt 0 ]; do
       shift
       ;;
     --help)
-      sed -n '2,/^set/{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}"
+      sed -n '3,/^set/{/^#/s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}"
       exit 0
       ;;
     *) break ;;

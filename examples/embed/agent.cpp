@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small agent: reads a folder of VEID.conf files, and prints the environments in sort-key order with their titles.
 //   agent FOLDER [VOCABULARY]
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Knows nothing of the library but its file name: loads it, shows what it has registered with the core, and shows that
 // unloading takes all of it away, again and again.
 //   loader [LIBRARY]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of sample configurations on two nodes, got in each of the three ways. The agent of the other node stands
 // in this process too; a real stand-in would send messages over the provider's connection.
 #include <cstdio>

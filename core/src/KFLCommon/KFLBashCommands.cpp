@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The half of the scanner that deals in words and operators: simple and compound commands.
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The part of the scanner that deals in [[ ]]: terms of one, two or three words, joined by && and ||, in parentheses.
 
 #include <KFLCommon/KFLText.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: reads one line as bash's own parser does, far enough to know what the line would do to its first
 // assignment.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lines of the KEY="value" files that a shell sources: what bash would assign from one line, without
 // expanding anything.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: takes the quoting off a value, in place, as bash would; expansions stay as they are.
 #ifndef KFLCOMMON_KFLBASHUNQUOTE_H
 #define KFLCOMMON_KFLBASHUNQUOTE_H

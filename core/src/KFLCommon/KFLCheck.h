@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checks against our own mistakes: active in every build, they print one line to standard error and abort.
 //
 // Nothing that comes from outside the process may reach one: files, messages and arguments are measured first

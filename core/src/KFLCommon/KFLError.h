@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The last error text of each thread.
 //
 // A function that returns a negative code records here what was wrong, where, and what would be right; its

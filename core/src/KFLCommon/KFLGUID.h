@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A 16-byte globally unique identifier. The default is all zero, which is the one invalid GUID. A plain
 // value.
 #ifndef KFLCOMMON_KFLGUID_H

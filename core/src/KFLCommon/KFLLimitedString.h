@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A string of fixed capacity that holds its text in itself, as records in files and shared memory need it.
 //
 // limited_length_string<N> is exactly N bytes: the text, then zeros to the end, so the last byte is always 0

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mutex of one process, and its scoped guard. Not recursive. Constant-initialised, so a static one serves
 // during load.
 #ifndef KFLCOMMON_KFLLOCK_H

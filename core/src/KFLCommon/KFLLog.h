@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log: leveled messages that go to standard error, or to a sink that the host program sets.
 //
 // Warnings and everything graver are shown by default. KFA_LOG_LEVEL (a number or a name such as "debug") is

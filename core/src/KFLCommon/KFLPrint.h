@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: printf-style text of any length, numbers in the C locale.
 #ifndef KFLCOMMON_KFLPRINT_H
 #define KFLCOMMON_KFLPRINT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Holders of one value: KFLProperty, and KFLOptionalProperty, which also knows whether its value is
 // specified.
 //

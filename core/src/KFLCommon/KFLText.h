@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text and numbers in the C locale, whatever the host program has set: case, character classes, tokens,
 // UTF-8, numbers.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which lock guards what, in a form that clang's thread-safety analysis checks; other compilers see nothing.
 #ifndef KFLCOMMON_KFLTHREADANNOTATIONS_H
 #define KFLCOMMON_KFLTHREADANNOTATIONS_H

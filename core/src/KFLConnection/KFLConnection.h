@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An agent's connection, as far as routing needs it: which environments are served in this process.
 //
 // An agent derives its own from it; one whose environments are simply a set uses KFLProcessConnection. Held by

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connection of a process that knows its own environments: those served here are a set that changes as
 // environments come and go. Any thread may change it and ask it.
 #ifndef KFLCONNECTION_KFLPROCESSCONNECTION_H

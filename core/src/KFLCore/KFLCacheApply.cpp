@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changing a cache: a new snapshot is written beside the current one and takes its place by one store.
 #include <algorithm>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes to a cache that take effect together: items that are put under their keys, and keys that are removed. Of
 // several changes to one key the last counts. A plain value.
 #ifndef KFLCORE_KFLCACHECHANGES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cache file as it is shared by processes: opening, locking, recovery, snapshots and changes, with items as plain bytes.
 // KFLCacheLogic adds the types of keys and values; most users want that, or a class made of it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words of a cache file. What stands here is on disk and shared by processes: it never changes.
 //
 //     0  sentinel of the free list ------------------+      every word has 32 bits, little-endian

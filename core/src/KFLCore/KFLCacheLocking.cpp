@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Taking and releasing the lock of a cache file, and its removal.
 #include <unistd.h>
 

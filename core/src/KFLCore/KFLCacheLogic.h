@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cache that processes share through one mapped file: KFLCacheFile with types of keys and values.
 //
 //   using Cache = KFLCacheLogic<limited_length_string<256>, KFLObjectItem<KFATemplateObject>, KFLMappedMemoryManager>;

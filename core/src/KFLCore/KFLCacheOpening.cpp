@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening a cache file: mapping it, making or judging its contents, and putting right what a death left.
 #include <unistd.h>
 

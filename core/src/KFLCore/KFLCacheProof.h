@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether the bytes of a cache file hold together, shown in one linear pass that only reads.
 //
 // Any bytes may be given: nothing is followed before it is proved, every answer comes after time and memory linear in

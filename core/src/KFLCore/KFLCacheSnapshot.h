@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A snapshot of a cache that is held: it does not change, and may be read without a lock, until it is released.
 //
 // Movable; released by its destructor, before the cache that it was taken from. Any number of threads may read one at the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mapping of a cache file that a process works on, with the file's lock. A larger mapping of the same file replaces
 // it when the heap grows; whoever holds a snapshot keeps the one that it was taken from.
 #ifndef KFLCORE_KFLCACHESTORAGE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A snapshot of a cache file where it stands in a mapping: a flat array of records in the order of their keys.
 //
 // A view is a handle; it keeps nothing alive and stays good while the snapshot is held and the mapping is there. It can

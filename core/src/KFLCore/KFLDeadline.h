@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: waiting by trying again, up to a moment.
 #ifndef KFLCORE_KFLDEADLINE_H
 #define KFLCORE_KFLDEADLINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: a file descriptor that closes itself, and what is said when a call fails.
 #ifndef KFLCORE_KFLDESCRIPTOR_H
 #define KFLCORE_KFLDESCRIPTOR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The lock on the word of a cache file, and the places of those who use the file.
 //
 // Locks are the kernel's, on an open file description that belongs to this object alone: it is never mapped, closed on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The folders of the agents on a node. Any thread.
 #ifndef KFLCORE_KFLFOLDERS_H
 #define KFLCORE_KFLFOLDERS_H

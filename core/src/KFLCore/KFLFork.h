@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What must know that the process was forked.
 //
 // A forked child has copies of its parent's objects, but nothing of what its parent holds outside of itself: locks on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file in memory, shared with every process that maps it.
 //
 // The file is opened without following a link at its path, made when it is missing (mode 0660), and refused when it is not

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The heap of a cache file, with the words of the file's header. As KFLSharedMemoryManager, a handle to the mapping.
 #ifndef KFLCORE_KFLMAPPEDMEMORYMANAGER_H
 #define KFLCORE_KFLMAPPEDMEMORYMANAGER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How an object stands in a cache: in its message form, so that the file does not depend on the layout of a class.
 //
 // The object's class has a Reader, a Writer, and the name of the root element as `static constexpr const char* kElement`.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bases of objects that count their references themselves and are held by boost::intrusive_ptr.
 //
 // An object begins with a count of zero; the first pointer that takes it in makes it one. The release that takes

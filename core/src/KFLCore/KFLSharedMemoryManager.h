@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The heap of a memory that processes share: an allocator whose own state stands in that memory, behind self-relative
 // pointers, so the memory may be mapped anywhere.
 //

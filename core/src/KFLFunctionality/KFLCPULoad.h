@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the time of a processor went, in milliseconds since the start. A plain value.
 #ifndef KFLFUNCTIONALITY_KFLCPULOAD_H
 #define KFLFUNCTIONALITY_KFLCPULOAD_H

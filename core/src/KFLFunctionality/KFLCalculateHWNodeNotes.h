@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a calculation of a node's capacity found: the base of every technology's notes. A value with a virtual
 // destructor.
 #ifndef KFLFUNCTIONALITY_KFLCALCULATEHWNODENOTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a device is mounted. A plain value.
 #ifndef KFLFUNCTIONALITY_KFLDEVMOUNTINFO_H
 #define KFLFUNCTIONALITY_KFLDEVMOUNTINFO_H

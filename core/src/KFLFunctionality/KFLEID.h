@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The identifier of an environment: a GUID that names the same environment on every node. A plain value; the
 // default one is invalid and names none.
 #ifndef KFLFUNCTIONALITY_KFLEID_H

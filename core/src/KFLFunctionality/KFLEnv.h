@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An environment as the agent holds it: identity, parent, state, and its two configurations.
 //
 // The base of every technology's environment class. The configurations are held by counted pointers: a copy

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration of an environment: a message subtree whose child elements are the properties.
 //
 // A configuration has no field per property. A getter reads the child element, a setter removes the old one

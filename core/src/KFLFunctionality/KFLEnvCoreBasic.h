@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an agent knows of an environment before the classes of its technology are made: the child factories of
 // KFLEnvFactory make them from it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The environment factory: from the name of a technology to the factory of its environment classes.
 //
 // A technology's library registers its child factory when it is loaded and takes it out when it is unloaded.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An IP address of an environment or a server as somebody wrote it: `10.0.0.5`, `10.0.0.5/24`,
 // `10.0.0.5/255.255.255.0`, `fe80::1/64`, `dhcp`, or anything else.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a pool of IP addresses supplies for one network: the gateway and the name servers to be used with its
 // addresses. A plain value. IPv4 addresses stand in the IPv6 form that carries them.
 #ifndef KFLFUNCTIONALITY_KFLIPPOOLALLOCATION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An IPv4 address. A plain value; the default is 0.0.0.0, which stands for any address.
 #ifndef KFLFUNCTIONALITY_KFLIPV4_H
 #define KFLFUNCTIONALITY_KFLIPV4_H

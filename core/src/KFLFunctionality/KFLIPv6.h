@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An IPv6 address, and the form in which it carries an IPv4 address. Plain values; the default is "::", which
 // stands for any address.
 #ifndef KFLFUNCTIONALITY_KFLIPV6_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bandwidth that one traffic class may use on one device of the node, in kilobits per second:
 // `eth0:1:1024`.
 //

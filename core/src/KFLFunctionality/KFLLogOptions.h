@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a technology logs and where: the base of every technology's log options. A value with a virtual
 // destructor.
 #ifndef KFLFUNCTIONALITY_KFLLOGOPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How an environment is to be cloned: the base of every technology's clone options. A value with a virtual
 // destructor.
 #ifndef KFLFUNCTIONALITY_KFLMIGRATORCLONEOPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The global configuration of a virtualization technology in the technology's own form: the base that the
 // agent passes on without knowing what is in it. A value with a virtual destructor, and no fields: the
 // records of the technologies are found by their type tags.

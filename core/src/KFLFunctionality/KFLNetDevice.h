@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A network device of an environment or of the node: the base of every kind of device.
 //
 // It has nothing but a virtual destructor; its registry maps type tags to derived classes.

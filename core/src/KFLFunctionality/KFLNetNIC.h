@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A network card: an interface with its addresses and gateways. A plain value.
 #ifndef KFLFUNCTIONALITY_KFLNETNIC_H
 #define KFLFUNCTIONALITY_KFLNETNIC_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of an operating system. A plain value; whatever is not known is not specified.
 #ifndef KFLFUNCTIONALITY_KFLOS_H
 #define KFLFUNCTIONALITY_KFLOS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A package that a package manager of the node handles: the base of every technology's package records.
 //
 // A value with a virtual destructor. Its registry maps type tags to derived classes; the class itself is

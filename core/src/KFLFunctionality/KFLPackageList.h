@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Packages of any class, held by counted pointers. In a message each is an element with the type tag of its
 // class.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One resource parameter of an environment: its id, an optional soft value (barrier) and a hard value
 // (limit).
 //

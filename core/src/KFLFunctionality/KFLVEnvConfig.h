@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The virtual configuration of an environment: what its technology has been told. It is a KFLEnvConfig, with
 // the properties that every technology has, among them the resource parameters.
 #ifndef KFLFUNCTIONALITY_KFLVENVCONFIG_H

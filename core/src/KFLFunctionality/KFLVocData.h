@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: the loaded form of a vocabulary and the table of what a parameter may hold.
 //
 // KFLVocLoader.cpp fills a KFLVocData; afterwards it never changes, so any threads may read it.

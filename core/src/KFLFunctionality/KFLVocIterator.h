@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A walk over the parameters of one category of the vocabulary.
 //
 // KFLVocMap::readCategory makes iterators and their caller owns them. An iterator keeps the vocabulary's data

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The agent's vocabulary: which resource parameters there are, and which formulas tune them.
 //
 // It is read from an XML file of categories. A category is named by a set of words and holds parameters; a

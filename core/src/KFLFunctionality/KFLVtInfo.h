@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of a virtualization technology on a node: the base of every technology's info record.
 #ifndef KFLFUNCTIONALITY_KFLVTINFO_H
 #define KFLFUNCTIONALITY_KFLVTINFO_H

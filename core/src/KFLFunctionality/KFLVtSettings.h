@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings of a virtualization technology: the base of every technology's settings record.
 #ifndef KFLFUNCTIONALITY_KFLVTSETTINGS_H
 #define KFLFUNCTIONALITY_KFLVTSETTINGS_H

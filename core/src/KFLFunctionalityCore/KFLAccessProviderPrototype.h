@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // On whose behalf a manager is asked for, and over which connection other agents are reached. An agent derives
 // its own and puts what it must know of the caller into it; factories see it when they make a manager.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The base of every manager: a functional is one service of an agent behind an abstract interface, held by
 // boost::shared_ptr and obtained through a KFLFunctionalMultiplexer.
 #ifndef KFLFUNCTIONALITYCORE_KFLFUNCTIONAL_H

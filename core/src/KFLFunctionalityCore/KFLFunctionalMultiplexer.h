@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the managers of one interface come from: implementations by name, each made in this process by a local
 // factory, or by an agent factory as a stand-in that reaches another agent.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Registries of derived record types: one per base class, from type tag to factory for reading and from run-time type
 // name to factory for writing.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The address of an element: a number of the tag vocabulary, or a literal name.
 //
 // Converts from int, std::string, std::string_view and const char*. 0 and "" are the empty id, which stands for the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A message: one tree of elements with its XML text form.
 //
 // The message owns its tree; cursors (KFLMessageIterator) and configurations made from one share the tree and keep

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The combinators that turn readers and writers of records into readers and writers of child elements, lists and
 // objects behind base-class pointers. Included by KFLMessageIterator.h; include that.
 //

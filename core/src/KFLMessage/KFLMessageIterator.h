@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cursor over a message tree, and through KFLMessageCombinators.h the functors that bind records to it.
 //
 // A cursor stands on one element, the current one. It is cheap to copy; copies move independently over the same tree

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Copying, comparing and locating subtrees. All of it walks by parent and sibling links: depth costs nothing.
 #include <algorithm>
 #include <string>

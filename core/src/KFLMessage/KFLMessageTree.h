@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: the tree under messages and cursors.
 //
 // Elements are nodes of 40 bytes, addressed by number; nodes stand in chunks and never move. Names, namespaces and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: the distinct texts of one tree (names, namespaces, type tags), each with a small number.
 //
 // Numbers count from 1 in the order of arrival and are never given back; texts stand in the tree's arena. One thread.

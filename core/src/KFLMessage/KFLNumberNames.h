@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tables of numbers and their names, for values that are numbers in a program and names in a message.
 //
 // A table refers to its rows, which are constant and outlive it; any thread may use it.

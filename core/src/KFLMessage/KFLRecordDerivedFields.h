@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The field row of a list of polymorphic objects. For field tables; see KFLRecordFields.h.
 #ifndef KFLMESSAGE_KFLRECORDDERIVEDFIELDS_H
 #define KFLMESSAGE_KFLRECORDDERIVEDFIELDS_H

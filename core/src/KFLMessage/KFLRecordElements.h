@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Rows that only describe elements: for records that bind by functions of their own, such as a configuration,
 // which is its message. Schemas and tools read them; nothing is read or written through them.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records bound to elements by one table of fields each.
 //
 // A record declares `static const KFLFieldTable& fields();` and names KFLRecordWriter<Record> and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The field row of a number that stands in a message as a name.
 //
 // A name that its table lacks cannot be read, a number that has none cannot be written; both leave a text that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every record class by name, with what is needed to create, read and write one without knowing its class.
 //
 // Each unit registers its records with one static KFLRecordRegistration per class; they leave the registry

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed. The text of one XML schema as it is built up: elements, indentation, and what it imports.
 #ifndef KFLMESSAGE_KFLSCHEMATEXT_H
 #define KFLMESSAGE_KFLSCHEMATEXT_H

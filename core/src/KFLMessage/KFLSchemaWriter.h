@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // XML schemas of the registered records, made from the field tables by which they are read and written.
 //
 // There is one schema for each namespace. In it stand a group for each field table, a type for each record (under its

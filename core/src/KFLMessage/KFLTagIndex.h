@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: the tag vocabulary by position, so that its names have fixed ids in every tree.
 #ifndef KFLMESSAGE_KFLTAGINDEX_H
 #define KFLMESSAGE_KFLTAGINDEX_H

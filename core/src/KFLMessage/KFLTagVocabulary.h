@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tag vocabulary: the permanent numbers of well-known element names, namespaces and types.
 //
 // A number never changes its name and is never given away again, since records in files and messages of other

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: memory for the many short texts of one tree.
 //
 // Texts of up to kSmall bytes stand in chunks, by size classes of eight bytes with a free list each, so that what was

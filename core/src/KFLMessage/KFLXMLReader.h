@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: from XML text to a tree.
 #ifndef KFLMESSAGE_KFLXMLREADER_H
 #define KFLMESSAGE_KFLXMLREADER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: from a tree to XML text.
 #ifndef KFLMESSAGE_KFLXMLWRITER_H
 #define KFLMESSAGE_KFLXMLWRITER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // For tests: asks the bash of the machine what it makes of lines.
 //
 // Every line is written to a file of its own and sourced in a subshell of one bash process, with a clean environment and no

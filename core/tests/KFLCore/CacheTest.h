@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of cache files share: a folder of their own, files as bytes, work in other processes.
 #ifndef KFLCORE_TESTS_CACHETEST_H
 #define KFLCORE_TESTS_CACHETEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Opening, changing and holding a cache file within one process.
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cache file among processes that take turns, are forked, hang, and die at every possible moment.
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The heap against a naive twin that knows blocks as a list of sizes, over random calls.
 #include <cstdint>
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Addresses: which texts are addresses, what their parts are, and that every text is kept.
 #include <array>
 #include <optional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Interface rates: which texts have three parts, and that every text is kept.
 #include <string>
 #include <tuple>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The core's value records: what makes reading fail, what is written, which class an element becomes.
 #include <set>
 #include <string>

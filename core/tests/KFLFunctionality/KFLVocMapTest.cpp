@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The vocabulary map: which files it takes and refuses, how categories are found, what iterators yield.
 #include <algorithm>
 #include <cctype>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random changes of a tree beside a plain twin of it: nodes, texts and free lists must give the same document.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The messages of examples/messages; the first comment of each names its record.
 #ifndef KFA_TESTS_MESSAGEEXAMPLES_H
 #define KFA_TESTS_MESSAGEEXAMPLES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of records share: reading one from the elements of a message, and naming the elements it writes.
 #ifndef KFA_TESTS_RECORDS_H
 #define KFA_TESTS_RECORDS_H

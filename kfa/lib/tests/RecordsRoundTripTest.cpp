@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One law for every record: a filled message of it is read and written back the same. The messages are the
 // files of examples/messages; a comment in each names its record. A record without a message fails.
 #include <map>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The schemas in data/schema are those that the field tables make, take every message of examples/messages, and refuse
 // each message in which one element was renamed, one number was replaced by a word, or one needed element was removed.
 // libxml2's xmllint judges.

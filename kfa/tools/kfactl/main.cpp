@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl: the library on the command line.
 #include "terminal/Cli.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every unit of the library shares: the namespaces of its messages and the names of its technology.
 #ifndef KFAFUNCTIONALITY_KFATYPES_H
 #define KFAFUNCTIONALITY_KFATYPES_H

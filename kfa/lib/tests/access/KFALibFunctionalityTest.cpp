@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every access point goes to the multiplexer of its own manager, and each in its own way. The routing itself is
 // proved with the multiplexer.
 #include <string>

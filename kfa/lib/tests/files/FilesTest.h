@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the file layer share: the example node, the vocabulary, a folder of their own.
 #ifndef KFA_TESTS_FILES_FILESTEST_H
 #define KFA_TESTS_FILES_FILESTEST_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records that extend core records: clone options, notes on a node, and the two of the global configuration.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NETIF entries and the message form of network devices.
 #include <algorithm>
 

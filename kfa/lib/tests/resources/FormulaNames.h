@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the formula tests share: a checker over a few names, without a vocabulary.
 #ifndef TESTS_RESOURCES_FORMULANAMES_H
 #define TESTS_RESOURCES_FORMULANAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Small vocabularies for the tests.
 #ifndef TESTS_RESOURCES_VOCABULARIES_H
 #define TESTS_RESOURCES_VOCABULARIES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Disks and disk lists: what is written, what reading needs, which list a message becomes.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Package and template records: what they write, and what makes reading fail.
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // String IDs of templates, and the cache that the processes of a node share.
 #include <stdlib.h>
 #include <sys/wait.h>

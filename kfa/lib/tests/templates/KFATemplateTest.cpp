@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text forms of templates and distributions, and the architectures that are accepted.
 #include <algorithm>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records of the update namespace from and to the text between the tags of a message's root.
 #ifndef KFAFUNCTIONALITY_TESTS_UPDATES_UPDATEMESSAGES_H
 #define KFAFUNCTIONALITY_TESTS_UPDATES_UPDATEMESSAGES_H

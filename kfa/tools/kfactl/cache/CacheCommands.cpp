@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl cache: the template cache that the agents of a node share.
 #include <sys/stat.h>
 

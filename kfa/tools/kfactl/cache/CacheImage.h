@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cache file as it stands, copied under its lock and judged, without a change to the file.
 #ifndef KFACTL_CACHEIMAGE_H
 #define KFACTL_CACHEIMAGE_H

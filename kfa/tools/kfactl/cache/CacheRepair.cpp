@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cache/CacheRepair.h"
 
 #include <unistd.h>

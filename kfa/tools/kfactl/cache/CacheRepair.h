@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl cache repair: a sound file gives back what nobody holds; of another, what can be read goes into a new one.
 #ifndef KFACTL_CACHEREPAIR_H
 #define KFACTL_CACHEREPAIR_H

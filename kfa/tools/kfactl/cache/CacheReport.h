@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a cache file looks like inside: its faults, the map of its heap, its figures. Nothing here changes the file.
 #ifndef KFACTL_CACHEREPORT_H
 #define KFACTL_CACHEREPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Template objects as messages, which the cache commands take and give, and the cache that keeps them.
 #ifndef KFACTL_CACHETEMPLATE_H
 #define KFACTL_CACHETEMPLATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl config: the configuration files of environments.
 #include <algorithm>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // All elements of a message in document order, as a flat list: for what needs their paths, lines, or all of them.
 #ifndef KFACTL_ELEMENTS_H
 #define KFACTL_ELEMENTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Environment files as records.
 #ifndef KFACTL_ENVIRONMENT_H
 #define KFACTL_ENVIRONMENT_H

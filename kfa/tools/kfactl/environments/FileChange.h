@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the `set` commands share: their options, and a change of a file that is shown, written elsewhere, or made.
 #ifndef KFACTL_FILECHANGE_H
 #define KFACTL_FILECHANGE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records in messages, seen through their field tables: as documents, and as the place where one is at fault.
 #ifndef KFACTL_RECORDVIEW_H
 #define KFACTL_RECORDVIEW_H

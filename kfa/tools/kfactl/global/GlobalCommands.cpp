@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl global: the global configuration file of a node.
 #include <memory>
 

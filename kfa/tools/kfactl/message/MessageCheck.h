@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a record keeps of a message: it is read, written again, and both messages are compared.
 #ifndef KFACTL_MESSAGECHECK_H
 #define KFACTL_MESSAGECHECK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl message: records as XML messages.
 #include <map>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl netif: the NETIF key taken apart.
 #include <nlohmann/json.hpp>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl qos: resource parameters held against the formulas of the vocabulary.
 #include <algorithm>
 #include <memory>

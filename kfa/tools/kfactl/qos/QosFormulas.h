@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Formulas evaluated for people: with the values that took part, each step, and by how much a comparison
 // fails.
 #ifndef KFACTL_QOSFORMULAS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl raw: any KEY="value" file as keys and texts.
 #include <map>
 #include <memory>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line: groups of commands, each command a row of a table.
 //
 // `kfactl [options] GROUP [options] COMMAND [options] ARGUMENTS`: each word is looked up in its table, and only the

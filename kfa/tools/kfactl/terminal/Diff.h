@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The difference of two texts in the unified format.
 #ifndef KFACTL_DIFF_H
 #define KFACTL_DIFF_H

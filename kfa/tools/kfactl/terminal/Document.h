@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A command's result as a document for programs: JSON, or XML made from the same document.
 #ifndef KFACTL_DOCUMENT_H
 #define KFACTL_DOCUMENT_H

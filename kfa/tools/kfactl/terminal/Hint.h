@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a person may have meant by a word that does not exist.
 #ifndef KFACTL_HINT_H
 #define KFACTL_HINT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files that commands read; "-" is standard input.
 #ifndef KFACTL_INPUT_H
 #define KFACTL_INPUT_H

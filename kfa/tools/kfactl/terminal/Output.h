@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the program prints: one buffer for standard output, tables for people, texts made fit for a terminal.
 #ifndef KFACTL_OUTPUT_H
 #define KFACTL_OUTPUT_H

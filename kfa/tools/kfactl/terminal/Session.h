@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One run of the program: its global options, the arguments of its command, its output, and what commands share.
 #ifndef KFACTL_SESSION_H
 #define KFACTL_SESSION_H

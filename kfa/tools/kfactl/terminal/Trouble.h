@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What ends a command with status 2: one line for standard error, without the program's name.
 //
 // Thrown anywhere in the program and caught once, in Cli.cpp.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys with their values, as the `get` commands print them.
 #ifndef KFACTL_VALUES_H
 #define KFACTL_VALUES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs the program as a person would: each file in cases/ is a session with bash in a fresh copy of the example node.
 //
 //   $ kfactl config get 101.conf ONBOOT      a command, run by bash in the copy's folder conf

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // kfactl types: what the library knows by name and number.
 #include <memory>
 #include <string>

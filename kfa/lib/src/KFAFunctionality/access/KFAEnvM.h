@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of environments: their life from creation to removal, their configurations, and what the node can do
 // for them. Results and threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAENVM_H

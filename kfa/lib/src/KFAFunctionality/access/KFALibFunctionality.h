@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one object through which an agent obtains its managers without caring where they work: in this process, or
 // behind another agent that serves the environment.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the operations of every manager have in common: their results, and what the results mean.
 //
 // A manager is an interface that the agent's own libraries implement, once for this process and once for talking

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of the node's network: its devices, and the shaping of the traffic that passes them. Results and
 // threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFANETWORKM_H

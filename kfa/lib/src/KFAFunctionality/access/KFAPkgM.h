@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of packages in an environment, whatever package manager its distribution has. Results and threads:
 // KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAPKGM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of processes: those of an environment, and running a command in it. Results and threads:
 // KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAPROCESSM_H

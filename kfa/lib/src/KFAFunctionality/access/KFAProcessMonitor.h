@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager that watches processes: it looks at those of chosen environments at intervals and keeps the last
 // look, so that many callers cost one. The base class says
 // what is watched. Results and threads: KFAManagerResult.h.

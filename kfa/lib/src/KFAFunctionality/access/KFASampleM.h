@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of sample configurations: named configurations that environments are made from, and the check of
 // their resource parameters. Results and threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFASAMPLEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of support: collects what is needed to look into a problem and sends it. Results and threads:
 // KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFASUPPORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of templates: those that the node has, where an environment's system and applications come from.
 // Results and threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFATEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The manager of updates: of the node's system, the agent and its templates, and when they are looked for. Results
 // and threads: KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAUP2DATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A connection to an environment, as the one who made it is told. A plain value.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFACONNECTIONLINKINFO_H
 #define KFAFUNCTIONALITY_ENVIRONMENT_KFACONNECTIONLINKINFO_H

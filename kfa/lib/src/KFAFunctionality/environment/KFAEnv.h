@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One environment of the container technology. The agent makes such objects through the child factory that
 // this library registers under the name in KFAEnv::type.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAENV_H

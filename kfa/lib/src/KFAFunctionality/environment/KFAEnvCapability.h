@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A kernel capability that an environment is given or denied. A plain value; the name alone is compared and
 // ordered, so that a set holds each capability once.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAENVCAPABILITY_H

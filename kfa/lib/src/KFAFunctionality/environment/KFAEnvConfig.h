@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration of one container environment: the properties that only this technology has, on top of
 // those that every configuration has. KFLEnvConfig.h tells how accessors behave, what is shared, and what
 // threads may do.

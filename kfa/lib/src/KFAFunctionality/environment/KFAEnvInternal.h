@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not installed: what the units of the environment classes share.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAENVINTERNAL_H
 #define KFAFUNCTIONALITY_ENVIRONMENT_KFAENVINTERNAL_H

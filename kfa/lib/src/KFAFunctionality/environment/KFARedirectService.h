@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A service of the service environment that serves other environments: what is asked of one of them under the
 // port is redirected there. A plain value.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAREDIRECTSERVICE_H

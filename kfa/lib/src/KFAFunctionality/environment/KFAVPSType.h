@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an environment is for: a kind, and for the kinds that serve another environment that one's number. A
 // plain value.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAVPSTYPE_H

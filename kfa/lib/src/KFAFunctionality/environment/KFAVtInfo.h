@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is known of the container technology on a node: its version, and the environment that runs services
 // for the others. A value.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAVTINFO_H

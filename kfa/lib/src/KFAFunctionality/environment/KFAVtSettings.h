@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings of the container technology on a node. A value, read from and written into messages and the
 // global configuration file.
 #ifndef KFAFUNCTIONALITY_ENVIRONMENT_KFAVTSETTINGS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one reader and the one writer of KEY="value" files, as templates over a parameter parser.
 //
 // A parameter parser knows which keys there are and turns the text of a value into a property and back:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: a walk over the lines of a text as bash sees them, one at a time.
 #ifndef KFAFUNCTIONALITY_FILES_KFABASHLINES_H
 #define KFAFUNCTIONALITY_FILES_KFABASHLINES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One key of the environment file, one property of the record: the parsers that bind them, and the converters that they
 // are built from.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is wrong with a KEY="value" file, line by line.
 //
 // Judged by the rules that also judge what is set. Nothing is printed; findings come in the order of the lines.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KEY="value" files on disk: read, changed and replaced so that not a byte that was not asked for is different.
 //
 // Error texts name the file, and the line and column where there is one: "FILE:LINE:COLUMN: what; what would be right".

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A folder of environment files, each named VEID.conf.
 //
 // A reader keeps its buffers from file to file, so a folder of thousands costs little more than reading the bytes. It

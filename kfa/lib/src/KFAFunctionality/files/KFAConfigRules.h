@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which values a key of a KEY="value" file takes: one judgement for what is set, what is checked and what is documented.
 //
 // A value is taken when what a record keeps of it gives the same words back. Rules never change once they are made;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: a file descriptor that closes itself, and what is done with one.
 #ifndef KFAFUNCTIONALITY_FILES_KFADESCRIPTOR_H
 #define KFAFUNCTIONALITY_FILES_KFADESCRIPTOR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The per-environment configuration file as a record, and back.
 //
 // 27 fixed keys stand for properties of KFAEnvConfig; the keys of resource parameters come from the vocabulary. A

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file replaced as a whole: whatever happens, the old content stands there or the new one.
 //
 // The new content is written to a temporary file beside the target, brought to disk, given the target's mode, owner, ACL

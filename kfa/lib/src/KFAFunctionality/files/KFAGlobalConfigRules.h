@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which values the keys of the global configuration file take, and the reading of a file of whose services nothing is
 // known but what it says itself. Rules have no state; any threads may share them.
 #ifndef KFAFUNCTIONALITY_FILES_KFAGLOBALCONFIGRULES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The global configuration file of the container technology as a settings record, and back.
 //
 // LOCKDIR and TEMPLATE are fields of the record, OFFLINE_SERVICE tells which of the services that the record lists are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keys of a file and what is known of each: a hash table for short texts, quicker than an ordered map where every line
 // of a file is looked up. It owns the texts of its keys. One thread at a time, or any number while nobody adds.
 #ifndef KFAFUNCTIONALITY_FILES_KFAKEYINDEX_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: what each key of the environment file takes, as a table.
 #ifndef KFAFUNCTIONALITY_FILES_KFAKEYRULES_H
 #define KFAFUNCTIONALITY_FILES_KFAKEYRULES_H

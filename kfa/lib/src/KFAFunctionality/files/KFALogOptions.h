@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the container technology logs. A plain value.
 #ifndef KFAFUNCTIONALITY_FILES_KFALOGOPTIONS_H
 #define KFAFUNCTIONALITY_FILES_KFALOGOPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An input stream over a text that stays where it is: no copy is made, and the text must outlive the stream.
 #ifndef KFAFUNCTIONALITY_FILES_KFAMEMORYSTREAM_H
 #define KFAFUNCTIONALITY_FILES_KFAMEMORYSTREAM_H

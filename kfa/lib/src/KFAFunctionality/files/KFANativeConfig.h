@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The global configuration of the container technology as one text, for tools that edit it as it stands. A plain
 // value, found by its type tag among the native configurations of all technologies.
 #ifndef KFAFUNCTIONALITY_FILES_KFANATIVECONFIG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: whether two NETIF entries say the same.
 #ifndef KFAFUNCTIONALITY_FILES_KFANETIFWORDS_H
 #define KFAFUNCTIONALITY_FILES_KFANETIFWORDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Any file of KEY="value" lines as a plain map from lower-case key to value text.
 //
 // The way to files for which there is no record. The parser object has no state; any threads may use it. The trap: of

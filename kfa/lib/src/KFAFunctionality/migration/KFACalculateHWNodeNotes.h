@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a calculation of a node's capacity found on a container node: warnings, and paths that are better left out.
 // Plain values.
 #ifndef KFAFUNCTIONALITY_MIGRATION_KFACALCULATEHWNODENOTES_H

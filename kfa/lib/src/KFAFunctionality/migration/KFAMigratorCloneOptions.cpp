@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/migration/KFAMigratorCloneOptions.h>
 
 #include <boost/smart_ptr/make_shared.hpp>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a container environment is to be cloned. A value, except that copies share the configuration: it is one object,
 // which reading changes in place.
 #ifndef KFAFUNCTIONALITY_MIGRATION_KFAMIGRATORCLONEOPTIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Completes an environment's network devices from an allocation of a pool of IP addresses. No state; any threads may
 // call it, each with devices of its own.
 #ifndef KFAFUNCTIONALITY_NETWORK_KFAIPAUTOALLOCATION_H

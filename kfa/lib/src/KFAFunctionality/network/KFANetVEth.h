@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One virtual Ethernet device of an environment: an entry of the NETIF key of its configuration file, and an
 // element of its record. A plain value.
 //

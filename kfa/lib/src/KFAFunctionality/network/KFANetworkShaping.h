@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the traffic of a node's network is shaped: classes of traffic with their rates, the addresses that belong to
 // each class, and the bandwidth of the node's devices. Plain values. All rates are in kilobits per second, as
 // KFLInterfaceRate has them.

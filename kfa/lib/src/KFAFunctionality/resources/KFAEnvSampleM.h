@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The validation of an environment's or a sample's resource parameters against the formulas of the
 // vocabulary.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAENVSAMPLEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The formula language of the resource checks: tokens, postfix notation, operators. Three stages, each
 // callable alone.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: the operator table and the meaning of its rows.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAQOSOPERATORS_H
 #define KFAFUNCTIONALITY_RESOURCES_KFAQOSOPERATORS_H

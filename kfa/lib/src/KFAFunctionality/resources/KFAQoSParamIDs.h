@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lists and sets of parameter indices. Plain values.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAQOSPARAMIDS_H
 #define KFAFUNCTIONALITY_RESOURCES_KFAQOSPARAMIDS_H

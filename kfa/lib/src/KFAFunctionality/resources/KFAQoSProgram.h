@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Inner header, not installed: a compiled formula in the form that is evaluated fast.
 //
 // An evaluation term by term spends its time on telling terms apart and on putting values away. A program has

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The terms of a compiled formula, in postfix order. Plain values.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAQOSTERMS_H
 #define KFAFUNCTIONALITY_RESOURCES_KFAQOSTERMS_H

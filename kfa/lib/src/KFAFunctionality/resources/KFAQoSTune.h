@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The checker of resource parameters: reads parameters and formulas from the vocabulary once, then evaluates
 // every formula over the values of one environment and lists those that do not hold.
 //

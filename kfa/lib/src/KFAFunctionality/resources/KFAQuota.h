@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Disk quotas and usage counters of one environment, as they travel in messages. Plain values.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAQUOTA_H
 #define KFAFUNCTIONALITY_RESOURCES_KFAQUOTA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The disks of an environment: one shared file system area, or images of one of two kinds.
 //
 //   List::Base                  held by a counted pointer; its class is chosen by the type tag in the message

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/support/KFAProblemReportData.h>
 
 #include <KFLMessage/KFLRecordRegistry.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A problem report that a person sends to the support. A plain value.
 #ifndef KFAFUNCTIONALITY_SUPPORT_KFAPROBLEMREPORTDATA_H
 #define KFAFUNCTIONALITY_SUPPORT_KFAPROBLEMREPORTDATA_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every process monitor can do, whatever it makes of what it sees: the base of the agent's concrete monitors.
 // Results and threads: access/KFAManagerResult.h.
 #ifndef KFAFUNCTIONALITY_SUPPORT_KFAPROCESSMONITORBASE_H

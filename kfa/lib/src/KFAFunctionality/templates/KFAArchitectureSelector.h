@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells which processor architectures the node accepts. A predicate without state, for any thread.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFAARCHITECTURESELECTOR_H
 #define KFAFUNCTIONALITY_TEMPLATES_KFAARCHITECTURESELECTOR_H

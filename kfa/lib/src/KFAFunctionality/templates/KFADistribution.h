@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The identity of a Linux distribution: a template whose text form is `name-version`. A plain value.
 //
 // The trap: `foo-bar` reads as `foo`, since a version begins with a digit. In messages it is a KFATemplate.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A package with its version and the packages nested in it. A plain value.
 //
 // Nested packages are held under keys that do not travel: a package that is read stands under its own text

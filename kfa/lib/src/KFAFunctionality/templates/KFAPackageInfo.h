@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is told about one package. A plain value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEINFO_H
 #define KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEINFO_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A template of this technology as a package, registered as a derived type of KFLPackage. A plain value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEKFTEMPLATE_H
 #define KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEKFTEMPLATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A standard template as a package, registered as a derived type of KFLPackage. A plain value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEKFTEMPLATESTD_H
 #define KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEKFTEMPLATESTD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One version of a package, with what it depends on. A plain value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEVERSION_H
 #define KFAFUNCTIONALITY_TEMPLATES_KFAPACKAGEVERSION_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The identity of a template: its name and, where it has one, its version. A plain value.
 //
 // The text form is `name/version`, or the name alone. The trap: what follows the last slash is a version only

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cache of templates that all agent processes of a node share: the file "template.cache" in the uploads folder
 // (KFLFolders.h), under the string IDs of the templates.
 //

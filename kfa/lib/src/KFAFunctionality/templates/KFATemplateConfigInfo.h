@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration of a template: its version, what it is based on, its options and its packages. A plain
 // value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFATEMPLATECONFIGINFO_H

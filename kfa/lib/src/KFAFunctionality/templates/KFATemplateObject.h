@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the template cache holds about one template: the template as a package, and the environments that use it. A plain
 // value.
 #ifndef KFAFUNCTIONALITY_TEMPLATES_KFATEMPLATEOBJECT_H

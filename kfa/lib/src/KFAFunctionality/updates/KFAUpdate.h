@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What can be installed on the node, or has been: updates of the system, of the agent, and of templates.
 //
 //   KFAUpdate

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 
 #include <KFLMessage/KFLRecordNamedFields.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings of the update service: its connection, its products, and when it acts. Plain values.
 #ifndef KFAFUNCTIONALITY_UPDATES_KFAUPDATECONFIG_H
 #define KFAFUNCTIONALITY_UPDATES_KFAUPDATECONFIG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the update service reaches its source: an address with an account, directly or through a proxy. Plain values.
 #ifndef KFAFUNCTIONALITY_UPDATES_KFAUPDATECONNECTION_H
 #define KFAFUNCTIONALITY_UPDATES_KFAUPDATECONNECTION_H

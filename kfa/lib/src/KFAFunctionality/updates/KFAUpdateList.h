@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Updates of any class, held by counted pointers. In a message each is an element with the type tag of its class.
 //
 // A copy holds the same updates, not copies of them. A list that is part of another record gives its elements the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A product that the update service looks after: how its updates are installed, and from where. Plain values.
 #ifndef KFAFUNCTIONALITY_UPDATES_KFAUPDATEPRODUCT_H
 #define KFAFUNCTIONALITY_UPDATES_KFAUPDATEPRODUCT_H
