@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 // Results of parseBashStr.

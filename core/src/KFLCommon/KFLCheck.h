@@ -6,6 +6,8 @@
 #ifndef KFLCOMMON_KFLCHECK_H
 #define KFLCOMMON_KFLCHECK_H
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 // Prints one line that holds everything it was given, and aborts. Allocates nothing.

@@ -23,6 +23,7 @@ struct ThreadText {
 // ended. So a thread holds a plain pointer, a thread-specific key frees its text, and the list frees the
 // others' at unload.
 thread_local ThreadText* threadText = nullptr;
+thread_local std::size_t textsOfThread = 0;
 
 class TextList {
  public:
@@ -84,10 +85,15 @@ void setErrorMessage(const char* format, ...) {
   std::string text = printText(format, arguments);
   va_end(arguments);
   texts.ofThisThread() = std::move(text);
+  ++textsOfThread;
 }
 
 std::string getErrorMessage() {
   return threadText == nullptr ? std::string() : threadText->text;
+}
+
+std::size_t countErrorMessages() {
+  return textsOfThread;
 }
 
 }  // namespace KFL

@@ -7,7 +7,10 @@
 #ifndef KFLCOMMON_KFLERROR_H
 #define KFLCOMMON_KFLERROR_H
 
+#include <cstddef>
 #include <string>
+
+#include <KFLCommon/KFLLanguage.h>
 
 namespace KFL {
 
@@ -17,6 +20,9 @@ void setErrorMessage(const char* format, ...) __attribute__((format(printf, 1, 2
 
 // The thread's last error text; empty when none was recorded.
 std::string getErrorMessage();
+
+// How many texts the thread has recorded so far: where two numbers differ, a text was recorded between them.
+std::size_t countErrorMessages();
 
 }  // namespace KFL
 

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLGUID {

@@ -12,6 +12,8 @@
 #include <atomic>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 inline constexpr int kLogFatal = 0;

@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 template <class T>

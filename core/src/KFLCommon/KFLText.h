@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 constexpr bool isDigit(char c) {

@@ -3,6 +3,8 @@
 #ifndef KFLCOMMON_KFLTHREADANNOTATIONS_H
 #define KFLCOMMON_KFLTHREADANNOTATIONS_H
 
+#include <KFLCommon/KFLLanguage.h>
+
 #if defined(__clang__)
 #define KFL_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 struct KFLCacheChange {

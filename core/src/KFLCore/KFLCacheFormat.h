@@ -37,6 +37,8 @@
 #include <cstring>
 #include <span>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 static_assert(std::endian::native == std::endian::little, "the words of a cache file are little-endian");

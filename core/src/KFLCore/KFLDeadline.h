@@ -9,6 +9,8 @@
 #include <chrono>
 #include <thread>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 inline void schedYield() {

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <utility>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLDescriptor {

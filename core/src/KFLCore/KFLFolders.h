@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 inline constexpr const char* kDefaultUploadsFolder = "/var/lib/kfa/uploads";

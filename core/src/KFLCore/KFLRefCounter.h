@@ -13,6 +13,8 @@
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLRefCounter {

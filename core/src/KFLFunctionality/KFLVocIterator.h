@@ -17,6 +17,8 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 struct KFLVocData;

@@ -4,6 +4,8 @@
 #ifndef KFLFUNCTIONALITYCORE_KFLFUNCTIONAL_H
 #define KFLFUNCTIONALITYCORE_KFLFUNCTIONAL_H
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLFunctional {

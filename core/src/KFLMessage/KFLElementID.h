@@ -10,6 +10,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLElementID {

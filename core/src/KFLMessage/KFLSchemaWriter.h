@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 struct KFLSchema {

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 struct KFLTag {

@@ -3,6 +3,8 @@
 #ifndef KFAFUNCTIONALITY_KFATYPES_H
 #define KFAFUNCTIONALITY_KFATYPES_H
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {}
 
 namespace KFA {

@@ -10,6 +10,8 @@
 #ifndef KFAFUNCTIONALITY_ACCESS_KFAMANAGERRESULT_H
 #define KFAFUNCTIONALITY_ACCESS_KFAMANAGERRESULT_H
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFA {
 
 enum KFAManagerResult : int {

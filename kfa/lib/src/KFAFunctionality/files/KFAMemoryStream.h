@@ -7,6 +7,8 @@
 #include <streambuf>
 #include <string_view>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFA {
 
 class KFAMemoryStream : private std::streambuf, public std::istream {

@@ -11,6 +11,8 @@
 #include <iterator>
 #include <vector>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFA {
 
 using KFAQVParamIDList = std::vector<int>;

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFA {
 
 class KFAQVProgram;
