@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manager of sample configurations on two nodes, got in each of the three ways. The agent of the other node stands
-// in this process too; a real stand-in would send messages over the provider's connection.
+// in this process too, where its factory finds it by its extra data. The connection only tells whose the environments
+// are: a stand-in that reaches another process brings its own means of sending.
 #include <cstdio>
 #include <initializer_list>
 #include <map>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The connection of a process that knows its own environments: those served here are a set that changes as
-// environments come and go. Any thread may change it and ask it.
+// environments come and go. KFLEID() is served elsewhere unless it was put in. Any thread may change it and ask it.
 #ifndef KFLCONNECTION_KFLPROCESSCONNECTION_H
 #define KFLCONNECTION_KFLPROCESSCONNECTION_H
 

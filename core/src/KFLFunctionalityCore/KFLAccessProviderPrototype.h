@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// On whose behalf a manager is asked for, and over which connection other agents are reached. An agent derives
+// On whose behalf a manager is asked for, and whose connection says what is served in this process. An agent derives
 // its own and puts what it must know of the caller into it; factories see it when they make a manager.
 //
 // Held by boost::intrusive_ptr. Its operations may be called from any thread.
@@ -16,7 +16,8 @@ namespace KFL {
 
 class KFLAccessProviderPrototype : public KFLRefCounter {
  public:
-  // The connection to other agents; empty when there is none, and all is local then.
+  // The connection that tells the environments of this process from those of others; empty when there is none, and all
+  // is local then.
   virtual KFLConnectionSP getConnection() const = 0;
 
  protected:
@@ -26,7 +27,8 @@ class KFLAccessProviderPrototype : public KFLRefCounter {
 using KFLAccessProviderSP = boost::intrusive_ptr<KFLAccessProviderPrototype>;
 
 // Whether the managers of an environment are reached in this process: without a provider, without a connection,
-// and when the connection serves the environment here.
+// and when the connection serves the environment here. With a connection that does not serve it, KFLEID() is reached
+// through an agent too.
 bool isReachedLocally(const KFLEID& eid, const KFLAccessProviderSP& ap);
 
 }  // namespace KFL

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where the managers of one interface come from: implementations by name, each made in this process by a local
-// factory, or by an agent factory as a stand-in that reaches another agent.
+// factory, or by an agent factory as a stand-in that reaches another agent in a way of its own: neither the
+// multiplexer nor the connection sends anything.
 //
 //   KFLFunctionalMultiplexer<boost::shared_ptr<KFAEnvM>> managers;
 //   managers.registerLocal("kelvarium", factory);

@@ -13,6 +13,8 @@
 // has no connection, and when the connection serves the environment in this process; else through an agent.
 // getXAgent and getXLocal go one way whatever the connection. `name` is the implementation's; a name that nobody
 // has registered for that way gives an empty pointer, without an error text. Every call asks the factory anew.
+// No id stands for the node: getKFASupport(KFLEID(), ap, name) goes through an agent as soon as the provider has a
+// connection that does not serve KFLEID() here. What concerns this node is got by getXLocal.
 // Any thread may register and get at the same time; the object outlives all calls into it. Two objects are
 // independent of each other.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFALIBFUNCTIONALITY_H
