@@ -4,7 +4,8 @@
 //
 // Factories are static objects of the libraries that own the derived classes: they register themselves when their
 // library is loaded and take themselves out when it is unloaded. A registry is read from any thread without a lock;
-// loading and unloading publish a new table by one store. An object must be gone before the library that made it is
+// loading and unloading publish a new table by one store. What is known of a type is made once and shared by all tables,
+// also when its library is loaded again. An object must be gone before the library that made it is
 // unloaded. The data of a registry is one explicit instantiation, KFL_DERIVED_REGISTRY, in the library that owns the
 // base class; every other unit declares it with KFL_DECLARE_DERIVED_REGISTRY.
 #ifndef KFLMESSAGE_KFLDERIVEDPARSERS_H
@@ -19,7 +20,7 @@
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
-#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLClassName.h>
 #include <KFLMessage/KFLMessageIterator.h>
 #include <KFLMessage/KFLTagVocabulary.h>
 
@@ -42,6 +43,7 @@ std::vector<KFLDerivedTypeInfo> listDerivedTypes();
 class KFLDerivedRegistryData {
  public:
   struct Table;
+  struct Entry;
 
   constexpr KFLDerivedRegistryData() = default;
   KFLDerivedRegistryData(const KFLDerivedRegistryData&) = delete;
@@ -64,6 +66,8 @@ class KFLDerivedRegistryData {
 
  private:
   void publish(Table* table);
+  const void* findIf(bool (*matches)(const Entry&, std::string_view, std::size_t),
+                     std::string_view text) const;
 
   std::atomic<const Table*> table_{nullptr};
   KFLDerivedRegistryData* next_ = nullptr;
@@ -156,15 +160,11 @@ template <class Base, class Key = std::string, class Write = KFLDerivedWrite>
 class KFLWriterDerived : public KFLUntypedWriter {
  public:
   int operator()(KFLMessageIterator& it, const Base* obj) const {
-    if (obj == nullptr) {
-      setErrorMessage("a null pointer cannot be written; an object is wanted");
-      return -1;
-    }
+    if (obj == nullptr) return it.fail("a null pointer cannot be written; an object is wanted");
     const auto* factory = KFLDerivedParserFactory<Base, Key>::find(typeid(*obj));
     if (factory != nullptr) return Write::template write<Base, Key>(*factory, it, obj);
-    setErrorMessage("an object of the class %s cannot be written; the class has no factory",
-                    typeid(*obj).name());
-    return -1;
+    return it.fail("an object of the class " + classNameOf(typeid(*obj)) +
+                   " cannot be written; the class has no factory");
   }
   int operator()(KFLMessageIterator& it, const Base& obj) const { return (*this)(it, &obj); }
   template <class T>
@@ -185,11 +185,7 @@ class KFLReaderDerived {
     it.getTypeName(tag);
     const auto* factory = KFLDerivedParserFactory<Base, Key>::find(tag);
     if (factory == nullptr && allowDefault_) factory = KFLDerivedParserFactory<Base, Key>::findDefault();
-    if (factory == nullptr) {
-      setErrorMessage("the element '%s' has the type '%s', which is not known here",
-                      std::string(it.getName()).c_str(), tag.c_str());
-      return -1;
-    }
+    if (factory == nullptr) return it.fail("the type '" + tag + "' is not known here");
     Base* object = nullptr;
     const int result = factory->read(it, object);
     if (result == 0) out.reset(object);

@@ -20,7 +20,8 @@ std::atomic<std::size_t> sizeLimit{std::size_t{256} << 20U};
 KFLMessage::KFLMessage() = default;
 
 KFLMessage::KFLMessage(const std::string& rootName) {
-  getIterator().setName(rootName, {});
+  KFLMessageTree& fresh = tree();
+  fresh.at(KFLMessageTree::kRoot).name = fresh.internName(std::string_view(rootName)) & 0x7FFFFFFFU;
 }
 
 KFLMessage::KFLMessage(const KFLMessage& other) {
@@ -36,6 +37,7 @@ KFLMessage& KFLMessage::operator=(const KFLMessage& other) {
   const std::uint32_t name = copy->internName(other.tree().nameText(root.name));
   copy->at(KFLMessageTree::kRoot).name = name & 0x7FFFFFFFU;
   copy->at(KFLMessageTree::kRoot).ns = copy->internNamespace(other.tree().namespaceText(root.ns));
+  if (!other.tree().isRootOpen()) copy->closeRoot();
   copy->copyContent(KFLMessageTree::kRoot, other.tree(), KFLMessageTree::kRoot);
   tree_ = copy;
   return *this;
@@ -58,6 +60,7 @@ int KFLMessage::parse(const std::string& xml) {
   }
   const boost::intrusive_ptr<KFLMessageTree> fresh(new KFLMessageTree);
   if (readXml(xml, *fresh) != 0) return -1;
+  fresh->closeRoot();
   tree_ = fresh;
   return 0;
 }

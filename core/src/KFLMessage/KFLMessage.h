@@ -15,8 +15,10 @@ namespace KFL {
 
 class KFLMessage {
  public:
-  // A message with an empty root element. A root without a name is printed under its type tag without "Type".
+  // A message with an empty root element. The first record that is written into it gives the root its namespace, and
+  // its name: that of its type tag without "Type", or else of its class ("ubc" for KFAUbc).
   KFLMessage();
+  // The same with a name. KFLMessageIterator::setName() gives it name and namespace for good.
   explicit KFLMessage(const std::string& rootName);
   // A copy has a tree of its own; a moved-from message has an empty one.
   KFLMessage(const KFLMessage& other);

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include <KFLCommon/KFLCheck.h>
+#include <KFLCommon/KFLClassName.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessageIterator.h>
 
@@ -67,6 +68,7 @@ class KFLWriterIDT : public KFLUntypedWriter {
   template <class T>
   int operator()(KFLMessageIterator& it, const T& obj) const {
     KFL_CHECK_AT(!KFLElementID(id_).isEmpty(), "KFAFunctionality", "KFLMessageIterator", 671);
+    if (!it.isValid()) return it.fail("nothing can be written");
     it.addChild(id_);
     const int result = it.putObject(obj, writer_);
     if constexpr (itemNSType != 0) it.setItemNSType(itemNSType);
@@ -89,7 +91,7 @@ class KFLReaderIDT {
   template <class T>
   int operator()(const KFLMessageIterator& it, T& obj) const {
     KFL_CHECK_AT(!KFLElementID(id_).isEmpty(), "KFAFunctionality", "KFLMessageIterator", 752);
-    if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : -1;
+    if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : it.failMissing(id_);
     const int result = reader_(it, obj);
     it.leaveChild();
     return result;
@@ -183,7 +185,7 @@ class KFLReaderListT {
 
   template <class Container>
   int operator()(const KFLMessageIterator& it, Container& items) const {
-    if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : -1;
+    if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : it.failMissing(id_);
     int result = 0;
     do {
       result = data_(it, items);
@@ -219,7 +221,8 @@ Derived* castToDerived(Base* obj) {
   auto* const derived = dynamic_cast<Derived*>(obj);
   if (derived == nullptr) {
     setErrorMessage("there is %s; an object of the class %s is wanted",
-                    obj == nullptr ? "no object" : typeid(*obj).name(), typeid(Derived).name());
+                    obj == nullptr ? "no object" : classNameOf(typeid(*obj)).c_str(),
+                    classNameOf(typeid(Derived)).c_str());
   }
   return derived;
 }
@@ -247,6 +250,17 @@ class KFLReaderPointerDataT {
   }
 };
 
+namespace fields {
+
+// Whether the writer is the one that the class names as its own.
+template <class T, class Writer>
+inline constexpr bool isOwnWriter = false;
+template <class T, class Writer>
+requires std::same_as<typename T::Writer, Writer>
+inline constexpr bool isOwnWriter<T, Writer> = true;
+
+}  // namespace fields
+
 template <class T, class Writer>
 int KFLMessageIterator::putObjectInternal(const T& obj, const Writer& w) {
   using Base = KFLWriterBaseT<Writer>;
@@ -257,16 +271,20 @@ int KFLMessageIterator::putObjectInternal(const T& obj, const Writer& w) {
   const int typeID = Base::getTypeID();
   const std::string_view type = Base::getStrTypeID();
 
+  if (!isValid()) return fail("nothing can be written");
   if (nsID != 0) {
     selectNamespaceId(nsID);
   } else if (!ns.empty()) {
     selectNamespace(ns);
   }
+  const bool isUntyped = typeID <= kLastUnsetTypeID && type.empty() && fields::isOwnWriter<T, Writer>;
+  completeRoot(nsID, ns, isUntyped ? &typeid(T) : nullptr);
   if (typeID > kLastUnsetTypeID) {
     setTypeById(nsID, typeID);
   } else if (!type.empty()) {
     setTypeByName(ns, type);
   }
+  const KFLNamespaceScope scope(*this);
   const int result = w(*this, obj);
   if (nsID != 0 || !ns.empty()) selectNamespaceId(0);
   return result;
@@ -275,6 +293,7 @@ int KFLMessageIterator::putObjectInternal(const T& obj, const Writer& w) {
 template <class T, class Writer>
 int KFLMessageIterator::putObject(const T& obj, const Writer& w, KFLElementID id) {
   if (id.isEmpty()) return putObjectInternal(obj, w);
+  if (!isValid() || !canBeAdded(id)) return failToAdd(id);
   if (findChild(id) == 0) removeCurrent();
   return KFLWriterIDT<KFLElementID, Writer>(w, id)(*this, obj);
 }

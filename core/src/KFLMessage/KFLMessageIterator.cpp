@@ -6,9 +6,11 @@
 #include <utility>
 
 #include <KFLCommon/KFLCheck.h>
+#include <KFLCommon/KFLClassName.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessageTree.h>
+#include <KFLMessage/KFLRootName.h>
 #include <KFLMessage/KFLTagVocabulary.h>
 #include <KFLMessage/KFLXMLWriter.h>
 
@@ -60,6 +62,18 @@ std::string_view KFLMessageIterator::getTypeNamespace() const {
   return tree_ ? tree_->namespaceText(tree_->type(tree_->at(element_).type).ns) : std::string_view();
 }
 
+void KFLMessageIterator::completeRoot(int namespaceId, std::string_view namespaceUri,
+                                      const std::type_info* untyped) {
+  if (element_ != KFLMessageTree::kRoot || !tree_->isRootOpen()) return;
+  KFLMessageNode& root = tree_->at(element_);
+  if (root.name == 0 && root.type == 0 && untyped != nullptr)
+    root.name = tree_->internName(std::string_view(rootNameOf(shortClassNameOf(*untyped)))) & 0x7FFFFFFFU;
+  if (namespaceId != 0) namespaceUri = namespaceName(namespaceId);
+  if (namespaceUri.empty()) return;
+  root.ns = tree_->internNamespace(namespaceUri);
+  tree_->closeRoot();
+}
+
 // --- Moving ---------------------------------------------------------------------------------------------------------
 
 int KFLMessageIterator::moveTo(std::uint32_t element) const {
@@ -97,10 +111,17 @@ bool KFLMessageIterator::hasChild(KFLElementID id) const {
 
 // --- Changing -------------------------------------------------------------------------------------------------------
 
+// Whether addChild() takes the id.
+bool KFLMessageIterator::canBeAdded(KFLElementID id) const {
+  return id.number() != 0 ? tagPosition(id.number()) != 0 : !id.isEmpty();
+}
+
 std::uint32_t KFLMessageIterator::insertChild(KFLElementID id) {
   const std::uint32_t name = tree_->internName(id);
   KFL_CHECK(name != 0, "KFLMessage", "KFLMessageIterator");
-  const std::uint32_t ns = namespace_ != 0 ? namespace_ : tree_->defaultNamespaceBelow(element_);
+  std::uint32_t ns = namespace_;
+  if (ns == 0 && element_ == scopeElement_) ns = scopeNamespace_;
+  if (ns == 0) ns = tree_->defaultNamespaceBelow(element_);
   return tree_->insert(element_, name, ns, insertParent_ == element_ ? insertBefore_ : KFLMessageTree::kNone);
 }
 
@@ -109,7 +130,7 @@ void KFLMessageIterator::addChild(KFLElementID id) {
 }
 
 int KFLMessageIterator::addEmptyChild(KFLElementID id) {
-  if (!tree_) return -1;
+  if (!tree_ || !canBeAdded(id)) return failToAdd(id);
   insertChild(id);
   return 0;
 }
@@ -141,21 +162,9 @@ void KFLMessageIterator::clearInsertionPoint() {
 // --- Values ---------------------------------------------------------------------------------------------------------
 
 int KFLMessageIterator::putText(std::string_view text, KFLElementID id) {
-  if (!tree_) return -1;
+  if (!tree_ || (!id.isEmpty() && !canBeAdded(id))) return failToAdd(id);
   tree_->setText(id.isEmpty() ? element_ : insertChild(id), text);
   return 0;
-}
-
-int KFLMessageIterator::putValue(const std::string& value, KFLElementID id) {
-  return putText(value, id);
-}
-
-int KFLMessageIterator::putValue(const char* const& value, KFLElementID id) {
-  return putText(value == nullptr ? std::string_view() : value, id);
-}
-
-int KFLMessageIterator::putValue(const bool& value, KFLElementID id) {
-  return putText(value ? "true" : "false", id);
 }
 
 int KFLMessageIterator::putInteger(long long value, KFLElementID id) {
@@ -164,37 +173,48 @@ int KFLMessageIterator::putInteger(long long value, KFLElementID id) {
   return putText({digits.data(), static_cast<std::size_t>(end - digits.data())}, id);
 }
 
+std::uint32_t KFLMessageIterator::elementOf(KFLElementID id) const {
+  if (!tree_) return KFLMessageTree::kNone;
+  if (id.isEmpty()) return element_;
+  const std::uint32_t name = tree_->findName(id);
+  return name == 0 ? KFLMessageTree::kNone : tree_->findChild(element_, name);
+}
+
 bool KFLMessageIterator::getTextOf(KFLElementID id, std::string_view& text) const {
-  if (!tree_) return false;
-  std::uint32_t element = element_;
-  if (!id.isEmpty()) {
-    const std::uint32_t name = tree_->findName(id);
-    element = name == 0 ? KFLMessageTree::kNone : tree_->findChild(element_, name);
-  }
+  const std::uint32_t element = elementOf(id);
   if (element == KFLMessageTree::kNone) return false;
   text = tree_->text(element);
   return true;
 }
 
-int KFLMessageIterator::getValue(std::string& value, KFLElementID id) const {
+int KFLMessageIterator::findValue(std::string& value, KFLElementID id) const {
   std::string_view text;
-  if (!getTextOf(id, text)) return -1;
+  if (!getTextOf(id, text)) return 1;
   value.assign(text);
   return 0;
 }
 
-int KFLMessageIterator::getValue(bool& value, KFLElementID id) const {
+int KFLMessageIterator::findValue(bool& value, KFLElementID id) const {
   std::string_view text;
-  if (!getTextOf(id, text)) return -1;
+  if (!getTextOf(id, text)) return 1;
   const bool isTrue = text == "true" || text == "1";
-  if (!isTrue && text != "false" && text != "0") return -1;
+  if (!isTrue && text != "false" && text != "0")
+    return failAt(id, "'" + std::string(text) + "' is no truth value; true or false is wanted");
   value = isTrue;
   return 0;
 }
 
-int KFLMessageIterator::getInteger(long long& value, KFLElementID id) const {
+int KFLMessageIterator::findInteger(long long& value, const IntegerRange& range, KFLElementID id) const {
   std::string_view text;
-  return getTextOf(id, text) ? parseInteger(text, value) : -1;
+  if (!getTextOf(id, text)) return 1;
+  long long wide = 0;
+  if (parseInteger(text, wide) == 0 && wide >= range.least && wide <= range.most) {
+    value = wide;
+    return 0;
+  }
+  return failAt(id, "'" + std::string(text) + "' is no " + std::to_string(range.bits) +
+                        "-bit number; one from " + std::to_string(range.least) + " to " +
+                        std::to_string(range.most) + " is wanted");
 }
 
 bool KFLMessageIterator::isEmptyElement() const {
@@ -222,6 +242,7 @@ void KFLMessageIterator::setName(std::string_view name, std::string_view namespa
   const std::uint32_t number = tree_->internName(name);
   tree_->at(element_).name = number & 0x7FFFFFFFU;
   tree_->at(element_).ns = tree_->internNamespace(namespaceUri);
+  if (element_ == KFLMessageTree::kRoot) tree_->closeRoot();
 }
 
 std::uint32_t KFLMessageIterator::getNameKey() const {
@@ -230,6 +251,10 @@ std::uint32_t KFLMessageIterator::getNameKey() const {
 
 std::uint32_t KFLMessageIterator::findNameKey(KFLElementID id) const {
   return tree_ && !id.isEmpty() ? tree_->findName(id) : 0;
+}
+
+std::string KFLMessageIterator::getPath() const {
+  return tree_ ? tree_->path(element_) : std::string();
 }
 
 bool KFLMessageIterator::isSameElement(const KFLMessageIterator& other) const {
@@ -259,7 +284,7 @@ int KFLMessageIterator::getAttribute(std::size_t index, std::string& namespaceUr
 // --- Whole subtrees -------------------------------------------------------------------------------------------------
 
 int KFLMessageIterator::copyContent(const KFLMessageIterator& source) {
-  if (!tree_ || !source.tree_) return -1;
+  if (!tree_ || !source.tree_) return fail("nothing can be copied");
   tree_->copyContent(element_, *source.tree_, source.element_);
   return 0;
 }
@@ -267,13 +292,70 @@ int KFLMessageIterator::copyContent(const KFLMessageIterator& source) {
 int KFLMessageIterator::print(std::string& out) const {
   if (tree_) return writeXml(*tree_, element_, KFLXMLLayout::Compact, out);
   out.clear();
-  setErrorMessage("there is no element to print; the cursor must stand on one");
-  return -1;
+  return fail("nothing can be printed");
 }
 
 bool KFLMessageIterator::isEqualTree(const KFLMessageIterator& other) const {
   if (!tree_ || !other.tree_) return tree_ == other.tree_;
   return tree_->isEqual(element_, *other.tree_, other.element_);
+}
+
+// --- Refusing -------------------------------------------------------------------------------------------------------
+
+int KFLMessageIterator::fail(std::string_view reason) const {
+  const std::string text(reason);
+  if (tree_)
+    setErrorMessage("%s: %s", getPath().c_str(), text.c_str());
+  else
+    setErrorMessage("the cursor stands on no element, so %s", text.c_str());
+  return -1;
+}
+
+int KFLMessageIterator::failAt(KFLElementID id, std::string_view reason) const {
+  const std::uint32_t element = elementOf(id);
+  return element == KFLMessageTree::kNone ? failMissing(id) : KFLMessageIterator(tree_, element).fail(reason);
+}
+
+int KFLMessageIterator::failMissing(KFLElementID id) const {
+  if (id.isEmpty() || !tree_) return fail("nothing can be read");
+  if (!canBeAdded(id)) return failToAdd(id);
+  const std::string_view name = id.number() != 0 ? tagName(id.number()) : id.name();
+  return fail("element " + std::string(name) + " is missing");
+}
+
+int KFLMessageIterator::failTooLarge(KFLElementID id) const {
+  const std::string_view name = id.number() != 0 ? tagName(id.number()) : id.name();
+  return fail((name.empty() ? "a number" : "the number of " + std::string(name)) +
+              std::string(" is beyond 9223372036854775807, which a message cannot carry"));
+}
+
+// Says why no child with this id can be made.
+int KFLMessageIterator::failToAdd(KFLElementID id) const {
+  if (!tree_) return fail("nothing can be written");
+  if (id.isEmpty()) return fail("an element without a name cannot be added");
+  return fail("the vocabulary has no element " + std::to_string(id.number()));
+}
+
+// --- Holds ----------------------------------------------------------------------------------------------------------
+
+KFLElementHold::KFLElementHold(const KFLMessageIterator& it) {
+  if (!it.tree_ || it.element_ == KFLMessageTree::kRoot) return;
+  tree_ = it.tree_;
+  element_ = it.element_;
+  tree_->hold(element_);
+}
+
+KFLElementHold& KFLElementHold::operator=(KFLElementHold&& other) noexcept {
+  if (this == &other) return *this;
+  release();
+  tree_ = std::move(other.tree_);
+  element_ = other.element_;
+  return *this;
+}
+
+void KFLElementHold::release() {
+  if (tree_) tree_->release(element_);
+  tree_.reset();
 }
 
 }  // namespace KFL

@@ -3,18 +3,27 @@
 //
 // A cursor stands on one element, the current one. It is cheap to copy; copies move independently over the same tree
 // and keep it alive. Finding moves the cursor, also a const one: position is not part of the message's value. A cursor
-// that stands on a removed element must not be used. A tree and its cursors serve one thread at a time.
+// that stands on a removed element must not be used, unless a KFLElementHold keeps the element. Any number of threads
+// may read a tree, each with cursors of its own, while nobody changes it; who changes one must be alone with it.
 //
 // An element is found by its name, whatever its namespace. A new element takes the selected namespace; when none is
-// selected it takes that of its parent's type tag, or else its parent's own.
+// selected it takes that of the record whose writer is at work on its parent, or else that of its parent's type tag, or
+// else its parent's own.
+//
+// The calls that move the cursor or ask what is there answer with -1 and leave no text: not finding is no failure. Each
+// other -1 comes with an error text that begins with the element's path.
 #ifndef KFLMESSAGE_KFLMESSAGEITERATOR_H
 #define KFLMESSAGE_KFLMESSAGEITERATOR_H
 
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
@@ -26,8 +35,16 @@ class KFLMessageTree;
 void intrusive_ptr_add_ref(KFLMessageTree* tree);
 void intrusive_ptr_release(KFLMessageTree* tree);
 
+// What is written as a number: integers of any width, but neither truth values nor characters.
 template <class T>
-concept KFLIntegerValue = std::same_as<T, int> || std::same_as<T, long> || std::same_as<T, long long>;
+concept KFLIntegerValue =
+    std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> &&
+    !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+
+// What is written as it stands.
+template <class T>
+concept KFLTextValue = std::is_convertible_v<const T&, std::string> ||
+    std::is_convertible_v<const T&, std::string_view> || std::is_convertible_v<const T&, const char*>;
 
 class KFLMessageIterator {
  public:
@@ -71,10 +88,11 @@ class KFLMessageIterator {
 
   // --- Changing ---------------------------------------------------------------------------------------------------
 
-  // Creates a child and makes it current. New children come last, or where an insertion point was set. An unknown
-  // number, and an empty id, are programming errors.
+  // Creates a child and makes it current. New children come last, or where an insertion point was set. A number that
+  // the vocabulary lacks, and an empty id, abort: look at a name that comes from outside before it is used here. The
+  // calls below that take an id refuse such a number.
   void addChild(KFLElementID id);
-  // Creates an empty child; the cursor stays. 0, or -1 on no tree.
+  // Creates an empty child; the cursor stays. 0, or -1 on no tree, for an empty id, and for an unknown number.
   int addEmptyChild(KFLElementID id);
   // Deletes the current element with all below it and returns to its parent. The root keeps its place and is emptied.
   void removeCurrent();
@@ -89,26 +107,52 @@ class KFLMessageIterator {
 
   // --- Values -----------------------------------------------------------------------------------------------------
 
-  // Writes a child value element with this id; with an empty id the text of the current element. 0, or -1 on no tree.
-  int putValue(const std::string& value, KFLElementID id = {});
-  int putValue(const char* const& value, KFLElementID id = {});
-  int putValue(const bool& value, KFLElementID id = {});
-  template <KFLIntegerValue T>
-  int putValue(const T& value, KFLElementID id = {}) {
-    return putInteger(value, id);
+  // Writes a child value element with this id; with an empty id the text of the current element. A bool is written as
+  // true or false, an integer as a number. 0, or -1 on no tree, for an unknown number of an element, and for an integer
+  // beyond 64 bits with a sign.
+  int putValue(const std::string& value, KFLElementID id = {}) { return putText(value, id); }
+  int putValue(const std::string_view& value, KFLElementID id = {}) { return putText(value, id); }
+  int putValue(const char* const& value, KFLElementID id = {}) {
+    return putText(value == nullptr ? std::string_view() : value, id);
+  }
+  template <class T>
+  requires(!KFLTextValue<T>) int putValue(const T& value, KFLElementID id = {}) {
+    static_assert(
+        std::same_as<T, bool> || KFLIntegerValue<T>,
+        "putValue() takes a text, a bool or an integer; make one of any other value first, and give a "
+        "record to putObj()");
+    if constexpr (std::same_as<T, bool>)
+      return putText(value ? "true" : "false", id);
+    else if constexpr (KFLIntegerValue<T>)
+      return std::in_range<long long>(value) ? putInteger(static_cast<long long>(value), id)
+                                             : failTooLarge(id);
+    else
+      return -1;
   }
 
   // Reads the first child value element with this id, or with an empty id the current element. 0, or -1 when it is
   // absent or not well formed (numbers are read whole and in range, booleans are true, false, 1 or 0); then `value`
   // is untouched.
-  int getValue(std::string& value, KFLElementID id = {}) const;
-  int getValue(bool& value, KFLElementID id = {}) const;
+  int getValue(std::string& value, KFLElementID id = {}) const { return needed(findValue(value, id), id); }
+  int getValue(bool& value, KFLElementID id = {}) const { return needed(findValue(value, id), id); }
   template <KFLIntegerValue T>
   int getValue(T& value, KFLElementID id = {}) const {
+    return needed(findValue(value, id), id);
+  }
+
+  // The same for an element that may be absent: 0; 1, without a text, when it is; -1 when it is not well formed.
+  int findValue(std::string& value, KFLElementID id = {}) const;
+  int findValue(bool& value, KFLElementID id = {}) const;
+  template <KFLIntegerValue T>
+  int findValue(T& value, KFLElementID id = {}) const {
+    using Limits = std::numeric_limits<T>;
+    constexpr long long kMost = std::in_range<long long>(Limits::max())
+                                    ? static_cast<long long>(Limits::max())
+                                    : std::numeric_limits<long long>::max();
     long long wide = 0;
-    if (getInteger(wide, id) != 0 || static_cast<T>(wide) != wide) return -1;
-    value = static_cast<T>(wide);
-    return 0;
+    const int result = findInteger(wide, {static_cast<long long>(Limits::min()), kMost, 8 * sizeof(T)}, id);
+    if (result == 0) value = static_cast<T>(wide);
+    return result;
   }
 
   // True when the current element has neither text nor children.
@@ -129,6 +173,9 @@ class KFLMessageIterator {
   // Whether both cursors stand on the same element of the same tree.
   bool isSameElement(const KFLMessageIterator& other) const;
   std::size_t countChildren() const;
+  // The element's path from the root, with its number among siblings of its name where there are several, such as
+  // /venv_config/net_device[2]/name; a root that has no name yet stands by the one that it would get. Empty on no tree.
+  std::string getPath() const;
   // Attributes other than the type tag; 0, or -1 when there is no attribute with this index.
   int getAttribute(std::size_t index, std::string& namespaceUri, std::string& name, std::string& value) const;
 
@@ -145,7 +192,7 @@ class KFLMessageIterator {
   // --- Records ----------------------------------------------------------------------------------------------------
 
   // Writes `obj` through the writer `w`: as the child with this id, replacing the first one that is there; with an
-  // empty id into the current element. Returns the writer's result.
+  // empty id into the current element. Returns the writer's result; -1 on no tree and for an unknown number.
   template <class T, class Writer>
   int putObject(const T& obj, const Writer& w, KFLElementID id = {});
   // Reads `obj` from the child with this id, or from the current element. Returns the reader's result; -1 when the
@@ -159,23 +206,95 @@ class KFLMessageIterator {
   int getObj(T& obj, KFLElementID id = {}) const;
 
   // Writes into the current element: namespace, type, then the record; the default namespace is selected afterwards.
+  // All that the writer adds to the element stands in the writer's namespace, where it names one, also behind other
+  // records that it writes. A root that was made without a namespace gets the first one that is written into it, and one
+  // without a name, where the record has no type tag either, the name of the record's class ("ubc" for KFAUbc).
   template <class T, class Writer>
   int putObjectInternal(const T& obj, const Writer& w);
 
+  // --- Refusing ---------------------------------------------------------------------------------------------------
+
+  // For readers and writers: records "PATH: REASON" for the current element, and returns -1.
+  int fail(std::string_view reason) const;
+  // The same for the child with this id: with its path when it is there, and else that it is missing.
+  int failAt(KFLElementID id, std::string_view reason) const;
+  int failMissing(KFLElementID id) const;
+
  private:
+  friend class KFLElementHold;
+  friend class KFLNamespaceScope;
+
+  struct IntegerRange {
+    long long least;
+    long long most;
+    std::size_t bits;
+  };
+
   int moveTo(std::uint32_t element) const;
+  bool canBeAdded(KFLElementID id) const;
   std::uint32_t insertChild(KFLElementID id);
   int putInteger(long long value, KFLElementID id);
   int putText(std::string_view text, KFLElementID id);
-  int getInteger(long long& value, KFLElementID id) const;
+  int failTooLarge(KFLElementID id) const;
+  int failToAdd(KFLElementID id) const;
+  int findInteger(long long& value, const IntegerRange& range, KFLElementID id) const;
+  int needed(int found, KFLElementID id) const { return found == 1 ? failMissing(id) : found; }
+  // The element with this id, or the current one; 0 when there is none.
+  std::uint32_t elementOf(KFLElementID id) const;
   // The text of the child with this id; false when there is none.
   bool getTextOf(KFLElementID id, std::string_view& text) const;
+  // Gives a root what it lacks: the namespace by its number, or else by its name; the class is that of a record without
+  // a type tag, or null.
+  void completeRoot(int namespaceId, std::string_view namespaceUri, const std::type_info* untyped);
 
   boost::intrusive_ptr<KFLMessageTree> tree_;
   mutable std::uint32_t element_ = 0;
   std::uint32_t namespace_ = 0;
   std::uint32_t insertParent_ = 0;
   std::uint32_t insertBefore_ = 0;
+  std::uint32_t scopeElement_ = 0;
+  std::uint32_t scopeNamespace_ = 0;
+};
+
+// While it lives, the default namespace of children that the cursor adds to the element on which it stands now is the
+// one that is selected now; where none is selected, it changes nothing. The scopes of one cursor end in the reverse
+// order of their making.
+class KFLNamespaceScope {
+ public:
+  explicit KFLNamespaceScope(KFLMessageIterator& it)
+      : it_(it), element_(it.scopeElement_), namespace_(it.scopeNamespace_) {
+    if (it.namespace_ == 0) return;
+    it.scopeElement_ = it.element_;
+    it.scopeNamespace_ = it.namespace_;
+  }
+  KFLNamespaceScope(const KFLNamespaceScope&) = delete;
+  KFLNamespaceScope& operator=(const KFLNamespaceScope&) = delete;
+  ~KFLNamespaceScope() {
+    it_.scopeElement_ = element_;
+    it_.scopeNamespace_ = namespace_;
+  }
+
+ private:
+  KFLMessageIterator& it_;
+  std::uint32_t element_;
+  std::uint32_t namespace_;
+};
+
+// Keeps the element under a cursor, with all below it. When the element, or one that it stands in, is removed from the
+// tree, it stands apart from then on, and cursors on it stay good. The hold may end on any thread.
+class KFLElementHold {
+ public:
+  KFLElementHold() = default;
+  explicit KFLElementHold(const KFLMessageIterator& it);
+  KFLElementHold(KFLElementHold&& other) noexcept : tree_(std::move(other.tree_)), element_(other.element_) {}
+  KFLElementHold& operator=(KFLElementHold&& other) noexcept;
+  ~KFLElementHold() { release(); }
+
+ private:
+  void release();
+
+  boost::intrusive_ptr<KFLMessageTree> tree_;  // empty for nothing, and for a root, which is never removed
+  std::uint32_t element_ = 0;
 };
 
 }  // namespace KFL

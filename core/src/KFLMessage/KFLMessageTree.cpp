@@ -215,6 +215,7 @@ void KFLMessageTree::clear(KFLNodeIndex element) {
 }
 
 void KFLMessageTree::freeSubtree(KFLNodeIndex top) {
+  if (hasHolds_.load(std::memory_order_acquire) && setHeldApart(top)) return;
   KFLNodeIndex index = top;
   for (;;) {
     while (at(index).first != kNone)
@@ -226,6 +227,59 @@ void KFLMessageTree::freeSubtree(KFLNodeIndex top) {
     index = next != kNone ? next : parent;
     if (next == kNone) at(parent).first = kNone;
   }
+}
+
+// --- Held elements --------------------------------------------------------------------------------------------------
+
+void KFLMessageTree::hold(KFLNodeIndex element) {
+  const KFLLockGuard guard(holdLock_);
+  ++holds_[element].count;
+  hasHolds_.store(true, std::memory_order_release);
+}
+
+void KFLMessageTree::release(KFLNodeIndex element) {
+  const KFLLockGuard guard(holdLock_);
+  const auto found = holds_.find(element);
+  if (--found->second.count != 0) return;
+  if (found->second.isApart) released_.push_back(element);
+  holds_.erase(found);
+  hasHolds_.store(!holds_.empty() || !released_.empty(), std::memory_order_release);
+}
+
+// Takes what is held out of a subtree that is about to be freed; true when that is the whole of it.
+bool KFLMessageTree::setHeldApart(KFLNodeIndex top) {
+  freeReleased();
+  const KFLLockGuard guard(holdLock_);
+  KFLNodeIndex index = top;
+  for (;;) {
+    const auto held = holds_.find(index);
+    KFLNodeIndex next = held == holds_.end() ? at(index).first : kNone;
+    for (KFLNodeIndex up = index; next == kNone && up != top; up = at(up).parent)
+      next = at(up).next;
+    if (held != holds_.end()) {
+      held->second.isApart = true;
+      if (index != top) unlink(index);
+      Node& node = at(index);
+      node.parent = kNone;
+      node.next = kNone;
+      node.prev = index;
+      if (index == top) return true;
+    }
+    if (next == kNone) return false;
+    index = next;
+  }
+}
+
+// What stood apart and is held no more.
+void KFLMessageTree::freeReleased() {
+  std::vector<KFLNodeIndex> all;
+  {
+    const KFLLockGuard guard(holdLock_);
+    all.swap(released_);
+    hasHolds_.store(!holds_.empty(), std::memory_order_release);
+  }
+  for (const KFLNodeIndex element : all)
+    freeSubtree(element);
 }
 
 void KFLMessageTree::freeNode(KFLNodeIndex index) {

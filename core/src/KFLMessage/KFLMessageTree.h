@@ -23,6 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <KFLCommon/KFLLock.h>
 #include <KFLMessage/KFLElementID.h>
 #include <KFLMessage/KFLNameTable.h>
 #include <KFLMessage/KFLTagIndex.h>
@@ -116,6 +117,9 @@ class KFLMessageTree {
   // The names by which the element is known outside: those of an unnamed root come from its type.
   std::string_view effectiveName(KFLNodeIndex element) const;
   std::uint32_t effectiveNamespace(KFLNodeIndex element) const;
+  // Whether the root still waits for the namespace, and where it has none for the name, of what is written into it.
+  bool isRootOpen() const { return isRootOpen_; }
+  void closeRoot() { isRootOpen_ = false; }
   // The namespace of a child that is created without one.
   std::uint32_t defaultNamespaceBelow(KFLNodeIndex parent) const;
 
@@ -141,6 +145,11 @@ class KFLMessageTree {
   std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
   // Takes out what the element holds: children, text, attributes.
   void clear(KFLNodeIndex element);
+
+  // Keeps an element, which is not the root: taken out, it stands apart with all below it until it is held no more.
+  // Each hold ends by one release, on any thread.
+  void hold(KFLNodeIndex element);
+  void release(KFLNodeIndex element);
 
   // --- Texts and attributes -----------------------------------------------------------------------------------------
 
@@ -197,6 +206,8 @@ class KFLMessageTree {
   void unlink(KFLNodeIndex index);
   void mergeTextBefore(KFLNodeIndex index);
   void freeSubtree(KFLNodeIndex top);
+  bool setHeldApart(KFLNodeIndex top);
+  void freeReleased();
   void freeNode(KFLNodeIndex index);
   void setNodeText(Node& node, std::string_view text);
   void dropText(Node& node);
@@ -217,6 +228,17 @@ class KFLMessageTree {
   KFLNameTable namespaces_{arena_};
   KFLNameTable types_{arena_};
   std::unordered_map<KFLNodeIndex, KFLMessageAttributes> attributes_;
+  bool isRootOpen_ = true;
+
+  struct Hold {
+    std::uint32_t count = 0;
+    bool isApart = false;
+  };
+  KFLLock holdLock_;
+  std::unordered_map<KFLNodeIndex, Hold> holds_ KFL_GUARDED_BY(holdLock_);
+  std::vector<KFLNodeIndex> released_
+      KFL_GUARDED_BY(holdLock_);       // stand apart, to be freed by who changes the tree
+  std::atomic<bool> hasHolds_{false};  // whether either of the two has anything
 };
 
 inline std::string_view KFLMessageTree::textOf(const Node& node) {

@@ -27,6 +27,7 @@ constexpr KFLField describe(KFLFieldShape shape, KFLElementID id) {
   row.shape = shape;
   row.valueType = valueTypeOf<T>();
   row.table = descriptionOf<T>();
+  row.probe = probeOf<T>();
   row.maxElements = shape == KFLFieldShape::List ? 0 : 1;
   return row;
 }

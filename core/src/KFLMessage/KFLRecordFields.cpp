@@ -1,52 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLMessage/KFLRecordFields.h>
 
-#include <KFLCommon/KFLError.h>
-#include <KFLMessage/KFLNumberNames.h>
-
 namespace KFL {
-
-namespace {
-
-// What a value must be; empty for one that has a text form of its own, whose reader has said what is wrong.
-std::string acceptedBy(const KFLField& row) {
-  if (row.names != nullptr) return row.names->listNames();
-  if (row.valueType.empty() || row.valueType == "string") return {};
-  return "a value of type " + std::string(row.valueType);
-}
-
-// Says which element of the record could not be read. What is wrong inside a part has been said by its own reader.
-void explainFailure(const char* record, const KFLMessageIterator& it, const KFLField& row) {
-  if (row.id.isEmpty()) return;
-  const std::string name(row.elementName());
-  std::string text;
-  if (!it.hasChild(row.id)) {
-    setErrorMessage("%s: there is no element '%s'; it must be there", record, name.c_str());
-  } else if (row.shape == KFLFieldShape::Element && row.table == nullptr && it.getValue(text, row.id) == 0) {
-    const std::string accepted = acceptedBy(row);
-    if (accepted.empty())
-      setErrorMessage("%s: the element '%s': %s", record, name.c_str(), getErrorMessage().c_str());
-    else
-      setErrorMessage("%s: the element '%s' holds '%s'; %s would be right", record, name.c_str(),
-                      text.c_str(), accepted.c_str());
-  }
-}
-
-}  // namespace
 
 int KFLFieldTable::write(KFLMessageIterator& it, const void* record) const {
   for (const KFLField& row : rows_) {
+    const std::size_t before = countErrorMessages();
     const int result = row.put(it, record, row);
-    if (result != 0 && row.failsWrite) return result;
+    if (result == 0 || !row.failsWrite) continue;
+    if (countErrorMessages() == before)
+      it.fail(row.id.isEmpty() ? std::string(record_) + " cannot be written"
+                               : "element " + std::string(row.elementName()) + " cannot be written");
+    return result;
   }
   return 0;
 }
 
 int KFLFieldTable::read(const KFLMessageIterator& it, void* record) const {
   for (const KFLField& row : readRows_) {
+    const std::size_t before = countErrorMessages();
     const int result = row.get(it, record, row);
     if (result == 0 || !row.failsRead || (row.mayBeAbsent && !it.hasChild(row.id))) continue;
-    explainFailure(record_, it, row);
+    if (result == 1) return it.failMissing(row.id);
+    if (countErrorMessages() == before) it.failAt(row.id, std::string("is not read as a part of ") + record_);
     return result;
   }
   return 0;

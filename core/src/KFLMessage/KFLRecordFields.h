@@ -35,6 +35,7 @@
 #include <utility>
 #include <vector>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLProperty.h>
 #include <KFLMessage/KFLMessageIterator.h>
 #include <KFLMessage/KFLTagVocabulary.h>
@@ -66,8 +67,11 @@ enum class KFLFieldWrite {
 // One row. Made by the functions below, then refined by its own; all of it is constant.
 struct KFLField {
   using Put = int (*)(KFLMessageIterator& it, const void* record, const KFLField& field);
+  // 0; 1, without an error text, for an element that is absent; or a negative result.
   using Get = int (*)(const KFLMessageIterator& it, void* record, const KFLField& field);
   using Table = const KFLFieldTable& (*)();
+  // Reads one value or record of the row from the current element, and forgets it: 0, or -1 with an error text.
+  using Probe = int (*)(const KFLMessageIterator& it);
 
   KFLElementID id;      // the element; of a list: of each item; empty for inline parts
   KFLElementID itemId;  // the items of a container; the value of a map's entry
@@ -86,6 +90,7 @@ struct KFLField {
   std::string_view valueType;    // XML Schema type of the value; empty for records
   const KFLNumberNames* names = nullptr;  // of a value that is one of these names
   Table table = nullptr;                  // the fields or elements of a record, where it tells them
+  Probe probe = nullptr;                  // null where nothing can be read alone
   Put put = nullptr;
   Get get = nullptr;
 
@@ -191,7 +196,8 @@ class KFLFieldTable {
   // Writes the fields in the order of the rows. 0, or the result of the first field whose write must not
   // fail.
   int write(KFLMessageIterator& it, const void* record) const;
-  // Reads the fields in their order. 0, or the result of the first required field that fails.
+  // Reads the fields in their order. 0, or -1 at the first required field that fails. The error text names the element;
+  // so it does for a field that is not required and not well formed, where reading goes on.
   int read(const KFLMessageIterator& it, void* record) const;
 
  private:
@@ -244,7 +250,10 @@ template <class Value>
 struct KFLTextReader {
   int operator()(const KFLMessageIterator& it, Value& value) const {
     std::string text;
-    return it.getValue(text) == 0 ? value.fromString(text) : -1;
+    if (it.getValue(text) != 0) return -1;
+    const std::size_t before = countErrorMessages();
+    if (const int result = value.fromString(text); result == 0) return 0;
+    return it.fail(countErrorMessages() != before ? getErrorMessage() : "'" + text + "' is not read");
   }
 };
 
@@ -256,7 +265,8 @@ template <class T>
 inline constexpr bool isOptional<KFLOptionalProperty<T>> = true;
 
 template <class T>
-concept Scalar = std::same_as<T, std::string> || std::same_as<T, bool> || KFLIntegerValue<T>;
+concept Scalar = std::same_as<T, std::string> || std::same_as<T, bool> || std::same_as<T, int> ||
+    std::same_as<T, long> || std::same_as<T, long long>;
 
 // A value that has a text form and no Writer of its own, such as a GUID.
 template <class T>
@@ -279,6 +289,21 @@ concept Insertable = requires(T container, typename T::value_type item) {
 &&!requires(T container, typename T::value_type item) {
   container.push_back(item);
 };
+
+// A value that a field can hold.
+template <class T>
+concept Storable = Scalar<T> || Texted<T> || requires {
+  typename T::Writer;
+  typename T::Reader;
+};
+// True; any other type does not compile, and is told why.
+template <class T>
+constexpr bool isStorable() {
+  static_assert(Storable<T>,
+                "a field of a record is a std::string, a bool, an int, a long, a long long, a class with "
+                "fromString() and toString(), or one with a Writer and a Reader");
+  return Storable<T>;
+}
 
 // A record whose elements are described by rows that do not bind them: see KFLRecordElements.h.
 template <class T>
@@ -318,17 +343,45 @@ int putOne(KFLMessageIterator& it, const T& value, KFLElementID id) {
     return it.putValue(value, id);
   else if constexpr (Texted<T>)
     return it.putValue(value.toString(), id);
-  else
+  else if constexpr (isStorable<T>())
     return it.putObj(value, id);
+  else
+    return -1;
 }
+// Reads the current element, or the child with this id, which must be there.
 template <class T>
 int getOne(const KFLMessageIterator& it, T& value, KFLElementID id) {
   if constexpr (Scalar<T>)
     return it.getValue(value, id);
   else if constexpr (Texted<T>)
     return it.getObject(value, KFLTextReader<T>(), id);
-  else
+  else if constexpr (isStorable<T>())
     return it.getObj(value, id);
+  else
+    return -1;
+}
+// The same for a child that may be absent: 1, without a text, when it is.
+template <class T>
+int findOne(const KFLMessageIterator& it, T& value, KFLElementID id) {
+  if constexpr (Scalar<T>) {
+    return it.findValue(value, id);
+  } else {
+    if (it.findChild(id) != 0) return 1;
+    const int result = getOne(it, value, {});
+    it.leaveChild();
+    return result;
+  }
+}
+
+// Null for a class that cannot be read, such as the base of polymorphic objects.
+template <class T>
+constexpr KFLField::Probe probeOf() {
+  if constexpr (Storable<T> && std::is_default_constructible_v<T>)
+    return [](const KFLMessageIterator& it) {
+      T value{};
+      return getOne(it, value, {});
+    };
+  return nullptr;
 }
 
 // Whether a value is worth an element of its own: see KFLFieldWrite::WhenNotEmpty.
@@ -409,11 +462,11 @@ struct ElementField {
     T& member = static_cast<Record*>(record)->*Member;
     if (row.resets) member = T{};
     if constexpr (isOptional<T>) {
-      const int result = getOne(it, member.value(), row.id);
+      const int result = findOne(it, member.value(), row.id);
       member.setSpecified(result == 0);
       return result;
     } else {
-      return getOne(it, member, row.id);
+      return findOne(it, member, row.id);
     }
   }
 };
@@ -435,7 +488,7 @@ struct ListField {
     return putItems(it, static_cast<const Record*>(record)->*Member, row.id) == 0 ? 0 : -1;
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
-    if (row.needsItem && !it.hasChild(row.id)) return -1;
+    if (row.needsItem && !it.hasChild(row.id)) return 1;
     return getItems(it, static_cast<Record*>(record)->*Member, row.id);
   }
 };
@@ -456,7 +509,7 @@ struct ContainerField {
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     auto& member = static_cast<Record*>(record)->*Member;
-    int result = -1;
+    int result = 1;
     if (it.findChild(row.id) == 0) {
       result = getItems(it, unwrap(member), row.itemId);
       it.leaveChild();
@@ -576,6 +629,7 @@ constexpr KFLField row(KFLFieldShape shape, KFLElementID id, KFLElementID itemId
   made.shape = shape;
   made.valueType = valueTypeOf<T>();
   made.table = descriptionOf<T>();
+  made.probe = probeOf<T>();
   const bool isRepeated = shape == KFLFieldShape::List || shape == KFLFieldShape::Map;
   made.maxElements = isRepeated ? 0 : 1;
   made.put = &Binding::put;

@@ -19,7 +19,7 @@ namespace fields {
 
 // Writes the number as its name in the row's table: 0, or -1 with nothing written.
 int putName(KFLMessageIterator& it, int number, const KFLField& row);
-// Reads it back: 0, or -1, with `number` untouched, when the element is absent or its name unknown.
+// Reads it back: 0; 1 when the element is absent, or -1 when its name is unknown, with `number` untouched.
 int getName(const KFLMessageIterator& it, int& number, const KFLField& row);
 
 template <class Record, auto Member>

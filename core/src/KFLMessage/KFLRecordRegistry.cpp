@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include <KFLCommon/KFLText.h>
+#include <KFLMessage/KFLRootName.h>
 
 namespace KFL {
 
@@ -45,45 +45,6 @@ KFLRecordType::~KFLRecordType() {
   std::erase(records(), this);
 }
 
-// --- The root element --------------------------------------------------------------------------------------
-
-namespace {
-
-bool isUpper(char c) {
-  return c >= 'A' && c <= 'Z';
-}
-
-// Words whose capitals do not begin one.
-constexpr std::string_view kMixedWords[] = {"QoS", "IPv4", "IPv6"};
-
-// The length of the word that a class name begins with: "CPU" of "CPULoad", "Load" of "Load".
-std::size_t wordLength(std::string_view name) {
-  for (const std::string_view word : kMixedWords)
-    if (name.starts_with(word)) return word.size();
-  std::size_t end = 1;
-  while (end < name.size() && isUpper(name[end - 1]) && isUpper(name[end]))
-    ++end;
-  const bool isAcronym = end > 1;
-  if (isAcronym) return end < name.size() && !isUpper(name[end]) ? end - 1 : end;
-  while (end < name.size() && !isUpper(name[end]))
-    ++end;
-  return end;
-}
-
-// "UGIDQuotaInfo" as ugid_quota_info.
-std::string wordsOf(std::string_view name) {
-  std::string words;
-  while (!name.empty()) {
-    const std::size_t length = wordLength(name);
-    if (!words.empty()) words += '_';
-    words += toLower(std::string(name.substr(0, length)));
-    name.remove_prefix(length);
-  }
-  return words;
-}
-
-}  // namespace
-
 std::string KFLRecordType::rootName() const {
   constexpr std::string_view kTypeSuffix = "Type";
   std::string_view name = typeTag();
@@ -91,11 +52,7 @@ std::string KFLRecordType::rootName() const {
     if (name.ends_with(kTypeSuffix)) name.remove_suffix(kTypeSuffix.size());
     return std::string(name);
   }
-  name = name_;
-  if (const std::size_t scope = name.rfind("::"); scope != std::string_view::npos)
-    name.remove_prefix(scope + 2);
-  if (name.starts_with("KFL") || name.starts_with("KFA")) name.remove_prefix(3);
-  return wordsOf(name);
+  return rootNameOf(name_);
 }
 
 const KFLRecordType* findRecordType(std::string_view name) {

@@ -74,16 +74,16 @@ TEST(KFLRecords, FailureNamesTheElement) {
                            "' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance'><package xsi:type=";
   KFL::KFLPackageList list;
   EXPECT_EQ(readFrom(head + "'packageType'><kind>k</kind></package></l>", list), -1);
-  EXPECT_EQ(KFL::getErrorMessage(), "KFLPackage: there is no element 'name'; it must be there");
+  EXPECT_EQ(KFL::getErrorMessage(), "/l/package: element name is missing");
   EXPECT_EQ(readFrom(head + "'otherType'/></l>", list), -1);
-  EXPECT_EQ(
-      KFL::getErrorMessage(),
-      "the element 'package' has the type 'http://kelvarium.internal/webservices/kfl/4.0.0/types:otherType', "
-      "which is not known here");
+  EXPECT_EQ(KFL::getErrorMessage(),
+            "/l/package: the type 'http://kelvarium.internal/webservices/kfl/4.0.0/types:otherType' is not "
+            "known here");
   KFL::KFLQoS qos;
   EXPECT_EQ(readFrom("<q><id>a</id><hard>1k</hard></q>", qos), -1);
-  EXPECT_EQ(KFL::getErrorMessage(),
-            "KFLQoS: the element 'hard' holds '1k'; a value of type long would be right");
+  EXPECT_EQ(
+      KFL::getErrorMessage(),
+      "/q/hard: '1k' is no 64-bit number; one from -9223372036854775808 to 9223372036854775807 is wanted");
 }
 
 }  // namespace

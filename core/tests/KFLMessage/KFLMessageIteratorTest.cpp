@@ -5,7 +5,9 @@
 
 #include <array>
 #include <climits>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <KFLCommon/KFLError.h>
@@ -283,6 +285,121 @@ TEST(KFLMessage, AMillionSetsLeaveTheMemorySteady) {
   constexpr std::size_t kLongestValue = 600;
   EXPECT_LE(message.memoryUsed(), steady + kLongestValue);
   EXPECT_LT(steady, 64U * 1024U);
+}
+
+// Writes a value, and reads it back into the same type.
+template <class T>
+void expectWritten(T value, const std::string& text) {
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  EXPECT_EQ(it.putValue(value, "v"), text.empty() ? -1 : 0);
+  if (text.empty()) return;
+  ASSERT_EQ(it.findChild("v"), 0);
+  EXPECT_EQ(it.getText(), text);
+  T back{};
+  EXPECT_EQ(it.getValue(back), 0);
+  EXPECT_EQ(back, value);
+}
+
+TEST(KFLMessageIterator, EveryIntegerIsANumberAndOnlyABoolATruthValue) {
+  expectWritten(true, "true");
+  expectWritten(static_cast<unsigned char>(200), "200");
+  expectWritten(static_cast<signed char>(-5), "-5");
+  expectWritten(static_cast<short>(-300), "-300");
+  expectWritten(static_cast<unsigned short>(65535), "65535");
+  expectWritten(4294967295U, "4294967295");
+  expectWritten(std::size_t{3}, "3");
+  expectWritten(9223372036854775807ULL, "9223372036854775807");
+  expectWritten(9223372036854775808ULL, "");
+  EXPECT_EQ(getErrorMessage(),
+            "/message: the number of v is beyond 9223372036854775807, which a message cannot carry");
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  it.putValue(256, "v");
+  unsigned char byte = 7;
+  EXPECT_EQ(it.getValue(byte, "v"), -1);
+  EXPECT_EQ(getErrorMessage(), "/message/v: '256' is no 8-bit number; one from 0 to 255 is wanted");
+  EXPECT_EQ(byte, 7);
+}
+
+struct Empty {
+  struct Writer : KFLUntypedWriter {
+    int operator()(KFLMessageIterator&, const Empty&) const { return 0; }
+  };
+  struct Reader {
+    int operator()(const KFLMessageIterator&, Empty&) const { return 0; }
+  };
+};
+
+// What fails leaves a text of its own, which says where.
+TEST(KFLMessageIterator, EveryFailureSaysWhere) {
+  KFLMessage message = parsed("<a><b>1</b><b>x<c/></b></a>");
+  KFLMessageIterator it = message.getIterator();
+  it.findChild("b");
+  it.findNextChild("b");
+  KFLMessageIterator none;
+  Empty object;
+  int number = 0;
+  std::string text;
+  const struct {
+    std::function<int()> call;
+    std::string starts;
+  } rows[] = {
+      {[&] { return it.getValue(number); }, "/a/b[2]: 'x' is no 32-bit number"},
+      {[&] { return it.getValue(number, 1002); }, "/a/b[2]: element veid is missing"},
+      {[&] { return it.getValue(text, "d"); }, "/a/b[2]: element d is missing"},
+      {[&] { return it.getObj(object, "d"); }, "/a/b[2]: element d is missing"},
+      {[&] { return it.getValue(text, 999999); }, "/a/b[2]: the vocabulary has no element 999999"},
+      {[&] { return it.putValue(1, 999999); }, "/a/b[2]: the vocabulary has no element 999999"},
+      {[&] { return it.putObj(object, 999999); }, "/a/b[2]: the vocabulary has no element 999999"},
+      {[&] { return it.addEmptyChild(999999); }, "/a/b[2]: the vocabulary has no element 999999"},
+      {[&] { return it.addEmptyChild(std::string()); }, "/a/b[2]: an element without a name"},
+      {[&] { return it.copyContent(none); }, "/a/b[2]: nothing can be copied"},
+      {[&] { return none.getValue(text); }, "the cursor stands on no element"},
+      {[&] { return none.putValue("v", "x"); }, "the cursor stands on no element"},
+      {[&] { return none.putObj(object, "x"); }, "the cursor stands on no element"},
+      {[&] { return none.putObj(object); }, "the cursor stands on no element"},
+      {[&] { return none.addEmptyChild("x"); }, "the cursor stands on no element"},
+      {[&] { return none.print(text); }, "the cursor stands on no element"},
+  };
+  for (const auto& row : rows) {
+    setErrorMessage("%s", "former");
+    EXPECT_EQ(row.call(), -1) << row.starts;
+    EXPECT_TRUE(getErrorMessage().starts_with(row.starts)) << getErrorMessage();
+  }
+  EXPECT_EQ(printed(it), "<b>x<c/></b>");
+}
+
+// Held elements stand apart when they are removed; what is held no more is used again.
+TEST(KFLMessageIterator, AHeldElementOutlivesItsRemoval) {
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  std::size_t steady = 0;
+  for (int i = 0; i < 300; ++i) {
+    it.addChild("list");
+    it.addChild("one");
+    it.putValue("a text that stands outside of its node", "x");
+    KFLElementHold one(it);
+    const KFLElementHold again(it);
+    const KFLMessageIterator cursor(it);
+    it.leaveChild();
+    it.putValue("other", "y");
+    if (i % 2 == 0)
+      it.removeCurrent();
+    else
+      message.getIterator().clear();
+    it = message.getIterator();
+    it.putValue("something else, of some length, in the place of what was freed", "z");
+    ASSERT_EQ(printed(cursor), "<one><x>a text that stands outside of its node</x></one>");
+    cursor.leaveChild();
+    ASSERT_EQ(cursor.getPath(), "/one");
+    KFLElementHold moved(std::move(one));
+    one = std::move(moved);
+    it.clear();
+    if (i == 100) steady = message.memoryUsed();
+  }
+  EXPECT_LE(message.memoryUsed(), steady);
+  EXPECT_EQ(message.toString(), "<message/>");
 }
 
 }  // namespace

@@ -133,6 +133,42 @@ TEST_F(SchemasJudge, EveryMessageIsAccepted) {
   expectAll("validates");
 }
 
+// Written again into a root that has a name and into one that has none.
+TEST_F(SchemasJudge, EveryWrittenMessageIsAccepted) {
+  for (const auto& [record, example] : examples()) {
+    KFLMessage message;
+    ASSERT_EQ(message.parse(example.xml), 0);
+    const KFL::KFLRecordType::Object object = record->create();
+    ASSERT_EQ(record->read(message.getIterator(), object.get()), 0) << KFL::getErrorMessage();
+    KFLMessage named(record->rootName());
+    KFLMessage unnamed;
+    for (KFLMessage* const written : {&named, &unnamed}) {
+      KFLMessageIterator it = written->getIterator();
+      ASSERT_EQ(record->write(it, object.get()), 0);
+      const bool isText = *record->namespaceUri() == '\0';
+      if (isText) it.setName(written == &named ? it.getName() : record->rootName(), KFL::kTypesNamespaceURI);
+      KFLMessage copy;
+      ASSERT_EQ(copy.parse(KFLMessage(*written).toString()), 0);
+      EXPECT_EQ(copy.getIterator().getName(), record->rootName());
+      add(copy, (written == &named ? "named-" : "unnamed-") + example.file, copy.toString());
+    }
+  }
+  expectAll("validates");
+}
+
+// A text has no namespace of its own, and names an unnamed root all the same.
+TEST_F(SchemasJudge, ARecordNamesTheRootThatHasNone) {
+  for (const auto& [record, example] : examples()) {
+    KFLMessage message;
+    KFLMessageIterator it = message.getIterator();
+    record->write(it, record->create().get());
+    KFLMessage copy;
+    ASSERT_EQ(copy.parse(message.toString()), 0);
+    EXPECT_EQ(copy.getIterator().getName(), record->rootName());
+    EXPECT_EQ(copy.getIterator().getNamespace(), record->namespaceUri());
+  }
+}
+
 using VisitRow = std::function<void(const KFLField& row)>;
 void visitRows(const KFL::KFLFieldTable& table, const VisitRow& visit) {
   for (const KFLField& row : table.rows()) {
