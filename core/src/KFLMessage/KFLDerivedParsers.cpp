@@ -1,50 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLMessage/KFLDerivedParsers.h>
 
-#include <cxxabi.h>
-
 #include <algorithm>
-#include <cstdlib>
+#include <cstddef>
+#include <functional>
+#include <new>
 #include <tuple>
-#include <unordered_map>
 #include <utility>
 
+#include <KFLCommon/KFLClassName.h>
 #include <KFLCommon/KFLLock.h>
 
 namespace KFL {
 
-namespace {
-
-struct Hash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-};
-using FactoryMap = std::unordered_map<std::string, const void*, Hash, std::equal_to<>>;
-
-struct Entry {
-  const void* factory;
+// What is known of one derived type. Made when it is registered for the first time, never changed, and used again
+// whenever it is registered, so that loading a library again takes nothing anew but small tables.
+struct KFLDerivedRegistryData::Entry {
   std::string key;
   std::string typeName;
+  std::size_t keyHash;
+  std::size_t typeNameHash;
   KFLDerivedTypeInfo info;
+  const Entry* next;
 };
 
-const void* findIn(const FactoryMap& map, std::string_view name) {
-  const auto found = map.find(name);
-  return found == map.end() ? nullptr : found->second;
-}
+namespace {
 
-// A class name as people write it, without the namespaces of the core and the library.
-std::string classNameOf(const std::type_info& type) {
-  int status = 0;
-  const std::unique_ptr<char, void (*)(void*)> demangled(
-      abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
-  std::string name = demangled != nullptr ? demangled.get() : type.name();
-  for (const std::string_view prefix : {"KFL::", "KFA::"}) {
-    for (std::size_t at = name.find(prefix); at != std::string::npos; at = name.find(prefix, at)) {
-      name.erase(at, prefix.size());
-    }
-  }
-  return name;
+using Entry = KFLDerivedRegistryData::Entry;
+
+std::size_t hashOf(std::string_view text) {
+  return std::hash<std::string_view>()(text);
 }
 
 std::string typeKey(std::string_view namespaceUri, std::string_view tag) {
@@ -57,39 +42,64 @@ std::string typeKey(std::string_view namespaceUri, std::string_view tag) {
 }  // namespace
 
 // What a registry publishes: never changed once it can be seen. Readers hold no lock, so a table that was replaced is
-// kept; one is small, and there is one for each time a factory comes or goes.
+// kept; it holds two pointers for each factory, and there is one for each time that a factory comes or goes.
 struct KFLDerivedRegistryData::Table {
-  std::vector<Entry> entries;
-  FactoryMap byKey;
-  FactoryMap byTypeName;
-  const void* defaultFactory = nullptr;
-  const Table* retired = nullptr;
+  struct Row {
+    const Entry* entry;
+    const void* factory;
+  };
+  std::size_t count;
+  const Table* retired;
+  Row rows[1];  // as many as `count` says
 
-  explicit Table(std::vector<Entry> all) : entries(std::move(all)) {
-    for (const Entry& entry : entries) {
-      byKey.emplace(entry.key, entry.factory);
-      byTypeName.emplace(entry.typeName, entry.factory);
-      if (entry.info.isDefault) defaultFactory = entry.factory;
-    }
+  const Row* begin() const { return rows; }
+  const Row* end() const { return rows + count; }
+
+  static Table* make(std::size_t count) {
+    const std::size_t size = offsetof(Table, rows) + count * sizeof(Row);
+    auto* const table = static_cast<Table*>(::operator new(std::max(size, sizeof(Table))));
+    table->count = count;
+    table->retired = nullptr;
+    return table;
   }
+  static void free(const Table* table) { ::operator delete(const_cast<Table*>(table)); }
 };
 
 namespace {
 
-// All registries that have a factory, and the tables that were replaced. Constant-initialised.
+// All registries that have a factory, the tables that were replaced, and the types that were ever registered.
+// Constant-initialised.
 constinit KFLLock guard;
 constinit KFLDerivedRegistryData* firstRegistry = nullptr;
 constinit const KFLDerivedRegistryData::Table* retiredTables = nullptr;
+constinit const Entry* firstEntry = nullptr;
 
-// Frees the replaced tables when this library is unloaded, unless a factory has outlived it.
+// Frees what was kept when this library is unloaded, unless a factory has outlived it.
 struct Reclaimer {
   ~Reclaimer() {
     const KFLLockGuard lock(guard);
-    while (firstRegistry == nullptr && retiredTables != nullptr) {
-      delete std::exchange(retiredTables, retiredTables->retired);
-    }
+    if (firstRegistry != nullptr) return;
+    while (retiredTables != nullptr)
+      KFLDerivedRegistryData::Table::free(std::exchange(retiredTables, retiredTables->retired));
+    while (firstEntry != nullptr)
+      delete std::exchange(firstEntry, firstEntry->next);
   }
 } reclaimer;
+
+// The entry of this type, made where there is none. The guard is held.
+const Entry* entryOf(KFLDerivedTypeInfo info, std::string typeName) {
+  const auto same = [&](const Entry& entry) {
+    return entry.typeName == typeName && entry.info.tag == info.tag && entry.info.base == info.base &&
+           entry.info.namespaceUri == info.namespaceUri && entry.info.isDefault == info.isDefault;
+  };
+  for (const Entry* entry = firstEntry; entry != nullptr; entry = entry->next)
+    if (same(*entry)) return entry;
+  std::string key = typeKey(info.namespaceUri, info.tag);
+  const std::size_t keyHash = hashOf(key);
+  const std::size_t typeNameHash = hashOf(typeName);
+  return firstEntry = new Entry{std::move(key), std::move(typeName), keyHash,
+                                typeNameHash,   std::move(info),     firstEntry};
+}
 
 }  // namespace
 
@@ -97,8 +107,8 @@ struct Reclaimer {
 // may go away with its library once it is empty.
 void KFLDerivedRegistryData::publish(Table* table) {
   const auto* const former = table_.load(std::memory_order_relaxed);
-  if (table->entries.empty()) {
-    delete std::exchange(table, nullptr);
+  if (table->count == 0) {
+    Table::free(std::exchange(table, nullptr));
     KFLDerivedRegistryData** link = &firstRegistry;
     while (*link != nullptr && *link != this)
       link = &(*link)->next_;
@@ -117,54 +127,65 @@ KFLDerivedRegistryData::Refusal KFLDerivedRegistryData::add(const void* factory,
                                                             const std::type_info& derived,
                                                             std::string_view namespaceUri,
                                                             std::string_view tag, bool isDefault) {
-  Entry entry{
-      factory,
-      typeKey(namespaceUri, tag),
-      derived.name(),
-      {classNameOf(base), classNameOf(derived), std::string(namespaceUri), std::string(tag), isDefault}};
+  KFLDerivedTypeInfo info{shortClassNameOf(base), shortClassNameOf(derived), std::string(namespaceUri),
+                          std::string(tag), isDefault};
+  const std::string key = typeKey(namespaceUri, tag);
   const KFLLockGuard lock(guard);
-  std::vector<Entry> entries;
-  if (const Table* const table = table_.load(std::memory_order_relaxed); table != nullptr) {
-    if (findIn(table->byKey, entry.key) != nullptr) return Refusal::DuplicateKey;
-    if (findIn(table->byTypeName, entry.typeName) != nullptr) return Refusal::DuplicateTypeName;
-    if (isDefault && table->defaultFactory != nullptr) return Refusal::SecondDefault;
-    entries = table->entries;
-  }
-  entries.push_back(std::move(entry));
-  publish(new Table(std::move(entries)));
+  const Table* const former = table_.load(std::memory_order_relaxed);
+  const std::size_t count = former == nullptr ? 0 : former->count;
+  if (findByKey(key) != nullptr) return Refusal::DuplicateKey;
+  if (findByTypeName(derived.name()) != nullptr) return Refusal::DuplicateTypeName;
+  if (isDefault && findDefault() != nullptr) return Refusal::SecondDefault;
+  Table* const table = Table::make(count + 1);
+  if (former != nullptr) std::copy(former->begin(), former->end(), table->rows);
+  table->rows[count] = {entryOf(std::move(info), derived.name()), factory};
+  publish(table);
   return Refusal::None;
 }
 
 void KFLDerivedRegistryData::remove(const void* factory) {
   const KFLLockGuard lock(guard);
-  const Table* const table = table_.load(std::memory_order_relaxed);
-  if (table == nullptr) return;
-  std::vector<Entry> entries = table->entries;
-  if (std::erase_if(entries, [factory](const Entry& entry) { return entry.factory == factory; }) != 0) {
-    publish(new Table(std::move(entries)));
-  }
+  const Table* const former = table_.load(std::memory_order_relaxed);
+  if (former == nullptr) return;
+  const auto isMeant = [factory](const Table::Row& row) { return row.factory == factory; };
+  if (std::none_of(former->begin(), former->end(), isMeant)) return;
+  Table* const table = Table::make(former->count - 1);
+  std::remove_copy_if(former->begin(), former->end(), table->rows, isMeant);
+  publish(table);
+}
+
+// The factory of the first row that matches a text and its hash; null when there is none.
+const void* KFLDerivedRegistryData::findIf(bool (*matches)(const Entry&, std::string_view, std::size_t),
+                                           std::string_view text) const {
+  const Table* const table = table_.load(std::memory_order_acquire);
+  if (table == nullptr) return nullptr;
+  const std::size_t hash = hashOf(text);
+  for (const Table::Row& row : *table)
+    if (matches(*row.entry, text, hash)) return row.factory;
+  return nullptr;
 }
 
 const void* KFLDerivedRegistryData::findByKey(std::string_view key) const {
-  const Table* const table = table_.load(std::memory_order_acquire);
-  return table == nullptr ? nullptr : findIn(table->byKey, key);
+  return findIf([](const Entry& entry, std::string_view text,
+                   std::size_t hash) { return entry.keyHash == hash && entry.key == text; },
+                key);
 }
 
 const void* KFLDerivedRegistryData::findByTypeName(const char* typeName) const {
-  const Table* const table = table_.load(std::memory_order_acquire);
-  return table == nullptr ? nullptr : findIn(table->byTypeName, typeName);
+  return findIf([](const Entry& entry, std::string_view text,
+                   std::size_t hash) { return entry.typeNameHash == hash && entry.typeName == text; },
+                typeName);
 }
 
 const void* KFLDerivedRegistryData::findDefault() const {
-  const Table* const table = table_.load(std::memory_order_acquire);
-  return table == nullptr ? nullptr : table->defaultFactory;
+  return findIf([](const Entry& entry, std::string_view, std::size_t) { return entry.info.isDefault; }, {});
 }
 
 std::vector<KFLDerivedTypeInfo> KFLDerivedRegistryData::list() const {
   std::vector<KFLDerivedTypeInfo> all;
   if (const Table* const table = table_.load(std::memory_order_acquire); table != nullptr) {
-    for (const Entry& entry : table->entries)
-      all.push_back(entry.info);
+    for (const Table::Row& row : *table)
+      all.push_back(row.entry->info);
   }
   return all;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLMessage/KFLDerivedParsers.h>
 
+#include <malloc.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessage.h>
 
 namespace KFL {
@@ -87,6 +90,9 @@ TEST(KFLDerivedParsers, TheTagChoosesTheClass) {
   EXPECT_EQ(KFLReaderDerived<Shape>()(it, read), -1);
   EXPECT_EQ(read->size, 9);
   EXPECT_EQ(KFLWriterDerived<Shape>()(it, Kind<3>()), -1);
+  EXPECT_EQ(
+      getErrorMessage(),
+      "/r/s: an object of the class KFL::testtypes::Kind<3> cannot be written; the class has no factory");
   EXPECT_EQ(KFLWriterDerived<Shape>()(it, boost::shared_ptr<Shape>()), -1);
 }
 
@@ -139,6 +145,23 @@ TEST(KFLDerivedParsers, FactoriesLeaveWhenTheyAreDestroyed) {
     EXPECT_TRUE(isListed());
   }
   EXPECT_FALSE(isListed());
+}
+
+// Loading a library again makes tables anew, and nothing else.
+TEST(KFLDerivedParsers, ComingAndGoingTakesLittle) {
+  const auto comeAndGo = [] {
+    const auto first = makeFactory<1>("roundType", true);
+    const auto second = makeFactory<2>("squareType");
+    const auto third = makeFactory<3>("flatType");
+    const auto fourth = makeFactory<4>("thinType");
+  };
+  constexpr int kRounds = 1000;
+  comeAndGo();
+  const auto before = mallinfo2().uordblks;
+  for (int i = 0; i < kRounds; ++i)
+    comeAndGo();
+  const auto each = static_cast<long>(mallinfo2().uordblks - before) / kRounds;
+  EXPECT_LT(each, 800) << "bytes";
 }
 
 TEST(KFLDerivedParsers, RegisteringTwiceAborts) {
