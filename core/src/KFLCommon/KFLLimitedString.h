@@ -3,8 +3,8 @@
 //
 // limited_length_string<N> is exactly N bytes: the text, then zeros to the end, so the last byte is always 0
 // and a text has at most N - 1 characters. When the text is empty, byte 1 tells whether it was specified (1)
-// or not (0). Measure what comes from outside with fits() first: assigning a longer text is a programming
-// error and aborts.
+// or not (0). Measure what comes from outside with fits() first: making one of a longer text, or assigning it,
+// is a programming error and aborts. Nothing makes one unasked; look-ups take views.
 #ifndef KFLCOMMON_KFLLIMITEDSTRING_H
 #define KFLCOMMON_KFLLIMITEDSTRING_H
 
@@ -30,9 +30,9 @@ class limited_length_string {
 
   // Empty and unspecified.
   limited_length_string() = default;
-  limited_length_string(const char* text) { *this = text; }         // NOLINT(google-explicit-constructor)
-  limited_length_string(std::string_view text) { *this = text; }    // NOLINT(google-explicit-constructor)
-  limited_length_string(const std::string& text) { *this = text; }  // NOLINT(google-explicit-constructor)
+  explicit limited_length_string(const char* text) { *this = text; }
+  explicit limited_length_string(std::string_view text) { *this = text; }
+  explicit limited_length_string(const std::string& text) { *this = text; }
 
   // A null pointer gives the empty, unspecified string.
   limited_length_string& operator=(const char* text) {
@@ -55,6 +55,7 @@ class limited_length_string {
   bool empty() const { return bytes_[0] == '\0'; }
   bool isSpecified() const { return bytes_[0] != '\0' || bytes_[1] != '\0'; }
   std::string_view view() const { return {bytes_, size()}; }
+  operator std::string_view() const { return view(); }  // NOLINT(google-explicit-constructor)
   std::string str() const { return {bytes_, size()}; }
 
   // By the text alone, byte by byte.

@@ -48,8 +48,16 @@ class KFLCacheLogic : public KFLCacheFile {
     KFL_CHECK(passed, "KFLCore", "KFLCacheLogic");
   }
 
-  // -1, with an error text, for an object that has no message form; else as apply().
-  int put(const Key& key, const Object& object) { return put(std::vector<Entry>{{key, object}}); }
+  // -1, with an error text, for an object that has no message form; else as apply(), which refuses a key that does not
+  // fit. A text of any length may be looked up and removed.
+  int put(const Key& key, const Object& object) { return put(key.view(), object); }
+  int put(std::string_view key, const Object& object) {
+    KFLCacheChanges changes;
+    std::string text;
+    if (const int result = Value::write(object, text); result != 0) return result;
+    changes.put(std::string(key), text);
+    return apply(changes);
+  }
   // All of them take effect together; of several under one key the last counts.
   int put(const std::vector<Entry>& entries) {
     KFLCacheChanges changes;
@@ -60,7 +68,12 @@ class KFLCacheLogic : public KFLCacheFile {
     }
     return apply(changes);
   }
-  int remove(const Key& key) { return remove(std::vector<Key>{key}); }
+  int remove(const Key& key) { return remove(key.view()); }
+  int remove(std::string_view key) {
+    KFLCacheChanges changes;
+    if (Key::fits(key)) changes.remove(std::string(key));
+    return apply(changes);
+  }
   int remove(const std::vector<Key>& keys) {
     KFLCacheChanges changes;
     for (const Key& key : keys)
@@ -69,13 +82,17 @@ class KFLCacheLogic : public KFLCacheFile {
   }
 
   // The object under the key in the current snapshot. 0; 1 when there is none; or a negative code.
-  int find(const Key& key, Object& object) {
+  int find(const Key& key, Object& object) { return find(key.view(), object); }
+  int find(std::string_view key, Object& object) {
     Snapshot snapshot;
     if (const int code = hold(snapshot); code != 0) return code;
     return find(snapshot, key, object);
   }
   static int find(const Snapshot& snapshot, const Key& key, Object& object) {
-    const std::uint32_t index = snapshot.find(key.view());
+    return find(snapshot, key.view(), object);
+  }
+  static int find(const Snapshot& snapshot, std::string_view key, Object& object) {
+    const std::uint32_t index = snapshot.find(key);
     return index == Snapshot::kNone ? 1 : read(snapshot, index, object);
   }
   // The object of a record. 0, or -1 with an error text when its bytes are none.

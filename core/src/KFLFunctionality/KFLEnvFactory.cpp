@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLock.h>
@@ -24,9 +25,13 @@ struct KFLEnvFactory::Table {
   std::vector<Entry> entries;  // by name
   const Table* older = nullptr;
 
-  auto find(const TypeName& name) const {
-    const auto place = std::ranges::lower_bound(entries, name, {}, &Entry::name);
-    return place != entries.end() && place->name == name ? place : entries.end();
+  // Where an entry of this name stands, or belongs.
+  auto placeOf(std::string_view name) const {
+    return std::ranges::lower_bound(entries, name, {}, [](const Entry& entry) { return entry.name.view(); });
+  }
+  auto find(std::string_view name) const {
+    const auto place = placeOf(name);
+    return place != entries.end() && place->name.view() == name ? place : entries.end();
   }
 };
 
@@ -40,9 +45,15 @@ void KFLEnvFactory::publish(Table* table) {
   table_.store(table, std::memory_order_release);
 }
 
-int KFLEnvFactory::registerEnv(const TypeName& name, const ChildFactorySP& factory) {
+int KFLEnvFactory::registerEnv(std::string_view name, const ChildFactorySP& factory) {
+  const std::string text(name);
   if (!factory) {
-    setErrorMessage("no factory was given for environments of the type \"%s\"", name.c_str());
+    setErrorMessage("no factory was given for environments of the type \"%s\"", text.c_str());
+    return -1;
+  }
+  if (name.empty() || !TypeName::fits(name)) {
+    setErrorMessage("\"%s\" is no name for a type of environments; one of 1 to %zu characters is wanted",
+                    text.c_str(), TypeName::kMaxLength);
     return -1;
   }
   const KFLLockGuard guard(changing);
@@ -50,24 +61,24 @@ int KFLEnvFactory::registerEnv(const TypeName& name, const ChildFactorySP& facto
   if (current != nullptr && current->find(name) != current->entries.end()) {
     setErrorMessage(
         "environments of the type \"%s\" have a factory; it must be taken out before another is registered",
-        name.c_str());
+        text.c_str());
     return -1;
   }
   auto table = current == nullptr ? std::make_unique<Table>() : std::make_unique<Table>(*current);
-  const auto place = std::ranges::lower_bound(table->entries, name, {}, &Table::Entry::name);
-  table->entries.insert(place, {name, factory});
+  table->entries.insert(table->placeOf(name), {TypeName(name), factory});
   publish(table.release());
   return 0;
 }
 
-int KFLEnvFactory::unregisterEnv(const TypeName& name, const ChildFactorySP& factory) {
+int KFLEnvFactory::unregisterEnv(std::string_view name, const ChildFactorySP& factory) {
   const KFLLockGuard guard(changing);
   const Table* const current = table_.load(std::memory_order_relaxed);
   const auto isMeant = [&](const Table::Entry& entry) {
-    return entry.name == name && entry.factory == factory;
+    return entry.name.view() == name && entry.factory == factory;
   };
   if (current == nullptr || std::ranges::none_of(current->entries, isMeant)) {
-    setErrorMessage("this factory is not the one of environments of the type \"%s\"", name.c_str());
+    setErrorMessage("this factory is not the one of environments of the type \"%s\"",
+                    std::string(name).c_str());
     return -1;
   }
   auto table = std::make_unique<Table>(*current);
@@ -76,7 +87,7 @@ int KFLEnvFactory::unregisterEnv(const TypeName& name, const ChildFactorySP& fac
   return 0;
 }
 
-KFLEnvFactory::ChildFactorySP KFLEnvFactory::getFactory(const TypeName& name) const {
+KFLEnvFactory::ChildFactorySP KFLEnvFactory::getFactory(std::string_view name) const {
   const Table* const table = table_.load(std::memory_order_acquire);
   if (table == nullptr) return {};
   const auto place = table->find(name);

@@ -8,6 +8,7 @@
 #define KFLFUNCTIONALITY_KFLENVFACTORY_H
 
 #include <atomic>
+#include <string_view>
 #include <vector>
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -52,13 +53,13 @@ class KFLEnvFactory {
   // The one of this process.
   static KFLEnvFactory* getInstance();
 
-  // 0, or -1 with an error text when the name is taken or the pointer is null.
-  int registerEnv(const TypeName& name, const ChildFactorySP& factory);
+  // 0, or -1 with an error text when the name is taken, empty or longer than a TypeName, or the pointer is null.
+  int registerEnv(std::string_view name, const ChildFactorySP& factory);
   // Takes the factory out if it is the one under this name: 0, else -1 with an error text.
-  int unregisterEnv(const TypeName& name, const ChildFactorySP& factory);
+  int unregisterEnv(std::string_view name, const ChildFactorySP& factory);
 
-  // Null for a name that nobody has registered.
-  ChildFactorySP getFactory(const TypeName& name) const;
+  // Null for a name that nobody has registered, whatever its length.
+  ChildFactorySP getFactory(std::string_view name) const;
   // All registered names, in their order.
   std::vector<TypeName> listTypes() const;
 

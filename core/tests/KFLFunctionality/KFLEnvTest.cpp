@@ -108,7 +108,7 @@ TEST(KFLEnvFactory, ATypeHasOneFactory) {
   EXPECT_EQ(factory.registerEnv("one", second), -1);
   EXPECT_NE(getErrorMessage().find("\"one\""), std::string::npos);
   EXPECT_EQ(factory.getFactory("one"), first);
-  EXPECT_EQ(factory.listTypes(), (std::vector<KFLEnvFactory::TypeName>{"a", "one"}));
+  EXPECT_EQ(factory.listTypes(), (std::vector{KFLEnvFactory::TypeName("a"), KFLEnvFactory::TypeName("one")}));
   EXPECT_EQ(factory.unregisterEnv("one", second), -1);
   EXPECT_EQ(factory.unregisterEnv("one", first), 0);
   EXPECT_EQ(factory.unregisterEnv("one", first), -1);
