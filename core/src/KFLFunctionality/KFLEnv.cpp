@@ -28,11 +28,9 @@ struct KFLEnv::Binding {
   static int getAlerts(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
     std::vector<int> types;
     if (KFL::fields::getItems(it, types, row.id) != 0) return -1;
-    if (types.size() > kAlertCount) {
-      setErrorMessage("an environment has %zu elements \"alert_type\"; at most %zu are right", types.size(),
-                      kAlertCount);
-      return -1;
-    }
+    if (types.size() > kAlertCount)
+      return it.fail(std::to_string(types.size()) + " elements alert_type are too many; at most " +
+                     std::to_string(kAlertCount) + " are right");
     env.alertTypes_ = {};
     std::ranges::copy(types, env.alertTypes_.begin());
     return 0;
@@ -41,45 +39,52 @@ struct KFLEnv::Binding {
   static int putVirtualConfig(KFLMessageIterator& it, const KFLEnv& env, const KFLField& row) {
     const auto config = env.getVirtualConfig();
     if (!config) return 0;
-    it.addChild(row.id);
-    const int result = writeByClass(it, *config);
-    it.leaveChild();
-    it.selectNamespaceId(kTypesNamespace);
-    return result;
+    return putByClass(it, *config, row.id);
   }
   static int getVirtualConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
     if (it.findChild(row.id) != 0) return 0;
-    ConfigSP made;
-    KFLReaderDerived<KFLEnvConfig>()(it, made);
-    auto config = boost::dynamic_pointer_cast<KFLVEnvConfig>(made);
-    int result = 0;
-    if (!config) {
-      config = boost::make_shared<KFLVEnvConfig>();
-      result = it.getObj(*config);
-    }
+    const ConfigSP made = makeByType(it, EnvConfigVirtual);
+    env.virtualConfig_ = boost::dynamic_pointer_cast<KFLVEnvConfig>(made);
+    if (!env.virtualConfig_) env.virtualConfig_ = boost::make_shared<KFLVEnvConfig>(&it, EnvConfigVirtual);
     it.leaveChild();
-    if (result == 0) env.virtualConfig_ = config;
-    return result;
+    return 0;
   }
 
   static int putConfig(KFLMessageIterator& it, const KFLEnv& env, const KFLField& row) {
-    return env.config_ ? it.putObj(*env.config_, row.id) : 0;
+    return env.config_ ? putByClass(it, *env.config_, row.id) : 0;
   }
   static int getConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
-    if (!it.hasChild(row.id)) return 0;
-    const auto config = boost::make_shared<KFLEnvConfig>(nullptr, EnvConfigReal);
-    const int result = it.getObj(*config, row.id);
-    if (result == 0) env.config_ = config;
-    return result;
+    if (it.findChild(row.id) != 0) return 0;
+    env.config_ = makeByType(it, EnvConfigReal);
+    if (!env.config_) env.config_ = boost::make_shared<KFLEnvConfig>(&it, EnvConfigReal);
+    it.leaveChild();
+    return 0;
   }
 
  private:
+  // An object of the class that is registered for the type of the current element; null when there is none.
+  static ConfigSP makeByType(const KFLMessageIterator& it, EnvConfigType kind) {
+    std::string type;
+    it.getTypeName(type);
+    const auto* const factory = KFLDerivedParserFactory<KFLEnvConfig>::find(type);
+    KFLEnvConfig* made = nullptr;
+    if (factory != nullptr && factory->read(it, made) == 0) made->kind_ = kind;
+    return ConfigSP(made);
+  }
   // A class without a factory keeps the type that its message came with.
-  static int writeByClass(KFLMessageIterator& it, const KFLVEnvConfig& config) {
+  template <class Config>
+  static int putByClass(KFLMessageIterator& it, const Config& config, KFLElementID id) {
+    it.addChild(id);
     const auto* const factory = KFLDerivedParserFactory<KFLEnvConfig>::find(typeid(config));
-    if (factory != nullptr) return factory->write(it, &config);
-    if (!config.getIterator().getTypeTag().empty()) return it.copyContent(config.getIterator());
-    return it.putObj(config);
+    int result = 0;
+    if (factory != nullptr)
+      result = factory->write(it, &config);
+    else if (!config.getIterator().getTypeTag().empty())
+      result = it.copyContent(config.getIterator());
+    else
+      result = it.putObj(config);
+    it.leaveChild();
+    return result;
   }
 };
 
@@ -112,6 +117,8 @@ KFLEnv::VirtualConfigSP makeVirtualConfig(const boost::shared_ptr<KFLEnvCoreBasi
 }
 
 }  // namespace
+
+KFLEnv::~KFLEnv() = default;
 
 KFLEnv::KFLEnv(const KFLEID& eid, const VirtualConfigSP& virtualConfig, const ConfigSP& config)
     : eid_(eid), virtualConfig_(virtualConfig), config_(config) {}

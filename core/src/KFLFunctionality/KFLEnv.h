@@ -28,7 +28,8 @@ class KFLEnv {
   static const KFLFieldTable& fields();
   using Writer = KFLCoreRecordWriter<KFLEnv, kTypesNamespace, 122>;
   // An environment without an id cannot be read. The class of its virtual configuration is chosen by the type
-  // tag; one whose tag nobody has registered is a KFLVEnvConfig, which keeps the tag.
+  // tag; one whose tag nobody has registered is a KFLVEnvConfig, which keeps the tag. So it is with the other
+  // configuration, which is then a KFLEnvConfig. Both work on their elements of the message in place.
   using Reader = KFLRecordReader<KFLEnv>;
 
   // Without an id and without configurations.
@@ -41,7 +42,7 @@ class KFLEnv {
   KFLEnv(KFLEnv&&) = default;
   KFLEnv& operator=(const KFLEnv&) = default;
   KFLEnv& operator=(KFLEnv&&) = default;
-  virtual ~KFLEnv() = default;
+  virtual ~KFLEnv();
 
   // The number by which the agent orders environments.
   virtual std::size_t getSortKey() const;

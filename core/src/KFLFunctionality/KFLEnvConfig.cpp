@@ -9,7 +9,9 @@
 #include <memory>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLEnvCoreBasic.h>
 #include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLRecordElements.h>
@@ -52,16 +54,31 @@ std::string_view nameOf(KFLElementID id) {
 // --- The message -------------------------------------------------------------------------------------------
 
 KFLEnvConfig::KFLEnvConfig(const KFLMessageIterator* it, EnvConfigType kind) : kind_(kind) {
-  if (it != nullptr) it_ = *it;
+  if (it != nullptr) bind(*it);
+}
+
+KFLEnvConfig::~KFLEnvConfig() = default;
+
+void KFLEnvConfig::bind(const KFLMessageIterator& it) {
+  KFLElementHold hold(it);
+  it_ = it;
   it_.clearInsertionPoint();
   it_.selectNamespaceId(0);
+  hold_ = std::move(hold);
+}
+
+int KFLEnvConfig::failWithoutMessage() {
+  setErrorMessage("the configuration has no message; what is set makes one");
+  return -1;
 }
 
 KFLEnvConfig::KFLEnvConfig(const boost::shared_ptr<KFLEnvCoreBasic>& core)
     : KFLEnvConfig(core ? &core->virtualConfig : nullptr, EnvConfigVirtual) {}
 
 KFLEnvConfig::KFLEnvConfig(const KFLEnvConfig& other) : kind_(other.kind_) {
-  if (other.hasMsg()) Reader()(other.it_, *this);
+  if (!other.hasMsg()) return;
+  initMsg();
+  it_.copyContent(other.it_);
 }
 
 KFLEnvConfig& KFLEnvConfig::operator=(const KFLEnvConfig& other) {
@@ -78,10 +95,8 @@ int KFLEnvConfig::Writer::operator()(KFLMessageIterator& it, const KFLEnvConfig&
 }
 
 int KFLEnvConfig::Reader::operator()(const KFLMessageIterator& it, KFLEnvConfig& config) const {
-  KFLMessageIterator copy = KFLMessage().getIterator();
-  const int result = copy.copyContent(it);
-  if (result != 0) return result;
-  config.it_ = copy;
+  if (!it.isValid()) return it.fail("there is no configuration to read");
+  config.bind(it);
   return 0;
 }
 
@@ -100,9 +115,12 @@ const KFLFieldTable& KFLEnvConfig::elements() {
 }
 
 KFLEnvConfig::Placement::Placement(KFLEnvConfig& config, const KFLEnvProperty& property)
-    : it_(config.it_), uri_(property.uri) {
+    : it_(prepare(config, property)), scope_(it_) {}
+
+KFLMessageIterator& KFLEnvConfig::Placement::prepare(KFLEnvConfig& config, const KFLEnvProperty& property) {
   config.findPlace(property.id);
-  selectNamespace();
+  config.it_.selectNamespace(property.uri);
+  return config.it_;
 }
 
 KFLEnvConfig::Placement::~Placement() {

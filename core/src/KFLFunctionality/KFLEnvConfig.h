@@ -3,13 +3,19 @@
 //
 // A configuration has no field per property. A getter reads the child element, a setter removes the old one
 // and writes a new one in its place in the order, so everything that nobody here knows stays as it is. A
-// configuration made from a cursor works on that subtree in place and keeps its tree alive; a copy has a tree
-// of its own. Getters move the cursor too: one thread at a time for each tree, whatever is const.
+// configuration that was made from a cursor, read from one, or made by the registry of derived types works on
+// that element in place: what is set stands in the message at once. It keeps the message's tree alive, and its
+// element even when that is removed from the message; then it stands apart. A copy of a configuration has a
+// tree of its own.
 //
-// Accessors: a getter returns 0, with the value specified exactly when its element could be read, or -1
-// without a message, with the value left alone. A setter makes the message where there is none; given an
-// unspecified value it removes the element. A list is one element per item; a specified, empty list is one
-// empty element, so an empty text cannot be an item and is left out.
+// Threads: any number may read configurations of one tree at a time. Who sets a property must be alone with
+// the tree, also when others hold other configurations of it: copy those that must not wait for each other.
+//
+// Accessors: a getter returns 0, with the value specified exactly when its element could be read, or -1, with
+// an error text, without a message, with the value left alone. An element that cannot be read leaves an error
+// text too. A setter makes the message where there is none; given an unspecified value it removes the element.
+// A list is one element per item; a specified, empty list is one empty element, so an empty text cannot be an
+// item and is left out.
 #ifndef KFLFUNCTIONALITY_KFLENVCONFIG_H
 #define KFLFUNCTIONALITY_KFLENVCONFIG_H
 
@@ -71,7 +77,7 @@ class KFLEnvConfig {
   // Leaves the tree that the configuration worked on as it is.
   KFLEnvConfig& operator=(const KFLEnvConfig& other);
   KFLEnvConfig& operator=(KFLEnvConfig&& other) noexcept = default;
-  virtual ~KFLEnvConfig() = default;
+  virtual ~KFLEnvConfig();
 
   // The elements that the getters read and the setters write; a derived class describes its own.
   static const KFLFieldTable& elements();
@@ -135,6 +141,9 @@ class KFLEnvConfig {
   // Takes the first element of this id out, making the message where there is none.
   void removeElement(KFLElementID id);
 
+  // Says that there is no message: -1.
+  static int failWithoutMessage();
+
   // While it lives, children that the cursor adds to the configuration's element stand in the property's
   // namespace and at its place in the order.
   class Placement {
@@ -143,35 +152,40 @@ class KFLEnvConfig {
     Placement(const Placement&) = delete;
     Placement& operator=(const Placement&) = delete;
     ~Placement();
-    // The namespace again, after the writer of a record has left the default one.
-    void selectNamespace() { it_.selectNamespace(uri_); }
 
    private:
+    static KFLMessageIterator& prepare(KFLEnvConfig& config, const KFLEnvProperty& property);
+
     KFLMessageIterator& it_;
-    std::string_view uri_;
+    KFLNamespaceScope scope_;
   };
 
   // On the configuration's element whenever no call is at work.
   KFLMessageIterator it_;
 
  private:
+  friend class KFLEnv;
+
   // The places of the elements by the keys of their names; those without a position rank behind all others.
   class Ranks;
   void findPlace(KFLElementID id);
   Ranks& ranks();
+  // Works on the element under the cursor from now on.
+  void bind(const KFLMessageIterator& it);
 
+  KFLElementHold hold_;
   EnvConfigType kind_ = EnvConfigVirtual;
   Ranks* ranks_ = nullptr;
 };
 
 // Selects a namespace for a scope, which ends in the default namespace; does nothing for an empty text or a
-// null pointer.
+// null pointer. What the cursor adds to its element within the scope stands in that namespace, also behind
+// records with a namespace of their own.
 template <class URI>
 class KFLEnvConfig::NamespaceSetterGuard {
  public:
-  NamespaceSetterGuard(KFLMessageIterator& it, const URI& uri) : it_(it), selected_(isGiven(uri)) {
-    if (selected_) it_.selectNamespace(uri);
-  }
+  NamespaceSetterGuard(KFLMessageIterator& it, const URI& uri)
+      : it_(it), selected_(select(it, uri)), scope_(it) {}
   NamespaceSetterGuard(const NamespaceSetterGuard&) = delete;
   NamespaceSetterGuard& operator=(const NamespaceSetterGuard&) = delete;
   ~NamespaceSetterGuard() {
@@ -181,9 +195,15 @@ class KFLEnvConfig::NamespaceSetterGuard {
  private:
   static bool isGiven(const std::string& uri) { return !uri.empty(); }
   static bool isGiven(const char* uri) { return uri != nullptr; }
+  static bool select(KFLMessageIterator& it, const URI& uri) {
+    if (!isGiven(uri)) return false;
+    it.selectNamespace(uri);
+    return true;
+  }
 
   KFLMessageIterator& it_;
   bool selected_;
+  KFLNamespaceScope scope_;
 };
 
 // Writes the subtree as it stands into the current element; nothing for a configuration without a message.
@@ -195,14 +215,16 @@ struct KFLEnvConfig::Writer {
   int operator()(KFLMessageIterator& it, const KFLEnvConfig& config) const;
 };
 
-// Keeps a copy of the current element's subtree.
+// Makes the configuration one of the current element, in place, as one that was made from the cursor.
 struct KFLEnvConfig::Reader {
   int operator()(const KFLMessageIterator& it, KFLEnvConfig& config) const;
 };
 
 template <class T>
 int KFLEnvConfig::getMandatory(const KFLEnvProperty& property, T& value) const {
-  return hasMsg() ? fields::getOne(it_, value, property.id) : -1;
+  if (!hasMsg()) return failWithoutMessage();
+  const KFLMessageIterator it(it_);
+  return fields::getOne(it, value, property.id);
 }
 
 template <class T>
@@ -217,8 +239,13 @@ int KFLEnvConfig::putMandatory(const KFLEnvProperty& property, const T& value) {
 
 template <class T>
 int KFLEnvConfig::getProperty(const KFLEnvProperty& property, KFLOptionalProperty<T>& value) const {
-  if (!hasMsg()) return -1;
-  value.setSpecified(fields::getOne(it_, value.value(), property.id) == 0);
+  if (!hasMsg()) return failWithoutMessage();
+  if constexpr (fields::Scalar<T>) {
+    value.setSpecified(it_.findValue(value.value(), property.id) == 0);
+  } else {
+    const KFLMessageIterator it(it_);
+    value.setSpecified(fields::findOne(it, value.value(), property.id) == 0);
+  }
   return 0;
 }
 
@@ -232,23 +259,20 @@ int KFLEnvConfig::setProperty(const KFLEnvProperty& property, const KFLOptionalP
 template <class Container>
 int KFLEnvConfig::getListProperty(const KFLEnvProperty& property,
                                   KFLOptionalProperty<Container>& value) const {
-  if (!hasMsg()) return -1;
+  if (!hasMsg()) return failWithoutMessage();
   value.setSpecified(false);
-  if (it_.findChild(property.id) != 0) return 0;
+  if (!it_.hasChild(property.id)) return 0;
   value.setSpecified(true);
-  int result = 0;
+  const KFLMessageIterator it(it_);
+  it.findChild(property.id);
   // An empty element marks the empty list.
-  while (!it_.isEmptyElement()) {
+  while (!it.isEmptyElement()) {
     typename Container::value_type item{};
-    if (fields::getOne(it_, item, {}) != 0) {
-      result = -1;
-      break;
-    }
+    if (fields::getOne(it, item, {}) != 0) return -1;
     value.value().insert(value.value().end(), std::move(item));
-    if (it_.findNextChild(property.id) != 0) break;
+    if (it.findNextChild(property.id) != 0) break;
   }
-  it_.leaveChild();
-  return result;
+  return 0;
 }
 
 template <class Container>
@@ -258,7 +282,7 @@ int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
   initMsg();
   it_.removeChildren(property.id);
   if (!value.isSpecified()) return 0;
-  Placement placement(*this, property);
+  const Placement placement(*this, property);
   bool isEmpty = true;
   for (const Item& item : value.getValue()) {
     if constexpr (std::is_same_v<Item, std::string>) {
@@ -269,7 +293,6 @@ int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
     const int result = fields::putOne(it_, item, {});
     it_.leaveChild();
     if (result != 0) return result;
-    if constexpr (!fields::Scalar<Item>) placement.selectNamespace();
   }
   return isEmpty ? it_.addEmptyChild(property.id) : 0;
 }

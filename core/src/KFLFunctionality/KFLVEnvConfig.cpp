@@ -71,20 +71,21 @@ int KFLVEnvConfig::setQoSes(const QoSes& qoses) {
 }
 
 int KFLVEnvConfig::getQoS(const std::string& id, KFLOptionalProperty<KFLQoS>& qos) const {
-  if (!hasMsg()) return -1;
+  if (!hasMsg()) return failWithoutMessage();
   qos.setSpecified(false);
-  if (it_.findChild(kQoS) != 0) return 0;
+  const KFLMessageIterator it(it_);
+  if (it.findChild(kQoS) != 0) return 0;
   constexpr int kIdOfQoS = 1010;
   bool isFound = false;
   do {
-    if (it_.findChild(kIdOfQoS) != 0) continue;
-    isFound = it_.getText() == id;
-    it_.leaveChild();
-  } while (!isFound && it_.findNextChild(kQoS) == 0);
+    if (it.findChild(kIdOfQoS) != 0) continue;
+    isFound = it.getText() == id;
+    it.leaveChild();
+  } while (!isFound && it.findNextChild(kQoS) == 0);
+  if (!isFound) return 0;
   KFLQoS read;
-  const int result = isFound ? it_.getObj(read) : 0;
-  if (isFound && result == 0) qos.setValue(std::move(read));
-  it_.leaveChild();
+  const int result = it.getObj(read);
+  if (result == 0) qos.setValue(std::move(read));
   return result;
 }
 int KFLVEnvConfig::getQoS(KFLOptionalProperty<KFLQoS>& qos) const {

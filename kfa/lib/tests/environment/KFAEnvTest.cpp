@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/environment/KFAEnv.h>
 
+#include <atomic>
+#include <functional>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLFunctionality/KFLEnvFactory.h>
 #include <KFLMessage/KFLMessage.h>
@@ -104,10 +109,120 @@ TEST(KFAEnv, CopyOfAnyEnvironment) {
   EXPECT_EQ(copy.getConfig(), env.getConfig());
 }
 
+// The configuration that the registry makes is the element, not a copy of it.
+TEST(KFAEnv, AConfigurationByItsTagWorksInPlace) {
+  KFAEnv env(kEID, boost::make_shared<KFAEnvConfig>());
+  env.setConfig(boost::make_shared<KFAEnvConfig>());
+  dynamic_cast<KFAEnvConfig&>(*env.getVirtualConfig()).setVeid(101);
+  env.getConfig()->setHostname("real");
+  KFLMessage message;
+  KFLMessageIterator it = message.getIterator();
+  ASSERT_EQ(it.putObj(env, "env"), 0);
+
+  KFAEnv read;
+  ASSERT_EQ(it.getObj(read, "env"), 0);
+  // Both parts keep their class.
+  const auto config = boost::dynamic_pointer_cast<KFAEnvConfig>(read.getConfig());
+  ASSERT_NE(config, nullptr) << message.toString();
+  EXPECT_EQ(config->getIterator().getTypeTag(), "venv_configType");
+  EXPECT_EQ(config->getKind(), KFL::EnvConfigReal);
+  read.getVirtualConfig()->setHostname("virtual");
+  EXPECT_NE(message.toString().find("<hostname>virtual</hostname>"), std::string::npos) << message.toString();
+  const KFAEnvConfig copy(*read.getVirtualConfig());
+
+  // Written back over the element that it stands on, and then without any message.
+  ASSERT_EQ(it.putObj(read, "env"), 0);
+  KFAEnv again;
+  ASSERT_EQ(it.getObj(again, "env"), 0);
+  message = KFLMessage();
+  it.clear();
+  again.getVirtualConfig()->setDescription("apart");
+  for (const KFLEnvConfig* const one : {read.getVirtualConfig().get(), again.getVirtualConfig().get()}) {
+    Text hostname;
+    EXPECT_EQ(one->getHostname(hostname), 0);
+    EXPECT_EQ(hostname, Text("virtual"));
+  }
+  Text description;
+  EXPECT_EQ(copy.getDescription(description), 0);
+  EXPECT_FALSE(description.isSpecified());
+}
+
+// Getters of copies of one environment, from two threads at a time.
+TEST(KFAEnv, CopiesAreReadByAnyNumberOfThreads) {
+  const auto config = boost::make_shared<KFAEnvConfig>();
+  config->setVeid(101);
+  config->setAddresses(AddressList{"10.0.0.1", "10.0.0.2"});
+  config->setQoSes(std::set<KFLQoS>{KFLQoS("a"), KFLQoS("b")});
+  config->setTemplates(std::vector<KFATemplate>{KFATemplate("a"), KFATemplate("b")});
+  KFAEnv first(kEID, config);
+  first.setStatus(1);
+  const KFAEnv second(first);
+  std::atomic<int> wrong{0};
+  const auto ask = [&wrong](const KFAEnv& env) {
+    const auto held = boost::dynamic_pointer_cast<const KFAEnvConfig>(env.getVirtualConfig());
+    for (int i = 0; i < 3000; ++i) {
+      KFLOptionalProperty<KFLQoS> qos;
+      KFAEnvConfig::Templates templates;
+      boost::shared_ptr<HardDisk::List::Base> disks;
+      wrong += env.getTitle() != "#101";
+      wrong += env.getSortKey() != 101U;
+      wrong += held->getQoS("b", qos) != 0 || !qos.isSpecified();
+      wrong += held->getTemplates(templates) != 0 || templates.getValue().size() != 2;
+      wrong += held->getHardDisks(disks) != 0 || KFAEnvConfig(*held).getIterator().countChildren() != 7;
+    }
+  };
+  {
+    const std::jthread one([&] { ask(first); });
+    const std::jthread other([&] { ask(second); });
+  }
+  EXPECT_EQ(wrong, 0);
+}
+
+// Every failing getter says what and where.
+TEST(KFAEnv, GettersThatFailSayWhere) {
+  KFLMessage message;
+  ASSERT_EQ(message.parse("<c><veid>x</veid><disabled>maybe</disabled><on_boot>2</on_boot><template/>"
+                          "<net_device><dhcp/></net_device></c>"),
+            0);
+  const KFLMessageIterator it = message.getIterator();
+  const KFAEnvConfig config(&it, KFL::EnvConfigVirtual);
+  const KFAEnvConfig none;
+  int veid = 0;
+  bool flag = false;
+  std::string path;
+  KFAEnvConfig::Flag onBoot;
+  KFAEnvConfig::NetVEths devices;
+  const struct {
+    std::function<int()> get;
+    int result;
+    std::string starts;
+  } rows[] = {
+      {[&] { return config.getVeid(veid); }, -1, "/c/veid: 'x' is no 32-bit number"},
+      {[&] { return config.getDisabled(flag); }, -1, "/c/disabled: 'maybe' is no truth value"},
+      {[&] { return config.getOnBoot(onBoot); }, 0, "/c/on_boot: '2' is no truth value"},
+      {[&] { return config.getVERoot(path); }, -1, "/c: element ve_root is missing"},
+      {[&] { return config.getNetVEths(devices); }, -1, "/c/net_device: element name is missing"},
+      {[&] { return none.getVeid(veid); }, -1, "the configuration has no message"},
+      {[&] { return none.getOnBoot(onBoot); }, -1, "the configuration has no message"},
+      {[&] { return none.getDisabled(flag); }, -1, "the configuration has no message"},
+      {[&] { return none.getNetVEths(devices); }, -1, "the configuration has no message"},
+      {[&] { return none.getVERoot(path); }, -1, "the configuration has no message"},
+  };
+  for (const auto& row : rows) {
+    KFL::setErrorMessage("%s", "former");
+    EXPECT_EQ(row.get(), row.result) << row.starts;
+    EXPECT_TRUE(KFL::getErrorMessage().starts_with(row.starts)) << KFL::getErrorMessage();
+  }
+}
+
 TEST(KFAEnv, TheTechnologyIsRegistered) {
   EXPECT_EQ(KFAEnv::type.str(), "kelvarium");
   const auto factory = KFLEnvFactory::getInstance()->getFactory(KFAEnv::type);
   ASSERT_NE(factory, nullptr);
+  for (const std::size_t length : {0U, 15U, 16U, 4000U})
+    EXPECT_EQ(KFLEnvFactory::getInstance()->getFactory(std::string(length, 'k')), nullptr);
+  EXPECT_EQ(KFLEnvFactory::getInstance()->registerEnv(std::string(16, 'k'), factory), -1);
+  EXPECT_NE(KFL::getErrorMessage().find("1 to 15 characters"), std::string::npos) << KFL::getErrorMessage();
   EXPECT_NE(dynamic_cast<KFAEnv*>(factory->createEnv().get()), nullptr);
 
   KFLMessage message;

@@ -304,10 +304,12 @@ namespace {
 
 using GetPath = int (KFAEnvConfig::*)(KFLEnvConfig::Text&) const;
 
-int getWithNumber(const KFAEnvConfig& config, GetPath getPath, std::string& path) {
+int getWithNumber(const KFAEnvConfig& config, const KFLElementID& id, GetPath getPath, std::string& path) {
   KFLEnvConfig::Text variable;
   int veid = 0;
-  if ((config.*getPath)(variable) != 0 || !variable.isSpecified() || config.getVeid(veid) != 0) return -1;
+  if ((config.*getPath)(variable) != 0) return -1;
+  if (!variable.isSpecified()) return config.getIterator().failMissing(id);
+  if (config.getVeid(veid) != 0) return -1;
   path = variable.getValue();
   KFAEnvConfig::veidSubstitute(veid, path);
   return 0;
@@ -316,10 +318,10 @@ int getWithNumber(const KFAEnvConfig& config, GetPath getPath, std::string& path
 }  // namespace
 
 int KFAEnvConfig::getVERoot(std::string& path) const {
-  return getWithNumber(*this, &KFAEnvConfig::getVERootVar, path);
+  return getWithNumber(*this, property("ve_root").id, &KFAEnvConfig::getVERootVar, path);
 }
 int KFAEnvConfig::getVEPrivate(std::string& path) const {
-  return getWithNumber(*this, &KFAEnvConfig::getVEPrivateVar, path);
+  return getWithNumber(*this, property("ve_private").id, &KFAEnvConfig::getVEPrivateVar, path);
 }
 
 // --- Disks -------------------------------------------------------------------------------------------------
@@ -343,7 +345,9 @@ class Validator : public HardDisk::List::Visitor {
 }  // namespace
 
 int KFAEnvConfig::getHardDisks(boost::shared_ptr<HardDisk::List::Base>& disks) const {
-  if (hasMsg()) it_.getObject(disks, KFLReaderDerived<HardDisk::List::Base>(), property("disk_list").id);
+  if (!it_.hasChild(property("disk_list").id)) return 0;
+  const KFLMessageIterator it(it_);
+  it.getObject(disks, KFLReaderDerived<HardDisk::List::Base>(), property("disk_list").id);
   return 0;
 }
 
@@ -373,7 +377,10 @@ int KFAEnvConfig::setHardDisks(const HardDisk::List::Base* disks) {
 // --- Searches ----------------------------------------------------------------------------------------------
 
 int readVeid(const KFLVEnvConfig* config, int& veid) {
-  if (config == nullptr) return -1;
+  if (config == nullptr) {
+    KFL::setErrorMessage("the environment has no virtual configuration, which holds its number");
+    return -1;
+  }
   if (const auto* const own = dynamic_cast<const KFAEnvConfig*>(config)) return own->getVeid(veid);
   const KFLMessageIterator it = config->getIterator();
   return KFAEnvConfig(&it, config->getKind()).getVeid(veid);

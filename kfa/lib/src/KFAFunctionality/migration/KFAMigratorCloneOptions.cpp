@@ -37,9 +37,11 @@ struct KFAMigratorCloneOptions::Binding {
   }
   static int getConfig(const KFLMessageIterator& it, R& options, const KFLField& row) {
     if (!options.config_) options.config_ = boost::make_shared<KFAEnvConfig>();
-    return it.getObj(*options.config_, row.id);
+    return it.hasChild(row.id) ? it.getObj(*options.config_, row.id) : 1;
   }
 };
+
+KFAMigratorCloneOptions::~KFAMigratorCloneOptions() = default;
 
 const KFLFieldTable& KFAMigratorCloneOptions::fields() {
   using R = KFAMigratorCloneOptions;
