@@ -7,8 +7,13 @@ KFL_DERIVED_REGISTRY(KFL::KFLCalculateHWNodeNotes)
 
 namespace KFL {
 
+static KFLDerivedParserFactoryT<KFLCalculateHWNodeNotes, KFLCalculateHWNodeNotes, std::string,
+                                KFLCalculateHWNodeNotes::Reader, KFLCalculateHWNodeNotes::Writer>
+    factoryKFLCalculateHWNodeNotes;
 static const KFLRecordRegistration<KFLCalculateHWNodeNotes> recordKFLCalculateHWNodeNotes(
     "KFLCalculateHWNodeNotes");
+
+KFLCalculateHWNodeNotes::~KFLCalculateHWNodeNotes() = default;
 
 const KFLFieldTable& KFLCalculateHWNodeNotes::fields() {
   using R = KFLCalculateHWNodeNotes;

@@ -27,7 +27,7 @@ class KFLCalculateHWNodeNotes {
   KFLCalculateHWNodeNotes(KFLCalculateHWNodeNotes&&) = default;
   KFLCalculateHWNodeNotes& operator=(const KFLCalculateHWNodeNotes&) = default;
   KFLCalculateHWNodeNotes& operator=(KFLCalculateHWNodeNotes&&) = default;
-  virtual ~KFLCalculateHWNodeNotes() = default;
+  virtual ~KFLCalculateHWNodeNotes();
 
   // The disk space that the node's data takes, in bytes.
   const Size& getSize() const { return size_; }

@@ -9,6 +9,8 @@ namespace KFL {
 
 static const KFLRecordRegistration<KFLLogOptions> recordKFLLogOptions("KFLLogOptions");
 
+KFLLogOptions::~KFLLogOptions() = default;
+
 const KFLFieldTable& KFLLogOptions::fields() {
   using R = KFLLogOptions;
   static constexpr KFLField rows[] = {

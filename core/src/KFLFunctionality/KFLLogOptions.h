@@ -23,7 +23,7 @@ class KFLLogOptions {
   KFLLogOptions(KFLLogOptions&&) = default;
   KFLLogOptions& operator=(const KFLLogOptions&) = default;
   KFLLogOptions& operator=(KFLLogOptions&&) = default;
-  virtual ~KFLLogOptions() = default;
+  virtual ~KFLLogOptions();
 
   // How much is logged; 0 is silent.
   const KFLOptionalProperty<int>& getLevel() const { return level_; }

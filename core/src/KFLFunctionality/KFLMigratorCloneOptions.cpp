@@ -7,8 +7,13 @@ KFL_DERIVED_REGISTRY(KFL::KFLMigratorCloneOptions)
 
 namespace KFL {
 
+static KFLDerivedParserFactoryT<KFLMigratorCloneOptions, KFLMigratorCloneOptions, std::string,
+                                KFLMigratorCloneOptions::Reader, KFLMigratorCloneOptions::Writer>
+    factoryKFLMigratorCloneOptions;
 static const KFLRecordRegistration<KFLMigratorCloneOptions> recordKFLMigratorCloneOptions(
     "KFLMigratorCloneOptions");
+
+KFLMigratorCloneOptions::~KFLMigratorCloneOptions() = default;
 
 const KFLFieldTable& KFLMigratorCloneOptions::fields() {
   using R = KFLMigratorCloneOptions;

@@ -28,7 +28,7 @@ class KFLMigratorCloneOptions {
   KFLMigratorCloneOptions(KFLMigratorCloneOptions&&) = default;
   KFLMigratorCloneOptions& operator=(const KFLMigratorCloneOptions&) = default;
   KFLMigratorCloneOptions& operator=(KFLMigratorCloneOptions&&) = default;
-  virtual ~KFLMigratorCloneOptions() = default;
+  virtual ~KFLMigratorCloneOptions();
 
   // The name that the clones get; that of the source when it is not specified.
   const Text& getName() const { return name_; }

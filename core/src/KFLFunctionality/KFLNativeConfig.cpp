@@ -2,3 +2,9 @@
 #include <KFLFunctionality/KFLNativeConfig.h>
 
 KFL_DERIVED_REGISTRY(KFL::KFLNativeConfig)
+
+namespace KFL {
+
+KFLNativeConfig::~KFLNativeConfig() = default;
+
+}  // namespace KFL

@@ -16,7 +16,7 @@ class KFLNativeConfig {
   KFLNativeConfig(KFLNativeConfig&&) = default;
   KFLNativeConfig& operator=(const KFLNativeConfig&) = default;
   KFLNativeConfig& operator=(KFLNativeConfig&&) = default;
-  virtual ~KFLNativeConfig() = default;
+  virtual ~KFLNativeConfig();
 };
 
 }  // namespace KFL

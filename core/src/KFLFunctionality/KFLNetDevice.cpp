@@ -2,3 +2,9 @@
 #include <KFLFunctionality/KFLNetDevice.h>
 
 KFL_DERIVED_REGISTRY(KFL::KFLNetDevice)
+
+namespace KFL {
+
+KFLNetDevice::~KFLNetDevice() = default;
+
+}  // namespace KFL

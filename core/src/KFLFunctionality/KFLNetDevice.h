@@ -16,7 +16,7 @@ class KFLNetDevice {
   KFLNetDevice(KFLNetDevice&&) = default;
   KFLNetDevice& operator=(const KFLNetDevice&) = default;
   KFLNetDevice& operator=(KFLNetDevice&&) = default;
-  virtual ~KFLNetDevice() = default;
+  virtual ~KFLNetDevice();
 };
 
 }  // namespace KFL

@@ -9,6 +9,8 @@ static KFLDerivedParserFactoryT<KFLNetNIC, KFLNetDevice, std::string, KFLNetNIC:
     factoryKFLNetNIC;
 static const KFLRecordRegistration<KFLNetNIC> recordKFLNetNIC("KFLNetNIC");
 
+KFLNetNIC::~KFLNetNIC() = default;
+
 const KFLFieldTable& KFLNetNIC::fields() {
   using R = KFLNetNIC;
   static constexpr KFLField rows[] = {

@@ -20,6 +20,13 @@ class KFLNetNIC : public KFLNetDevice {
   // What a message leaves out is empty, or false.
   using Reader = KFLRecordReader<KFLNetNIC>;
 
+  KFLNetNIC() = default;
+  KFLNetNIC(const KFLNetNIC&) = default;
+  KFLNetNIC(KFLNetNIC&&) = default;
+  KFLNetNIC& operator=(const KFLNetNIC&) = default;
+  KFLNetNIC& operator=(KFLNetNIC&&) = default;
+  ~KFLNetNIC() override;
+
   // The name of the interface, such as eth0.
   const std::string& getName() const { return name_; }
   void setName(std::string name) { name_ = std::move(name); }

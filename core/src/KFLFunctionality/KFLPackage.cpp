@@ -11,6 +11,8 @@ static KFLDerivedParserFactoryT<KFLPackage, KFLPackage, std::string, KFLPackage:
     factoryKFLPackage;
 static const KFLRecordRegistration<KFLPackage> recordKFLPackage("KFLPackage");
 
+KFLPackage::~KFLPackage() = default;
+
 const KFLFieldTable& KFLPackage::fields() {
   using R = KFLPackage;
   static constexpr KFLField rows[] = {

@@ -28,7 +28,7 @@ class KFLPackage {
   KFLPackage(KFLPackage&&) = default;
   KFLPackage& operator=(const KFLPackage&) = default;
   KFLPackage& operator=(KFLPackage&&) = default;
-  virtual ~KFLPackage() = default;
+  virtual ~KFLPackage();
 
   const std::string& getName() const { return name_; }
   void setName(const std::string& name) { name_ = name; }

@@ -9,6 +9,8 @@ namespace KFL {
 
 static const KFLRecordRegistration<KFLVtInfo> recordKFLVtInfo("KFLVtInfo");
 
+KFLVtInfo::~KFLVtInfo() = default;
+
 const KFLFieldTable& KFLVtInfo::fields() {
   using R = KFLVtInfo;
   static constexpr KFLField rows[] = {

@@ -22,7 +22,7 @@ class KFLVtInfo {
   KFLVtInfo(KFLVtInfo&&) = default;
   KFLVtInfo& operator=(const KFLVtInfo&) = default;
   KFLVtInfo& operator=(KFLVtInfo&&) = default;
-  virtual ~KFLVtInfo() = default;
+  virtual ~KFLVtInfo();
 
   // The name of the technology.
   const KFLOptionalProperty<std::string>& getTechnology() const { return technology_; }

@@ -9,6 +9,8 @@ namespace KFL {
 
 static const KFLRecordRegistration<KFLVtSettings> recordKFLVtSettings("KFLVtSettings");
 
+KFLVtSettings::~KFLVtSettings() = default;
+
 const KFLFieldTable& KFLVtSettings::fields() {
   using R = KFLVtSettings;
   static constexpr KFLField rows[] = {

@@ -22,7 +22,7 @@ class KFLVtSettings {
   KFLVtSettings(KFLVtSettings&&) = default;
   KFLVtSettings& operator=(const KFLVtSettings&) = default;
   KFLVtSettings& operator=(KFLVtSettings&&) = default;
-  virtual ~KFLVtSettings() = default;
+  virtual ~KFLVtSettings();
 
   // The name of the technology.
   const KFLOptionalProperty<std::string>& getTechnology() const { return technology_; }

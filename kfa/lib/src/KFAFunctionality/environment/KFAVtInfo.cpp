@@ -7,6 +7,8 @@ namespace KFA {
 
 static const KFLRecordRegistration<KFAVtInfo> recordKFAVtInfo("KFAVtInfo");
 
+KFAVtInfo::~KFAVtInfo() = default;
+
 const KFLFieldTable& KFAVtInfo::fields() {
   using R = KFAVtInfo;
   static constexpr KFLField rows[] = {

@@ -21,6 +21,13 @@ class KFAVtInfo : public KFLVtInfo {
   using Writer = KFLRecordWriter<KFAVtInfo>;
   using Reader = KFLRecordReader<KFAVtInfo>;
 
+  KFAVtInfo() = default;
+  KFAVtInfo(const KFAVtInfo&) = default;
+  KFAVtInfo(KFAVtInfo&&) = default;
+  KFAVtInfo& operator=(const KFAVtInfo&) = default;
+  KFAVtInfo& operator=(KFAVtInfo&&) = default;
+  ~KFAVtInfo() override;
+
   const std::string& getVersion() const { return version_; }
   void setVersion(const std::string& version) { version_ = version; }
   // Which build of the version it is.

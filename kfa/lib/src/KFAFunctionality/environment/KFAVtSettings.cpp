@@ -35,6 +35,8 @@ struct KFAVtSettings::Binding {
   }
 };
 
+KFAVtSettings::~KFAVtSettings() = default;
+
 const KFLFieldTable& KFAVtSettings::fields() {
   using R = KFAVtSettings;
   static constexpr KFLField rows[] = {

@@ -34,6 +34,13 @@ class KFAVtSettings : public KFLVtSettings {
   using Writer = KFLRecordWriter<KFAVtSettings>;
   using Reader = KFLRecordReader<KFAVtSettings>;
 
+  KFAVtSettings() = default;
+  KFAVtSettings(const KFAVtSettings&) = default;
+  KFAVtSettings(KFAVtSettings&&) = default;
+  KFAVtSettings& operator=(const KFAVtSettings&) = default;
+  KFAVtSettings& operator=(KFAVtSettings&&) = default;
+  ~KFAVtSettings() override;
+
   const Text& getLockDir() const { return lockDir_; }
   void setLockDir(const Text& folder) { lockDir_ = folder; }
   const Text& getTemplateDir() const { return templateDir_; }

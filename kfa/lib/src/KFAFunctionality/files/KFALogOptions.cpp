@@ -10,6 +10,8 @@ static KFLDerivedParserFactoryT<KFALogOptions, KFLLogOptions, std::string, KFALo
     factoryKFALogOptions;
 static const KFLRecordRegistration<KFALogOptions> recordKFALogOptions("KFALogOptions");
 
+KFALogOptions::~KFALogOptions() = default;
+
 const KFLFieldTable& KFALogOptions::fields() {
   using R = KFALogOptions;
   static constexpr KFLField rows[] = {

@@ -16,6 +16,13 @@ class KFALogOptions : public KFLLogOptions {
   // The result of the base part; a kind that is absent stays as it was.
   using Reader = KFLRecordReader<KFALogOptions>;
 
+  KFALogOptions() = default;
+  KFALogOptions(const KFALogOptions&) = default;
+  KFALogOptions(KFALogOptions&&) = default;
+  KFALogOptions& operator=(const KFALogOptions&) = default;
+  KFALogOptions& operator=(KFALogOptions&&) = default;
+  ~KFALogOptions() override;
+
   // Which of the technology's logs it is; 0 for the tools' own.
   int getKind() const { return kind_; }
   void setKind(int kind) { kind_ = kind; }

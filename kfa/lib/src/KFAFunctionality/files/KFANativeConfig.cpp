@@ -10,6 +10,8 @@ static KFLDerivedParserFactoryT<KFANativeConfig, KFLNativeConfig, std::string, K
     factoryKFANativeConfig;
 static const KFLRecordRegistration<KFANativeConfig> recordKFANativeConfig("KFANativeConfig");
 
+KFANativeConfig::~KFANativeConfig() = default;
+
 const KFLFieldTable& KFANativeConfig::fields() {
   using R = KFANativeConfig;
   static constexpr KFLField rows[] = {field<R, &R::text_>(1328).required().mustWrite()};

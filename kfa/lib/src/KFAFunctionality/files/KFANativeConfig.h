@@ -20,6 +20,13 @@ class KFANativeConfig : public KFLNativeConfig {
   // -1 without the text.
   using Reader = KFLRecordReader<KFANativeConfig>;
 
+  KFANativeConfig() = default;
+  KFANativeConfig(const KFANativeConfig&) = default;
+  KFANativeConfig(KFANativeConfig&&) = default;
+  KFANativeConfig& operator=(const KFANativeConfig&) = default;
+  KFANativeConfig& operator=(KFANativeConfig&&) = default;
+  ~KFANativeConfig() override;
+
   // The content of the global file.
   const std::string& getText() const { return text_; }
   void setText(const std::string& text) { text_ = text; }

@@ -34,6 +34,8 @@ const KFLFieldTable& KFAExcludePath::fields() {
   return table;
 }
 
+KFACalculateHWNodeNotes::~KFACalculateHWNodeNotes() = default;
+
 const KFLFieldTable& KFACalculateHWNodeNotes::fields() {
   using R = KFACalculateHWNodeNotes;
   static constexpr KFLField rows[] = {

@@ -60,6 +60,13 @@ class KFACalculateHWNodeNotes : public KFLCalculateHWNodeNotes {
   // Fails only where the base part does.
   using Reader = KFLRecordReader<KFACalculateHWNodeNotes>;
 
+  KFACalculateHWNodeNotes() = default;
+  KFACalculateHWNodeNotes(const KFACalculateHWNodeNotes&) = default;
+  KFACalculateHWNodeNotes(KFACalculateHWNodeNotes&&) = default;
+  KFACalculateHWNodeNotes& operator=(const KFACalculateHWNodeNotes&) = default;
+  KFACalculateHWNodeNotes& operator=(KFACalculateHWNodeNotes&&) = default;
+  ~KFACalculateHWNodeNotes() override;
+
   const std::vector<KFACalculateHWNodeWarning>& getWarnings() const { return warnings_; }
   void setWarnings(const std::vector<KFACalculateHWNodeWarning>& warnings) { warnings_ = warnings; }
   const std::vector<KFAExcludePath>& getExcludes() const { return excludes_; }

@@ -27,6 +27,13 @@ class KFAMigratorCloneOptions : public KFLMigratorCloneOptions {
   // message holds.
   using Reader = KFLRecordReader<KFAMigratorCloneOptions>;
 
+  KFAMigratorCloneOptions() = default;
+  KFAMigratorCloneOptions(const KFAMigratorCloneOptions&) = default;
+  KFAMigratorCloneOptions(KFAMigratorCloneOptions&&) = default;
+  KFAMigratorCloneOptions& operator=(const KFAMigratorCloneOptions&) = default;
+  KFAMigratorCloneOptions& operator=(KFAMigratorCloneOptions&&) = default;
+  ~KFAMigratorCloneOptions() override;
+
   // Whether the source stays as it is; otherwise the clone takes its place.
   const Flag& getKeepSource() const { return keepSource_; }
   void setKeepSource(const Flag& keep) { keepSource_ = keep; }

@@ -108,6 +108,8 @@ int getCard(const KFLMessageIterator& it, void* record, const KFLField&) {
 
 }  // namespace
 
+KFANetVEth::~KFANetVEth() = default;
+
 const KFLFieldTable& KFANetVEth::fields() {
   using R = KFANetVEth;
   static constexpr KFLField rows[] = {

@@ -35,6 +35,13 @@ class KFANetVEth : public KFLNetNIC {
   // A device without an interface name cannot be read.
   using Reader = KFLRecordReader<KFANetVEth>;
 
+  KFANetVEth() = default;
+  KFANetVEth(const KFANetVEth&) = default;
+  KFANetVEth(KFANetVEth&&) = default;
+  KFANetVEth& operator=(const KFANetVEth&) = default;
+  KFANetVEth& operator=(KFANetVEth&&) = default;
+  ~KFANetVEth() override;
+
   // Takes what it understands of one NETIF entry into the device, and skips the rest. Addresses are added to
   // those that are there; everything else is replaced. A flag is set when its value is a beginning of "yes"
   // (nettype: of "host-routed"), the empty value included.

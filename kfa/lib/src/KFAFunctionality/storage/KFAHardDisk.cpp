@@ -76,6 +76,9 @@ constexpr const char* kImagesName<Loopback> = "HardDisk::List::Images<Loopback>"
 
 }  // namespace
 
+Visitor::~Visitor() = default;
+Base::~Base() = default;
+
 const KFLFieldTable& Base::elements() {
   static constexpr KFLFieldTable table{"HardDisk::List::Base", kTypesURI, "", {}};
   return table;

@@ -118,7 +118,7 @@ class Images;
 // Is told which class of list it meets; its answer is that of the list's accept().
 class Visitor {
  public:
-  virtual ~Visitor() = default;
+  virtual ~Visitor();
   virtual int visit(const KfFS& list) = 0;
   virtual int visit(const Images<Zloop>& list) = 0;
   virtual int visit(const Images<Loopback>& list) = 0;
@@ -131,7 +131,7 @@ class Base {
   Base(Base&&) = default;
   Base& operator=(const Base&) = default;
   Base& operator=(Base&&) = default;
-  virtual ~Base() = default;
+  virtual ~Base();
   // None: an element that holds a list is what its type tag says.
   static const KFLFieldTable& elements();
   virtual int accept(Visitor& visitor) const = 0;

@@ -10,6 +10,8 @@ static KFLDerivedParserFactoryT<KFAPackageKFTemplate, KFLPackage, std::string, K
     factoryKFAPackageKFTemplate;
 static const KFLRecordRegistration<KFAPackageKFTemplate> recordKFAPackageKFTemplate("KFAPackageKFTemplate");
 
+KFAPackageKFTemplate::~KFAPackageKFTemplate() = default;
+
 const KFLFieldTable& KFAPackageKFTemplate::fields() {
   using R = KFAPackageKFTemplate;
   static constexpr KFLField rows[] = {

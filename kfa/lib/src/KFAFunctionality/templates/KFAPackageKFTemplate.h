@@ -20,6 +20,13 @@ class KFAPackageKFTemplate : public KFLPackage {
   using Writer = KFLRecordWriter<KFAPackageKFTemplate>;
   using Reader = KFLRecordReader<KFAPackageKFTemplate>;
 
+  KFAPackageKFTemplate() = default;
+  KFAPackageKFTemplate(const KFAPackageKFTemplate&) = default;
+  KFAPackageKFTemplate(KFAPackageKFTemplate&&) = default;
+  KFAPackageKFTemplate& operator=(const KFAPackageKFTemplate&) = default;
+  KFAPackageKFTemplate& operator=(KFAPackageKFTemplate&&) = default;
+  ~KFAPackageKFTemplate() override;
+
   // Whether it is an OS template; otherwise it is made for one.
   bool getOsTemplate() const { return osTemplate_; }
   void setOsTemplate(bool osTemplate) { osTemplate_ = osTemplate; }

@@ -11,6 +11,8 @@ static KFLDerivedParserFactoryT<KFAPackageKFTemplateStd, KFLPackage, std::string
 static const KFLRecordRegistration<KFAPackageKFTemplateStd> recordKFAPackageKFTemplateStd(
     "KFAPackageKFTemplateStd");
 
+KFAPackageKFTemplateStd::~KFAPackageKFTemplateStd() = default;
+
 const KFLFieldTable& KFAPackageKFTemplateStd::fields() {
   using R = KFAPackageKFTemplateStd;
   static constexpr KFLField rows[] = {

@@ -13,6 +13,13 @@ class KFAPackageKFTemplateStd : public KFAPackageKFTemplate {
   using Writer = KFLRecordWriter<KFAPackageKFTemplateStd>;
   using Reader = KFLRecordReader<KFAPackageKFTemplateStd>;
 
+  KFAPackageKFTemplateStd() = default;
+  KFAPackageKFTemplateStd(const KFAPackageKFTemplateStd&) = default;
+  KFAPackageKFTemplateStd(KFAPackageKFTemplateStd&&) = default;
+  KFAPackageKFTemplateStd& operator=(const KFAPackageKFTemplateStd&) = default;
+  KFAPackageKFTemplateStd& operator=(KFAPackageKFTemplateStd&&) = default;
+  ~KFAPackageKFTemplateStd() override;
+
   bool getStandard() const { return standard_; }
   void setStandard(bool standard) { standard_ = standard; }
 

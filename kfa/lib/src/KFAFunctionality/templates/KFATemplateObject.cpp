@@ -29,6 +29,8 @@ std::string textOf(const KFLPackage::Text& text) {
 
 }  // namespace
 
+KFATemplateObject::~KFATemplateObject() = default;
+
 const KFLFieldTable& KFATemplateObject::fields() {
   using R = KFATemplateObject;
   static constexpr KFLField rows[] = {

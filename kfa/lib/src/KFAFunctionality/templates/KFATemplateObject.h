@@ -28,6 +28,11 @@ class KFATemplateObject : public KFAPackageKFTemplate {
   using Reader = KFLRecordReader<KFATemplateObject>;
 
   KFATemplateObject() = default;
+  KFATemplateObject(const KFATemplateObject&) = default;
+  KFATemplateObject(KFATemplateObject&&) = default;
+  KFATemplateObject& operator=(const KFATemplateObject&) = default;
+  KFATemplateObject& operator=(KFATemplateObject&&) = default;
+  ~KFATemplateObject() override;
   explicit KFATemplateObject(const KFAPackageKFTemplate& package, const Environments& environments = {})
       : KFAPackageKFTemplate(package), environments_(environments) {}
 

@@ -40,6 +40,15 @@ static constexpr KFLNumberName kUpdateTypes[] = {
 };
 constinit const KFLNumberNames KFASystemUpdate::updateTypeIdToName{kUpdateTypes};
 
+KFAUpdate::~KFAUpdate() = default;
+KFASystemUpdate::~KFASystemUpdate() = default;
+KFAWindowsSystemUpdate::~KFAWindowsSystemUpdate() = default;
+KFATQAUpdate::~KFATQAUpdate() = default;
+KFAAppTemplateUpdate::~KFAAppTemplateUpdate() = default;
+KFATemplateUpdate::~KFATemplateUpdate() = default;
+KFAOsTemplateUpdate::~KFAOsTemplateUpdate() = default;
+KFAEzTemplateUpdate::~KFAEzTemplateUpdate() = default;
+
 const KFLFieldTable& KFAUpdate::fields() {
   using R = KFAUpdate;
   static constexpr KFLField rows[] = {

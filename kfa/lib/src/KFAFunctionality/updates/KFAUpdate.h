@@ -42,7 +42,7 @@ class KFAUpdate {
   KFAUpdate(KFAUpdate&&) = default;
   KFAUpdate& operator=(const KFAUpdate&) = default;
   KFAUpdate& operator=(KFAUpdate&&) = default;
-  virtual ~KFAUpdate() = default;
+  virtual ~KFAUpdate();
 
   const Text& getID() const { return id_; }
   void setID(const Text& id) { id_ = id; }
@@ -86,6 +86,13 @@ class KFASystemUpdate : public KFAUpdate {
   using Writer = KFLRecordWriter<KFASystemUpdate>;
   using Reader = KFLRecordReader<KFASystemUpdate>;
 
+  KFASystemUpdate() = default;
+  KFASystemUpdate(const KFASystemUpdate&) = default;
+  KFASystemUpdate(KFASystemUpdate&&) = default;
+  KFASystemUpdate& operator=(const KFASystemUpdate&) = default;
+  KFASystemUpdate& operator=(KFASystemUpdate&&) = default;
+  ~KFASystemUpdate() override;
+
   // An UpdateType; NoType is not written, and is what an absent element reads as.
   int getType() const { return type_; }
   void setType(int type) { type_ = type; }
@@ -113,6 +120,13 @@ class KFAWindowsSystemUpdate : public KFASystemUpdate {
   using Writer = KFLRecordWriter<KFAWindowsSystemUpdate>;
   using Reader = KFLRecordReader<KFAWindowsSystemUpdate>;
 
+  KFAWindowsSystemUpdate() = default;
+  KFAWindowsSystemUpdate(const KFAWindowsSystemUpdate&) = default;
+  KFAWindowsSystemUpdate(KFAWindowsSystemUpdate&&) = default;
+  KFAWindowsSystemUpdate& operator=(const KFAWindowsSystemUpdate&) = default;
+  KFAWindowsSystemUpdate& operator=(KFAWindowsSystemUpdate&&) = default;
+  ~KFAWindowsSystemUpdate() override;
+
   // What is updated.
   const Text& getProduct() const { return product_; }
   void setProduct(const Text& product) { product_ = product; }
@@ -131,6 +145,13 @@ class KFATQAUpdate : public KFAUpdate {
   using Writer = KFLRecordWriter<KFATQAUpdate>;
   using Reader = KFLRecordReader<KFATQAUpdate>;
 
+  KFATQAUpdate() = default;
+  KFATQAUpdate(const KFATQAUpdate&) = default;
+  KFATQAUpdate(KFATQAUpdate&&) = default;
+  KFATQAUpdate& operator=(const KFATQAUpdate&) = default;
+  KFATQAUpdate& operator=(KFATQAUpdate&&) = default;
+  ~KFATQAUpdate() override;
+
   const Text& getSummary() const { return summary_; }
   void setSummary(const Text& summary) { summary_ = summary; }
 
@@ -144,6 +165,13 @@ class KFAAppTemplateUpdate : public KFAUpdate {
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAAppTemplateUpdate>;
   using Reader = KFLRecordReader<KFAAppTemplateUpdate>;
+
+  KFAAppTemplateUpdate() = default;
+  KFAAppTemplateUpdate(const KFAAppTemplateUpdate&) = default;
+  KFAAppTemplateUpdate(KFAAppTemplateUpdate&&) = default;
+  KFAAppTemplateUpdate& operator=(const KFAAppTemplateUpdate&) = default;
+  KFAAppTemplateUpdate& operator=(KFAAppTemplateUpdate&&) = default;
+  ~KFAAppTemplateUpdate() override;
 };
 
 // An update of a template, with the updates of the application templates that belong to it. One of those that
@@ -153,6 +181,13 @@ class KFATemplateUpdate : public KFAUpdate {
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFATemplateUpdate>;
   using Reader = KFLRecordReader<KFATemplateUpdate>;
+
+  KFATemplateUpdate() = default;
+  KFATemplateUpdate(const KFATemplateUpdate&) = default;
+  KFATemplateUpdate(KFATemplateUpdate&&) = default;
+  KFATemplateUpdate& operator=(const KFATemplateUpdate&) = default;
+  KFATemplateUpdate& operator=(KFATemplateUpdate&&) = default;
+  ~KFATemplateUpdate() override;
 
   const KFAUpdateList& getAppTemplates() const { return appTemplates_; }
   void setAppTemplates(const KFAUpdateList& updates) { appTemplates_ = updates; }
@@ -167,6 +202,13 @@ class KFAOsTemplateUpdate : public KFATemplateUpdate {
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAOsTemplateUpdate>;
   using Reader = KFLRecordReader<KFAOsTemplateUpdate>;
+
+  KFAOsTemplateUpdate() = default;
+  KFAOsTemplateUpdate(const KFAOsTemplateUpdate&) = default;
+  KFAOsTemplateUpdate(KFAOsTemplateUpdate&&) = default;
+  KFAOsTemplateUpdate& operator=(const KFAOsTemplateUpdate&) = default;
+  KFAOsTemplateUpdate& operator=(KFAOsTemplateUpdate&&) = default;
+  ~KFAOsTemplateUpdate() override;
 };
 
 // An update of an EZ template.
@@ -175,6 +217,13 @@ class KFAEzTemplateUpdate : public KFATemplateUpdate {
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAEzTemplateUpdate>;
   using Reader = KFLRecordReader<KFAEzTemplateUpdate>;
+
+  KFAEzTemplateUpdate() = default;
+  KFAEzTemplateUpdate(const KFAEzTemplateUpdate&) = default;
+  KFAEzTemplateUpdate(KFAEzTemplateUpdate&&) = default;
+  KFAEzTemplateUpdate& operator=(const KFAEzTemplateUpdate&) = default;
+  KFAEzTemplateUpdate& operator=(KFAEzTemplateUpdate&&) = default;
+  ~KFAEzTemplateUpdate() override;
 };
 
 }  // namespace KFA
