@@ -106,6 +106,13 @@ int reportMissing(const std::string& path, const std::vector<std::string>& missi
   return kFinding;
 }
 
+// Items of former builds have a root without a namespace.
+void completeRoot(KFL::KFLMessage& message) {
+  KFL::KFLMessageIterator root = message.getIterator();
+  if (root.getNamespace().empty())
+    root.setName(KFATemplateObject::kElement, KFATemplateObject::fields().namespaceUri());
+}
+
 int get(Session& session) {
   const Items items = readItems(session.argument(0));
   std::vector<std::string> missing;
@@ -119,6 +126,7 @@ int get(Session& session) {
     readTemplate(found->second);
     KFL::KFLMessage message;
     parseMessage(found->second, message);
+    completeRoot(message);
     if (session.format() == Format::Json)
       document[key] = describeElement(message.getIterator(), fieldTableOf("KFATemplateObject"));
     else

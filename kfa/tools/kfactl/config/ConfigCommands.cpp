@@ -67,7 +67,7 @@ int show(Session& session, const std::string& veid) {
     session.out().add(text);
     return kFine;
   }
-  const Document record = describeElement(message.getIterator(), &environmentFields());
+  const Document record = describeElement(message.getIterator(), &KFA::KFAEnvConfig::elements());
   if (session.format() == Format::Json)
     printDocument(session, record, "venv_config");
   else

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLMessageCheck.h>
 
 #include "terminal/Input.h"
 
@@ -31,8 +31,11 @@ void parseMessage(const Input& input, KFL::KFLMessage& message);
 std::string elementText(const std::string& file, std::size_t line, const std::string& path,
                         const std::string& text);
 
-// Reads the message as the record with this class name, or, when it is empty, as the one of those with its type tag that
-// keeps most of it. Throws when there is no such record, or when it cannot be read.
+// Throws what is wrong with an element, with file, line and path.
+[[noreturn]] void refuseElement(const Input& input, const KFL::KFLMessageFinding& finding);
+
+// Reads the message as the record with this class name, or, when it is empty, as the one of those with its type tag, or
+// else with its root's name, that keeps most of it. Throws when there is no such record, or when it cannot be read.
 MessageCheck checkMessage(const Input& input, const std::string& recordName);
 
 }  // namespace kfactl

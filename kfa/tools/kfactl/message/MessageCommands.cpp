@@ -13,7 +13,7 @@
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 
-#include "environments/Elements.h"
+#include "environments/ElementLines.h"
 #include "environments/Environment.h"
 #include "environments/FileChange.h"
 #include "environments/RecordView.h"
@@ -85,19 +85,18 @@ KFAEnvConfig readConfiguration(const Input& input) {
   KFL::KFLMessage message;
   parseMessage(input, message);
   const KFL::KFLMessageIterator root = message.getIterator();
-  const KFL::KFLFieldTable& fields = environmentFields();
+  const KFL::KFLFieldTable& fields = KFAEnvConfig::elements();
   const bool isTagged =
       root.getTypeTag() == fields.typeTag() && root.getTypeNamespace() == fields.namespaceUri();
   const bool isNamed = root.getTypeTag().empty() && root.getName() == "venv_config";
   if (!isTagged && !isNamed) {
     const std::string tag = root.getTypeTag().empty() ? "" : " of the type " + std::string(root.getTypeTag());
     throw Trouble(elementText(
-        input.name, lineOfElement(input.text, 0), "/" + std::string(root.getName()),
+        input.name, ElementLines(input.text)[0], root.getPath(),
         "no configuration" + tag + "; an element with the type tag " + fields.typeTag() + " is wanted"));
   }
-  const ElementFault fault = findFault(root, &fields, FaultScope::Any);
-  if (!fault.path.empty())
-    throw Trouble(elementText(input.name, lineOfElement(input.text, fault.index), fault.path, fault.text));
+  const KFL::KFLMessageFindings faults = KFL::findFaults(root, &fields, KFL::KFLFaultScope::Any);
+  if (!faults.empty()) refuseElement(input, faults.front());
   KFAEnvConfig config;
   if (KFAEnvConfig::Reader()(root, config) != 0) throw Trouble(input.name + ": the message cannot be read");
   return config;
@@ -235,9 +234,10 @@ constexpr Command kCommands[] = {
      "  kfactl message to-config 101.xml --merge 101.conf --dry-run",
      prepareToConfig, kTableOnly},
     {"check", "XML...", "Report what a record does not read, or does not keep, of a message",
-     "The record is found by the type tag of the root element. It is read and written again; what differs is "
-     "reported\n"
-     "with status 1, a message that cannot be read with status 2.\n\n"
+     "The record is found by the type tag of the root element, or, where it has none, by its name. It is "
+     "read and "
+     "written again;\n"
+     "what differs is reported with status 1, a message that cannot be read with status 2.\n\n"
      "Examples:\n"
      "  kfactl message check 101.xml\n"
      "  kfactl message check --record KFATemplate template.xml\n"

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+// Not installed: the elements of a message held against the field table of the record that they are read as.
+#ifndef KFLMESSAGE_KFLMESSAGEFAULTS_H
+#define KFLMESSAGE_KFLMESSAGEFAULTS_H
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <KFLMessage/KFLDerivedParsers.h>
+#include <KFLMessage/KFLMessageCheck.h>
+
+#include "KFLMessageElements.h"
+
+namespace KFL {
+
+// A table's rows by element name, those of its base parts included.
+using KFLRowsByName = std::unordered_map<std::string_view, const KFLField*>;
+
+// What an element is read as.
+struct KFLExpectation {
+  const KFLField* row = nullptr;  // none for the top, and for what is not looked at
+  const KFLFieldTable* table = nullptr;
+  bool isContainer = false;  // only its children are
+};
+
+class KFLMessageFaults {
+ public:
+  // The elements must outlive it. A null table knows nothing.
+  KFLMessageFaults(const KFLMessageElements& elements, const KFLFieldTable* table, KFLFaultScope scope);
+
+  // What cannot be read, in document order.
+  KFLMessageFindings find();
+  // Whether what the element stands in has a place for it.
+  bool hasPlace(std::size_t index);
+  const KFLExpectation& at(std::size_t index) const { return expected_[index]; }
+
+ private:
+  const KFLRowsByName& rowsOf(const KFLFieldTable* table);
+  const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLFieldTable* rowTable);
+  KFLExpectation expect(const KFLExpectation& parent, const KFLMessageElement& child, KFLFaultScope scope);
+  std::string faultOf(std::size_t index);
+  std::string faultOfType(const KFLMessageIterator& it, const KFLFieldTable& base) const;
+  std::string refusalOf(std::size_t index) const;
+
+  const KFLMessageElements& elements_;
+  std::unordered_map<const KFLFieldTable*, KFLRowsByName> rows_;
+  std::unordered_map<std::string, const KFLFieldTable*> tablesByType_;
+  std::vector<KFLDerivedTypeInfo> derived_;
+  std::vector<KFLExpectation> expected_;
+};
+
+// The thread's error text without the path of the element with which it begins.
+std::string reasonWithout(const std::string& path);
+
+}  // namespace KFL
+
+#endif
