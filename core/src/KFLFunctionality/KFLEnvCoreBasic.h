@@ -22,7 +22,8 @@ inline constexpr std::size_t kAlertCount = 5;
 struct KFLEnvCoreBasic {
   KFLEID eid;
   KFLEID parentEID;
-  // The name of the technology, under which its child factory is registered.
+  // The name of the technology, under which its child factory is registered. Measure one that comes from outside with
+  // fits() before it is put here: none that does not fit is registered.
   limited_length_string<16> type;
   // The agent's number for the state of the environment; 0 while it is not known.
   int status = 0;
