@@ -3,14 +3,30 @@
 
 namespace KFL {
 
+namespace {
+
+// What a row's own function says of its failure, or does not say, becomes a text that begins with a path.
+void sayWhere(const KFLMessageIterator& it, const KFLField& row, std::size_t textsBefore,
+              const std::string& otherwise) {
+  const bool isSaid = countErrorMessages() != textsBefore;
+  const std::string text = isSaid ? getErrorMessage() : otherwise;
+  if (isSaid && text.starts_with(it.getPath())) return;
+  if (row.id.isEmpty() || !it.hasChild(row.id))
+    it.fail(text);
+  else
+    it.failAt(row.id, text);
+}
+
+}  // namespace
+
 int KFLFieldTable::write(KFLMessageIterator& it, const void* record) const {
   for (const KFLField& row : rows_) {
     const std::size_t before = countErrorMessages();
     const int result = row.put(it, record, row);
     if (result == 0 || !row.failsWrite) continue;
-    if (countErrorMessages() == before)
-      it.fail(row.id.isEmpty() ? std::string(record_) + " cannot be written"
-                               : "element " + std::string(row.elementName()) + " cannot be written");
+    sayWhere(it, row, before,
+             row.id.isEmpty() ? std::string(record_) + " cannot be written"
+                              : "element " + std::string(row.elementName()) + " cannot be written");
     return result;
   }
   return 0;
@@ -22,7 +38,7 @@ int KFLFieldTable::read(const KFLMessageIterator& it, void* record) const {
     const int result = row.get(it, record, row);
     if (result == 0 || !row.failsRead || (row.mayBeAbsent && !it.hasChild(row.id))) continue;
     if (result == 1) return it.failMissing(row.id);
-    if (countErrorMessages() == before) it.failAt(row.id, std::string("is not read as a part of ") + record_);
+    sayWhere(it, row, before, std::string("is not read as a part of ") + record_);
     return result;
   }
   return 0;

@@ -201,7 +201,7 @@ TEST(KFAEnv, GettersThatFailSayWhere) {
       {[&] { return config.getDisabled(flag); }, -1, "/c/disabled: 'maybe' is no truth value"},
       {[&] { return config.getOnBoot(onBoot); }, 0, "/c/on_boot: '2' is no truth value"},
       {[&] { return config.getVERoot(path); }, -1, "/c: element ve_root is missing"},
-      {[&] { return config.getNetVEths(devices); }, -1, "/c/net_device: element name is missing"},
+      {[&] { return config.getNetVEths(devices); }, -1, "/c/net_device: a network device has no interface name"},
       {[&] { return none.getVeid(veid); }, -1, "the configuration has no message"},
       {[&] { return none.getOnBoot(onBoot); }, -1, "the configuration has no message"},
       {[&] { return none.getDisabled(flag); }, -1, "the configuration has no message"},
