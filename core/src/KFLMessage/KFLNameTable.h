@@ -5,6 +5,7 @@
 #ifndef KFLMESSAGE_KFLNAMETABLE_H
 #define KFLMESSAGE_KFLNAMETABLE_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -28,10 +29,14 @@ class KFLNameTable {
   std::size_t size() const { return entries_.size(); }
   std::size_t memoryUsed() const;
 
-  // What is known of a text's standing as an XML name: asked once, remembered here.
+  // What is known of a text's standing as an XML name: asked once, remembered here, also by readers at the same time.
   enum class NameState : std::uint8_t { Unknown, Valid, Invalid };
-  NameState nameState(std::uint32_t number) const { return entries_[number - 1].state; }
-  void setNameState(std::uint32_t number, NameState state) const { entries_[number - 1].state = state; }
+  NameState nameState(std::uint32_t number) const {
+    return std::atomic_ref<NameState>(entries_[number - 1].state).load(std::memory_order_relaxed);
+  }
+  void setNameState(std::uint32_t number, NameState state) const {
+    std::atomic_ref<NameState>(entries_[number - 1].state).store(state, std::memory_order_relaxed);
+  }
 
  private:
   struct Entry {
