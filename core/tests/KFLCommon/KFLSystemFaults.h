@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+// System calls on files that fail, stop half way, or end the process, at a place of a test's choice.
+//
+// While an object lives, the calls of KFLSystem are counted and pass through its plan. One thread makes them, and one
+// object lives at a time. A plan that does nothing counts:
+//
+//   KFLSystemFaults faults({[](const KFLSystemFaults::Point& point) { return point.number == 3 ? EIO : 0; }});
+#ifndef KFL_TESTS_KFLSYSTEMFAULTS_H
+#define KFL_TESTS_KFLSYSTEMFAULTS_H
+
+#include <cerrno>
+#include <cstddef>
+#include <functional>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include <KFLCommon/KFLSystem.h>
+
+class KFLSystemFaults {
+ public:
+  struct Point {
+    std::size_t number;  // from 0
+    std::string_view call;
+  };
+  struct Plan {
+    // The errno with which the call fails instead of being made, as the system's own would: what closes has closed.
+    // 0: it is made.
+    std::function<int(const Point&)> before = {};
+    std::function<void(const Point&)> after = {};
+    // Reads and writes move half of what they are asked for.
+    bool isShort = false;
+  };
+
+  KFLSystemFaults() : KFLSystemFaults(Plan{}) {}
+  explicit KFLSystemFaults(Plan plan) : plan_(std::move(plan)) {
+    current() = this;
+#define KFL_STAND_IN(result, name, parameters, arguments)                        \
+  KFL::KFLSystem::calls.name = [] parameters -> result {                         \
+    return current()->pass<result>(#name, [&] { return own().name arguments; }); \
+  };
+    KFL_SYSTEM_CALLS(KFL_STAND_IN)
+#undef KFL_STAND_IN
+    if (plan_.isShort) shorten();
+  }
+  KFLSystemFaults(const KFLSystemFaults&) = delete;
+  KFLSystemFaults& operator=(const KFLSystemFaults&) = delete;
+  ~KFLSystemFaults() {
+    KFL::KFLSystem::calls = own();
+  }
+
+  std::size_t count() const {
+    return count_;
+  }
+  // The call that the plan made fail first; empty when it did not.
+  std::string_view failed() const {
+    return failed_;
+  }
+
+ private:
+  static const KFL::KFLSystem::Calls& own() {
+    static const KFL::KFLSystem::Calls calls = KFL::KFLSystem::calls;
+    return calls;
+  }
+  static KFLSystemFaults*& current() {
+    static KFLSystemFaults* current = (own(), nullptr);
+    return current;
+  }
+  static std::size_t half(std::size_t size) {
+    return (size + 1) / 2;
+  }
+
+  static void shorten() {
+    KFL::KFLSystem::calls.read = [](int file, void* to, std::size_t size) {
+      return current()->pass<ssize_t>("read", [&] { return own().read(file, to, half(size)); });
+    };
+    KFL::KFLSystem::calls.pread = [](int file, void* to, std::size_t size, off_t at) {
+      return current()->pass<ssize_t>("pread", [&] { return own().pread(file, to, half(size), at); });
+    };
+    KFL::KFLSystem::calls.write = [](int file, const void* from, std::size_t size) {
+      return current()->pass<ssize_t>("write", [&] { return own().write(file, from, half(size)); });
+    };
+  }
+
+  template <class Result, class Call>
+  Result pass(std::string_view name, Call call) {
+    const Point point{count_++, name};
+    const int error = plan_.before ? plan_.before(point) : 0;
+    Result result{};
+    if (error == 0 || name.starts_with("close")) result = call();
+    if (error != 0) {
+      if (failed_.empty()) failed_ = name;
+      if constexpr (std::is_pointer_v<Result>) result = nullptr;
+      if constexpr (!std::is_pointer_v<Result>) result = -1;
+    }
+    const int own = error != 0 ? error : errno;
+    if (plan_.after) plan_.after(point);
+    errno = own;
+    return result;
+  }
+
+  Plan plan_;
+  std::size_t count_ = 0;
+  std::string_view failed_;
+};
+
+#endif
