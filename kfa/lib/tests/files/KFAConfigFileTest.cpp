@@ -2,6 +2,7 @@
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/resource.h>
@@ -223,23 +224,27 @@ TEST_F(ConfigFile, RefusesWhatStandsForAnOpenFile) {
   EXPECT_EQ(contentOf(path), "A=1\n");
 }
 
-// What an earlier run left, or somebody else put there, is taken out of the way.
+// What an earlier run left is taken out of the way; what no run leaves is not, and named.
 TEST_F(ConfigFile, ClearsAStaleTemporaryFile) {
+  const auto stale = folder / ".a.kfa-new";
   makeFile(folder / "victim", "precious");
+  makeFile(stale, std::string(10000, 'x'));
+  EXPECT_EQ(setIn(path, "A", "2"), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(folder.names(), (Names{"a", "victim"}));
   for (const int kind : {0, 1, 2}) {
-    makeFile(path, "A=1\n");
-    if (kind == 0) makeFile(folder / ".a.new", std::string(10000, 'x'));
-    if (kind == 1) std::filesystem::create_symlink(folder / "victim", folder / ".a.new");
-    if (kind == 2) std::filesystem::create_hard_link(folder / "victim", folder / ".a.new");
-    EXPECT_EQ(setIn(path, "A", "2"), 0) << KFL::getErrorMessage();
+    if (kind == 0) std::filesystem::create_symlink("victim", stale);
+    if (kind == 1) std::filesystem::create_hard_link(folder / "victim", stale);
+    if (kind == 2) std::filesystem::create_directory(stale);
+    EXPECT_TRUE(refused(setIn(path, "A", "3"), stale.string() + " is in the way and was not left"));
     EXPECT_EQ(contentOf(path), "A=\"2\"\n");
     EXPECT_EQ(contentOf(folder / "victim"), "precious");
-    EXPECT_EQ(folder.names(), (Names{"a", "victim"}));
+    EXPECT_EQ(folder.names(), (Names{stale.filename(), "a", "victim"}));
+    std::filesystem::remove(stale);
   }
 }
 
-// Also by a run that does not come to write.
-TEST_F(ConfigFile, EveryRunClearsStaleTemporaryFiles) {
+// Also by a run that does not come to write; one that is refused changes nothing.
+TEST_F(ConfigFile, ClearsStaleTemporaryFilesUnlessItIsRefused) {
   struct Run {
     const char* name;
     const char* value;
@@ -259,16 +264,18 @@ TEST_F(ConfigFile, EveryRunClearsStaleTemporaryFiles) {
   makeFile(folder / "linked", "A=1\n");
   std::filesystem::create_hard_link(folder / "linked", folder / "other");
   for (const Run& row : rows) {
-    for (const char* suffix : {".new", ".backup.new"})
-      makeFile(folder / ("." + std::string(row.name) + suffix), "left");
+    const std::string name = "." + std::string(row.name) + ".kfa-";
+    for (const char* suffix : {"new", "backup"})
+      makeFile(folder / (name + suffix), "left");
     EXPECT_EQ(setIn(folder / row.name, "A", row.value, row.how), row.result) << KFL::getErrorMessage();
-    EXPECT_NE(folder.names().front().front(), '.') << row.name << " " << row.value;
+    for (const char* suffix : {"new", "backup"})
+      EXPECT_EQ(std::filesystem::remove(folder / (name + suffix)), row.result != 0) << name << row.value;
   }
   // One that is being written is let alone.
-  makeFile(folder / ".a.new", "half");
-  const int held = locked(folder / ".a.new");
-  EXPECT_EQ(setIn(path, "A", "4"), 0);
-  EXPECT_EQ(contentOf(folder / ".a.new"), "half");
+  makeFile(folder / ".a.kfa-backup", "half");
+  const int held = locked(folder / ".a.kfa-backup");
+  EXPECT_EQ(setIn(path, "A", "5"), 0);
+  EXPECT_EQ(contentOf(folder / ".a.kfa-backup"), "half");
   close(held);
 }
 
@@ -334,11 +341,54 @@ TEST_F(ROOT_ConfigFile, LeavesTheOldFileInAFolderThatCannotBeWritten) {
   chmod(path.c_str(), 0666);
   chmod(folder.path().c_str(), 0755);
   EXPECT_EQ(asNobody([&] { return !!refused(setIn(path, "A", "2"), "Permission denied"); }), 0);
-  // A folder that may be written, but a file whose owner could not be kept.
-  chmod(folder.path().c_str(), 0777);
-  EXPECT_EQ(asNobody([&] { return !!refused(setIn(path, "A", "2"), "owner"); }), 0);
   EXPECT_EQ(contentOf(path), "A=1\n");
   EXPECT_EQ(folder.names(), (Names{"a"}));
+}
+
+// What somebody may write to who does not own it is changed, with as much of its owner, group and mode as he may keep;
+// nobody gets a right that he did not have.
+TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";
+  constexpr uid_t kOwner = 12345;
+  constexpr uid_t kWriter = 65534;
+  constexpr gid_t kShared = 23456;
+  struct Case {
+    gid_t group;
+    mode_t before;
+    mode_t after;
+    const char* note;
+  };
+  const Case cases[] = {
+      {kShared, 0664, 0664, "its owner cannot be kept"},
+      {kShared, 0660, 0660, "its owner cannot be kept"},
+      {kShared, 06770, 02770, "its owner cannot be kept"},
+      {kOwner, 0666, 0666, "its owner, group cannot be kept"},
+      {kOwner, 0646, 0644, "its owner, group cannot be kept"},
+      {kOwner, 02676, 0666, "its owner, group cannot be kept"},
+      {kOwner, 0606, 0600, "its owner, group cannot be kept"},
+  };
+  chmod(folder.path().c_str(), 0777);
+  for (const Case& row : cases) {
+    makeFile(path, "A=1\n");
+    ASSERT_EQ(chown(path.c_str(), kOwner, row.group), 0);
+    ASSERT_EQ(chmod(path.c_str(), row.before), 0);
+    const auto work = [&] {
+      std::string note;
+      KFAReplaceOptions how;
+      how.note = [&](const std::string& text) { note = text; };
+      const gid_t groups[] = {kShared};
+      if (setgroups(1, groups) != 0 || setgid(kWriter) != 0 || setuid(kWriter) != 0) return 1;
+      if (setIn(path, "A", "2", how) != 0) return 2;
+      return note == path.string() + ": " + row.note ? 0 : 3;
+    };
+    EXPECT_EQ(inChild(work), 0) << std::oct << row.before;
+    const struct stat after = statusOf(path);
+    EXPECT_EQ(std::pair(after.st_uid, after.st_gid),
+              std::pair(kWriter, row.group == kShared ? kShared : kWriter));
+    EXPECT_EQ(after.st_mode & 07777, row.after) << std::oct << row.before;
+    EXPECT_EQ(contentOf(path), "A=\"2\"\n");
+    std::filesystem::remove(path);
+  }
 }
 
 TEST_F(ConfigFile, AllWritersTakeEffect) {

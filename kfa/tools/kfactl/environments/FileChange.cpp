@@ -10,6 +10,7 @@
 
 #include "terminal/Diff.h"
 #include "terminal/Input.h"
+#include "terminal/Output.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
 
@@ -67,6 +68,12 @@ bool FileChange::isShown(const std::string& path) const {
   return dryRun_ || isStandardStream(output_.empty() ? path : output_);
 }
 
+KFA::KFAReplaceOptions FileChange::how() const {
+  KFA::KFAReplaceOptions how = how_;
+  how.note = [](const std::string& text) { printError("note: " + text); };
+  return how;
+}
+
 void FileChange::refuseBackup() const {
   if (how_.backupSuffix.empty()) return;
   throw Trouble(std::string("--backup has nothing to keep: ") +
@@ -87,7 +94,7 @@ void FileChange::apply(Session& session, const std::string& path, const Edit& ed
   }
   const KFA::KFAConfigFile file(path);
   const KFA::KFAConfigFile::Edit libraryEdit = asLibraryEdit(path, edit);
-  must(output_.empty() ? file.update(libraryEdit, how_) : file.copyTo(output_, libraryEdit, how_));
+  must(output_.empty() ? file.update(libraryEdit, how()) : file.copyTo(output_, libraryEdit, how()));
 }
 
 void FileChange::merge(Session& session, const std::string& path, const Edit& edit) const {
@@ -119,7 +126,7 @@ void FileChange::create(Session& session, const std::string& text) const {
     const bool exists = std::filesystem::exists(output_, error);
     printUnifiedDiff(session.out(), output_, exists ? readInput(output_).text : std::string(), text);
   } else {
-    must(KFA::KFAConfigFile(output_).replace(text, how_));
+    must(KFA::KFAConfigFile(output_).replace(text, how()));
   }
 }
 

@@ -39,6 +39,8 @@ class FileChange {
  private:
   // Whether a change of the file at `path` is printed, and no file changed.
   bool isShown(const std::string& path) const;
+  // How files are replaced; what a new one could not be given is told on standard error.
+  KFA::KFAReplaceOptions how() const;
   // For changes that replace no file.
   void refuseBackup() const;
 

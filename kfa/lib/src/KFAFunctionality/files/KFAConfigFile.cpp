@@ -12,6 +12,7 @@
 
 #include <KFLCommon/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
@@ -23,6 +24,11 @@
 namespace KFA {
 
 namespace {
+
+using System = KFL::KFLSystem;
+
+// How often a change begins anew when a program that does not take the lock has changed the file meanwhile.
+constexpr int kMostTries = 100;
 
 // Writes the keys that are set, and no others.
 class ChangesParser {
@@ -161,19 +167,21 @@ int getVeidOfPath(const std::string& path, int& veid) {
 }
 
 int KFAConfigFile::read(std::string& text) const {
-  Descriptor file = openForReading(AT_FDCWD, path_);
+  const Descriptor file = openForReading(AT_FDCWD, path_);
   struct stat status {};
-  if (!file.isOpen() || fstat(file.get(), &status) != 0) return fail(path_, "cannot be opened", errno);
+  if (!file.isOpen() || System::fstat(file.get(), &status) != 0)
+    return fail(path_, "cannot be opened", errno);
   if (S_ISDIR(status.st_mode)) return refuse(path_, "a folder; a file is wanted");
   // Opening did not wait for the other end of a pipe; reading does.
-  fcntl(file.get(), F_SETFL, O_RDONLY);
+  const bool isRegular = S_ISREG(status.st_mode);
+  if (!isRegular && System::fcntl(file.get(), F_SETFL, O_RDONLY) != 0)
+    return fail(path_, "cannot be read", errno);
   std::string content;
-  const auto size = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
+  const auto size = isRegular ? static_cast<std::size_t>(status.st_size) : 0;
   content.resize(std::min(size, kMaxConfigFileSize) + 1);
   std::size_t length = 0;
-  if (const int error = readToEnd(file.get(), content, length); error != 0) {
+  if (const int error = readToEnd(file.get(), content, length); error != 0)
     return fail(path_, "cannot be read", error);
-  }
   content.resize(length);
   text = std::move(content);
   return 0;
@@ -193,37 +201,39 @@ int KFAConfigFile::set(const KFAConfigRules& rules, const KFAConfigChanges& chan
 }
 
 int KFAConfigFile::update(const Edit& edit, const KFAReplaceOptions& how) const {
-  for (int result = 1; result != 0;) {
+  for (int tries = 1;; ++tries) {
     KFAFileReplacement replacement;
-    std::string before;
+    if (replacement.lock(path_, how, false) != 0 || replacement.read() != 0) return -1;
+    const std::string& before = replacement.getContent();
     std::string after;
-    if (replacement.lock(path_, how, false) != 0 || replacement.read(before) != 0 ||
-        edit(before, after) != 0) {
-      return -1;
+    if (edit(before, after) != 0) return -1;
+    if (after == before) {
+      replacement.finish();
+      return 0;
     }
-    if (after == before) return 0;
-    result = replacement.commit(after);
-    if (result < 0) return -1;
+    const int result = replacement.commit(after);
+    if (result <= 0) return result;
+    if (tries == kMostTries) return -1;
   }
-  return 0;
 }
 
 int KFAConfigFile::replace(const std::string& text, const KFAReplaceOptions& how, mode_t createMode) const {
-  for (int result = 1; result != 0;) {
+  for (int tries = 1;; ++tries) {
     KFAFileReplacement replacement;
     if (replacement.lock(path_, how, true, createMode) != 0) return -1;
-    result = replacement.commit(text);
-    if (result < 0) return -1;
+    const int result = replacement.commit(text);
+    if (result <= 0) return result;
+    // Somebody's new file is not what was to be replaced.
+    if (!replacement.exists() || tries == kMostTries) return -1;
   }
-  return 0;
 }
 
 int KFAConfigFile::copyTo(const std::string& output, const Edit& edit, const KFAReplaceOptions& how) const {
   struct stat status {};
   struct stat there {};
-  const bool known = stat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  const bool known = System::stat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode);
   // The same file under another name, perhaps: no other writer's change may be lost.
-  if (known && stat(output.c_str(), &there) == 0 && isSameFile(status, there))
+  if (known && System::stat(output.c_str(), &there) == 0 && isSameFile(status, there))
     return KFAConfigFile(output).update(edit, how);
   std::string before;
   std::string after;

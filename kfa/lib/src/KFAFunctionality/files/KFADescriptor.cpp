@@ -3,7 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/xattr.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,11 +12,15 @@
 #include <system_error>
 #include <vector>
 
+#include <KFLCommon/KFLSystem.h>
+
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
 namespace KFA {
 
 namespace {
+
+using System = KFL::KFLSystem;
 
 // While it lives, a write beyond the file size limit of the process fails instead of killing it.
 class FileSizeSignalBlocked {
@@ -43,14 +47,12 @@ class FileSizeSignalBlocked {
   bool wasPending_;
 };
 
-using Attribute = std::pair<std::string, std::string>;
-
 // The names of a file's extended attributes; none where the file system has no such thing.
 int listAttributes(int descriptor, std::vector<std::string>& names) {
-  const ssize_t size = flistxattr(descriptor, nullptr, 0);
+  const ssize_t size = System::flistxattr(descriptor, nullptr, 0);
   if (size < 0) return errno == ENOTSUP || errno == ENOSYS ? 0 : errno;
   std::string list(static_cast<std::size_t>(size), '\0');
-  const ssize_t read = flistxattr(descriptor, list.data(), list.size());
+  const ssize_t read = System::flistxattr(descriptor, list.data(), list.size());
   if (read < 0) return errno;
   for (std::size_t at = 0; at < static_cast<std::size_t>(read); at += names.back().size() + 1)
     names.emplace_back(list.c_str() + at);
@@ -58,10 +60,10 @@ int listAttributes(int descriptor, std::vector<std::string>& names) {
 }
 
 int readAttribute(int descriptor, const std::string& name, std::string& value) {
-  const ssize_t size = fgetxattr(descriptor, name.c_str(), nullptr, 0);
+  const ssize_t size = System::fgetxattr(descriptor, name.c_str(), nullptr, 0);
   if (size < 0) return errno;
   value.resize(static_cast<std::size_t>(size));
-  const ssize_t read = fgetxattr(descriptor, name.c_str(), value.data(), value.size());
+  const ssize_t read = System::fgetxattr(descriptor, name.c_str(), value.data(), value.size());
   if (read < 0) return errno;
   value.resize(static_cast<std::size_t>(read));
   return 0;
@@ -72,10 +74,15 @@ int copyAttribute(int from, int to, const std::string& name) {
   if (const int error = readAttribute(from, name, wanted); error != 0) return error;
   std::string there;
   if (readAttribute(to, name, there) == 0 && there == wanted) return 0;
-  return fsetxattr(to, name.c_str(), wanted.data(), wanted.size(), 0) == 0 ? 0 : errno;
+  return System::fsetxattr(to, name.c_str(), wanted.data(), wanted.size(), 0) == 0 ? 0 : errno;
 }
 
-int copyExtendedAttributes(int from, int to, std::string& what) {
+// An attribute of the system's own that this process may not set; ACLs and those of users it may.
+bool isOthersToSet(const std::string& name, int error) {
+  return (error == EPERM || error == EACCES || error == ENOTSUP) && name.starts_with("security.");
+}
+
+int copyExtendedAttributes(int from, int to, std::string& what, std::string& lost) {
   what = "extended attributes";
   std::vector<std::string> wanted;
   std::vector<std::string> there;
@@ -85,61 +92,146 @@ int copyExtendedAttributes(int from, int to, std::string& what) {
   for (const std::string& name : there) {
     if (std::find(wanted.begin(), wanted.end(), name) != wanted.end()) continue;
     what = "absence of the attribute " + name;
-    if (fremovexattr(to, name.c_str()) != 0 && !name.starts_with("security.")) return errno;
+    if (System::fremovexattr(to, name.c_str()) != 0 && !isOthersToSet(name, errno)) return errno;
   }
   for (const std::string& name : wanted) {
     what = "attribute " + name;
-    if (const int error = copyAttribute(from, to, name); error != 0) return error;
+    const int error = copyAttribute(from, to, name);
+    if (error != 0 && !isOthersToSet(name, error)) return error;
+    if (error != 0) lost += (lost.empty() ? "" : ", ") + what;
   }
+  return 0;
+}
+
+bool isSameTime(const timespec& left, const timespec& right) {
+  return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+// What a system says when this process may not give a file to that owner, or the file system has none.
+bool mayNotGive(int error) {
+  return error == EPERM || error == EACCES || error == EINVAL || error == ENOTSUP || error == ENOSYS;
+}
+
+// Gives the file the owner and the group of another one, as far as this process may. `mode` loses what would give
+// somebody a right that he did not have.
+int copyOwner(const struct stat& wanted, const struct stat& there, int to, mode_t& mode, std::string& lost) {
+  if (wanted.st_uid == there.st_uid && wanted.st_gid == there.st_gid) return 0;
+  if (System::fchown(to, wanted.st_uid, wanted.st_gid) == 0) return 0;
+  if (!mayNotGive(errno)) return errno;
+  if (wanted.st_uid != there.st_uid) {
+    mode &= ~mode_t{S_ISUID};
+    lost = "owner";
+  }
+  if (wanted.st_gid == there.st_gid) return 0;
+  if (System::fchown(to, static_cast<uid_t>(-1), wanted.st_gid) == 0) return 0;
+  if (!mayNotGive(errno)) return errno;
+  // Its new group is other people, and those of the old one are among the others now.
+  const mode_t both = (mode >> 3) & mode & S_IRWXO;
+  mode = (mode & (S_ISUID | S_ISVTX | S_IRWXU)) | (both << 3) | both;
+  lost += lost.empty() ? "group" : ", group";
   return 0;
 }
 
 }  // namespace
 
 void Descriptor::reset() {
-  if (descriptor_ >= 0) close(descriptor_);
+  if (descriptor_ >= 0) System::close(descriptor_);
   descriptor_ = -1;
 }
 
-Descriptor openForReading(int folder, const std::string& path, bool follow) {
-  const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (follow ? 0 : O_NOFOLLOW);
-  return Descriptor(openat(folder, path.c_str(), flags));
+int KFALockedFile::open(const std::string& path, int flags, mode_t mode) {
+  reset();
+  descriptor_ = System::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, mode);
+  return descriptor_ >= 0 ? 0 : errno;
+}
+
+int KFALockedFile::tryLock(const std::string& path) {
+  if (System::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (errno != EBADF) return errno;
+  // Over NFS, a lock for one alone wants a file that is open for writing.
+  const int error = open(path, O_RDWR);
+  if (error != 0) return error == EACCES || error == EROFS || error == EPERM ? EBADF : error;
+  return System::flock(descriptor_, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+}
+
+int KFALockedFile::findName(const std::string& path) const {
+  struct stat open {};
+  struct stat named {};
+  if (System::fstat(descriptor_, &open) != 0 || System::lstat(path.c_str(), &named) != 0) return errno;
+  return isSameFile(open, named) ? 0 : ENOENT;
+}
+
+// Closing the child's copy leaves the parent's lock alone.
+void KFALockedFile::forked() noexcept {
+  if (descriptor_ >= 0) System::close(descriptor_);
+  descriptor_ = -1;
+}
+
+void KFALockedFile::reset() {
+  if (descriptor_ < 0) return;
+  System::flock(descriptor_, LOCK_UN);
+  forked();
+}
+
+Descriptor openForReading(int folder, const std::string& path) {
+  return Descriptor(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 }
 
 int readToEnd(int descriptor, std::string& text, std::size_t& length) {
   constexpr std::size_t kFirstRoom = 8192;
   for (length = 0;;) {
     if (length == text.size()) text.resize(std::max(kFirstRoom, 2 * text.size()));
-    const ssize_t count = ::read(descriptor, &text[length], text.size() - length);
+    const ssize_t count = System::read(descriptor, &text[length], text.size() - length);
     if (count == 0) return 0;
-    if (count < 0 && errno != EINTR) return errno;
-    if (count > 0) length += static_cast<std::size_t>(count);
+    if (count < 0) return errno;
+    length += static_cast<std::size_t>(count);
     if (length > kMaxConfigFileSize) return EFBIG;
+  }
+}
+
+int compareContent(int descriptor, std::string_view text) {
+  constexpr std::size_t kPart = 65536;
+  std::string part(std::min(text.size() + 1, kPart), '\0');
+  for (std::size_t at = 0;;) {
+    const ssize_t count = System::pread(descriptor, part.data(), part.size(), static_cast<off_t>(at));
+    if (count < 0) return errno;
+    if (count == 0) return at == text.size() ? 0 : ESTALE;
+    const std::string_view found(part.data(), static_cast<std::size_t>(count));
+    if (text.substr(at, found.size()) != found) return ESTALE;
+    at += found.size();
   }
 }
 
 int writeAll(int descriptor, std::string_view text) {
   const FileSizeSignalBlocked blocked;
   while (!text.empty()) {
-    const ssize_t count = ::write(descriptor, text.data(), text.size());
-    if (count > 0) text.remove_prefix(static_cast<std::size_t>(count));
+    const ssize_t count = System::write(descriptor, text.data(), text.size());
+    if (count < 0) return errno;
     if (count == 0) return EIO;
-    if (count < 0 && errno != EINTR) return errno;
+    text.remove_prefix(static_cast<std::size_t>(count));
   }
   return 0;
 }
 
-int copyAttributes(int from, int to, std::string& what) {
+bool hasSameContent(const struct stat& left, const struct stat& right) {
+  return left.st_size == right.st_size && isSameTime(left.st_mtim, right.st_mtim);
+}
+
+bool isUnchanged(const struct stat& left, const struct stat& right) {
+  return isSameFile(left, right) && hasSameContent(left, right) && isSameTime(left.st_ctim, right.st_ctim);
+}
+
+int copyAttributes(int from, int to, std::string& what, std::string& lost) {
   struct stat wanted {};
   struct stat there {};
   what = "attributes";
-  if (fstat(from, &wanted) != 0 || fstat(to, &there) != 0) return errno;
+  if (System::fstat(from, &wanted) != 0 || System::fstat(to, &there) != 0) return errno;
   what = "owner and group";
-  const bool sameOwner = wanted.st_uid == there.st_uid && wanted.st_gid == there.st_gid;
-  if (!sameOwner && fchown(to, wanted.st_uid, wanted.st_gid) != 0) return errno;
-  if (const int error = copyExtendedAttributes(from, to, what); error != 0) return error;
+  mode_t mode = wanted.st_mode & 07777;
+  if (const int error = copyOwner(wanted, there, to, mode, lost); error != 0) return error;
+  if (const int error = copyExtendedAttributes(from, to, what, lost); error != 0) return error;
   what = "mode";
-  return fchmod(to, wanted.st_mode & 07777) == 0 ? 0 : errno;
+  return System::fchmod(to, mode) == 0 ? 0 : errno;
 }
 
 std::string describeError(int error) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inner header, not installed: a file descriptor that closes itself, and what is done with one.
+// Inner header, not installed: a file descriptor that closes itself, one that keeps a lock, and what is done with them.
 #ifndef KFAFUNCTIONALITY_FILES_KFADESCRIPTOR_H
 #define KFAFUNCTIONALITY_FILES_KFADESCRIPTOR_H
 
@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <KFAFunctionality/KFATypes.h>
+#include <KFLCore/KFLFork.h>
 
 namespace KFA {
 
@@ -32,13 +33,43 @@ class Descriptor {
   int descriptor_;
 };
 
+// A file that is open, and locked for this process alone. A forked child shares the open file, and with it the lock: the
+// child's copy is closed before fork() returns there, and the lock is released by hand before the file is closed, so that
+// a child that was made by other means keeps it from nobody.
+class KFALockedFile final : KFL::KFLForkListener {
+ public:
+  KFALockedFile() = default;
+  ~KFALockedFile() override { reset(); }
+
+  // Opens the file, without waiting for the other end of a pipe and without following a link. 0, or an errno.
+  int open(const std::string& path, int flags, mode_t mode = 0);
+  // 0, EWOULDBLOCK while another has it, or another errno. EBADF: this file system locks for those only that may write
+  // to the file, and this process may not.
+  int tryLock(const std::string& path);
+  // 0 when the path names this file, ENOENT when it names none or another one, or another errno.
+  int findName(const std::string& path) const;
+
+  // False in a forked child of the process that opened it.
+  bool isOpen() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+
+ private:
+  void forked() noexcept override;
+  void reset();
+
+  int descriptor_ = -1;
+};
+
 // Opens for reading, without waiting for the other end of a pipe. The descriptor is not open, and errno says why, when
-// that fails. follow: whether the last part of the path may be a symbolic link.
-Descriptor openForReading(int folder, const std::string& path, bool follow = true);
+// that fails.
+Descriptor openForReading(int folder, const std::string& path);
 
 // Reads from where the descriptor stands to its end, into a text that never shrinks; its first `length` bytes are the
 // content. 0, or an errno (EFBIG: longer than kMaxConfigFileSize).
 int readToEnd(int descriptor, std::string& text, std::size_t& length);
+
+// Whether these bytes are all that the file has: 0, ESTALE when they are not, or another errno.
+int compareContent(int descriptor, std::string_view text);
 
 // Writes all of it: 0, or an errno. A limit on the size of files is an EFBIG, not a signal.
 int writeAll(int descriptor, std::string_view text);
@@ -47,9 +78,15 @@ inline bool isSameFile(const struct stat& left, const struct stat& right) {
   return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
+// Whether nothing was written to the file between the two looks at it, as far as size and time show.
+bool hasSameContent(const struct stat& left, const struct stat& right);
+// Whether nothing was done to the file between the two looks at it: neither content nor attributes are others.
+bool isUnchanged(const struct stat& left, const struct stat& right);
+
 // Owner, extended attributes (ACLs are such) and mode, from one open file to another. 0, or an errno, with what could
-// not be kept.
-int copyAttributes(int from, int to, std::string& what);
+// not be kept. Where this process may not give the file its owner, or an attribute that is the system's own, the file goes
+// without, and what that is is added to `lost`; the mode then gives nobody a right that he did not have.
+int copyAttributes(int from, int to, std::string& what, std::string& lost);
 
 // "No such file or directory" and the like, from any thread.
 std::string describeError(int error);

@@ -4,15 +4,14 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/magic.h>
-#include <sys/file.h>
-#include <sys/vfs.h>
-#include <unistd.h>
+#include <stdio.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <thread>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 
 #include "KFADescriptor.h"
 
@@ -20,14 +19,15 @@ namespace KFA {
 
 namespace {
 
+using System = KFL::KFLSystem;
+
 constexpr int kMostLinks = 40;
 constexpr mode_t kPrivateMode = 0600;
+constexpr int kMostConflicts = 100;
 
-// Whether the path still names the file that is open.
-bool isNamedBy(int descriptor, const std::string& path) {
-  struct stat open {};
-  struct stat named {};
-  return fstat(descriptor, &open) == 0 && lstat(path.c_str(), &named) == 0 && isSameFile(open, named);
+// Whether a file system does not know a way to rename or to link.
+bool isUnknown(int error) {
+  return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
 }
 
 std::string folderOf(const std::string& path) {
@@ -36,46 +36,23 @@ std::string folderOf(const std::string& path) {
   return path.substr(0, slash + 1);
 }
 
-// Whether the names in this folder stand for what a process has open, and not for files in it.
-bool isOfProcesses(const std::string& folder) {
-  struct statfs system {};
-  return statfs(folder.empty() ? "." : folder.c_str(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
-}
-
 // Hidden, and never so long that no file could have the name.
 std::string temporaryNameOf(const std::string& name, std::string_view suffix) {
   return "." + name.substr(0, NAME_MAX - suffix.size() - 1).append(suffix);
 }
 
-// A lock that another open file description holds makes this fail with EWOULDBLOCK.
-bool tryLock(int descriptor) {
-  while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
-}
-
-// Removes what a writer that died has left under this name: 0, or an errno. One that lives holds a lock on it: then
-// EWOULDBLOCK, and the file is open.
-int removeStale(const std::string& path, Descriptor& file) {
-  file = openForReading(AT_FDCWD, path, false);
-  if (file.isOpen()) {
-    if (!tryLock(file.get())) return errno;
-    if (!isNamedBy(file.get(), path)) return 0;
-  } else if (errno != ELOOP && errno != ENXIO) {
-    return errno == ENOENT ? 0 : errno;
-  }
-  return unlink(path.c_str()) == 0 || errno == ENOENT ? 0 : errno;
+// What a run that died can have left under the name of a temporary file.
+bool canBeLeft(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
 }  // namespace
 
 bool KFAFileReplacement::Turns::wait(const struct stat& held) {
-  constexpr Microseconds kLongestSleep(64000);
+  constexpr Microseconds kLongestSleep(4000);
   const Clock::time_point now = Clock::now();
-  // The number of a file that is gone may be given again; the time of its last change differs.
-  const bool isSame = isSameFile(held, held_) && held.st_ctim.tv_sec == held_.st_ctim.tv_sec &&
-                      held.st_ctim.tv_nsec == held_.st_ctim.tv_nsec;
+  // The number of a file that is gone may be given again; its times differ.
+  const bool isSame = isUnchanged(held, held_);
   if (!isSame) deadline_ = now + timeout_;
   held_ = held;
   if (now >= deadline_) return false;
@@ -86,16 +63,17 @@ bool KFAFileReplacement::Turns::wait(const struct stat& held) {
   return true;
 }
 
+KFAFileReplacement::KFAFileReplacement() = default;
+
 KFAFileReplacement::~KFAFileReplacement() {
   discard();
-  if (target_ >= 0) close(target_);
 }
 
 void KFAFileReplacement::discard() {
-  if (temporary_ < 0) return;
-  if (isNamedBy(temporary_, temporaryPath_)) unlink(temporaryPath_.c_str());
-  close(temporary_);
-  temporary_ = -1;
+  if (!temporary_) return;
+  if (temporary_->isOpen() && temporary_->findName(temporaryPath_) == 0)
+    System::unlink(temporaryPath_.c_str());
+  temporary_.reset();
 }
 
 int KFAFileReplacement::refuse(const std::string& what) const {
@@ -108,9 +86,9 @@ int KFAFileReplacement::fail(const std::string& what, int error) const {
 }
 
 // Waits a moment for the writer that holds the file.
-int KFAFileReplacement::waitFor(int descriptor) {
+int KFAFileReplacement::waitFor(const KFALockedFile& file) {
   struct stat held {};
-  if (fstat(descriptor, &held) != 0) return fail("cannot be locked", errno);
+  if (System::fstat(file.get(), &held) != 0) return fail("cannot be locked", errno);
   if (turns_.wait(held)) return 0;
   return refuse("another process keeps it locked and does not go on; try again when that one has ended");
 }
@@ -119,28 +97,34 @@ int KFAFileReplacement::resolve() {
   targetPath_ = path_;
   char link[PATH_MAX];
   for (int links = 0;; ++links) {
-    if (isOfProcesses(folderOf(targetPath_)))
+    folderPath_ = folderOf(targetPath_);
+    struct statfs system {};
+    const bool known = System::statfs(folderPath_.empty() ? "." : folderPath_.c_str(), &system) == 0;
+    if (!known) return fail("cannot be opened", errno);
+    // The names in this folder stand for what a process has open, and not for files in it.
+    if (system.f_type == PROC_SUPER_MAGIC) {
       return refuse(
           "stands for what a process has open; a file's own name is wanted, or - for standard output");
-    const ssize_t length = readlink(targetPath_.c_str(), link, sizeof(link));
+    }
+    const ssize_t length = System::readlink(targetPath_.c_str(), link, sizeof(link));
+    if (length < 0 && errno != EINVAL && errno != ENOENT) return fail("cannot be opened", errno);
     if (length < 0) break;
     if (links == kMostLinks || length == static_cast<ssize_t>(sizeof(link)))
       return fail("cannot be opened", ELOOP);
     const std::string to(link, static_cast<std::size_t>(length));
-    targetPath_ = to.front() == '/' ? to : folderOf(targetPath_) + to;
+    targetPath_ = to.front() == '/' ? to : folderPath_ + to;
   }
-  folderPath_ = folderOf(targetPath_);
   const std::string name = targetPath_.substr(folderPath_.size());
-  temporaryPath_ = folderPath_ + temporaryNameOf(name, ".new");
-  backupTemporaryPath_ = folderPath_ + temporaryNameOf(name, ".backup.new");
+  temporaryPath_ = folderPath_ + temporaryNameOf(name, ".kfa-new");
+  backupTemporaryPath_ = folderPath_ + temporaryNameOf(name, ".kfa-backup");
   if (folderPath_.empty()) folderPath_ = ".";
-  if (targetPath_.empty()) return refuse("no file; a file name is wanted");
   return 0;
 }
 
 int KFAFileReplacement::lock(const std::string& path, const KFAReplaceOptions& options, bool mayCreate,
                              mode_t createMode) {
   path_ = path;
+  if (path_.empty()) return refuse("no file; a file name is wanted");
   if (options.backupSuffix.find('/') != std::string::npos) {
     return refuse("the backup suffix \"" + options.backupSuffix +
                   "\" has a slash; the backup stands in the same folder");
@@ -158,51 +142,73 @@ int KFAFileReplacement::takeTurn(const KFAReplaceOptions& options, bool mayCreat
     again = false;
     result = openTarget(mayCreate, again);
   }
-  clearStaleFiles();
   return result;
 }
 
 int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
-  Descriptor target = openForReading(AT_FDCWD, targetPath_, false);
-  if (!target.isOpen()) {
-    if (errno == ENOENT && mayCreate) return createTarget(again);
-    return fail("cannot be opened", errno);
-  }
-  struct stat status {};
-  if (fstat(target.get(), &status) != 0) return fail("cannot be opened", errno);
-  if (checkTarget(status) != 0) return -1;
-  if (!tryLock(target.get())) {
-    if (errno != EWOULDBLOCK) return fail("cannot be locked", errno);
-    again = true;
-    return waitFor(target.get());
-  }
-  // Its last writer may have replaced it while this one waited.
-  if (!isNamedBy(target.get(), targetPath_)) {
-    again = true;
-    return 0;
-  }
-  mode_ = status.st_mode & 07777;
-  target_ = model_ = target.release();
+  auto target = std::make_unique<KFALockedFile>();
+  const int error = target->open(targetPath_, O_RDONLY);
+  if (error == ENOENT && mayCreate) return createTarget(again);
+  if (error != 0) return fail("cannot be opened", error);
+  if (System::fstat(target->get(), &status_) != 0) return fail("cannot be opened", errno);
+  if (checkKind(status_) != 0 || lockTarget(*target, again) != 0) return -1;
+  if (again) return 0;
+  if (checkLinks(again) != 0) return -1;
+  if (again) return 0;
+  mode_ = status_.st_mode & 07777;
+  target_ = std::move(target);
+  model_ = target_.get();
   return 0;
 }
 
-int KFAFileReplacement::checkTarget(const struct stat& status) const {
+int KFAFileReplacement::lockTarget(KFALockedFile& target, bool& again) {
+  const int error = target.tryLock(targetPath_);
+  if (error == EWOULDBLOCK) {
+    again = true;
+    return waitFor(target);
+  }
+  if (error == EBADF) {
+    return refuse(
+        "cannot be locked: its file system, such as NFS, locks a file only for those who may write to it; "
+        "give write permission on the file");
+  }
+  if (error != 0) return fail("cannot be locked", error);
+  // Its last writer may have replaced it while this one waited.
+  struct stat named {};
+  if (System::fstat(target.get(), &status_) != 0) return fail("cannot be opened", errno);
+  const bool isNamed = System::lstat(targetPath_.c_str(), &named) == 0;
+  if (!isNamed && errno != ENOENT) return fail("cannot be opened", errno);
+  again = !isNamed || !isSameFile(status_, named);
+  return 0;
+}
+
+int KFAFileReplacement::checkKind(const struct stat& status) const {
   if (S_ISDIR(status.st_mode)) return refuse("a folder; a file is wanted");
   if (!S_ISREG(status.st_mode)) return refuse("not a regular file, so it cannot be replaced");
-  if (status.st_nlink > 1 && !options_.hardLinks) {
-    return refuse(
-        "has " + std::to_string(status.st_nlink) +
-        " hard links, and the other names would keep the old content; --hard-links replaces it all the "
-        "same");
-  }
   return 0;
+}
+
+int KFAFileReplacement::checkLinks(bool& again) const {
+  if (status_.st_nlink == 1 || options_.hardLinks) return 0;
+  // A run that died while it made the file may have left it under both names.
+  struct stat temporary {};
+  if (System::lstat(temporaryPath_.c_str(), &temporary) == 0 && isSameFile(temporary, status_)) {
+    again = true;
+    return System::unlink(temporaryPath_.c_str()) == 0
+               ? 0
+               : fail("cannot be replaced, since " + temporaryPath_ + " cannot be removed", errno);
+  }
+  return refuse(
+      "has " + std::to_string(status_.st_nlink) +
+      " hard links, and the other names would keep the old content; --hard-links replaces it all the same");
 }
 
 // There is no file to lock: the temporary one stands for it.
 int KFAFileReplacement::createTarget(bool& again) {
   if (openTemporary() != 0) return -1;
   struct stat status {};
-  again = lstat(targetPath_.c_str(), &status) == 0;
+  again = System::lstat(targetPath_.c_str(), &status) == 0;
+  if (!again && errno != ENOENT) return fail("cannot be opened", errno);
   if (again) discard();
   return 0;
 }
@@ -216,108 +222,231 @@ int KFAFileReplacement::openTemporary() {
 }
 
 int KFAFileReplacement::takeTemporary(bool& again) {
-  const mode_t mode = target_ >= 0 ? kPrivateMode : mode_;
-  Descriptor made(open(temporaryPath_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-  if (made.isOpen()) {
-    // Somebody may have taken the new file for a stale one.
-    again = !tryLock(made.get()) || !isNamedBy(made.get(), temporaryPath_);
-    if (!again) temporary_ = made.release();
-    return 0;
+  auto made = std::make_unique<KFALockedFile>();
+  int error = made->open(temporaryPath_, O_RDWR | O_CREAT | O_EXCL, target_ ? kPrivateMode : mode_);
+  if (error == EEXIST) {
+    again = true;
+    return clearStale();
   }
-  if (errno != EEXIST) {
-    return fail("cannot be replaced, since no file can be made in its folder " + folderPath_, errno);
-  }
-  again = true;
-  return clearStale();
+  if (error != 0)
+    return fail("cannot be replaced, since no file can be made in its folder " + folderPath_, error);
+  temporary_ = std::move(made);
+  error = temporary_->tryLock(temporaryPath_);
+  if (error == 0) error = temporary_->findName(temporaryPath_);
+  // Somebody may have taken the new file for a stale one.
+  again = error == EWOULDBLOCK || error == ENOENT;
+  if (error == 0) return 0;
+  if (again)
+    temporary_.reset();
+  else
+    discard();
+  return again ? 0 : fail("cannot be replaced, since " + temporaryPath_ + " cannot be locked", error);
 }
 
 // Makes room for the temporary file. A writer that lives is waited for.
 int KFAFileReplacement::clearStale() {
-  Descriptor file;
+  KFALockedFile file;
   const int error = removeStale(temporaryPath_, file);
-  if (error == EWOULDBLOCK) return waitFor(file.get());
-  return error == 0 ? 0 : fail("cannot be replaced, since " + temporaryPath_ + " is in the way", error);
+  if (error == EWOULDBLOCK) return waitFor(file);
+  const std::string inTheWay = "cannot be replaced, since " + temporaryPath_ + " is in the way";
+  if (error == EEXIST) return refuse(inTheWay + " and was not left by a run that died; remove it");
+  return error == 0 ? 0 : fail(inTheWay, error);
+}
+
+// Removes what a writer that died has left under this name: 0, or an errno. One that lives holds a lock on it: then
+// EWOULDBLOCK, and the file is open. EEXIST for what no writer leaves.
+int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file) const {
+  struct stat status {};
+  if (System::lstat(path.c_str(), &status) != 0) return errno == ENOENT ? 0 : errno;
+  if (!canBeLeft(status)) return EEXIST;
+  int error = file.open(path, O_RDONLY);
+  if (error == 0) {
+    error = file.tryLock(path);
+    if (error == 0) error = file.findName(path);
+  } else if (error == EACCES && target_) {
+    // Another user's; whoever writes to it has the lock on the target, which is this process's.
+    error = 0;
+  }
+  if (error == 0) error = System::unlink(path.c_str()) == 0 ? 0 : errno;
+  return error == ENOENT ? 0 : error;
 }
 
 // What cannot be removed now is in the way of the next replacement, and named there.
-void KFAFileReplacement::clearStaleFiles() const {
+void KFAFileReplacement::finish() {
   for (const std::string& path : {temporaryPath_, backupTemporaryPath_}) {
-    Descriptor file;
-    if (!path.empty()) removeStale(path, file);
+    KFALockedFile file;
+    removeStale(path, file);
   }
 }
 
-int KFAFileReplacement::read(std::string& text) const {
+int KFAFileReplacement::read() {
   std::size_t length = 0;
-  const int error = lseek(target_, 0, SEEK_SET) < 0 ? errno : readToEnd(target_, text, length);
-  text.resize(length);
+  const int error =
+      System::lseek(target_->get(), 0, SEEK_SET) < 0 ? errno : readToEnd(target_->get(), content_, length);
+  content_.resize(length);
+  isRead_ = error == 0;
   return error == 0 ? 0 : fail("cannot be read", error);
 }
 
 int KFAFileReplacement::commit(const std::string& text) {
-  if (temporary_ < 0 && openTemporary() != 0) return -1;
-  if (writeTemporary(text) != 0 || (target_ >= 0 && !options_.backupSuffix.empty() && writeBackup() != 0)) {
-    discard();
-    return -1;
-  }
-  if (target_ >= 0 && !isNamedBy(target_, targetPath_)) {
-    discard();
-    return 1;
-  }
-  if (rename(temporaryPath_.c_str(), targetPath_.c_str()) != 0) {
-    const int error = errno;
-    discard();
-    return fail("cannot be replaced", error);
-  }
-  const int result = syncFolder();
-  close(temporary_);
-  temporary_ = -1;
+  int result = prepare(text);
+  if (result == 0) result = putInPlace();
+  if (result == 0) finish();
+  discard();
   return result;
 }
 
-int KFAFileReplacement::writeTemporary(const std::string& text) {
-  if (const int error = writeAll(temporary_, text); error != 0) {
-    return fail("cannot be written, and is as it was", error);
-  }
-  std::string what;
-  const int error = model_ < 0 ? 0 : copyAttributes(model_, temporary_, what);
-  if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
-  return fsync(temporary_) == 0 ? 0 : fail("cannot be written, and is as it was", errno);
+// All that can be done before the file is touched.
+int KFAFileReplacement::prepare(const std::string& text) {
+  if ((target_ && !target_->isOpen()) || (temporary_ && !temporary_->isOpen()))
+    return refuse("was locked before this process was forked; begin anew");
+  if (!temporary_ && openTemporary() != 0) return -1;
+  if (writeTemporary(text) != 0) return -1;
+  return target_ && !options_.backupSuffix.empty() ? writeBackup() : 0;
 }
 
-int KFAFileReplacement::writeBackup() const {
+int KFAFileReplacement::writeTemporary(const std::string& text) {
+  if (const int error = writeAll(temporary_->get(), text); error != 0)
+    return fail("cannot be written, and is as it was", error);
+  std::string what;
+  std::string lost;
+  const int error = model_ == nullptr ? 0 : copyAttributes(model_->get(), temporary_->get(), what, lost);
+  if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
+  if (!lost.empty() && options_.note) options_.note(path_ + ": its " + lost + " cannot be kept");
+  return System::fsync(temporary_->get()) == 0 ? 0 : fail("cannot be written, and is as it was", errno);
+}
+
+int KFAFileReplacement::writeBackup() {
   const std::string backup = targetPath_ + options_.backupSuffix;
-  struct stat old {};
   struct stat there {};
-  if (fstat(target_, &old) == 0 && lstat(backup.c_str(), &there) == 0) {
-    const bool isItself = isSameFile(old, there);
-    if (isItself || S_ISLNK(there.st_mode)) {
-      return refuse("its backup " + backup + " is " + (isItself ? "the file itself" : "a symbolic link") +
-                    "; another suffix is wanted");
-    }
-  }
+  const bool exists = System::lstat(backup.c_str(), &there) == 0;
+  if (!exists && errno != ENOENT) return fail("its backup " + backup + " cannot be made", errno);
+  if (exists && isSameFile(status_, there))
+    return refuse("its backup " + backup + " is the file itself; another suffix is wanted");
+  if (exists && S_ISLNK(there.st_mode))
+    return refuse("its backup " + backup + " is a symbolic link; another suffix is wanted");
+  if (!isRead_ && read() != 0) return -1;
   KFAReplaceOptions options = options_;
   options.backupSuffix.clear();
-  std::string text;
-  if (read(text) != 0) return -1;
-  for (int result = 1; result == 1;) {
+  options.note.clear();
+  int result = 1;
+  for (int tries = 0; result == 1 && tries < kMostConflicts; ++tries) {
     KFAFileReplacement copy;
     copy.path_ = copy.targetPath_ = backup;
     copy.folderPath_ = folderPath_;
-    copy.temporaryPath_ = backupTemporaryPath_;
+    copy.temporaryPath_ = copy.backupTemporaryPath_ = backupTemporaryPath_;
     if (copy.takeTurn(options, true, kPrivateMode) != 0) return -1;
-    copy.model_ = target_;
-    result = copy.commit(text);
-    if (result < 0) return -1;
+    copy.model_ = target_.get();
+    result = copy.commit(content_);
   }
-  return 0;
+  return result == 0 ? 0 : -1;
 }
 
-int KFAFileReplacement::syncFolder() const {
-  const Descriptor folder(open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+int KFAFileReplacement::putInPlace() {
+  const Descriptor folder(System::open(folderPath_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
   // A folder that may be written but not read cannot be brought to disk by hand.
-  if (!folder.isOpen() || fsync(folder.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
-  return fail("replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
+  if (!folder.isOpen() && errno != EACCES)
+    return fail("cannot be replaced, since its folder " + folderPath_ + " cannot be opened", errno);
+  if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
+  if (checkTemporary() != 0) return -1;
+  if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
+  if (!folder.isOpen() || System::fsync(folder.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
+  return fail("is replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
+}
+
+// Whether the temporary file is still the one that was written.
+int KFAFileReplacement::checkTemporary() const {
+  const int error = temporary_->findName(temporaryPath_);
+  if (error == ENOENT) return refuseTaken();
+  return error == 0 ? 0 : fail("cannot be replaced", error);
+}
+
+int KFAFileReplacement::refuseTaken() const {
+  return refuse("is as it was, since another program has taken away " + temporaryPath_ +
+                ", which was to replace it; try again");
+}
+
+// Whether nobody has changed the target meanwhile: 0, 1 or -1. A change within one tick of the clock shows in the content.
+int KFAFileReplacement::checkTarget() const {
+  struct stat now {};
+  const bool exists = System::lstat(targetPath_.c_str(), &now) == 0;
+  if (!exists && errno != ENOENT) return fail("cannot be replaced", errno);
+  if (!exists || !isUnchanged(now, status_)) return refuseChanged();
+  const int error = isRead_ ? compareContent(target_->get(), content_) : 0;
+  if (error != 0 && error != ESTALE) return fail("cannot be read", error);
+  return error == 0 ? 0 : refuseChanged();
+}
+
+int KFAFileReplacement::refuseChanged() const {
+  refuse("another program has changed it meanwhile, and it is as that one left it; try again");
+  return 1;
+}
+
+// Puts the new file in the target's place: 0, 1 or -1. Where the file system can exchange the two, what another program did
+// between the last look and now is seen, and undone nothing of it. The other names of a file with several would make the
+// old one none that may be removed.
+int KFAFileReplacement::exchange() const {
+  if (status_.st_nlink > 1) return rename();
+  if (!renameBy(RENAME_EXCHANGE)) {
+    const int error = errno;
+    if (isUnknown(error)) return rename();
+    if (error != ENOENT) return fail("cannot be replaced", error);
+    return checkTemporary() == 0 ? refuseChanged() : -1;
+  }
+  const int error = checkOld();
+  if (error == 0) {
+    System::unlink(temporaryPath_.c_str());
+    return 0;
+  }
+  if (!renameBy(RENAME_EXCHANGE))
+    return fail("is replaced, but what another program wrote meanwhile is in " + temporaryPath_, errno);
+  return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
+}
+
+// Whether the old file, which has the temporary one's name now, is what was read: 0, ESTALE, or another errno.
+int KFAFileReplacement::checkOld() const {
+  struct stat old {};
+  struct stat there {};
+  // Somebody may have removed it; nobody can change it then.
+  if (System::lstat(temporaryPath_.c_str(), &there) != 0) return errno == ENOENT ? 0 : errno;
+  if (System::fstat(target_->get(), &old) != 0) return errno;
+  if (!isSameFile(old, there)) return ESTALE;
+  if (!hasSameContent(old, status_)) return ESTALE;
+  return isRead_ ? compareContent(target_->get(), content_) : 0;
+}
+
+bool KFAFileReplacement::renameBy(unsigned flags) const {
+  return System::renameat2(AT_FDCWD, temporaryPath_.c_str(), AT_FDCWD, targetPath_.c_str(), flags) == 0;
+}
+
+// A file system over a network may say of a renaming that was done that it failed.
+int KFAFileReplacement::rename() const {
+  if (System::rename(temporaryPath_.c_str(), targetPath_.c_str()) == 0) return 0;
+  const int error = errno;
+  return temporary_->findName(targetPath_) == 0 ? 0 : fail("cannot be replaced", error);
+}
+
+// Takes the place of no file: 0, 1 or -1.
+int KFAFileReplacement::renameNew() const {
+  int error = renameBy(RENAME_NOREPLACE) ? 0 : errno;
+  if (isUnknown(error)) error = linkNew();
+  if (error == 0 || temporary_->findName(targetPath_) == 0) return 0;
+  if (error != EEXIST) return fail("cannot be made", error);
+  refuse("another program has made it meanwhile, and it is as that one left it; try again to replace it");
+  return 1;
+}
+
+// The same for a file system that cannot rename in this way: 0 or an errno.
+int KFAFileReplacement::linkNew() const {
+  if (System::link(temporaryPath_.c_str(), targetPath_.c_str()) == 0) {
+    System::unlink(temporaryPath_.c_str());
+    return 0;
+  }
+  if (!isUnknown(errno) && errno != EPERM && errno != EMLINK) return errno;
+  struct stat there {};
+  if (System::lstat(targetPath_.c_str(), &there) == 0) return EEXIST;
+  if (errno != ENOENT) return errno;
+  return System::rename(temporaryPath_.c_str(), targetPath_.c_str()) == 0 ? 0 : errno;
 }
 
 }  // namespace KFA
