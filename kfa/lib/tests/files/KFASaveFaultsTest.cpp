@@ -1,0 +1,963 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every system call of a save and of a folder's listing: it fails, stops half way, the process dies or forks there, or
+// another program touches the file. KFA_FAULTS_COUNT is how many writers are killed in the long form.
+#include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <random>
+#include <system_error>
+#include <thread>
+
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAConfigFolder.h>
+
+#include "FilesTest.h"
+#include "KFLCommon/KFLSystemFaults.h"
+
+namespace {
+
+using KFA::KFAConfigFile;
+using KFA::KFAReplaceOptions;
+using Point = KFLSystemFaults::Point;
+using Plan = KFLSystemFaults::Plan;
+namespace fs = std::filesystem;
+
+const KFA::KFARawConfigRules kRules;
+
+// A way to save: what is there before, and the call that changes it. The file that is meant is `target`.
+struct Save {
+  const char* name;
+  const char* target;
+  std::function<void(const TemporaryFolder&)> prepare;
+  std::function<int(const TemporaryFolder&, const KFAReplaceOptions&)> run;
+  // A call that this file system does not know.
+  const char* missing = "";
+};
+
+std::ostream& operator<<(std::ostream& out, const Save& save) {
+  return out << save.name;
+}
+
+int set(const fs::path& path, KFAReplaceOptions how) {
+  return KFAConfigFile(path).set(kRules, {{"A", "2"}}, {}, how);
+}
+
+int addB(const std::string& before, std::string& after) {
+  after = before + "B=2\n";
+  return 0;
+}
+
+void makeA(const TemporaryFolder& folder) {
+  makeFile(folder / "a", "A=1\n# kept\n");
+}
+
+int setA(const TemporaryFolder& folder, const KFAReplaceOptions& how) {
+  return set(folder / "a", how);
+}
+
+int makeNew(const TemporaryFolder& folder, const KFAReplaceOptions& how) {
+  return KFAConfigFile(folder / "new").replace("N=1\n", how, 0640);
+}
+
+const Save kSaves[] = {
+    {"plain", "a", makeA, setA},
+    {"newline", "a", [](const TemporaryFolder& folder) { makeFile(folder / "a", "# no end\nA=1"); }, setA},
+    {"backup", "a",
+     [](const TemporaryFolder& folder) {
+       makeA(folder);
+       makeFile(folder / "a~", "older");
+     },
+     [](const TemporaryFolder& folder, KFAReplaceOptions how) {
+       how.backupSuffix = "~";
+       return setA(folder, how);
+     }},
+    {"output", "b",
+     [](const TemporaryFolder& folder) {
+       makeA(folder);
+       makeFile(folder / "b", "older");
+     },
+     [](const TemporaryFolder& folder, const KFAReplaceOptions& how) {
+       return KFAConfigFile(folder / "a").copyTo(folder / "b", addB, how);
+     }},
+    {"symlink", "real",
+     [](const TemporaryFolder& folder) {
+       makeFile(folder / "real", "A=1\n");
+       fs::create_symlink("real", folder / "a");
+     },
+     setA},
+    {"hardlinks", "a",
+     [](const TemporaryFolder& folder) {
+       makeA(folder);
+       fs::create_hard_link(folder / "a", folder / "b");
+     },
+     [](const TemporaryFolder& folder, KFAReplaceOptions how) {
+       how.hardLinks = true;
+       return setA(folder, how);
+     }},
+    {"attributes", "a",
+     [](const TemporaryFolder& folder) {
+       using namespace std::string_literals;
+       makeA(folder);
+       const auto path = folder / "a";
+       chmod(path.c_str(), 0640);
+       if (geteuid() == 0) {
+         EXPECT_EQ(chown(path.c_str(), 12345, 23456), 0);
+       }
+       const std::string acl =
+           "\2\0\0\0\1\0\6\0\377\377\377\377\2\0\4\0\376\377\0\0\4\0\4\0\377\377\377\377\20\0\4\0\377\377\377"
+           "\377\40\0\0\0\377\377\377\377"s;
+       setxattr(path.c_str(), "system.posix_acl_access", acl.data(), acl.size(), 0);
+       setxattr(path.c_str(), "user.origin", "sample", 6, 0);
+     },
+     setA},
+    {"new", "new", makeA, makeNew},
+    {"newbylink", "new", makeA, makeNew, "renameat2"},
+};
+
+class SaveFaults : public testing::TestWithParam<Save> {};
+
+std::string nameOf(const testing::TestParamInfo<Save>& save) {
+  return save.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, SaveFaults, testing::ValuesIn(kSaves), nameOf);
+
+// All of a file that a save keeps or changes.
+std::string stateOf(const fs::path& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0) return "none";
+  if (S_ISLNK(status.st_mode)) return "link to " + fs::read_symlink(path).string();
+  std::ostringstream out;
+  out << std::oct << status.st_mode << ' ' << std::dec << status.st_uid << ' ' << status.st_gid;
+  std::string names(1024, '\0');
+  std::string value(1024, '\0');
+  const ssize_t size = listxattr(path.c_str(), names.data(), names.size());
+  for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(std::strlen(&names[at])) + 1) {
+    const ssize_t length = getxattr(path.c_str(), &names[at], value.data(), value.size());
+    out << ' ' << &names[at] << '=' << value.substr(0, static_cast<std::size_t>(length));
+  }
+  return out.str() + '\n' + contentOf(path);
+}
+
+using States = std::map<std::string, std::string>;
+
+States statesOf(const TemporaryFolder& folder) {
+  States states;
+  for (const std::string& name : folder.names())
+    states[name] = stateOf(folder / name);
+  return states;
+}
+
+// Each file is as before or as after, whole; what a dead run left has its own name.
+void expectWhole(States now, const States& before, const States& after) {
+  now.erase(".new.kfa-new");
+  for (const char* name : {".a.kfa-new", ".a.kfa-backup", ".b.kfa-new", ".real.kfa-new"})
+    now.erase(name);
+  const auto in = [](const States& states, const std::string& name) {
+    const auto found = states.find(name);
+    return found == states.end() ? std::string("none") : found->second;
+  };
+  for (const auto& [name, state] : after) {
+    const std::string found = in(now, name);
+    EXPECT_TRUE(found == state || found == in(before, name)) << name << ": " << found;
+    now.erase(name);
+  }
+  EXPECT_TRUE(now.empty()) << now.begin()->first;
+}
+
+void expectUnlocked(const TemporaryFolder& folder) {
+  for (const std::string& name : folder.names()) {
+    const int file = open((folder / name).c_str(), O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(flock(file, LOCK_EX | LOCK_NB), 0) << name;
+    close(file);
+  }
+}
+
+std::size_t countDescriptors() {
+  const fs::directory_iterator open("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(open), end(open)));
+}
+
+KFAReplaceOptions quickly(int milliseconds = 20) {
+  KFAReplaceOptions how;
+  how.lockTimeout = milliseconds;
+  return how;
+}
+
+// The plan on a file system that lacks a call.
+Plan onFileSystemOf(const Save& save, Plan plan = {}) {
+  if (*save.missing == '\0') return plan;
+  return {[missing = std::string_view(save.missing), before = plan.before](const Point& point) {
+            const int error = before ? before(point) : 0;
+            return error == 0 && point.call == missing ? EINVAL : error;
+          },
+          plan.after, plan.isShort};
+}
+
+struct Outcome {
+  std::size_t calls = 0;
+  States before;
+  States after;
+};
+
+Outcome withoutFault(const Save& save) {
+  const TemporaryFolder folder;
+  Outcome outcome;
+  save.prepare(folder);
+  outcome.before = statesOf(folder);
+  {
+    const KFLSystemFaults faults(onFileSystemOf(save));
+    EXPECT_EQ(save.run(folder, {}), 0) << KFL::getErrorMessage();
+    outcome.calls = faults.count();
+  }
+  outcome.after = statesOf(folder);
+  return outcome;
+}
+
+// Whatever happened, the same save then does all of it, and nothing is left.
+void expectSavedAgain(const Save& save, const TemporaryFolder& folder, const Outcome& outcome) {
+  EXPECT_EQ(save.run(folder, quickly(0)), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(statesOf(folder), outcome.after);
+}
+
+void expectToldWhat(const Save& save, const TemporaryFolder& folder, int error) {
+  const std::string text = KFL::getErrorMessage();
+  EXPECT_TRUE(text.starts_with((folder.path() / "").string())) << text;
+  const bool isWaiting = error == EAGAIN && text.find("keeps it locked") != std::string::npos;
+  const std::string reason = ": " + std::generic_category().message(error);
+  EXPECT_TRUE(isWaiting || text.ends_with(reason)) << text;
+  if (text.find("is replaced, but") != std::string::npos) return;
+  EXPECT_NE(text.find(" cannot be "), std::string::npos) << save.name << text;
+}
+
+struct Fault {
+  int error;
+  bool onwards;
+};
+
+// One call fails, or all from there on do.
+void failAt(const Save& save, const Outcome& outcome, std::size_t number, const Fault& fault) {
+  const TemporaryFolder folder;
+  save.prepare(folder);
+  const std::size_t descriptors = countDescriptors();
+  bool isNoted = false;
+  KFAReplaceOptions how = quickly();
+  how.note = [&](const std::string&) { isNoted = true; };
+  int result = 0;
+  {
+    const KFLSystemFaults faults(onFileSystemOf(save, {[&](const Point& point) {
+                                                  const bool now = point.number == number ||
+                                                                   (fault.onwards && point.number > number);
+                                                  return now ? fault.error : 0;
+                                                }}));
+    result = save.run(folder, how);
+    SCOPED_TRACE(std::string(faults.failed()));
+    if (fault.error == EINTR || faults.failed().starts_with("close")) {
+      EXPECT_TRUE(result == 0 || fault.onwards) << KFL::getErrorMessage();
+    }
+  }
+  if (result != 0) expectToldWhat(save, folder, fault.error);
+  EXPECT_EQ(countDescriptors(), descriptors);
+  expectUnlocked(folder);
+  if (isNoted) return;
+  expectWhole(statesOf(folder), outcome.before, outcome.after);
+  if (result == 0) {
+    EXPECT_EQ(stateOf(folder / save.target), outcome.after.at(save.target));
+  }
+  expectSavedAgain(save, folder, outcome);
+}
+
+TEST_P(SaveFaults, EachCallFails) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  std::size_t points = 0;
+  for (const int error : {EIO, ENOSPC, EINTR, EAGAIN, EMFILE, ENOMEM, EDQUOT, EROFS, EACCES}) {
+    for (const bool onwards : {false, true}) {
+      // A call that is cut short for ever is made for ever.
+      if (error == EINTR && onwards) continue;
+      for (std::size_t number = 0; number < outcome.calls; ++number, ++points) {
+        SCOPED_TRACE(std::to_string(number) + (onwards ? " and on: " : ": ") + std::strerror(error));
+        failAt(save, outcome, number, {error, onwards});
+        if (HasFailure()) return;
+      }
+    }
+  }
+  RecordProperty("points", std::to_string(points));
+  std::cout << save.name << ": " << points << " failed calls\n";
+}
+
+TEST_P(SaveFaults, ShortReadsAndWrites) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  const TemporaryFolder folder;
+  save.prepare(folder);
+  {
+    const KFLSystemFaults faults(onFileSystemOf(save, {{}, {}, true}));
+    EXPECT_EQ(save.run(folder, {}), 0) << KFL::getErrorMessage();
+    EXPECT_GT(faults.count(), outcome.calls);
+  }
+  EXPECT_EQ(statesOf(folder), outcome.after);
+}
+
+// All of the new file is on disk before it has the name, and the name before the save says that it is done.
+TEST_P(SaveFaults, BringsToDiskBeforeItRenames) {
+  const Save& save = GetParam();
+  const TemporaryFolder folder;
+  save.prepare(folder);
+  std::size_t renamings = 0;
+  bool isOnDisk = true;
+  bool isNameOnDisk = true;
+  const KFLSystemFaults faults(
+      onFileSystemOf(save, {[&](const Point& point) {
+                       const std::string_view call = point.call;
+                       if (call == "write" || call == "fchmod" || call == "fchown" || call == "fsetxattr")
+                         isOnDisk = false;
+                       if (call == "rename" || call == "renameat2" || call == "link") {
+                         EXPECT_TRUE(isOnDisk) << point.number;
+                         isNameOnDisk = false;
+                         ++renamings;
+                       }
+                       if (call == "fsync") (isOnDisk ? isNameOnDisk : isOnDisk) = true;
+                       return 0;
+                     }}));
+  EXPECT_EQ(save.run(folder, {}), 0) << KFL::getErrorMessage();
+  EXPECT_TRUE(isNameOnDisk);
+  EXPECT_GT(renamings, 0U);
+}
+
+// A plan that does something right before or right behind a call.
+Plan at(std::size_t number, bool behind, const std::function<void()>& act) {
+  const auto then = [number, act](const Point& point) {
+    if (point.number == number) act();
+    return 0;
+  };
+  return behind ? Plan{{}, then} : Plan{then, {}};
+}
+
+TEST_P(SaveFaults, TheProcessDiesAtEachCall) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  for (std::size_t point = 0; point < 2 * outcome.calls; ++point) {
+    SCOPED_TRACE(point);
+    const TemporaryFolder folder;
+    save.prepare(folder);
+    const pid_t child = fork();
+    if (child == 0) {
+      const KFLSystemFaults faults(
+          onFileSystemOf(save, at(point / 2, point % 2 != 0, [] { kill(getpid(), SIGKILL); })));
+      save.run(folder, {});
+      _exit(1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    expectWhole(statesOf(folder), outcome.before, outcome.after);
+    expectSavedAgain(save, folder, outcome);
+    if (HasFailure()) return;
+  }
+  std::cout << save.name << ": " << 2 * outcome.calls << " deaths\n";
+}
+
+// A process that only lives.
+pid_t liveOn(pid_t child) {
+  if (child != 0) return child;
+  for (;;)
+    pause();
+}
+
+void end(pid_t child) {
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
+// Whoever forks, in whatever way, the child has no part in the lock; fork() gives it none even of a parent that dies.
+TEST_P(SaveFaults, AChildOfEachCallKeepsNoLock) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  for (std::size_t point = 0; point < 2 * outcome.calls; ++point) {
+    for (const auto make : {&fork, &_Fork}) {
+      SCOPED_TRACE(std::to_string(point) + (make == &fork ? " fork" : " _Fork"));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      pid_t child = 0;
+      {
+        const KFLSystemFaults faults(
+            onFileSystemOf(save, at(point / 2, point % 2 != 0, [&] { child = liveOn(make()); })));
+        EXPECT_EQ(save.run(folder, {}), 0) << KFL::getErrorMessage();
+      }
+      expectUnlocked(folder);
+      expectSavedAgain(save, folder, outcome);
+      end(child);
+      if (HasFailure()) return;
+    }
+  }
+  std::cout << save.name << ": " << 4 * outcome.calls << " forks\n";
+}
+
+TEST_P(SaveFaults, AChildOfAWriterThatDiesKeepsNoLock) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  for (std::size_t number = 0; number < outcome.calls; ++number) {
+    SCOPED_TRACE(number);
+    const TemporaryFolder folder;
+    save.prepare(folder);
+    int told[2];
+    ASSERT_EQ(pipe(told), 0);
+    const auto forkAndStay = [&] {
+      if (fork() == 0) {
+        const pid_t self = getpid();
+        if (::write(told[1], &self, sizeof(self)) != sizeof(self)) _exit(1);
+      }
+      liveOn(0);
+    };
+    const pid_t writer = fork();
+    if (writer == 0) {
+      const KFLSystemFaults faults(onFileSystemOf(save, at(number, false, forkAndStay)));
+      save.run(folder, {});
+      _exit(1);
+    }
+    pid_t child = 0;
+    EXPECT_EQ(::read(told[0], &child, sizeof(child)), static_cast<ssize_t>(sizeof(child)));
+    end(writer);
+    expectUnlocked(folder);
+    expectSavedAgain(save, folder, outcome);
+    kill(child, SIGKILL);
+    close(told[0]);
+    close(told[1]);
+    if (HasFailure()) return;
+  }
+}
+
+// What another program, which takes no lock, does to the files at a call.
+struct Meddling {
+  const char* name;
+  std::function<void(const fs::path& target)> act;
+  // The file afterwards, when the save took place; and when it was refused.
+  std::function<bool(const std::string& content)> keeps;
+};
+
+void appendTo(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary | std::ios::app) << text;
+}
+
+bool has(const std::string& content, const std::string& part) {
+  return content.find(part) != std::string::npos;
+}
+
+fs::path temporaryOf(const fs::path& target) {
+  return target.parent_path() / ("." + target.filename().string() + ".kfa-new");
+}
+
+// No size and no time shows it.
+void writeSecretly(const fs::path& path) {
+  struct stat before {};
+  stat(path.c_str(), &before);
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(contentOf(path).find("kept")));
+  file << "KEPT";
+  file.close();
+  const timespec times[] = {before.st_atim, before.st_mtim};
+  utimensat(AT_FDCWD, path.c_str(), times, 0);
+}
+
+const Meddling kMeddlings[] = {
+    {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); },
+     [](const std::string& content) { return has(content, "X=9\n"); }},
+    {"overwrites", writeSecretly, [](const std::string& content) { return has(content, "KEPT"); }},
+    {"replaces",
+     [](const fs::path& target) {
+       makeFile(target.string() + ".theirs", contentOf(target) + "X=9\n");
+       fs::rename(target.string() + ".theirs", target);
+     },
+     [](const std::string& content) { return has(content, "X=9\n"); }},
+    {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); },
+     [](const std::string&) { return true; }},
+    {"putsATemporary",
+     [](const fs::path& target) {
+       makeFile(target.string() + ".theirs", "theirs");
+       fs::rename(target.string() + ".theirs", temporaryOf(target));
+     },
+     [](const std::string& content) { return !has(content, "theirs"); }},
+};
+
+// Its change stays, at whatever call of the save it comes, and ours is made or refused.
+TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
+  std::size_t points = 0;
+  for (const Save& save : kSaves) {
+    const std::string kind = save.name;
+    if (kind != "plain" && kind != "backup" && kind != "attributes") continue;
+    const Outcome outcome = withoutFault(save);
+    for (const Meddling& other : kMeddlings) {
+      for (std::size_t point = 0; point < outcome.calls; ++point, ++points) {
+        SCOPED_TRACE(kind + " " + other.name + " " + std::to_string(point));
+        const TemporaryFolder folder;
+        save.prepare(folder);
+        int result = 0;
+        {
+          bool isRenamed = false;
+          const KFLSystemFaults faults({[&](const Point& now) {
+            // From then on, what has the name is the old file, or else another program's that was there for it.
+            isRenamed = isRenamed || now.call == "renameat2";
+            const bool isLate = isRenamed && other.name == std::string("putsATemporary");
+            if (now.number == point && !isLate) other.act(folder / save.target);
+            return 0;
+          }});
+          result = save.run(folder, quickly());
+        }
+        const std::string content = contentOf(folder / save.target);
+        EXPECT_TRUE(other.keeps(content)) << content;
+        EXPECT_EQ(has(content, "A=\"2\""), result == 0) << content;
+        if (result != 0) {
+          EXPECT_TRUE(has(KFL::getErrorMessage(), "another program")) << KFL::getErrorMessage();
+          EXPECT_TRUE(has(content, "A=1")) << content;
+        }
+        if (HasFailure()) return;
+      }
+    }
+  }
+  std::cout << points << " meddlings\n";
+}
+
+TEST(SaveAmongOthers, OverwritesNoFileThatIsMadeMeanwhile) {
+  for (const char* missing : {"", "renameat2", "renameat2 link"}) {
+    std::size_t refusals = 0;
+    std::size_t calls = 1;
+    for (std::size_t point = 0; point < calls; ++point) {
+      SCOPED_TRACE(missing + std::to_string(point));
+      const TemporaryFolder folder;
+      bool written = false;
+      bool made = false;
+      const KFLSystemFaults faults({[&](const Point& now) {
+        const std::string call(now.call);
+        const bool isKnown =
+            *missing == '\0' || (call != "renameat2" && (call != "link" || !has(missing, call)));
+        // Without both calls, there is no way to see it at the very last moment.
+        if (now.number == point && call != "rename") {
+          made = written && !fs::exists(folder / "new");
+          if (!fs::exists(folder / "new")) makeFile(folder / "new", "theirs");
+        }
+        written = written || call == "write";
+        return isKnown ? 0 : ENOSYS;
+      }});
+      const int result = makeNew(folder, quickly());
+      calls = faults.count();
+      const std::string content = contentOf(folder / "new");
+      if (result != 0) {
+        EXPECT_TRUE(refused(result, "another program has made it meanwhile"));
+      }
+      EXPECT_EQ(content, result == 0 ? "N=1\n" : "theirs");
+      EXPECT_TRUE(result != 0 || !made);
+      refusals += result != 0 ? 1 : 0;
+      EXPECT_EQ(folder.names(), (std::vector<std::string>{"new"}));
+    }
+    EXPECT_GT(refusals, 1U) << missing;
+  }
+}
+
+// A program that never rests is not waited for.
+TEST(SaveAmongOthers, GivesUpWhenTheFileChangesAgainAndAgain) {
+  const TemporaryFolder folder;
+  makeA(folder);
+  const KFLSystemFaults faults({[&](const Point& point) {
+    if (point.call == "fsync") appendTo(folder / "a", "X=9\n");
+    return 0;
+  }});
+  EXPECT_TRUE(refused(setA(folder, {}), "another program has changed it meanwhile"));
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"a"}));
+}
+
+// Over NFS, only those who may write to a file lock it for themselves.
+TEST(SaveAmongOthers, LocksWhereALockWantsTheRightToWrite) {
+  const TemporaryFolder folder;
+  makeA(folder);
+  bool isReadOnly = false;
+  bool isWritable = false;
+  const Plan plan{[&](const Point& point) {
+                    if (point.call == "flock" && !isWritable) return EBADF;
+                    if (point.call == "open" && isReadOnly) isWritable = true;
+                    return 0;
+                  },
+                  [&](const Point& point) { isReadOnly = point.call == "flock" || isReadOnly; }};
+  {
+    const KFLSystemFaults faults(plan);
+    EXPECT_EQ(setA(folder, {}), 0) << KFL::getErrorMessage();
+  }
+  const KFLSystemFaults faults({[&](const Point& point) { return point.call == "flock" ? EBADF : 0; }});
+  EXPECT_TRUE(refused(set(folder / "a", {}), "cannot be locked"));
+}
+
+// The change that a process made before it forked is its own to commit.
+TEST(SaveAmongOthers, AForkedChildCommitsNothing) {
+  const TemporaryFolder folder;
+  makeA(folder);
+  pid_t child = 1;
+  const auto edit = [&](const std::string& before, std::string& after) {
+    child = fork();
+    return addB(before, after);
+  };
+  const int result = KFAConfigFile(folder / "a").update(edit, {});
+  if (child == 0) _exit(refused(result, "before this process was forked") ? 0 : 1);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(contentOf(folder / "a"), "A=1\n# kept\nB=2\n");
+}
+
+// Runs a part of a test as a process of its own, and gives its status; its failures are printed.
+int inProcess(const std::function<void()>& part) {
+  const pid_t child = fork();
+  if (child == 0) {
+    part();
+    std::cout << std::flush;
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+// A file system of 64 KiB in a folder, which only this process sees.
+bool mountSmall(const fs::path& path) {
+  if (geteuid() != 0) {
+    const std::string ids = "0 " + std::to_string(geteuid()) + " 1";
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    makeFile("/proc/self/uid_map", ids);
+  } else if (unshare(CLONE_NEWNS) != 0) {
+    return false;
+  }
+  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", path.c_str(), "tmpfs", 0, "size=64k,mode=0700") == 0;
+}
+
+constexpr int kNotPermitted = 77;
+
+// The part with a small file system in the folder "disk"; skips the test where that may not be mounted.
+#define ON_A_SMALL_DISK(part)                                      \
+  do {                                                             \
+    const TemporaryFolder outside;                                 \
+    fs::create_directory(outside / "disk");                        \
+    const int status = inProcess([&] {                             \
+      if (!mountSmall(outside / "disk")) _exit(kNotPermitted);     \
+      setenv("TMPDIR", (outside / "disk").c_str(), 1);             \
+      part();                                                      \
+      umount((outside / "disk").c_str());                          \
+    });                                                            \
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPermitted) \
+      GTEST_SKIP() << "no file system may be mounted here";        \
+    EXPECT_EQ(status, 0);                                          \
+  } while (false)
+
+// As many pages as fit are taken before each call in turn, but for some.
+void saveOnAFullDisk(const Save& save) {
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  for (std::size_t point = 0; point < outcome.calls; ++point) {
+    for (const std::size_t spared : {0U, 1U, 2U}) {
+      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point) + " " + std::to_string(spared));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      const fs::path filler = fs::temp_directory_path() / "filler";
+      int result = 0;
+      {
+        const KFLSystemFaults faults(onFileSystemOf(save, at(point, false, [&] {
+                                                      makeFile(filler, std::string(1 << 17, 'x'));
+                                                      fs::resize_file(filler,
+                                                                      fs::file_size(filler) - spared * 4096);
+                                                    })));
+        result = save.run(folder, quickly());
+      }
+      if (result != 0) {
+        EXPECT_TRUE(has(KFL::getErrorMessage(), "No space left on device")) << KFL::getErrorMessage();
+        ++refusals;
+      }
+      expectWhole(statesOf(folder), outcome.before, outcome.after);
+      fs::remove(filler);
+      expectSavedAgain(save, folder, outcome);
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+  std::cout << save.name << ": " << 3 * outcome.calls << " full disks, " << refusals << " refusals\n";
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheDiskIsFullAtEachCall) {
+  ON_A_SMALL_DISK([&] { saveOnAFullDisk(GetParam()); });
+}
+
+void saveOnADiskThatIsLocked(const Save& save) {
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  const std::string disk = fs::temp_directory_path();
+  const auto remount = [&](unsigned long flags) {
+    return mount("none", disk.c_str(), nullptr, MS_REMOUNT | flags, "size=64k") == 0;
+  };
+  for (std::size_t point = 0; point < outcome.calls; ++point) {
+    SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point));
+    const TemporaryFolder folder;
+    save.prepare(folder);
+    int result = 0;
+    bool isDone = false;
+    {
+      const KFLSystemFaults faults(
+          onFileSystemOf(save, at(point, false, [&] { isDone = remount(MS_RDONLY); })));
+      result = save.run(folder, quickly());
+    }
+    if (result != 0) {
+      EXPECT_TRUE(has(KFL::getErrorMessage(), "Read-only file system")) << KFL::getErrorMessage();
+      EXPECT_TRUE(isDone);
+      ++refusals;
+    }
+    EXPECT_TRUE(remount(0));
+    expectWhole(statesOf(folder), outcome.before, outcome.after);
+    expectSavedAgain(save, folder, outcome);
+    if (testing::Test::HasFailure()) return;
+  }
+  std::cout << save.name << ": " << outcome.calls << " read-only disks, " << refusals << " refusals\n";
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheDiskIsMadeReadOnlyAtEachCall) {
+  ON_A_SMALL_DISK([&] { saveOnADiskThatIsLocked(GetParam()); });
+}
+
+// As a user to whom permissions matter.
+void saveInAFolderThatIsClosed(const Save& save) {
+  if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
+    ADD_FAILURE() << "root cannot become somebody else";
+    return;
+  }
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  for (const mode_t mode : {0000, 0500, 0600, 0100}) {
+    for (std::size_t point = 0; point < outcome.calls; ++point) {
+      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(mode) + " " + std::to_string(point));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      int result = 0;
+      {
+        const KFLSystemFaults faults(
+            onFileSystemOf(save, at(point, false, [&] { chmod(folder.path().c_str(), mode); })));
+        result = save.run(folder, quickly());
+      }
+      if (result != 0) {
+        EXPECT_TRUE(has(KFL::getErrorMessage(), "Permission denied")) << KFL::getErrorMessage();
+        ++refusals;
+      }
+      chmod(folder.path().c_str(), 0700);
+      expectWhole(statesOf(folder), outcome.before, outcome.after);
+      expectSavedAgain(save, folder, outcome);
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheFolderLosesItsPermissionsAtEachCall) {
+  if (std::string(GetParam().name) == "attributes") GTEST_SKIP() << "another's file";
+  EXPECT_EQ(inProcess([&] { saveInAFolderThatIsClosed(GetParam()); }), 0);
+}
+
+TEST(FolderFaults, EachCallFails) {
+  const TemporaryFolder folder;
+  for (const char* name : {"9.conf", "10.conf", "x"})
+    makeFile(folder / name, "HOSTNAME=h\n");
+  std::size_t points = 0;
+  for (const int error : {0, EIO, EINTR, EAGAIN, EMFILE, ENOMEM, EACCES}) {
+    std::size_t calls = 1;
+    for (std::size_t number = 0; number < calls; ++number, ++points) {
+      SCOPED_TRACE(std::to_string(number) + std::strerror(error));
+      const std::size_t descriptors = countDescriptors();
+      {
+        std::vector<int> veids;
+        KFA::KFAEnvConfig record;
+        KFA::KFAConfigFolder reader(folder.path(), envParser());
+        const KFLSystemFaults faults(
+            {[&](const Point& point) { return point.number == number ? error : 0; }, {}, error == 0});
+        const int result = reader.list(veids);
+        if (result != 0) {
+          EXPECT_TRUE(refused(result, folder.path().string() + ": cannot be "));
+          EXPECT_TRUE(refused(result, std::strerror(error)));
+          EXPECT_TRUE(veids.empty());
+          EXPECT_EQ(reader.list(veids), 0);
+        }
+        EXPECT_EQ(veids, (std::vector<int>{9, 10}));
+        const int read = reader.read(9, record);
+        if (read != 0) {
+          EXPECT_TRUE(refused(read, (folder / "9.conf: cannot be ").string()));
+          EXPECT_EQ(reader.read(9, record), 0);
+        }
+        calls = std::max(calls, faults.count());
+        const bool isOfAPath = !has(std::string(faults.failed()), "dir");
+        const bool isHarmless = error == 0 || (error == EINTR && isOfAPath);
+        EXPECT_TRUE(!isHarmless || (result == 0 && read == 0));
+      }
+      EXPECT_EQ(countDescriptors(), descriptors);
+    }
+  }
+  std::cout << points << " failed calls of a folder\n";
+}
+
+// 64 writers of one file, each with a key of its own, of which one after the other is killed at any instruction.
+class KilledWriters {
+ public:
+  static constexpr int kWriters = 64;
+
+  explicit KilledWriters(const TemporaryFolder& folder) : path_(folder / "a"), board_(newBoard()) {
+    makeFile(path_, "# kept\n");
+    for (int i = 0; i < kWriters; ++i)
+      start(i);
+  }
+  KilledWriters(const KilledWriters&) = delete;
+  KilledWriters& operator=(const KilledWriters&) = delete;
+  ~KilledWriters() {
+    for (const Writer& writer : board_->writers)
+      end(writer.process);
+    munmap(board_, sizeof(*board_));
+  }
+
+  void kill(int i) {
+    Writer& writer = board_->writers[i];
+    noteWait(writer);
+    end(writer.process);
+    check();
+    start(i);
+  }
+
+  // Whether each writer's last save that was told to be done is there, and nothing that none of them wrote.
+  void check() {
+    std::array<int, kWriters> done{};
+    for (int i = 0; i < kWriters; ++i)
+      done[i] = board_->writers[i].done;
+    const std::map<std::string, int> values = parse(contentOf(path_));
+    for (int i = 0; i < kWriters; ++i) {
+      const auto found = values.find("W" + std::to_string(i));
+      const int value = found == values.end() ? 0 : found->second;
+      const bool isKept = value >= done[i] && value <= board_->writers[i].begun;
+      lost_ += isKept ? 0 : 1;
+      EXPECT_TRUE(isKept) << "W" << i << ": " << done[i] << " " << value << " " << board_->writers[i].begun;
+    }
+  }
+
+  void report(int kills) const {
+    std::int64_t tries = 0;
+    for (const Writer& writer : board_->writers)
+      tries += writer.begun;
+    std::cout << kWriters << " writers: " << tries << " tries, " << kills << " kills, " << lost_
+              << " lost, longest wait " << board_->longest / 1000000 << " ms\n";
+    EXPECT_EQ(board_->refused, 0);
+    EXPECT_EQ(lost_, 0);
+    EXPECT_LT(board_->longest / 1000000, 10000);
+  }
+
+ private:
+  struct Writer {
+    pid_t process;
+    std::atomic<int> begun;
+    std::atomic<int> done;
+    std::atomic<std::int64_t> since;
+  };
+  struct Board {
+    std::array<Writer, kWriters> writers;
+    std::atomic<std::int64_t> longest;
+    std::atomic<int> refused;
+  };
+
+  static Board* newBoard() {
+    void* const memory =
+        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return new (memory) Board{};
+  }
+
+  static std::int64_t now() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+  }
+
+  static std::map<std::string, int> parse(const std::string& content) {
+    std::map<std::string, int> values;
+    std::istringstream lines(content);
+    std::string line;
+    EXPECT_TRUE(std::getline(lines, line) && line == "# kept") << content;
+    while (std::getline(lines, line)) {
+      const std::size_t equals = line.find("=\"");
+      EXPECT_TRUE(equals != std::string::npos && line.back() == '"') << content;
+      if (equals != std::string::npos) values[line.substr(0, equals)] = std::atoi(&line[equals + 2]);
+    }
+    return values;
+  }
+
+  void noteWait(const Writer& writer) {
+    const std::int64_t since = writer.since;
+    const std::int64_t wait = since == 0 ? 0 : now() - since;
+    std::int64_t longest = board_->longest;
+    while (wait > longest && !board_->longest.compare_exchange_weak(longest, wait)) {
+    }
+  }
+
+  void start(int i) {
+    Writer& writer = board_->writers[i];
+    writer.since = 0;
+    const pid_t child = fork();
+    if (child == 0) write(i, writer);
+    writer.process = child;
+  }
+
+  [[noreturn]] void write(int i, Writer& writer) {
+    KFAReplaceOptions how;
+    if (i % 8 == 0) how.backupSuffix = "~";
+    for (;;) {
+      const int number = ++writer.begun;
+      writer.since = now();
+      const int result =
+          KFAConfigFile(path_).set(kRules, {{"W" + std::to_string(i), std::to_string(number)}}, {}, how);
+      if (result != 0) {
+        ++board_->refused;
+        std::cerr << KFL::getErrorMessage() << "\n";
+      } else {
+        writer.done = number;
+      }
+      noteWait(writer);
+      writer.since = 0;
+    }
+  }
+
+  const fs::path path_;
+  Board* const board_;
+  int lost_ = 0;
+};
+
+TEST(SaveKills, NoneOf64WritersLosesASave) {
+  const char* const wanted = std::getenv("KFA_FAULTS_COUNT");
+  const int count = wanted != nullptr ? std::atoi(wanted) : 300;
+  const TemporaryFolder folder;
+  {
+    KilledWriters writers(folder);
+    std::mt19937 random(12345);
+    for (int kills = 0; kills < count && !HasFailure(); ++kills) {
+      std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+      writers.kill(static_cast<int>(random() % KilledWriters::kWriters));
+    }
+    writers.report(count);
+  }
+  EXPECT_EQ(set(folder / "a", quickly(0)), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"a", "a~"}));
+}
+
+}  // namespace
