@@ -609,7 +609,7 @@ TEST(SaveAmongOthers, AForkedChildCommitsNothing) {
   makeA(folder);
   pid_t child = 1;
   const auto edit = [&](const std::string& before, std::string& after) {
-    child = fork();
+    if (child == 1) child = fork();
     return addB(before, after);
   };
   const int result = KFAConfigFile(folder / "a").update(edit, {});
