@@ -2,7 +2,7 @@
 // A message: one tree of elements with its XML text form.
 //
 // The message owns its tree; cursors (KFLMessageIterator) and configurations made from one share the tree and keep
-// it alive. A tree belongs to one thread at a time. The text form is XML 1.0 in UTF-8: docs/formats.md has the rules.
+// it alive. Any number of threads may read a tree, or one change it. The text form is XML 1.0 in UTF-8: docs/formats.md has the rules.
 #ifndef KFLMESSAGE_KFLMESSAGE_H
 #define KFLMESSAGE_KFLMESSAGE_H
 

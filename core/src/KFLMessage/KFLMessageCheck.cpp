@@ -157,8 +157,8 @@ class Reasons {
       if (item != 0) stopped_.emplace(source_[item].parent, source_[item].name);
     }
   }
-  bool isListed(std::size_t index) const {
-    const KFLField* const row = faults_.at(index).row;
+  bool isListed(std::size_t index) {
+    const KFLField* const row = faults_.rowOf(index);
     return row != nullptr && (row->shape == KFLFieldShape::List || row->shape == KFLFieldShape::Map ||
                               row->shape == KFLFieldShape::Container);
   }
@@ -186,6 +186,9 @@ class Reasons {
     if (!faults_.hasPlace(index)) return recordOf(index) + " has no such element";
     if (stopped_.contains({element.parent, element.name}))
       return "reading ends at an element " + name + " that cannot be read";
+    const auto below = faultOf_.upper_bound(index);
+    if (below != faultOf_.end() && below->first <= index + source_.countBelow(index))
+      return "something in it cannot be read";
     if (isRepeated(index)) return "an equal one stands before it";
     if (element.position > 1 && !isListed(index)) return "only the first " + name + " is read";
     if (element.text.empty() && element.firstChild == kNoElement) return "it is empty";

@@ -156,6 +156,14 @@ KFLMessageFindings KFLMessageFaults::find() {
   return faults;
 }
 
+const KFLField* KFLMessageFaults::rowOf(std::size_t index) {
+  const KFLExpectation& parent = expected_[elements_[index].parent];
+  if (parent.isContainer) return parent.row;
+  const KFLRowsByName& rows = rowsOf(parent.table);
+  const auto found = rows.find(elements_[index].name);
+  return found == rows.end() ? nullptr : found->second;
+}
+
 bool KFLMessageFaults::hasPlace(std::size_t index) {
   const KFLExpectation& parent = expected_[elements_[index].parent];
   const std::string_view name = elements_[index].name;

@@ -34,6 +34,8 @@ class KFLMessageFaults {
   KFLMessageFindings find();
   // Whether what the element stands in has a place for it.
   bool hasPlace(std::size_t index);
+  // The row of its name in the table of what it stands in; null when there is none.
+  const KFLField* rowOf(std::size_t index);
   const KFLExpectation& at(std::size_t index) const { return expected_[index]; }
 
  private:

@@ -8,8 +8,8 @@
 // Text between child elements stands in nodes of the name kTextName, which are no elements: the first child is never
 // one, no two follow each other, and none is blank. The text before the first child is the parent's own.
 //
-// The tree lives as long as a message or cursor refers to it. One thread at a time; the count of references alone is
-// safe between threads.
+// The tree lives as long as a message or cursor refers to it. Any number of threads may read it, or one change it; the count of
+// references and the holds are safe between threads in any case.
 #ifndef KFLMESSAGE_KFLMESSAGETREE_H
 #define KFLMESSAGE_KFLMESSAGETREE_H
 

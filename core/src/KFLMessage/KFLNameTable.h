@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Not installed: the distinct texts of one tree (names, namespaces, type tags), each with a small number.
 //
-// Numbers count from 1 in the order of arrival and are never given back; texts stand in the tree's arena. One thread.
+// Numbers count from 1 in the order of arrival and are never given back; texts stand in the tree's arena. Threads as the
+// tree's.
 #ifndef KFLMESSAGE_KFLNAMETABLE_H
 #define KFLMESSAGE_KFLNAMETABLE_H
 

@@ -127,6 +127,16 @@ TEST_F(KFATemplateCache, WhatCannotBeKeptIsRefused) {
   ASSERT_EQ(cache->apply(changes), 0);
   KFATemplateObject found;
   EXPECT_EQ(cache->find("key", found), -1);
+
+  // An item of a former build has a root without a namespace.
+  std::string text;
+  ASSERT_EQ(KFL::KFLObjectItem<KFATemplateObject>::write(makeTemplate("old"), text), 0);
+  const std::size_t at = text.find(" xmlns=\"");
+  text.erase(at, text.find('"', text.find('"', at) + 1) + 1 - at);
+  changes.put("old", text);
+  ASSERT_EQ(cache->apply(changes), 0);
+  EXPECT_EQ(cache->find("old", found), 0);
+  EXPECT_EQ(found.getName(), "old");
 }
 
 }  // namespace
