@@ -37,7 +37,7 @@ const KFLFieldTable& KFAQoSValidation::fields() {
   using R = KFAQoSValidation;
   static constexpr KFLField rows[] = {
       field<R, &R::identifier_>(1007).required(),
-      list<R, &R::parameters_>(1479).required().atLeastOne(),
+      list<R, &R::parameters_>(1479).required().atLeastOne().orEmptyItem(),
       field<R, &R::expression_>(1480).required(),
       field<R, &R::comment_>(1481).required(),
   };

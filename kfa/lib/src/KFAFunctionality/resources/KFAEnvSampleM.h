@@ -25,7 +25,8 @@ class KFAQoSValidation {
   using Writer = KFLRecordWriter<KFAQoSValidation>;
   using Reader = KFLRecordReader<KFAQoSValidation>;
 
-  // The names of the parameters that took part, in the order of the vocabulary.
+  // The names of the parameters that took part, in the order of the vocabulary. None where a formula names none; the
+  // message then has one empty element for them.
   const std::vector<std::string>& getParameters() const { return parameters_; }
   void setParameters(const std::vector<std::string>& parameters) { parameters_ = parameters; }
   int getIdentifier() const { return identifier_; }
