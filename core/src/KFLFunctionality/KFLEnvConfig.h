@@ -311,7 +311,9 @@ int KFLEnvConfig::getMember(const KFLEnvProperty& property, KFLOptionalProperty<
 template <class T>
 int KFLEnvConfig::setMember(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value) {
   KFLOptionalProperty<std::set<T>> all;
-  if (hasMsg() && getListProperty(property, all) != 0) return -1;
+  initMsg();
+  if (getListProperty(property, all) != 0) return -1;
+  if (!value.isSpecified() && !all.isSpecified()) return 0;
   all.value().erase(value.getValue());
   if (value.isSpecified()) all.value().insert(value.getValue());
   all.setSpecified(true);
