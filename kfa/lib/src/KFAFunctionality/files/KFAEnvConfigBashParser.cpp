@@ -281,12 +281,13 @@ int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& 
     std::string id;
     if (it->getID(id) != 0) continue;
     QoSDefinition definition;
+    definition.id = id;
     definition.lowerName = KFL::toLower(id);
     definition.upperName = KFL::toUpper(id);
     it->getIntAttribute("value_type", definition.valueType);
     it->getIntAttribute(KFL::kVocKind, definition.kind);
     qosMap_.emplace(definition.lowerName, definition);
-    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType});
+    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType, id});
   } while (it->nextParameter() == 0);
   return 0;
 }
@@ -342,12 +343,11 @@ int KFAEnvConfigBashParser::ParameterParserPut::put(const std::string& key, cons
     return *fixed != nullptr ? (**fixed)(key.c_str(), value, record_) : kParameterUnknown;
   }
   const ValueForm* const form = parser_.qosForms_.find(key);
-  return form != nullptr ? putQoS(key, *form, value) : kParameterUnknown;
+  return form != nullptr ? putQoS(*form, value) : kParameterUnknown;
 }
 
-int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const std::string& key, const ValueForm& form,
-                                                       const char* value) {
-  KFL::KFLQoS qos(key);
+int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const ValueForm& form, const char* value) {
+  KFL::KFLQoS qos(form.id);
   if (readQoS(form, value, qos) != kParameterDone) return kParameterNotConverted;
   // The last line of a key counts.
   std::set<KFL::KFLQoS>& qoses = qoses_.value();
@@ -369,7 +369,7 @@ int KFAEnvConfigBashParser::ParameterParserGet::get(const std::string& key, std:
   const ValueForm* const form = parser_.qosForms_.find(key);
   if (form == nullptr) return kParameterUnknown;
   KFL::KFLOptionalProperty<KFL::KFLQoS> qos;
-  if (record_.getQoS(key, qos) != 0 || !qos.isSpecified()) return kParameterWithoutValue;
+  if (record_.getQoS(form->id, qos) != 0 || !qos.isSpecified()) return kParameterWithoutValue;
   writeQoS(*form, qos.getValue(), value);
   return kParameterDone;
 }
