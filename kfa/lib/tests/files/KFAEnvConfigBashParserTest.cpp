@@ -87,6 +87,10 @@ const std::tuple<const char*, const char*, const char*> kValues[] = {
     {"cpulimit", "CPULIMIT=-0.999", "-0.99"},
     {"cpulimit", "CPULIMIT=1e30", "(none)"},
     {"cpulimit", "CPULIMIT=nan", "(none)"},
+    {"cpulimit", "CPULIMIT=abc", "(none)"},
+    {"cpulimit", "CPULIMIT=", "(none)"},
+    {"cpulimit", "CPULIMIT=7\nCPULIMIT=abc", "7"},
+    {"netif", "NETIF='ifname=eth0;mac=00:11:22:33:44:55'", "(none)"},
     {"onbot", "ONBOT=yes", "-1001"},
 };
 

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
-#include <locale.h>
-#include <stdlib.h>
-
-#include <cmath>
 #include <cstring>
 #include <iterator>
 
@@ -23,6 +19,8 @@
 #include <KFAFunctionality/network/KFANetVEth.h>
 #include <KFAFunctionality/templates/KFADistribution.h>
 #include <KFAFunctionality/templates/KFATemplate.h>
+
+#include "KFAFraction.h"
 
 namespace KFA {
 
@@ -125,12 +123,6 @@ const KFAEnvConfigBashParser::KeyTable keyTable = makeKeyTable();
 const KFAKeyIndex<KFABashParse*> keyIndex = makeKeyIndex(keyTable);
 const std::string technologyName(kTechnology);
 
-// A number as sscanf's %f reads it in the C locale; 0 where there is none.
-float readFloat(const char* text) {
-  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return strtof_l(text, nullptr, cLocale);
-}
-
 using ValueForm = KFAEnvConfigBashParser::ValueForm;
 
 // The limit is what stands behind the first colon, or all of it.
@@ -141,18 +133,17 @@ int readPair(const char* text, KFL::KFLQoS& qos) {
   return kParameterDone;
 }
 
-int readFraction(const char* text, KFL::KFLQoS& qos) {
-  constexpr double kLimit = 9.2e18;
-  const double hundredths = readFloat(text) * 100.0;
-  if (!(std::abs(hundredths) < kLimit)) return kParameterNotConverted;
-  qos.setHard(static_cast<long long>(hundredths));
+int readHundredths(const char* text, KFL::KFLQoS& qos) {
+  long long hundredths = 0;
+  if (!readFraction(text, hundredths)) return kParameterNotConverted;
+  qos.setHard(hundredths);
   return kParameterDone;
 }
 
 int readQoS(const ValueForm& form, const char* text, KFL::KFLQoS& qos) {
   if (form.kind == 2 && form.valueType == 1) return readPair(text, qos);
   if (form.kind != 1) return kParameterNotConverted;
-  if (form.valueType == 0) return readFraction(text, qos);
+  if (form.valueType == 0) return readHundredths(text, qos);
   if (form.valueType != 1) return kParameterNotConverted;
   qos.setHard(KFL::strToLonglong(text));
   return kParameterDone;
@@ -167,7 +158,7 @@ void writeQoS(const ValueForm& form, const KFL::KFLQoS& qos, std::string& text) 
   } else if (form.kind == 1 && form.valueType == 1) {
     text = std::to_string(qos.getHard());
   } else if (form.kind == 1 && form.valueType == 0) {
-    text = KFL::doubleToStr(static_cast<double>(qos.getHard()) / 100.0);
+    text = writeFraction(qos.getHard());
   }
 }
 
