@@ -162,9 +162,9 @@ void writeQoS(const ValueForm& form, const KFL::KFLQoS& qos, std::string& text) 
   }
 }
 
-int failWith(const char* format, const std::string& reason) {
+bool failWith(const char* format, const std::string& reason) {
   KFL::setErrorMessage(format, reason.c_str());
-  return -1;
+  return false;
 }
 
 // The addresses of IP_ADDRESS; "dhcp" among them means that there are none yet.
@@ -184,9 +184,9 @@ bool hasDevice(const Devices& devices, const char* name) {
   return false;
 }
 
-// Adds the host-routed device that has the addresses of IP_ADDRESS.
-int completeDevices(KFAEnvConfig& record, Devices& devices) {
-  if (hasDevice(devices, kHostRoutedDevice)) return 0;
+// Adds the host-routed device that has the addresses of IP_ADDRESS; false where none is added.
+bool completeDevices(const KFAEnvConfig& record, Devices& devices) {
+  if (hasDevice(devices, kHostRoutedDevice)) return false;
   ListOf<KFL::KFLIPAddress> addresses;
   if (record.getAddresses(addresses) != 0) {
     return failWith("can't get ip address list:%s", KFL::getErrorMessage());
@@ -202,7 +202,7 @@ int completeDevices(KFAEnvConfig& record, Devices& devices) {
   std::erase(servers.value(), std::string());
   device.setNameServers(std::move(servers.value()));
   devices.setSpecified(true);
-  return 0;
+  return true;
 }
 
 // Reads a whole file into a record. The devices are kept until all of them are known, and stored once.
@@ -221,20 +221,30 @@ class FileParser {
 
   // What was read before the malformed line.
   void stop() {
-    if (hasDevices_) record_.setNetVEths(devices_);
+    if (!hasDevices_) return;
+    const std::string reason = KFL::getErrorMessage();
+    store();
+    KFL::setErrorMessage("%s", reason.c_str());
   }
 
   void finish() {
     parser_.getQoSes().setSpecified(true);
     record_.setQoSes(parser_.getQoSes());
     record_.setType(technologyName);
-    if (!hasDevices_) record_.getNetVEths(devices_);
-    completeDevices(record_, devices_);
-    if (!devices_.isSpecified() || record_.setNetVEths(devices_) == 0) return;
-    failWith("can't set VEth list: %s", KFL::getErrorMessage());
+    // Devices of the record that cannot be read stay as they are.
+    if (!hasDevices_ && record_.getNetVEths(devices_) != 0) return;
+    const bool isCompleted = completeDevices(record_, devices_);
+    if (hasDevices_ || isCompleted) store();
   }
 
  private:
+  // A list with a device that cannot be written is none: a part of it, written back, would cost the file the rest.
+  void store() {
+    if (record_.setNetVEths(devices_) == 0) return;
+    failWith("can't set VEth list: %s", KFL::getErrorMessage());
+    record_.setNetVEths({});
+  }
+
   KFAEnvConfig& record_;
   KFAEnvConfigBashParser::ParameterParserPut parser_;
   Devices devices_;
