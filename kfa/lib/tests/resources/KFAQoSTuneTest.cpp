@@ -61,7 +61,7 @@ TEST_F(QoSTune, IndexFollowsTheVocabulary) {
 }
 
 TEST_F(QoSTune, RefusedVocabularies) {
-  const std::string tooMany = " in formulas initialization: formulas can tell 99 parameters apart";
+  const std::string tooMany = " in formulas initialization: formulas can tell 98 parameters apart";
   EXPECT_EQ(refusal(nullptr), "invalid vocabulary");
   EXPECT_EQ(refusal(vocabularyOf({}, {"1"})), "can not read QOS from vocabulary");
   EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {})), "can not read FORMULAE");

@@ -190,8 +190,9 @@ int KFAQVTune::getNewIndex(const std::string& name, KFAQVParamsValue** entry) {
     return kTuneVocabularyFailure;
   }
   if (count >= kLastParameterIndex) {
+    // The word QOS takes one of the indices.
     setErrorMessage("no index for '%s' in formulas initialization: formulas can tell %d parameters apart",
-                    name.c_str(), kLastParameterIndex);
+                    name.c_str(), kLastParameterIndex - 1);
     return kTuneVocabularyFailure;
   }
   KFAQVParamsValue& made = index[name];
