@@ -42,6 +42,7 @@ struct KFLEnv::Binding {
     return putByClass(it, *config, row.id);
   }
   static int getVirtualConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
+    env.virtualConfig_.reset();
     if (it.findChild(row.id) != 0) return 0;
     const ConfigSP made = makeByType(it, EnvConfigVirtual);
     env.virtualConfig_ = boost::dynamic_pointer_cast<KFLVEnvConfig>(made);
@@ -54,6 +55,7 @@ struct KFLEnv::Binding {
     return env.config_ ? putByClass(it, *env.config_, row.id) : 0;
   }
   static int getConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
+    env.config_.reset();
     if (it.findChild(row.id) != 0) return 0;
     env.config_ = makeByType(it, EnvConfigReal);
     if (!env.config_) env.config_ = boost::make_shared<KFLEnvConfig>(&it, EnvConfigReal);

@@ -14,8 +14,9 @@
 // Accessors: a getter returns 0, with the value specified exactly when its element could be read, or -1, with
 // an error text, without a message, with the value left alone. An element that cannot be read leaves an error
 // text too. A setter makes the message where there is none; given an unspecified value it removes the element.
-// A list is one element per item; a specified, empty list is one empty element, so an empty text cannot be an
-// item and is left out.
+// A list is one element per item; a specified, empty list is one empty element, so an empty text or
+// address cannot be an item and is left out. An item that cannot be written ends the list: -1, with an error
+// text.
 #ifndef KFLFUNCTIONALITY_KFLENVCONFIG_H
 #define KFLFUNCTIONALITY_KFLENVCONFIG_H
 
@@ -285,14 +286,14 @@ int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
   const Placement placement(*this, property);
   bool isEmpty = true;
   for (const Item& item : value.getValue()) {
-    if constexpr (std::is_same_v<Item, std::string>) {
-      if (item.empty()) continue;
-    }
+    if (fields::isEmptyText(item)) continue;
     isEmpty = false;
     it_.addChild(property.id);
-    const int result = fields::putOne(it_, item, {});
+    if (const int result = fields::putOne(it_, item, {}); result != 0) {
+      it_.removeCurrent();
+      return result;
+    }
     it_.leaveChild();
-    if (result != 0) return result;
   }
   return isEmpty ? it_.addEmptyChild(property.id) : 0;
 }
@@ -310,7 +311,9 @@ int KFLEnvConfig::getMember(const KFLEnvProperty& property, KFLOptionalProperty<
 template <class T>
 int KFLEnvConfig::setMember(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value) {
   KFLOptionalProperty<std::set<T>> all;
-  if (hasMsg() && getListProperty(property, all) != 0) return -1;
+  initMsg();
+  if (getListProperty(property, all) != 0) return -1;
+  if (!value.isSpecified() && !all.isSpecified()) return 0;
   all.value().erase(value.getValue());
   if (value.isSpecified()) all.value().insert(value.getValue());
   all.setSpecified(true);

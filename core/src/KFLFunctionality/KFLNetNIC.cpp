@@ -14,14 +14,14 @@ KFLNetNIC::~KFLNetNIC() = default;
 const KFLFieldTable& KFLNetNIC::fields() {
   using R = KFLNetNIC;
   static constexpr KFLField rows[] = {
-      field<R, &R::name_>(1026).orDefault().mustWrite(),
+      field<R, &R::name_>(1026).mustWrite(),
       list<R, &R::addresses_>(2047).required().mustWrite(),
-      field<R, &R::network_>("network").orDefault().whenNotEmpty().mustWrite(),
-      field<R, &R::gateway_>("gateway").orDefault().whenNotEmpty().mustWrite(),
-      field<R, &R::gatewayV6_>("gateway_v6").orDefault().whenNotEmpty().mustWrite(),
-      field<R, &R::dhcp_>("dhcp").orDefault().whenNotEmpty().mustWrite(),
-      field<R, &R::dhcpV6_>("dhcp_v6").orDefault().whenNotEmpty().mustWrite(),
-      field<R, &R::mac_>("mac").orDefault().whenNotEmpty().mustWrite(),
+      field<R, &R::network_>("network").whenNotEmpty().mustWrite(),
+      field<R, &R::gateway_>("gateway").whenNotEmpty().mustWrite(),
+      field<R, &R::gatewayV6_>("gateway_v6").whenNotEmpty().mustWrite(),
+      field<R, &R::dhcp_>("dhcp").whenNotEmpty().mustWrite(),
+      field<R, &R::dhcpV6_>("dhcp_v6").whenNotEmpty().mustWrite(),
+      field<R, &R::mac_>("mac").whenNotEmpty().mustWrite(),
   };
   static constexpr KFLFieldTable table{"KFLNetNIC", kTypesNamespaceURI, "net_nicType", rows};
   return table;

@@ -17,10 +17,10 @@ const KFLFieldTable& KFLPackage::fields() {
   using R = KFLPackage;
   static constexpr KFLField rows[] = {
       field<R, &R::name_>(1026).required().mustWrite(),
-      field<R, &R::architecture_>("architecture").orDefault().mustWrite(),
+      field<R, &R::architecture_>("architecture").mustWrite(),
       field<R, &R::version_>(1223).mustWrite(),
       field<R, &R::os_>("os").mustWrite(),
-      field<R, &R::kind_>(1007).orDefault().mustWrite(),
+      field<R, &R::kind_>(1007).mustWrite(),
   };
   static constexpr KFLFieldTable table{"KFLPackage", kTypesNamespaceURI, "packageType", rows};
   return table;

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <string_view>
 
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLRecordElements.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
@@ -73,18 +74,20 @@ int KFLVEnvConfig::setQoSes(const QoSes& qoses) {
 int KFLVEnvConfig::getQoS(const std::string& id, KFLOptionalProperty<KFLQoS>& qos) const {
   if (!hasMsg()) return failWithoutMessage();
   qos.setSpecified(false);
-  const KFLMessageIterator it(it_);
-  if (it.findChild(kQoS) != 0) return 0;
   constexpr int kIdOfQoS = 1010;
-  bool isFound = false;
-  do {
-    if (it.findChild(kIdOfQoS) != 0) continue;
-    isFound = it.getText() == id;
-    it.leaveChild();
-  } while (!isFound && it.findNextChild(kQoS) == 0);
-  if (!isFound) return 0;
+  KFLMessageIterator found;
+  KFLMessageIterator at(it_);
+  bool isSpelled = false;
+  for (int left = at.findChild(kQoS); left == 0 && !isSpelled; left = at.findNextChild(kQoS)) {
+    if (at.findChild(kIdOfQoS) != 0) continue;
+    isSpelled = at.getText() == id;
+    const bool isFound = isSpelled || (!found.isValid() && equalsIgnoreCase(at.getText(), id));
+    at.leaveChild();
+    if (isFound) found = at;
+  }
+  if (!found.isValid()) return 0;
   KFLQoS read;
-  const int result = it.getObj(read);
+  const int result = found.getObj(read);
   if (result == 0) qos.setValue(std::move(read));
   return result;
 }
@@ -93,7 +96,22 @@ int KFLVEnvConfig::getQoS(KFLOptionalProperty<KFLQoS>& qos) const {
   return getQoS(id, qos);
 }
 int KFLVEnvConfig::setQoS(const KFLOptionalProperty<KFLQoS>& qos) {
-  return setMember({kQoS}, qos);
+  QoSes all;
+  initMsg();
+  if (getQoSes(all) != 0) return -1;
+  if (!qos.isSpecified() && !all.isSpecified()) return 0;
+  if (const KFLQoS* const former = findQoS(all.getValue(), qos.getValue().getID()); former != nullptr)
+    all.value().erase(KFLQoS(*former));
+  if (qos.isSpecified()) all.value().insert(qos.getValue());
+  all.setSpecified(true);
+  return setQoSes(all);
+}
+
+const KFLQoS* findQoS(const std::set<KFLQoS>& qoses, std::string_view id) {
+  if (const auto spelled = qoses.find(KFLQoS(std::string(id))); spelled != qoses.end()) return &*spelled;
+  const auto found =
+      std::ranges::find_if(qoses, [id](const KFLQoS& qos) { return equalsIgnoreCase(qos.getID(), id); });
+  return found == qoses.end() ? nullptr : &*found;
 }
 
 }  // namespace KFL

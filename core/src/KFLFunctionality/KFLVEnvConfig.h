@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 
 #include <KFLFunctionality/KFLEnvConfig.h>
 #include <KFLFunctionality/KFLQoS.h>
@@ -39,13 +40,17 @@ class KFLVEnvConfig : public KFLEnvConfig {
   // elements.
   int getQoSes(QoSes& qoses) const;
   int setQoSes(const QoSes& qoses);
-  // One parameter by its id; unspecified when there is none.
+  // One parameter by its id, in any case of letters; unspecified when there is none.
   int getQoS(const std::string& id, KFLOptionalProperty<KFLQoS>& qos) const;
   // The parameter with the id that `qos` holds.
   int getQoS(KFLOptionalProperty<KFLQoS>& qos) const;
-  // Puts a parameter in the place of the one with its id; an unspecified one is only taken out.
+  // Puts a parameter in the place of the one with its id, in any case of letters; an unspecified one is only taken out.
   int setQoS(const KFLOptionalProperty<KFLQoS>& qos);
 };
+
+// The parameter with this id in a set: the one that is spelled so, or else the first one in another case of letters.
+// Null when there is none.
+const KFLQoS* findQoS(const std::set<KFLQoS>& qoses, std::string_view id);
 
 struct KFLVEnvConfig::Writer {
   static int getNSID() { return kTypesNamespace; }

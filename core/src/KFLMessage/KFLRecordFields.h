@@ -19,11 +19,15 @@
 //     return table;
 //   }
 //
+// Reading replaces every value: one whose element is absent or malformed becomes that of a new record. What a
+// writer writes, the reader of the same table reads; what it could not read is left out or refused.
+//
 // Two more rows stand in headers of their own: named numbers in KFLRecordNamedFields.h, lists of polymorphic
 // objects in KFLRecordDerivedFields.h.
 #ifndef KFLMESSAGE_KFLRECORDFIELDS_H
 #define KFLMESSAGE_KFLRECORDFIELDS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -81,7 +85,7 @@ struct KFLField {
   bool failsRead = false;        // a failing read is the record's failure; otherwise reading goes on
   bool failsWrite = false;       // a failing write is the record's failure; otherwise writing goes on
   bool needsItem = false;        // a list without an item fails to read
-  bool resets = false;           // takes its default value before it is read
+  bool keeps = false;            // keeps the value that it has when its element cannot be read
   bool mayBeAbsent = false;      // an element that is absent is no failure
   bool isPolymorphic = false;    // an item's type tag names its class; the table is that of their base
   bool emptyItemIsNone = false;  // one empty element stands for a list without items
@@ -118,10 +122,16 @@ struct KFLField {
     row.failsWrite = true;
     return row;
   }
-  // An element that is absent or malformed leaves the default value, not the one that the member had.
-  constexpr KFLField orDefault() const {
+  // An element that is absent or malformed leaves the value that the member had, not the default one.
+  constexpr KFLField keptWhenAbsent() const {
     KFLField row = *this;
-    row.resets = true;
+    row.keeps = true;
+    return row;
+  }
+  // A list without items is one empty element, so that it is not taken for one that is absent.
+  constexpr KFLField orEmptyItem() const {
+    KFLField row = *this;
+    row.emptyItemIsNone = true;
     return row;
   }
   // How many elements a field with a rule of its own has at most; 0 for any number.
@@ -160,6 +170,8 @@ struct KFLField {
     return row;
   }
 
+  // Whether a value whose element cannot be read becomes that of a new record: where reading goes on.
+  constexpr bool becomesDefault() const { return !keeps && (!failsRead || mayBeAbsent); }
   // The element's name, whether it is addressed by number or by name; empty for inline parts.
   std::string_view elementName() const { return id.number() != 0 ? tagName(id.number()) : id.name(); }
   // Whether reading fails when there is no such element.
@@ -241,10 +253,13 @@ struct KFLCoreRecordWriter {
 };
 
 // The Writer and the Reader of a value that stands in a message as the text of the current element. What
-// fromString refuses cannot be read.
+// fromString refuses cannot be read, and an empty text that it refuses is not written.
 template <class Value>
 struct KFLTextWriter : KFLUntypedWriter {
-  int operator()(KFLMessageIterator& it, const Value& value) const { return it.putValue(value.toString()); }
+  int operator()(KFLMessageIterator& it, const Value& value) const {
+    const std::string& text = value.toString();
+    return text.empty() && Value().fromString(text) != 0 ? -1 : it.putValue(text);
+  }
 };
 template <class Value>
 struct KFLTextReader {
@@ -406,14 +421,34 @@ struct ItemReader {
   int operator()(const KFLMessageIterator& it, T& item) const { return getOne(it, item, {}); }
 };
 
+// A value that is its text, as an address is.
+template <class T>
+concept TextValue = requires(const T& value) {
+  { value.toString() } -> std::same_as<const std::string&>;
+};
+
+// Whether an item of a list is an empty text. None such is written: an empty element marks an empty list, or cannot
+// be read.
+template <class T>
+bool isEmptyText(const T& item) {
+  if constexpr (std::same_as<T, std::string>)
+    return item.empty();
+  else if constexpr (TextValue<T>)
+    return item.toString().empty();
+  else
+    return false;
+}
+
+// An item that cannot be written is left out, or with `stops` ends the list.
 template <class Container>
-int putItems(KFLMessageIterator& it, const Container& items, KFLElementID id) {
+int putItems(KFLMessageIterator& it, const Container& items, KFLElementID id, bool stops = true) {
   using Item = typename Container::value_type;
   for (const Item& item : items) {
+    if (isEmptyText(item)) continue;
     it.addChild(id);
     const int result = fields::putOne(it, item, {});
-    it.leaveChild();
-    if (result != 0) return 1;
+    result == 0 ? it.leaveChild() : it.removeCurrent();
+    if (result != 0 && stops) return 1;
   }
   return 0;
 }
@@ -460,14 +495,10 @@ struct ElementField {
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     T& member = static_cast<Record*>(record)->*Member;
-    if (row.resets) member = T{};
-    if constexpr (isOptional<T>) {
-      const int result = findOne(it, member.value(), row.id);
-      member.setSpecified(result == 0);
-      return result;
-    } else {
-      return findOne(it, member, row.id);
-    }
+    const int result = findOne(it, unwrap(member), row.id);
+    if constexpr (isOptional<T>) member.setSpecified(result == 0);
+    if (result != 0 && row.becomesDefault()) member = std::move(Record().*Member);
+    return result;
   }
 };
 
@@ -484,12 +515,23 @@ struct PresenceField {
 
 template <class Record, auto Member>
 struct ListField {
+  using T = MemberType<Record, Member>;
   static int put(KFLMessageIterator& it, const void* record, const KFLField& row) {
-    return putItems(it, static_cast<const Record*>(record)->*Member, row.id) == 0 ? 0 : -1;
+    const T& items = static_cast<const Record*>(record)->*Member;
+    if (row.emptyItemIsNone && isEmptyList(items)) return it.addEmptyChild(row.id);
+    return putItems(it, items, row.id, row.failsWrite) == 0 ? 0 : -1;
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
+    T& items = static_cast<Record*>(record)->*Member;
     if (row.needsItem && !it.hasChild(row.id)) return 1;
-    return getItems(it, static_cast<Record*>(record)->*Member, row.id);
+    const int result = getItems(it, items, row.id);
+    if (row.emptyItemIsNone && isEmptyList(items)) items.clear();
+    return result;
+  }
+
+ private:
+  static bool isEmptyList(const T& items) {
+    return std::ranges::all_of(items, isEmptyText<typename T::value_type>);
   }
 };
 
@@ -510,6 +552,7 @@ struct ContainerField {
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     auto& member = static_cast<Record*>(record)->*Member;
     int result = 1;
+    unwrap(member).clear();
     if (it.findChild(row.id) == 0) {
       result = getItems(it, unwrap(member), row.itemId);
       it.leaveChild();
@@ -658,7 +701,7 @@ constexpr KFLField presence(KFLElementID id) {
   return made;
 }
 
-// One element per item of a vector or set; no element reads as an empty list.
+// One element per item of a vector or set, for each that is not an empty text; no element reads as an empty list.
 template <class Record, auto Member>
 constexpr KFLField list(KFLElementID itemId) {
   using Item = typename fields::MemberType<Record, Member>::value_type;

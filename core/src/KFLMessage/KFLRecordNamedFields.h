@@ -4,9 +4,9 @@
 // A name that its table lacks cannot be read, a number that has none cannot be written; both leave a text that
 // lists what is accepted. For field tables; see KFLRecordFields.h.
 //
-//   named<R, &R::color_>(1007, R::colorIdToName).orDefault().wellFormed().whenNotEmpty()
+//   named<R, &R::color_>(1007, R::colorIdToName).wellFormed().whenNotEmpty()
 //
-// is an element that may be absent, which reads as 0, and that is not written for 0.
+// is an element that may be absent, which reads as the number of a new record, and that is not written for 0.
 #ifndef KFLMESSAGE_KFLRECORDNAMEDFIELDS_H
 #define KFLMESSAGE_KFLRECORDNAMEDFIELDS_H
 
@@ -31,8 +31,9 @@ struct NamedField {
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     int& number = static_cast<Record*>(record)->*Member;
-    if (row.resets) number = 0;
-    return getName(it, number, row);
+    const int result = getName(it, number, row);
+    if (result != 0 && row.becomesDefault()) number = Record().*Member;
+    return result;
   }
 };
 

@@ -172,6 +172,32 @@ TEST(KFAEnvConfig, VeidIsMandatory) {
   EXPECT_EQ(names(config), (Names{"veid", "on_boot"}));
 }
 
+TEST(KFAEnvConfig, TakingOutWhatIsNotThereAddsNothing) {
+  KFAEnvConfig config;
+  EXPECT_EQ(config.setCapability({}), 0);
+  EXPECT_EQ(config.setQoS({}), 0);
+  EXPECT_EQ(names(config), Names());
+  ASSERT_EQ(config.setCapabilities(KFAEnvConfig::Capabilities(std::set<KFAEnvCapability>())), 0);
+  EXPECT_EQ(config.setCapability({}), 0);
+  EXPECT_EQ(names(config), Names{"capability"});
+}
+
+TEST(KFAEnvConfig, EmptyItemsOfListsAreLeftOut) {
+  using Rates = std::vector<KFLInterfaceRate>;
+  KFAEnvConfig config;
+  ASSERT_EQ(config.setWinsServers(std::vector<KFLIPAddress>{"", "10.0.0.2", ""}), 0);
+  ASSERT_EQ(config.setRatesList(Rates{KFLInterfaceRate(), KFLInterfaceRate("eth0", 1, 8)}), 0);
+  ASSERT_EQ(config.setAddresses(std::vector<KFLIPAddress>{""}), 0);
+  KFAEnvConfig::Addresses servers, addresses;
+  KFAEnvConfig::Rates rates;
+  ASSERT_EQ(config.getWinsServers(servers), 0);
+  EXPECT_EQ(servers.getValue(), std::vector<KFLIPAddress>{"10.0.0.2"});
+  ASSERT_EQ(config.getRatesList(rates), 0);
+  EXPECT_EQ(rates.getValue(), Rates{KFLInterfaceRate("eth0", 1, 8)});
+  ASSERT_EQ(config.getAddresses(addresses), 0);
+  EXPECT_TRUE(addresses.isSpecified() && addresses.getValue().empty());
+}
+
 TEST(KFAEnvConfig, OneCapabilityAmongMany) {
   using One = KFLOptionalProperty<KFAEnvCapability>;
   KFAEnvConfig config;
@@ -315,7 +341,7 @@ TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     KFAEnvConfig config;
-    DisksSP disks;
+    DisksSP disks = boost::make_shared<Disk::KfFS>();
     EXPECT_EQ(config.getHardDisks(disks), 0);
     EXPECT_EQ(disks, nullptr);
     ASSERT_EQ(config.setHardDisks(row.disks), 0);
@@ -327,6 +353,8 @@ TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
     EXPECT_EQ(config.setHardDisks(&freeArea), row.result);
     EXPECT_TRUE(row.result == 0 || config.getIterator().isEqualTree(before.getIterator()));
     EXPECT_EQ(config.setHardDisks(nullptr), row.result);
+    EXPECT_EQ(config.getHardDisks(disks), 0);
+    EXPECT_EQ(disks == nullptr, row.result == 0);
     EXPECT_EQ(names(config).size(), row.result == 0 ? 0U : 1U);
   }
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAConfigRules.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -79,7 +82,9 @@ const AcceptRow kAccepted[] = {
      {"1", "1:2", "-1:9223372036854775807"},
      {"", "plenty", "1:", ":1", "01", "+1", " 1", "1:2:3", "9223372036854775808"}},
     {"diskgrace", {"0", "-3"}, {"1:2", "1.5", "x"}},
-    {"cpulimit", {"150", "1.5", "12.25", "-0.5"}, {"", "1.50", "12.345", "1e2", "x", "1:2"}},
+    {"cpulimit",
+     {"150", "1.5", "12.25", "-0.5", "1.50", "012.5", "1e2", "+.5", "5.", "-0.00"},
+     {"", "12.345", "x", "1:2", "0x10", "1.5 ", "1..5", "1e", "inf", "99.99", "99.98000000000000000001"}},
 };
 
 TEST(EnvConfigRules, TakeAValueThatTheRecordGivesBack) {
@@ -99,6 +104,43 @@ TEST(EnvConfigRules, TakeAValueThatTheRecordGivesBack) {
   EXPECT_EQ(fixedKeys, 27U);
   EXPECT_EQ(envRules().accept("onbot", "yes"), -1);
   EXPECT_EQ(envRules().accept("", "yes"), -1);
+}
+
+// What a refusal of a fraction names as the nearest number is taken, and no number that is taken lies nearer, among
+// those with two decimals. The numbers: 0.00 to 200.00, and some in other ranges.
+TEST(EnvConfigRules, TheNearestFractionIsTaken) {
+  const auto accepts = [](const std::string& value) { return envRules().accept("cpulimit", value) == 0; };
+  std::vector<bool> taken;
+  const auto textOf = [](int hundredths) { return KFL::doubleToStr(hundredths / 100.0); };
+  for (int i = 0; i <= 20000; ++i)
+    taken.push_back(accepts(textOf(i)));
+  int refused = 0;
+  const auto nearestOf = [](const std::string& text) {
+    const std::string mark = " is the nearest that is held";
+    const std::size_t end = text.find(mark);
+    if (end == std::string::npos) return std::string();
+    const std::size_t begin = text.rfind(' ', end - 1) + 1;
+    return text.substr(begin, end - begin);
+  };
+  for (int i = 0; i <= 20000; ++i) {
+    if (taken[static_cast<std::size_t>(i)]) continue;
+    ++refused;
+    ASSERT_FALSE(accepts(textOf(i)));
+    const std::string nearest = nearestOf(KFL::getErrorMessage());
+    ASSERT_TRUE(accepts(nearest)) << textOf(i) << ": " << KFL::getErrorMessage();
+    const int away = std::abs(static_cast<int>(std::lround(std::stod(nearest) * 100)) - i);
+    for (int j = std::max(i - away + 1, 0); j < i + away && j <= 20000; ++j)
+      EXPECT_FALSE(taken[static_cast<std::size_t>(j)])
+          << textOf(i) << ": " << nearest << ", not " << textOf(j);
+  }
+  EXPECT_GT(refused, 0);
+  for (const char* const value :
+       {"1234567.89", "-99.99", "0.001", "33333333.33", "12345678901234.5", "1e15"}) {
+    if (accepts(value)) continue;
+    const std::string nearest = nearestOf(KFL::getErrorMessage());
+    EXPECT_TRUE(accepts(nearest)) << value << ": " << KFL::getErrorMessage();
+    EXPECT_NEAR(std::stod(nearest), std::stod(value), std::abs(std::stod(value)) * 1e-6 + 0.01);
+  }
 }
 
 std::map<std::string, std::string> linesOf(const std::string& text) {

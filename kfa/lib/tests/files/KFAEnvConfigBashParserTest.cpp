@@ -5,6 +5,7 @@
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFLMessage/KFLMessage.h>
 
 #include "FilesTest.h"
 
@@ -87,6 +88,10 @@ const std::tuple<const char*, const char*, const char*> kValues[] = {
     {"cpulimit", "CPULIMIT=-0.999", "-0.99"},
     {"cpulimit", "CPULIMIT=1e30", "(none)"},
     {"cpulimit", "CPULIMIT=nan", "(none)"},
+    {"cpulimit", "CPULIMIT=abc", "(none)"},
+    {"cpulimit", "CPULIMIT=", "(none)"},
+    {"cpulimit", "CPULIMIT=7\nCPULIMIT=abc", "7"},
+    {"netif", "NETIF='ifname=eth0;mac=00:11:22:33:44:55'", "(none)"},
     {"onbot", "ONBOT=yes", "-1001"},
 };
 
@@ -120,6 +125,80 @@ TEST(EnvConfigBashParser, CompletesTheHostRoutedDevice) {
     EXPECT_EQ(device.getName(), "venet0");
     EXPECT_TRUE(device.getHostRouted());
   }
+}
+
+// The devices of a record, as elements in a row, and what a file makes of them.
+TEST(EnvConfigBashParser, DevicesAreStoredOnlyWhereTheFileOrTheCompletionGaveThem) {
+  const std::string known = "<net_device><name>venet0</name><unknown>1</unknown></net_device>";
+  const std::string unreadable =
+      "<net_device><name>eth0</name></net_device><net_device><mac>1</mac></net_device>";
+  const std::string other = "<net_device><name>eth0</name><unknown>1</unknown></net_device>";
+  const std::string noAddress = "<address><nested/></address>";
+  const struct {
+    std::string record, file;
+    bool isKept;
+  } rows[] = {
+      {known, "ONBOOT=yes", true},         {unreadable, "ONBOOT=yes", true},
+      {other + noAddress, "", true},       {other, "", false},
+      {known, "NETIF=ifname=eth1", false}, {noAddress, "NETIF=ifname=eth1", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.record + " " + row.file);
+    KFL::KFLMessage message;
+    ASSERT_EQ(message.parse("<venv_config>" + row.record + "</venv_config>"), 0);
+    const auto devicesOf = [](const KFAEnvConfig& config) {
+      std::string all;
+      auto it = config.getIterator();
+      for (int left = it.findChild(2053); left == 0; left = it.findNextChild(2053)) {
+        std::string one;
+        it.print(one);
+        all += one;
+      }
+      return all;
+    };
+    const KFL::KFLMessageIterator root = message.getIterator();
+    KFAEnvConfig config(&root, KFL::EnvConfigVirtual);
+    const std::string before = devicesOf(config);
+    std::istringstream in(row.file);
+    EXPECT_EQ(envParser()->getConfig(in, config), 0);
+    EXPECT_EQ(devicesOf(config) == before, row.isKept) << devicesOf(config);
+  }
+}
+
+// A device without a name makes the value one that the record does not hold: its line stays.
+TEST(EnvConfigBashParser, ALineWithANamelessDeviceStays) {
+  const std::string text = "NETIF=\"ifname=eth0;mac=00:11:22:33:44:55\"\nONBOOT=\"yes\"\n";
+  std::istringstream existing(text);
+  std::ostringstream out;
+  EXPECT_EQ(envParser()->putConfig(read(text), out, &existing, true), 0);
+  EXPECT_NE(out.str().find("NETIF=\"ifname=eth0;mac=00:11:22:33:44:55\"\n"), std::string::npos) << out.str();
+}
+
+// The vocabulary spells the id in the record; files, lookups and replacements know it in any case of letters.
+TEST(EnvConfigBashParser, ResourcesAreSpelledAsInTheVocabulary) {
+  const auto vocabulary = KFL::KFLVocMap::loadFromText(
+      "<vocabulary version='1'><category words='kelvarium qos'><parameter id='NumProc' kind='2'/>"
+      "</category></vocabulary>",
+      "test");
+  const auto parser = KFAEnvConfigBashParser::getInstance(vocabulary);
+  ASSERT_NE(parser, nullptr);
+  KFAEnvConfig record;
+  std::istringstream in("numproc=1:2");
+  ASSERT_EQ(parser->getConfig(in, record), 0);
+  KFL::KFLVEnvConfig::QoSes qoses;
+  ASSERT_EQ(record.getQoSes(qoses), 0);
+  ASSERT_EQ(qoses.getValue().size(), 1U);
+  EXPECT_EQ(qoses.getValue().begin()->getID(), "NumProc");
+  KFL::KFLQoS other("NUMPROC");
+  other.setHard(7);
+  EXPECT_EQ(record.setQoS(other), 0);
+  std::string value;
+  EXPECT_EQ(KFAEnvConfigBashParser::ParameterParserGet(record, *parser).get("numproc", value), 0);
+  EXPECT_EQ(value, "7");
+  std::istringstream existing("NumPROC=1:2\n");
+  std::ostringstream out;
+  EXPECT_EQ(parser->putConfig(record, out, &existing, true), 0);
+  EXPECT_EQ(out.str().substr(0, out.str().find('\n')), "NumPROC=\"7\"");
 }
 
 TEST(EnvConfigBashParser, SetsTypeAndResourcesEvenWhenThereAreNone) {

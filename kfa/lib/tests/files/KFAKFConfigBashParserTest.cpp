@@ -8,6 +8,7 @@
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
 
@@ -41,6 +42,18 @@ TEST(KFAKFConfigBashParser, FieldsFollowTheLastLineAndTheMapTheFirst) {
   std::string value;
   EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), -1002);
   EXPECT_EQ(Parser::ParameterParserGet(settings).get("other", value), -1001);
+}
+
+// A file that is sourced takes no line that assigns nothing, or runs something.
+TEST(KFAKFConfigBashParser, WhatIsNoNameStaysOutOfTheFile) {
+  KFAVtSettings settings;
+  settings.setLockDir(KFAVtSettings::Text("/l"));
+  settings.setValues({{"", "boo"}, {"a b", "1"}, {"1x", "2"}, {"x;reboot", "3"}, {"z", "4"}});
+  EXPECT_EQ(write(settings, "", false), "Z=\"4\"\nLOCKDIR=\"/l\"\n");
+  std::ostringstream out;
+  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig(settings.getValues(), out, nullptr, false),
+            0);
+  EXPECT_EQ(out.str(), "Z=\"4\"\n");
 }
 
 TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {

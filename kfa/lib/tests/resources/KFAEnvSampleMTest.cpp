@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <future>
 #include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <tuple>
@@ -79,6 +82,45 @@ TEST(ValidateQoSes, ValuesOfTheParameters) {
   EXPECT_EQ(validate(negative, {"avnumproc.soft + 50 == 0", "avnumproc.hard == 0"}), "0");
   const KFAEnvConfig given = configOf({qosOf("numproc", 100, 201), qosOf("avnumproc", {}, 7)});
   EXPECT_EQ(validate(given, {"avnumproc.soft == 7 && avnumproc.hard == 7"}), "0");
+}
+
+TEST(ValidateQoSes, KnownParametersInAnyCase) {
+  const KFAEnvConfig config = configOf({qosOf("NUMPROC", 100, 201), qosOf("Weight", 5, 5)});
+  EXPECT_EQ(validate(config, {"avnumproc.soft == 50 && numproc.hard == 201", "weight == 5"}), "0");
+  EXPECT_EQ(validate(configOf({qosOf("SLMMemoryLimit", {}, 5)}, "slm"), {"0"}), "0");
+}
+
+// Threads check environments of their own over one vocabulary, each against a checker that is its own.
+TEST(ValidateQoSes, AnyThreadsOverOneVocabulary) {
+  const auto vocabulary = vocabularyOf(
+      kParameters,
+      {"numproc <= numproc.hard", "avnumproc * 2 >= numproc - 1", "QOS <= QOS.hard", "weight < 9"});
+  const auto work = [&vocabulary](unsigned seed) {
+    std::mt19937 random(seed);
+    const auto number = [&random] { return static_cast<long long>(random() % 16); };
+    for (int i = 0; i < 200; ++i) {
+      const std::set<KFLQoS> qoses = {qosOf("numproc", number(), number()),
+                                      qosOf("WEIGHT", number(), number()),
+                                      qosOf("slmmemorylimit", number(), number())};
+      const KFAEnvConfig config = configOf(qoses);
+      KFAQoSValidationList shared;
+      KFAQVTune own(config, vocabulary);
+      KFAQVFailedFormulas failures;
+      if (validateQoSes(&shared, vocabulary, config) != own.checkParameters(tuneParameters(qoses), failures))
+        return false;
+      const auto isSame = [](const KFAQoSValidation& record, const KFAQVTuneFailure& failure) {
+        return record.getIdentifier() == failure.formula->identifier &&
+               record.getParameters().size() == failure.params.size();
+      };
+      if (!std::equal(shared.begin(), shared.end(), failures.begin(), failures.end(), isSame)) return false;
+    }
+    return true;
+  };
+  std::vector<std::future<bool>> threads;
+  for (unsigned seed = 1; seed <= 4; ++seed)
+    threads.push_back(std::async(std::launch::async, work, seed));
+  for (auto& thread : threads)
+    EXPECT_TRUE(thread.get());
 }
 
 TEST(ValidateQoSes, RecordsOfViolatedFormulas) {

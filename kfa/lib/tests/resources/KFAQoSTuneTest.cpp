@@ -61,7 +61,7 @@ TEST_F(QoSTune, IndexFollowsTheVocabulary) {
 }
 
 TEST_F(QoSTune, RefusedVocabularies) {
-  const std::string tooMany = " in formulas initialization: formulas can tell 99 parameters apart";
+  const std::string tooMany = " in formulas initialization: formulas can tell 98 parameters apart";
   EXPECT_EQ(refusal(nullptr), "invalid vocabulary");
   EXPECT_EQ(refusal(vocabularyOf({}, {"1"})), "can not read QOS from vocabulary");
   EXPECT_EQ(refusal(vocabularyOf({{"a", 1}}, {})), "can not read FORMULAE");
@@ -75,6 +75,31 @@ TEST_F(QoSTune, RefusedVocabularies) {
   KFAQVTune none(config_, nullptr);
   KFAQVParamIDList list;
   EXPECT_EQ(none.addQOStoIndex(list), -2);
+}
+
+TEST_F(QoSTune, IsSharedByAllWhoAskForAVocabulary) {
+  const auto vocabulary = vocabularyOf({{"b", 1}, {"A", 2}}, {"A <= b"});
+  const auto shared = KFAQVTune::getShared(vocabulary);
+  ASSERT_NE(shared, nullptr);
+  EXPECT_EQ(KFAQVTune::getShared(vocabulary), shared);
+  EXPECT_NE(KFAQVTune::getShared(vocabularyOf({{"b", 1}, {"A", 2}}, {"A <= b"})), shared);
+  EXPECT_EQ(vocabulary.use_count(), 1);
+  EXPECT_EQ(KFAQVTune::getShared(nullptr), nullptr);
+  EXPECT_EQ(getErrorMessage(), "invalid vocabulary");
+  EXPECT_EQ(KFAQVTune::getShared(vocabularyOf({{"a", 1}}, {"a +"})), nullptr);
+  EXPECT_EQ(getErrorMessage(), "can not parse formula: a +");
+}
+
+// A value is found in any case of letters, but one that is spelled as in the vocabulary goes before it.
+TEST_F(QoSTune, ValuesAreFoundInAnyCase) {
+  KFAQVTune tune(config_,
+                 vocabularyOf({{"NumProc", 1}, {"x", 1}, {"X", 1}}, {"NumProc == 1", "x == 2", "X == 3"}));
+  EXPECT_EQ(check(tune, {{"numproc", {1, 1, {}}}, {"x", {2, 2, {}}}, {"X", {3, 3, {}}}}), 0);
+  EXPECT_TRUE(failures_.empty());
+  EXPECT_EQ(
+      check(tune, {{"NUMPROC", {9, 9, {}}}, {"NumProc", {1, 1, {}}}, {"x", {2, 2, {}}}, {"X", {3, 3, {}}}}),
+      0);
+  EXPECT_TRUE(failures_.empty());
 }
 
 TEST_F(QoSTune, FailedInitialisationIsFinal) {

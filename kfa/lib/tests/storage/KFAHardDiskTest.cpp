@@ -13,6 +13,10 @@ using HardDisk::List::Images;
 
 constexpr const char* kGUID = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
 
+static_assert(std::string_view(KFA::HardDisk::List::KfFS::s_COMPLEX_TYPE) == "ct_kffs");
+static_assert(std::string_view(KFA::HardDisk::List::Images<KFA::HardDisk::Zloop>::s_COMPLEX_TYPE) ==
+              "ct_zloop_disk");
+
 TEST(HardDisk, WhatIsWritten) {
   EXPECT_EQ(elementsOf(HardDisk::Zloop(1, false)), (Names{"size"}));
   HardDisk::Zloop image;

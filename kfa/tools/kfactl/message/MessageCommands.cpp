@@ -11,6 +11,7 @@
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 
 #include "environments/ElementLines.h"
@@ -59,11 +60,23 @@ void eachLine(std::string_view text, Visit visit) {
   throw Trouble(input.name + ": " + reason);
 }
 
+// Says which resource values the record, and so the message, holds as another number or not at all.
+void warnOfLosses(const boost::shared_ptr<const Parser>& parser, const Input& input) {
+  for (const auto& finding : checkConfig(KFA::KFAEnvConfigRules(parser), input.text)) {
+    const KFL::KFLBashLine line = KFL::examineBashLine(finding.lineText.c_str());
+    if (finding.severity == KFA::KFAConfigFinding::Severity::Error &&
+        parser->getQoSMap().count(KFL::toLower(std::string(line.name))) != 0)
+      printError(input.name + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
+                 ": warning: " + finding.text);
+  }
+}
+
 int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
   const Input input = readInput(session.argument(0));
   const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
   if (text.empty()) refuseValues(*session.environmentParser(), input);
   change.create(session, text);
+  warnOfLosses(session.environmentParser(), input);
   return kFine;
 }
 

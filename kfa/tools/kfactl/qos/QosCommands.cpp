@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl qos: resource parameters held against the formulas of the vocabulary.
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <set>
 
@@ -12,7 +13,12 @@
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAConfigFolder.h>
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "environments/Environment.h"
@@ -62,17 +68,22 @@ void refuseFormula(Session& session, const KFAQVTune& tune) {
   }
 }
 
-void initialise(Session& session, KFAQVTune& tune) {
-  if (tune.init() == 0) return;
+// The formulas of the vocabulary, compiled.
+std::shared_ptr<const KFAQVTune> formulasOf(Session& session) {
+  if (auto tune = KFAQVTune::getShared(session.vocabulary())) return tune;
   const std::string reason = KFL::getErrorMessage();
-  if (reason.starts_with("can not parse formula")) refuseFormula(session, tune);
+  if (reason.starts_with("can not parse formula")) {
+    const KFL::KFLVEnvConfig config;
+    KFAQVTune names(config, session.vocabulary());
+    names.init();
+    refuseFormula(session, names);
+  }
   throw Trouble(session.vocabularyPath() + ": " + reason + adviceFor(reason));
 }
 
 int listFormulas(Session& session) {
-  const KFL::KFLVEnvConfig config;
-  KFAQVTune tune(config, session.vocabulary());
-  initialise(session, tune);
+  const auto shared = formulasOf(session);
+  const KFAQVTune& tune = *shared;
   if (session.format() == Format::Table) {
     Table table({"NUMBER", "FORMULA", "COMMENT"});
     for (const KFAQVFormula& formula : tune.formulas)
@@ -100,9 +111,10 @@ struct Finding {
   std::vector<std::string> missing;
 };
 
-Finding judge(const KFAQVTune& tune, const KFA::KFAQVTuneParameters& values, const KFAQVFormula& formula) {
+Finding judge(const KFAQVTune& tune, const KFA::KFAQVTuneArray& values, const KFAQVFormula& formula) {
   Finding finding;
   finding.formula = &formula;
+  if (holdsThroughout(tune, values, formula.notation)) return finding;
   const std::vector<Evaluation> evaluations = evaluate(tune, values, formula.notation);
   if (evaluations.empty()) {
     finding.state = State::NotCheckable;
@@ -132,7 +144,7 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 // The lines under a formula.
-std::vector<std::string> detailsOf(const Finding& finding, const KFA::KFAQVTuneParameters& values) {
+std::vector<std::string> detailsOf(const Finding& finding) {
   std::vector<std::string> lines;
   if (finding.state == State::NotCheckable) {
     lines.push_back(finding.missing.empty() ? finding.reason : "without a value: " + joined(finding.missing));
@@ -140,7 +152,7 @@ std::vector<std::string> detailsOf(const Finding& finding, const KFA::KFAQVTuneP
     lines.push_back(finding.formula->comment);
     for (const Evaluation& violation : finding.violations) {
       const Step* const failing = failingStep(violation);
-      std::string line = usedText(violation, values);
+      std::string line = usedText(violation);
       if (failing != nullptr) {
         line += (line.empty() ? "" : "; ") + std::to_string(failing->left) + " " + failing->operation + " " +
                 std::to_string(failing->right) + " fails by " + std::to_string(differenceOf(*failing));
@@ -151,7 +163,7 @@ std::vector<std::string> detailsOf(const Finding& finding, const KFA::KFAQVTuneP
   return lines;
 }
 
-Document describe(const Finding& finding, const KFA::KFAQVTuneParameters& values) {
+Document describe(const Finding& finding) {
   std::string state = nameOf(finding.state);
   std::replace(state.begin(), state.end(), ' ', '_');
   Document document = {{"identifier", finding.formula->identifier},
@@ -167,7 +179,7 @@ Document describe(const Finding& finding, const KFA::KFAQVTuneParameters& values
   if (finding.state == State::Violated) {
     document["violations"] = Document::array();
     for (const Evaluation& violation : finding.violations) {
-      Document one = {{"parameters", usedDocument(violation, values)}};
+      Document one = {{"parameters", usedDocument(violation)}};
       if (const Step* const failing = failingStep(violation))
         one.update({{"left", failing->left},
                     {"operator", failing->operation},
@@ -179,38 +191,59 @@ Document describe(const Finding& finding, const KFA::KFAQVTuneParameters& values
   return document;
 }
 
-void printFindings(Session& session, const std::vector<Finding>& findings,
-                   const KFA::KFAQVTuneParameters& values) {
+// The findings with one environment.
+struct Judgement {
+  std::string file;
+  KFA::KFAQoSMemoryMode mode = KFA::KFAQoSMemoryMode::Formulas;
+  std::vector<Finding> findings;
+};
+
+void printFinding(Output& out, const Finding& finding) {
   constexpr std::pair<State, Colour> kColours[] = {
       {State::Holds, Colour::Green}, {State::Violated, Colour::Red}, {State::NotCheckable, Colour::Magenta}};
-  Output& out = session.out();
-  std::size_t counts[3] = {};
-  for (const Finding& finding : findings) {
-    const auto& [state, colour] = kColours[static_cast<std::size_t>(finding.state)];
-    ++counts[static_cast<std::size_t>(state)];
-    const std::string name = nameOf(state);
-    out.add(colour, name).add(std::string(15 - name.size(), ' '));
-    out.addLine(std::to_string(finding.formula->identifier) + "  " + printable(finding.formula->expression));
-    for (const std::string& line : detailsOf(finding, values))
-      out.add(std::string(15, ' ')).addLine(printable(line));
-  }
-  out.addLine(std::to_string(counts[0]) + " hold, " + std::to_string(counts[1]) + " violated, " +
-              std::to_string(counts[2]) + " not checkable");
+  const auto& [state, colour] = kColours[static_cast<std::size_t>(finding.state)];
+  const std::string name = nameOf(state);
+  out.add(colour, name).add(std::string(15 - name.size(), ' '));
+  out.addLine(std::to_string(finding.formula->identifier) + "  " + printable(finding.formula->expression));
+  for (const std::string& line : detailsOf(finding))
+    out.add(std::string(15, ' ')).addLine(printable(line));
 }
 
-// The memory mode of a configuration may decide without the formulas.
-int printMode(Session& session, KFA::KFAQoSMemoryMode mode) {
-  const bool isFine = mode == KFA::KFAQoSMemoryMode::Managed;
-  if (session.format() != Format::Table) {
-    printDocument(session,
-                  {{"memory_mode", isFine ? "managed" : "limit_missing"}, {"formulas", Document::array()}},
-                  "check", "formula");
-  } else if (isFine) {
-    session.out().addLine("the memory mode leaves all to slmmemorylimit; no formula applies");
-  } else {
-    session.out().addLine("the memory mode is slm, but slmmemorylimit has no value; no formula applies");
+// What the memory mode decides without the formulas.
+const char* textOf(KFA::KFAQoSMemoryMode mode) {
+  return mode == KFA::KFAQoSMemoryMode::Managed
+             ? "the memory mode leaves all to slmmemorylimit; no formula applies"
+             : "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+}
+
+// Of several environments each has a line with its file and the counts, and formulas that hold are only counted.
+void print(Output& out, const Judgement& judgement, bool isOnly) {
+  std::size_t counts[3] = {};
+  for (const Finding& finding : judgement.findings)
+    ++counts[static_cast<std::size_t>(finding.state)];
+  const std::string sum = std::to_string(counts[0]) + " hold, " + std::to_string(counts[1]) + " violated, " +
+                          std::to_string(counts[2]) + " not checkable";
+  if (!isOnly) out.add(printable(judgement.file) + ": ");
+  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) {
+    out.addLine(textOf(judgement.mode));
+    return;
   }
-  return isFine ? kFine : kFinding;
+  if (!isOnly) out.addLine(sum);
+  for (const Finding& finding : judgement.findings)
+    if (isOnly || finding.state != State::Holds) printFinding(out, finding);
+  if (isOnly) out.addLine(sum);
+}
+
+Document describe(const Judgement& judgement, bool isOnly) {
+  constexpr const char* kModes[] = {"formulas", "managed", "limit_missing"};
+  Document formulas = Document::array();
+  for (const Finding& finding : judgement.findings)
+    formulas.push_back(describe(finding));
+  Document document = Document::object();
+  if (!isOnly) document["file"] = judgement.file;
+  document["memory_mode"] = kModes[static_cast<std::size_t>(judgement.mode)];
+  document["formulas"] = std::move(formulas);
+  return document;
 }
 
 // The key of a line that assigns, in lower case.
@@ -222,42 +255,138 @@ std::string keyOf(std::string line) {
                                                                            : std::string();
 }
 
-// A value that is no number reads as another one: a judgement over it would be about a file that is not there.
-void refuseUnreadable(Session& session, const Input& input, const std::set<KFL::KFLQoS>& qoses) {
-  for (const auto& finding : checkConfig(KFA::KFAEnvConfigRules(session.environmentParser()), input.text)) {
-    if (finding.severity != KFA::KFAConfigFinding::Severity::Error) continue;
-    if (qoses.count(KFL::KFLQoS(keyOf(finding.lineText))) != 0)
+// Refuses the first line with a resource parameter whose value is no number: it reads as another one, or as none, and a
+// judgement would be about a file that is not there.
+void refuseUnreadable(const boost::shared_ptr<const KFA::KFAEnvConfigBashParser>& parser,
+                      const Input& input) {
+  for (const auto& finding : checkConfig(KFA::KFAEnvConfigRules(parser), input.text)) {
+    if (finding.severity == KFA::KFAConfigFinding::Severity::Error &&
+        parser->getQoSMap().count(keyOf(finding.lineText)) != 0)
       throw Trouble(input.name + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
                     ": " + finding.text);
   }
 }
 
-int check(Session& session) {
-  const Input input = readInput(session.argument(0));
-  const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
-  KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
-  must(config.getQoSes(qoses));
-  refuseUnreadable(session, input, qoses.getValue());
-  const KFA::KFAQoSMemoryMode mode = KFA::judgeMemoryMode(config, qoses.getValue());
-  if (mode != KFA::KFAQoSMemoryMode::Formulas) return printMode(session, mode);
+// Whether a value is one or two numbers that are read as they stand: digits, not more than 64 bits hold, or for a
+// fraction single precision.
+bool isPlain(const KFA::KFAEnvConfigBashParser::QoSDefinition& form, std::string_view value) {
+  const std::size_t most = form.valueType == 1 ? 18 : 7;
+  const auto isNumber = [most](std::string_view digits) {
+    return !digits.empty() && digits.size() <= most && (digits.size() == 1 || digits.front() != '0') &&
+           std::all_of(digits.begin(), digits.end(), [](char c) { return KFL::isDigit(c); });
+  };
+  const std::size_t colon = form.kind == 2 ? value.find(':') : std::string_view::npos;
+  if (colon == std::string_view::npos) return isNumber(value);
+  return isNumber(value.substr(0, colon)) && isNumber(value.substr(colon + 1));
+}
 
-  KFAQVTune tune(config, session.vocabulary());
-  initialise(session, tune);
-  const KFA::KFAQVTuneParameters values = KFA::tuneParameters(qoses.getValue());
-  std::vector<Finding> findings;
-  for (const KFAQVFormula& formula : tune.formulas)
-    findings.push_back(judge(tune, values, formula));
-  if (session.format() == Format::Table) {
-    printFindings(session, findings, values);
-  } else {
-    Document formulas = Document::array();
-    for (const Finding& finding : findings)
-      formulas.push_back(describe(finding, values));
-    printDocument(session, {{"memory_mode", "formulas"}, {"formulas", std::move(formulas)}}, "check");
+// What of an environment the check needs; the rest of its file is passed over.
+class Parameters {
+ public:
+  explicit Parameters(const boost::shared_ptr<const KFA::KFAEnvConfigBashParser>& parser)
+      : parser_(*parser), rules_(parser), put_(config_, *parser) {
+    config_.initMsg();
   }
-  const bool isFine = std::none_of(findings.begin(), findings.end(),
-                                   [](const Finding& finding) { return finding.state == State::Violated; });
-  return isFine ? kFine : kFinding;
+
+  int put(const std::string& key, const char* value) {
+    const auto known = parser_.getQoSMap().find(key);
+    if (known == parser_.getQoSMap().end())
+      return key == kMode ? put_.put(key, value) : KFA::kParameterUnknown;
+    isRead_ = isRead_ && (isPlain(known->second, value) || rules_.accept(key, value) == 0);
+    return put_.put(key, value);
+  }
+
+  // Whether every value is read as it stands.
+  bool isRead() const { return isRead_; }
+  const KFA::KFAEnvConfig& config() const { return config_; }
+  const std::set<KFL::KFLQoS>& qoses() { return put_.getQoSes().getValue(); }
+
+ private:
+  static constexpr const char* kMode = "slmmode";
+
+  const KFA::KFAEnvConfigBashParser& parser_;
+  KFA::KFAEnvConfigRules rules_;
+  KFA::KFAEnvConfig config_;
+  KFA::KFAEnvConfigBashParser::ParameterParserPut put_;
+  bool isRead_ = true;
+};
+
+// Judges the environment of one file and adds what is to be said of it.
+class Checker {
+ public:
+  Checker(Session& session, bool isOnly) : session_(session), isOnly_(isOnly) {}
+
+  void check(const std::string& path) {
+    const Input input = readInput(path);
+    const auto parser = session_.environmentParser();
+    Parameters parameters(parser);
+    must(KFA::readConfigText(input.text, input.name,
+                             [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
+    if (!parameters.isRead()) refuseUnreadable(parser, input);
+    Judgement judgement{input.name, judgeMemoryMode(parameters.config(), parameters.qoses()), {}};
+    if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return add(judgement);
+    const auto tune = formulasOf(session_);
+    const KFA::KFAQVTuneParameters values = KFA::tuneParameters(parameters.qoses());
+    const KFA::KFAQVTuneArray array = tune->arrange(values);
+    judgement.findings.reserve(tune->formulas.size());
+    for (const KFAQVFormula& formula : tune->formulas)
+      judgement.findings.push_back(judge(*tune, array, formula));
+    add(judgement);
+  }
+
+  // Prints what was collected: the status.
+  int finish() {
+    if (session_.format() != Format::Table && isOnly_ && !document_.empty())
+      printDocument(session_, document_.front(), "check", "formula");
+    else if (session_.format() != Format::Table && !isOnly_)
+      printDocument(session_, document_, "checks", "check");
+    return status_;
+  }
+
+ private:
+  void add(const Judgement& judgement) {
+    const bool isViolated = std::any_of(judgement.findings.begin(), judgement.findings.end(),
+                                        [](const auto& f) { return f.state == State::Violated; });
+    if (isViolated || judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing) status_ = kFinding;
+    if (session_.format() == Format::Table)
+      print(session_.out(), judgement, isOnly_);
+    else
+      document_.push_back(describe(judgement, isOnly_));
+  }
+
+  Session& session_;
+  const bool isOnly_;
+  int status_ = kFine;
+  Document document_ = Document::array();
+};
+
+// The files that the arguments name; a folder stands for its files of environments.
+std::vector<std::string> filesOf(Session& session) {
+  std::vector<std::string> files;
+  for (const std::string& path : session.arguments()) {
+    if (!std::filesystem::is_directory(path)) {
+      files.push_back(path);
+      continue;
+    }
+    KFA::KFAConfigFolder folder(path, session.environmentParser());
+    std::vector<int> veids;
+    must(folder.list(veids));
+    for (const int veid : veids)
+      files.push_back(folder.getPath(veid));
+  }
+  return files;
+}
+
+int check(Session& session) {
+  const std::vector<std::string> files = filesOf(session);
+  const auto& arguments = session.arguments();
+  Checker checker(session, files.size() == 1 && files == arguments);
+  Troubles troubles;
+  for (const std::string& file : files)
+    troubles.collect([&] { checker.check(file); });
+  const int status = checker.finish();
+  troubles.finish();
+  return status;
 }
 
 // --- eval
@@ -313,12 +442,12 @@ std::vector<std::string> tokensOf(const std::string& formula) {
   return tokens;
 }
 
-Document describe(const Evaluation& evaluation, const KFA::KFAQVTuneParameters& values, bool withSteps) {
+Document describe(const Evaluation& evaluation, bool withSteps) {
   Document document = Document::object();
   if (!evaluation.multiple.empty()) document["parameter"] = evaluation.multiple;
   document["holds"] = evaluation.state == State::Holds;
   document["value"] = evaluation.value;
-  document["parameters"] = usedDocument(evaluation, values);
+  document["parameters"] = usedDocument(evaluation);
   if (const Step* const failing = failingStep(evaluation)) document["difference"] = differenceOf(*failing);
   if (!withSteps) return document;
   document["steps"] = Document::array();
@@ -364,7 +493,6 @@ std::string spaced(const std::vector<std::string>& words) {
 struct Result {
   const KFAQVTune& tune;
   const KFAQVFormula& formula;
-  const KFA::KFAQVTuneParameters& values;
   std::vector<Evaluation> evaluations;
   bool withSteps = false;
 };
@@ -386,12 +514,12 @@ Document describe(const Result& result, bool holds) {
     document["postfix"] = postfixOf(result.tune, result.formula.notation);
   }
   if (result.formula.notation.hasMultiple == 0) {
-    document.update(describe(result.evaluations.front(), result.values, result.withSteps));
+    document.update(describe(result.evaluations.front(), result.withSteps));
     return document;
   }
   document["evaluations"] = Document::array();
   for (const Evaluation& evaluation : result.evaluations)
-    document["evaluations"].push_back(describe(evaluation, result.values, result.withSteps));
+    document["evaluations"].push_back(describe(evaluation, result.withSteps));
   return document;
 }
 
@@ -410,7 +538,11 @@ int evaluateFormula(Session& session, bool withSteps) {
   if (tune.formFormula(formula.expression, formula.notation, &error) != 0)
     throw Trouble(refusalText(formula.expression, error));
 
-  const Result result{tune, formula, values, evaluate(tune, values, formula.notation), withSteps};
+  const KFA::KFAQVTuneArray array = tune.arrange(values);
+  const Result result{tune, formula, evaluate(tune, array, formula.notation), withSteps};
+  if (result.evaluations.empty())
+    throw Trouble("no name is given that QOS could stand for; write NAME=SOFT:HARD behind the formula, " +
+                  std::string("such as numproc=200:240"));
   bool holds = true;
   for (const Evaluation& evaluation : result.evaluations) {
     if (evaluation.state == State::NotCheckable) throw Trouble(evaluation.reason);
@@ -430,12 +562,16 @@ Action prepareEval(CLI::App& app) {
 }
 
 constexpr Command kCommands[] = {
-    {"check", "FILE", "Hold the resource parameters of an environment against the vocabulary's formulas",
+    {"check", "FILE...", "Hold the resource parameters of environments against the vocabulary's formulas",
      "Every formula as holding, violated (with its comment, the parameters that took part, and by how much "
      "it\n"
-     "fails) or not checkable (with the parameters that have no value). Status 1 when one is violated.\n\n"
+     "fails) or not checkable (with the parameters that have no value). Status 1 when one is violated. Of "
+     "several\n"
+     "files, and of a folder, which stands for its VEID.conf files, the formulas that hold are only "
+     "counted.\n\n"
      "Examples:\n"
      "  kfactl qos check 101.conf\n"
+     "  kfactl qos check /etc/kfa/conf\n"
      "  kfactl --format json --vocabulary my.xml qos check 101.conf",
      withoutOptions<check>},
     {"formulas", "", "List the formulas of the vocabulary",

@@ -53,7 +53,7 @@ Evaluation evaluateOnce(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& v
   KFA::KFAQVParamIDSet used;
   const int result = tune.checkByFormula(values, formula, used, multipleIndex, &recorder);
   for (const int id : used)
-    evaluation.used.push_back(tune.getByIndex(id));
+    evaluation.used.push_back({tune.getByIndex(id), values[static_cast<std::size_t>(id)]});
   if (multipleIndex >= 0) evaluation.multiple = tune.getByIndex(multipleIndex);
   if (result < 0) {
     evaluation.state = Evaluation::State::NotCheckable;
@@ -76,9 +76,21 @@ bool isComparison(const Step& step) {
 
 }  // namespace
 
-std::vector<Evaluation> evaluate(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneParameters& values,
+bool holdsThroughout(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& values,
+                     const KFA::KFAQVPolishNotation& formula) {
+  KFA::KFAQVParamIDSet used;
+  if (formula.hasMultiple == 0) return tune.checkByFormula(values, formula, used, -1) == 0;
+  bool isEvaluated = false;
+  for (const int id : *formula.multipleList) {
+    if (values[static_cast<std::size_t>(id)] == nullptr) continue;
+    if (tune.checkByFormula(values, formula, used, id) != 0) return false;
+    isEvaluated = true;
+  }
+  return isEvaluated;
+}
+
+std::vector<Evaluation> evaluate(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& array,
                                  const KFA::KFAQVPolishNotation& formula) {
-  const KFA::KFAQVTuneArray array = tune.arrange(values);
   if (formula.hasMultiple == 0) return {evaluateOnce(tune, array, formula, -1)};
   std::vector<Evaluation> evaluations;
   for (const int id : *formula.multipleList) {
@@ -106,19 +118,17 @@ std::string valueText(const KFA::KFAQVParamsValue& value) {
   return value.soft == value.hard ? hard : std::to_string(value.soft) + ":" + hard;
 }
 
-std::string usedText(const Evaluation& evaluation, const KFA::KFAQVTuneParameters& values) {
+std::string usedText(const Evaluation& evaluation) {
   std::string text;
-  for (const std::string& name : evaluation.used)
-    text += (text.empty() ? "" : ", ") + name + " " + valueText(values.at(name));
+  for (const UsedValue& used : evaluation.used)
+    text += (text.empty() ? "" : ", ") + used.name + " " + valueText(*used.value);
   return text;
 }
 
-Document usedDocument(const Evaluation& evaluation, const KFA::KFAQVTuneParameters& values) {
+Document usedDocument(const Evaluation& evaluation) {
   Document parameters = Document::object();
-  for (const std::string& name : evaluation.used) {
-    const KFA::KFAQVParamsValue& value = values.at(name);
-    parameters[name] = {{"soft", value.soft}, {"hard", value.hard}};
-  }
+  for (const UsedValue& used : evaluation.used)
+    parameters[used.name] = {{"soft", used.value->soft}, {"hard", used.value->hard}};
   return parameters;
 }
 

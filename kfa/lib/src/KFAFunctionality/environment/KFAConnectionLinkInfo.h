@@ -15,7 +15,7 @@ class KFAConnectionLinkInfo {
  public:
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAConnectionLinkInfo>;
-  // Fails without a link; everything else that is absent stays as it was.
+  // Fails without a link; everything else that is absent is empty, or 0.
   using Reader = KFLRecordReader<KFAConnectionLinkInfo>;
 
   const std::string& getClientAddress() const { return clientAddress_; }

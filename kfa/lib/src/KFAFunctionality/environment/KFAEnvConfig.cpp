@@ -345,6 +345,7 @@ class Validator : public HardDisk::List::Visitor {
 }  // namespace
 
 int KFAEnvConfig::getHardDisks(boost::shared_ptr<HardDisk::List::Base>& disks) const {
+  disks.reset();
   if (!it_.hasChild(property("disk_list").id)) return 0;
   const KFLMessageIterator it(it_);
   it.getObject(disks, KFLReaderDerived<HardDisk::List::Base>(), property("disk_list").id);

@@ -125,7 +125,7 @@ class KFAEnvConfig : public KFLVEnvConfig {
   int getNetVEths(NetVEths& devices) const;
   int setNetVEths(const NetVEths& devices);
 
-  // Always 0; the pointer is left as it is when there is no disk list that can be read.
+  // Always 0; the pointer is empty afterwards when there is no disk list that can be read.
   int getHardDisks(boost::shared_ptr<HardDisk::List::Base>& disks) const;
   // -1, with an error text and nothing changed, when the disks that are there are bound to real storage. A
   // null pointer removes them.

@@ -16,10 +16,13 @@ struct KFAVtSettings::Binding {
   static int putServices(KFLMessageIterator& it, const KFAVtSettings& settings, const KFLField& row) {
     const OfflineServices& services = settings.offlineServices_;
     if (!services.isSpecified()) return 0;
-    if (services.getValue().empty()) return it.addEmptyChild(kNone);
-    for (const KFAOfflineService& service : services.getValue())
+    bool isEmpty = true;
+    for (const KFAOfflineService& service : services.getValue()) {
+      if (service.name.empty()) continue;
       it.putValue(service.name, row.id);
-    return 0;
+      isEmpty = false;
+    }
+    return isEmpty ? it.addEmptyChild(kNone) : 0;
   }
 
   static int getServices(const KFLMessageIterator& it, KFAVtSettings& settings, const KFLField& row) {

@@ -3,16 +3,24 @@
 #ifndef KFAFUNCTIONALITY_FILES_KFABASHLINES_H
 #define KFAFUNCTIONALITY_FILES_KFABASHLINES_H
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 #include <KFLCommon/KFLBashStr.h>
+#include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 
 namespace KFA {
+
+// Whether a line KEY="value" assigns the key. What is no such name is kept out of files, which shells source.
+inline bool isAssignableKey(std::string_view key) {
+  return !key.empty() && !KFL::isDigit(key.front()) &&
+         std::all_of(key.begin(), key.end(), [](char c) { return KFL::isAlnum(c) || c == '_'; });
+}
 
 class BashLines {
  public:

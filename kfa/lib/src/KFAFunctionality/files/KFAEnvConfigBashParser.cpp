@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
-#include <locale.h>
-#include <stdlib.h>
-
-#include <cmath>
 #include <cstring>
 #include <iterator>
 
@@ -23,6 +19,8 @@
 #include <KFAFunctionality/network/KFANetVEth.h>
 #include <KFAFunctionality/templates/KFADistribution.h>
 #include <KFAFunctionality/templates/KFATemplate.h>
+
+#include "KFAFraction.h"
 
 namespace KFA {
 
@@ -125,12 +123,6 @@ const KFAEnvConfigBashParser::KeyTable keyTable = makeKeyTable();
 const KFAKeyIndex<KFABashParse*> keyIndex = makeKeyIndex(keyTable);
 const std::string technologyName(kTechnology);
 
-// A number as sscanf's %f reads it in the C locale; 0 where there is none.
-float readFloat(const char* text) {
-  static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return strtof_l(text, nullptr, cLocale);
-}
-
 using ValueForm = KFAEnvConfigBashParser::ValueForm;
 
 // The limit is what stands behind the first colon, or all of it.
@@ -141,18 +133,17 @@ int readPair(const char* text, KFL::KFLQoS& qos) {
   return kParameterDone;
 }
 
-int readFraction(const char* text, KFL::KFLQoS& qos) {
-  constexpr double kLimit = 9.2e18;
-  const double hundredths = readFloat(text) * 100.0;
-  if (!(std::abs(hundredths) < kLimit)) return kParameterNotConverted;
-  qos.setHard(static_cast<long long>(hundredths));
+int readHundredths(const char* text, KFL::KFLQoS& qos) {
+  long long hundredths = 0;
+  if (!readFraction(text, hundredths)) return kParameterNotConverted;
+  qos.setHard(hundredths);
   return kParameterDone;
 }
 
 int readQoS(const ValueForm& form, const char* text, KFL::KFLQoS& qos) {
   if (form.kind == 2 && form.valueType == 1) return readPair(text, qos);
   if (form.kind != 1) return kParameterNotConverted;
-  if (form.valueType == 0) return readFraction(text, qos);
+  if (form.valueType == 0) return readHundredths(text, qos);
   if (form.valueType != 1) return kParameterNotConverted;
   qos.setHard(KFL::strToLonglong(text));
   return kParameterDone;
@@ -167,13 +158,13 @@ void writeQoS(const ValueForm& form, const KFL::KFLQoS& qos, std::string& text) 
   } else if (form.kind == 1 && form.valueType == 1) {
     text = std::to_string(qos.getHard());
   } else if (form.kind == 1 && form.valueType == 0) {
-    text = KFL::doubleToStr(static_cast<double>(qos.getHard()) / 100.0);
+    text = writeFraction(qos.getHard());
   }
 }
 
-int failWith(const char* format, const std::string& reason) {
+bool failWith(const char* format, const std::string& reason) {
   KFL::setErrorMessage(format, reason.c_str());
-  return -1;
+  return false;
 }
 
 // The addresses of IP_ADDRESS; "dhcp" among them means that there are none yet.
@@ -193,9 +184,9 @@ bool hasDevice(const Devices& devices, const char* name) {
   return false;
 }
 
-// Adds the host-routed device that has the addresses of IP_ADDRESS.
-int completeDevices(KFAEnvConfig& record, Devices& devices) {
-  if (hasDevice(devices, kHostRoutedDevice)) return 0;
+// Adds the host-routed device that has the addresses of IP_ADDRESS; false where none is added.
+bool completeDevices(const KFAEnvConfig& record, Devices& devices) {
+  if (hasDevice(devices, kHostRoutedDevice)) return false;
   ListOf<KFL::KFLIPAddress> addresses;
   if (record.getAddresses(addresses) != 0) {
     return failWith("can't get ip address list:%s", KFL::getErrorMessage());
@@ -211,7 +202,7 @@ int completeDevices(KFAEnvConfig& record, Devices& devices) {
   std::erase(servers.value(), std::string());
   device.setNameServers(std::move(servers.value()));
   devices.setSpecified(true);
-  return 0;
+  return true;
 }
 
 // Reads a whole file into a record. The devices are kept until all of them are known, and stored once.
@@ -230,20 +221,30 @@ class FileParser {
 
   // What was read before the malformed line.
   void stop() {
-    if (hasDevices_) record_.setNetVEths(devices_);
+    if (!hasDevices_) return;
+    const std::string reason = KFL::getErrorMessage();
+    store();
+    KFL::setErrorMessage("%s", reason.c_str());
   }
 
   void finish() {
     parser_.getQoSes().setSpecified(true);
     record_.setQoSes(parser_.getQoSes());
     record_.setType(technologyName);
-    if (!hasDevices_) record_.getNetVEths(devices_);
-    completeDevices(record_, devices_);
-    if (!devices_.isSpecified() || record_.setNetVEths(devices_) == 0) return;
-    failWith("can't set VEth list: %s", KFL::getErrorMessage());
+    // Devices of the record that cannot be read stay as they are.
+    if (!hasDevices_ && record_.getNetVEths(devices_) != 0) return;
+    const bool isCompleted = completeDevices(record_, devices_);
+    if (hasDevices_ || isCompleted) store();
   }
 
  private:
+  // A list with a device that cannot be written is none: a part of it, written back, would cost the file the rest.
+  void store() {
+    if (record_.setNetVEths(devices_) == 0) return;
+    failWith("can't set VEth list: %s", KFL::getErrorMessage());
+    record_.setNetVEths({});
+  }
+
   KFAEnvConfig& record_;
   KFAEnvConfigBashParser::ParameterParserPut parser_;
   Devices devices_;
@@ -281,12 +282,13 @@ int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& 
     std::string id;
     if (it->getID(id) != 0) continue;
     QoSDefinition definition;
+    definition.id = id;
     definition.lowerName = KFL::toLower(id);
     definition.upperName = KFL::toUpper(id);
     it->getIntAttribute("value_type", definition.valueType);
     it->getIntAttribute(KFL::kVocKind, definition.kind);
     qosMap_.emplace(definition.lowerName, definition);
-    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType});
+    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType, id});
   } while (it->nextParameter() == 0);
   return 0;
 }
@@ -342,12 +344,11 @@ int KFAEnvConfigBashParser::ParameterParserPut::put(const std::string& key, cons
     return *fixed != nullptr ? (**fixed)(key.c_str(), value, record_) : kParameterUnknown;
   }
   const ValueForm* const form = parser_.qosForms_.find(key);
-  return form != nullptr ? putQoS(key, *form, value) : kParameterUnknown;
+  return form != nullptr ? putQoS(*form, value) : kParameterUnknown;
 }
 
-int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const std::string& key, const ValueForm& form,
-                                                       const char* value) {
-  KFL::KFLQoS qos(key);
+int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const ValueForm& form, const char* value) {
+  KFL::KFLQoS qos(form.id);
   if (readQoS(form, value, qos) != kParameterDone) return kParameterNotConverted;
   // The last line of a key counts.
   std::set<KFL::KFLQoS>& qoses = qoses_.value();
@@ -369,7 +370,7 @@ int KFAEnvConfigBashParser::ParameterParserGet::get(const std::string& key, std:
   const ValueForm* const form = parser_.qosForms_.find(key);
   if (form == nullptr) return kParameterUnknown;
   KFL::KFLOptionalProperty<KFL::KFLQoS> qos;
-  if (record_.getQoS(key, qos) != 0 || !qos.isSpecified()) return kParameterWithoutValue;
+  if (record_.getQoS(form->id, qos) != 0 || !qos.isSpecified()) return kParameterWithoutValue;
   writeQoS(*form, qos.getValue(), value);
   return kParameterDone;
 }

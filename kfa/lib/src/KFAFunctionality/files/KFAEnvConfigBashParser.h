@@ -37,11 +37,13 @@ class KFAEnvConfigBashParser {
     std::string upperName;
     int kind = 2;       // 2: barrier and limit; 1: a single value
     int valueType = 1;  // 1: integer; 0: fractional, held in hundredths
+    std::string id;     // as the vocabulary spells it, and so does a record that was read
   };
   // How the value of a resource parameter is written.
   struct ValueForm {
     int kind = 2;
     int valueType = 1;
+    std::string id;
   };
   using QoSMap = std::map<std::string, QoSDefinition>;
   using KeyTable = std::map<std::string, boost::shared_ptr<KFABashParse>>;
@@ -79,7 +81,7 @@ class KFAEnvConfigBashParser {
     KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>>& getQoSes() { return qoses_; }
 
    private:
-    int putQoS(const std::string& key, const ValueForm& form, const char* value);
+    int putQoS(const ValueForm& form, const char* value);
 
     KFAEnvConfig& record_;
     const KFAEnvConfigBashParser& parser_;

@@ -109,6 +109,7 @@ void KFAGlobalConfigRules::order(KFAConfigChanges& changes) const {
     if (auto change = left.extract(key))
       changes.emplace_back(std::move(change.key()), std::move(change.mapped()));
   }
+  changes.insert(changes.end(), left.begin(), left.end());
 }
 
 int KFAGlobalConfigRules::readsBack(const std::string& text, const KFAConfigChanges& changes) const {

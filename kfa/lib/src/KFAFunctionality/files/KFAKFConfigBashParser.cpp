@@ -11,6 +11,8 @@
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
 
+#include "KFABashLines.h"
+
 namespace KFA {
 
 namespace {
@@ -105,10 +107,11 @@ int KFAKFConfigBashParser::ParameterParserGet::get(const std::string& key, std::
   return kParameterDone;
 }
 
-// The next key of the map that is no folder's.
+// The next key of the map that is no folder's and can stand in a file.
 bool KFAKFConfigBashParser::ParameterParserGet::getNextNamed(std::string& next) {
   const auto end = settings_.getValues().end();
-  while (nextNamed_ != end && findFolder(nextNamed_->first) != nullptr)
+  while (nextNamed_ != end &&
+         (findFolder(nextNamed_->first) != nullptr || !isAssignableKey(nextNamed_->first)))
     ++nextNamed_;
   if (nextNamed_ == end) return false;
   next = nextNamed_->first;

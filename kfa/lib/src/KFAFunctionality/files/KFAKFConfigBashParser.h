@@ -49,7 +49,8 @@ class KFAKFConfigBashParser {
    public:
     explicit ParameterParserGet(const KFAVtSettings& settings);
     int get(const std::string& key, std::string& value);
-    // The first key of the map that is no folder's, LOCKDIR, TEMPLATE, the other keys of the map in ascending order.
+    // The first key of the map that is no folder's, LOCKDIR, TEMPLATE, the other keys of the map in ascending order. A
+    // key that is no name of a variable is not handed out, since the file is sourced.
     int getNext(const std::string& previous, std::string& next);
 
    private:

@@ -13,6 +13,7 @@
 #include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 
 #include "KFABashLines.h"
+#include "KFAFraction.h"
 #include "KFANetifWords.h"
 
 namespace KFA {
@@ -143,7 +144,8 @@ constexpr KeyRule kRules[] = {
 constexpr KeyRule kPairRule = {"", "BARRIER:LIMIT or LIMIT, whole numbers", &compareTexts};
 constexpr KeyRule kNumberRule = {"", "a whole number", &compareTexts};
 constexpr KeyRule kFractionRule = {
-    "", "a number with at most two decimals (held in hundredths, read in single precision)", &compareTexts};
+    "", "a number with at most two decimals (held in hundredths, read in single precision)",
+    &compareFractions};
 constexpr KeyRule kNothingRule = {"", "nothing: the vocabulary gives it a kind that files do not have",
                                   &compareTexts};
 

@@ -13,7 +13,7 @@ class KFALogOptions : public KFLLogOptions {
  public:
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFALogOptions>;
-  // The result of the base part; a kind that is absent stays as it was.
+  // The result of the base part; a kind that is absent is 0.
   using Reader = KFLRecordReader<KFALogOptions>;
 
   KFALogOptions() = default;

@@ -5,6 +5,8 @@
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 
+#include "KFABashLines.h"
+
 namespace KFA {
 
 boost::shared_ptr<KFARawConfigBashParser> KFARawConfigBashParser::getInstance() {
@@ -37,6 +39,8 @@ int KFARawConfigBashParser::ParameterParserGet::get(const std::string& key, std:
 }
 
 int KFARawConfigBashParser::ParameterParserGet::getNext(const std::string&, std::string& next) {
+  while (next_ != values_.end() && !isAssignableKey(next_->first))
+    ++next_;
   if (next_ == values_.end()) return kParameterFailed;
   next = next_->first;
   ++next_;

@@ -19,7 +19,7 @@ class KFACalculateHWNodeWarning {
  public:
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFACalculateHWNodeWarning>;
-  // Never fails; what is absent stays as it was.
+  // Never fails; what is absent is empty, or 0.
   using Reader = KFLRecordReader<KFACalculateHWNodeWarning>;
 
   // The kind of warning, for programs.
@@ -39,7 +39,7 @@ class KFAExcludePath {
  public:
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAExcludePath>;
-  // Never fails; what is absent stays as it was, or is not specified.
+  // Never fails; what is absent is empty, or not specified.
   using Reader = KFLRecordReader<KFAExcludePath>;
 
   const std::string& getPath() const { return path_; }

@@ -36,8 +36,9 @@ struct KFAMigratorCloneOptions::Binding {
     return options.config_ ? it.putObj(*options.config_, row.id) : 0;
   }
   static int getConfig(const KFLMessageIterator& it, R& options, const KFLField& row) {
-    if (!options.config_) options.config_ = boost::make_shared<KFAEnvConfig>();
-    return it.hasChild(row.id) ? it.getObj(*options.config_, row.id) : 1;
+    const bool isThere = it.hasChild(row.id);
+    if (!options.config_ || !isThere) options.config_ = boost::make_shared<KFAEnvConfig>();
+    return isThere ? it.getObj(*options.config_, row.id) : 1;
   }
 };
 

@@ -24,7 +24,7 @@ class KFAMigratorCloneOptions : public KFLMigratorCloneOptions {
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFAMigratorCloneOptions>;
   // Fails only where the base part does. Afterwards the flag is specified and there is a configuration, whatever the
-  // message holds.
+  // message holds; without an element for one it is a new one.
   using Reader = KFLRecordReader<KFAMigratorCloneOptions>;
 
   KFAMigratorCloneOptions() = default;

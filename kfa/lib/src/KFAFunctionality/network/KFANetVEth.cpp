@@ -96,14 +96,22 @@ bool appendAddresses(std::string& out, const KFANetVEth& device, bool v6, std::s
   return any;
 }
 
-// The card's part; a device without a name is none.
-int getCard(const KFLMessageIterator& it, void* record, const KFLField&) {
-  auto& device = *static_cast<KFANetVEth*>(record);
-  const int result = it.getObj<KFLNetNIC>(device);
-  if (result != 0) return result;
+// A device without a name is none.
+int checkName(const KFANetVEth& device) {
   if (!device.getName().empty()) return 0;
   setErrorMessage("a network device has no interface name; one such as eth0 would be right");
   return -1;
+}
+
+// The card's part.
+int putCard(KFLMessageIterator& it, const void* record, const KFLField&) {
+  const auto& device = *static_cast<const KFANetVEth*>(record);
+  return checkName(device) == 0 ? it.putObj<KFLNetNIC>(device) : -1;
+}
+int getCard(const KFLMessageIterator& it, void* record, const KFLField&) {
+  auto& device = *static_cast<KFANetVEth*>(record);
+  const int result = it.getObj<KFLNetNIC>(device);
+  return result == 0 ? checkName(device) : result;
 }
 
 }  // namespace
@@ -113,7 +121,7 @@ KFANetVEth::~KFANetVEth() = default;
 const KFLFieldTable& KFANetVEth::fields() {
   using R = KFANetVEth;
   static constexpr KFLField rows[] = {
-      base<R, KFLNetNIC>().readBy(&getCard),
+      base<R, KFLNetNIC>().writtenBy(&putCard).readBy(&getCard),
       list<R, &R::winsServers_>("wins_server"),
       list<R, &R::nameServers_>(1281),
       presence<R, &R::hostRouted_>("host_routed"),
@@ -123,7 +131,8 @@ const KFLFieldTable& KFANetVEth::fields() {
 }
 
 void KFANetVEth::fromString(const std::string& text) {
-  const std::string_view entry = text;
+  const std::string copy(text);  // it may be a piece of the device
+  const std::string_view entry = copy;
   for (std::size_t begin = 0; begin < entry.size();) {
     const std::size_t end = std::min(entry.find(',', begin), entry.size());
     const std::string_view field = trimFront(entry.substr(begin, end - begin));

@@ -31,8 +31,8 @@ namespace KFA {
 class KFANetVEth : public KFLNetNIC {
  public:
   static const KFLFieldTable& fields();
+  // A device without an interface name can be neither written nor read.
   using Writer = KFLRecordWriter<KFANetVEth>;
-  // A device without an interface name cannot be read.
   using Reader = KFLRecordReader<KFANetVEth>;
 
   KFANetVEth() = default;

@@ -18,8 +18,8 @@ const KFLFieldTable& KFANetworkShapingClass::fields() {
   using R = KFANetworkShapingClass;
   static constexpr KFLField rows[] = {
       field<R, &R::id_>(1010).required(),
-      field<R, &R::guaranteedRate_>(1251).orDefault(),
-      field<R, &R::maximumRate_>(1252).orDefault(),
+      field<R, &R::guaranteedRate_>(1251),
+      field<R, &R::maximumRate_>(1252),
   };
   static constexpr KFLFieldTable table{"KFANetworkShapingClass", kTypesURI, "", rows};
   return table;
@@ -29,8 +29,8 @@ const KFLFieldTable& KFANetworkShapingIPRange::fields() {
   using R = KFANetworkShapingIPRange;
   static constexpr KFLField rows[] = {
       field<R, &R::shapingClassID_>(1417).required(),
-      field<R, &R::address_>(2047).required(),
-      field<R, &R::mask_>(1034).orDefault(),
+      field<R, &R::address_>(2047).required().mustWrite(),
+      field<R, &R::mask_>(1034),
   };
   static constexpr KFLFieldTable table{"KFANetworkShapingIPRange", kTypesURI, "", rows};
   return table;
@@ -50,7 +50,7 @@ const KFLFieldTable& KFANetConfiguration::fields() {
   using R = KFANetConfiguration;
   static constexpr KFLField rows[] = {
       presence<R, &R::enabled_>(1248),
-      list<R, &R::ranges_>(1253).required(),
+      list<R, &R::ranges_>(1253).required().mustWrite(),
       list<R, &R::classes_>(1094).required(),
       list<R, &R::devices_>(1250).required(),
   };

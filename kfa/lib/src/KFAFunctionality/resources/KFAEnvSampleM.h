@@ -25,7 +25,8 @@ class KFAQoSValidation {
   using Writer = KFLRecordWriter<KFAQoSValidation>;
   using Reader = KFLRecordReader<KFAQoSValidation>;
 
-  // The names of the parameters that took part, in the order of the vocabulary.
+  // The names of the parameters that took part, in the order of the vocabulary. None where a formula names none; the
+  // message then has one empty element for them.
   const std::vector<std::string>& getParameters() const { return parameters_; }
   void setParameters(const std::vector<std::string>& parameters) { parameters_ = parameters; }
   int getIdentifier() const { return identifier_; }
@@ -53,14 +54,17 @@ enum class KFAQoSMemoryMode {
 KFAQoSMemoryMode judgeMemoryMode(const KFLVEnvConfig& config, const std::set<KFLQoS>& qoses);
 
 // The values that the formulas are evaluated over, from a set of resource parameters: a soft value that is
-// not specified is the hard one, and "avnumproc", where it is lacking, is half of "numproc".
+// not specified is the hard one, and "avnumproc", where it is lacking, is half of "numproc". The ids stay as they are
+// spelled; these two are found in any case of letters.
 KFAQVTuneParameters tuneParameters(const std::set<KFLQoS>& qoses);
 
 // Checks the resource parameters of a configuration and appends one record for each violated formula. 0 when
 // the check ran or was not needed (memory is managed by "slmmemorylimit" alone); 1 when the memory mode "slm"
 // lacks that parameter; -2 (vocabulary, or no resource parameters), -3 (a formula's parameter has no value)
-// or -1 (a formula that cannot be evaluated) with an error text, and `result` as it was. A null `result` is a
-// programming error. Any thread, with a configuration that no other uses meanwhile.
+// or -1 (a formula that cannot be evaluated) with an error text, and `result` as it was. It is all or nothing: the first
+// formula that cannot be evaluated ends the check, and what was violated before it is not told; `kfactl qos check` goes
+// on and lists such a formula as not checkable. A null `result` is a programming error. The vocabulary's formulas are
+// compiled for its first check. Any thread, with a configuration that no other uses meanwhile.
 int validateQoSes(KFAQoSValidationList* result, KFLVocMapSP vocabulary, const KFLVEnvConfig& config);
 
 }  // namespace KFA

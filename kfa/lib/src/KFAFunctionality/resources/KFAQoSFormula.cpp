@@ -272,7 +272,14 @@ class Compiler {
     return true;
   }
 
+  // What people take for a part of a name; one that begins no token where it stands.
+  bool endsInNameMark() const { return *(token_.text.data() + token_.text.size()) == '_'; }
+
   bool takeName() {
+    if (endsInNameMark()) {
+      token_.text = {token_.text.data() + token_.text.size(), 1};
+      return refuse([&] { return "'_' cannot stand in a name; letters, digits and dots make up one"; });
+    }
     bool hard = false;
     std::string_view name = token_.text;
     if (const std::size_t dot = name.rfind('.'); dot != std::string_view::npos) {

@@ -9,7 +9,7 @@
 //
 // Arithmetic is on signed 64-bit integers and wraps. Formulas are written without parentheses: a closed pair
 // counts as one more operator, so the ordinary use of parentheses is refused. The encoding of a term keeps
-// parameter and value apart by the number 100, so parameter indices run from 1 to 99. docs/formats.md
+// parameter and value apart by the number 100, so indices run from 1 to 99: 98 parameters and QOS. docs/formats.md
 // describes the language.
 //
 // Nothing here is shared between calls; a compiled notation may be evaluated by any number of threads at

@@ -17,9 +17,10 @@ namespace KFA {
 
 using KFAQVParamIDList = std::vector<int>;
 
-// An ordered set of parameter indices from 0 to 127, with the interface of std::set. It never allocates. An
-// index is one bit; the elements that iterators refer to stand in a table of all of them, so references stay
-// valid for good.
+// An ordered set of parameter indices from 0 to 127. What it has of the operations of std::set bears their names:
+// insert and erase of an index (insert gives no result), merge, clear, count, contains, find, size, empty, iterators
+// that go forward, and comparison for equality. It never allocates. An index is one bit; the elements that iterators
+// refer to stand in a table of all of them, so references stay valid for good.
 class KFAQVParamIDSet {
  public:
   static constexpr int kLimit = 128;

@@ -7,7 +7,11 @@
 
 #include <KFLCommon/KFLCheck.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLock.h>
 #include <KFLCommon/KFLText.h>
+#include <KFLFunctionality/KFLVEnvConfig.h>
+
+#include <boost/smart_ptr/weak_ptr.hpp>
 
 namespace KFA {
 
@@ -62,6 +66,66 @@ const std::map<std::string, KFAQVTune::Filler, std::less<>> KFAQVTune::MultipleT
 
 KFAQVTune::KFAQVTune(const KFLVEnvConfig& environment, boost::shared_ptr<KFLVocMap> vocabularyMap)
     : config(environment), vocabulary(std::move(vocabularyMap)), names(20) {}
+
+// --- Sharing -------------------------------------------------------------------------------------------------------
+
+namespace {
+
+struct SharedTune {
+  explicit SharedTune(const KFLVocMapSP& vocabulary) : tune(none, vocabulary) {}
+  KFLVEnvConfig none;
+  KFAQVTune tune;
+};
+
+// The checkers by their vocabularies, which they do not keep alive.
+class SharedTunes {
+ public:
+  std::shared_ptr<const KFAQVTune> find(const KFLVocMapSP& vocabulary) {
+    const KFLLockGuard guard(lock_);
+    return findLocked(vocabulary);
+  }
+
+  // Of two threads that make one at the same time, both go on with the first.
+  std::shared_ptr<const KFAQVTune> add(const KFLVocMapSP& vocabulary,
+                                       const std::shared_ptr<const KFAQVTune>& tune) {
+    const KFLLockGuard guard(lock_);
+    if (auto known = findLocked(vocabulary)) return known;
+    std::erase_if(known_, [](const Known& known) { return known.vocabulary.expired(); });
+    known_.push_back({vocabulary, tune});
+    return tune;
+  }
+
+ private:
+  struct Known {
+    boost::weak_ptr<const KFLVocMap> vocabulary;
+    std::shared_ptr<const KFAQVTune> tune;
+  };
+
+  std::shared_ptr<const KFAQVTune> findLocked(const KFLVocMapSP& vocabulary) const {
+    for (const Known& known : known_) {
+      if (!known.vocabulary.owner_before(vocabulary) && !vocabulary.owner_before(known.vocabulary))
+        return known.tune;
+    }
+    return nullptr;
+  }
+
+  KFLLock lock_;
+  std::vector<Known> known_;
+};
+
+SharedTunes sharedTunes;
+
+}  // namespace
+
+std::shared_ptr<const KFAQVTune> KFAQVTune::getShared(const boost::shared_ptr<KFLVocMap>& vocabulary) {
+  if (auto known = vocabulary ? sharedTunes.find(vocabulary) : nullptr) return known;
+  const auto made = std::make_shared<SharedTune>(vocabulary);
+  if (made->tune.init() != 0) return nullptr;
+  made->tune.vocabulary.reset();
+  return sharedTunes.add(vocabulary, {made, &made->tune});
+}
+
+// --- Initialisation ------------------------------------------------------------------------------------------------
 
 int KFAQVTune::init() {
   if (vocabulary == nullptr) {
@@ -126,8 +190,9 @@ int KFAQVTune::getNewIndex(const std::string& name, KFAQVParamsValue** entry) {
     return kTuneVocabularyFailure;
   }
   if (count >= kLastParameterIndex) {
+    // The word QOS takes one of the indices.
     setErrorMessage("no index for '%s' in formulas initialization: formulas can tell %d parameters apart",
-                    name.c_str(), kLastParameterIndex);
+                    name.c_str(), kLastParameterIndex - 1);
     return kTuneVocabularyFailure;
   }
   KFAQVParamsValue& made = index[name];
@@ -135,8 +200,16 @@ int KFAQVTune::getNewIndex(const std::string& name, KFAQVParamsValue** entry) {
   const auto place = static_cast<std::size_t>(count);
   if (place >= names.size()) names.resize(place + 5);
   names[place] = name;
+  byName_.add(name, count);
+  byLowerName_.add(toLower(name), count);
   if (entry != nullptr) *entry = &made;
   return 0;
+}
+
+int KFAQVTune::findIndex(std::string_view name) const {
+  const int* found = byName_.find(name);
+  if (found == nullptr) found = byLowerName_.find(toLower(std::string(name)));
+  return found != nullptr ? *found : 0;
 }
 
 const std::string& KFAQVTune::getByIndex(int id) const {
@@ -167,19 +240,24 @@ int KFAQVTune::formFormula(const std::string& formula, KFAQVPolishNotation& out,
 
 KFAQVTuneArray KFAQVTune::arrange(const KFAQVTuneParameters& values) const {
   KFAQVTuneArray array(static_cast<std::size_t>(count), nullptr);
-  for (const auto& [name, value] : values) {
-    const auto found = index.find(name);
-    if (found == index.end()) continue;
-    const auto place = static_cast<std::size_t>(indexOf(found->second));
-    // The last index belongs to QOS, which has no value of its own.
-    if (place < array.size()) array[place] = &value;
-  }
+  for (const auto& [name, value] : values)
+    place(name, value, array);
   return array;
 }
 
+void KFAQVTune::place(std::string_view name, const KFAQVParamsValue& value, KFAQVTuneArray& values) const {
+  const auto at = static_cast<std::size_t>(findIndex(name));
+  // The last index belongs to QOS, which has no value of its own.
+  if (at == 0 || at >= values.size()) return;
+  if (values[at] == nullptr || names[at] == name) values[at] = &value;
+}
+
 int KFAQVTune::checkParameters(const KFAQVTuneParameters& values, KFAQVFailedFormulas& failures) {
-  if (const int result = init(); result != 0) return result;
-  const KFAQVTuneArray array = arrange(values);
+  const int result = init();
+  return result != 0 ? result : check(arrange(values), failures);
+}
+
+int KFAQVTune::check(const KFAQVTuneArray& array, KFAQVFailedFormulas& failures) const {
   for (const KFAQVFormula& formula : formulas) {
     if (formula.notation.hasMultiple == 0) {
       if (const int result = checkFormula(array, formula, -1, failures); result < 0) return result;

@@ -6,20 +6,23 @@
 //   KFAQVFailedFormulas failures;
 //   if (tune.checkParameters({{"numproc", {200, 240}}, ...}, failures) != 0) puts(getErrorMessage().c_str());
 //
-// One object serves one thread and is usually made for one check. The trap: failures point into its formulas
-// and are valid only while it lives.
+// One object serves one thread. The checker of a vocabulary is also to be had compiled, from getShared(): made once,
+// never changed, for any threads. The trap: failures point into the object's formulas and are valid only while it lives.
 #ifndef KFAFUNCTIONALITY_RESOURCES_KFAQOSTUNE_H
 #define KFAFUNCTIONALITY_RESOURCES_KFAQOSTUNE_H
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <KFLFunctionality/KFLVocMap.h>
 
+#include <KFAFunctionality/files/KFAKeyIndex.h>
 #include <KFAFunctionality/resources/KFAQoSFormula.h>
 
 namespace KFL {
@@ -82,6 +85,11 @@ class KFAQVTune {
   KFAQVTune(const KFAQVTune&) = delete;
   KFAQVTune& operator=(const KFAQVTune&) = delete;
 
+  // The checker of a vocabulary, initialised. It is made when it is first asked for and given to all who ask while the
+  // vocabulary lives; its config is an empty one, and it has no vocabulary of its own. Null, with an error text, when
+  // init() fails. Any thread.
+  static std::shared_ptr<const KFAQVTune> getShared(const boost::shared_ptr<KFLVocMap>& vocabulary);
+
   // Reads parameters and formulas from the vocabulary: 0, or -2 with an error text; a failure is final for
   // the object. Later calls return 0 at once.
   int init();
@@ -89,6 +97,9 @@ class KFAQVTune {
   // Gives a name the next index, from 1 on: 0, or -2 with an error text when it has one or when there are
   // more than terms can tell apart. `entry`, where given, receives the place of the new entry.
   int getNewIndex(const std::string& name, KFAQVParamsValue** entry = nullptr);
+
+  // The index of a name, in any case of letters where none is spelled so; 0 when there is none.
+  int findIndex(std::string_view name) const;
 
   // The name of an index from 0 to count - 1; another index is a programming error.
   const std::string& getByIndex(int id) const;
@@ -113,9 +124,14 @@ class KFAQVTune {
   // the violated ones appended to `failures`; else the first negative code, with the failures before it.
   int checkParameters(const KFAQVTuneParameters& values, KFAQVFailedFormulas& failures);
 
+  // The same over values in the order of the index, of an object that has been initialised.
+  int check(const KFAQVTuneArray& values, KFAQVFailedFormulas& failures) const;
+
   // The values in the order of the index, as checkByFormula() takes them; they point into `values`. Names
-  // that the index does not know, and QOS, are left out.
+  // that the index does not know in any case of letters, and QOS, are left out.
   KFAQVTuneArray arrange(const KFAQVTuneParameters& values) const;
+  // Puts the value of a name into such an array. A value under the very name goes before one in another case.
+  void place(std::string_view name, const KFAQVParamsValue& value, KFAQVTuneArray& values) const;
 
   // The postfix form of a notation, for people.
   std::string toString(const KFAQVPolishNotation& formula) const;
@@ -136,6 +152,10 @@ class KFAQVTune {
   int addFormula(KFLVocIterator& entry);
   int checkFormula(const KFAQVTuneArray& values, const KFAQVFormula& formula, int multipleIndex,
                    KFAQVFailedFormulas& failures) const;
+
+  // The indices by name, and by name in lower case.
+  KFAKeyIndex<int> byName_;
+  KFAKeyIndex<int> byLowerName_;
 };
 
 }  // namespace KFA

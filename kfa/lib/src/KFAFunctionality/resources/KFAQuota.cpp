@@ -21,7 +21,7 @@ const KFLRecordRegistration<KFAVeCPULoad> recordVeCPULoad("KFAVeCPULoad");
 const KFLFieldTable& KFAUGIDQuotaLimit::QuotaLimit::fields() {
   using R = QuotaLimit;
   static constexpr KFLField rows[] = {
-      field<R, &R::current_>(1065).orDefault().mustWrite(),
+      field<R, &R::current_>(1065).mustWrite(),
       field<R, &R::soft_>(1066).required().mustWrite(),
       field<R, &R::hard_>(1067).required().mustWrite(),
   };

@@ -87,8 +87,7 @@ const KFLFieldTable& Base::elements() {
 const KFLFieldTable& KfFS::fields() {
   using R = KfFS;
   static constexpr KFLField rows[] = {field<R, &R::disk_>(kDiskElement).required().mustWrite()};
-  static constexpr KFLFieldTable table{"HardDisk::List::KfFS", kTypesURI, HardDisk::KfFS::s_COMPLEX_TYPE,
-                                       rows};
+  static constexpr KFLFieldTable table{"HardDisk::List::KfFS", kTypesURI, s_COMPLEX_TYPE, rows};
   return table;
 }
 
@@ -99,7 +98,7 @@ int KfFS::accept(Visitor& visitor) const {
 template <class Image>
 const KFLFieldTable& Images<Image>::fields() {
   static constexpr KFLField rows[] = {list<Images, &Images::images_>(kDiskElement).required().mustWrite()};
-  static constexpr KFLFieldTable table{kImagesName<Image>, kTypesURI, Image::s_COMPLEX_TYPE, rows};
+  static constexpr KFLFieldTable table{kImagesName<Image>, kTypesURI, s_COMPLEX_TYPE, rows};
   return table;
 }
 

@@ -140,6 +140,8 @@ class Base {
 // One shared file system area.
 class KfFS : public Base {
  public:
+  static constexpr const char* s_COMPLEX_TYPE = HardDisk::KfFS::s_COMPLEX_TYPE;
+
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KfFS>;
   // Fails when there is no disk.
@@ -161,6 +163,8 @@ class KfFS : public Base {
 template <class Image>
 class Images : public Base {
  public:
+  static constexpr const char* s_COMPLEX_TYPE = Image::s_COMPLEX_TYPE;
+
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<Images>;
   // Fails at the first image that cannot be read.

@@ -31,6 +31,18 @@ const KFLFieldTable& KFAPackageVersion::optionalFields() {
   return table;
 }
 
+const KFLFieldTable& KFAPackageVersion::configFields() {
+  using R = KFAPackageVersion;
+  static constexpr KFLField rows[] = {
+      field<R, &R::version_>(1497).whenNotEmpty().mustWrite(),
+      field<R, &R::standard_>(1498).required().mustWrite(),
+      field<R, &R::cached_>(1499).mustWrite(),
+      container<R, &R::dependencies_>(1509, 1295).mustWrite(),
+  };
+  static constexpr KFLFieldTable table{"KFATemplateConfigInfo::Version", kTypesURI, "", rows};
+  return table;
+}
+
 int KFAPackageVersion::Writer::operator()(KFLMessageIterator& it, const KFAPackageVersion& version) const {
   return (mayBeAbsent_ ? optionalFields() : fields()).write(it, &version);
 }

@@ -36,6 +36,9 @@ class KFAPackageVersion {
     bool mayBeAbsent_;
   };
 
+  // The fields in a template's configuration, where the version may be absent.
+  static const KFLFieldTable& configFields();
+
   const std::string& getVersion() const { return version_; }
   void setVersion(const std::string& version) { version_ = version; }
   bool getStandard() const { return standard_; }
@@ -50,7 +53,7 @@ class KFAPackageVersion {
   void setLocation(const std::string& location) { location_ = location; }
 
  private:
-  // The fields where the version may be absent.
+  // The fields where version and flag may be absent.
   static const KFLFieldTable& optionalFields();
 
   std::string version_;

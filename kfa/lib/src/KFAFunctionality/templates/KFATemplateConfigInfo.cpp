@@ -12,10 +12,19 @@ static const KFLRecordRegistration<KFATemplateConfigInfo::Option> recordOption(
 
 namespace {
 
-// An empty version text is left out.
+// An empty version text is left out, and one that is absent is empty.
 int putVersion(KFLMessageIterator& it, const void* record, const KFLField&) {
   const KFAPackageVersion& version = *static_cast<const KFATemplateConfigInfo*>(record);
   return it.putObject(version, KFAPackageVersion::Writer(true));
+}
+int getVersion(const KFLMessageIterator& it, void* record, const KFLField& row) {
+  KFAPackageVersion& version = *static_cast<KFATemplateConfigInfo*>(record);
+  return row.table().read(it, &version);
+}
+constexpr KFLField versionPart() {
+  KFLField row = base<KFATemplateConfigInfo, KFAPackageVersion>().writtenBy(&putVersion).readBy(&getVersion);
+  row.table = &KFAPackageVersion::configFields;
+  return row;
 }
 
 }  // namespace
@@ -33,7 +42,7 @@ const KFLFieldTable& KFATemplateConfigInfo::Option::fields() {
 const KFLFieldTable& KFATemplateConfigInfo::fields() {
   using R = KFATemplateConfigInfo;
   static constexpr KFLField rows[] = {
-      base<R, KFAPackageVersion>().writtenBy(&putVersion),
+      versionPart(),
       field<R, &R::name_>(1026).required().mustWrite(),
       field<R, &R::baseTemplate_>(1501).required().mustWrite(),
       entries<R, &R::options_>(1502, 1017, {}).mustWrite(),

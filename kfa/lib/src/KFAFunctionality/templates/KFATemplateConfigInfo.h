@@ -34,7 +34,8 @@ class KFATemplateConfigInfo : public KFAPackageVersion {
 
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFATemplateConfigInfo>;
-  // Version, name, base template and packages must be there and well formed; packages may be none.
+  // The flag for standard packages, name, base template and packages must be there and well formed; packages may be
+  // none. A version that is absent is empty, as an empty one is not written.
   using Reader = KFLRecordReader<KFATemplateConfigInfo>;
 
   const std::string& getName() const { return name_; }

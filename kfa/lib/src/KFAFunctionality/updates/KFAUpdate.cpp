@@ -69,7 +69,7 @@ const KFLFieldTable& KFASystemUpdate::fields() {
   using R = KFASystemUpdate;
   static constexpr KFLField rows[] = {
       base<R, KFAUpdate>(),
-      named<R, &R::type_>(1007, updateTypeIdToName).whenNotEmpty().orDefault().wellFormed(),
+      named<R, &R::type_>(1007, updateTypeIdToName).whenNotEmpty().wellFormed(),
       field<R, &R::summary_>(1264),
       field<R, &R::details_>(1276),
   };

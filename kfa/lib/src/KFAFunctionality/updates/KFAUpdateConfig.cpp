@@ -22,7 +22,7 @@ const KFLFieldTable& KFAUpdateServiceSettings::fields() {
   using R = KFAUpdateServiceSettings;
   static constexpr KFLField rows[] = {
       presence<R, &R::autoReboot_>("autoreboot"),
-      named<R, &R::checkDay_>("check_period", dayOfWeekIdToName).whenNotEmpty().orDefault().wellFormed(),
+      named<R, &R::checkDay_>("check_period", dayOfWeekIdToName).whenNotEmpty().wellFormed(),
       field<R, &R::checkInterval_>(1992).required(),
       presence<R, &R::autoInstall_>(1705),
   };

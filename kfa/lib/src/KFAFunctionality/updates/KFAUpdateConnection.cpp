@@ -33,6 +33,7 @@ int KFAUpdateConnectionSettings::readUrl(const KFLMessageIterator& it, KFAUpdate
                                          const KFLField& row) {
   Text& url = settings.url_;
   url.setSpecified(it.getValue(url.value(), row.id) == 0);
+  if (!url.isSpecified()) url.reset();
   return 0;
 }
 

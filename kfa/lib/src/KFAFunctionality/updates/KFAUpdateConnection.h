@@ -54,7 +54,7 @@ class KFAUpdateProxySettings : public KFAUpdateConnectionSettings {
   static const KFLFieldTable& fields();
   // -1 for a type that has no name.
   using Writer = KFLRecordWriter<KFAUpdateProxySettings>;
-  // -1 for an unknown name; where there is none, the type stays as it was.
+  // -1 for an unknown name; where there is none, the type is NoProxy.
   using Reader = KFLRecordReader<KFAUpdateProxySettings>;
 
   // A ProxyType.
