@@ -42,9 +42,8 @@ TEST(KFASystemUpdate, TypeStandsAsItsName) {
 TEST(KFASystemUpdate, UnknownTypeFailsWithWhatIsAccepted) {
   KFAWindowsSystemUpdate update;
   EXPECT_EQ(readFrom("<kind>Hotfix</kind><product>p</product>", update), -1);
-  EXPECT_EQ(
-      getErrorMessage(),
-      "KFASystemUpdate: the element 'kind' holds 'Hotfix'; hotfix, servicepack or version would be right");
+  EXPECT_EQ(getErrorMessage(),
+            "/r/kind: 'Hotfix' is no known name; hotfix, servicepack or version is wanted");
   EXPECT_EQ(update.getProduct().getValue(), "");
 }
 
