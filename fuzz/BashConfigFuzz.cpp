@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // KEY="value" files: a rewrite that changes nothing copies every byte, one that changes a key changes its lines alone and
-// reads back, and the check finds an error wherever reading stops.
+// reads back, the check finds an error wherever reading stops, and a plain line means to the grammar what it means without.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -8,7 +9,12 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <vector>
 
+#include <KFLBash/KFLBashJudge.h>
+#include <KFLBash/KFLBashPieces.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
@@ -53,6 +59,20 @@ std::string rewrite(const std::string& text, const Values& values) {
 int readRaw(const std::string& text, Values& values) {
   KFA::KFAMemoryStream in(text);
   return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+}
+
+// The first line of the text, as long as it is plain, both ways.
+void checkPlain(std::string_view text) {
+  KFL::KFLBashPlainLine plain;
+  if (!KFL::readPlainBashLine(text, plain)) return;
+  std::vector<char> line(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain.length));
+  const KFL::KFLBashJudgement judged = KFL::judgeBashLine({line.data(), line.size()});
+  require(judged.line.name == plain.name && judged.line.reason == KFL::KFLBashLine::Reason::None,
+          "a plain line is one to the grammar too");
+  if (plain.name.empty()) return;
+  require(judged.pieces.begin() == plain.first && judged.pieces.end() == plain.end, "its value stands there");
+  const std::size_t end = KFL::unquoteBashValue(line, judged.pieces);
+  require(std::string_view(line.data() + plain.first, end - plain.first) == plain.value, "and is the same");
 }
 
 void checkRaw(const std::string& text) {
@@ -109,6 +129,8 @@ void checkGlobal(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
+  for (std::size_t at = 0; at < size; at = std::min(text.find('\n', at), size) + 1)
+    checkPlain(std::string_view(text).substr(at));
   checkRaw(text);
   checkEnv(text);
   checkGlobal(text);

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLIPv6.h>
 #include <KFLFunctionality/KFLVocMap.h>

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <map>
 
+#include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
@@ -43,7 +45,9 @@ Lines readLines(std::istream& in) {
   Lines result;
   {
     KFA::detail::ConfigLines lines(in);
-    for (std::string_view line; lines.next(line);)
+    KFL::KFLBashPlainLine plain;
+    bool isPlain = false;
+    for (std::string_view line; lines.next(line, plain, isPlain);)
       result.lines.emplace_back(line);
   }
   result.state = in.rdstate();
@@ -90,7 +94,9 @@ TEST(ConfigLines, AreThoseOfTheStandardReader) {
 TEST(ConfigLines, LeaveTheStreamBehindTheLastLineGiven) {
   std::istringstream in("one\ntwo\nthree\n");
   std::string_view line;
-  KFA::detail::ConfigLines(in).next(line);
+  KFL::KFLBashPlainLine plain;
+  bool isPlain = false;
+  KFA::detail::ConfigLines(in).next(line, plain, isPlain);
   std::string rest;
   std::getline(in, rest);
   EXPECT_EQ(rest, "two");
@@ -209,6 +215,20 @@ TEST(SerializeBashLikeConfig, GivesNoKeyTheValueOfAnother) {
 }
 
 // The file read into the map and written over itself changes nothing but the quotes, and then nothing at all.
+// No line can have such a key, and one written all the same would be a command.
+TEST(SerializeBashLikeConfig, WritesNoKeyThatIsNoName) {
+  const Values values = {{"", "boo"}, {"1a", "x"}, {"a b", "x"}, {"a", "1"}, {"b-c", "x"}};
+  std::ostringstream raw;
+  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig(values, raw, nullptr, false), 0);
+  EXPECT_EQ(raw.str(), "A=\"1\"\n");
+  KFA::KFAVtSettings settings;
+  for (const auto& [key, value] : values)
+    settings.addValue(key, value);
+  std::ostringstream global;
+  EXPECT_EQ(KFA::KFAKFConfigBashParser::getInstance()->putConfig(settings, global, nullptr, false), 0);
+  EXPECT_EQ(global.str(), "A=\"1\"\n");
+}
+
 TEST(RawConfig, RewritingAFileWithItsOwnValuesKeepsIt) {
   const auto rewriteAll = [](const std::string& text) {
     Values values;

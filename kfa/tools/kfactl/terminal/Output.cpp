@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
 #include "terminal/Trouble.h"

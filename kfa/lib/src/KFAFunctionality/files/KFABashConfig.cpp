@@ -82,9 +82,19 @@ bool ConfigLines::nextAcrossBuffers(std::string_view& line) {
   return true;
 }
 
-int refuseLongLine() {
-  KFL::setErrorMessage("a line of more than %zu bytes; a shorter one is wanted", kMaxLine);
-  return -1;
+// A line that needs the grammar.
+int ConfigAssignments::parse(ConfigAssignment& assignment) {
+  if (line_.size() > kMaxLine) {
+    KFL::setErrorMessage("a line of more than %zu bytes; a shorter one is wanted", kMaxLine);
+    return KFL::kBashMalformed;
+  }
+  char* name = nullptr;
+  char* value = nullptr;
+  unsigned int first = 0;
+  unsigned int last = 0;
+  const int kind = KFL::parseBashStr(buffer_.copy(line_), &name, &value, &first, &last);
+  if (kind == KFL::kBashAssignment) assignment = {name, value, first, std::size_t{last} + 1 - first};
+  return kind;
 }
 
 void ConfigOutput::beginLine(std::string_view line) {
@@ -92,8 +102,7 @@ void ConfigOutput::beginLine(std::string_view line) {
   pending_.append(line);
 }
 
-void ConfigOutput::replaceValue(unsigned int first, unsigned int last, const std::string& value) {
-  const std::size_t old = std::size_t{last} - first + 1;
+void ConfigOutput::replaceValue(std::size_t first, std::size_t old, const std::string& value) {
   const std::size_t at = lineBegin_ + first;
   if (value.size() + 2 > old) {
     pending_.insert(at + old, value.size() + 2 - old, '"');

@@ -21,7 +21,7 @@
 #include <string>
 #include <string_view>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 
@@ -62,8 +62,8 @@ class LineBuffer {
   unsigned int capacity_ = 0;
 };
 
-// The lines of a stream, as getline gives them, where they stand in the stream's buffer. Each is valid until the next
-// one is asked for. While it lives the stream's position is unsettled; afterwards it is behind the last line given.
+// The lines of a stream, as getline gives them, taken apart where they stand in the stream's buffer. Each is valid until the
+// next one is asked for. While it lives the stream's position is unsettled; afterwards it is behind the last line given.
 class ConfigLines {
  public:
   explicit ConfigLines(std::istream& in) : in_(in) { latch(); }
@@ -71,6 +71,21 @@ class ConfigLines {
   ConfigLines& operator=(const ConfigLines&) = delete;
   ~ConfigLines() { release(); }
 
+  // The next line, and what it tells without the grammar; isPlain says whether it does.
+  bool next(std::string_view& line, KFL::KFLBashPlainLine& plain, bool& isPlain) {
+    const std::string_view ready(at_, static_cast<std::size_t>(end_ - at_));
+    isPlain = !ready.empty() && KFL::readPlainBashLine(ready, plain) && plain.length < ready.size();
+    if (isPlain) {
+      line = ready.substr(0, plain.length);
+      at_ += plain.length + 1;
+      return true;
+    }
+    if (!next(line)) return false;
+    isPlain = KFL::readPlainBashLine(line, plain);
+    return true;
+  }
+
+ private:
   bool next(std::string_view& line) {
     const void* const newline =
         at_ == end_ ? nullptr : std::memchr(at_, '\n', static_cast<std::size_t>(end_ - at_));
@@ -79,8 +94,6 @@ class ConfigLines {
     at_ += line.size() + 1;
     return true;
   }
-
- private:
   void latch();
   void release();
   bool nextAcrossBuffers(std::string_view& line);
@@ -95,29 +108,56 @@ class ConfigLines {
 // No line that is parsed is longer: its positions must be numbers.
 inline constexpr std::size_t kMaxLine = std::numeric_limits<int>::max() - 1;
 
-// Whether the line is blank or a comment.
-inline bool isSilent(std::string_view line) {
-  std::size_t at = 0;
-  while (at < line.size() && KFL::isBlank(line[at]))
-    ++at;
-  return at == line.size() || line[at] == '#';
-}
-
-// Says in the error text that the line is too long to be read: -1.
-int refuseLongLine();
-
 // A key as parsers are given it: the name in lower case.
-inline void assignLower(std::string& key, const char* name) {
-  constexpr std::size_t kUsual = 64;
-  char lower[kUsual];
-  std::size_t size = 0;
-  for (; size < kUsual && name[size] != '\0'; ++size)
-    lower[size] = KFL::toLower(name[size]);
-  key.assign(lower, size);
-  if (size < kUsual) return;
-  key.append(name + size);
-  KFL::toLowerInPlace(key);
+inline void assignLower(std::string& key, std::string_view name) {
+  key.resize(name.size());
+  char* const lower = key.data();
+  for (std::size_t i = 0; i < name.size(); ++i)
+    lower[i] = KFL::toLower(name[i]);
 }
+
+// What a line assigns.
+struct ConfigAssignment {
+  std::string_view name;
+  std::string_view value;
+  std::size_t first = 0;  // where the value stands, quotes included
+  std::size_t size = 0;
+};
+
+// Reads the assignments of a stream one after the other, line by line.
+class ConfigAssignments {
+ public:
+  explicit ConfigAssignments(std::istream& in) : lines_(in) {}
+
+  // Goes to the next line; false at the end.
+  bool next() { return lines_.next(line_, plain_, isPlain_); }
+  std::string_view line() const { return line_; }
+  // What the line assigns: the result of parseBashStr.
+  int read(ConfigAssignment& assignment) {
+    if (!isPlain_) return parse(assignment);
+    assignment = {plain_.name, plain_.value, plain_.first, plain_.end - plain_.first};
+    return plain_.name.empty() ? KFL::kBashNothing : KFL::kBashAssignment;
+  }
+  // The value with a NUL behind it, until the next line is read.
+  const char* terminate(const ConfigAssignment& assignment) {
+    return isPlain_ ? buffer_.copy(assignment.value) : assignment.value.data();
+  }
+
+ private:
+  int parse(ConfigAssignment& assignment);
+
+  ConfigLines lines_;
+  LineBuffer buffer_;
+  std::string_view line_;
+  KFL::KFLBashPlainLine plain_;
+  bool isPlain_ = false;
+};
+
+// A parser that takes a name as it is written and a value without a NUL behind it.
+template <class P>
+concept TakesViews = requires(P& parser, std::string_view text) {
+  parser.putViews(text, text);
+};
 
 // The keys whose lines were rewritten.
 using WrittenKeys = KFAKeyIndex<bool>;
@@ -128,8 +168,8 @@ class ConfigOutput {
   explicit ConfigOutput(std::ostream& out) : out_(out) {}
 
   void beginLine(std::string_view line);
-  // Puts the quoted value in the place of the characters first..last of the line begun.
-  void replaceValue(unsigned int first, unsigned int last, const std::string& value);
+  // Puts the quoted value in the place of that stretch of the line begun.
+  void replaceValue(std::size_t first, std::size_t size, const std::string& value);
   void endLine();
   void addAssignment(const std::string& key, const std::string& value);
   // Hands everything over: 0, or -1 with an error text when the stream has failed.
@@ -148,19 +188,19 @@ class ConfigOutput {
 // malformed line.
 template <class P>
 int parseBashLikeConfig(P& parser, std::istream& in) {
-  detail::ConfigLines lines(in);
-  detail::LineBuffer buffer;
+  detail::ConfigAssignments assignments(in);
   std::string key;
-  for (std::string_view line; lines.next(line);) {
-    if (detail::isSilent(line)) continue;
-    if (line.size() > detail::kMaxLine) return detail::refuseLongLine();
-    char* name = nullptr;
-    char* value = nullptr;
-    const int kind = KFL::parseBashStr(buffer.copy(line), &name, &value, nullptr, nullptr);
+  detail::ConfigAssignment assignment;
+  while (assignments.next()) {
+    const int kind = assignments.read(assignment);
     if (kind == KFL::kBashMalformed) return -1;
     if (kind != KFL::kBashAssignment) continue;
-    detail::assignLower(key, name);
-    parser.put(key, value);
+    if constexpr (detail::TakesViews<P>) {
+      parser.putViews(assignment.name, assignment.value);
+    } else {
+      detail::assignLower(key, assignment.name);
+      parser.put(key, assignments.terminate(assignment));
+    }
   }
   return 0;
 }
@@ -170,22 +210,17 @@ namespace detail {
 // Copies the existing lines, with new values where the parser has one.
 template <class G>
 void rewriteLines(G& parser, std::istream& existing, ConfigOutput& out, WrittenKeys& written) {
-  ConfigLines lines(existing);
-  LineBuffer buffer;
+  ConfigAssignments assignments(existing);
   std::string key;
   std::string value;
-  for (std::string_view line; lines.next(line); out.endLine()) {
-    out.beginLine(line);
-    if (isSilent(line) || line.size() > kMaxLine) continue;
-    char* name = nullptr;
-    char* old = nullptr;
-    unsigned int first = 0;
-    unsigned int last = 0;
-    if (KFL::parseBashStr(buffer.copy(line), &name, &old, &first, &last) != KFL::kBashAssignment) continue;
-    assignLower(key, name);
+  ConfigAssignment assignment;
+  for (; assignments.next(); out.endLine()) {
+    out.beginLine(assignments.line());
+    if (assignments.read(assignment) != KFL::kBashAssignment) continue;
+    assignLower(key, assignment.name);
     value.clear();
     if (parser.get(key, value) != kParameterDone) continue;
-    out.replaceValue(first, last, value);
+    out.replaceValue(assignment.first, assignment.size, value);
     written.add(key, true);
   }
 }

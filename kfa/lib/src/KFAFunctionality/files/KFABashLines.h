@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <map>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 
@@ -55,6 +55,7 @@ class Checker {
   void checkLine();
   void checkAssignment(const KFL::KFLBashLine& line);
   bool checkValue(const std::string& key, const std::string& value, std::size_t column);
+  void checkSafe(const std::string& key, std::string_view value, std::size_t column, bool hasReturn);
   void checkTogether();
 
   const KFAConfigRules& rules_;
@@ -102,6 +103,7 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
     add(Severity::Note, nameColumn, KFL::toUpper(key) + " is not a key of this file");
   } else {
     counted.isTaken = checkValue(key, counted.value, valueColumn);
+    checkSafe(key, counted.value, valueColumn, line.endsWithCarriageReturn);
   }
   if (!firstCounts) counted_.insert_or_assign(key, std::move(counted));
   if (line.endsWithCarriageReturn) {
@@ -114,12 +116,16 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
 bool Checker::checkValue(const std::string& key, const std::string& value, std::size_t column) {
   const bool isTaken = rules_.accept(key, value) == 0;
   if (!isTaken) add(Severity::Error, column, KFL::getErrorMessage());
-  std::string reason;
-  if (!KFL::isBashSafe(value, &reason)) {
-    add(Severity::Warning, column,
-        KFL::toUpper(key) + " cannot be written back between double quotes: " + reason);
-  }
   return isTaken;
+}
+
+// Whether the value can be written back; a carriage return behind it has a warning of its own.
+void Checker::checkSafe(const std::string& key, std::string_view value, std::size_t column, bool hasReturn) {
+  if (hasReturn) value.remove_suffix(1);
+  std::string reason;
+  if (KFL::isBashSafe(value, &reason)) return;
+  add(Severity::Warning, column,
+      KFL::toUpper(key) + " cannot be written back between double quotes: " + reason);
 }
 
 // A value that is sound alone may be overruled by that of another key.

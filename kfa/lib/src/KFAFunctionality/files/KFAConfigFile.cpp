@@ -10,7 +10,7 @@
 
 #include <boost/core/ref.hpp>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLSystem.h>
 #include <KFLCommon/KFLText.h>

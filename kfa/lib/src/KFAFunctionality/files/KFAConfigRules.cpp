@@ -6,7 +6,7 @@
 #include <map>
 #include <string_view>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLIPAddress.h>

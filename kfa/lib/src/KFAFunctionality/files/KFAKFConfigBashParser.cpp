@@ -8,6 +8,8 @@
 
 #include <boost/make_shared.hpp>
 
+#include <KFLBash/KFLBashStr.h>
+
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
 
@@ -102,6 +104,8 @@ int KFAKFConfigBashParser::ParameterParserGet::get(const std::string& key, std::
   } else {
     const auto found = settings_.getValues().find(key);
     if (found == settings_.getValues().end()) return kParameterUnknown;
+    // No line can have such a key.
+    if (!KFL::isBashName(key)) return kParameterWithoutValue;
     value = found->second;
   }
   return kParameterDone;

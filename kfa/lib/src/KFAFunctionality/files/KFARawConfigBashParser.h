@@ -41,6 +41,7 @@ class KFARawConfigBashParser {
    public:
     explicit ParameterParserGet(const std::map<std::string, std::string>& values)
         : values_(values), next_(values.begin()) {}
+    // No line can have a key that is not a name: such a one cannot be written (-1002).
     int get(const std::string& key, std::string& value);
     // The keys in ascending order.
     int getNext(const std::string& previous, std::string& next);

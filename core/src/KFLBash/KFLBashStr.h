@@ -5,9 +5,10 @@
 // The rule is bash itself, a line at a time. A line is an assignment when it begins (after blanks and an
 // optional `export`) with one that bash, sourcing the line, would make. Expansions ($VEID, $(...), a tilde)
 // stay as text. Nothing is allocated for an ordinary line, and no thread shares anything.
-#ifndef KFLCOMMON_KFLBASHSTR_H
-#define KFLCOMMON_KFLBASHSTR_H
+#ifndef KFLBASH_KFLBASHSTR_H
+#define KFLBASH_KFLBASHSTR_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -86,8 +87,27 @@ struct KFLBashLine {
   std::string describe() const;
 };
 
-// Judges a line without changing it. The result points into it.
-KFLBashLine examineBashLine(const char* line);
+// Judges a line without changing it. The result points into it; a NUL ends it.
+KFLBashLine examineBashLine(std::string_view line);
+
+// A line that can be told without the grammar: blanks, a comment, or NAME=word or NAME="text" with blanks and a comment
+// around it. Nothing in the value quotes or expands, but $NAME, which is text here. Nearly all lines of real files are such.
+struct KFLBashPlainLine {
+  std::string_view name;   // empty when the line assigns nothing
+  std::string_view value;  // without its quotes
+  // Where the value stands in the line, quotes included: the first character, and the one behind the last.
+  std::size_t first = 0;
+  std::size_t end = 0;
+  // Of the line, without its newline.
+  std::size_t length = 0;
+};
+
+// Recognises the first line of the text, up to its newline or the end, in one pass; false, with plain in any state, for a
+// line that parseBashStr has to judge. Where it is true both give the same result.
+bool readPlainBashLine(std::string_view text, KFLBashPlainLine& plain);
+
+// Whether the text can be the name of an assignment: letters, digits and underscores, no digit first.
+bool isBashName(std::string_view text);
 
 // Whether bash reads KEY="value", with this value put between the quotes as it stands, back as the same text
 // and runs nothing. $VEID and ${VEID} are welcome, although bash expands them. When it is not safe and reason

@@ -3,8 +3,8 @@
 //
 // Every line is written to a file of its own and sourced in a subshell of one bash process, with a clean environment and no
 // command to be found, in a folder that is removed afterwards.
-#ifndef KFLCOMMON_TESTS_KFLBASHTWIN_H
-#define KFLCOMMON_TESTS_KFLBASHTWIN_H
+#ifndef KFLBASH_TESTS_KFLBASHTWIN_H
+#define KFLBASH_TESTS_KFLBASHTWIN_H
 
 #include <optional>
 #include <string>

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
 #include <cstddef>
-#include <cstring>
 
-#include <KFLCommon/KFLBashStr.h>
-#include <KFLCommon/KFLText.h>
+#include <KFLBash/KFLBashStr.h>
 
-#include "KFLBashScanner.h"
+#include "KFLBashCharacters.h"
 
 namespace KFL {
 
@@ -16,16 +14,12 @@ constexpr std::string_view kWelcomeName = "VEID";
 
 constexpr std::array<bool, 256> makeSuspects() {
   std::array<bool, 256> suspects{};
-  for (const char c : {'\0', '\n', '"', '`', '\\', '$'})
-    suspects[static_cast<unsigned char>(c)] = true;
+  for (std::size_t c = 0; c < 128; ++c)
+    suspects[c] = (isControl(static_cast<char>(c)) && c != '\t') || isOneOf(static_cast<char>(c), "\"`\\$");
   return suspects;
 }
 
 constexpr std::array<bool, 256> kSuspects = makeSuspects();
-
-bool isNameCharacter(char c) {
-  return isAlnum(c) || c == '_';
-}
 
 // Why bash would not keep the text behind a dollar sign as it stands; null when it would, or when it is $VEID.
 const char* dollarFault(std::string_view rest) {
@@ -42,7 +36,7 @@ const char* dollarFault(std::string_view rest) {
   }
   if (rest.front() == '(') return "a command or sum that bash would run";
   if (rest.front() == '[') return "a sum that bash would work out";
-  if (std::strchr("@*#?$!-", rest.front()) != nullptr) return "a special parameter that bash would expand";
+  if (isOneOf(rest.front(), "@*#?$!-")) return "a special parameter that bash would expand";
   return nullptr;
 }
 
@@ -59,12 +53,13 @@ const char* fault(std::string_view rest) {
       return "a backquote, behind which bash would run a command";
     case '$':
       return dollarFault(rest.substr(1));
-    default:
+    case '\\':
       break;
+    default:
+      return "a control character, which bash may drop and no one sees";
   }
   if (rest.size() == 1) return "a backslash at the end, which would take the closing quote into the value";
-  if (std::strchr("$`\"\\\n", rest[1]) == nullptr || rest[1] == '\0') return nullptr;
-  return "a backslash that bash would take away";
+  return isOneOf(rest[1], "$`\"\\\n") ? "a backslash that bash would take away" : nullptr;
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The part of the scanner that deals in [[ ]]: terms of one, two or three words, joined by && and ||, in parentheses.
-
-#include <KFLCommon/KFLText.h>
+// Conditions, [[ ]]: terms of one, two or three words, joined by && and ||, in parentheses.
 
 #include "KFLBashScanner.h"
 
@@ -35,16 +33,13 @@ std::uint8_t operandOf(std::string_view word) {
 }  // namespace
 
 void KFLBashScanner::inConditional() {
-  const char c = *at_;
-  const bool process = (c == '<' || c == '>') && at_[1] == '(';
+  const char c = at_.peek();
   const bool regex = top().phase == kRegex && (c == '(' || c == '|');
   if (c == '\0') return finish();
+  if (comment()) return;
   if (isBlank(c) || c == '\n') {
-    ++at_;
-  } else if (c == '#') {
-    while (*at_ != '\0' && *at_ != '\n')
-      ++at_;
-  } else if (!isBashMeta(c) || process || regex) {
+    at_.advance();
+  } else if (!isBashMeta(c) || isProcessSubstitution() || regex) {
     push(Context::Word, 0);
   } else {
     conditionalOperator();
@@ -53,36 +48,35 @@ void KFLBashScanner::inConditional() {
 
 void KFLBashScanner::conditionalOperator() {
   Frame& frame = top();
-  const char c = *at_;
-  const bool doubled = at_[1] == c;
+  const char c = at_.peek();
+  const bool doubled = at_.peek(1) == c;
   const bool ended = frame.phase == kAfterWord || frame.phase == kAfterTerm;
   if ((c == '&' || c == '|') && doubled && ended) {
     frame.phase = kTerm;
-    ++at_;
+    at_.advance();
   } else if (c == '(' && frame.phase == kTerm) {
     ++frame.depth;
   } else if (c == ')' && ended && frame.depth > 0) {
     --frame.depth;
     frame.phase = kAfterTerm;
-  } else if ((c == '<' || c == '>') && frame.phase == kAfterWord &&
-             std::string_view("<>&|").find(at_[1]) == std::string_view::npos) {
+  } else if ((c == '<' || c == '>') && frame.phase == kAfterWord && !isOneOf(at_.peek(1), "<>&|")) {
     frame.phase = kOperand;
   } else {
     return refuseHere(doubled ? 2 : 1);
   }
-  ++at_;
+  at_.advance();
 }
 
-void KFLBashScanner::conditionalWord(std::string_view word) {
+void KFLBashScanner::conditionalWord(const Word& word) {
   Frame& frame = top();
-  const bool closes = word == "]]";
+  const bool closes = word.text == "]]";
   switch (frame.phase) {
     case kTerm:
       if (closes) return refuse(word);
-      if (word != "!") frame.phase = isUnary(word) ? kOperand : kAfterWord;
+      if (word.text != "!") frame.phase = isUnary(word.text) ? kOperand : kAfterWord;
       return;
     case kAfterWord:
-      frame.phase = operandOf(word);
+      frame.phase = operandOf(word.text);
       if (frame.phase != kTerm) return;
       [[fallthrough]];
     case kAfterTerm:
@@ -95,12 +89,12 @@ void KFLBashScanner::conditionalWord(std::string_view word) {
 
 // Whether the parenthesis or bar that the automaton stands on belongs to the word before it.
 bool KFLBashScanner::isPattern() const {
-  if ((*at_ != '(' && *at_ != '|') || frames_.size() < 2) return false;
-  const Frame& conditional = frames_[frames_.size() - 2];
+  if ((at_.peek() != '(' && at_.peek() != '|') || frames_.size() < 2) return false;
+  const Frame& conditional = below();
   if (conditional.context != Context::Conditional) return false;
   if (conditional.phase == kRegex) return true;
-  return conditional.phase == kPattern && *at_ == '(' && at_ != frames_.back().opened &&
-         std::string_view("?*+@!").find(at_[-1]) != std::string_view::npos;
+  return conditional.phase == kPattern && at_.peek() == '(' && at_.position() != frames_.back().opened &&
+         isOneOf(at_.previous(), "?*+@!");
 }
 
 }  // namespace KFL

@@ -3,94 +3,61 @@
 // assignment.
 //
 // A pushdown automaton: one frame for each list of commands, word, quote and expansion that is open, so that nesting of any
-// depth costs memory and no recursion, and every character is looked at once. It is the slow path; ordinary lines never
-// come here.
-#ifndef KFLCOMMON_KFLBASHSCANNER_H
-#define KFLCOMMON_KFLBASHSCANNER_H
+// depth costs memory and no recursion, and every character is looked at once. Its stages are files of their own: words
+// (KFLBashWords.cpp), expansions (KFLBashExpansions.cpp), commands (KFLBashCommands.cpp, with KFLBashCompounds.cpp and
+// KFLBashConditional.cpp for what begins with a reserved word). Plain lines never come here.
+#ifndef KFLBASH_KFLBASHSCANNER_H
+#define KFLBASH_KFLBASHSCANNER_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include <KFLCommon/KFLBashStr.h>
-#include <KFLCommon/KFLText.h>
+#include <KFLBash/KFLBashStr.h>
+
+#include "KFLBashCharacters.h"
+#include "KFLBashPieces.h"
 
 namespace KFL {
 
-constexpr std::array<bool, 256> makeNameCharacters() {
-  std::array<bool, 256> characters{};
-  for (std::size_t c = 1; c < 128; ++c)
-    characters[c] = isAlnum(static_cast<char>(c)) || c == '_';
-  return characters;
-}
+// The assignment with which a line may begin.
+struct KFLBashHead {
+  std::size_t name = 0;
+  std::size_t nameEnd = 0;  // equal to name when the line does not begin with one
+  KFLBashLine::Reason form = KFLBashLine::Reason::None;  // None for NAME=, Append for NAME+=, Array for NAME[
 
-inline constexpr std::array<bool, 256> kNameCharacters = makeNameCharacters();
-
-// A letter or an underscore, then these and digits; the end of the longest such text that begins here.
-inline const char* endOfName(const char* at) {
-  if (isDigit(*at)) return at;
-  while (kNameCharacters[static_cast<unsigned char>(*at)])
-    ++at;
-  return at;
-}
-
-inline const char* skipBlanks(const char* at) {
-  while (isBlank(*at))
-    ++at;
-  return at;
-}
-
-// Characters that end a word unless they are quoted.
-inline bool isBashMeta(char c) {
-  switch (c) {
-    case '\0':
-    case ' ':
-    case '\t':
-    case '\n':
-    case ';':
-    case '&':
-    case '|':
-    case '(':
-    case ')':
-    case '<':
-    case '>':
-      return true;
-    default:
-      return false;
-  }
-}
+  bool isThere() const { return nameEnd != name; }
+};
 
 class KFLBashScanner {
  public:
   using Reason = KFLBashLine::Reason;
 
-  // assignment: where the name of the assignment stands with which the line begins; null when it begins otherwise.
-  KFLBashScanner(const char* line, const char* assignment);
+  // The line must hold no NUL.
+  KFLBashScanner(std::string_view line, const KFLBashHead& head);
 
   // Reads the whole line, or up to where bash would refuse it.
   void run();
 
   // None, an Open... reason or UnexpectedToken, with the place.
   Reason failure() const { return failure_; }
-  const char* failureAt() const { return failureAt_; }
+  std::size_t failureAt() const { return failureAt_; }
   std::string_view unexpected() const { return unexpected_; }
 
   // Why the first command does not make the one assignment of the line, with the place; None when it does.
   Reason firstCommand() const { return firstReason_; }
-  const char* firstCommandAt() const { return firstReasonAt_; }
+  std::size_t firstCommandAt() const { return firstReasonAt_; }
   bool isOtherAssigner() const { return otherAssigner_; }
   bool isArray() const { return array_; }
-  // The first ${...} in the value's own text that no bash can expand, or null.
-  const char* badSubstitution() const { return badSubstitution_; }
+  // The first ${...} in the value's own text that no bash can expand.
+  std::optional<std::size_t> badSubstitution() const { return badSubstitution_; }
   bool hasHereDocument() const { return hereDocument_; }
-  const char* valueEnd() const { return valueEnd_; }
 
-  // The expansions in the value's own text, in order; they are copied as they stand.
-  using Span = std::pair<const char*, const char*>;
-  const std::vector<Span>& expansions() const { return expansions_; }
+  // The value of the assignment, once all of it is read.
+  bool hasValue() const { return hasValue_; }
+  const KFLBashPieces& pieces() const { return pieces_; }
 
  private:
   enum class Context : std::uint8_t {
@@ -130,6 +97,9 @@ class KFLBashScanner {
     AfterCompound,  // redirections, or the end of the command
   };
 
+  // Whether time stands before the next word, or time -p.
+  enum class Timed : std::uint8_t { No, Bare, WithOption };
+
   // How a simple command ends.
   enum class End : std::uint8_t { Line, Sequence, Background, AndOr, Pipe };
 
@@ -140,99 +110,129 @@ class KFLBashScanner {
     bool hasCommands = false;
     bool wantsTarget = false;   // behind a redirection operator
     bool hereDocument = false;  // and that one is << or <<-
+    bool takesNumber = false;   // or <& or >&
     bool headDone = false;      // of a word: its = or [ was seen
     bool assigner = false;      // of a simple command: export and its like
     bool takesArrays = false;   // they, and alias: NAME=( ) may be an argument
     bool mayName = false;       // of a simple command: its one word may be a function's name
     bool mayTakeBody = false;   // or a coprocess's, and a compound command follow
-    bool redirected = false;    // a redirection stands behind an assignment: NAME=( ) may not
-    bool apart = false;         // what it assigns stays in it: a subshell, a function's body
+    bool redirected = false;    // a redirection stands behind an assignment or a compound command
+    Timed timed = Timed::No;
+    bool apart = false;  // what it assigns stays in it: a subshell, a function's body
     unsigned int words = 0;
     unsigned int assignments = 0;
     std::size_t depth = 0;  // of parentheses or brackets
-    const char* opened;
-    const char* command = nullptr;         // of a simple command: its first word
-    const char* lastAssignment = nullptr;  // and its last assignment
+    std::size_t opened = 0;
+    std::size_t command = 0;         // of a simple command: where its first word stands
+    std::size_t lastAssignment = 0;  // and its last assignment
   };
 
   struct Reserved;
   static const Reserved kReserved[];
   static const Reserved* findReserved(std::string_view word);
 
+  // A word that has ended: its text, and where it begins.
+  struct Word {
+    std::string_view text;
+    std::size_t begin;
+  };
+
   Frame& top() { return frames_.back(); }
+  const Frame& below() const { return frames_[frames_.size() - 2]; }
   void push(Context context, std::size_t length);
   void pop();
-  void fail(Reason reason, const char* where);
-  void refuse(std::string_view token);
-  void refuseHere(std::size_t length) { refuse({at_, length}); }
+  void fail(Reason reason, std::size_t where);
+  void refuse(const Word& word);
+  void refuseHere(std::size_t length) { refuse({at_.next(length), at_.position()}); }
   void step();
   void finish();
+  Reason openReason() const;
 
-  // Characters.
+  // Words.
   void inWord();
+  bool headMark();
+  bool isHead(std::size_t end) const;
+  void subscriptEnded();
   void inQuoted(char close);
+  bool quoteOrExpansion(bool quotes);
+  void singleQuote();
+  bool isProcessSubstitution() const;
+  bool isFirstValue() const;
+  bool isOwnText() const;
+  void quoted(KFLBashPiece::Kind kind);
+  void endText(std::size_t end);
+  void gap(KFLBashPiece::Kind kind);
+  void mark(std::size_t length);
+  void expansion(std::size_t begin);
+
+  // Expansions.
+  void backquote();
+  void dollar(bool quotes);
+  void ansiQuote();
   void inArithmetic(char open, char close);
   void closeArithmetic();
-  bool quoteOrExpansion(bool quotes);
-  void skipTo(char close, bool escapes, Reason reason);
-  void dollar(bool quotes);
-  bool isHead(const char* end) const;
-  void subscriptEnded();
-  bool isOwnText() const;
-  bool isFirstValue() const;
-  bool isPattern() const;
 
-  // Words and operators.
-  void inArray();
-  void inConditional();
-  void conditionalOperator();
-  void conditionalWord(std::string_view word);
+  // Commands: lists, words in their places, operators.
   void inList();
-  void wordEnded(const char* begin);
-  void commandWord(std::string_view word);
-  bool reservedWord(std::string_view word);
-  void closingWord(const Reserved& reserved, std::string_view word);
-  bool prefixWord(const Reserved& reserved, std::string_view word);
-  bool coprocessBody(std::string_view word);
-  void argument(std::string_view word);
-  bool headerWord(std::string_view word);
-  bool headerOperator();
-  bool acceptsAssignment(const Frame& list, char mark) const;
+  void inArray();
+  bool comment();
+  void wordEnded();
+  bool redirectionWord(const Word& word);
+  void commandWord(const Word& word);
+  void argument(const Word& word);
+  static bool acceptsAssignment(const Frame& list, char mark);
   static bool mayEnd(const Frame& list);
   void beginSimple();
   void endCommand(End end);
   void judgeFirst(const Frame& command, End end);
-  void spoil(Reason reason, const char* where);
-  void compoundEnded();
+  void spoil(Reason reason, std::size_t where);
   void oper();
   void redirection();
+  void redirected();
   void separator(End end, std::size_t length);
-  void caseSeparator(std::size_t length);
   void connector(End end, std::size_t length);
   void openParenthesis();
   void closeParenthesis();
 
-  const char* at_;
-  const char* const assignment_;
+  // Compound commands.
+  bool headerWord(const Word& word);
+  bool headerOperator();
+  bool reservedWord(const Word& word);
+  void closingWord(const Reserved& reserved, const Word& word);
+  bool prefixWord(const Reserved& reserved, const Word& word);
+  bool timeOption(const Word& word);
+  bool coprocessBody(const Word& word);
+  void caseSeparator(std::size_t length);
+  void compoundEnded();
+  static bool wantsDo(const Frame& frame);
+
+  // Conditions.
+  void inConditional();
+  void conditionalOperator();
+  void conditionalWord(const Word& word);
+  bool isPattern() const;
+
+  KFLBashCursor at_;
+  const KFLBashHead head_;
+  const bool exported_;
   std::vector<Frame> frames_;
   std::size_t apart_ = 0;
-  bool exported_ = false;
 
   Reason failure_ = Reason::None;
-  const char* failureAt_ = nullptr;
+  std::size_t failureAt_ = 0;
   std::string_view unexpected_;
   bool done_ = false;
 
   Reason firstReason_ = Reason::None;
-  const char* firstReasonAt_ = nullptr;
+  std::size_t firstReasonAt_ = 0;
   bool firstEnded_ = false;
   bool inFirstList_ = true;
   bool otherAssigner_ = false;
   bool array_ = false;
   bool hereDocument_ = false;
-  const char* badSubstitution_ = nullptr;
-  const char* valueEnd_ = nullptr;
-  std::vector<Span> expansions_;
+  std::optional<std::size_t> badSubstitution_;
+  bool hasValue_ = false;
+  KFLBashPieces pieces_;
 };
 
 }  // namespace KFL

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// The third stage: what begins with a dollar sign or a backquote. It is kept as text, so only its end matters, and whether
+// bash could take it at all.
+#include "KFLBashScanner.h"
+
+namespace KFL {
+
+namespace {
+
+constexpr std::string_view kOperators = ":-+=?#%/@^,~";
+constexpr std::string_view kSpecialOperators = kOperators.substr(0, 9);  // behind a special parameter
+constexpr std::string_view kCountOperators = kOperators.substr(0, 8);    // behind $#
+
+bool isJoinedLine(const KFLBashCursor& at) {
+  return at.peek() == '\\' && at.peek(1) == '\n';
+}
+
+// Whether this may stand behind a parameter's name: the brace, an operator, or the end of the line.
+bool isOperator(const KFLBashCursor& at, std::string_view operators = kOperators) {
+  if (at.peek() == ':' && at.peek(1) == '}') return false;
+  return at.isAtEnd() || at.peek() == '}' || isJoinedLine(at) || isOneOf(at.peek(), operators);
+}
+
+// Goes behind the bracket that closes a subscript; false when none does within the braces, or nothing stands in it.
+bool skipSubscript(KFLBashCursor& at) {
+  if (at.peek(1) == ']') return false;
+  std::size_t brackets = 0;
+  std::size_t braces = 1;
+  char quote = '\0';
+  for (; !at.isAtEnd() && braces > 0; at.advance()) {
+    const char c = at.peek();
+    if (c == '\\' && quote != '\'' && at.peek(1) != '\0') {
+      at.advance();
+    } else if (quote != '\0' || c == '"' || c == '\'') {
+      if (quote == '\0' || quote == c) quote = quote == '\0' ? c : '\0';
+    } else if (c == '[') {
+      ++brackets;
+    } else if (c == ']' && --brackets == 0) {
+      at.advance();
+      return true;
+    } else if (c == '{' || c == '}') {
+      braces += c == '{' ? 1U : -1U;
+    }
+  }
+  return false;
+}
+
+// An @ with the letter that it needs. Bash asks for one only where the parameter has a value, so this matters for those
+// that always have one.
+bool isTransformed(const KFLBashCursor& at) {
+  return at.peek() != '@' || at.peek(1) == '\0' ||
+         (isOneOf(at.peek(1), "UuLQEPAKak") && isOneOf(at.peek(2), "}"));
+}
+
+// Behind $#: an operator, and behind some of them an operand.
+bool isCountOperator(const KFLBashCursor& at) {
+  if (at.peek() == '@') return isTransformed(at);
+  return isOperator(at, kCountOperators) && !(isOneOf(at.peek(), "+=/%") && at.peek(1) == '}');
+}
+
+// ${@} and its like; # and ! are parameters of their own where they mark no other as counted or indirect.
+bool isSpecialParameter(char mark, const KFLBashCursor& at) {
+  const char c = at.peek();
+  const KFLBashCursor behind = at.ahead(1);
+  if (isOneOf(c, "$?-#") && (mark == '\0' || (mark == '!' && isOneOf(c, "#?"))) && !isTransformed(behind))
+    return false;
+  if (mark == '\0' && isOneOf(c, "@*$")) return isOperator(behind);
+  if (mark == '\0') return isOneOf(c, "?-") && isOperator(behind, kSpecialOperators);
+  if (behind.peek() == '}' && isOneOf(c, mark == '#' ? "@*#?$!-" : "@*#?-")) return true;
+  if (mark == '!' && isOneOf(c, "@*#?")) return isOperator(behind, kSpecialOperators);
+  return mark == '#' ? isCountOperator(at) : isOperator(at);
+}
+
+// Whether ${ can begin an expansion with this text; only what no bash takes is refused.
+bool isParameter(KFLBashCursor at) {
+  if (at.isAtEnd() || at.peek() == '\n' || isJoinedLine(at)) return true;
+  const char mark = at.peek() == '#' || at.peek() == '!' ? at.peek() : '\0';
+  if (mark != '\0') at.advance();
+  const std::string_view operators = mark == '#' ? std::string_view() : kOperators;
+  KFLBashCursor end = at;
+  if (isDigit(end.peek())) {
+    while (isDigit(end.peek()))
+      end.advance();
+    return isOperator(end, operators) && (end.since(at.position()) != "0" || isTransformed(end));
+  }
+  end.skipName();
+  if (end.position() == at.position()) return isSpecialParameter(mark, at);
+  if (end.since(at.position()) == "_" && !isTransformed(end)) return false;
+  if (end.peek() == '[' && !skipSubscript(end)) return false;
+  return isOperator(end, operators) || (mark == '!' && end.startsWith("*}"));
+}
+
+}  // namespace
+
+void KFLBashScanner::backquote() {
+  const std::size_t opened = at_.position();
+  for (at_.advance(); at_.peek() != '`'; at_.advance()) {
+    if (at_.peek() == '\\') at_.advance();
+    if (at_.isAtEnd()) return fail(Reason::OpenBackquote, opened);
+  }
+  at_.advance();
+  expansion(opened);
+}
+
+void KFLBashScanner::dollar(bool quotes) {
+  switch (at_.peek(1)) {
+    case '(':
+      if (at_.peek(2) != '(') return push(Context::Command, 2);
+      push(Context::Arithmetic, 3);
+      top().depth = 1;
+      return;
+    case '{':
+      if (!badSubstitution_ && isOwnText() && !isParameter(at_.ahead(2))) badSubstitution_ = at_.position();
+      return push(Context::Parameter, 2);
+    case '[':
+      return push(Context::SquareArithmetic, 2);
+    case '\'':
+      return quotes ? ansiQuote() : at_.advance();
+    case '"':
+      if (quotes) mark(1);
+      return at_.advance();
+    case '$':
+      // The process number, whatever follows it; but within double quotes bash wants what looks like $( or ${ closed.
+      return at_.advance(!quotes && (at_.peek(2) == '(' || at_.peek(2) == '{') ? 1 : 2);
+    default:
+      at_.advance();
+  }
+}
+
+void KFLBashScanner::ansiQuote() {
+  const std::size_t opened = at_.position();
+  mark(2);
+  for (at_.advance(2); at_.peek() != '\''; at_.advance()) {
+    if (at_.peek() == '\\') at_.advance();
+    if (at_.isAtEnd()) return fail(Reason::OpenSingleQuote, opened + 1);
+  }
+  quoted(KFLBashPiece::Kind::Ansi);
+}
+
+void KFLBashScanner::inArithmetic(char open, char close) {
+  for (;;) {
+    const char c = at_.peek();
+    if (c == '\0') return finish();
+    if (c == '\\') {
+      at_.advance(2);
+    } else if (c == close) {
+      if (top().depth == 0 || (top().depth == 1 && close == ')')) return closeArithmetic();
+      --top().depth;
+      at_.advance();
+    } else if (c == open) {
+      ++top().depth;
+      at_.advance();
+    } else if (c == ';') {
+      ++top().words;
+      at_.advance();
+    } else if (quoteOrExpansion(true)) {
+      return;
+    } else {
+      at_.advance();
+    }
+  }
+}
+
+// What began as (( and does not end with )) was a subshell: as a command it goes on as one; in a substitution bash looks
+// no further than for the parenthesis that closes it.
+void KFLBashScanner::closeArithmetic() {
+  Frame& frame = top();
+  const bool isCommand = frame.context == Context::ArithmeticCommand;
+  at_.advance();
+  if (frame.depth == 0) return pop();
+  frame.depth = 0;
+  if (at_.peek() == ')') {
+    at_.advance();
+    return isCommand ? compoundEnded() : pop();
+  }
+  if (!isCommand) return;
+  frame.context = Context::Subshell;
+  frame.expect = Expect::AfterCompound;
+  frame.hasCommands = true;
+  if (!frame.apart) ++apart_;
+  frame.apart = true;
+}
+
+}  // namespace KFL
