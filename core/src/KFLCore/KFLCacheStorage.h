@@ -26,6 +26,10 @@ class KFLCacheStorage final : public KFLMappedFile {
   bool isSameOpening(const KFLCacheStorage& other) const { return lock_ == other.lock_; }
   std::span<std::byte> memory() const { return {static_cast<std::byte*>(getMemory()), getSize()}; }
   KFLMappedMemoryManager manager() const { return KFLMappedMemoryManager(getMemory()); }
+  // The header in the mapping; null while the file is too short to have one, when touching it would be fatal.
+  KFLCacheHeader* header() const {
+    return getFileSize() < sizeof(KFLCacheHeader) ? nullptr : static_cast<KFLCacheHeader*>(getMemory());
+  }
 
  private:
   int mapOnce(std::size_t size, const KFLCacheStorage* previous, const KFLMapOptions& options);

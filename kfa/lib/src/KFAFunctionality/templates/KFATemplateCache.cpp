@@ -27,18 +27,16 @@ KFATemplateCachePrototype::KFATemplateCachePrototype(const std::string& path)
     : KFLCacheLogic(path, kLimits) {}
 
 boost::intrusive_ptr<KFATemplateCachePrototype> KFATemplateCachePrototype::createInstance() {
-  static KFLForkableLock guard;
+  static KFLForkableLock lock;
   static boost::intrusive_ptr<KFATemplateCachePrototype> instance;
-  guard.lock();
+  const KFLForkableGuard guard(lock);
   if (!instance || !instance->isAccessible()) {
     instance.reset();
     const boost::intrusive_ptr<KFATemplateCachePrototype> made(
         new KFATemplateCachePrototype(getUploadsFolder() + "/template.cache"));
     if (openOrReplace(*made)) instance = made;
   }
-  const boost::intrusive_ptr<KFATemplateCachePrototype> copy = instance;
-  guard.unlock();
-  return copy;
+  return instance;
 }
 
 int KFATemplateCachePrototype::putTemplate(const KFATemplateObject& object) {
