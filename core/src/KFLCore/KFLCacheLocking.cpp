@@ -44,7 +44,7 @@ int KFLCacheFile::lockCurrent() {
     setErrorMessage("%s is not open", share_->path.c_str());
     return kCacheNotMapped;
   }
-  if (isAccessible() && !isForked() && storage_->header() != nullptr) {
+  if (isAccessible() && !isForked() && storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
     const int code = lockOpened();
     if (code <= 0) return code;
   }
@@ -114,7 +114,7 @@ bool KFLCacheFile::passLock() {
   return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
            if (const int code = takeTurn(); code != 0) return code;
            const KFLTurnEnd end(turn_);
-           if (storage_->header() == nullptr) return 0;
+           if (storage_->getFileSize() < sizeof(KFLCacheHeader)) return 0;
            const int code = awaitLock();
            if (code == 0) storage_->getLock().unlock(storage_->header());
            return code;

@@ -17,14 +17,6 @@ namespace KFL {
 
 namespace {
 
-// What a new file takes at least; the mapping has whole pages, and one more than that.
-constexpr std::size_t kFirstSize = 4616;
-
-std::size_t firstMappingSize() {
-  const std::size_t page = KFLMappedFile::getPageSize();
-  return (kFirstSize / page + 1) * page;
-}
-
 std::string absolutePath(const std::string& path) {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(path, error);
@@ -114,7 +106,8 @@ int KFLCacheFile::attach() {
   KFLMapOptions options;
   options.reserve = KFLMapOptions::Later;
   Storage storage(new KFLCacheStorage(share_->path));
-  if (storage->getStorage(firstMappingSize(), nullptr, options) == nullptr) return kCacheNotMapped;
+  if (storage->getStorage(firstFileSize(KFLMappedFile::getPageSize()), nullptr, options) == nullptr)
+    return kCacheNotMapped;
   belongHere();
   storage_ = std::move(storage);
   share_->proved = nullptr;
@@ -135,7 +128,8 @@ namespace {
 // Whether the file says of itself that it cannot be used.
 bool isFaulty(const KFLMappedFile& mapped) {
   const KFLMappedMemoryManager file(mapped.getMemory());
-  return !file.isUnmade(mapped.getFileSize(), mapped.getSize()) && file.validateHeader() != 0;
+  return !file.isUnmade(mapped.getFileSize(), firstFileSize(KFLMappedFile::getPageSize())) &&
+         file.validateHeader() != 0;
 }
 
 int removeFaulty(const std::string& path) {
@@ -143,7 +137,7 @@ int removeFaulty(const std::string& path) {
   options.access = KFLMapOptions::Read | KFLMapOptions::Write;
   options.reserve = KFLMapOptions::Later;
   KFLCacheStorage file(path);
-  if (file.getStorage(KFLMappedFile::getPageSize(), nullptr, options) == nullptr)
+  if (file.getStorage(firstFileSize(KFLMappedFile::getPageSize()), nullptr, options) == nullptr)
     return access(path.c_str(), F_OK) == 0 ? -1 : 0;
   KFLFileLock& right = file.getLock();
   if (right.lock(std::chrono::seconds(1), file.header()) != 0) {

@@ -61,10 +61,11 @@ int KFLLockedCache::checkSize() {
 
 int KFLLockedCache::judge() {
   const std::size_t fileSize = storage_->getFileSize();
-  if (manager().isUnmade(fileSize, storage_->getSize())) {
+  const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
+  if (manager().isUnmade(fileSize, firstSize)) {
     if (storage_->reserve() != 0) return kCacheNotMapped;
     mark();
-    manager().createFile(storage_->getSize());
+    manager().createFile(firstSize);
     share_.proved = &fileLock();
     return storage_->syncToDisk() == 0 ? 0 : kCacheNotMapped;
   }

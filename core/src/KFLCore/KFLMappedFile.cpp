@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <KFLCommon/KFLError.h>
@@ -138,6 +139,10 @@ int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
     setErrorMessage("cannot map %s: it has %zu bytes, and %zu are asked for", path_.c_str(), getFileSize(),
                     size);
     return EINVAL;
+  }
+  if (options.reserve == KFLMapOptions::Later) {
+    constexpr off_t kMost = 0x7FFFFFF8;
+    size = std::max(size, static_cast<std::size_t>(std::min(file.st_size, kMost)));
   }
   const bool writes = (options.access & KFLMapOptions::Write) != 0;
   const bool isShared = options.sharing == KFLMapOptions::Shared;
