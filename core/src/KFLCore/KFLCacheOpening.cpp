@@ -82,14 +82,13 @@ int KFLCacheFile::openLocked(bool invalidate) {
     if (const int code = awaitLock(); code != 0) return code;
     KFLLockedCache locked(*share_, storage_);
     if (storage_->isAtPath()) {
-      const std::size_t fileSize = storage_->getFileSize();
       const int code = locked.judge();
       showBase();
       if (code == 0) {
         locked.keep();
         return storage_->getLock().takePlace() == 0 ? 0 : kCacheNotLocked;
       }
-      const bool couldNotMap = code == kCacheNotRemapped && locked.manager().getTotalSize() <= fileSize;
+      const bool couldNotMap = code == kCacheNotRemapped && locked.manager().getTotalSize() <= storage_->getFileSize();
       if (invalidate && isFault(code) && !couldNotMap) locked.invalidate(code);
       locked.leave();
       detach();

@@ -202,10 +202,12 @@ int KFLFileLock::tryLock(Kind kind) {
   return error;
 }
 
+// One that joins the queue between the look and the unlocking finds the word free at its next try.
 void KFLFileLock::unlock(KFLCacheHeader* header) {
+  const bool isAwaited = header != nullptr && isLockedByOthers(descriptor_, kQueue);
   isLocked_ = false;
   setLock(descriptor_, F_UNLCK, kWord);
-  if (header != nullptr) wakeAll(&header->lockWord);
+  if (isAwaited) wakeAll(&header->lockWord);
 }
 
 bool KFLFileLock::isSleeperThere() {

@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 
 #include <KFLCommon/KFLLog.h>
+#include <KFLCore/KFLFolders.h>
 
 #include "CacheTest.h"
 
@@ -402,6 +403,16 @@ TEST(CacheFaults, ARelativePathIsOneOfTheFolderOfItsBeginning) {
   fs::current_path(before);
   ASSERT_EQ(cache->initialize(true, true), 0);
   EXPECT_TRUE(fs::exists(folder / "cache"));
+
+  setUploadsFolder("uploads/");
+  fs::current_path("/");
+  EXPECT_EQ(getUploadsFolder(), before / "uploads");
+  setUploadsFolder("");
+  setenv("KFA_UPLOADS_DIR", "tmp", 1);
+  EXPECT_EQ(getUploadsFolder(), "/tmp");
+  fs::current_path(before);
+  EXPECT_EQ(getUploadsFolder(), "/tmp");
+  unsetenv("KFA_UPLOADS_DIR");
 }
 
 }  // namespace
