@@ -112,15 +112,18 @@ std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
 }
 
 int KFLCacheFile::hold(KFLCacheSnapshot& snapshot) {
-  snapshot.release();
-  if (useCurrent(snapshot)) return 0;
-  boost::intrusive_ptr<KFLCacheHold> former;
-  const int code = withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
-    const Section section(*this);
-    return section.code() != 0 ? section.code() : holdLocked(snapshot, former);
-  });
-  if (former) endHold(*former, share_->patience());
-  return code;
+  KFLCacheSnapshot held;
+  if (!useCurrent(held)) {
+    boost::intrusive_ptr<KFLCacheHold> former;
+    const int code = withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+      const Section section(*this);
+      return section.code() != 0 ? section.code() : holdLocked(held, former);
+    });
+    if (former) endHold(*former, share_->patience());
+    if (code != 0) return code;
+  }
+  snapshot = std::move(held);
+  return 0;
 }
 
 // What the process keeps, if the file still names it.

@@ -197,15 +197,12 @@ int KFLFileLock::lock(std::chrono::milliseconds timeout, KFLCacheHeader* header,
 }
 
 int KFLFileLock::tryLock(Kind kind) {
-  const int error = setLock(descriptor_, lockType(kind), kWord);
-  isLocked_ = isLocked_ || error == 0;
-  return error;
+  return setLock(descriptor_, lockType(kind), kWord);
 }
 
 // One that joins the queue between the look and the unlocking finds the word free at its next try.
 void KFLFileLock::unlock(KFLCacheHeader* header) {
   const bool isAwaited = header != nullptr && isLockedByOthers(descriptor_, kQueue);
-  isLocked_ = false;
   setLock(descriptor_, F_UNLCK, kWord);
   if (isAwaited) wakeAll(&header->lockWord);
 }
@@ -276,7 +273,6 @@ std::vector<std::uint64_t> KFLFileLock::findHeld() const {
 void KFLFileLock::forked() noexcept {
   if (isOpen()) close(descriptor_);
   descriptor_ = -1;
-  isLocked_ = false;
 }
 
 }  // namespace KFL

@@ -55,7 +55,6 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   // 0, EAGAIN while another holds it, or another errno. Does not queue.
   int tryLock(Kind kind = Kind::Alone);
   void unlock(KFLCacheHeader* header);
-  bool isLocked() const { return isLocked_; }
 
   // The rest needs the lock.
 
@@ -82,7 +81,6 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   bool isSleeperThere();
 
   int descriptor_ = -1;
-  bool isLocked_ = false;
   off_t sleeper_ = 0;  // the last ticket that was passed over; 0 when there is none
   std::map<std::uint64_t, std::uint32_t> held_;
 };
