@@ -11,6 +11,11 @@
 
 namespace KFL {
 
+// Whether the code means that what stands in the file is at fault, and not the means to read it.
+constexpr bool isFault(int code) {
+  return code == kCacheUnsound || (code <= kCacheNotRemapped && code >= kCacheBadLayout);
+}
+
 // The result of the work; kCacheNoMemory when it threw.
 template <class Work>
 int withCode(Work work) noexcept {

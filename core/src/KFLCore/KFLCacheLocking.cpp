@@ -65,7 +65,7 @@ int KFLCacheFile::lockOpened() {
     locked.keep();
     return 0;
   }
-  if (code != kCacheFull && code != kCacheNotMapped) locked.invalidate(code);
+  if (isFault(code) && code != kCacheNotRemapped) locked.invalidate(code);
   locked.leave();
   detach();
   return code;

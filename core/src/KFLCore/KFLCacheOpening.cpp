@@ -23,11 +23,6 @@ std::string absolutePath(const std::string& path) {
   return error ? path : absolute.string();
 }
 
-// Whether the code means that what stands in the file is at fault, and not the means to read it.
-bool isFault(int code) {
-  return code == kCacheUnsound || (code <= kCacheNotRemapped && code >= kCacheBadLayout);
-}
-
 }  // namespace
 
 KFLCacheFile::KFLCacheFile(const std::string& path, const KFLCacheLimits& limits)
@@ -84,15 +79,16 @@ int KFLCacheFile::openLocked(bool invalidate) {
     if (storage_->isAtPath()) {
       const int code = locked.judge();
       showBase();
-      if (code == 0) {
+      if (code == 0 && storage_->getLock().takePlace() == 0) {
         locked.keep();
-        return storage_->getLock().takePlace() == 0 ? 0 : kCacheNotLocked;
+        return 0;
       }
-      const bool couldNotMap = code == kCacheNotRemapped && locked.manager().getTotalSize() <= storage_->getFileSize();
+      const bool couldNotMap =
+          code == kCacheNotRemapped && locked.manager().getTotalSize() <= storage_->getFileSize();
       if (invalidate && isFault(code) && !couldNotMap) locked.invalidate(code);
       locked.leave();
       detach();
-      return code;
+      return code != 0 ? code : int{kCacheNotMapped};
     }
     locked.leave();  // it was replaced before it was locked
     detach();

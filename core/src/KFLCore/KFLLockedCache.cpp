@@ -63,7 +63,7 @@ int KFLLockedCache::judge() {
   const std::size_t fileSize = storage_->getFileSize();
   const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
   if (manager().isUnmade(fileSize, firstSize)) {
-    if (storage_->reserve() != 0) return kCacheNotMapped;
+    if (storage_->reserve(firstSize) != 0) return kCacheNotMapped;
     mark();
     manager().createFile(firstSize);
     share_.proved = &fileLock();
@@ -79,7 +79,7 @@ int KFLLockedCache::judge() {
                     manager().getTotalSize());
     return kCacheNotRemapped;
   }
-  if (fileSize < storage_->getSize() && storage_->reserve() != 0) return kCacheNotMapped;
+  if (fileSize < firstSize && storage_->reserve(firstSize) != 0) return kCacheNotMapped;
   if (const int code = enter(); code != 0) return code;
   const KFLSnapshotView snapshot(storage_->memory(), manager().getSnapshot());
   const bool isSound = snapshot.isSound() && load(snapshot.head().references) > 0;
@@ -98,7 +98,7 @@ int KFLLockedCache::recover() {
 
 int KFLLockedCache::proveOrRebuild() {
   KFLCacheProof proof;
-  if (storage_->reserve() != 0) return kCacheFull;
+  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
   const int code = proof.check(storage_->memory());
   if (code == 0 && proof.isTidy()) {
     share_.proved = &fileLock();
@@ -159,8 +159,8 @@ int KFLLockedCache::invalidate(int code) {
 
 // Before the first change of a process: space on disk for what will be written, and the whole proof.
 int KFLLockedCache::prepare() {
-  if (share_.proved == &fileLock() && storage_->reserve() == 0) return 0;
-  if (storage_->reserve() != 0) return kCacheFull;
+  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
+  if (share_.proved == &fileLock()) return 0;
   KFLCacheProof proof;
   if (proof.check(storage_->memory()) == 0) {
     share_.proved = &fileLock();

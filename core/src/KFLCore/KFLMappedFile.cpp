@@ -108,7 +108,7 @@ int KFLMappedFile::unmap(int error) {
   if (memory_ != nullptr) munmap(memory_, size_);
   memory_ = nullptr;
   size_ = 0;
-  isReserved_ = false;
+  reserved_ = 0;
   return error;
 }
 
@@ -134,7 +134,7 @@ int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
   if (options.reserve == KFLMapOptions::Now) {
     if (const int error = reserveSpace(file_->get(), size); error != 0)
       return failed("reserve space for", path_, error);
-    isReserved_ = true;
+    reserved_ = size;
   } else if (options.reserve == KFLMapOptions::Inside && size > getFileSize()) {
     setErrorMessage("cannot map %s: it has %zu bytes, and %zu are asked for", path_.c_str(), getFileSize(),
                     size);
@@ -168,11 +168,11 @@ bool KFLMappedFile::isAtPath() const {
   return lstat(path_.c_str(), &there) == 0 && isFile(there.st_dev, there.st_ino);
 }
 
-int KFLMappedFile::reserve() {
-  if (isReserved_) return 0;
-  if (const int error = reserveSpace(file_->get(), size_); error != 0)
+int KFLMappedFile::reserve(std::size_t size) {
+  if (size <= reserved_) return 0;
+  if (const int error = reserveSpace(file_->get(), size); error != 0)
     return failed("reserve space for", path_, error);
-  isReserved_ = true;
+  reserved_ = size;
   return 0;
 }
 

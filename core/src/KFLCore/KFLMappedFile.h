@@ -56,8 +56,9 @@ class KFLMappedFile : public KFLRefCounter {
   // Whether the path still names the file that is mapped.
   bool isAtPath() const;
 
-  // Gives every block of the mapping its space on disk; at once when that was done. 0, or an errno with an error text.
-  int reserve();
+  // Makes the file at least so long, and gives these bytes their space on disk; at once when that was done. 0, or an errno
+  // with an error text.
+  int reserve(std::size_t size);
   // Brings what was written through the mapping to the file, where every other mapping of it sees it already. 0, or an
   // errno with an error text.
   int syncMemory() const;
@@ -81,7 +82,7 @@ class KFLMappedFile : public KFLRefCounter {
   std::size_t size_ = 0;
   dev_t device_ = 0;
   ino_t inode_ = 0;
-  bool isReserved_ = false;
+  std::size_t reserved_ = 0;
 };
 
 // Opens a file under the rules above, without mapping it: a descriptor that is closed on exec, or -errno with an error

@@ -9,6 +9,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include <KFLCommon/KFLLanguage.h>
+
 namespace KFL {
 
 class KFLPatience {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/templates/KFATemplateCache.h>
 
+#include <new>
+
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLFolders.h>
@@ -30,11 +32,15 @@ boost::intrusive_ptr<KFATemplateCachePrototype> KFATemplateCachePrototype::creat
   static KFLForkableLock lock;
   static boost::intrusive_ptr<KFATemplateCachePrototype> instance;
   const KFLForkableGuard guard(lock);
-  if (!instance || !instance->isAccessible()) {
-    instance.reset();
-    const boost::intrusive_ptr<KFATemplateCachePrototype> made(
-        new KFATemplateCachePrototype(getUploadsFolder() + "/template.cache"));
-    if (openOrReplace(*made)) instance = made;
+  try {
+    if (!instance || !instance->isAccessible()) {
+      instance.reset();
+      const boost::intrusive_ptr<KFATemplateCachePrototype> made(
+          new KFATemplateCachePrototype(getUploadsFolder() + "/template.cache"));
+      if (openOrReplace(*made)) instance = made;
+    }
+  } catch (const std::bad_alloc&) {
+    setErrorMessage("there is not enough memory for the template cache");
   }
   return instance;
 }
