@@ -122,6 +122,12 @@ static_assert(sizeof(KFLSnapshotHead) == 12 && offsetof(KFLSnapshotHead, count) 
 static_assert(sizeof(KFLCacheRecord) == 260 && offsetof(KFLCacheRecord, item) == kCacheKeySize);
 static_assert(sizeof(KFLItemHead) == 8 && offsetof(KFLItemHead, size) == 4);
 
+// What a new file takes at least; it has whole pages, and one more than that.
+inline constexpr std::size_t kCacheFirstSize = 4616;
+constexpr std::size_t firstFileSize(std::size_t page) {
+  return (kCacheFirstSize / page + 1) * page;
+}
+
 // The bytes of a snapshot with room for so many records, without its block's head.
 constexpr std::uint64_t snapshotBytes(std::uint64_t capacity) {
   return sizeof(KFLSnapshotHead) + capacity * sizeof(KFLCacheRecord);

@@ -1,154 +1,209 @@
 // SPDX-License-Identifier: Apache-2.0
-// Taking and releasing the lock of a cache file, and its removal.
-#include <unistd.h>
-
+// Taking and releasing the lock of a cache file, and what is done under it.
 #include <cerrno>
 
-#include <KFLCommon/KFLError.h>
-#include <KFLCore/KFLCacheFile.h>
+#include <algorithm>
+#include <utility>
 
-#include "KFLDeadline.h"
+#include <KFLCommon/KFLError.h>
+
+#include "KFLCacheCodes.h"
 #include "KFLDescriptor.h"
+#include "KFLLockedCache.h"
 
 namespace KFL {
 
-int KFLCacheFile::takeTurn(KFLDeadline& deadline) {
-  while (!turn_.try_lock()) {
-    if (deadline.pause()) continue;
-    setErrorMessage("cannot lock %s: another thread of this process holds it since more than %lld ms",
-                    path_.c_str(), static_cast<long long>(timeout_.load()));
-    return kCacheNotLocked;
-  }
-  return 0;
+KFLCacheFile::Section::Section(KFLCacheFile& file) : file_(file), code_(file.begin()) {}
+
+KFLCacheFile::Section::~Section() {
+  if (code_ != 0) return;
+  file_.showBase();
+  KFLLockedCache(*file_.share_, file_.storage_).leave();
+  file_.turn_.unlock();
 }
 
-int KFLCacheFile::lock(Storage& storage) {
-  KFLDeadline deadline(timeout());
-  if (const int code = takeTurn(deadline); code != 0) return code;
-  if (const int code = lockCurrent(deadline); code != 0) {
-    turn_.unlock();
-    return code;
-  }
-  storage = storage_;
-  return 0;
+int KFLCacheFile::takeTurn() {
+  if (turn_.lock(share_->patience())) return 0;
+  setErrorMessage("cannot lock %s: another thread of this process holds it since more than %lld ms",
+                  share_->path.c_str(), static_cast<long long>(share_->timeout.load()));
+  return kCacheNotLocked;
 }
 
-void KFLCacheFile::unlock(Storage& storage) {
-  leave();
-  turn_.unlock();
-  storage.reset();
+// Takes the turn and the lock, or neither.
+int KFLCacheFile::begin() KFL_NO_THREAD_SAFETY_ANALYSIS {
+  if (const int code = takeTurn(); code != 0) return code;
+  KFLTurnEnd end(turn_);
+  const int code = lockCurrent();
+  if (code == 0) end.keep();
+  return code;
 }
 
 // Locks the file that the path names, which need not be the one that was open.
-int KFLCacheFile::lockCurrent(KFLDeadline& deadline) {
+int KFLCacheFile::lockCurrent() {
   if (!isWanted_) {
-    setErrorMessage("%s is not open", path_.c_str());
+    setErrorMessage("%s is not open", share_->path.c_str());
     return kCacheNotMapped;
   }
-  if (isAccessible() && !isForked()) {
-    if (const int code = awaitLock(deadline); code != 0) return code;
-    if (manager().isValid() && storage_->isAtPath()) return enter();
-    storage_->getLock().unlock();
+  if (isAccessible() && !isForked() && storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
+    const int code = lockOpened();
+    if (code <= 0) return code;
   }
   detach();
-  return openLocked(deadline, {true, false});
+  const int code = openLocked(invalidates_);
+  if (code != 0) detach();
+  return code;
 }
 
-int KFLCacheFile::awaitLock(KFLDeadline& deadline) {
-  int error = 0;
-  do {
-    error = storage_->getLock().tryLock();
-  } while (error == EAGAIN && deadline.pause());
+// 1 when another file is to be opened.
+int KFLCacheFile::lockOpened() {
+  if (const int code = awaitLock(); code != 0) return code;
+  KFLLockedCache locked(*share_, storage_);
+  if (storage_->getFileSize() < locked.manager().getTotalSize() || !isStillHere()) return 1;
+  const int code = locked.enter();
+  showBase();
+  if (code == 0) {
+    locked.keep();
+    return 0;
+  }
+  if (isFault(code) && code != kCacheNotRemapped) locked.invalidate(code);
+  locked.leave();
+  detach();
+  return code;
+}
+
+bool KFLCacheFile::isStillHere() const {
+  return storage_->manager().isValid() && storage_->isAtPath();
+}
+
+int KFLCacheFile::awaitLock() {
+  const int error = storage_->getLock().lock(share_->patience(), storage_->header());
   if (error == 0) return 0;
   if (error == EAGAIN) {
-    setErrorMessage("cannot lock %s: process %u holds it since more than %lld ms", path_.c_str(),
-                    manager().getHolder(), static_cast<long long>(timeout_.load()));
+    const KFLCacheHeader* const header = storage_->header();
+    const std::uint32_t holder = header != nullptr ? storage_->manager().getHolder() : 0;
+    const std::string name = holder != 0 ? "process " + std::to_string(holder) : "another process";
+    setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", share_->path.c_str(), name.c_str(),
+                    static_cast<long long>(share_->timeout.load()));
   } else {
-    setErrorMessage("cannot lock %s: %s", path_.c_str(), describeError(error).c_str());
+    setErrorMessage("cannot lock %s: %s", share_->path.c_str(), describeError(error).c_str());
   }
   return kCacheNotLocked;
 }
 
-// Makes a file that was just locked ready for changes.
-int KFLCacheFile::enter() {
-  int code = unsafe_checkSize();
-  if (code == 0) code = allowWriting();
-  if (code != 0) {
-    storage_->getLock().unlock();
-    return code;
-  }
-  const bool holderDied = manager().getHolder() != 0;
-  manager().setHolder(static_cast<std::uint32_t>(getpid()));
-  if (!holderDied) return 0;
-  bool alone = false;
-  code = settle(true, alone);
-  return code == 0 ? 0 : giveUp(code, true);
+int KFLCacheFile::lock(Storage& storage) KFL_NO_THREAD_SAFETY_ANALYSIS {
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    const int code = begin();
+    if (code != 0) return code;
+    KFLLockedCache locked(*share_, storage_);
+    locked.mark();
+    locked.keep();
+    storage = storage_;
+    return 0;
+  });
 }
 
-void KFLCacheFile::leave() {
-  manager().setHolder(0);
-  if (protect_) storage_->protect(false);
-  storage_->getLock().unlock();
+void KFLCacheFile::unlock(Storage& storage) {
+  showBase();
+  KFLLockedCache(*share_, storage_).leave();
+  turn_.unlock();
+  storage.reset();
 }
 
 bool KFLCacheFile::passLock() {
   if (!isAccessible() || isForked()) return true;
-  KFLDeadline deadline(timeout());
-  if (takeTurn(deadline) != 0) return false;
-  const int code = awaitLock(deadline);
-  if (code == 0) storage_->getLock().unlock();
-  turn_.unlock();
-  return code == 0;
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+           if (const int code = takeTurn(); code != 0) return code;
+           const KFLTurnEnd end(turn_);
+           if (storage_->getFileSize() < sizeof(KFLCacheHeader)) return 0;
+           const int code = awaitLock();
+           if (code == 0) storage_->getLock().unlock(storage_->header());
+           return code;
+         }) == 0;
 }
 
 int KFLCacheFile::setProtected(bool isProtected) {
-  Storage storage;
-  if (const int code = lock(storage); code != 0) return code;
-  protect_ = isProtected;
-  unlock(storage);
-  return 0;
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    const Section section(*this);
+    if (section.code() == 0) share_->isProtected = isProtected;
+    return section.code();
+  });
 }
 
 void KFLCacheFile::setLockTimeout(std::chrono::milliseconds timeout) {
-  timeout_.store(timeout.count());
+  share_->timeout.store(std::max<std::int64_t>(timeout.count(), 0));
 }
 
 int KFLCacheFile::sync() {
-  Storage storage;
-  if (const int code = lock(storage); code != 0) return code;
-  const int error = storage_->syncMemory();
-  unlock(storage);
-  return error == 0 ? 0 : kCacheNotMapped;
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    Storage storage;
+    {
+      const Section section(*this);
+      if (section.code() != 0) return section.code();
+      storage = storage_;
+    }
+    return storage->syncToDisk() == 0 ? 0 : int{kCacheNotMapped};
+  });
 }
 
-namespace {
-
-// Whether the file says of itself that it cannot be used.
-bool isFaulty(const KFLCacheStorage& file) {
-  return file.manager().isInitialized() && file.manager().validateHeader() != 0;
+int KFLCacheFile::repair(bool& alone) {
+  dropKept(share_->patience());
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    const Section section(*this);
+    if (section.code() != 0) return section.code();
+    KFLFileLock& fileLock = storage_->getLock();
+    alone = fileLock.isOnlyUser() && fileLock.findHeld().empty();
+    KFLLockedCache locked(*share_, storage_);
+    const int code = locked.recover();
+    locked.keep();
+    return code == 0 || code == kCacheFull ? code : locked.invalidate(code);
+  });
 }
 
-}  // namespace
+int KFLCacheFile::apply(const KFLCacheChanges& changes) {
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    const std::vector<const KFLCacheChange*> sorted = changes.sorted();
+    if (const int code = checkChanges(sorted, share_->limits); code != 0) return code;
+    for (std::uint32_t tries = 0; tries < std::max(share_->limits.openings, 1U); ++tries) {
+      const Section section(*this);
+      if (section.code() != 0) return section.code();
+      const int code = applyLocked(sorted);
+      if (code != 0 || isStillHere()) return code;
+    }
+    setErrorMessage("cannot change %s: it is replaced again and again", share_->path.c_str());
+    return int{kCacheNotMapped};
+  });
+}
 
-// Only who has the right to remove this very file, and finds it still at the path, takes it away: meanwhile another
-// process may have put a good one there.
-int removeLockedCacheFile(const std::string& path, int) {
-  KFLMapOptions options;
-  options.access = KFLMapOptions::Read | KFLMapOptions::Write;
-  KFLCacheStorage file(path);
-  if (file.map(KFLMappedFile::getPageSize(), options) != 0) return access(path.c_str(), F_OK) == 0 ? -1 : 0;
-  KFLFileLock right;
-  if (right.open(path) != 0) return access(path.c_str(), F_OK) == 0 ? -1 : 0;
-  KFLDeadline deadline(std::chrono::seconds(1));
-  while (right.tryRemoval() != 0) {
-    if (deadline.pause()) continue;
-    setErrorMessage("cannot remove %s: another process is about to", path.c_str());
-    return -1;
+// What this process keeps for nobody does not stand in the way of the change.
+int KFLCacheFile::applyLocked(const std::vector<const KFLCacheChange*>& changes) {
+  KFLLockedCache locked(*share_, storage_);
+  locked.keep();
+  struct Kept {
+    KFLCacheShare& share;
+    boost::intrusive_ptr<KFLCacheHold> hold;
+    ~Kept() {
+      const KFLForkableGuard guard(share.holdsLock);
+      if (hold) share.current = std::move(hold);
+    }
+  } kept{*share_, takeKept()};
+  if (kept.hold && !kept.hold->isCurrent()) {
+    const std::uint64_t former = kept.hold->view.getOffset();
+    kept.hold.reset();
+    if (const int code = locked.lower(former); code != 0) return code;
   }
-  if (!right.isSameFile(file) || !file.isAtPath() || !isFaulty(file)) return 0;
-  if (unlink(path.c_str()) == 0 || errno == ENOENT) return 0;
-  setErrorMessage("cannot remove %s: %s", path.c_str(), describeError(errno).c_str());
-  return -1;
+  bool isReplaced = false;
+  const int code = locked.change(changes, kept.hold != nullptr, isReplaced);
+  if (isReplaced) kept.hold.reset();
+  return code;
+}
+
+// The snapshot that this process keeps through the opening that is locked, if nobody uses it.
+boost::intrusive_ptr<KFLCacheHold> KFLCacheFile::takeKept() {
+  const KFLForkableGuard guard(share_->holdsLock);
+  const boost::intrusive_ptr<KFLCacheHold>& current = share_->current;
+  const bool isMine = current && !current->isForked() && current->storage->isSameOpening(*storage_);
+  if (!isMine || current->users > 0) return nullptr;
+  return std::move(share_->current);
 }
 
 }  // namespace KFL

@@ -1,194 +1,163 @@
 // SPDX-License-Identifier: Apache-2.0
-// Opening a cache file: mapping it, making or judging its contents, and putting right what a death left.
+// Opening a cache file, and taking it away.
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include <KFLCommon/KFLError.h>
-#include <KFLCommon/KFLLog.h>
-#include <KFLCore/KFLCacheFile.h>
-#include <KFLCore/KFLCacheProof.h>
 
-#include "KFLDeadline.h"
+#include "KFLCacheCodes.h"
+#include "KFLDescriptor.h"
+#include "KFLLockedCache.h"
 
 namespace KFL {
 
 namespace {
 
-// What a new file takes at least; the mapping has whole pages, and one more than that.
-constexpr std::size_t kFirstSize = 4616;
-
-// A count that is right already stays untouched, so that opening a file does not make every page of it dirty.
-void resetCount(std::int32_t& references) {
-  if (references != 1) storeWord(references, 1);
-}
-
-std::size_t firstMappingSize() {
-  const std::size_t page = KFLMappedFile::getPageSize();
-  return (kFirstSize / page + 1) * page;
+std::string absolutePath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+  return error ? path : absolute.string();
 }
 
 }  // namespace
 
 KFLCacheFile::KFLCacheFile(const std::string& path, const KFLCacheLimits& limits)
-    : path_(path), limits_(limits) {}
+    : share_(new KFLCacheShare(absolutePath(path), limits)), turn_(share_->turn) {}
+
+KFLCacheFile::~KFLCacheFile() {
+  dropKept(std::chrono::milliseconds{0});
+}
+
+const std::string& KFLCacheFile::getPath() const {
+  return share_->path;
+}
+const KFLCacheLimits& KFLCacheFile::getLimits() const {
+  return share_->limits;
+}
 
 int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
-  KFLDeadline deadline(timeout());
-  if (const int code = takeTurn(deadline); code != 0) return code;
-  detach();
-  protect_ = false;
-  const int code = openLocked(deadline, {invalidateOnFailure, true});
-  isWanted_ = code == 0;
-  if (code == 0) leave();
-  turn_.unlock();
-  return code;
-}
-
-int KFLCacheFile::reinit() {
-  turn_.lock();
-  isWanted_ = false;
-  detach();
-  turn_.unlock();
-  return 0;
-}
-
-// Opens the file and leaves it locked, or not open.
-int KFLCacheFile::openLocked(KFLDeadline& deadline, OpenRules rules) {
-  for (std::uint32_t tries = 0; tries < limits_.openings; ++tries) {
-    if (const int code = attach(); code != 0) return code;
-    if (const int code = awaitLock(deadline); code != 0) {
-      if (rules.invalidateUnlocked) manager().invalidate();
+  return withCode([&] {
+    dropKept(share_->patience());
+    if (const int code = takeTurn(); code != 0) return code;
+    const KFLTurnEnd end(turn_);
+    detach();
+    share_->isProtected = false;
+    invalidates_ = invalidateOnFailure;
+    isWanted_ = false;
+    int code = openLocked(invalidateOnFailure);
+    if (code == kCacheNotLocked && invalidatesStuck_ && storage_) storage_->manager().invalidate();
+    isWanted_ = code == 0;
+    if (code != 0) {
       detach();
       return code;
     }
-    if (storage_->isAtPath()) return judge(rules);
-    storage_->getLock().unlock();  // it was replaced before it was locked
+    { const KFLLockedCache leaves(*share_, storage_); }
+    return storage_->syncMemory() == 0 ? 0 : int{kCacheNotMapped};
+  });
+}
+
+int KFLCacheFile::reinit() {
+  dropKept(std::chrono::milliseconds{0});
+  while (!turn_.lock(std::chrono::hours{1})) {
+  }
+  const KFLTurnEnd end(turn_);
+  isWanted_ = false;
+  detach();
+  return 0;
+}
+
+// Opens the file and leaves it locked; or not, and then not open, but for one whose lock could not be had.
+int KFLCacheFile::openLocked(bool invalidate) {
+  for (std::uint32_t tries = 0; tries < std::max(share_->limits.openings, 1U); ++tries) {
+    if (const int code = attach(); code != 0) return code;
+    if (const int code = awaitLock(); code != 0) return code;
+    KFLLockedCache locked(*share_, storage_);
+    if (storage_->isAtPath()) {
+      const int code = locked.judge();
+      showBase();
+      if (code == 0 && storage_->getLock().takePlace() == 0) {
+        locked.keep();
+        return 0;
+      }
+      const bool couldNotMap =
+          code == kCacheNotRemapped && locked.manager().getTotalSize() <= storage_->getFileSize();
+      if (invalidate && isFault(code) && !couldNotMap) locked.invalidate(code);
+      locked.leave();
+      detach();
+      return code != 0 ? code : int{kCacheNotMapped};
+    }
+    locked.leave();  // it was replaced before it was locked
     detach();
   }
-  setErrorMessage("cannot open %s: it is replaced again and again", path_.c_str());
+  setErrorMessage("cannot open %s: it is replaced again and again", share_->path.c_str());
   return kCacheNotMapped;
 }
 
 int KFLCacheFile::attach() {
-  Storage storage(new KFLCacheStorage(path_));
-  if (storage->getStorage(firstMappingSize(), nullptr) == nullptr) return kCacheNotMapped;
+  KFLMapOptions options;
+  options.reserve = KFLMapOptions::Later;
+  Storage storage(new KFLCacheStorage(share_->path));
+  if (storage->getStorage(firstFileSize(KFLMappedFile::getPageSize()), nullptr, options) == nullptr)
+    return kCacheNotMapped;
   belongHere();
-  useStorage(std::move(storage));
+  storage_ = std::move(storage);
+  share_->proved = nullptr;
   return 0;
 }
 
-void KFLCacheFile::useStorage(Storage storage) {
-  storage_ = std::move(storage);
+void KFLCacheFile::showBase() {
   base_.store(storage_ ? storage_->memory().data() : nullptr, std::memory_order_release);
 }
 
 void KFLCacheFile::detach() {
-  useStorage(nullptr);
+  storage_.reset();
+  showBase();
 }
 
-int KFLCacheFile::judge(OpenRules rules) {
-  const std::size_t fileSize = storage_->getFileSize();
-  const int code = judgeContents();
-  if (code == 0) return 0;
-  const bool couldNotMap = code == kCacheNotRemapped && manager().getTotalSize() <= fileSize;
-  return giveUp(code, rules.invalidateUnsound && !couldNotMap);
+namespace {
+
+// Whether the file says of itself that it cannot be used.
+bool isFaulty(const KFLMappedFile& mapped) {
+  const KFLMappedMemoryManager file(mapped.getMemory());
+  return !file.isUnmade(mapped.getFileSize(), firstFileSize(KFLMappedFile::getPageSize())) &&
+         file.validateHeader() != 0;
 }
 
-int KFLCacheFile::judgeContents() {
-  if (!manager().isInitialized()) {
-    manager().createFile(storage_->getSize());
-  } else if (const int code = manager().validateHeader(); code != 0) {
-    setErrorMessage("%s is no valid cache file: %s", path_.c_str(),
-                    code == kCacheInvalid ? "it is marked invalid" : "a word of its header is wrong");
-    return code;
-  }
-  if (const int code = unsafe_checkSize(); code != 0) return code;
-  if (const int code = allowWriting(); code != 0) return code;
-
-  const bool holderDied = manager().getHolder() != 0;
-  manager().setHolder(static_cast<std::uint32_t>(getpid()));
-  bool alone = false;
-  if (const int code = settle(holderDied, alone); code != 0) return code;
-  KFLSnapshotHead* const snapshot = unsafe_acquireSnapshot();
-  if (snapshot == nullptr) return kCacheUnsound;
-  KFL::decRef(snapshot->references);
-  storage_->syncMemory();
-  return 0;
-}
-
-// Takes the lock back from a file that cannot be used.
-int KFLCacheFile::giveUp(int code, bool invalidate) {
-  if (invalidate) manager().invalidate();
-  if (manager().getHolder() == static_cast<std::uint32_t>(getpid())) manager().setHolder(0);
-  storage_->getLock().unlock();
-  detach();
-  return code;
-}
-
-int KFLCacheFile::unsafe_checkSize() {
-  const std::uint32_t total = manager().getTotalSize();
-  if (total <= storage_->getSize()) return 0;
+int removeFaulty(const std::string& path) {
   KFLMapOptions options;
-  options.reserve = 0;
-  Storage larger(new KFLCacheStorage(path_));
-  if (larger->getStorage(total, storage_.get(), options) == nullptr) return kCacheNotRemapped;
-  if (protect_ && larger->protect(false) != 0) return kCacheNotRemapped;
-  useStorage(std::move(larger));
-  return 0;
-}
-
-int KFLCacheFile::allowWriting() {
-  return protect_ && storage_->protect(true) != 0 ? kCacheNotMapped : 0;
-}
-
-// Proves the file sound before anything in it is followed. Where a holder died on its way, the bytes in use are taken from
-// the free list, which is in order at every moment. When nobody else can have anything of the file, all that the current
-// snapshot does not reach is given back, and a free list that does not hold together is built anew.
-int KFLCacheFile::settle(bool holderDied, bool& alone) {
-  if (holderDied && manager().isUsable(storage_->getSize())) manager().recount();
-  KFLFileLock& lock = storage_->getLock();
-  alone = lock.tryBeAlone();
-  KFLCacheProof proof;
-  int code = proof.check(storage_->memory());
-  if (code != 0 && alone) code = proof.check(storage_->memory(), {KFLProofScope::Kept});
-  if (code != 0) {
-    setErrorMessage("%s is damaged at offset %llu: %s", path_.c_str(),
-                    static_cast<unsigned long long>(proof.faults().front().offset),
-                    proof.faults().front().text.c_str());
-    KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
-  } else if (alone && !proof.isTidy()) {
-    reclaim(proof);
+  options.access = KFLMapOptions::Read | KFLMapOptions::Write;
+  options.reserve = KFLMapOptions::Later;
+  KFLCacheStorage file(path);
+  if (file.getStorage(firstFileSize(KFLMappedFile::getPageSize()), nullptr, options) == nullptr)
+    return access(path.c_str(), F_OK) == 0 ? -1 : 0;
+  KFLFileLock& right = file.getLock();
+  if (right.lock(std::chrono::seconds(1), file.header()) != 0) {
+    setErrorMessage("cannot remove %s: another process has its lock", path.c_str());
+    return -1;
   }
-  const int placed = lock.takePlace();
-  if (code == 0 && placed != 0) setErrorMessage("cannot lock %s", path_.c_str());
-  return code == 0 && placed != 0 ? kCacheNotLocked : code;
-}
-
-// Puts every block that the snapshot does not reach into a free list that begins empty, so that a death at any store
-// leaves a sound list again.
-void KFLCacheFile::reclaim(const KFLCacheProof& proof) {
-  KFLMappedMemoryManager heap = manager();
-  heap.forgetFreeBlocks();
-  heap.recount();
-  KFLHeapBlock* last = heap.sentinel();
-  proof.forEachBlock([&](const KFLProvedBlock& block) {
-    if (block.use == KFLBlockUse::Snapshot || block.use == KFLBlockUse::Item) return;
-    last = heap.release(reinterpret_cast<KFLHeapBlock*>(heap.at(block.offset)), last);
-  });
-  const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
-  resetCount(snapshot.head().references);
-  for (std::uint32_t i = 0; i < snapshot.size(); ++i)
-    resetCount(snapshot.getItem(i)->references);
-}
-
-int KFLCacheFile::repair(bool& alone) {
-  Storage storage;
-  if (const int code = lock(storage); code != 0) return code;
-  const int code = settle(true, alone);
-  if (code != 0) markUnsound("it cannot be repaired");
-  unlock(storage);
+  int code = 0;
+  if (file.isAtPath() && isFaulty(file)) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+      setErrorMessage("cannot remove %s: %s", path.c_str(), describeError(errno).c_str());
+      code = -1;
+    }
+  }
+  right.unlock(file.header());
   return code;
+}
+
+}  // namespace
+
+int removeLockedCacheFile(const std::string& path, int code) {
+  if (code == kCacheNotLocked) {
+    setErrorMessage("cannot remove %s: another process has its lock", path.c_str());
+    return -1;
+  }
+  return withCode([&] { return removeFaulty(path); }) == 0 ? 0 : -1;
 }
 
 }  // namespace KFL

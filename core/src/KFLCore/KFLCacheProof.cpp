@@ -213,6 +213,21 @@ struct KFLCacheProof::Walk {
     return false;
   }
 
+  // Whether a block's data begin at the offset, with room for so many bytes.
+  bool isRoomFor(std::uint64_t data, std::uint64_t size) const {
+    return data >= sizeof(KFLHeapBlock) && isBlock(static_cast<std::int64_t>(data - sizeof(KFLHeapBlock))) &&
+           size <= roomAt(data);
+  }
+  void keepItems(std::uint64_t snapshot, std::uint32_t count, std::vector<std::uint64_t>& items) {
+    for (std::uint32_t i = 0; i < count; ++i) {
+      const std::uint64_t at = snapshot + snapshotBytes(i) + offsetof(KFLCacheRecord, item);
+      const auto data = static_cast<std::uint64_t>(targetOf(at, read<std::int32_t>(at)));
+      if (!isRoomFor(data, sizeof(KFLItemHead)) || data == proof.snapshot_) continue;
+      setMark(data - sizeof(KFLHeapBlock), kItem);
+      items.push_back(data);
+    }
+  }
+
   void judgeReferences(std::uint64_t at, std::int32_t references) {
     isShared = isShared || references != 1;
     if (scope == KFLProofScope::Whole && references < 1)
@@ -302,6 +317,27 @@ int KFLCacheProof::check(std::span<const std::byte> file, const KFLProofOptions&
   recordCount_ = 0;
   Walk{*this, file, options.scope}.run();
   return faults_.empty() ? 0 : faults_.front().code;
+}
+
+KFLCacheProof::ItemCounts KFLCacheProof::keep(std::span<const std::byte> file,
+                                              std::span<const std::uint64_t> snapshots) {
+  std::vector<std::uint64_t> items;
+  Walk walk{*this, file, KFLProofScope::Kept};
+  walk.keepItems(snapshot_, recordCount_, items);
+  for (const std::uint64_t snapshot : snapshots) {
+    KFLSnapshotHead head{};
+    if (snapshot == snapshot_ || !walk.isRoomFor(snapshot, sizeof(head))) continue;
+    walk.setMark(snapshot - sizeof(KFLHeapBlock), kItem);
+    head = walk.read<KFLSnapshotHead>(snapshot);
+    if (walk.isRoomFor(snapshot, snapshotBytes(head.count))) walk.keepItems(snapshot, head.count, items);
+  }
+  std::sort(items.begin(), items.end());
+  ItemCounts counts;
+  for (const std::uint64_t item : items) {
+    if (counts.empty() || counts.back().first != item) counts.emplace_back(item, 0);
+    ++counts.back().second;
+  }
+  return counts;
 }
 
 std::uint64_t KFLCacheProof::blockEnd(std::uint64_t start) const {

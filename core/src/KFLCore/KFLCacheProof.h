@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <KFLCore/KFLCacheFormat.h>
@@ -46,7 +47,7 @@ struct KFLCacheFault {
 enum class KFLBlockUse : std::uint8_t {
   Other,     // not free, and not reached by the current snapshot: of a former snapshot, or lost
   Free,      // in the free list; never so in scope Kept
-  Item,      // of the current snapshot
+  Item,      // of the current snapshot, or of another that is to be kept, or such a snapshot
   Snapshot,  // the current one
 };
 
@@ -67,6 +68,12 @@ class KFLCacheProof {
 
   // In the order in which the file is walked: header, blocks, free list, snapshot, records.
   const std::vector<KFLCacheFault>& faults() const { return faults_; }
+
+  // Behind a check() of these bytes in scope Kept that found nothing: also keeps what these former snapshots have, by the
+  // offsets of their heads, as far as it holds together. Gives how many of the snapshots have each item, in ascending order of the
+  // offsets of the items' heads.
+  using ItemCounts = std::vector<std::pair<std::uint64_t, std::int32_t>>;
+  ItemCounts keep(std::span<const std::byte> file, std::span<const std::uint64_t> snapshots);
 
   // Whether the bytes look like a cache file at all: at most one of the header's fixed words is wrong. Others are not
   // walked.

@@ -1,26 +1,107 @@
 // SPDX-License-Identifier: Apache-2.0
+// Holding snapshots: what a process keeps is given out without a lock, all else is held and ended under it.
 #include <KFLCore/KFLCacheSnapshot.h>
 
+#include <cerrno>
 #include <utility>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 
+#include "KFLCacheCodes.h"
+#include "KFLLockedCache.h"
+
 namespace KFL {
 
-void KFLCacheSnapshot::swap(KFLCacheSnapshot& other) noexcept {
-  std::swap(cache_, other.cache_);
-  storage_.swap(other.storage_);
-  std::swap(view_, other.view_);
-  std::swap(generation_, other.generation_);
+namespace {
+
+// Looks at the path in each tick of the kernel's clock, until they count for little beside the look-ups.
+constexpr int kLooks = 8;
+
+std::time_t tickOf(const struct timespec& time) {
+  return time.tv_sec * 1000000000 + time.tv_nsec;
 }
 
+// Whether the path still names the file, as far as that was looked at.
+bool isAtPath(KFLCacheShare& share, const KFLCacheStorage& storage) KFL_REQUIRES(share.holdsLock) {
+  struct timespec now {};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  if (tickOf(now) != share.tick) {
+    share.tick = tickOf(now);
+    share.looks = 0;
+  }
+  return share.looks++ >= kLooks || storage.isAtPath();
+}
+
+}  // namespace
+
+boost::intrusive_ptr<KFLCacheHold> KFLCacheShare::takeUnused() {
+  const KFLForkableGuard guard(holdsLock);
+  if (!current || current->users > 0) {
+    current.reset();
+    return nullptr;
+  }
+  return std::move(current);
+}
+
+int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
+  if (hold.isForked()) return 0;
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    KFLCacheShare& share = *hold.share;
+    if (!share.turn.lock(patience)) return int{kCacheNotLocked};
+    const KFLTurnEnd end(share.turn);
+    KFLCacheFile::Storage storage = hold.storage;
+    KFLFileLock& lock = storage->getLock();
+    const bool isCut = storage->getFileSize() < storage->getSize();
+    if (isCut || lock.lock(patience, storage->header()) != 0) return int{kCacheNotLocked};
+    KFLLockedCache locked(share, storage);
+    if (!locked.manager().isValid()) {
+      lock.letGo(hold.view.getOffset());
+      return 0;
+    }
+    const int code = locked.enter();
+    return code == 0 ? locked.lower(hold.view.getOffset()) : code;
+  });
+}
+
+KFLCacheSnapshot::KFLCacheSnapshot() = default;
+KFLCacheSnapshot::~KFLCacheSnapshot() {
+  release();
+}
+
+KFLCacheSnapshot::KFLCacheSnapshot(KFLCacheSnapshot&& other) noexcept {
+  *this = std::move(other);
+}
+
+KFLCacheSnapshot& KFLCacheSnapshot::operator=(KFLCacheSnapshot&& other) noexcept {
+  hold_.swap(other.hold_);
+  std::swap(view_, other.view_);
+  std::swap(generation_, other.generation_);
+  return *this;
+}
+
+void KFLCacheSnapshot::use(const boost::intrusive_ptr<KFLCacheHold>& hold) {
+  hold_ = hold;
+  view_ = hold->view;
+  generation_ = hold->generation;
+}
+
+// What the process keeps stays held, unless it is out of date.
 void KFLCacheSnapshot::release() {
-  if (!view_.isSound()) return;
-  if (isHere() && cache_->releaseSnapshot(&view_.head(), storage_) != 0)
-    KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
+  const boost::intrusive_ptr<KFLCacheHold> hold = std::move(hold_);
   view_ = KFLSnapshotView();
-  storage_.reset();
+  if (!hold || hold->isForked()) return;
+  KFLCacheShare& share = *hold->share;
+  {
+    const KFLForkableGuard guard(share.holdsLock);
+    if (--hold->users > 0) return;
+    if (share.current == hold) {
+      if (hold->isCurrent()) return;
+      share.current.reset();
+    }
+  }
+  if (endHold(*hold, share.patience()) != 0)
+    KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
 }
 
 std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
@@ -32,54 +113,82 @@ std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
 
 int KFLCacheFile::hold(KFLCacheSnapshot& snapshot) {
   KFLCacheSnapshot held;
-  KFLSnapshotHead* head = nullptr;
-  if (const int code = acquire(head, held.storage_); code != 0) return code;
-  const std::span<std::byte> memory = held.storage_->memory();
-  held.view_ = KFLSnapshotView(memory, reinterpret_cast<std::byte*>(head) - memory.data());
-  held.cache_ = this;
-  held.generation_ = getForkGeneration();
+  if (!useCurrent(held)) {
+    boost::intrusive_ptr<KFLCacheHold> former;
+    const int code = withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+      const Section section(*this);
+      return section.code() != 0 ? section.code() : holdLocked(held, former);
+    });
+    if (former) endHold(*former, share_->patience());
+    if (code != 0) return code;
+  }
   snapshot = std::move(held);
   return 0;
 }
 
+// What the process keeps, if the file still names it.
+bool KFLCacheFile::useCurrent(KFLCacheSnapshot& snapshot) {
+  const KFLForkableGuard guard(share_->holdsLock);
+  const boost::intrusive_ptr<KFLCacheHold>& kept = share_->current;
+  if (!kept || kept->isForked() || !kept->isCurrent() || !isAtPath(*share_, *kept->storage)) return false;
+  ++kept->users;
+  snapshot.use(kept);
+  return true;
+}
+
+// Another thread may have come first. What was kept before is to be ended, when nobody uses it.
+int KFLCacheFile::holdLocked(KFLCacheSnapshot& snapshot, boost::intrusive_ptr<KFLCacheHold>& former) {
+  const boost::intrusive_ptr<KFLCacheHold> made(new KFLCacheHold);
+  KFLLockedCache locked(*share_, storage_);
+  locked.keep();
+  const KFLForkableGuard guard(share_->holdsLock);
+  const boost::intrusive_ptr<KFLCacheHold>& kept = share_->current;
+  const bool isThere =
+      kept && !kept->isForked() && kept->isCurrent() && kept->storage->isSameOpening(*storage_);
+  if (!isThere) {
+    if (const int code = locked.acquire(made->view); code != 0) return code;
+    made->share = share_;
+    made->storage = storage_;
+    if (kept && kept->users == 0) former = kept;
+    share_->current = made;
+  }
+  ++share_->current->users;
+  snapshot.use(share_->current);
+  return 0;
+}
+
+// Lets go of what the process keeps. Where the lock cannot be had, the kernel does it when the file is closed.
+void KFLCacheFile::dropKept(std::chrono::milliseconds patience) {
+  if (const boost::intrusive_ptr<KFLCacheHold> kept = share_->takeUnused()) endHold(*kept, patience);
+}
+
 KFLSnapshotHead* KFLCacheFile::acquireSnapshot(Storage& storage) {
-  KFLSnapshotHead* snapshot = nullptr;
-  acquire(snapshot, storage);
-  return snapshot;
-}
-
-int KFLCacheFile::acquire(KFLSnapshotHead*& snapshot, Storage& storage) {
-  Storage locked;
-  if (const int code = lock(locked); code != 0) return code;
-  snapshot = unsafe_acquireSnapshot();
-  if (snapshot != nullptr) {
-    storage = storage_;
-    storage->getLock().addHeld();
-  }
-  unlock(locked);
-  return snapshot != nullptr ? 0 : kCacheUnsound;
-}
-
-KFLSnapshotHead* KFLCacheFile::unsafe_acquireSnapshot() {
-  const KFLSnapshotView snapshot(storage_->memory(), manager().getSnapshot());
-  if (!snapshot.isSound() || snapshot.head().references <= 0 || snapshot.head().references == INT32_MAX) {
-    markUnsound("its snapshot cannot be held");
-    return nullptr;
-  }
-  KFL::incRef(snapshot.head().references);
-  return &snapshot.head();
+  KFLSnapshotView snapshot;
+  const int code = withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    const Section section(*this);
+    if (section.code() != 0) return section.code();
+    KFLLockedCache locked(*share_, storage_);
+    locked.keep();
+    const int result = locked.acquire(snapshot);
+    if (result == 0) storage = storage_;
+    return result;
+  });
+  return code == 0 ? &snapshot.head() : nullptr;
 }
 
 int KFLCacheFile::releaseSnapshot(KFLSnapshotHead* snapshot, Storage& storage) {
   const Storage held = std::move(storage);
-  if (isForked()) return 0;
-  held->getLock().removeHeld();
-  Storage locked;
-  if (const int code = lock(locked); code != 0) return code;
-  int code = 0;
-  if (held->isSameOpening(*storage_)) code = lowerSnapshot(held->manager().offsetOf(snapshot));
-  unlock(locked);
-  return code;
+  if (!held->getLock().isOpen()) return 0;
+  return withCode([&] {
+    const boost::intrusive_ptr<KFLCacheHold> hold(new KFLCacheHold);
+    hold->share = share_;
+    hold->storage = held;
+    const auto offset = static_cast<std::int64_t>(held->manager().offsetOf(snapshot));
+    hold->view = KFLSnapshotView(held->memory(), offset);
+    if (hold->view.isSound()) return endHold(*hold, share_->patience());
+    setErrorMessage("%s is damaged: a snapshot that was held does not hold together", share_->path.c_str());
+    return static_cast<int>(kCacheUnsound);
+  });
 }
 
 }  // namespace KFL

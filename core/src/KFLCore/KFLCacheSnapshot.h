@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A snapshot of a cache that is held: it does not change, and may be read without a lock, until it is released.
 //
-// Movable; released by its destructor, before the cache that it was taken from. Any number of threads may read one at the
-// same time. In a forked child, a snapshot that the parent held is empty.
+// Movable; released by its destructor. It owns what it needs, so the cache that it was taken from may be opened anew or be
+// gone. Any number of threads may read one at the same time. In a forked child, a snapshot that the parent held is empty.
 #ifndef KFLCORE_KFLCACHESNAPSHOT_H
 #define KFLCORE_KFLCACHESNAPSHOT_H
 
@@ -17,13 +17,10 @@ class KFLCacheSnapshot {
  public:
   static constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
-  KFLCacheSnapshot() = default;
-  KFLCacheSnapshot(KFLCacheSnapshot&& other) noexcept { swap(other); }
-  KFLCacheSnapshot& operator=(KFLCacheSnapshot&& other) noexcept {
-    swap(other);
-    return *this;
-  }
-  ~KFLCacheSnapshot() { release(); }
+  KFLCacheSnapshot();
+  KFLCacheSnapshot(KFLCacheSnapshot&& other) noexcept;
+  KFLCacheSnapshot& operator=(KFLCacheSnapshot&& other) noexcept;
+  ~KFLCacheSnapshot();
 
   void release();
 
@@ -43,10 +40,9 @@ class KFLCacheSnapshot {
   friend class KFLCacheFile;
 
   bool isHere() const { return view_.isSound() && generation_ == getForkGeneration(); }
-  void swap(KFLCacheSnapshot& other) noexcept;
+  void use(const boost::intrusive_ptr<KFLCacheHold>& hold);
 
-  KFLCacheFile* cache_ = nullptr;
-  KFLCacheFile::Storage storage_;
+  boost::intrusive_ptr<KFLCacheHold> hold_;
   KFLSnapshotView view_;
   std::uint64_t generation_ = 0;
 };

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLCore/KFLCacheStorage.h>
 
+#include <sched.h>
+
 #include <cerrno>
 
 #include <KFLCommon/KFLError.h>
-
-#include "KFLDeadline.h"
 
 namespace KFL {
 
@@ -18,7 +18,7 @@ void* KFLCacheStorage::getStorage(std::size_t size, const KFLCacheStorage* previ
   constexpr int kTries = 100;
   for (int tries = 0; tries < kTries; ++tries) {
     if (mapOnce(size, previous, options) == 0) break;
-    schedYield();
+    sched_yield();
   }
   return getMemory();
 }

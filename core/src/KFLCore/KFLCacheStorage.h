@@ -4,6 +4,7 @@
 #ifndef KFLCORE_KFLCACHESTORAGE_H
 #define KFLCORE_KFLCACHESTORAGE_H
 
+#include <atomic>
 #include <span>
 
 #include <KFLCore/KFLFileLock.h>
@@ -26,11 +27,17 @@ class KFLCacheStorage final : public KFLMappedFile {
   bool isSameOpening(const KFLCacheStorage& other) const { return lock_ == other.lock_; }
   std::span<std::byte> memory() const { return {static_cast<std::byte*>(getMemory()), getSize()}; }
   KFLMappedMemoryManager manager() const { return KFLMappedMemoryManager(getMemory()); }
+  // The header in the mapping; null while the file is too short to have one, when touching it would be fatal.
+  KFLCacheHeader* header() const {
+    if (!hasHeader_) hasHeader_ = getFileSize() >= sizeof(KFLCacheHeader);
+    return hasHeader_ ? static_cast<KFLCacheHeader*>(getMemory()) : nullptr;
+  }
 
  private:
   int mapOnce(std::size_t size, const KFLCacheStorage* previous, const KFLMapOptions& options);
 
   boost::intrusive_ptr<KFLFileLock> lock_;
+  mutable std::atomic<bool> hasHeader_{false};  // it was long enough once
 };
 
 }  // namespace KFL

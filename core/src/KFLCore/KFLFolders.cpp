@@ -2,6 +2,7 @@
 #include <KFLCore/KFLFolders.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include <KFLCommon/KFLLock.h>
 
@@ -12,6 +13,8 @@ namespace {
 struct Setting {
   KFLLock lock;
   std::string path KFL_GUARDED_BY(lock);
+  std::string named KFL_GUARDED_BY(lock);     // by the environment when it was last looked at
+  std::string resolved KFL_GUARDED_BY(lock);  // what that meant then
 };
 
 Setting& setting() {
@@ -19,7 +22,12 @@ Setting& setting() {
   return *made;
 }
 
-std::string withoutSlash(std::string path) {
+// Of the folder that is the working one now, and without a slash at its end.
+std::string resolve(const std::string& named) {
+  if (named.empty()) return named;
+  std::error_code error;
+  std::string path = std::filesystem::absolute(named, error).string();
+  if (error) path = named;
   while (path.size() > 1 && path.back() == '/')
     path.pop_back();
   return path;
@@ -28,19 +36,22 @@ std::string withoutSlash(std::string path) {
 }  // namespace
 
 std::string getUploadsFolder() {
-  {
-    Setting& set = setting();
-    const KFLLockGuard guard(set.lock);
-    if (!set.path.empty()) return set.path;
-  }
+  Setting& set = setting();
+  const KFLLockGuard guard(set.lock);
+  if (!set.path.empty()) return set.path;
   const char* const named = ::secure_getenv("KFA_UPLOADS_DIR");
-  return named != nullptr && *named != '\0' ? withoutSlash(named) : kDefaultUploadsFolder;
+  if (named == nullptr || *named == '\0') return kDefaultUploadsFolder;
+  if (set.named != named) {
+    set.resolved = resolve(named);
+    set.named = named;
+  }
+  return set.resolved;
 }
 
 void setUploadsFolder(const std::string& path) {
   Setting& set = setting();
   const KFLLockGuard guard(set.lock);
-  set.path = withoutSlash(path);
+  set.path = resolve(path);
 }
 
 }  // namespace KFL

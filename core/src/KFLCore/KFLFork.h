@@ -33,8 +33,19 @@ class KFLForkListener {
   KFLForkListener* previous_ = nullptr;
 };
 
-// How often this process and those that it descends from were forked: a value made before a fork shows by it.
+// How often this process and those that it descends from were forked: a value made before a fork shows by it, whatever
+// the numbers of the processes are. A child made by a bare clone() is noticed by its first call.
 std::uint64_t getForkGeneration();
+
+// While it exists, no other thread forks this process: for what must not be copied half-done, such as a descriptor that
+// is open and not yet known to a listener. No listener may be made or destroyed meanwhile.
+class KFLForkPause {
+ public:
+  KFLForkPause();
+  ~KFLForkPause();
+  KFLForkPause(const KFLForkPause&) = delete;
+  KFLForkPause& operator=(const KFLForkPause&) = delete;
+};
 
 // A mutex that a forked child finds free, whoever held it in the parent.
 class KFL_CAPABILITY("mutex") KFLForkableLock final : KFLForkListener {
@@ -47,6 +58,18 @@ class KFL_CAPABILITY("mutex") KFLForkableLock final : KFLForkListener {
   void forked() noexcept override;
 
   std::mutex mutex_;
+};
+
+// Holds one from its construction to its end.
+class KFL_SCOPED_CAPABILITY KFLForkableGuard {
+ public:
+  explicit KFLForkableGuard(KFLForkableLock& lock) KFL_ACQUIRE(lock) : lock_(lock) { lock_.lock(); }
+  ~KFLForkableGuard() KFL_RELEASE() { lock_.unlock(); }
+  KFLForkableGuard(const KFLForkableGuard&) = delete;
+  KFLForkableGuard& operator=(const KFLForkableGuard&) = delete;
+
+ private:
+  KFLForkableLock& lock_;
 };
 
 }  // namespace KFL

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <KFLCommon/KFLError.h>
@@ -60,19 +61,25 @@ int openFile(const std::string& path, const KFLMapOptions& options) {
   }
 }
 
-// Makes the file at least so long, with every block of it on disk.
-int reserve(int descriptor, std::size_t size) {
-  struct rlimit limit {};
-  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && size > limit.rlim_cur) return EFBIG;
-  const auto length = static_cast<off_t>(size);
+int allocateSpace(int descriptor, off_t from, off_t length) {
   int error = 0;
   do {
     error = fallocate(descriptor, 0, 0, length) == 0 ? 0 : errno;
   } while (error == EINTR);
   if (error != EOPNOTSUPP) return error;
+  return from >= length ? 0 : posix_fallocate(descriptor, from, length - from);
+}
+
+// Makes the file at least so long, with every block of it on disk; or leaves it as long as it was.
+int reserveSpace(int descriptor, std::size_t size) {
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && size > limit.rlim_cur) return EFBIG;
   struct stat file {};
   if (fstat(descriptor, &file) != 0) return errno;
-  return file.st_size >= length ? 0 : posix_fallocate(descriptor, file.st_size, length - file.st_size);
+  const int error = allocateSpace(descriptor, file.st_size, static_cast<off_t>(size));
+  if (error != 0 && static_cast<off_t>(size) > file.st_size && ftruncate(descriptor, file.st_size) != 0)
+    return errno;
+  return error;
 }
 
 }  // namespace
@@ -101,6 +108,7 @@ int KFLMappedFile::unmap(int error) {
   if (memory_ != nullptr) munmap(memory_, size_);
   memory_ = nullptr;
   size_ = 0;
+  reserved_ = 0;
   return error;
 }
 
@@ -119,13 +127,22 @@ int KFLMappedFile::remap(std::size_t size, const KFLMappedFile& previous, const 
 }
 
 int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
-  if (options.reserve != 0) {
-    if (const int error = reserve(file_->get(), size); error != 0)
+  struct stat file {};
+  if (fstat(file_->get(), &file) != 0) return failed("look at", path_, errno);
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  if (options.reserve == KFLMapOptions::Now) {
+    if (const int error = reserveSpace(file_->get(), size); error != 0)
       return failed("reserve space for", path_, error);
-  } else if (size > getFileSize()) {
+    reserved_ = size;
+  } else if (options.reserve == KFLMapOptions::Inside && size > getFileSize()) {
     setErrorMessage("cannot map %s: it has %zu bytes, and %zu are asked for", path_.c_str(), getFileSize(),
                     size);
     return EINVAL;
+  }
+  if (options.reserve == KFLMapOptions::Later) {
+    constexpr off_t kMost = 0x7FFFFFF8;
+    size = std::max(size, static_cast<std::size_t>(std::min(file.st_size, kMost)));
   }
   const bool writes = (options.access & KFLMapOptions::Write) != 0;
   const bool isShared = options.sharing == KFLMapOptions::Shared;
@@ -143,8 +160,7 @@ std::size_t KFLMappedFile::getFileSize() const {
 }
 
 bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
-  struct stat mapped {};
-  return fstat(file_->get(), &mapped) == 0 && mapped.st_dev == device && mapped.st_ino == inode;
+  return memory_ != nullptr && device_ == device && inode_ == inode;
 }
 
 bool KFLMappedFile::isAtPath() const {
@@ -152,8 +168,20 @@ bool KFLMappedFile::isAtPath() const {
   return lstat(path_.c_str(), &there) == 0 && isFile(there.st_dev, there.st_ino);
 }
 
+int KFLMappedFile::reserve(std::size_t size) {
+  if (size <= reserved_) return 0;
+  if (const int error = reserveSpace(file_->get(), size); error != 0)
+    return failed("reserve space for", path_, error);
+  reserved_ = size;
+  return 0;
+}
+
 int KFLMappedFile::syncMemory() const {
-  return memory_ == nullptr || msync(memory_, size_, MS_SYNC) == 0 ? 0 : failed("write", path_, errno);
+  return memory_ == nullptr || msync(memory_, size_, MS_ASYNC) == 0 ? 0 : failed("write", path_, errno);
+}
+
+int KFLMappedFile::syncToDisk() const {
+  return fdatasync(file_->get()) == 0 ? 0 : failed("write", path_, errno);
 }
 
 int KFLMappedFile::protect(bool writable) const {

@@ -2,8 +2,8 @@
 // A file in memory, shared with every process that maps it.
 //
 // The file is opened without following a link at its path, made when it is missing (mode 0660), and refused when it is not
-// regular, has a second hard link, or may be written by everybody. Its space on disk is reserved before it is mapped, so a
-// full disk is an error here and no signal later. Cutting the file while it is mapped is outside the promise: touching
+// regular, has a second hard link, or may be written by everybody. Its space on disk is reserved before it is written, so a
+// full disk is an error here and no signal later; what could not be reserved whole is given back. Cutting the file while it is mapped is outside the promise: touching
 // what is no longer there kills the process.
 //
 // map() and remap() belong to the thread that made the object; the rest may be called from any.
@@ -26,11 +26,13 @@ class KFLDescriptor;
 struct KFLMapOptions {
   enum Access { Read = 1, Write = 2, Create = 4 };
   enum Sharing { Private = 1, Shared = 2 };
+  enum Reserve { Inside = 0, Now = 1, Later = 2 };
 
   int access = Read | Write | Create;
   int sharing = Shared;
-  int reserve = 1;  // make the file as long as the mapping; else the mapping may not be longer than the file
-  int guard = 1;    // refuse what could be somebody else's file
+  int reserve =
+      1;  // make the file as long as the mapping, or Later; else the mapping may not be longer than the file
+  int guard = 1;  // refuse what could be somebody else's file
 };
 
 class KFLMappedFile : public KFLRefCounter {
@@ -54,8 +56,14 @@ class KFLMappedFile : public KFLRefCounter {
   // Whether the path still names the file that is mapped.
   bool isAtPath() const;
 
-  // Waits until the file's contents are on disk. 0, or an errno with an error text.
+  // Makes the file at least so long, and gives these bytes their space on disk; at once when that was done. 0, or an errno
+  // with an error text.
+  int reserve(std::size_t size);
+  // Brings what was written through the mapping to the file, where every other mapping of it sees it already. 0, or an
+  // errno with an error text.
   int syncMemory() const;
+  // Waits until the file's contents are on disk, whoever wrote them. 0, or an errno with an error text.
+  int syncToDisk() const;
   // Lets the memory be written, or only be read. 0, or an errno with an error text.
   int protect(bool writable) const;
 
@@ -72,6 +80,9 @@ class KFLMappedFile : public KFLRefCounter {
   std::unique_ptr<KFLDescriptor> file_;
   void* memory_ = nullptr;
   std::size_t size_ = 0;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  std::size_t reserved_ = 0;
 };
 
 // Opens a file under the rules above, without mapping it: a descriptor that is closed on exec, or -errno with an error

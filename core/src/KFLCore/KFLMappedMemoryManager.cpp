@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLCore/KFLMappedMemoryManager.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace KFL {
 
-void KFLMappedMemoryManager::createFile(std::size_t size) {
+// The bytes of a new file.
+static std::vector<std::byte> makeImage(std::size_t size) {
   std::vector<std::byte> made(size);
   KFLMappedMemoryManager image(made.data());
   image.create(size, kCacheHeaderSize);
-  KFLCacheHeader& words = image.header();
-  words.lockWord = header().lockWord;
+  auto& words = *reinterpret_cast<KFLCacheHeader*>(made.data());
   words.magic = kCacheMagic;
   words.headerSize = kCacheHeaderSize;
   words.keySize = kCacheKeySize;
@@ -21,11 +22,30 @@ void KFLMappedMemoryManager::createFile(std::size_t size) {
   auto* const snapshot = static_cast<KFLSnapshotHead*>(image.allocate(snapshotBytes(1)));
   *snapshot = {1, 0, 1};
   image.publishSnapshot(image.offsetOf(snapshot));
+  return made;
+}
 
+void KFLMappedMemoryManager::createFile(std::size_t size) {
+  std::vector<std::byte> made = makeImage(size);
+  auto& words = *reinterpret_cast<KFLCacheHeader*>(made.data());
   const std::uint32_t inUse = words.bytesInUse;
+  words.lockWord = header().lockWord;
   words.bytesInUse = 0;
   std::memcpy(base(), made.data(), size);
   storeWord(header().bytesInUse, inUse);
+}
+
+bool KFLMappedMemoryManager::isUnmade(std::size_t fileSize, std::size_t size) const {
+  const auto isZero = [](std::byte byte) { return byte == std::byte{0}; };
+  if (fileSize < size) return std::all_of(base(), base() + fileSize, isZero);
+  if (isInitialized()) return false;
+  const std::vector<std::byte> made = makeImage(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    const bool isLockWord =
+        i / sizeof(std::uint32_t) == offsetof(KFLCacheHeader, lockWord) / sizeof(std::uint32_t);
+    if (!isZero(base()[i]) && base()[i] != made[i] && !isLockWord) return false;
+  }
+  return true;
 }
 
 int KFLMappedMemoryManager::validateHeader() const {
@@ -42,8 +62,7 @@ int KFLMappedMemoryManager::validateHeader() const {
 bool KFLMappedMemoryManager::isUsable(std::size_t size) const {
   const KFLCacheHeader& words = header();
   return size >= kCacheHeaderSize && validateHeader() == 0 && words.heapStart == kCacheHeaderSize &&
-         words.totalSize >= kCacheHeaderSize && words.totalSize <= size && words.totalSize % kHeapUnit == 0 &&
-         isFreeListSound();
+         words.totalSize >= kCacheHeaderSize && words.totalSize <= size && words.totalSize % kHeapUnit == 0;
 }
 
 }  // namespace KFL

@@ -20,9 +20,12 @@ class KFLMappedMemoryManager : public KFLSharedMemoryManager {
   // 0, or the code of the first header word that is wrong.
   int validateHeader() const;
 
-  // Whether the words that lead the allocator fit a mapping of `size` bytes, and the free list can be walked. Cheap, and
-  // safe on any bytes: asked before each change, so that nothing another process did to the file leads astray.
+  // Whether the words that lead the allocator fit a mapping of `size` bytes. Cheap, and safe on any bytes.
   bool isUsable(std::size_t size) const;
+
+  // Whether createFile() has still to be done in a file of `fileSize` bytes of which `size` are mapped: nothing but zeros,
+  // or what a death on the way of createFile() left. Anything else is somebody's data.
+  bool isUnmade(std::size_t fileSize, std::size_t size) const;
 
   bool isValid() const { return __atomic_load_n(&header().valid, __ATOMIC_ACQUIRE) == 1; }
   // Tells every process that maps the file not to use it any more.

@@ -2,6 +2,7 @@
 #include <KFLCore/KFLRefCounter.h>
 
 #include <KFLCommon/KFLCheck.h>
+#include <KFLCore/KFLFork.h>
 
 namespace KFL {
 
@@ -12,6 +13,16 @@ void KFLRefCounter::release() const noexcept {
   const long former = references_.fetch_sub(1, std::memory_order_acq_rel);
   KFL_CHECK(former > 0, "KFLCore", "KFLRefCounter");
   if (former == 1) delete this;
+}
+
+KFLForkableRefCounter::KFLForkableRefCounter() : owner_(getForkGeneration()) {}
+
+bool KFLForkableRefCounter::isForked() const {
+  return owner_.load(std::memory_order_relaxed) != getForkGeneration();
+}
+
+void KFLForkableRefCounter::belongHere() {
+  owner_.store(getForkGeneration(), std::memory_order_relaxed);
 }
 
 }  // namespace KFL

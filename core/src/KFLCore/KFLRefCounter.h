@@ -7,9 +7,8 @@
 #ifndef KFLCORE_KFLREFCOUNTER_H
 #define KFLCORE_KFLREFCOUNTER_H
 
-#include <unistd.h>
-
 #include <atomic>
+#include <cstdint>
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
@@ -46,13 +45,15 @@ inline void intrusive_ptr_release(const KFLRefCounter* object) noexcept {
 class KFLForkableRefCounter : public KFLRefCounter {
  public:
   // Whether this is a copy that a child got of its parent's object.
-  bool isForked() const { return owner_ != getpid(); }
+  bool isForked() const;
 
  protected:
-  void belongHere() { owner_ = getpid(); }
+  KFLForkableRefCounter();
+  void belongHere();
 
  private:
-  pid_t owner_ = getpid();
+  std::atomic<std::uint64_t>
+      owner_;  // by the generation: processes of different namespaces may have one number
 };
 
 }  // namespace KFL

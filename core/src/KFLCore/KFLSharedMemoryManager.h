@@ -11,13 +11,15 @@
 //   * the free list is in order and names free blocks only.
 // What a death can leave is a block that is neither free nor used, and bytes in use that are out of date (recount()).
 //
-// Broken structures are programming errors and abort: prove memory that comes from outside (KFLCacheProof,
-// isFreeListSound) before it is given to a manager.
+// Each hop of a walk is checked before it is followed. For allocate() and deallocate() a broken structure is a programming
+// error and aborts; tryAllocate(), release() and recount() say so instead, for memory that others can write to.
 #ifndef KFLCORE_KFLSHAREDMEMORYMANAGER_H
 #define KFLCORE_KFLSHAREDMEMORYMANAGER_H
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <vector>
 
 #include <KFLCore/KFLCacheFormat.h>
 
@@ -25,6 +27,8 @@ namespace KFL {
 
 class KFLSharedMemoryManager {
  public:
+  enum class Outcome { Done, NoRoom, Broken };
+
   explicit KFLSharedMemoryManager(void* memory = nullptr) : base_(static_cast<std::byte*>(memory)) {}
 
   // Makes an empty heap behind `headerSize` bytes of a zeroed memory of `size` bytes, at most 2 GiB less 8.
@@ -34,6 +38,11 @@ class KFLSharedMemoryManager {
 
   // Room for `size` bytes, aligned to 8; null when there is none, or size is 0.
   void* allocate(std::size_t size);
+  // The same, with `data` only where there is room.
+  Outcome tryAllocate(std::uint64_t size, void*& data);
+  // Room for each size from `offsets.size()` on, in the order of the sizes, and its offset behind the others: all in one
+  // block, or else as many as one walk through the free list finds room for. `offsets` has room for all of them.
+  Outcome tryAllocateMany(std::span<const std::uint64_t> sizes, std::vector<std::uint64_t>& offsets);
   // Gives back what allocate() gave.
   void deallocate(void* data);
   // Adds so many bytes, a multiple of 8, that lie mapped behind the heap's end.
@@ -41,7 +50,7 @@ class KFLSharedMemoryManager {
 
   // Puts a block that is in use into the free list, and gives the free block that it is now part of. `after` is a free
   // block before it, or the sentinel; giving what the previous call returned makes many of them, in the order of their
-  // addresses, one walk. Null when a part of it is free already.
+  // addresses, one walk. Null when a part of it is free already, or the list is broken.
   KFLHeapBlock* release(KFLHeapBlock* block, KFLHeapBlock* after);
   KFLHeapBlock* sentinel() const { return &header().sentinel; }
   // Forgets every free block, as the first step of building the list anew.
@@ -50,23 +59,25 @@ class KFLSharedMemoryManager {
   std::uint32_t getBytesInUse() const { return header().bytesInUse; }
   std::uint32_t getTotalSize() const { return header().totalSize; }
 
-  // Whether the free list can be walked: in the heap, in order, and back to the sentinel. Safe on any bytes, as long as
-  // the heap's end lies within the memory.
-  bool isFreeListSound() const;
+  // The bytes of the free block with which the heap ends; 0 when it ends with another, or the list is broken.
+  std::uint64_t getFreeTail() const;
   // Whether the data could be those of a block that is in use: safe on any pointer into the memory.
   bool isAllocated(const void* data) const;
-  // Takes the bytes in use from the free list, which is sound.
-  void recount();
+  // Takes the bytes in use from the free list. False when that is broken.
+  bool recount();
 
  protected:
   KFLCacheHeader& header() const { return *reinterpret_cast<KFLCacheHeader*>(base_); }
   std::byte* base() const { return base_; }
 
  private:
-  KFLHeapBlock* nextOf(const KFLHeapBlock* block) const;
+  bool stepTo(KFLHeapBlock*& block) const;
   bool liesInHeap(const void* pointer) const;
+  Outcome findFit(std::uint32_t units, KFLHeapBlock*& before, KFLHeapBlock*& block) const;
   KFLHeapBlock* cut(KFLHeapBlock* before, KFLHeapBlock* block, std::uint32_t units);
-  KFLHeapBlock* link(KFLHeapBlock* before, KFLHeapBlock* block);
+  void addInUse(const KFLHeapBlock* block);
+  void carve(KFLHeapBlock* block, std::span<const std::uint64_t> sizes, std::vector<std::uint64_t>& offsets);
+  KFLHeapBlock* link(KFLHeapBlock* before, KFLHeapBlock* block, KFLHeapBlock* next);
 
   std::byte* base_;
 };

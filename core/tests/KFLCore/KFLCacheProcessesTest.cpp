@@ -135,13 +135,15 @@ TEST(CacheProcesses, WhatTheDeadHeldComesBack) {
   }));
   EXPECT_GT(lostBytes(path), 0U);
   Cache cache = openCache(path);
+  bool alone = false;
+  EXPECT_EQ(cache->repair(alone), 0);
+  EXPECT_TRUE(alone);
   EXPECT_EQ(lostBytes(path), 0U);
   EXPECT_EQ(contentsOf(*cache).size(), 5U);
 
   KFLCacheSnapshot held;
   ASSERT_EQ(cache->hold(held), 0);
   ASSERT_EQ(put(*cache, "key", "text"), 0);
-  bool alone = true;
   EXPECT_EQ(cache->repair(alone), 0);
   EXPECT_FALSE(alone) << "a snapshot is held";
   EXPECT_EQ(held.size(), 5U);
@@ -202,8 +204,8 @@ TEST(CacheProcesses, ManyDieAndNothingCommittedIsLost) {
   for (int id = 0; id < kWorkers; ++id)
     EXPECT_THAT(std::stoi("0" + all.at("a" + std::to_string(id))),
                 AnyOf(board->committed[id].load(), board->committed[id].load() + 1));
-  watcher.reset();
-  openCache(path);
+  bool alone = false;
+  EXPECT_EQ(watcher->repair(alone), 0);
   EXPECT_EQ(faultOf(path), "");
   EXPECT_EQ(lostBytes(path), 0U);
 }
@@ -293,7 +295,12 @@ const Moment kMoments[] = {
            })) == 0)
          ADD_FAILURE();
      },
-     [](auto& cache) { return cache.initialize(true, false); }, false},
+     [](auto& cache) {
+       bool alone = false;
+       const int code = cache.initialize(true, false);
+       return code != 0 ? code : cache.repair(alone);
+     },
+     false},
 };
 
 // Opens an image as the next process would, alone or beside another one that may hold what stood in it.
@@ -307,10 +314,11 @@ void recover(const std::string& path, const std::string& image, bool alone,
   }
   Cache cache = makeCache(path);
   ASSERT_EQ(cache->initialize(true, false), 0) << getErrorMessage();
+  bool isAlone = false;
+  ASSERT_EQ(cache->repair(isAlone), 0) << getErrorMessage();
+  EXPECT_EQ(isAlone, alone);
   EXPECT_EQ(faultOf(path), "");
-  if (alone) {
-    EXPECT_EQ(lostBytes(path), 0U);
-  }
+  EXPECT_EQ(lostBytes(path), 0U) << "nobody alive holds anything";
   const Contents found = contentsOf(*cache);
   EXPECT_THAT(allowed, testing::Contains(found));
 

@@ -7,7 +7,6 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include <KFLCore/KFLCacheProof.h>
 #include <KFLCore/KFLContainers.h>
@@ -15,6 +14,21 @@
 namespace kfactl {
 
 class CacheLock;
+
+// Zeroed memory that costs nothing before it is written to.
+class ImageBytes {
+ public:
+  explicit ImageBytes(std::size_t size);
+  ~ImageBytes();
+  ImageBytes(const ImageBytes&) = delete;
+  ImageBytes& operator=(const ImageBytes&) = delete;
+
+  std::span<std::byte> all() const { return {data_, size_}; }
+
+ private:
+  std::byte* data_ = nullptr;
+  std::size_t size_;
+};
 
 class CacheImage {
  public:
@@ -33,7 +47,9 @@ class CacheImage {
   void mustBeSound() const;
 
   const std::string& path() const { return path_; }
-  std::span<const std::byte> bytes() const { return bytes_; }
+  // Up to the heap's end, or the file's.
+  std::span<const std::byte> bytes() const { return bytes_.all(); }
+  std::uint64_t fileSize() const { return fileSize_; }
   // All zero when the file is shorter than a header.
   const KFL::KFLCacheHeader& header() const { return header_; }
   const KFL::KFLCacheProof& proof() const { return proof_; }
@@ -45,7 +61,8 @@ class CacheImage {
  private:
   std::string path_;
   std::unique_ptr<const CacheLock> lock_;
-  std::vector<std::byte> bytes_;
+  std::uint64_t fileSize_;
+  ImageBytes bytes_;
   KFL::KFLCacheHeader header_{};
   KFL::KFLCacheProof proof_;
 };

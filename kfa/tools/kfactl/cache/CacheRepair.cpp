@@ -36,7 +36,8 @@ int giveBack(Session& session, const std::string& path) {
   return kFine;
 }
 
-// The items of a file at fault that still read as what was put.
+// The items of a file at fault that still read as what was put. No two of them can have the same bytes, so together they are
+// no longer than the file: what goes beyond that is damage too.
 struct Salvage {
   KFL::KFLCacheChanges items;
   std::size_t kept = 0;
@@ -46,8 +47,15 @@ struct Salvage {
 Salvage salvage(CacheImage& image) {
   Salvage result;
   const KFL::KFLSnapshotView snapshot = image.snapshot();
+  std::size_t left = image.bytes().size();
   for (std::uint32_t index = 0; index < snapshot.size(); ++index) {
-    std::string text(snapshot.getText(index));
+    const std::string_view bytes = snapshot.getText(index);
+    if (bytes.size() > left) {
+      ++result.lost;
+      continue;
+    }
+    left -= bytes.size();
+    std::string text(bytes);
     if (templateFault({"item", text}).empty()) {
       result.items.put(std::string(snapshot.getKey(index)), std::move(text));
       ++result.kept;
@@ -81,15 +89,24 @@ std::string bytesWith(const KFL::KFLCacheChanges& items, const std::string& path
   return {reinterpret_cast<const char*>(image.bytes().data()), image.bytes().size()};
 }
 
-// Agents that have the old file open find at their next look that its name means another one.
+// The first that no file has: .damaged, .damaged.1, and so on.
+std::string freeSuffix(const std::string& path) {
+  std::string suffix = kDamagedSuffix;
+  for (int number = 1; ::access((path + suffix).c_str(), F_OK) == 0; ++number)
+    suffix = std::string(kDamagedSuffix) + "." + std::to_string(number);
+  return suffix;
+}
+
+// Agents that have the old file open find at their next look that its name means another one. Its lock is held, and it is the
+// one that the path names, so none of them has put another there.
 int rebuild(Session& session, const std::string& path, const Salvage& items) {
   const std::string bytes = bytesWith(items.items, path);
   KFA::KFAReplaceOptions how;
-  how.backupSuffix = kDamagedSuffix;
+  how.backupSuffix = freeSuffix(path);
   must(KFA::KFAConfigFile(path).replace(bytes, how));
   session.out().addLine("the file was at fault; items kept: " + std::to_string(items.kept) +
                         ", unreadable: " + std::to_string(items.lost));
-  session.out().addLine("the old file is " + printable(path + kDamagedSuffix));
+  session.out().addLine("the old file is " + printable(path + how.backupSuffix));
   return kFine;
 }
 

@@ -209,7 +209,7 @@ Document describeStats(CacheImage& image) {
   const KFL::KFLSnapshotHead& head = image.snapshot().head();
   const std::uint64_t free = of(stats.bytes, KFLBlockUse::Free);
   return {
-      {"file_bytes", image.bytes().size()},
+      {"file_bytes", image.fileSize()},
       {"heap_bytes", header.totalSize - header.heapStart},
       {"used_bytes", header.bytesInUse - header.heapStart},
       {"free_bytes", free},

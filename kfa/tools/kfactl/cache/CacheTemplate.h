@@ -14,7 +14,20 @@
 
 namespace kfactl {
 
-using Cache = boost::intrusive_ptr<KFA::KFATemplateCachePrototype>;
+// An open cache. It closes the file first, so that a lock which somebody keeps ends no command but with a text.
+class Cache {
+ public:
+  explicit Cache(KFA::KFATemplateCachePrototype* made) : cache_(made) {}
+  Cache(Cache&& other) noexcept { cache_.swap(other.cache_); }
+  Cache& operator=(Cache&&) = delete;
+  ~Cache() {
+    if (cache_) cache_->reinit();
+  }
+  KFA::KFATemplateCachePrototype* operator->() const { return cache_.get(); }
+
+ private:
+  boost::intrusive_ptr<KFA::KFATemplateCachePrototype> cache_;
+};
 
 // Opens a cache file for changes; a file that is missing is made. One that cannot be opened stays as it is.
 Cache openCache(const std::string& path);

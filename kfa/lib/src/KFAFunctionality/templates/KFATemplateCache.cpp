@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/templates/KFATemplateCache.h>
 
+#include <new>
+
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLFolders.h>
@@ -27,18 +29,20 @@ KFATemplateCachePrototype::KFATemplateCachePrototype(const std::string& path)
     : KFLCacheLogic(path, kLimits) {}
 
 boost::intrusive_ptr<KFATemplateCachePrototype> KFATemplateCachePrototype::createInstance() {
-  static KFLForkableLock guard;
+  static KFLForkableLock lock;
   static boost::intrusive_ptr<KFATemplateCachePrototype> instance;
-  guard.lock();
-  if (!instance || !instance->isAccessible()) {
-    instance.reset();
-    const boost::intrusive_ptr<KFATemplateCachePrototype> made(
-        new KFATemplateCachePrototype(getUploadsFolder() + "/template.cache"));
-    if (openOrReplace(*made)) instance = made;
+  const KFLForkableGuard guard(lock);
+  try {
+    if (!instance || !instance->isAccessible()) {
+      instance.reset();
+      const boost::intrusive_ptr<KFATemplateCachePrototype> made(
+          new KFATemplateCachePrototype(getUploadsFolder() + "/template.cache"));
+      if (openOrReplace(*made)) instance = made;
+    }
+  } catch (const std::bad_alloc&) {
+    setErrorMessage("there is not enough memory for the template cache");
   }
-  const boost::intrusive_ptr<KFATemplateCachePrototype> copy = instance;
-  guard.unlock();
-  return copy;
+  return instance;
 }
 
 int KFATemplateCachePrototype::putTemplate(const KFATemplateObject& object) {

@@ -1,0 +1,225 @@
+// SPDX-License-Identifier: Apache-2.0
+// Judging a locked cache file, putting right what a death left, and holding its snapshots.
+#include "KFLLockedCache.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLog.h>
+#include <KFLCore/KFLCacheProof.h>
+
+namespace KFL {
+
+namespace {
+
+// A count that is right already stays untouched, so that recovery does not make every page of the file dirty.
+void setCount(std::int32_t& references, std::int32_t right) {
+  if (references != right) storeWord(references, right);
+}
+
+std::int32_t load(const std::int32_t& references) {
+  return __atomic_load_n(&references, __ATOMIC_RELAXED);
+}
+
+}  // namespace
+
+int KFLLockedCache::enter() {
+  if (const int code = checkSize(); code != 0) return code;
+  if (share_.isProtected && storage_->protect(true) != 0) return kCacheNotMapped;
+  if (manager().getHolder() == 0) return 0;
+  mark();
+  return recover();
+}
+
+void KFLLockedCache::mark() {
+  const auto self = static_cast<std::uint32_t>(getpid());
+  if (manager().getHolder() != self) manager().setHolder(self);
+}
+
+void KFLLockedCache::leave() {
+  isMine_ = false;
+  KFLCacheHeader* const header = storage_->header();
+  if (header != nullptr && manager().getHolder() != 0 && !share_.isDoubtful) manager().setHolder(0);
+  share_.isDoubtful = false;
+  if (share_.isProtected) storage_->protect(false);
+  fileLock().unlock(header);
+}
+
+int KFLLockedCache::checkSize() {
+  const std::uint32_t total = manager().getTotalSize();
+  if (total <= storage_->getSize()) return 0;
+  KFLMapOptions options;
+  options.reserve = KFLMapOptions::Inside;
+  Storage larger(new KFLCacheStorage(storage_->getPath()));
+  if (larger->getStorage(total, storage_.get(), options) == nullptr) return kCacheNotRemapped;
+  if (share_.isProtected && larger->protect(false) != 0) return kCacheNotRemapped;
+  storage_ = std::move(larger);
+  return 0;
+}
+
+int KFLLockedCache::judge() {
+  const std::size_t fileSize = storage_->getFileSize();
+  const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
+  if (manager().isUnmade(fileSize, firstSize)) {
+    if (storage_->reserve(firstSize) != 0) return kCacheNotMapped;
+    mark();
+    manager().createFile(firstSize);
+    share_.proved = &fileLock();
+    return storage_->syncToDisk() == 0 ? 0 : kCacheNotMapped;
+  }
+  if (const int code = manager().validateHeader(); code != 0) {
+    setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(),
+                    code == kCacheInvalid ? "it is marked invalid" : "a word of its header is wrong");
+    return code;
+  }
+  if (manager().getTotalSize() > fileSize) {
+    setErrorMessage("%s ends at %zu, before its heap does: at %u", share_.path.c_str(), fileSize,
+                    manager().getTotalSize());
+    return kCacheNotRemapped;
+  }
+  if (fileSize < firstSize && storage_->reserve(firstSize) != 0) return kCacheNotMapped;
+  if (const int code = enter(); code != 0) return code;
+  const KFLSnapshotView snapshot(storage_->memory(), manager().getSnapshot());
+  const bool isSound = snapshot.isSound() && load(snapshot.head().references) > 0;
+  if (isSound && manager().isInitialized() && manager().isUsable(storage_->getSize())) return 0;
+  return recover();
+}
+
+// What stands at every moment is proved first, and nothing is stored before that. Whoever lives and holds a snapshot has a
+// lock for it, so all else can come back, whoever is there.
+int KFLLockedCache::recover() {
+  share_.isDoubtful = manager().getHolder() != 0;  // until it is done, or there is no file to save
+  const int code = proveOrRebuild();
+  if (code != kCacheFull) share_.isDoubtful = false;
+  return code;
+}
+
+int KFLLockedCache::proveOrRebuild() {
+  KFLCacheProof proof;
+  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
+  const int code = proof.check(storage_->memory());
+  if (code == 0 && proof.isTidy()) {
+    share_.proved = &fileLock();
+    return 0;
+  }
+  if (code != 0 && manager().getHolder() == 0) failed(proof);
+  if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
+  reclaim(proof);
+  share_.proved = &fileLock();
+  return 0;
+}
+
+int KFLLockedCache::failed(const KFLCacheProof& proof) const {
+  const KFLCacheFault& fault = proof.faults().front();
+  setErrorMessage("%s is damaged at offset %llu: %s", share_.path.c_str(),
+                  static_cast<unsigned long long>(fault.offset), fault.text.c_str());
+  KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
+  return fault.code;
+}
+
+// Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts. False when
+// nothing came back. The proof is one in scope Kept.
+bool KFLLockedCache::reclaim(KFLCacheProof& proof) {
+  const std::vector<std::uint64_t> held = fileLock().findHeld();
+  const KFLCacheProof::ItemCounts counts = proof.keep(storage_->memory(), held);
+  mark();
+  KFLMappedMemoryManager heap = manager();
+  const std::uint32_t used = heap.getBytesInUse();
+  heap.forgetFreeBlocks();
+  heap.recount();
+  KFLHeapBlock* last = heap.sentinel();
+  proof.forEachBlock([&](const KFLProvedBlock& block) {
+    if (block.use == KFLBlockUse::Snapshot || block.use == KFLBlockUse::Item) return;
+    last = heap.release(reinterpret_cast<KFLHeapBlock*>(heap.at(block.offset)), last);
+  });
+  const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
+  std::int32_t& references = snapshot.head().references;
+  const bool isHeld = std::binary_search(held.begin(), held.end(), snapshot.getOffset());
+  setCount(references, isHeld ? std::max(load(references), 2) : 1);
+  for (const auto& [item, count] : counts)
+    setCount(reinterpret_cast<KFLItemHead*>(heap.at(item))->references, count);
+  return heap.getBytesInUse() < used;
+}
+
+// Gives back what the dead held, before the heap grows for it.
+int KFLLockedCache::collect() {
+  KFLCacheProof proof;
+  if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
+  reclaim(proof);
+  return 0;
+}
+
+int KFLLockedCache::invalidate(int code) {
+  manager().invalidate();
+  manager().setHolder(0);
+  return code;
+}
+
+// Before the first change of a process: space on disk for what will be written, and the whole proof.
+int KFLLockedCache::prepare() {
+  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
+  if (share_.proved == &fileLock()) return 0;
+  KFLCacheProof proof;
+  if (proof.check(storage_->memory()) == 0) {
+    share_.proved = &fileLock();
+    return 0;
+  }
+  const int code = recover();
+  return code == 0 || code == kCacheFull ? code : invalidate(code);
+}
+
+// What is found at fault behind the proof was written by somebody else; what still stands is kept.
+int KFLLockedCache::distrust(const char* what) {
+  setErrorMessage("%s is damaged: %s", share_.path.c_str(), what);
+  KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
+  share_.proved = nullptr;
+  mark();
+  const int code = recover();
+  return code == 0 || code == kCacheFull ? code : invalidate(kCacheUnsound);
+}
+
+int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
+  for (int tries = 0; tries < 2; ++tries) {
+    snapshot = KFLSnapshotView(storage_->memory(), manager().getSnapshot());
+    const std::int32_t references = snapshot.isSound() ? load(snapshot.head().references) : 0;
+    if (references > 0 && references < INT32_MAX) {
+      if (const int error = fileLock().hold(snapshot.getOffset()); error != 0) {
+        setErrorMessage("cannot lock %s: error %d", share_.path.c_str(), error);
+        return kCacheNotLocked;
+      }
+      mark();
+      storeWord(snapshot.head().references, references + 1);
+      return 0;
+    }
+    if (const int code = distrust("its snapshot cannot be held"); code != 0) return code;
+  }
+  return kCacheUnsound;
+}
+
+// The count comes down first and the place among the holders is left last, so that a death leaves too high a count, and
+// nobody takes the snapshot for free before it is.
+int KFLLockedCache::lower(std::uint64_t offset) {
+  const struct Leaving {
+    KFLFileLock& lock;
+    std::uint64_t snapshot;
+    ~Leaving() { lock.letGo(snapshot); }
+  } leaving{fileLock(), offset};
+  const bool isLast = fileLock().countHeld(offset) == 1 && !fileLock().isHeldElsewhere(offset);
+  const KFLSnapshotView snapshot(storage_->memory(), static_cast<std::int64_t>(offset));
+  const std::int32_t references = snapshot.isSound() ? load(snapshot.head().references) : 0;
+  if (references <= 0) return distrust("a snapshot that was held does not hold together");
+  mark();
+  if (references > 1 || !isLast) {
+    if (references > 1) storeWord(snapshot.head().references, references - 1);
+    return 0;
+  }
+  if (manager().getSnapshot() == static_cast<std::int64_t>(offset)) return 0;
+  if (const int code = prepare(); code != 0) return code;
+  return freeSnapshot(KFLSnapshotView(storage_->memory(), static_cast<std::int64_t>(offset)))
+             ? 0
+             : distrust("a block that is given back is not in use");
+}
+
+}  // namespace KFL
