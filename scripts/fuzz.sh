@@ -39,7 +39,10 @@ for target in "${targets[@]}"; do
   fi
   mkdir -p "$folder/corpus/$target"
   echo "$target: $seconds seconds"
-  "$folder/bin/$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+  options=()
+  dictionary="$kfaTop/fuzz/dictionaries/$(basename "${seedsOf[$target]}").dict"
+  [ ! -f "$dictionary" ] || options+=("-dict=$dictionary")
+  "$folder/bin/$target" "${options[@]}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
     -artifact_prefix="$folder/findings/$target-" "$folder/corpus/$target" "${seedsOf[$target]}" \
     >"$folder/$target.log" 2>&1 || {
     status=1

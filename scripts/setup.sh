@@ -6,13 +6,13 @@ set -euo pipefail
 
 packagesFor() {
   local build="g++ cmake ninja-build libboost-dev libexpat1-dev libcli11-dev nlohmann-json3-dev libdtl-dev"
-  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr locales"
+  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr locales bash-builtins"
   local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev liblmdb-dev pkg-config"
   case "$1" in
     build) echo "$build" ;;
     test) echo "$test" ;;
     bench) echo "$build $peers jq" ;;
-    fuzz) echo "$build clang-14 libclang-rt-14-dev llvm-14" ;;
+    fuzz) echo "$build bash-builtins clang-14 libclang-rt-14-dev llvm-14" ;;
     faults) echo "$test strace" ;;
     lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;
     *)
