@@ -3,6 +3,9 @@
 # The long form of the tests of failures, which prints how much was tried: faults.sh [SECTION [COUNT]]
 #   save [COUNT]  each system call of a save fails, ends the process, or is met by a fork, another program, a full disk;
 #                 the same with a tracer around kfactl; COUNT (20000) of 64 writers are killed
+#   cache [COUNT [SEED]]
+#                 COUNT (100000) processes that use a cache file are killed, at any store and call, and so many seeds damage a
+#                 file that is open, these under the address and undefined behaviour sanitizers; SEED (1) is the first
 # Without a SECTION: all. The status is 1 when anything was lost.
 set -euo pipefail
 
@@ -12,7 +15,7 @@ source "$here/setup.sh"
 # shellcheck source-path=SCRIPTDIR source=build.sh
 source "$here/build.sh"
 
-sections=(save)
+sections=(save cache)
 
 # runTests FILTER: the counts that the tests print, and what failed.
 runTests() {
@@ -88,6 +91,50 @@ faultsOfSave() {
   runTests '*SaveFaults*:SaveAmongOthers*:FolderFaults*' || status=1
   traceSaves || status=1
   KFA_FAULTS_COUNT=$count runTests 'SaveKills*' || status=1
+  return "$status"
+}
+
+# runCache PRESET NAME FILTER: shares the count out among the processors, each with seeds of its own.
+runCache() {
+  local job pids=() status=0
+  for ((job = 0; job < jobs; ++job)); do
+    KFA_CACHE_KILLS=$((count / jobs + 1)) KFA_CACHE_DAMAGES=$((count / jobs + 1)) KFA_CACHE_FAULTS=20 \
+      KFA_CACHE_SEED=$((seed + job * 10000000)) \
+      "$kfaTop/build/$1/bin/KFLCacheLivesTest" --gtest_filter="$3" >"$logs/$2.$job" 2>&1 &
+    pids+=($!)
+  done
+  for job in "${pids[@]}"; do
+    wait "$job" || status=1
+  done
+  grep -hA 60 ': Failure' "$logs/$2".* || true
+  return "$status"
+}
+
+# The figures of all jobs: "name value" pairs; longest, largest and slowest are the greatest, the others sums.
+sumOfJobs() {
+  cat "$logs"/* | awk '
+    /^(tries|damages) [0-9]/ {
+      for (i = 1; i < NF; i += 2) {
+        if (!($i in value)) names[++n] = $i
+        if ($i ~ /^(longest|largest|slowest)/) value[$i] = $(i + 1) > value[$i] ? $(i + 1) : value[$i]
+        else value[$i] += $(i + 1)
+      }
+    }
+    END { for (i = 1; i <= n; ++i) printf "cache: %d %s\n", value[names[i]], names[i] }'
+}
+
+faultsOfCache() {
+  local count=${1:-100000} seed=${2:-1} jobs logs status=0
+  buildPreset test KFLCacheLivesTest
+  buildPreset asan KFLCacheLivesTest
+  logs=$(mktemp -d)
+  jobs=$(nproc)
+  runCache test kills '*NothingIsLost*' || status=1
+  runCache asan damages '*DamageWhileOpen*' || status=1
+  jobs=1
+  runCache test tools 'CacheTools.*:*SpaceOfTheDead*' || status=1
+  sumOfJobs
+  rm -rf "$logs"
   return "$status"
 }
 

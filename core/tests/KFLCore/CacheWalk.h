@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// A second reader of cache files, made from the description of the format alone: it shares no code with the library, so
+// that a fault which both of the library's own readers have does not hide.
+#ifndef KFLCORE_TESTS_CACHEWALK_H
+#define KFLCORE_TESTS_CACHEWALK_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace cachefaults {
+
+// What has happened to the file when it is walked, from the strictest on.
+enum class Standing {
+  AtRest,    // nobody changes it, and nobody ever died: every count is exact, every block is accounted for
+  Survived,  // as well, but processes died: what they held may still be counted
+  Moment,    // somebody is in the middle of a change, or died there: only what must hold at every moment
+};
+
+struct Walk {
+  std::string fault;  // the first thing that is wrong; empty when the file holds together
+  std::map<std::string, std::string> items;  // of the current snapshot
+  std::map<std::uint32_t, std::int32_t>
+      snapshots;              // offset to references; the current one and those still held
+  std::uint32_t current = 0;  // its offset
+  std::uint64_t heapEnd = 0;
+  std::uint64_t lost = 0;  // bytes of blocks that are neither free nor reached by a snapshot
+};
+
+Walk walk(const std::string& file, Standing standing);
+
+// The file's bytes as they are now; nothing when there is none.
+std::string bytesOf(const std::string& path);
+
+}  // namespace cachefaults
+
+#endif

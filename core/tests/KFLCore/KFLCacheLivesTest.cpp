@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a cache file must survive: see CacheSchedule.h. KFA_CACHE_KILLS makes the run longer, KFA_CACHE_SEED begins it
+// elsewhere, KFA_CACHE_FAULTS is how many failing schedules end it.
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CacheCrew.h"
+#include "CacheDamage.h"
+#include "CacheSchedule.h"
+#include "CacheTools.h"
+#include "CacheWalk.h"
+
+namespace {
+
+using namespace cachefaults;
+
+std::uint64_t setting(const char* name, std::uint64_t otherwise) {
+  const char* text = std::getenv(name);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
+
+// In memory where that can be: thousands of files are brought to disk.
+class Folder {
+ public:
+  Folder() : path_(access("/dev/shm", W_OK) == 0 ? "/dev/shm/kfacacheXXXXXX" : "/tmp/kfacacheXXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+  ~Folder() { std::filesystem::remove_all(path_); }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+TEST(CacheFaults, NothingIsLostWhoeverDies) {
+  signal(SIGPIPE, SIG_IGN);
+  const Folder folder;
+  Totals totals;
+  const std::uint64_t kills = setting("KFA_CACHE_KILLS", 0);
+  const std::uint64_t faults = setting("KFA_CACHE_FAULTS", 1);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(7);
+  for (std::uint64_t seed = setting("KFA_CACHE_SEED", 1); totals.lost < faults; ++seed) {
+    if (kills > 0 ? totals.kills >= kills : std::chrono::steady_clock::now() >= end) break;
+    if (const std::string fault = runSchedule(seed, folder.path(), totals); !fault.empty())
+      ADD_FAILURE() << fault;
+  }
+  std::cout << "tries " << totals.tries << " kills " << totals.kills << " waits " << totals.waits
+            << " commits " << totals.commits << " lost " << totals.lost << " longest "
+            << totals.longestWait / 1000 << " largest_bytes " << totals.largestFile << std::endl;
+}
+
+TEST(CacheFaults, DamageWhileOpenGivesCodes) {
+  const Folder folder;
+  Damages damages;
+  const std::string faults = runDamages(setting("KFA_CACHE_SEED", 1), setting("KFA_CACHE_DAMAGES", 150),
+                                        setting("KFA_CACHE_FAULTS", 1), folder.path(), damages);
+  EXPECT_EQ(faults, "");
+  std::cout << "damages " << damages.tries << " faults " << damages.faults << " slowest_us "
+            << damages.slowest / 1000 << std::endl;
+}
+
+// One agent of a file, and what it committed.
+class Agent {
+ public:
+  explicit Agent(const std::string& folder) : path(folder + "/template.cache") { setting_.path = path; }
+
+  int tell(Verb verb, std::uint32_t first = 0) {
+    begin(verb, {}, first);
+    return conclude();
+  }
+  // Gives an order that waits at a moment: whether it does.
+  bool standsAt(Verb verb, std::uint32_t moment) {
+    begin(verb, {Event::Wait, moment}, 0);
+    return worker_->await() == Worker::State::Waiting;
+  }
+  int goOn() {
+    worker_->resume();
+    return conclude();
+  }
+  void die() { worker_.reset(); }
+  // Empty when the file holds together and has all that was committed and is not under a key of the tool.
+  std::string missing(Standing standing) const {
+    const Walk seen = walk(bytesOf(path), standing);
+    Listing items;
+    for (const auto& [key, text] : seen.items)
+      if (key[1] == '.') items.emplace(key, pathOf(text));
+    if (!seen.fault.empty()) return seen.fault;
+    return items == committed
+               ? ""
+               : std::to_string(items.size()) + " records instead of " + std::to_string(committed.size());
+  }
+
+  const std::string path;
+  Listing committed;
+
+ private:
+  // What tells one message of a template from another, whoever wrote it.
+  static std::uint64_t pathOf(const std::string& message) {
+    const std::size_t start = message.find("<path>");
+    return hashOf(message.substr(start, message.find("</path>") - start));
+  }
+  void begin(Verb verb, const Plan& plan, std::uint32_t first) {
+    if (worker_ == nullptr || worker_->state() == Worker::State::Dead)
+      worker_ = std::make_unique<Worker>(setting_, 0, progress_);
+    verb_ = verb;
+    if (verb == Verb::Change) first = ++attempt_;
+    worker_->send({verb, plan, first, 1});
+  }
+  int conclude() {
+    EXPECT_EQ(worker_->await(), Worker::State::Ready);
+    const Report& report = worker_->report();
+    if (verb_ == Verb::Change && report.code == 0)
+      for (const auto& [key, text] : templatesOf(changesOf(0, setting_.seed, attempt_))) {
+        committed.erase(key);
+        if (text.has_value()) committed.emplace(key, pathOf(*text));
+      }
+    EXPECT_EQ(report.fault, "");
+    return report.code;
+  }
+
+  Setting setting_{"", 5, 4096, 0, std::chrono::milliseconds(50), true};
+  Progress progress_{};  // not looked at: no order here ends in the middle
+  Verb verb_ = Verb::Open;
+  std::uint32_t attempt_ = 0;
+  std::unique_ptr<Worker> worker_;
+};
+
+std::string tool() {
+  return setting("KFA_CACHE_TOOL", 1) == 0 ? "" : KFA_BINARY_DIR "/bin/kfactl";
+}
+std::vector<std::string> command(const std::string& verb, const std::string& path) {
+  std::vector<std::string> words{tool(), "cache", verb, path};
+  if (verb == "put") words.emplace_back(KFA_SOURCE_DIR "/examples/messages/templateobject.xml");
+  if (verb == "remove") words.emplace_back("nobody");
+  return words;
+}
+void setWordOf(const std::string& path, std::uint32_t at, std::uint32_t value) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(at);
+  file.write(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+void fill(Agent& agent) {
+  ASSERT_EQ(agent.tell(Verb::Open), 0);
+  for (int i = 0; i < 4; ++i)
+    ASSERT_EQ(agent.tell(Verb::Change), 0);
+  ASSERT_FALSE(agent.committed.empty());
+}
+
+class CacheTools : public testing::Test {
+ protected:
+  void SetUp() override {
+    signal(SIGPIPE, SIG_IGN);
+    if (!std::filesystem::exists(tool())) GTEST_SKIP() << "kfactl is not built";
+  }
+};
+
+// The tool repairs a faulty file; at any of its calls an agent finds the same fault, begins anew, and commits.
+TEST_F(CacheTools, RepairNeverReplacesWhatAnAgentCommittedMeanwhile) {
+  static constexpr std::uint32_t kDamages[][2] = {{52, 0}, {20, 1}, {28, 0}};
+  for (const auto& [at, value] : kDamages) {
+    bool stands = true;
+    for (std::uint32_t call = 1; stands && call < 100; ++call) {
+      SCOPED_TRACE("word " + std::to_string(at) + ", call " + std::to_string(call));
+      const Folder folder;
+      Agent agent(folder.path());
+      fill(agent);
+      agent.die();
+      setWordOf(agent.path, at, value);
+      Tool repair(command("repair", agent.path), call);
+      stands = repair.stands();
+      const bool isAnew = agent.tell(Verb::Create) == 0;
+      if (isAnew) agent.committed.clear();
+      if (isAnew && !walk(bytesOf(agent.path), Standing::Survived).items.empty()) continue;
+      if (isAnew && agent.tell(Verb::Change) != 0) agent.die();
+      EXPECT_GE(repair.finish(), 0);
+      if (!isAnew) continue;
+      ASSERT_EQ(agent.missing(Standing::Survived), "");
+    }
+  }
+}
+
+// Damage beside the snapshot costs nothing: what succeeds keeps every item, what refuses leaves every item in the file.
+TEST_F(CacheTools, WhatTheSnapshotReachesOutlivesDamageBesideIt) {
+  static constexpr std::uint32_t kWords[] = {0, 8, 24};
+  static constexpr std::uint32_t kValues[] = {0, 1, 8, 0xFFFFFFFF, 0x7FFFFFF8};
+  for (const std::uint32_t at : kWords)
+    for (const std::uint32_t value : kValues)
+      for (const std::string way : {"agent", "put", "repair"}) {
+        SCOPED_TRACE("word " + std::to_string(at) + " is " + std::to_string(value) + ", " + way);
+        const Folder folder;
+        Agent agent(folder.path());
+        fill(agent);
+        agent.die();
+        setWordOf(agent.path, at, value);
+        if (way == "agent") {
+          const int code = agent.tell(Verb::Open);
+          EXPECT_TRUE(code != 0 || agent.tell(Verb::Change) == 0);
+        } else {
+          Tool(command(way, agent.path), 0).finish();
+        }
+        EXPECT_EQ(agent.missing(way == "repair" ? Standing::Survived : Standing::Moment), "");
+      }
+}
+
+// The tool stands, or dies, at any call beside an agent that holds, changes and releases.
+TEST_F(CacheTools, NoToolCostsAnAgentItsItems) {
+  const std::uint64_t stride = setting("KFA_CACHE_KILLS", 0) > 0 ? 1 : 5;
+  std::uint64_t lot = 0;
+  for (const std::string verb : {"put", "remove", "repair", "stats", "verify", "list"}) {
+    bool stands = true;
+    for (std::uint32_t call = 1; stands && call < 200; call += static_cast<std::uint32_t>(stride), ++lot) {
+      SCOPED_TRACE(verb + ", call " + std::to_string(call));
+      const Folder folder;
+      Agent agent(folder.path());
+      fill(agent);
+      ASSERT_EQ(agent.tell(Verb::Hold), 0);
+      Tool other(command(verb, agent.path), call);
+      stands = other.stands();
+      for (const Verb next : {Verb::Change, Verb::Find}) {
+        const int code = agent.tell(next);
+        EXPECT_TRUE(code == 0 || (code == -9 && stands)) << code;
+      }
+      if (lot % 2 == 0) other.die();
+      EXPECT_GE(other.finish(), lot % 2 == 0 ? -SIGKILL : 0);
+      EXPECT_EQ(agent.tell(Verb::Release), 0);
+      EXPECT_EQ(agent.tell(Verb::Change), 0);
+      ASSERT_EQ(agent.missing(Standing::Survived), "");
+    }
+  }
+}
+
+// A tool that waits in vain for an agent, from any of its calls on, gives up, and that is all. It waits as long as it does
+// for people, so this is left to the long form; all of them wait at once.
+TEST_F(CacheTools, NoToolGivesUpABusyFile) {
+  if (setting("KFA_CACHE_KILLS", 0) == 0) GTEST_SKIP() << "takes a quarter of a minute: KFA_CACHE_KILLS";
+  struct Meeting {
+    Meeting(const std::string& verb, std::uint32_t call)
+        : name(verb + ", call " + std::to_string(call)), agent(folder.path()) {
+      fill(agent);
+      tool = std::make_unique<Tool>(command(verb, agent.path), call);
+      isBusy = agent.standsAt(Verb::Change, 20);
+      tool->letGo();
+    }
+    const std::string name;
+    const Folder folder;
+    Agent agent;
+    std::unique_ptr<Tool> tool;
+    bool isBusy = false;
+  };
+  std::vector<std::unique_ptr<Meeting>> meetings;
+  for (const std::string verb : {"put", "remove", "repair"})
+    for (std::uint32_t call = 1; call <= 16; ++call)
+      meetings.push_back(std::make_unique<Meeting>(verb, call));
+  int busy = 0;
+  for (const auto& meeting : meetings) {
+    SCOPED_TRACE(meeting->name);
+    EXPECT_GE(meeting->tool->finish(), 0);
+    if (!meeting->isBusy) continue;
+    ++busy;
+    EXPECT_EQ(meeting->agent.goOn(), 0);
+    EXPECT_EQ(meeting->agent.missing(Standing::Survived), "");
+  }
+  EXPECT_GT(busy, 0);
+}
+
+// Readers that die with a snapshot, one after the other, while an agent lives: their space comes back.
+TEST(CacheFaults, TheSpaceOfTheDeadComesBackWhileOthersLive) {
+  signal(SIGPIPE, SIG_IGN);
+  const Folder folder;
+  Agent agent(folder.path());
+  fill(agent);
+  std::uint64_t settled = 0;
+  const std::uint64_t deaths = setting("KFA_CACHE_KILLS", 0) > 0 ? 2000 : 120;
+  for (std::uint64_t i = 0; i < deaths; ++i) {
+    Agent reader(folder.path());
+    ASSERT_EQ(reader.tell(Verb::Open), 0);
+    ASSERT_EQ(reader.tell(Verb::Hold), 0);
+    ASSERT_EQ(agent.tell(Verb::Change), 0);
+    reader.die();
+    if (i == 40) settled = std::filesystem::file_size(agent.path);
+  }
+  EXPECT_LE(std::filesystem::file_size(agent.path), 2 * settled);
+  EXPECT_EQ(agent.missing(Standing::Survived), "");
+}
+
+}  // namespace
