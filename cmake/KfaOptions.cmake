@@ -4,6 +4,7 @@
 option(KFA_BENCHMARKS "Build the benchmarks" OFF)
 option(KFA_FUZZERS "Build the fuzz targets with libFuzzer (clang only)" OFF)
 option(KFA_COVERAGE "Measure line coverage" OFF)
+option(KFA_WERROR "Take warnings for errors" OFF)
 set(KFA_SANITIZE "" CACHE STRING "Sanitizers to build with: address;undefined or thread")
 
 get_property(KFA_MULTI_CONFIG GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
@@ -34,7 +35,10 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g0 -DNDEBUG")
 
 add_library(kf_options INTERFACE)
-target_compile_options(kf_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+target_compile_options(kf_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${KFA_WERROR}>:-Werror>
+  # What __FILE__ and debug information say of the place where this was built: nothing.
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 if(KFA_CLANG)
   # clang counts changes of sign as conversions, the compiler that ships does not.
   target_compile_options(kf_options INTERFACE -Wthread-safety -Wno-sign-conversion)

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # What is installed beside the libraries and the program: the CMake package "kfa", one pkg-config file for each library,
-# and the documents. The data folder installs itself.
+# the documents and the examples. The data folder installs itself. Components: runtime, development, tools, data,
+# documents, examples.
 
 include(CMakePackageConfigHelpers)
 
@@ -10,19 +11,25 @@ configure_package_config_file(packaging/kfaConfig.cmake.in ${PROJECT_BINARY_DIR}
   INSTALL_DESTINATION ${KFA_CMAKE_DIR} PATH_VARS KFA_INSTALLED_DATA_DIR)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/kfaConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/package/kfaConfig.cmake ${PROJECT_BINARY_DIR}/package/kfaConfigVersion.cmake
-        DESTINATION ${KFA_CMAKE_DIR})
-install(EXPORT kfaTargets NAMESPACE kfa:: DESTINATION ${KFA_CMAKE_DIR})
+        DESTINATION ${KFA_CMAKE_DIR} COMPONENT development)
+install(EXPORT kfaTargets NAMESPACE kfa:: DESTINATION ${KFA_CMAKE_DIR} COMPONENT development)
 
-set(KFA_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-file(RELATIVE_PATH KFA_PREFIX_FROM_PC ${CMAKE_INSTALL_PREFIX}/${KFA_PC_DIR} ${CMAKE_INSTALL_PREFIX}/.)
+# The prefix stands in the files as it is, so that pkg-config knows a system's include folder and leaves it out;
+# pkg-config --define-prefix serves an installation that was moved.
 get_property(KFA_LIBRARIES GLOBAL PROPERTY KFA_LIBRARIES)
 foreach(KFA_PC_NAME ${KFA_LIBRARIES})
   get_target_property(KFA_PC_REQUIRES ${KFA_PC_NAME} INTERFACE_LINK_LIBRARIES)
   list(FILTER KFA_PC_REQUIRES INCLUDE REGEX "^(KFL|KFA)")
   list(JOIN KFA_PC_REQUIRES " " KFA_PC_REQUIRES)
   configure_file(packaging/library.pc.in ${PROJECT_BINARY_DIR}/package/${KFA_PC_NAME}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/package/${KFA_PC_NAME}.pc DESTINATION ${KFA_PC_DIR})
+  install(FILES ${PROJECT_BINARY_DIR}/package/${KFA_PC_NAME}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT development)
 endforeach()
 
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+# The documents keep the places that they have to each other, so that their links hold.
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples
+        PATTERN "CMakeLists.txt" EXCLUDE)
+install(FILES examples/embed/CMakeLists.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/embed COMPONENT examples)
+install(FILES examples/managers/CMakeLists.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/managers COMPONENT examples)

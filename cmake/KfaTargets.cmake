@@ -3,11 +3,10 @@
 
 include(GNUInstallDirs)
 
-# All that is built stands in two folders, so a program finds its libraries where an installed one finds them.
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
-file(RELATIVE_PATH KFA_LIB_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set(CMAKE_INSTALL_RPATH $ORIGIN/${KFA_LIB_FROM_BIN})
+# What is built stands as it will when it is installed, so that it finds its data the same way: nothing that is installed
+# knows a path of the build. Only what stands in the build tree has a search path for libraries.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
 
 # kf_library(NAME SOURCES f.cpp... HEADERS f.h... [DEPS PUBLIC-targets...] [PRIVATE targets...])
 # A shared library named NAME whose headers are installed as <NAME/...>. Only the KFL and KFA namespaces are
@@ -16,18 +15,18 @@ function(kf_library NAME)
   cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;DEPS;PRIVATE" ${ARGN})
   add_library(${NAME} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
   add_library(kfa::${NAME} ALIAS ${NAME})
-  set_target_properties(${NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-                                           INSTALL_RPATH $ORIGIN)
+  set_target_properties(${NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH INCLUDE_DIR)
   target_include_directories(${NAME} PUBLIC $<BUILD_INTERFACE:${INCLUDE_DIR}>
                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(${NAME} PUBLIC cxx_std_20)
   target_link_libraries(${NAME} PUBLIC ${ARG_DEPS} PRIVATE kf_options ${ARG_PRIVATE})
   kf_shape_library(${NAME})
-  install(TARGETS ${NAME} EXPORT kfaTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS ${NAME} EXPORT kfaTargets
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
   foreach(HEADER ${ARG_HEADERS})
     get_filename_component(FOLDER ${HEADER} DIRECTORY)
-    install(FILES ${HEADER} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${NAME}/${FOLDER})
+    install(FILES ${HEADER} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${NAME}/${FOLDER} COMPONENT development)
   endforeach()
   set_property(GLOBAL APPEND PROPERTY KFA_LIBRARIES ${NAME})
   set_property(GLOBAL APPEND PROPERTY KFA_PRIVATE_LIBRARIES ${ARG_PRIVATE})
@@ -37,7 +36,9 @@ endfunction()
 # What a library exports and how its own calls are bound. A call to a function of the same library goes straight there;
 # the data of inline functions stays one in the process.
 function(kf_shape_library NAME)
-  target_compile_options(${NAME} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique -fno-semantic-interposition>)
+  # What is inline in a header is compiled into each library that uses it, so none needs to export it.
+  target_compile_options(${NAME} PRIVATE -fvisibility-inlines-hidden
+    $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique -fno-semantic-interposition>)
   target_link_options(${NAME} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
                                       -Wl,-Bsymbolic-functions)
   if(NOT KFA_ALLOW_UNDEFINED)

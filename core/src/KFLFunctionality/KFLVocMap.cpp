@@ -99,14 +99,12 @@ KFLVocMapSP KFLVocMap::loadFromText(std::string_view xml, const std::string& nam
 std::string KFLVocMap::defaultPath() {
   const char* const chosen = ::secure_getenv("KFA_VOCABULARY");
   if (chosen != nullptr && *chosen != '\0') return chosen;
-  const std::string installed = std::string(KFA_DATA_DIR "/") + kFileName;
   const std::string folder = ownFolder();
   if (!folder.empty()) {
     std::string moved = folder + KFA_DATA_FROM_LIB "/" + kFileName;
     if (isThere(moved)) return moved;
   }
-  const std::string source = std::string(KFA_SOURCE_DATA_DIR "/") + kFileName;
-  return !isThere(installed) && isThere(source) ? source : installed;
+  return std::string(KFA_DATA_DIR "/") + kFileName;
 }
 
 template <class Words>

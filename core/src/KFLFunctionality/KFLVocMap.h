@@ -44,7 +44,7 @@ class KFLVocMap {
   static boost::shared_ptr<KFLVocMap> loadFromText(std::string_view xml, const std::string& name);
 
   // Where the vocabulary of this machine stands: the file that KFA_VOCABULARY names, or else the installed
-  // one, or else that of the source tree.
+  // one; relative to the library, so that an installation may be moved as a whole.
   static std::string defaultPath();
 
   // A new iterator over the category whose words contain all the words asked for; of several, the one with
