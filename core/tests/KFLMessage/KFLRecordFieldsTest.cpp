@@ -85,14 +85,14 @@ TEST(KFLRecordFields, WritesInTheOrderOfTheRowsAndReadsTheSame) {
   record.remark = "r";
   record.limit = KFLOptionalProperty<int>(0);
   record.enabled = true;
-  record.words = {"b", "", "a"};
+  record.words = {"b", "", "a"};  // an empty text is no item
   record.numbers = {2, 1};
   record.parts = {{3}, {4}};
   record.counts = {{"k", 7}, {"a", 8}};
   record.one.x = 6;
   record.x = 9;
   const std::string full =
-      "<name>n</name><remark>r</remark><limit>0</limit><enabled/><word>b</word><word/><word>a</word>"
+      "<name>n</name><remark>r</remark><limit>0</limit><enabled/><word>b</word><word>a</word>"
       "<number>1</number><number>2</number><parts><part xsi:type=\"partType\"><x>3</x></part>"
       "<part xsi:type=\"partType\"><x>4</x></part></parts><count_of><id>a</id><count>8</count></count_of>"
       "<count_of><id>k</id><count>7</count></count_of><one xsi:type=\"partType\"><x>6</x></one><x>9</x>"
