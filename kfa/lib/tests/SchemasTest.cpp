@@ -194,7 +194,7 @@ TEST_F(SchemasJudge, EveryDamagedMessageIsRefused) {
       {"renamed", [](const KFLField&) { return true; },
        [](KFLMessageIterator& element) { element.setName("renamed", element.getNamespace()); }},
       {"worded", [](const KFLField& row) { return isNumber(row) || row.names != nullptr; },
-       [](KFLMessageIterator& element) { element.putValue("some"); }},
+       [](KFLMessageIterator& element) { element.putValue("no value!"); }},
       {"removed", [](const KFLField& row) { return row.needsElement(); },
        [](KFLMessageIterator& element) {
          const std::string name(element.getName());

@@ -15,6 +15,7 @@
 // has registered for that way gives an empty pointer, without an error text. Every call asks the factory anew.
 // No id stands for the node: getKFASupport(KFLEID(), ap, name) goes through an agent as soon as the provider has a
 // connection that does not serve KFLEID() here. What concerns this node is got by getXLocal.
+// A node's own id stands for it everywhere; the agent that a call goes to takes an empty id for its own node.
 // Any thread may register and get at the same time; the object outlives all calls into it. Two objects are
 // independent of each other.
 #ifndef KFAFUNCTIONALITY_ACCESS_KFALIBFUNCTIONALITY_H
