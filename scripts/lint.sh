@@ -22,7 +22,8 @@ clang-format-14 --dry-run -Werror "${files[@]}" || status=1
 # clang's own compile commands: clang-tidy refuses options that only gcc knows.
 mkdir -p build
 dropForeignFolder build/lint
-cmake --preset lint >build/lint.log 2>&1 || failBuild lint build/lint.log
+{ cmake --preset lint && cmake --build build/lint --target kf_made; } >build/lint.log 2>&1 ||
+  failBuild lint build/lint.log
 # A source is checked with the headers beside it; only what the build compiles has a command to check it with.
 mapfile -t sources < <(for file in "${files[@]}"; do
   [[ $file != *.cpp ]] || ! grep -qF "/$file\"" build/lint/compile_commands.json || echo "$file"

@@ -1,0 +1,440 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFARemote/KFARemoteConnection.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <thread>
+#include <utility>
+
+#include <grpcpp/grpcpp.h>
+#include <grpcpp/security/tls_credentials_options.h>
+#include <boost/smart_ptr/make_shared.hpp>
+
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFARemote/KFARemoteOrigin.h>
+#include <KFARemote/agent.grpc.pb.h>
+
+namespace KFA {
+
+namespace {
+
+namespace wire = kfa::remote::v4;
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::milliseconds;
+
+std::string withPort(const std::string& address) {
+  const std::size_t colon = address.rfind(':');
+  const bool hasPort =
+      colon != std::string::npos && (address.find(':') == colon || (colon > 0 && address[colon - 1] == ']'));
+  if (hasPort) return address;
+  const bool isV6 = colon != std::string::npos && !address.starts_with('[');
+  return (isV6 ? "[" + address + "]" : address) + ":" + std::to_string(kRemotePort);
+}
+
+// One agent: what all calls to it share.
+struct Peer {
+  std::string address;
+  std::unique_ptr<wire::Agent::Stub> stub;
+};
+
+// How one sending of a call ended.
+struct Sent {
+  grpc::Status status;
+  wire::Outcome outcome;
+  bool hasOutcome = false;
+  bool isRefused = false;  // the sink wanted no more
+};
+
+int unreachable(const Peer& peer, const std::string& reason) {
+  setErrorMessage("the agent at %s: %s", peer.address.c_str(), reason.c_str());
+  return KFAManagerUnreachable;
+}
+
+std::string reasonOf(const grpc::Status& status, bool isOver) {
+  if (isOver || status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED)
+    return "it did not answer in time";
+  if (status.error_code() == grpc::StatusCode::UNIMPLEMENTED)
+    return "it speaks another version: " + status.error_message();
+  return status.ok() ? "its answer was cut short" : status.error_message();
+}
+
+// Hands on the parts of an answer, behind those that an earlier sending has brought.
+class Parts {
+ public:
+  explicit Parts(const KFAPartSink& sink) : sink_(sink) {}
+
+  void beginAnew() {
+    seen_ = 0;
+    part_.clear();
+  }
+  bool hasDelivered() const { return delivered_ > 0; }
+  // False when no more are wanted.
+  bool add(const wire::CallReply& reply) {
+    for (int i = 0; i < reply.pieces_size(); ++i) {
+      part_ += reply.pieces(i);
+      if (reply.goes_on() && i + 1 == reply.pieces_size()) return true;
+      if (seen_++ == delivered_) {
+        ++delivered_;
+        if (sink_(part_) != 0) return false;
+      }
+      part_.clear();
+    }
+    return true;
+  }
+
+ private:
+  const KFAPartSink& sink_;
+  std::string part_;
+  std::size_t seen_ = 0;
+  std::size_t delivered_ = 0;
+};
+
+}  // namespace
+
+class KFARemoteConnection::Implementation {
+ public:
+  explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
+
+  std::shared_ptr<Peer> getPeer(const std::string& address) KFL_EXCLUDES(lock_) {
+    const KFLLockGuard guard(lock_);
+    std::shared_ptr<Peer>& peer = peers_[address];
+    if (!peer) {
+      peer = std::make_shared<Peer>();
+      peer->address = address;
+      peer->stub = wire::Agent::NewStub(makeChannel(address));
+    }
+    return peer;
+  }
+
+  const KFARemoteConnectionOptions options;
+
+ private:
+  std::shared_ptr<grpc::ChannelCredentials> getCredentials() KFL_REQUIRES(lock_);
+  std::shared_ptr<grpc::Channel> makeChannel(const std::string& address) KFL_REQUIRES(lock_);
+
+  KFLLock lock_;
+  std::shared_ptr<grpc::ChannelCredentials> credentials_ KFL_GUARDED_BY(lock_);
+  std::map<std::string, std::shared_ptr<Peer>> peers_ KFL_GUARDED_BY(lock_);
+};
+
+std::shared_ptr<grpc::ChannelCredentials> KFARemoteConnection::Implementation::getCredentials() {
+  if (credentials_) return credentials_;
+  const KFARemoteIdentity& identity = options.identity;
+  grpc::experimental::TlsChannelCredentialsOptions tls;
+  tls.set_certificate_provider(std::make_shared<grpc::experimental::FileWatcherCertificateProvider>(
+      identity.key, identity.certificate, identity.authority,
+      static_cast<unsigned int>(std::max(1, identity.reloadSeconds))));
+  tls.watch_root_certs();
+  tls.watch_identity_key_cert_pairs();
+  credentials_ = grpc::experimental::TlsCredentials(tls);
+  return credentials_;
+}
+
+std::shared_ptr<grpc::Channel> KFARemoteConnection::Implementation::makeChannel(const std::string& address) {
+  grpc::ChannelArguments arguments;
+  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 100);
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, 5000);
+  arguments.SetInt(GRPC_ARG_MAX_RECONNECT_BACKOFF_MS, 10000);
+  arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, 30000);
+  arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, 10000);
+  // What is sent again is decided here, where it is known what may be.
+  arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
+  if (!options.expectedName.empty()) arguments.SetSslTargetNameOverride(options.expectedName);
+  return grpc::CreateCustomChannel(address, getCredentials(), arguments);
+}
+
+namespace {
+
+void setDeadline(grpc::ClientContext& context, Clock::time_point deadline) {
+  context.set_deadline(std::chrono::system_clock::now() + (deadline - Clock::now()));
+}
+
+// Asks the agent who it is.
+grpc::Status describe(const Peer& peer, Clock::time_point deadline, wire::Description& description) {
+  grpc::ClientContext context;
+  setDeadline(context, deadline);
+  return peer.stub->Describe(&context, wire::DescribeRequest(), &description);
+}
+
+// One call, from its first sending to its last.
+class Call {
+ public:
+  Call(Peer& peer, const KFARemoteConnectionOptions& options, const KFAManagerOperation& operation,
+       const KFAPartSink& sink)
+      : peer_(peer),
+        options_(options),
+        isChange_(operation.kind != KFAOperationKind::Read),
+        deadline_(Clock::now() + (isChange_ ? options.changeTimeout : options.readTimeout)),
+        parts_(sink) {
+    request_.set_manager(operation.manager);
+    request_.set_operation(operation.name);
+    if (isChange_) request_.set_change_id(KFLEID::generate().toString());
+  }
+  wire::CallRequest& request() { return request_; }
+
+  int run() {
+    for (int attempt = 1;; ++attempt) {
+      const int code = isChange_ && learnInstance() != 0 ? KFAManagerUnreachable : attemptOnce();
+      if (!again_) return code;
+      if (attempt >= options_.attempts || !pause(attempt)) return code;
+      again_ = false;
+    }
+  }
+
+ private:
+  bool isOver() const { return Clock::now() >= deadline_; }
+
+  // Which run of the agent the change is for: 0, or another value with an error text. Asking is also the proof that the
+  // link lives, so that a change is not sent on one that died long ago.
+  int learnInstance() {
+    if (!request_.instance().empty()) return 0;
+    wire::Description description;
+    const grpc::Status status = describe(peer_, deadline_, description);
+    if (!status.ok()) {
+      again_ = mayTryAgain(status);
+      return unreachable(peer_, reasonOf(status, isOver()));
+    }
+    request_.set_instance(description.instance());
+    return 0;
+  }
+
+  int attemptOnce() {
+    const bool wasSent = wasSent_;
+    wasSent_ = true;
+    const Sent sent = send();
+    if (sent.isRefused) return KFAManagerUnreachable;
+    if (sent.hasOutcome && sent.outcome.other_instance()) return meetOtherInstance(wasSent);
+    if (sent.hasOutcome && sent.status.ok()) {
+      if (sent.outcome.code() < 0) setErrorMessage("%s", sent.outcome.text().c_str());
+      return sent.outcome.code();
+    }
+    if (sent.status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED) {
+      unreachable(peer_, "it refused the call: " + sent.status.error_message());
+      const bool isTooLong = sent.status.error_message().find("larger than max") != std::string::npos;
+      return isTooLong ? KFAManagerFailed : KFAManagerBusy;
+    }
+    again_ = mayTryAgain(sent.status) && (isChange_ || !parts_.hasDelivered());
+    return unreachable(peer_, reasonOf(sent.status, isOver()));
+  }
+
+  Sent send() {
+    Sent sent;
+    grpc::ClientContext context;
+    setDeadline(context, deadline_);
+    parts_.beginAnew();
+    const auto reader = peer_.stub->Call(&context, request_);
+    for (wire::CallReply reply; !sent.isRefused && reader->Read(&reply);) {
+      sent.isRefused = !parts_.add(reply);
+      if (!reply.has_outcome()) continue;
+      sent.hasOutcome = true;
+      sent.outcome = reply.outcome();
+    }
+    if (sent.isRefused) context.TryCancel();
+    sent.status = reader->Finish();
+    return sent;
+  }
+
+  // The agent did not do the change, since it is another run. A change that was sent only now is meant for this one; one
+  // that may have reached the run before is lost from sight.
+  int meetOtherInstance(bool wasSent) {
+    again_ = !wasSent;
+    wasSent_ = wasSent;
+    if (!wasSent) request_.clear_instance();
+    return unreachable(peer_, "it was started anew; whether the change was made before is not known");
+  }
+
+  bool mayTryAgain(const grpc::Status& status) const {
+    const bool isCut = status.ok() || status.error_code() == grpc::StatusCode::UNAVAILABLE ||
+                       status.error_code() == grpc::StatusCode::CANCELLED ||
+                       status.error_code() == grpc::StatusCode::INTERNAL;
+    return isCut && !isOver();
+  }
+  // Waits before the next sending; false when there is no time left for it.
+  bool pause(int attempt) const {
+    thread_local std::minstd_rand random(std::random_device{}());
+    const Milliseconds wait((100 << std::min(2 * (attempt - 1), 8)) + static_cast<int>(random() % 50));
+    if (Clock::now() + wait >= deadline_) return false;
+    std::this_thread::sleep_for(wait);
+    return true;
+  }
+
+  Peer& peer_;
+  const KFARemoteConnectionOptions& options_;
+  const bool isChange_;
+  const Clock::time_point deadline_;
+  wire::CallRequest request_;
+  Parts parts_;
+  bool wasSent_ = false;  // the agent may have it
+  bool again_ = false;
+};
+
+// --- Channels ----------------------------------------------------------------------------------------------
+
+class RemoteChannel : public KFAManagerChannel {
+ public:
+  RemoteChannel(std::shared_ptr<Peer> peer, const KFLEID& about, const std::string& implementation,
+                const KFARemoteConnectionOptions& options)
+      : peer_(std::move(peer)), about_(about), implementation_(implementation), options_(options) {}
+
+  int call(const KFAManagerOperation& operation, const std::string& arguments,
+           const KFAPartSink& sink) override {
+    if (KFARemoteOrigin::isRemote()) {
+      setErrorMessage("%s.%s came from another agent and is not passed on to %s; ask that agent itself",
+                      operation.manager, operation.name, peer_->address.c_str());
+      return KFAManagerFailed;
+    }
+    Call call(*peer_, options_, operation, sink);
+    wire::CallRequest& request = call.request();
+    request.set_implementation(implementation_);
+    if (about_.isValid()) request.set_about(about_.toString());
+    request.set_arguments(arguments);
+    return call.run();
+  }
+
+ private:
+  const std::shared_ptr<Peer> peer_;
+  const KFLEID about_;
+  const std::string implementation_;
+  const KFARemoteConnectionOptions options_;
+};
+
+// Says of every call why there is no way.
+class NoChannel : public KFAManagerChannel {
+ public:
+  explicit NoChannel(const std::string& reason) : reason_(reason) {}
+  int call(const KFAManagerOperation&, const std::string&, const KFAPartSink&) override {
+    setErrorMessage("%s", reason_.c_str());
+    return KFAManagerUnreachable;
+  }
+
+ private:
+  const std::string reason_;
+};
+
+template <class Manager>
+class Factory : public KFLAgentFactory<boost::shared_ptr<Manager>> {
+ public:
+  Factory(const KFARemoteConnectionSP& connection, const std::string& implementation)
+      : connection_(connection), implementation_(implementation) {}
+  boost::shared_ptr<Manager> create(const KFLEID& eid, const KFLAccessProviderSP&,
+                                    const std::string& address) override {
+    return makeManagerStub<Manager>(connection_->getChannel(address, eid, implementation_));
+  }
+  boost::shared_ptr<Manager> create(const KFLEID& eid, const KFLAccessProviderSP&) override {
+    return makeManagerStub<Manager>(connection_->findChannel(eid, implementation_));
+  }
+
+ private:
+  const KFARemoteConnectionSP connection_;
+  const std::string implementation_;
+};
+
+template <class... Managers>
+int registerEach(KFALibFunctionality& managers, const KFARemoteConnectionSP& connection,
+                 const std::string& implementation) {
+  const bool areIn =
+      (... && (managers.multiplexer<Managers>().registerAgent(
+                   implementation, boost::make_shared<Factory<Managers>>(connection, implementation)) == 0));
+  return areIn ? 0 : -1;
+}
+
+}  // namespace
+
+// --- The connection ----------------------------------------------------------------------------------------
+
+KFARemoteConnection::KFARemoteConnection(const KFARemoteConnectionOptions& options)
+    : implementation_(std::make_shared<Implementation>(options)) {}
+
+KFARemoteConnection::~KFARemoteConnection() = default;
+
+int KFARemoteConnection::check() const {
+  return implementation_->options.identity.check();
+}
+
+int KFARemoteConnection::registerAgents(KFALibFunctionality& managers, const std::string& implementation) {
+  return registerEach<KFATEM, KFAEnvM, KFAPkgM, KFAProcessM, KFANetworkM, KFAProcessMonitor, KFAUp2date,
+                      KFASupport, KFASampleM>(managers, KFARemoteConnectionSP(this), implementation);
+}
+
+boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::getChannel(const std::string& address,
+                                                                     const KFLEID& about,
+                                                                     const std::string& implementation) {
+  return boost::make_shared<RemoteChannel>(implementation_->getPeer(withPort(address)), about, implementation,
+                                           implementation_->options);
+}
+
+boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLEID& eid,
+                                                                      const std::string& implementation) {
+  std::string address;
+  if (!implementation_->options.findAddress)
+    setErrorMessage("no agent is known that serves %s", eid.toString().c_str());
+  else if (implementation_->options.findAddress(eid, address) == 0)
+    return getChannel(address, eid, implementation);
+  return boost::make_shared<NoChannel>(getErrorMessage());
+}
+
+int KFARemoteConnection::getNode(const std::string& address, KFLEID& node) {
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  const Clock::time_point deadline = Clock::now() + implementation_->options.readTimeout;
+  wire::Description description;
+  const grpc::Status status = describe(*peer, deadline, description);
+  if (!status.ok()) return unreachable(*peer, reasonOf(status, Clock::now() >= deadline));
+  return node.fromString(description.node()) == 0 ? 0 : unreachable(*peer, "its node has no id");
+}
+
+// --- The file of nodes -------------------------------------------------------------------------------------
+
+namespace {
+
+using Nodes = std::map<KFLEID, std::string>;
+
+// A line without its comment: 0, or -1 with an error text.
+int readNode(const std::string& line, Nodes& nodes) {
+  KFL::getToken tokens(line.c_str(), " \t\r");
+  std::vector<std::string> words;
+  while (const char* const word = tokens.get(nullptr))
+    words.emplace_back(word);
+  if (words.empty()) return 0;
+  KFLEID eid;
+  if (words.size() != 2 || eid.fromString(words[0]) != 0) {
+    setErrorMessage("'%s' is no node; ID HOST[:PORT] would be right", line.c_str());
+    return -1;
+  }
+  if (nodes.emplace(eid, words[1]).second) return 0;
+  setErrorMessage("%s has an address already; one line for each id would be right", words[0].c_str());
+  return -1;
+}
+
+}  // namespace
+
+std::function<int(const KFLEID& eid, std::string& address)> readRemoteNodes(const std::string& path) {
+  std::string text;
+  if (KFAConfigFile(path).read(text) != 0) return {};
+  const auto nodes = std::make_shared<Nodes>();
+  std::size_t row = 1;
+  for (std::size_t at = 0; at < text.size(); ++row) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    const std::string line = text.substr(at, end - at);
+    if (readNode(line.substr(0, line.find('#')), *nodes) != 0) {
+      const std::string reason = getErrorMessage();
+      setErrorMessage("%s:%zu: %s", path.c_str(), row, reason.c_str());
+      return {};
+    }
+    at = end + 1;
+  }
+  return [nodes, path](const KFLEID& eid, std::string& address) {
+    const auto found = nodes->find(eid);
+    if (found == nodes->end()) {
+      setErrorMessage("%s has no line for %s", path.c_str(), eid.toString().c_str());
+      return -1;
+    }
+    address = found->second;
+    return 0;
+  };
+}
+
+}  // namespace KFA

@@ -1,0 +1,448 @@
+// SPDX-License-Identifier: Apache-2.0
+// Managers through another agent, on the loopback interface with TLS: the same answers as in one process, changes that
+// are made once whatever becomes of the link, and what is refused.
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include <KFARemote/KFARemoteConnection.h>
+#include <KFARemote/KFARemoteServer.h>
+
+#include "../../lib/tests/access/ManagerScript.h"
+#include "TestCertificates.h"
+
+namespace {
+
+using namespace KFA;
+using namespace std::chrono_literals;
+
+// A manager that waits until it is let go.
+struct WaitingSamples : KFASampleM {
+  int list(std::vector<std::string>&) override { return wait(); }
+  int get(const std::string&, KFAEnvConfig&) override { return wait(); }
+  int set(const std::string&, const KFAEnvConfig&) override { return wait(); }
+  int remove(const std::string&) override { throw std::runtime_error("no samples"); }
+  int check(const KFAEnvConfig&, KFAQoSValidationList&) override { return wait(); }
+
+  int wait() {
+    std::unique_lock<std::mutex> guard(lock);
+    ++entered;
+    changed.notify_all();
+    changed.wait_for(guard, 20s, [&] { return isOpen; });
+    return KFAManagerDone;
+  }
+  void waitForCalls(int count) {
+    std::unique_lock<std::mutex> guard(lock);
+    EXPECT_TRUE(changed.wait_for(guard, 10s, [&] { return entered >= count; }));
+  }
+  void open() {
+    const std::lock_guard<std::mutex> guard(lock);
+    isOpen = true;
+    changed.notify_all();
+  }
+  std::mutex lock;
+  std::condition_variable changed;
+  int entered = 0;
+  bool isOpen = false;
+};
+
+template <class Manager>
+struct Handing : KFLLocalFactory<boost::shared_ptr<Manager>> {
+  explicit Handing(const boost::shared_ptr<Manager>& that) : manager(that) {}
+  boost::shared_ptr<Manager> create(const KFLAccessProviderSP&) override { return manager; }
+  const boost::shared_ptr<Manager> manager;
+};
+
+// Authorities, an access file, a node in memory and one that waits, and the server of both.
+class KFARemoteTest : public testing::Test {
+ protected:
+  KFARemoteTest() {
+    std::ofstream(folder / "access") << "client all\nreader read\n";
+    options.addresses = {"127.0.0.1:0"};
+    options.identity = authority.issue("server");
+    options.accessFile = folder / "access";
+    options.node = kThird;
+    EXPECT_EQ(node.registerManagers(managers, kTechnology), 0);
+    EXPECT_EQ(managers.multiplexer<KFASampleM>().registerLocal(
+                  "waiting", boost::make_shared<Handing<KFASampleM>>(waiting)),
+              0);
+  }
+  ~KFARemoteTest() override { waiting->open(); }
+
+  void SetUp() override { start(); }
+  void start() {
+    server = std::make_unique<KFARemoteServer>(managers, options);
+    ASSERT_EQ(server->start(), 0) << KFL::getErrorMessage();
+    options.addresses = {"127.0.0.1:" + std::to_string(server->getPorts().front())};
+  }
+  std::string address() const { return options.addresses.front(); }
+
+  KFARemoteConnectionOptions clientOptions(const std::string& name = "client") const {
+    KFARemoteConnectionOptions made;
+    made.identity = authority.issue(name);
+    made.readTimeout = 10s;
+    made.changeTimeout = 10s;
+    return made;
+  }
+  template <class Manager>
+  static boost::shared_ptr<Manager> reach(const KFARemoteConnectionOptions& how, const std::string& address,
+                                          const std::string& implementation = kTechnology,
+                                          const KFLEID& about = {}) {
+    const KFARemoteConnectionSP connection(new KFARemoteConnection(how));
+    return makeManagerStub<Manager>(connection->getChannel(address, about, implementation));
+  }
+  std::size_t countReports() const {
+    std::vector<std::string> ids;
+    EXPECT_EQ(managers.getKFASupportLocal(nullptr, kTechnology)->list(ids), KFAManagerDone);
+    return ids.size();
+  }
+
+  const TestFolder folder;
+  const TestAuthority authority{folder, "authority"};
+  const TestAuthority foreign{folder, "foreign"};
+  const KFAMemoryNode node{exampleNode()};
+  const boost::shared_ptr<WaitingSamples> waiting = boost::make_shared<WaitingSamples>();
+  KFALibFunctionality managers;
+  KFARemoteServerOptions options;
+  std::unique_ptr<KFARemoteServer> server;
+};
+
+TEST_F(KFARemoteTest, AnswersAreThoseOfThisProcess) {
+  KFALibFunctionality direct, far;
+  const KFAMemoryNode twin(exampleNode());
+  ASSERT_EQ(twin.registerManagers(direct, kTechnology), 0);
+  const KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
+  ASSERT_EQ(connection->registerAgents(far, kTechnology), 0);
+  const Managers stubs = managersBy([&]<class Manager>() {
+    far.multiplexer<Manager>().setExtraData(kTechnology, address());
+    return far.multiplexer<Manager>().getAgent(kThird, nullptr, kTechnology);
+  });
+  EXPECT_EQ(ManagerScript::run(stubs), ManagerScript::run(localManagers(direct, kTechnology)));
+  KFLEID id;
+  EXPECT_EQ(connection->getNode(address(), id), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(id, kThird);
+}
+
+TEST_F(KFARemoteTest, NoMessageIsTooLongForAResult) {
+  const auto samples = managers.getKFASampleMLocal(nullptr, kTechnology);
+  KFAEnvConfig big;
+  big.setDescription(std::string(9'000'000, 'd'));
+  ASSERT_EQ(samples->set("big", big), KFAManagerDone);
+  const auto far = reach<KFASampleM>(clientOptions(), address());
+  KFAEnvConfig read;
+  ASSERT_EQ(far->get("big", read), KFAManagerDone) << KFL::getErrorMessage();
+  KFAEnvConfig::Text text;
+  EXPECT_EQ(read.getDescription(text), 0);
+  EXPECT_EQ(text.getValue(), std::string(9'000'000, 'd'));
+  for (int i = 0; i < 3000; ++i)
+    ASSERT_EQ(samples->set(std::to_string(i) + std::string(40, 'n'), {}), KFAManagerDone);
+  std::vector<std::string> names, direct;
+  ASSERT_EQ(far->list(names), KFAManagerDone) << KFL::getErrorMessage();
+  ASSERT_EQ(samples->list(direct), KFAManagerDone);
+  EXPECT_EQ(names, direct);
+  // A request has a limit, and the agent goes on.
+  big.setDescription(std::string(17 << 20, 'd'));
+  EXPECT_EQ(far->set("bigger", big), KFAManagerFailed);
+  EXPECT_EQ(far->remove("bigger"), KFAManagerNotFound) << KFL::getErrorMessage();
+}
+
+TEST_F(KFARemoteTest, OnlyWhoIsTrustedIsHeard) {
+  struct Row {
+    const char* what;
+    KFARemoteConnectionOptions how;
+    int read;
+    int change;
+  };
+  auto rows = std::vector<Row>{{"all", clientOptions(), KFAManagerDone, KFAManagerDone},
+                               {"reader", clientOptions("reader"), KFAManagerDone, KFAManagerDenied},
+                               {"no rights", clientOptions("nobody"), KFAManagerDenied, KFAManagerDenied}};
+  for (const char* const what : {"expired", "foreign", "to a foreign server", "to another name"})
+    rows.push_back({what, clientOptions(), KFAManagerUnreachable, KFAManagerUnreachable});
+  rows[3].how.identity = authority.issueAs("expired", "client", -7200, -3600);
+  rows[4].how.identity = foreign.issue("client");
+  rows[4].how.identity.authority = options.identity.authority;
+  rows[5].how.identity.authority = foreign.issue("client").authority;
+  rows[6].how.expectedName = "elsewhere";
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const auto before = countReports();
+    const auto support = reach<KFASupport>(row.how, address());
+    std::vector<std::string> ids;
+    std::string id;
+    KFL::setErrorMessage("%s", "");
+    EXPECT_EQ(support->list(ids), row.read) << KFL::getErrorMessage();
+    EXPECT_EQ(support->send({}, id), row.change) << KFL::getErrorMessage();
+    EXPECT_EQ(KFL::getErrorMessage().empty(), row.change == KFAManagerDone);
+    EXPECT_EQ(countReports(), before + (row.change == KFAManagerDone ? 1 : 0));
+  }
+}
+
+TEST_F(KFARemoteTest, WhatIsNotServedHereIsRefused) {
+  options.serves = [](const KFLEID& eid) { return eid == kFirst; };
+  server.reset();
+  start();
+  const std::pair<KFLEID, int> rows[] = {{{}, KFAManagerDone},
+                                         {kThird, KFAManagerDone},
+                                         {kFirst, KFAManagerDone},
+                                         {kNobody, KFAManagerNotFound}};
+  std::vector<std::string> names;
+  for (const auto& [about, code] : rows)
+    EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), kTechnology, about)->list(names), code);
+  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "other")->list(names), KFAManagerFailed);
+  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "waiting")->remove("x"), KFAManagerUnreachable);
+  EXPECT_NE(KFL::getErrorMessage().find("no samples"), std::string::npos) << KFL::getErrorMessage();
+}
+
+TEST_F(KFARemoteTest, CallOfAnAgentIsNotPassedOn) {
+  const auto next = boost::make_shared<Handing<KFASampleM>>(reach<KFASampleM>(clientOptions(), address()));
+  ASSERT_EQ(managers.multiplexer<KFASampleM>().registerLocal("next", next), 0);
+  std::vector<std::string> names;
+  EXPECT_EQ(next->manager->list(names), KFAManagerDone);
+  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "next")->list(names), KFAManagerFailed);
+  EXPECT_NE(KFL::getErrorMessage().find("not passed on"), std::string::npos) << KFL::getErrorMessage();
+}
+
+TEST_F(KFARemoteTest, LateAndMissingAnswersAreUnreachable) {
+  auto how = clientOptions();
+  how.readTimeout = 300ms;
+  std::vector<std::string> names{"kept"};
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(reach<KFASampleM>(how, address(), "waiting")->list(names), KFAManagerUnreachable);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
+  EXPECT_NE(KFL::getErrorMessage().find("in time"), std::string::npos) << KFL::getErrorMessage();
+  waiting->open();
+  server->stop(1s);
+  how.attempts = 2;
+  EXPECT_EQ(reach<KFASampleM>(how, address())->list(names), KFAManagerUnreachable);
+  EXPECT_EQ(names, std::vector<std::string>{"kept"});
+}
+
+TEST_F(KFARemoteTest, StopLetsCallsFinish) {
+  const auto far = reach<KFASampleM>(clientOptions(), address(), "waiting");
+  auto call = std::async(std::launch::async, [&] { return far->set("x", {}); });
+  waiting->waitForCalls(1);
+  auto stopping = std::async(std::launch::async, [&] { server->stop(10s); });
+  std::this_thread::sleep_for(200ms);
+  waiting->open();
+  EXPECT_EQ(call.get(), KFAManagerDone) << KFL::getErrorMessage();
+  stopping.get();
+}
+
+// The first run of the agent is cut off while it makes the change; the next one does not make it again.
+TEST_F(KFARemoteTest, ChangeIsNotRepeatedToAnAgentThatWasStartedAnew) {
+  auto how = clientOptions();
+  how.attempts = 10;
+  const auto far = reach<KFASampleM>(how, address(), "waiting");
+  std::string reason;
+  auto call = std::async(std::launch::async, [&] {
+    const int code = far->set("x", {});
+    reason = KFL::getErrorMessage();
+    return code;
+  });
+  waiting->waitForCalls(1);
+  auto stopping = std::async(std::launch::async, [&] { server->stop(0ms); });
+  std::this_thread::sleep_for(200ms);
+  waiting->open();
+  stopping.get();
+  start();
+  EXPECT_EQ(call.get(), KFAManagerUnreachable);
+  EXPECT_NE(reason.find("started anew"), std::string::npos) << reason;
+  EXPECT_EQ(waiting->entered, 1);
+  // What is asked for now goes to the new run.
+  EXPECT_EQ(far->set("x", {}), KFAManagerDone) << KFL::getErrorMessage();
+}
+
+TEST_F(KFARemoteTest, TooManyCallsOfOneCallerAreBusy) {
+  options.maxCallsOfCaller = 2;
+  server.reset();
+  start();
+  const auto far = reach<KFASampleM>(clientOptions(), address(), "waiting");
+  std::vector<std::future<int>> calls;
+  for (int i = 0; i < 2; ++i)
+    calls.push_back(std::async(std::launch::async, [&] { return far->set("x", {}); }));
+  waiting->waitForCalls(2);
+  EXPECT_EQ(far->set("x", {}), KFAManagerBusy);
+  std::vector<std::string> names;
+  EXPECT_EQ(reach<KFASampleM>(clientOptions("reader"), address())->list(names), KFAManagerDone);
+  waiting->open();
+  for (auto& call : calls)
+    EXPECT_EQ(call.get(), KFAManagerDone);
+  EXPECT_EQ(far->set("x", {}), KFAManagerDone);
+}
+
+int connectTo(int port) {
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(static_cast<std::uint16_t>(port));
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(connect(made, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+  return made;
+}
+
+TEST_F(KFARemoteTest, SilenceAndGarbageHurtNobody) {
+  options.handshakeSeconds = 1;
+  server.reset();
+  start();
+  std::vector<int> silent;
+  for (int i = 0; i < 300; ++i)
+    silent.push_back(connectTo(server->getPorts().front()));
+  for (std::size_t i = 0; i < silent.size(); i += 2) {
+    const std::string garbage = i % 4 == 0 ? std::string(5000, '\x16') : "GET / HTTP/1.1\r\n\r\n";
+    EXPECT_GT(send(silent[i], garbage.data(), garbage.size(), MSG_NOSIGNAL), 0);
+  }
+  std::vector<std::string> names;
+  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address())->list(names), KFAManagerDone)
+      << KFL::getErrorMessage();
+  for (const int one : silent) {
+    pollfd waited{one, POLLIN, 0};
+    EXPECT_EQ(poll(&waited, 1, 10000), 1) << "a connection that says nothing is kept";
+    close(one);
+  }
+}
+
+TEST_F(KFARemoteTest, CertificatesAreReadAgain) {
+  auto how = clientOptions();
+  how.expectedName = "renewed";
+  how.attempts = 1;
+  std::vector<std::string> names;
+  EXPECT_EQ(reach<KFASampleM>(how, address())->list(names), KFAManagerUnreachable);
+  authority.issueAs("server", "renewed");
+  int code = KFAManagerUnreachable;
+  for (int i = 0; i < 100 && code != KFAManagerDone; ++i) {
+    std::this_thread::sleep_for(100ms);
+    code = reach<KFASampleM>(how, address())->list(names);
+  }
+  EXPECT_EQ(code, KFAManagerDone) << KFL::getErrorMessage();
+}
+
+TEST_F(KFARemoteTest, IdentityIsCheckedBeforeItIsUsed) {
+  const KFARemoteIdentity good = options.identity;
+  const std::pair<std::function<void(KFARemoteIdentity&)>, const char*> rows[] = {
+      {[&](auto& one) { one.certificate = folder / "none"; }, "none"},
+      {[&](auto& one) { one.certificate = one.key; }, "no certificate"},
+      {[&](auto& one) { one.key = one.certificate; }, "no private key"},
+      {[&](auto& one) { one.key = authority.issue("client").key; }, "is not the key"},
+      {[&](auto& one) { one = authority.issue("old", -7200, -3600); }, "expired"},
+      {[&](auto& one) { one = authority.issue("new", 3600, 7200); }, "not valid yet"},
+      {[&](auto& one) { one.authority = one.key; }, "no certificate"},
+  };
+  EXPECT_EQ(good.check(), 0) << KFL::getErrorMessage();
+  for (const auto& [spoil, text] : rows) {
+    options.identity = good;
+    spoil(options.identity);
+    EXPECT_EQ(KFARemoteServer(managers, options).start(), -1) << text;
+    EXPECT_NE(KFL::getErrorMessage().find(text), std::string::npos) << KFL::getErrorMessage();
+  }
+}
+
+TEST(KFARemoteNodes, FileTellsTheAddress) {
+  const TestFolder folder;
+  const std::string path = folder / "nodes";
+  const auto read = [&](const std::string& text) {
+    std::ofstream(path) << text;
+    return readRemoteNodes(path);
+  };
+  using Lines = std::vector<std::string>;
+  const std::string one = kFirst.toString(), other = kSecond.toString();
+  const auto find = read("# nodes\n" + one + " a.example # first\r\n\n" + other + "\t[::1]:7\n");
+  ASSERT_TRUE(find) << KFL::getErrorMessage();
+  std::string address;
+  EXPECT_EQ(find(kFirst, address), 0);
+  EXPECT_EQ(address, "a.example");
+  EXPECT_EQ(find(kSecond, address), 0);
+  EXPECT_EQ(address, "[::1]:7");
+  EXPECT_EQ(find(kThird, address), -1);
+  for (const std::string& line : Lines{one, one + " a b", "a b", one + " a\n" + one + " b"}) {
+    EXPECT_FALSE(read("\n" + line)) << line;
+    EXPECT_TRUE(KFL::getErrorMessage().starts_with(path + ":")) << KFL::getErrorMessage();
+  }
+}
+
+// Passes bytes on between a client and the server, and cuts the connection when so many blocks have passed.
+class CuttingLink {
+ public:
+  CuttingLink(int port, int blocks) : port_(port), left_(blocks) {
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof at;
+    EXPECT_EQ(bind(listening_, reinterpret_cast<sockaddr*>(&at), size), 0);
+    EXPECT_EQ(listen(listening_, 16), 0);
+    EXPECT_EQ(getsockname(listening_, reinterpret_cast<sockaddr*>(&at), &size), 0);
+    ownPort_ = ntohs(at.sin_port);
+    accepting_ = std::thread([this] { accept(); });
+  }
+  CuttingLink(const CuttingLink&) = delete;
+  CuttingLink& operator=(const CuttingLink&) = delete;
+  ~CuttingLink() {
+    shutdown(listening_, SHUT_RDWR);
+    accepting_.join();
+    close(listening_);
+  }
+  int port() const { return ownPort_; }
+  bool hasCut() const { return left_ < 0; }
+
+ private:
+  // One connection after the other: the client makes a new one when the former is cut.
+  void accept() {
+    for (int client = 0; (client = ::accept(listening_, nullptr, nullptr)) >= 0;) {
+      const int server = connectTo(port_);
+      while (passOn(client, server)) {
+      }
+      close(client);
+      close(server);
+    }
+  }
+  bool passOn(int client, int server) {
+    pollfd both[] = {{client, POLLIN, 0}, {server, POLLIN, 0}, {listening_, POLLHUP, 0}};
+    if (poll(both, 3, 20000) <= 0 || (both[2].revents & POLLHUP) != 0) return false;
+    for (int from = 0; from < 2; ++from) {
+      if (both[from].revents == 0) continue;
+      char block[16384];
+      const ssize_t length = recv(both[from].fd, block, sizeof block, 0);
+      // One cut in all; what comes after it passes.
+      if (length <= 0 || left_-- == 0) return false;
+      if (send(both[1 - from].fd, block, static_cast<std::size_t>(length), MSG_NOSIGNAL) != length)
+        return false;
+    }
+    return true;
+  }
+
+  const int port_;
+  std::atomic<int> left_;
+  const int listening_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int ownPort_ = 0;
+  std::thread accepting_;
+};
+
+// The link is cut at each block in turn, until a call needs fewer: a change is made once, and said to be.
+TEST_F(KFARemoteTest, CutLinkMakesNoChangeTwice) {
+  bool wasCut = true;
+  int cuts = 0;
+  for (int blocks = 0; wasCut && blocks < 60; ++blocks) {
+    CuttingLink link(server->getPorts().front(), blocks);
+    const auto before = countReports();
+    std::string id;
+    const auto far = reach<KFASupport>(clientOptions(), "127.0.0.1:" + std::to_string(link.port()));
+    ASSERT_EQ(far->send({}, id), KFAManagerDone) << blocks << ": " << KFL::getErrorMessage();
+    ASSERT_EQ(countReports(), before + 1) << blocks;
+    ASSERT_EQ(id, "report-" + std::to_string(before + 1));
+    wasCut = link.hasCut();
+    cuts += wasCut ? 1 : 0;
+  }
+  EXPECT_FALSE(wasCut);
+  EXPECT_GT(cuts, 5);
+}
+
+}  // namespace
