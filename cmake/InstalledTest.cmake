@@ -60,6 +60,9 @@ endfunction()
 
 run_example(embed agent ${SOURCE_DIR}/examples/node/conf)
 run_example(managers managers)
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/load -B ${WORK_DIR}/load -G Ninja -DCMAKE_PREFIX_PATH=${PREFIX}
+    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS} -DCMAKE_BUILD_TYPE=${BUILD_TYPE})
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/load)
 
 run(${WORK_DIR}/embed/first ${SOURCE_DIR}/examples/node/conf/101.conf)
 if(NOT OUTPUT STREQUAL "starts with the node: yes\n")
