@@ -16,6 +16,8 @@
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "environments/Environment.h"
+#include "environments/Environments.h"
+#include "qos/QosAdvise.h"
 #include "qos/QosFormulas.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
@@ -179,38 +181,33 @@ Document describe(const Finding& finding, const KFA::KFAQVTuneParameters& values
   return document;
 }
 
-void printFindings(Session& session, const std::vector<Finding>& findings,
-                   const KFA::KFAQVTuneParameters& values) {
+void printFinding(Output& out, const Finding& finding, const KFA::KFAQVTuneParameters& values) {
   constexpr std::pair<State, Colour> kColours[] = {
       {State::Holds, Colour::Green}, {State::Violated, Colour::Red}, {State::NotCheckable, Colour::Magenta}};
-  Output& out = session.out();
+  const auto& [state, colour] = kColours[static_cast<std::size_t>(finding.state)];
+  const std::string name = nameOf(state);
+  out.add(colour, name).add(std::string(15 - name.size(), ' '));
+  out.addLine(std::to_string(finding.formula->identifier) + "  " + printable(finding.formula->expression));
+  for (const std::string& line : detailsOf(finding, values))
+    out.add(std::string(15, ' ')).addLine(printable(line));
+}
+
+void printFindings(Session& session, const std::vector<Finding>& findings,
+                   const KFA::KFAQVTuneParameters& values) {
   std::size_t counts[3] = {};
   for (const Finding& finding : findings) {
-    const auto& [state, colour] = kColours[static_cast<std::size_t>(finding.state)];
-    ++counts[static_cast<std::size_t>(state)];
-    const std::string name = nameOf(state);
-    out.add(colour, name).add(std::string(15 - name.size(), ' '));
-    out.addLine(std::to_string(finding.formula->identifier) + "  " + printable(finding.formula->expression));
-    for (const std::string& line : detailsOf(finding, values))
-      out.add(std::string(15, ' ')).addLine(printable(line));
+    ++counts[static_cast<std::size_t>(finding.state)];
+    printFinding(session.out(), finding, values);
   }
-  out.addLine(std::to_string(counts[0]) + " hold, " + std::to_string(counts[1]) + " violated, " +
-              std::to_string(counts[2]) + " not checkable");
+  session.out().addLine(std::to_string(counts[0]) + " hold, " + std::to_string(counts[1]) + " violated, " +
+                        std::to_string(counts[2]) + " not checkable");
 }
 
 // The memory mode of a configuration may decide without the formulas.
-int printMode(Session& session, KFA::KFAQoSMemoryMode mode) {
-  const bool isFine = mode == KFA::KFAQoSMemoryMode::Managed;
-  if (session.format() != Format::Table) {
-    printDocument(session,
-                  {{"memory_mode", isFine ? "managed" : "limit_missing"}, {"formulas", Document::array()}},
-                  "check", "formula");
-  } else if (isFine) {
-    session.out().addLine("the memory mode leaves all to slmmemorylimit; no formula applies");
-  } else {
-    session.out().addLine("the memory mode is slm, but slmmemorylimit has no value; no formula applies");
-  }
-  return isFine ? kFine : kFinding;
+void printMode(Session& session, bool isFine) {
+  session.out().addLine(isFine
+                            ? "the memory mode leaves all to slmmemorylimit; no formula applies"
+                            : "the memory mode is slm, but slmmemorylimit has no value; no formula applies");
 }
 
 // The key of a line that assigns, in lower case.
@@ -232,32 +229,70 @@ void refuseUnreadable(Session& session, const Input& input, const std::set<KFL::
   }
 }
 
-int check(Session& session) {
-  const Input input = readInput(session.argument(0));
+// One file judged: printed as a table, or given as a document. Of many files only what is violated is printed.
+struct CheckedFile {
+  Document document;
+  std::size_t violated = 0;
+  bool isFine = true;
+};
+
+CheckedFile checkFile(Session& session, const Input& input, bool isSingle) {
   const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
   KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
   must(config.getQoSes(qoses));
   refuseUnreadable(session, input, qoses.getValue());
+  const bool isTable = session.format() == Format::Table;
   const KFA::KFAQoSMemoryMode mode = KFA::judgeMemoryMode(config, qoses.getValue());
-  if (mode != KFA::KFAQoSMemoryMode::Formulas) return printMode(session, mode);
-
+  if (mode != KFA::KFAQoSMemoryMode::Formulas) {
+    const bool isFine = mode == KFA::KFAQoSMemoryMode::Managed;
+    if (isTable && !isSingle && !isFine)
+      session.out().add(Colour::Bold, printable(input.name) + ":").add("\n");
+    if (isTable && (isSingle || !isFine)) printMode(session, isFine);
+    return {
+        {{"memory_mode", isFine ? "managed" : "limit_missing"}, {"formulas", Document::array()}}, 0, isFine};
+  }
   KFAQVTune tune(config, session.vocabulary());
   initialise(session, tune);
   const KFA::KFAQVTuneParameters values = KFA::tuneParameters(qoses.getValue());
+  CheckedFile checked;
   std::vector<Finding> findings;
-  for (const KFAQVFormula& formula : tune.formulas)
+  Document formulas = Document::array();
+  for (const KFAQVFormula& formula : tune.formulas) {
     findings.push_back(judge(tune, values, formula));
-  if (session.format() == Format::Table) {
-    printFindings(session, findings, values);
-  } else {
-    Document formulas = Document::array();
-    for (const Finding& finding : findings)
-      formulas.push_back(describe(finding, values));
-    printDocument(session, {{"memory_mode", "formulas"}, {"formulas", std::move(formulas)}}, "check");
+    if (findings.back().state == State::Violated) ++checked.violated;
+    if (!isTable) formulas.push_back(describe(findings.back(), values));
   }
-  const bool isFine = std::none_of(findings.begin(), findings.end(),
-                                   [](const Finding& finding) { return finding.state == State::Violated; });
-  return isFine ? kFine : kFinding;
+  checked.document = {{"memory_mode", "formulas"}, {"formulas", std::move(formulas)}};
+  checked.isFine = checked.violated == 0;
+  if (isTable && isSingle) printFindings(session, findings, values);
+  if (!isTable || isSingle || checked.isFine) return checked;
+  session.out().add(Colour::Bold, printable(input.name) + ":").add("\n");
+  for (const Finding& finding : findings)
+    if (finding.state == State::Violated) printFinding(session.out(), finding, values);
+  return checked;
+}
+
+int check(Session& session) {
+  Environments environments(session, session.arguments(), WhenNone::All);
+  const bool isSingle = environments.isSingle();
+  Document all = Document::array();
+  std::size_t violated = 0;
+  std::size_t files = 0;
+  environments.each(
+      [&](const auto& file, const Input& input) {
+        CheckedFile checked = checkFile(session, input, isSingle);
+        violated += checked.violated;
+        files += checked.isFine ? 0 : 1;
+        all.push_back(isSingle ? std::move(checked.document) : documentOf(file, std::move(checked.document)));
+      },
+      [&](const auto& file, const std::string& why) { all.push_back(failureOf(file, why)); });
+  if (session.format() != Format::Table)
+    printDocument(session, isSingle ? all.front() : all, "check");
+  else if (!isSingle)
+    session.out().addLine(std::to_string(violated) + (violated == 1 ? " formula" : " formulas") +
+                          " violated in " + std::to_string(files) + " of " +
+                          std::to_string(environments.files().size()) + " files");
+  return environments.status(files == 0 ? kFine : kFinding);
 }
 
 // --- eval
@@ -430,14 +465,27 @@ Action prepareEval(CLI::App& app) {
 }
 
 constexpr Command kCommands[] = {
-    {"check", "FILE", "Hold the resource parameters of an environment against the vocabulary's formulas",
+    {"check", "[FILE...]", "Hold the resource parameters of an environment against the vocabulary's formulas",
      "Every formula as holding, violated (with its comment, the parameters that took part, and by how much "
      "it\n"
-     "fails) or not checkable (with the parameters that have no value). Status 1 when one is violated.\n\n"
+     "fails) or not checkable (with the parameters that have no value). Of many environments, all of the "
+     "node when "
+     "none is\n"
+     "named, only what is violated. Status 1 when one is.\n\n"
      "Examples:\n"
+     "  kfactl qos check\n"
      "  kfactl qos check 101.conf\n"
      "  kfactl --format json --vocabulary my.xml qos check 101.conf",
      withoutOptions<check>},
+    {"advise", "[FILE...]", "Name the smallest changes that make every violated formula hold",
+     "Few keys, and of these the least change; printed as a command that makes it. Formulas for which no "
+     "change was "
+     "found are\n"
+     "named. Status 1 when a formula is violated.\n\n"
+     "Examples:\n"
+     "  kfactl qos advise 114\n"
+     "  kfactl --json qos advise",
+     withoutOptions<adviseQos>},
     {"formulas", "", "List the formulas of the vocabulary",
      "The formulas in the order in which they are checked.\n\n"
      "Examples:\n"
