@@ -26,13 +26,14 @@ class FileChange {
   void declareOutput(CLI::App& app);
 
   const KFA::KFASetOptions& options() const { return options_; }
+  const KFA::KFAReplaceOptions& how() const { return how_; }
+  bool isDryRun() const { return dryRun_; }
+  const std::string& output() const { return output_; }
 
   // Changes the file at `path` as the options say. "-" is read from standard input and written to standard output.
   void apply(Session& session, const std::string& path, const Edit& edit) const;
   // The same, but the result goes to standard output unless --output is given.
   void merge(Session& session, const std::string& path, const Edit& edit) const;
-  // Gives keys the values of the words KEY=VALUE behind the file among the session's arguments.
-  void setValues(Session& session, const KFA::KFAConfigRules& rules) const;
   // Makes the text a file of its own, as --output says; standard output unless it is given.
   void create(Session& session, const std::string& text) const;
 
