@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
 #include "KFAConfigLines.h"

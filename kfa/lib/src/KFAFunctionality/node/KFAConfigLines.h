@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include <KFLCommon/KFLBashStr.h>
+#include <KFLBash/KFLBashStr.h>
 
 #include <KFAFunctionality/KFATypes.h>
 
