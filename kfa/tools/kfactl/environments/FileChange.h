@@ -26,7 +26,8 @@ class FileChange {
   void declareOutput(CLI::App& app);
 
   const KFA::KFASetOptions& options() const { return options_; }
-  const KFA::KFAReplaceOptions& how() const { return how_; }
+  // How files are replaced; what a new one could not be given is told on standard error.
+  KFA::KFAReplaceOptions how() const;
   bool isDryRun() const { return dryRun_; }
   const std::string& output() const { return output_; }
 
@@ -40,8 +41,6 @@ class FileChange {
  private:
   // Whether a change of the file at `path` is printed, and no file changed.
   bool isShown(const std::string& path) const;
-  // How files are replaced; what a new one could not be given is told on standard error.
-  KFA::KFAReplaceOptions how() const;
   // For changes that replace no file.
   void refuseBackup() const;
 
