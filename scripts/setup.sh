@@ -6,7 +6,7 @@ set -euo pipefail
 
 packagesFor() {
   local build="g++ cmake ninja-build libboost-dev libexpat1-dev libcli11-dev nlohmann-json3-dev libdtl-dev"
-  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr locales bash-builtins"
+  local test="$build libgtest-dev libgmock-dev pkg-config libxml2-utils acl attr locales bash-builtins git bsdutils"
   local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev liblmdb-dev pkg-config"
   case "$1" in
     build) echo "$build" ;;

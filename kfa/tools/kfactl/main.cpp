@@ -5,10 +5,10 @@
 namespace kfactl {
 
 extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, cacheGroup,
-    typesGroup;
+    typesGroup, checkGroup;
 
-constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup, &netifGroup,
-                                    &messageGroup, &qosGroup,    &cacheGroup,  &typesGroup};
+constexpr const Group* kGroups[] = {&rawGroup, &configGroup, &globalGroup, &netifGroup, &messageGroup,
+                                    &qosGroup, &cacheGroup,  &typesGroup,  &checkGroup};
 
 }  // namespace kfactl
 

@@ -217,8 +217,7 @@ int check(Session& session, const CheckOptions& options) {
   }
   if (session.format() != Format::Table && !options.print)
     printDocument(session, document, "findings", "finding");
-  troubles.finish();
-  return status;
+  return troubles.status(status);
 }
 
 Action prepareCheck(CLI::App& app) {

@@ -24,6 +24,7 @@ using Action = std::function<int(Session&)>;
 // The formats in which a command can print.
 inline constexpr unsigned kAllFormats = 7;
 inline constexpr unsigned kTableOnly = 1U << static_cast<unsigned>(Format::Table);
+inline constexpr unsigned kFindings = kAllFormats | 1U << static_cast<unsigned>(Format::Sarif);
 
 struct Command {
   const char* name;  // null for a group that is a command itself
