@@ -264,6 +264,10 @@ std::vector<std::string> addressesOf(const KFAEnvConfig& config) {
   return all;
 }
 
+// What of a file the list tells.
+constexpr std::string_view kListedKeys[] = {"name",   "hostname",   "ve_type", "ostemplate",
+                                            "onboot", "ip_address", "netif"};
+
 ListedEnvironment describe(const Parser& parser, int veid, const boost::shared_ptr<KFAEnvConfig>& config) {
   const KFA::KFAEnv environment(KFL::KFLEID(), config);
   Parser::ParameterParserGet keys(*config, parser);
@@ -322,7 +326,7 @@ int list(Session& session) {
   for (const int veid : veids) {
     troubles.collect([&] {
       const auto config = boost::make_shared<KFAEnvConfig>();
-      must(folder.read(veid, *config));
+      must(folder.readKeys(veid, kListedKeys, *config));
       environments.push_back(describe(*parser, veid, config));
     });
   }
