@@ -118,7 +118,7 @@ class KFLBashScanner {
     bool mayTakeBody = false;   // or a coprocess's, and a compound command follow
     bool redirected = false;    // a redirection stands behind an assignment or a compound command
     Timed timed = Timed::No;
-    bool apart = false;  // what it assigns stays in it: a subshell, a function's body
+    bool apart = false;      // what it assigns stays in it: a subshell, a function's body
     bool coprocess = false;  // of a simple command: the like
     bool piped = false;      // behind a |
     unsigned int words = 0;
@@ -233,7 +233,8 @@ class KFLBashScanner {
   std::size_t firstReasonAt_ = 0;
   bool firstEnded_ = false;
   bool inFirstList_ = true;
-  std::vector<std::size_t> further_;  // where the assignments of further commands stand, by what the shell keeps
+  std::vector<std::size_t>
+      further_;  // where the assignments of further commands stand, by what the shell keeps
   bool otherAssigner_ = false;
   bool array_ = false;
   bool hereDocument_ = false;
