@@ -22,6 +22,35 @@
 
 namespace kfactl {
 
+const char* const kProgramHelp =
+    "Exit status: 0 fine; 1 a finding (a difference, a fault found by a check); 2 trouble, with one "
+    "line on\n"
+    "standard error. A FILE of - is standard input.\n\n"
+    "Examples:\n"
+    "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
+    "  kfactl --format json config show 101.conf\n"
+    "  kfactl config --help";
+
+void declareGlobals(CLI::App& app, Session& session) {
+  const char* const group = "Global options";
+  app.set_help_flag("-h,--help", "Print this and end")->group(group);
+  app.set_version_flag("-V,--version", "kfactl " KFACTL_VERSION, "Print the version and end")->group(group);
+  app.add_option("--format", session.formatOption(), "table (for people), json or xml (for programs)")
+      ->type_name("FORMAT")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+  app.add_flag("--json", session.jsonOption(), "The same as --format json")->group(group);
+  app.add_option("--node", session.nodeOption(),
+                 "The folder of the node's environments; KFA_NODE, or else /etc/kfa/conf")
+      ->type_name("DIR")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+  app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
+      ->type_name("FILE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+}
+
 namespace {
 
 using Words = std::vector<std::string>;
@@ -57,26 +86,6 @@ class HelpFormatter : public CLI::Formatter {
  private:
   const Level& level_;
 };
-
-void declareGlobals(CLI::App& app, Session& session) {
-  const char* const group = "Global options";
-  app.set_help_flag("-h,--help", "Print this and end")->group(group);
-  app.set_version_flag("-V,--version", "kfactl " KFACTL_VERSION, "Print the version and end")->group(group);
-  app.add_option("--format", session.formatOption(), "table (for people), json or xml (for programs)")
-      ->type_name("FORMAT")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->group(group);
-  app.add_flag("--json", session.jsonOption(), "The same as --format json")->group(group);
-  app.add_option("--node", session.nodeOption(),
-                 "The folder of the node's environments; KFA_NODE, or else /etc/kfa/conf")
-      ->type_name("DIR")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->group(group);
-  app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
-      ->type_name("FILE")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->group(group);
-}
 
 std::string seeHelp(const Level& level) {
   return "see '" + level.path + " --help'";
@@ -210,17 +219,7 @@ int runCommand(Session& session, const std::string& path, const Command& command
 }
 
 int run(Session& session, std::span<const Group* const> groups, Words words) {
-  Level top{"kfactl",
-            "Read, change, compare, check and convert the configurations of environments",
-            "GROUP ...",
-            "Exit status: 0 fine; 1 a finding (a difference, a fault found by a check); 2 trouble, with one "
-            "line on\n"
-            "standard error. A FILE of - is standard input.\n\n"
-            "Examples:\n"
-            "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
-            "  kfactl --format json config show 101.conf\n"
-            "  kfactl config --help",
-            {}};
+  Level top{"kfactl", kProgramSummary, "GROUP ...", kProgramHelp, {}};
   for (const Group* group : groups)
     top.words.emplace_back(group->name, group->summary);
   const int groupIndex = takeWord(session, top, "group", words);
