@@ -114,7 +114,12 @@ boost::shared_ptr<KFARawConfigBashParser> KFARawConfigBashParser::getInstance() 
 int KFARawConfigBashParser::getConfig(std::istream& in, std::map<std::string, std::string>& values) const {
   Gatherer gathered;
   const int result = parseBashLikeConfig(gathered, in);
-  gathered.moveTo(values);
+  std::map<std::string, std::string> read;
+  gathered.moveTo(read);
+  if (values.empty())
+    values.swap(read);
+  else
+    values.merge(read);
   return result;
 }
 
