@@ -323,7 +323,6 @@ int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
 
 template <class Container>
 int KFLEnvConfig::addItems(const KFLEnvProperty& property, const Container& items) {
-  using Item = typename Container::value_type;
   const Placement placement(*this, property);
   KFLWriteGuard guard(it_);
   bool isEmpty = true;
