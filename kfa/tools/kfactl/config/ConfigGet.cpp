@@ -268,26 +268,37 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-void addRow(Listing& listing, const KFA::KFAEnvironmentFile& file, const ListedEnvironment& listed) {
+Document describe(const KFA::KFAEnvironmentFile& file, const ListedEnvironment& listed) {
   const auto textOrNull = [](const std::string& text) { return text.empty() ? Document() : Document(text); };
-  const char* const onBoot = !listed.onBoot ? "" : *listed.onBoot ? "yes" : "no";
   Document document = documentOf(file);
   document.update({{"title", listed.title},
                    {"type", listed.type},
                    {"on_boot", listed.onBoot ? Document(*listed.onBoot) : Document()},
                    {"template", textOrNull(listed.osTemplate)},
                    {"addresses", listed.addresses}});
-  listing.add({file.veid >= 0 ? std::to_string(file.veid) : file.path, listed.title, listed.type, onBoot,
-               listed.osTemplate, joined(listed.addresses)},
-              std::move(document));
+  return document;
 }
 
-// A key whose text is not taken shows as something that nobody wrote.
+// Documents of thousands of files take longer than reading these, so a table has none.
+void addRow(Session& session, Listing& listing, const KFA::KFAEnvironmentFile& file,
+            const ListedEnvironment& listed) {
+  const char* const onBoot = !listed.onBoot ? "" : *listed.onBoot ? "yes" : "no";
+  listing.add({file.veid >= 0 ? std::to_string(file.veid) : file.path, listed.title, listed.type, onBoot,
+               listed.osTemplate, joined(listed.addresses)},
+              session.format() == Format::Table ? Document() : describe(file, listed));
+}
+
+// A key whose text is not taken shows as something that nobody wrote. What shows as it was written needs no judgement;
+// of lists, addresses show without their networks and devices in part.
 void noteRefusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys,
                      const std::string& name) {
+  std::string shown;
   for (const std::string& key : listedKeys()) {
     const std::string* const text = keys.getText(key);
-    if (text != nullptr && rules.accept(key, *text) != 0) printNote(name + ": " + KFL::getErrorMessage());
+    if (text == nullptr) continue;
+    const bool isList = key == "ip_address" || key == "netif";
+    if (!isList && keys.get(key, shown) && shown == *text) continue;
+    if (rules.accept(key, *text) != 0) printNote(name + ": " + KFL::getErrorMessage());
   }
 }
 
@@ -301,7 +312,7 @@ int list(Session& session, const Listing::Options& options) {
   environments.each(
       [&](const auto& file, const Input& input) {
         must(keys.read(input.text, input.name));
-        addRow(listing, file, describe(keys, file.veid));
+        addRow(session, listing, file, describe(keys, file.veid));
         noteRefusedKeys(rules, keys, input.name);
       },
       [&](const auto& file, const std::string& why) { listing.add(failureOf(file, why)); });

@@ -194,6 +194,7 @@ Document describe(const Finding& finding) {
 // The findings with one environment.
 struct Judgement {
   KFA::KFAQoSMemoryMode mode = KFA::KFAQoSMemoryMode::Formulas;
+  KFA::KFAQVTuneParameters values;  // the findings point into them
   std::vector<Finding> findings;
 
   std::size_t count(State state) const {
@@ -322,11 +323,11 @@ Judgement judge(Session& session, const Input& input) {
   must(KFA::readConfigText(input.text, input.name,
                            [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
   if (!parameters.isRead()) refuseUnreadable(parser, input);
-  Judgement judgement{judgeMemoryMode(parameters.config(), parameters.qoses()), {}};
+  Judgement judgement{judgeMemoryMode(parameters.config(), parameters.qoses()), {}, {}};
   if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return judgement;
   const auto tune = formulasOf(session);
-  const KFA::KFAQVTuneParameters values = KFA::tuneParameters(parameters.qoses());
-  const KFA::KFAQVTuneArray array = tune->arrange(values);
+  judgement.values = KFA::tuneParameters(parameters.qoses());
+  const KFA::KFAQVTuneArray array = tune->arrange(judgement.values);
   judgement.findings.reserve(tune->formulas.size());
   for (const KFAQVFormula& formula : tune->formulas)
     judgement.findings.push_back(judge(*tune, array, formula));

@@ -76,13 +76,18 @@ class RememberingRules : public KFAEnvConfigRules {
     return -1;
   }
 
-  // Values that are sound alone can only be overruled within two pairs of keys, so a text of these alone tells.
+  // Values that are sound alone can only be overruled within two pairs of keys, so a text of these alone tells. Of the
+  // addresses only a host-routed device can be the reason, which few environments have.
   int readsBack(const std::string& text, const KFAConfigChanges& changes) const override {
     if (changes.size() == 1) return KFAEnvConfigRules::readsBack(text, changes);
+    const bool isRouted = std::any_of(changes.begin(), changes.end(), [](const auto& change) {
+      return change.first == "netif" && mayBeHostRouted(change.second);
+    });
     KFAConfigChanges pairs;
     std::string lines;
     for (const auto& [key, value] : changes) {
-      if (key != "arch" && key != "technologies" && key != "netif" && key != "ip_address") continue;
+      const bool isAddress = isRouted && (key == "netif" || key == "ip_address");
+      if (key != "arch" && key != "technologies" && !isAddress) continue;
       pairs.emplace_back(key, value);
       lines += KFL::toUpper(key) + "=" + quoteForShell(value) + "\n";
     }
@@ -90,6 +95,16 @@ class RememberingRules : public KFAEnvConfigRules {
   }
 
  private:
+  // Any beginning of the word host-routed makes a device one.
+  static bool mayBeHostRouted(std::string_view devices) {
+    constexpr std::string_view kField = "nettype=";
+    for (std::size_t at = devices.find(kField); at != std::string_view::npos; at = devices.find(kField, at)) {
+      at += kField.size();
+      if (!devices.substr(at).starts_with('b')) return true;
+    }
+    return false;
+  }
+
   mutable std::unordered_map<std::string, std::string> known_;
 };
 
