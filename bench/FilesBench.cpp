@@ -6,6 +6,7 @@
 // GKeyFile knows no shell syntax and wants a group, so it gets a group line in front; Augeas keeps the text in its tree.
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@
 #include <glib.h>
 
 #include <KFLFunctionality/KFLVocMap.h>
+#include <KFLMessage/KFLMessage.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
@@ -241,6 +243,41 @@ void DevicesOurs(benchmark::State& state) {
   finish(state, isRight);
 }
 
+// --- Setting: properties of configurations that are bound in one tree, and (Floor) of as many with trees of their own ---
+
+using Records = std::vector<KFA::KFAEnvConfig>;
+
+void set(benchmark::State& state, Records& records) {
+  const std::string text = textOf(kRealSize);
+  for (KFA::KFAEnvConfig& record : records) {
+    std::istringstream in(text);
+    envParser().getConfig(in, record);
+  }
+  std::size_t at = 0;
+  for (auto _ : state) {
+    KFA::KFAEnvConfig& record = records[at++ % records.size()];
+    record.setHostname(std::string("app1.example.com"));
+    record.setOnBoot(true);
+    record.setSearchDomains(std::set<std::string>{"booking.example.com", "example.com"});
+  }
+}
+
+void SetOurs(benchmark::State& state) {
+  KFL::KFLMessageIterator it = KFL::KFLMessage().getIterator();
+  Records records;
+  for (std::int64_t i = 0; i < state.range(0); ++i) {
+    it.addChild("virtual_config");
+    records.emplace_back(&it, KFL::EnvConfigVirtual);
+    it.leaveChild();
+  }
+  set(state, records);
+}
+
+void SetFloor(benchmark::State& state) {
+  Records records(static_cast<std::size_t>(state.range(0)));
+  set(state, records);
+}
+
 BENCHMARK(ReadOurs)->Apply(sizes);
 BENCHMARK(ReadFloor)->Apply(sizes);
 BENCHMARK(ReadGKeyFile)->Arg(kRealSize);
@@ -254,6 +291,8 @@ BENCHMARK(RewriteFloor)->Apply(sizes);
 BENCHMARK(RewriteAugeas)->Arg(kRealSize)->Iterations(20);
 BENCHMARK(MergeOurs)->Arg(kRealSize);
 BENCHMARK(MergeFloor)->Arg(kRealSize);
+BENCHMARK(SetOurs)->Arg(1)->Arg(10000);
+BENCHMARK(SetFloor)->Arg(1)->Arg(10000);
 BENCHMARK(DevicesOurs)->RangeMultiplier(10)->Range(10, 100000);
 
 }  // namespace

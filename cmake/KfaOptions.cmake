@@ -48,7 +48,9 @@ target_link_options(kf_options INTERFACE -Wl,-z,relro,-z,now -Wl,--hash-style=gn
 if(KFA_SANITIZE)
   list(JOIN KFA_SANITIZE "," KFA_SANITIZERS)
   target_compile_options(kf_options INTERFACE -fsanitize=${KFA_SANITIZERS} -fno-sanitize-recover=all
-                                              -fno-omit-frame-pointer)
+                                              -fno-omit-frame-pointer
+                                              # gcc misjudges instrumented code of its own headers.
+                                              $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kf_options INTERFACE -fsanitize=${KFA_SANITIZERS})
 endif()
 if(KFA_FUZZERS)

@@ -20,11 +20,11 @@ fi
 setUp fuzz
 buildPreset fuzz
 
-# The targets as they are listed: kf_fuzz(NAME SOURCE SEEDS ...).
+# The targets as they are listed: kf_fuzz(NAME SOURCE SEEDS ...), with ";" between several folders of seeds.
 declare -A seedsOf
 while read -r name seeds; do
-  seedsOf[$name]=$kfaTop/fuzz/seeds/$seeds
-done < <(sed -n 's/^kf_fuzz(\([A-Za-z]\+\) [^ ]\+ \([^ )]\+\).*/\1 \2/p' "$kfaTop/fuzz/CMakeLists.txt")
+  seedsOf[$name]=$seeds
+done < <(sed -n 's/^kf_fuzz(\([A-Za-z]\+\) [^ ]\+ "\?\([^ ")]\+\).*/\1 \2/p' "$kfaTop/fuzz/CMakeLists.txt")
 
 folder="$kfaTop/build/fuzz"
 mkdir -p "$folder/findings"
@@ -39,11 +39,12 @@ for target in "${targets[@]}"; do
   fi
   mkdir -p "$folder/corpus/$target"
   echo "$target: $seconds seconds"
+  IFS=';' read -ra seeds <<<"${seedsOf[$target]}"
   options=()
-  dictionary="$kfaTop/fuzz/dictionaries/$(basename "${seedsOf[$target]}").dict"
+  dictionary="$kfaTop/fuzz/dictionaries/${seeds[0]}.dict"
   [ ! -f "$dictionary" ] || options+=("-dict=$dictionary")
   "$folder/bin/$target" "${options[@]}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-    -artifact_prefix="$folder/findings/$target-" "$folder/corpus/$target" "${seedsOf[$target]}" \
+    -artifact_prefix="$folder/findings/$target-" "$folder/corpus/$target" "${seeds[@]/#/$kfaTop/fuzz/seeds/}" \
     >"$folder/$target.log" 2>&1 || {
     status=1
     tail -n 40 "$folder/$target.log"

@@ -191,6 +191,7 @@ void KFLBashScanner::commandWord(const Word& word) {
 void KFLBashScanner::beginSimple() {
   Frame& frame = top();
   if (frame.expect == Expect::Simple) return;
+  frame.coprocess = frame.expect == Expect::Coprocess;
   frame.expect = Expect::Simple;
   frame.hasCommands = true;
   frame.assigner = false;
@@ -223,20 +224,30 @@ void KFLBashScanner::argument(const Word& word) {
 }
 
 void KFLBashScanner::endCommand(End end) {
-  const Frame& frame = top();
+  Frame& frame = top();
   const bool outermost = frames_.size() == 1;
   if (frame.expect == Expect::Simple) {
     const bool assigns = frame.assignments > 0 && (frame.words == 0 || frame.assigner);
     if (outermost && !firstEnded_) {
       judgeFirst(frame, end);
-    } else if (assigns && apart_ == 0) {
-      spoil(Reason::TwoAssignments, frame.lastAssignment);
+    } else if (assigns && apart_ == 0 && !frame.coprocess) {
+      further_.push_back(frame.lastAssignment);
     }
   }
+  dropApart(frame, end);
   if (!outermost) return;
   firstEnded_ = true;
   if (inFirstList_ && end == End::Background) spoil(Reason::Background, at_.position());
   if (end != End::AndOr && end != End::Pipe) inFirstList_ = false;
+}
+
+// What a pipeline and what a list in the background assign is gone with the shells that run them.
+void KFLBashScanner::dropApart(Frame& list, End end) {
+  if (end == End::Pipe || list.piped) further_.resize(list.beforePipeline);
+  list.piped = end == End::Pipe;
+  if (end == End::Background) further_.resize(list.beforeList);
+  if (end != End::Pipe) list.beforePipeline = further_.size();
+  if (end != End::Pipe && end != End::AndOr) list.beforeList = further_.size();
 }
 
 void KFLBashScanner::judgeFirst(const Frame& command, End end) {

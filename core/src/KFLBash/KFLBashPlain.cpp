@@ -46,22 +46,23 @@ std::size_t findFirst(std::string_view text, std::size_t at, Test test) {
   }
 }
 
-auto isNoNameCharacter(Block c) {
+// The tests are objects, so that each search has its own in it.
+constexpr auto isNoNameCharacter = [](Block c) {
   const Block letter = (c | 0x20) - 'a';
   const Block digit = c - '0';
   return (letter >= 26) & (digit >= 10) & (c != '_');
-}
+};
 
 // What ends a text between double quotes, or needs the grammar there.
-auto isQuotedStop(Block c) {
+constexpr auto isQuotedStop = [](Block c) {
   return (c == '"') | (c == '\\') | (c == '$') | (c == '`') | (c == '\n') | (c == '\0');
-}
+};
 
 // The like of a text outside quotes: & and ', ( and ) are pairs that differ in one bit, < and > differ in another.
-auto isWordStop(Block c) {
+constexpr auto isWordStop = [](Block c) {
   return isQuotedStop(c) | (c == ' ') | (c == '\t') | ((c & 0xFE) == '&') | ((c & 0xFE) == '(') | (c == '|') |
          (c == ';') | ((c & 0xFD) == '<');
-}
+};
 
 // Goes to the end of the value that begins there: what it stands on then is no part of it. $NAME is text as any other.
 template <class Test>

@@ -48,6 +48,7 @@ void KFLBashScanner::push(Context context, std::size_t length) {
                 (!frames_.empty() && (top().expect == Expect::Compound || top().expect == Expect::Coprocess ||
                                       top().mayTakeBody));
   if (frame.apart) ++apart_;
+  frame.beforePipeline = frame.beforeList = further_.size();
   frames_.push_back(frame);
   at_.advance(length);
 }
@@ -90,6 +91,7 @@ void KFLBashScanner::finish() {
       return fail(Reason::OpenCompound, at_.position());
     default:
       endCommand(End::Line);
+      if (!further_.empty()) spoil(Reason::TwoAssignments, further_.front());
       done_ = true;
   }
 }

@@ -118,13 +118,18 @@ class KFLBashScanner {
     bool mayTakeBody = false;   // or a coprocess's, and a compound command follow
     bool redirected = false;    // a redirection stands behind an assignment or a compound command
     Timed timed = Timed::No;
-    bool apart = false;  // what it assigns stays in it: a subshell, a function's body
+    bool apart = false;      // what it assigns stays in it: a subshell, a function's body
+    bool coprocess = false;  // of a simple command: the like
+    bool piped = false;      // behind a |
     unsigned int words = 0;
     unsigned int assignments = 0;
     std::size_t depth = 0;  // of parentheses or brackets
     std::size_t opened = 0;
     std::size_t command = 0;         // of a simple command: where its first word stands
     std::size_t lastAssignment = 0;  // and its last assignment
+    // How many further assignments stood before the pipeline and before the list of pipelines that is being read.
+    std::size_t beforePipeline = 0;
+    std::size_t beforeList = 0;
   };
 
   struct Reserved;
@@ -185,6 +190,7 @@ class KFLBashScanner {
   void beginSimple();
   void endCommand(End end);
   void judgeFirst(const Frame& command, End end);
+  void dropApart(Frame& list, End end);
   void spoil(Reason reason, std::size_t where);
   void oper();
   void redirection();
@@ -227,6 +233,8 @@ class KFLBashScanner {
   std::size_t firstReasonAt_ = 0;
   bool firstEnded_ = false;
   bool inFirstList_ = true;
+  std::vector<std::size_t>
+      further_;  // where the assignments of further commands stand, by what the shell keeps
   bool otherAssigner_ = false;
   bool array_ = false;
   bool hereDocument_ = false;

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string_view>
 
 namespace KFL {
@@ -13,6 +14,8 @@ std::string classNameOf(const std::type_info& type) {
   int status = 0;
   const std::unique_ptr<char, void (*)(void*)> demangled(
       abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
+  constexpr int kNoMemory = -1;
+  if (status == kNoMemory) throw std::bad_alloc();
   return demangled != nullptr ? demangled.get() : type.name();
 }
 

@@ -43,11 +43,11 @@ struct KFLEnv::Binding {
   }
   static int getVirtualConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
     env.virtualConfig_.reset();
+    const KFLCursorGuard guard(it);
     if (it.findChild(row.id) != 0) return 0;
     const ConfigSP made = makeByType(it, EnvConfigVirtual);
     env.virtualConfig_ = boost::dynamic_pointer_cast<KFLVEnvConfig>(made);
     if (!env.virtualConfig_) env.virtualConfig_ = boost::make_shared<KFLVEnvConfig>(&it, EnvConfigVirtual);
-    it.leaveChild();
     return 0;
   }
 
@@ -56,10 +56,10 @@ struct KFLEnv::Binding {
   }
   static int getConfig(const KFLMessageIterator& it, KFLEnv& env, const KFLField& row) {
     env.config_.reset();
+    const KFLCursorGuard guard(it);
     if (it.findChild(row.id) != 0) return 0;
     env.config_ = makeByType(it, EnvConfigReal);
     if (!env.config_) env.config_ = boost::make_shared<KFLEnvConfig>(&it, EnvConfigReal);
-    it.leaveChild();
     return 0;
   }
 

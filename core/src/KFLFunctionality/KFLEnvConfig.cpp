@@ -118,8 +118,9 @@ KFLEnvConfig::Placement::Placement(KFLEnvConfig& config, const KFLEnvProperty& p
     : it_(prepare(config, property)), scope_(it_) {}
 
 KFLMessageIterator& KFLEnvConfig::Placement::prepare(KFLEnvConfig& config, const KFLEnvProperty& property) {
-  config.findPlace(property.id);
+  const KFLMessageIterator place = config.findPlace(property.id);
   config.it_.selectNamespace(property.uri);
+  if (place.isValid()) config.it_.setInsertionPoint(place);
   return config.it_;
 }
 
@@ -162,10 +163,10 @@ class KFLEnvConfig::Ranks {
     byKey_[key].store(rank, std::memory_order_relaxed);
     return rank;
   }
-  int getOfCurrent(const KFLEnvConfig& config) {
-    const std::uint32_t key = config.it_.getNameKey();
+  int getOf(const KFLEnvConfig& config, const KFLMessageIterator& it) {
+    const std::uint32_t key = it.getNameKey();
     const int known = key < kTagPositionLimit ? byKey_[key].load(std::memory_order_relaxed) : kUnknown;
-    return known != kUnknown ? known : get(config, key, config.it_.getName());
+    return known != kUnknown ? known : get(config, key, it.getName());
   }
 
   static constexpr int kLast = std::numeric_limits<int>::max();
@@ -190,26 +191,31 @@ KFLEnvConfig::Ranks& KFLEnvConfig::ranks() {
   return *ranks_;
 }
 
-// Sets the insertion point before the first child that ranks behind the element.
-void KFLEnvConfig::findPlace(KFLElementID id) {
+// The first child that ranks behind the element.
+KFLMessageIterator KFLEnvConfig::findPlace(KFLElementID id) {
   Ranks& known = ranks();
   const int rank = known.get(*this, it_.findNameKey(id), id);
-  if (rank == Ranks::kLast || it_.firstChild() != 0) return;
-  bool isBehind = false;
-  do {
-    isBehind = known.getOfCurrent(*this) > rank;
-  } while (!isBehind && it_.nextSibling() == 0);
-  if (!isBehind) return it_.leaveChild();
+  if (rank == Ranks::kLast) return {};
   const KFLMessageIterator sibling(it_);
-  it_.leaveChild();
-  it_.setInsertionPoint(sibling);
+  for (int left = sibling.firstChild(); left == 0; left = sibling.nextSibling()) {
+    if (known.getOf(*this, sibling) > rank) return sibling;
+  }
+  return {};
+}
+
+std::vector<KFLMessageIterator> KFLEnvConfig::elementsNamed(KFLElementID id) const {
+  std::vector<KFLMessageIterator> elements;
+  const KFLMessageIterator it(it_);
+  for (int found = it.findChild(id); found == 0; found = it.findNextChild(id))
+    elements.push_back(it);
+  return elements;
 }
 
 // --- Properties --------------------------------------------------------------------------------------------
 
 void KFLEnvConfig::removeElement(KFLElementID id) {
   initMsg();
-  if (it_.findChild(id) == 0) it_.removeCurrent();
+  it_.removeElement(it_.childOf(id));
 }
 
 int KFLEnvConfig::getName(Text& name) const {

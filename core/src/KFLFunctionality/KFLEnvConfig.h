@@ -17,6 +17,9 @@
 // A list is one element per item; a specified, empty list is one empty element, so an empty text or
 // address cannot be an item and is left out. An item that cannot be written ends the list: -1, with an error
 // text.
+//
+// Memory that runs out passes through as std::bad_alloc, from getters and setters. Then the configuration, its place in
+// the message and the value that was to be read are as before.
 #ifndef KFLFUNCTIONALITY_KFLENVCONFIG_H
 #define KFLFUNCTIONALITY_KFLENVCONFIG_H
 
@@ -145,6 +148,24 @@ class KFLEnvConfig {
   // Says that there is no message: -1.
   static int failWithoutMessage();
 
+  // Makes the message where there is none; unless keep() was called, there is none again at its end.
+  class MessageGuard {
+   public:
+    explicit MessageGuard(KFLEnvConfig& config) : config_(config), isKept_(config.hasMsg()) {
+      config.initMsg();
+    }
+    MessageGuard(const MessageGuard&) = delete;
+    MessageGuard& operator=(const MessageGuard&) = delete;
+    ~MessageGuard() {
+      if (!isKept_) config_.it_ = KFLMessageIterator();
+    }
+    void keep() { isKept_ = true; }
+
+   private:
+    KFLEnvConfig& config_;
+    bool isKept_;
+  };
+
   // While it lives, children that the cursor adds to the configuration's element stand in the property's
   // namespace and at its place in the order.
   class Placement {
@@ -169,7 +190,12 @@ class KFLEnvConfig {
 
   // The places of the elements by the keys of their names; those without a position rank behind all others.
   class Ranks;
-  void findPlace(KFLElementID id);
+  // The child before which the element goes; none for the end.
+  KFLMessageIterator findPlace(KFLElementID id);
+  std::vector<KFLMessageIterator> elementsNamed(KFLElementID id) const;
+  // The items as elements at the property's place, or the marker of an empty list.
+  template <class Container>
+  int addItems(const KFLEnvProperty& property, const Container& items);
   Ranks& ranks();
   // Works on the element under the cursor from now on.
   void bind(const KFLMessageIterator& it);
@@ -230,11 +256,16 @@ int KFLEnvConfig::getMandatory(const KFLEnvProperty& property, T& value) const {
 
 template <class T>
 int KFLEnvConfig::putMandatory(const KFLEnvProperty& property, const T& value) {
-  removeElement(property.id);
+  MessageGuard message(*this);
+  const KFLMessageIterator old = it_.childOf(property.id);
   const Placement placement(*this, property);
+  KFLWriteGuard guard(it_);
   it_.addChild(property.id);
   fields::putOne(it_, value, {});
   it_.leaveChild();
+  guard.keep();
+  it_.removeElement(old);
+  message.keep();
   return 0;
 }
 
@@ -261,41 +292,55 @@ template <class Container>
 int KFLEnvConfig::getListProperty(const KFLEnvProperty& property,
                                   KFLOptionalProperty<Container>& value) const {
   if (!hasMsg()) return failWithoutMessage();
-  value.setSpecified(false);
-  if (!it_.hasChild(property.id)) return 0;
-  value.setSpecified(true);
   const KFLMessageIterator it(it_);
-  it.findChild(property.id);
+  const bool isThere = it.findChild(property.id) == 0;
+  Container items;
+  int result = 0;
   // An empty element marks the empty list.
-  while (!it.isEmptyElement()) {
+  while (isThere && !it.isEmptyElement()) {
     typename Container::value_type item{};
-    if (fields::getOne(it, item, {}) != 0) return -1;
-    value.value().insert(value.value().end(), std::move(item));
+    result = fields::getOne(it, item, {});
+    if (result != 0) break;
+    items.insert(items.end(), std::move(item));
     if (it.findNextChild(property.id) != 0) break;
   }
-  return 0;
+  fields::addAll(value.value(), std::move(items));
+  value.setSpecified(isThere);
+  return result == 0 ? 0 : -1;
 }
 
 template <class Container>
 int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
                                   const KFLOptionalProperty<Container>& value) {
-  using Item = typename Container::value_type;
-  initMsg();
-  it_.removeChildren(property.id);
-  if (!value.isSpecified()) return 0;
+  MessageGuard message(*this);
+  const std::vector<KFLMessageIterator> old = elementsNamed(property.id);
+  const int result = value.isSpecified() ? addItems(property, value.getValue()) : 0;
+  for (const KFLMessageIterator& element : old)
+    it_.removeElement(element);
+  message.keep();
+  return result;
+}
+
+template <class Container>
+int KFLEnvConfig::addItems(const KFLEnvProperty& property, const Container& items) {
   const Placement placement(*this, property);
+  KFLWriteGuard guard(it_);
   bool isEmpty = true;
-  for (const Item& item : value.getValue()) {
-    if (fields::isEmptyText(item)) continue;
+  int result = 0;
+  for (auto item = items.begin(); item != items.end() && result == 0; ++item) {
+    if (fields::isEmptyText(*item)) continue;
     isEmpty = false;
     it_.addChild(property.id);
-    if (const int result = fields::putOne(it_, item, {}); result != 0) {
+    result = fields::putOne(it_, *item, {});
+    if (result != 0) {
       it_.removeCurrent();
-      return result;
+      break;
     }
     it_.leaveChild();
   }
-  return isEmpty ? it_.addEmptyChild(property.id) : 0;
+  if (isEmpty) result = it_.addEmptyChild(property.id);
+  guard.keep();
+  return result;
 }
 
 template <class T>

@@ -51,6 +51,7 @@ inline constexpr std::array kAttributes = {
     AttributeRow{"expression", kVocExpression, Place::ChildElement, Form::Text, 0, 0, ""},
     AttributeRow{"comment", kVocComment, Place::ChildElement, Form::Text, 0, 0, ""},
     AttributeRow{"description", 0, Place::ChildElement, Form::Text, 0, 0, ""},
+    AttributeRow{"unit", 0, Place::XmlAttribute, Form::Text, 0, 0, ""},
 };
 inline constexpr std::size_t kAttributeCount = kAttributes.size();
 inline constexpr std::size_t kIDAttribute = 0;

@@ -2,7 +2,8 @@
 // A message: one tree of elements with its XML text form.
 //
 // The message owns its tree; cursors (KFLMessageIterator) and configurations made from one share the tree and keep
-// it alive. Any number of threads may read a tree, or one change it. The text form is XML 1.0 in UTF-8: docs/formats.md has the rules.
+// it alive. Any number of threads may read a tree, or one change it. Memory that runs out passes through as
+// std::bad_alloc, with the message as before. The text form is XML 1.0 in UTF-8: docs/formats.md has the rules.
 #ifndef KFLMESSAGE_KFLMESSAGE_H
 #define KFLMESSAGE_KFLMESSAGE_H
 
@@ -38,7 +39,8 @@ class KFLMessage {
   // The same for people: elements that hold elements only are broken into lines, two spaces a level.
   std::string toPrettyString() const;
 
-  // The compact text into `out`, replacing its content: 0, or -1 with an error text and `out` empty.
+  // The compact text into `out`, replacing its content: 0, or -1 with an error text and `out` empty; empty too where
+  // memory runs out.
   int print(std::string& out) const;
 
   // A cursor on the root element; that of a constant message only reads.

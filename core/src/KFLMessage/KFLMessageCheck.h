@@ -4,6 +4,7 @@
 //   std::vector<KFLMessageFinding> findings;
 //   if (checkMessage(message.getIterator(), *findRecordType("KFAEnvConfig"), findings) != 0) ...
 //
+// Memory that runs out passes through as std::bad_alloc; `findings` is then empty, and `result` as before.
 // The time goes with the size of the message, whatever stands in it. Any thread; the message is only read.
 #ifndef KFLMESSAGE_KFLMESSAGECHECK_H
 #define KFLMESSAGE_KFLMESSAGECHECK_H

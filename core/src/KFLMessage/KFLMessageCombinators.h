@@ -6,10 +6,14 @@
 // getStrNSID, getTypeID and getStrTypeID; a reader has `int operator()(const KFLMessageIterator&, X&) const`.
 // All of them return 0 for success and -1 for failure; the list writer returns 1. None holds state of a call, so one
 // object may serve any number of threads.
+//
+// They pass every exception on, among them std::bad_alloc of their own. Then the cursor is where it was, a writer has
+// undone what it wrote, and a list reader has added nothing to its container.
 #ifndef KFLMESSAGE_KFLMESSAGECOMBINATORS_H
 #define KFLMESSAGE_KFLMESSAGECOMBINATORS_H
 
 #include <algorithm>
+#include <iterator>
 #include <type_traits>
 #include <typeinfo>
 #include <utility>
@@ -69,10 +73,12 @@ class KFLWriterIDT : public KFLUntypedWriter {
   int operator()(KFLMessageIterator& it, const T& obj) const {
     KFL_CHECK_AT(!KFLElementID(id_).isEmpty(), "KFAFunctionality", "KFLMessageIterator", 671);
     if (!it.isValid()) return it.fail("nothing can be written");
+    KFLWriteGuard guard(it);
     it.addChild(id_);
     const int result = it.putObject(obj, writer_);
     if constexpr (itemNSType != 0) it.setItemNSType(itemNSType);
     it.leaveChild();
+    guard.keep();
     return result;
   }
 
@@ -91,10 +97,9 @@ class KFLReaderIDT {
   template <class T>
   int operator()(const KFLMessageIterator& it, T& obj) const {
     KFL_CHECK_AT(!KFLElementID(id_).isEmpty(), "KFAFunctionality", "KFLMessageIterator", 752);
+    const KFLCursorGuard guard(it);
     if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : it.failMissing(id_);
-    const int result = reader_(it, obj);
-    it.leaveChild();
-    return result;
+    return reader_(it, obj);
   }
 
  private:
@@ -126,8 +131,11 @@ class KFLWriterListT : public KFLUntypedWriter {
 
   template <class Container>
   int operator()(KFLMessageIterator& it, const Container& items) const {
+    KFLWriteGuard guard(it);
     const KFLWriterListItemT<ItemWriter> fails(it, writer_);
-    return std::any_of(items.begin(), items.end(), fails) ? 1 : 0;
+    const int result = std::any_of(items.begin(), items.end(), fails) ? 1 : 0;
+    guard.keep();
+    return result;
   }
 
  private:
@@ -175,6 +183,21 @@ class KFLReaderSetDataT {
   Reader reader_;
 };
 
+namespace fields {
+
+// Moves all items behind those that a container has, or throws and adds none. A set keeps its own of two equal ones.
+template <class Container>
+void addAll(Container& items, Container&& added) {
+  if (items.empty())
+    items = std::move(added);
+  else if constexpr (requires { items.merge(added); })
+    items.merge(added);
+  else
+    items.insert(items.end(), std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()));
+}
+
+}  // namespace fields
+
 // Reads every child element with the id into a container, which is not cleared first. Stops with the result of the
 // first item that cannot be read; the items before it are in the container.
 template <class ID, class ItemData>
@@ -185,12 +208,14 @@ class KFLReaderListT {
 
   template <class Container>
   int operator()(const KFLMessageIterator& it, Container& items) const {
+    const KFLCursorGuard guard(it);
     if (it.findChild(id_) != 0) return mayBeAbsent_ ? 0 : it.failMissing(id_);
+    Container read;
     int result = 0;
     do {
-      result = data_(it, items);
+      result = data_(it, read);
     } while (result == 0 && it.findNextChild(id_) == 0);
-    it.leaveChild();
+    fields::addAll(items, std::move(read));
     return result;
   }
 
@@ -272,6 +297,7 @@ int KFLMessageIterator::putObjectInternal(const T& obj, const Writer& w) {
   const std::string_view type = Base::getStrTypeID();
 
   if (!isValid()) return fail("nothing can be written");
+  KFLWriteGuard guard(*this);
   if (nsID != 0) {
     selectNamespaceId(nsID);
   } else if (!ns.empty()) {
@@ -284,9 +310,13 @@ int KFLMessageIterator::putObjectInternal(const T& obj, const Writer& w) {
   } else if (!type.empty()) {
     setTypeByName(ns, type);
   }
-  const KFLNamespaceScope scope(*this);
-  const int result = w(*this, obj);
+  int result = 0;
+  {
+    const KFLNamespaceScope scope(*this);
+    result = w(*this, obj);
+  }
   if (nsID != 0 || !ns.empty()) selectNamespaceId(0);
+  guard.keep();
   return result;
 }
 
@@ -294,8 +324,10 @@ template <class T, class Writer>
 int KFLMessageIterator::putObject(const T& obj, const Writer& w, KFLElementID id) {
   if (id.isEmpty()) return putObjectInternal(obj, w);
   if (!isValid() || !canBeAdded(id)) return failToAdd(id);
-  if (findChild(id) == 0) removeCurrent();
-  return KFLWriterIDT<KFLElementID, Writer>(w, id)(*this, obj);
+  const KFLMessageIterator old = childOf(id);
+  const int result = KFLWriterIDT<KFLElementID, Writer>(w, id)(*this, obj);
+  removeElement(old);
+  return result;
 }
 
 template <class T, class Reader>

@@ -138,7 +138,18 @@ int KFLMessageIterator::addEmptyChild(KFLElementID id) {
 void KFLMessageIterator::removeCurrent() {
   if (!tree_) return;
   if (element_ == KFLMessageTree::kRoot) return tree_->clear(element_);
-  tree_->remove(std::exchange(element_, tree_->at(element_).parent));
+  const std::uint32_t parent = tree_->at(element_).parent;
+  tree_->remove(element_);
+  element_ = parent;
+}
+
+KFLMessageIterator KFLMessageIterator::childOf(KFLElementID id) const {
+  if (!hasChild(id)) return {};
+  return {tree_, elementOf(id)};
+}
+
+void KFLMessageIterator::removeElement(const KFLMessageIterator& child) {
+  if (child.tree_ && child.tree_ == tree_) tree_->remove(child.element_);
 }
 
 std::size_t KFLMessageIterator::removeChildren(KFLElementID id) {
@@ -163,7 +174,10 @@ void KFLMessageIterator::clearInsertionPoint() {
 
 int KFLMessageIterator::putText(std::string_view text, KFLElementID id) {
   if (!tree_ || (!id.isEmpty() && !canBeAdded(id))) return failToAdd(id);
-  tree_->setText(id.isEmpty() ? element_ : insertChild(id), text);
+  if (id.isEmpty())
+    tree_->setText(element_, text);
+  else
+    tree_->setFirstText(insertChild(id), text);
   return 0;
 }
 
@@ -240,8 +254,9 @@ std::string_view KFLMessageIterator::getText() const {
 void KFLMessageIterator::setName(std::string_view name, std::string_view namespaceUri) {
   if (!tree_) return;
   const std::uint32_t number = tree_->internName(name);
+  const std::uint32_t ns = tree_->internNamespace(namespaceUri);
   tree_->at(element_).name = number & 0x7FFFFFFFU;
-  tree_->at(element_).ns = tree_->internNamespace(namespaceUri);
+  tree_->at(element_).ns = ns;
   if (element_ == KFLMessageTree::kRoot) tree_->closeRoot();
 }
 
@@ -334,6 +349,46 @@ int KFLMessageIterator::failToAdd(KFLElementID id) const {
   if (!tree_) return fail("nothing can be written");
   if (id.isEmpty()) return fail("an element without a name cannot be added");
   return fail("the vocabulary has no element " + std::to_string(id.number()));
+}
+
+// --- Guards ---------------------------------------------------------------------------------------------------------
+
+KFLWriteGuard::KFLWriteGuard(KFLMessageIterator& it)
+    : it_(it),
+      namespace_(it.namespace_),
+      insertParent_(it.insertParent_),
+      insertBefore_(it.insertBefore_),
+      scopeElement_(it.scopeElement_),
+      scopeNamespace_(it.scopeNamespace_) {
+  if (it.tree_)
+    mark_ = it.tree_->mark(it.element_, insertParent_ == it.element_ ? insertBefore_ : KFLMessageTree::kNone);
+  else
+    isKept_ = true;
+}
+
+void KFLWriteGuard::keep() {
+  if (!isKept_) it_.tree_->forget(mark_);
+  isKept_ = true;
+}
+
+void KFLWriteGuard::undo() noexcept {
+  it_.tree_->undo(mark_);
+  it_.element_ = mark_.element;
+  it_.namespace_ = namespace_;
+  it_.insertParent_ = insertParent_;
+  it_.insertBefore_ = insertBefore_;
+  it_.scopeElement_ = scopeElement_;
+  it_.scopeNamespace_ = scopeNamespace_;
+}
+
+KFLContentGuard::KFLContentGuard(const KFLMessageIterator& it) : tree_(it.tree_), element_(it.element_) {
+  if (tree_) copy_ = tree_->copyApart(element_);
+}
+
+KFLContentGuard::~KFLContentGuard() {
+  if (!tree_) return;
+  if (!isKept_) tree_->swapContent(element_, copy_);
+  tree_->freeApart(copy_);
 }
 
 // --- Holds ----------------------------------------------------------------------------------------------------------

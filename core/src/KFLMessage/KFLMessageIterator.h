@@ -10,6 +10,8 @@
 // selected it takes that of the record whose writer is at work on its parent, or else that of its parent's type tag, or
 // else its parent's own.
 //
+// Memory that runs out passes through as std::bad_alloc. Then the tree, the cursor and what was to be read are as before.
+//
 // The calls that move the cursor or ask what is there answer with -1 and leave no text: not finding is no failure. Each
 // other -1 comes with an error text that begins with the element's path.
 #ifndef KFLMESSAGE_KFLMESSAGEITERATOR_H
@@ -28,6 +30,7 @@
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
 #include <KFLMessage/KFLElementID.h>
+#include <KFLMessage/KFLElementMark.h>
 
 namespace KFL {
 
@@ -212,6 +215,11 @@ class KFLMessageIterator {
   template <class T, class Writer>
   int putObjectInternal(const T& obj, const Writer& w);
 
+  // A cursor on the first child with this id, or on no element; and the way to take such a child out, for who writes
+  // another in its place first.
+  KFLMessageIterator childOf(KFLElementID id) const;
+  void removeElement(const KFLMessageIterator& child);
+
   // --- Refusing ---------------------------------------------------------------------------------------------------
 
   // For readers and writers: records "PATH: REASON" for the current element, and returns -1.
@@ -223,6 +231,9 @@ class KFLMessageIterator {
  private:
   friend class KFLElementHold;
   friend class KFLNamespaceScope;
+  friend class KFLWriteGuard;
+  friend class KFLContentGuard;
+  friend class KFLCursorGuard;
 
   struct IntegerRange {
     long long least;
@@ -278,6 +289,63 @@ class KFLNamespaceScope {
   KFLMessageIterator& it_;
   std::uint32_t element_;
   std::uint32_t namespace_;
+};
+
+// Brings a cursor back to where it was made: for readers, which move it, however they end.
+class KFLCursorGuard {
+ public:
+  explicit KFLCursorGuard(const KFLMessageIterator& it) : it_(it), element_(it.element_) {}
+  KFLCursorGuard(const KFLCursorGuard&) = delete;
+  KFLCursorGuard& operator=(const KFLCursorGuard&) = delete;
+  ~KFLCursorGuard() { it_.element_ = element_; }
+
+ private:
+  const KFLMessageIterator& it_;
+  std::uint32_t element_;
+};
+
+// Unless keep() was called, undoes at its end what was done through the cursor since: children that were added to the
+// current element, its text, its type and the name of a root, and position, selected namespace and insertion point of
+// the cursor. What was removed meanwhile stays removed: remove last. For writers, which an exception may leave at any
+// allocation; undoing takes no memory. The guards of one element end in the reverse order of their making.
+class KFLWriteGuard {
+ public:
+  explicit KFLWriteGuard(KFLMessageIterator& it);
+  KFLWriteGuard(const KFLWriteGuard&) = delete;
+  KFLWriteGuard& operator=(const KFLWriteGuard&) = delete;
+  ~KFLWriteGuard() {
+    if (!isKept_) undo();
+  }
+  void keep();
+
+ private:
+  void undo() noexcept;
+
+  KFLMessageIterator& it_;
+  KFLElementMark mark_;
+  std::uint32_t namespace_;
+  std::uint32_t insertParent_;
+  std::uint32_t insertBefore_;
+  std::uint32_t scopeElement_;
+  std::uint32_t scopeNamespace_;
+  bool isKept_ = false;
+};
+
+// Unless keep() was called, gives the element under the cursor at its end the children and the text that it had. For
+// changes of many steps: takes a copy of them all when it is made, and no memory later.
+class KFLContentGuard {
+ public:
+  explicit KFLContentGuard(const KFLMessageIterator& it);
+  KFLContentGuard(const KFLContentGuard&) = delete;
+  KFLContentGuard& operator=(const KFLContentGuard&) = delete;
+  ~KFLContentGuard();
+  void keep() { isKept_ = true; }
+
+ private:
+  boost::intrusive_ptr<KFLMessageTree> tree_;  // empty for a cursor on nothing
+  std::uint32_t element_;
+  std::uint32_t copy_ = 0;
+  bool isKept_ = false;
 };
 
 // Keeps the element under a cursor, with all below it. When the element, or one that it stands in, is removed from the

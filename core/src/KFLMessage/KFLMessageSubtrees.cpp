@@ -94,9 +94,19 @@ void KFLMessageTree::copyContent(KFLNodeIndex element, const KFLMessageTree& fro
     apart.copyContent(kRoot, from, source);
     return copyContent(element, apart, kRoot);
   }
+  const Mark before = mark(element, kNone);
+  try {
+    copyBelow(element, from, source);
+  } catch (...) {
+    undo(before);
+    throw;
+  }
+  forget(before);
+}
+
+void KFLMessageTree::copyBelow(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source) {
   Translation<KFLMessageTree> translation(from, *this);
   if (at(element).type == 0) at(element).type = translation.type(from.at(source).type);
-  copyAttributes(element, from, source, translation);
   appendMixedText(element, from.text(source));
 
   KFLNodeIndex original = source;
@@ -111,7 +121,8 @@ void KFLMessageTree::copyContent(KFLNodeIndex element, const KFLMessageTree& fro
         original = from.at(original).parent;
         parent = at(parent).parent;
       }
-      if (original == source) return;
+      // Last of all: it is done whole or not at all.
+      if (original == source) return copyAttributes(element, from, source, translation);
       original = from.at(original).next;
     }
     const Node& node = from.at(original);

@@ -29,11 +29,7 @@ KFLMessageTree::KFLMessageTree() {
   at(root).prev = root;
 }
 
-KFLMessageTree::~KFLMessageTree() {
-  for (Node* const block : blocks_)
-    std::free(block);
-  std::free(chunks_);
-}
+KFLMessageTree::~KFLMessageTree() = default;
 
 // --- Names ----------------------------------------------------------------------------------------------------------
 
@@ -88,24 +84,19 @@ std::uint32_t KFLMessageTree::defaultNamespaceBelow(KFLNodeIndex parent) const {
 
 // --- Elements -------------------------------------------------------------------------------------------------------
 
-KFLNodeIndex KFLMessageTree::nextElement(KFLNodeIndex element) const {
-  KFLNodeIndex next = at(element).next;
-  if (next != kNone && isText(next)) next = at(next).next;
-  return next;
-}
-
 void KFLMessageTree::addBlock() {
   if (chunkCount_ + nextBlock_ > std::numeric_limits<KFLNodeIndex>::max() / kChunk) throw std::bad_alloc();
   if (chunkCount_ + nextBlock_ > chunkRoom_) {
     const std::size_t room = std::max<std::size_t>(4, 2 * (chunkCount_ + nextBlock_));
-    void* const table = std::realloc(chunks_, room * sizeof(Node*));
+    void* const table = std::realloc(chunks_.get(), room * sizeof(Node*));
     if (table == nullptr) throw std::bad_alloc();
-    chunks_ = static_cast<Node**>(table);
+    static_cast<void>(chunks_.release());
+    chunks_.reset(static_cast<Node**>(table));
     chunkRoom_ = room;
   }
   blocks_.reserve(std::max<std::size_t>(4, blocks_.size() + 1 > blocks_.capacity() ? 2 * blocks_.size() : 0));
   auto* const block = static_cast<Node*>(allocate(nextBlock_ * kChunk * sizeof(Node)));
-  blocks_.push_back(block);
+  blocks_.emplace_back(block);
   for (std::size_t i = 0; i < nextBlock_; ++i)
     chunks_[chunkCount_++] = block + i * kChunk;
   nextBlock_ = std::min(2 * nextBlock_, kLargestBlock);
@@ -177,14 +168,31 @@ void KFLMessageTree::unlink(KFLNodeIndex index) {
   at(node.next != kNone ? node.next : above.first).prev = node.prev;
 }
 
-void KFLMessageTree::remove(KFLNodeIndex element) {
-  const KFLNodeIndex next = at(element).next;
-  unlink(element);
-  if (next != kNone && isText(next)) mergeTextBefore(next);
-  freeSubtree(element);
+void KFLMessageTree::drop(KFLNodeIndex index) noexcept {
+  unlink(index);
+  freeSubtree(index);
 }
 
-std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t name) {
+// A text node that comes to stand behind no element becomes a part of the text before it.
+void KFLMessageTree::joinTextsAround(KFLNodeIndex element) {
+  const KFLNodeIndex next = at(element).next;
+  const KFLNodeIndex parent = at(element).parent;
+  const bool isFirst = at(parent).first == element;
+  if (next == kNone || !isText(next) || (!isFirst && !isText(at(element).prev))) return;
+  appendText(isFirst ? parent : at(element).prev, text(next));
+  drop(next);
+}
+
+void KFLMessageTree::remove(KFLNodeIndex element) noexcept {
+  try {
+    joinTextsAround(element);
+  } catch (const std::bad_alloc&) {
+    // Both texts stay; removing takes no memory.
+  }
+  drop(element);
+}
+
+std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t name) noexcept {
   std::size_t removed = 0;
   for (KFLNodeIndex child = findChild(parent, name); child != kNone; ++removed) {
     const KFLNodeIndex next = findNext(child, name);
@@ -192,16 +200,6 @@ std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t na
     child = next;
   }
   return removed;
-}
-
-// A text node that has come to stand behind no element becomes a part of the text before it.
-void KFLMessageTree::mergeTextBefore(KFLNodeIndex index) {
-  const KFLNodeIndex parent = at(index).parent;
-  const bool isFirst = at(parent).first == index;
-  if (!isFirst && !isText(at(index).prev)) return;
-  appendText(isFirst ? parent : at(index).prev, text(index));
-  unlink(index);
-  freeNode(index);
 }
 
 void KFLMessageTree::clear(KFLNodeIndex element) {
@@ -237,13 +235,13 @@ void KFLMessageTree::hold(KFLNodeIndex element) {
   hasHolds_.store(true, std::memory_order_release);
 }
 
-void KFLMessageTree::release(KFLNodeIndex element) {
+void KFLMessageTree::release(KFLNodeIndex element) noexcept {
   const KFLLockGuard guard(holdLock_);
   const auto found = holds_.find(element);
   if (--found->second.count != 0) return;
-  if (found->second.isApart) released_.push_back(element);
+  if (found->second.isApart) at(element).next = std::exchange(released_, element);
   holds_.erase(found);
-  hasHolds_.store(!holds_.empty() || !released_.empty(), std::memory_order_release);
+  hasHolds_.store(!holds_.empty() || released_ != kNone, std::memory_order_release);
 }
 
 // Takes what is held out of a subtree that is about to be freed; true when that is the whole of it.
@@ -272,14 +270,14 @@ bool KFLMessageTree::setHeldApart(KFLNodeIndex top) {
 
 // What stood apart and is held no more.
 void KFLMessageTree::freeReleased() {
-  std::vector<KFLNodeIndex> all;
+  KFLNodeIndex element = kNone;
   {
     const KFLLockGuard guard(holdLock_);
-    all.swap(released_);
+    element = std::exchange(released_, kNone);
     hasHolds_.store(!holds_.empty(), std::memory_order_release);
   }
-  for (const KFLNodeIndex element : all)
-    freeSubtree(element);
+  while (element != kNone)
+    freeSubtree(std::exchange(element, std::exchange(at(element).next, kNone)));
 }
 
 void KFLMessageTree::freeNode(KFLNodeIndex index) {
@@ -291,7 +289,112 @@ void KFLMessageTree::freeNode(KFLNodeIndex index) {
   free_ = index;
 }
 
+// --- Undoing --------------------------------------------------------------------------------------------------------
+
+// A node apart with the text of another; kNone for no text.
+KFLNodeIndex KFLMessageTree::keepText(KFLNodeIndex index) {
+  if (index == kNone || at(index).textSize == 0) return kNone;
+  const KFLNodeIndex kept = newNode(kNone, kTextName, 0);
+  try {
+    setText(kept, text(index));
+  } catch (...) {
+    freeNode(kept);
+    throw;
+  }
+  return kept;
+}
+
+void KFLMessageTree::giveTextBack(KFLNodeIndex index, KFLNodeIndex kept) noexcept {
+  Node& node = at(index);
+  dropText(node);
+  if (kept == kNone) return;
+  node.text = at(kept).text;
+  node.textSize = std::exchange(at(kept).textSize, 0U);
+}
+
+KFLMessageTree::Mark KFLMessageTree::mark(KFLNodeIndex element, KFLNodeIndex before) {
+  const Node& node = at(element);
+  Mark mark;
+  mark.element = element;
+  mark.last = node.first == kNone ? kNone : at(node.first).prev;
+  if (before != kNone && at(before).parent == element) {
+    mark.before = before;
+    mark.beforePrev = node.first == before ? kNone : at(before).prev;
+  }
+  mark.name = node.name;
+  mark.ns = node.ns;
+  mark.type = node.type;
+  mark.hasAttributes = node.hasAttributes;
+  mark.isRootOpen = isRootOpen_;
+  mark.ownText = keepText(element);
+  if (mark.last == kNone || !isText(mark.last)) return mark;
+  try {
+    mark.lastText = keepText(mark.last);
+  } catch (...) {
+    forget(mark);
+    throw;
+  }
+  return mark;
+}
+
+void KFLMessageTree::undo(const Mark& mark) noexcept {
+  const KFLNodeIndex element = mark.element;
+  while (at(element).first != kNone && at(at(element).first).prev != mark.last)
+    drop(at(at(element).first).prev);
+  if (mark.before != kNone && at(mark.before).parent == element) {
+    while (at(element).first != mark.before && at(mark.before).prev != mark.beforePrev)
+      drop(at(mark.before).prev);
+  }
+  Node& node = at(element);
+  node.name = mark.name & 0x7FFFFFFFU;
+  node.ns = mark.ns;
+  node.type = mark.type;
+  isRootOpen_ = mark.isRootOpen;
+  if (node.hasAttributes && !mark.hasAttributes) {
+    attributes_.erase(element);
+    node.hasAttributes = 0;
+  }
+  giveTextBack(element, mark.ownText);
+  if (mark.lastText != kNone) giveTextBack(mark.last, mark.lastText);
+  forget(mark);
+}
+
+void KFLMessageTree::forget(const Mark& mark) noexcept {
+  if (mark.ownText != kNone) freeNode(mark.ownText);
+  if (mark.lastText != kNone) freeNode(mark.lastText);
+}
+
+KFLNodeIndex KFLMessageTree::copyApart(KFLNodeIndex element) {
+  const KFLNodeIndex apart = newNode(kNone, 0, 0);
+  try {
+    copyContent(apart, *this, element);
+  } catch (...) {
+    freeSubtree(apart);
+    throw;
+  }
+  return apart;
+}
+
+void KFLMessageTree::swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
+  std::swap(at(a).first, at(b).first);
+  std::swap(at(a).text, at(b).text);
+  std::swap(at(a).textSize, at(b).textSize);
+  for (const KFLNodeIndex parent : {a, b}) {
+    for (KFLNodeIndex child = at(parent).first; child != kNone; child = at(child).next)
+      at(child).parent = parent;
+  }
+}
+
 // --- Texts and attributes -------------------------------------------------------------------------------------------
+
+void KFLMessageTree::setFirstText(KFLNodeIndex fresh, std::string_view text) {
+  try {
+    setText(fresh, text);
+  } catch (...) {
+    drop(fresh);
+    throw;
+  }
+}
 
 void KFLMessageTree::dropText(Node& node) {
   if (node.textSize > Node::kInside) arena_.give(node.text.outside, node.textSize);
@@ -358,7 +461,7 @@ void KFLMessageTree::appendMixedText(KFLNodeIndex element, std::string_view text
   if (first == kNone) return appendText(element, text);
   const KFLNodeIndex last = at(first).prev;
   if (isText(last)) return appendText(last, text);
-  setText(append(element, kTextName, 0), text);
+  setFirstText(append(element, kTextName, 0), text);
 }
 
 const KFLMessageAttributes* KFLMessageTree::attributes(KFLNodeIndex element) const {

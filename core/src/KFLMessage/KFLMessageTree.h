@@ -6,7 +6,8 @@
 // looking at its text. A node holds its element's text, up to eight bytes of it in itself.
 //
 // Text between child elements stands in nodes of the name kTextName, which are no elements: the first child is never
-// one, no two follow each other, and none is blank. The text before the first child is the parent's own.
+// one, no two follow each other, and none is blank. The text before the first child is the parent's own. Only where an
+// element was removed and there was no memory to join the texts around it do they stand as they stood.
 //
 // The tree lives as long as a message or cursor refers to it. Any number of threads may read it, or one change it; the count of
 // references and the holds are safe between threads in any case.
@@ -16,6 +17,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -25,6 +27,7 @@
 
 #include <KFLCommon/KFLLock.h>
 #include <KFLMessage/KFLElementID.h>
+#include <KFLMessage/KFLElementMark.h>
 #include <KFLMessage/KFLNameTable.h>
 #include <KFLMessage/KFLTagIndex.h>
 #include <KFLMessage/KFLTagVocabulary.h>
@@ -132,30 +135,44 @@ class KFLMessageTree {
   KFLNodeIndex findNext(KFLNodeIndex element, std::uint32_t name) const {
     return findFrom(at(element).next, name);
   }
-  KFLNodeIndex firstElement(KFLNodeIndex parent) const { return at(parent).first; }
-  KFLNodeIndex nextElement(KFLNodeIndex element) const;
+  KFLNodeIndex firstElement(KFLNodeIndex parent) const { return skipTexts(at(parent).first); }
+  KFLNodeIndex nextElement(KFLNodeIndex element) const { return skipTexts(at(element).next); }
 
   // A new node at the end of the parent's children.
   KFLNodeIndex append(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
   // A new node before one of the parent's children; at the end when that is kNone or no child of it.
   KFLNodeIndex insert(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns, KFLNodeIndex before);
   // Takes an element out, with all below it. Not for the root.
-  void remove(KFLNodeIndex element);
+  void remove(KFLNodeIndex element) noexcept;
   // Takes out every child of this name; the number taken out.
-  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
+  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name) noexcept;
   // Takes out what the element holds: children, text, attributes.
   void clear(KFLNodeIndex element);
+
+  // What an element is like; given back by undo() or forget(). New children go before `before`, where that is one.
+  using Mark = KFLElementMark;
+  Mark mark(KFLNodeIndex element, KFLNodeIndex before);
+  // Takes out the children that were added since, and gives back name, type and texts; what was removed stays removed.
+  void undo(const Mark& mark) noexcept;
+  void forget(const Mark& mark) noexcept;
+
+  // A node apart that holds a copy of an element's children and text, until it is freed.
+  KFLNodeIndex copyApart(KFLNodeIndex element);
+  void swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept;
+  void freeApart(KFLNodeIndex apart) noexcept { freeSubtree(apart); }
 
   // Keeps an element, which is not the root: taken out, it stands apart with all below it until it is held no more.
   // Each hold ends by one release, on any thread.
   void hold(KFLNodeIndex element);
-  void release(KFLNodeIndex element);
+  void release(KFLNodeIndex element) noexcept;
 
   // --- Texts and attributes -----------------------------------------------------------------------------------------
 
   std::string_view text(KFLNodeIndex index) const { return textOf(at(index)); }
   static std::string_view textOf(const Node& node);
   void setText(KFLNodeIndex index, std::string_view text) { setNodeText(at(index), text); }
+  // Gives an element that was just made its text, or throws and takes the element out again.
+  void setFirstText(KFLNodeIndex fresh, std::string_view text);
   void appendText(KFLNodeIndex index, std::string_view text);
   // Text behind what the element holds: its own text, or a text node behind its last child.
   void appendMixedText(KFLNodeIndex element, std::string_view text);
@@ -166,7 +183,8 @@ class KFLMessageTree {
 
   // --- Subtrees -----------------------------------------------------------------------------------------------------
 
-  // Copies children, text, attributes and, where the element has none, the type of `source` behind what `element` has.
+  // Copies children, text, attributes and, where the element has none, the type of `source` behind what `element` has;
+  // or throws and changes nothing.
   void copyContent(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source);
   bool isEqual(KFLNodeIndex element, const KFLMessageTree& other, KFLNodeIndex otherElement) const;
   // Whether `element` is `top` or stands below it.
@@ -188,6 +206,8 @@ class KFLMessageTree {
   void copyAttributes(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source,
                       Translation<KFLMessageTree>& translation);
 
+  void copyBelow(KFLNodeIndex element, const KFLMessageTree& from, KFLNodeIndex source);
+
   static constexpr KFLNodeIndex kChunk = 64;
   static constexpr std::size_t kLargestBlock = 32;  // chunks taken from the heap at once
 
@@ -200,11 +220,20 @@ class KFLMessageTree {
     return index;
   }
 
+  KFLNodeIndex skipTexts(KFLNodeIndex node) const {
+    while (node != kNone && isText(node))
+      node = at(node).next;
+    return node;
+  }
+
   bool isOwnXmlName(std::uint32_t name) const;
   KFLNodeIndex newNode(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
   void addBlock();
   void unlink(KFLNodeIndex index);
-  void mergeTextBefore(KFLNodeIndex index);
+  void drop(KFLNodeIndex index) noexcept;
+  void joinTextsAround(KFLNodeIndex element);
+  KFLNodeIndex keepText(KFLNodeIndex index);
+  void giveTextBack(KFLNodeIndex index, KFLNodeIndex kept) noexcept;
   void freeSubtree(KFLNodeIndex top);
   bool setHeldApart(KFLNodeIndex top);
   void freeReleased();
@@ -216,11 +245,14 @@ class KFLMessageTree {
 
   std::atomic<std::uint32_t> references_{0};
   const KFLTag* const tags_ = tagVocabulary().begin();
-  Node** chunks_ = nullptr;
+  struct FreeMemory {
+    void operator()(void* memory) const { std::free(memory); }
+  };
+  std::unique_ptr<Node*[], FreeMemory> chunks_;
   std::size_t chunkCount_ = 0;
   std::size_t chunkRoom_ = 0;
   std::size_t nextBlock_ = 1;
-  std::vector<Node*> blocks_;
+  std::vector<std::unique_ptr<Node, FreeMemory>> blocks_;
   KFLNodeIndex used_ = 1;  // node 0 stands for none
   KFLNodeIndex free_ = kNone;
   KFLTextArena arena_;
@@ -236,8 +268,8 @@ class KFLMessageTree {
   };
   KFLLock holdLock_;
   std::unordered_map<KFLNodeIndex, Hold> holds_ KFL_GUARDED_BY(holdLock_);
-  std::vector<KFLNodeIndex> released_
-      KFL_GUARDED_BY(holdLock_);       // stand apart, to be freed by who changes the tree
+  // What stands apart, to be freed by who changes the tree: the first, the others by their links.
+  KFLNodeIndex released_ KFL_GUARDED_BY(holdLock_) = kNone;
   std::atomic<bool> hasHolds_{false};  // whether either of the two has anything
 };
 

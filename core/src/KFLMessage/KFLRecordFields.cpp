@@ -20,6 +20,13 @@ void sayWhere(const KFLMessageIterator& it, const KFLField& row, std::size_t tex
 }  // namespace
 
 int KFLFieldTable::write(KFLMessageIterator& it, const void* record) const {
+  KFLWriteGuard guard(it);
+  const int result = writeRows(it, record);
+  guard.keep();
+  return result;
+}
+
+int KFLFieldTable::writeRows(KFLMessageIterator& it, const void* record) const {
   for (const KFLField& row : rows_) {
     const std::size_t before = countErrorMessages();
     const int result = row.put(it, record, row);
@@ -33,6 +40,7 @@ int KFLFieldTable::write(KFLMessageIterator& it, const void* record) const {
 }
 
 int KFLFieldTable::read(const KFLMessageIterator& it, void* record) const {
+  const KFLCursorGuard guard(it);
   for (const KFLField& row : readRows_) {
     const std::size_t before = countErrorMessages();
     const int result = row.get(it, record, row);

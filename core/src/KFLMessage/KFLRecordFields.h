@@ -206,13 +206,16 @@ class KFLFieldTable {
   }
 
   // Writes the fields in the order of the rows. 0, or the result of the first field whose write must not
-  // fail.
+  // fail. What throws has written nothing.
   int write(KFLMessageIterator& it, const void* record) const;
   // Reads the fields in their order. 0, or -1 at the first required field that fails. The error text names the element;
   // so it does for a field that is not required and not well formed, where reading goes on.
+  // What throws may have read some fields; the readers of records leave the record as it was.
   int read(const KFLMessageIterator& it, void* record) const;
 
  private:
+  int writeRows(KFLMessageIterator& it, const void* record) const;
+
   const char* record_;
   const char* namespace_;
   const char* typeTag_;
@@ -232,10 +235,20 @@ struct KFLRecordWriter {
     return Record::fields().write(it, &record);
   }
 };
+// Reads a record by one of its tables, into a copy that takes the record's place at once: what throws leaves the record
+// as it was.
+template <class Record>
+int readWhole(const KFLFieldTable& table, const KFLMessageIterator& it, Record& record) {
+  static_assert(std::is_nothrow_move_assignable_v<Record>, "what was read must be taken without failing");
+  Record fresh(record);
+  const int result = table.read(it, &fresh);
+  record = std::move(fresh);
+  return result;
+}
 template <class Record>
 struct KFLRecordReader {
   int operator()(const KFLMessageIterator& it, Record& record) const {
-    return Record::fields().read(it, &record);
+    return readWhole(Record::fields(), it, record);
   }
 };
 
@@ -363,10 +376,26 @@ int putOne(KFLMessageIterator& it, const T& value, KFLElementID id) {
   else
     return -1;
 }
+template <class T>
+inline constexpr bool isReadByTable = false;
+template <class T>
+requires std::same_as<typename T::Reader, KFLRecordReader<T>>
+inline constexpr bool isReadByTable<T> = true;
+
+// Reads a part of a record without a copy: the whole record is read into one.
+struct PartReader {
+  template <class T>
+  int operator()(const KFLMessageIterator& it, T& part) const {
+    return T::fields().read(it, &part);
+  }
+};
+
 // Reads the current element, or the child with this id, which must be there.
 template <class T>
 int getOne(const KFLMessageIterator& it, T& value, KFLElementID id) {
-  if constexpr (Scalar<T>)
+  if constexpr (isReadByTable<T>)
+    return it.getObject(value, PartReader(), id);
+  else if constexpr (Scalar<T>)
     return it.getValue(value, id);
   else if constexpr (Texted<T>)
     return it.getObject(value, KFLTextReader<T>(), id);
@@ -381,10 +410,8 @@ int findOne(const KFLMessageIterator& it, T& value, KFLElementID id) {
   if constexpr (Scalar<T>) {
     return it.findValue(value, id);
   } else {
-    if (it.findChild(id) != 0) return 1;
-    const int result = getOne(it, value, {});
-    it.leaveChild();
-    return result;
+    const KFLCursorGuard guard(it);
+    return it.findChild(id) != 0 ? 1 : getOne(it, value, {});
   }
 }
 
@@ -553,10 +580,8 @@ struct ContainerField {
     auto& member = static_cast<Record*>(record)->*Member;
     int result = 1;
     unwrap(member).clear();
-    if (it.findChild(row.id) == 0) {
-      result = getItems(it, unwrap(member), row.itemId);
-      it.leaveChild();
-    }
+    const KFLCursorGuard guard(it);
+    if (it.findChild(row.id) == 0) result = getItems(it, unwrap(member), row.itemId);
     if constexpr (isOptional<MemberType<Record, Member>>) member.setSpecified(result == 0);
     return result;
   }
@@ -578,6 +603,7 @@ struct MapField {
     using T = MemberType<Record, Member>;
     T& map = static_cast<Record*>(record)->*Member;
     map.clear();
+    const KFLCursorGuard guard(it);
     if (it.findChild(row.id) != 0) return 0;
     int result = 0;
     do {
@@ -587,7 +613,6 @@ struct MapField {
       if (result == 0) result = getOne(it, value, row.itemId);
       if (result == 0) map.emplace(std::move(key), std::move(value));
     } while (result == 0 && it.findNextChild(row.id) == 0);
-    it.leaveChild();
     return result;
   }
 };
@@ -607,6 +632,7 @@ struct KeyedField {
     using T = MemberType<Record, Member>;
     T& map = static_cast<Record*>(record)->*Member;
     map.clear();
+    const KFLCursorGuard guard(it);
     if (it.findChild(row.id) != 0) return 0;
     int result = 0;
     do {
@@ -615,7 +641,6 @@ struct KeyedField {
       typename T::key_type key = std::invoke(KeyOf, value);
       if (result == 0) map.emplace(std::move(key), std::move(value));
     } while (result == 0 && it.findNextChild(row.id) == 0);
-    it.leaveChild();
     return result;
   }
 };
@@ -627,7 +652,7 @@ struct BaseField {
     return it.putObj<Base>(*static_cast<const Record*>(record));
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField&) {
-    return it.getObj<Base>(*static_cast<Record*>(record));
+    return getOne<Base>(it, *static_cast<Record*>(record), {});
   }
 };
 
@@ -638,7 +663,7 @@ struct InlineField {
     return it.putObj(static_cast<const Record*>(record)->*Member);
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField&) {
-    return it.getObj(static_cast<Record*>(record)->*Member);
+    return getOne(it, static_cast<Record*>(record)->*Member, {});
   }
 };
 

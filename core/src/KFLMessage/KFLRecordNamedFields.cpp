@@ -11,13 +11,11 @@ int putName(KFLMessageIterator& it, int number, const KFLField& row) {
 }
 
 int getName(const KFLMessageIterator& it, int& number, const KFLField& row) {
+  const KFLCursorGuard guard(it);
   if (it.findChild(row.id) != 0) return 1;
-  int result = row.names->findNumber(it.getText(), number);
-  if (result != 0)
-    result = it.fail("'" + std::string(it.getText()) + "' is no known name; " + row.names->listNames() +
-                     " is wanted");
-  it.leaveChild();
-  return result;
+  if (row.names->findNumber(it.getText(), number) == 0) return 0;
+  return it.fail("'" + std::string(it.getText()) + "' is no known name; " + row.names->listNames() +
+                 " is wanted");
 }
 
 }  // namespace KFL::fields

@@ -37,7 +37,8 @@ class KFLRecordType {
   std::string rootName() const;
 
   Object create() const { return create_(); }
-  // Into and from the current element; the record's own results.
+  // Into and from the current element; the record's own results. After std::bad_alloc object, message and cursor are as
+  // before.
   int read(const KFLMessageIterator& it, void* object) const { return read_(it, object); }
   int write(KFLMessageIterator& it, const void* object) const { return write_(it, object); }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <string>
@@ -95,6 +96,18 @@ class Reader {
   };
 
   static Reader& self(void* data) { return *static_cast<Reader*>(data); }
+  // The parser is C code, which no exception may cross: it waits in caught_ until the parser has returned.
+  template <auto Handler, class... Arguments>
+  static void XMLCALL guarded(void* data, Arguments... arguments) {
+    Reader& reader = self(data);
+    if (reader.caught_) return;
+    try {
+      Handler(data, arguments...);
+    } catch (...) {
+      reader.caught_ = std::current_exception();
+      XML_StopParser(reader.parser_.get(), XML_FALSE);
+    }
+  }
   static void XMLCALL onStart(void* data, const XML_Char* name, const XML_Char** attributes);
   static void XMLCALL onEnd(void* data, const XML_Char* name);
   static void XMLCALL onText(void* data, const XML_Char* text, int size);
@@ -130,6 +143,7 @@ class Reader {
   KFLNodeIndex current_ = KFLMessageTree::kNone;
   std::size_t depth_ = 0;
   bool refused_ = false;
+  std::exception_ptr caught_;
 
   // Text since the last tag: a stretch of the parser's own buffer, or a copy when it came in several.
   const char* pending_ = nullptr;
@@ -152,11 +166,12 @@ Reader::Reader(std::string_view xml, KFLMessageTree& tree)
   if (parser_ == nullptr) throw std::bad_alloc();
   XML_Parser parser = parser_.get();
   XML_SetUserData(parser, this);
-  XML_SetElementHandler(parser, &onStart, &onEnd);
-  XML_SetCharacterDataHandler(parser, &onText);
-  XML_SetNamespaceDeclHandler(parser, &onPrefix, &onPrefixEnd);
-  XML_SetXmlDeclHandler(parser, &onDeclaration);
-  XML_SetStartDoctypeDeclHandler(parser, &onDoctype);
+  using Text = const XML_Char*;
+  XML_SetElementHandler(parser, &guarded<&onStart, Text, const XML_Char**>, &guarded<&onEnd, Text>);
+  XML_SetCharacterDataHandler(parser, &guarded<&onText, Text, int>);
+  XML_SetNamespaceDeclHandler(parser, &guarded<&onPrefix, Text, Text>, &guarded<&onPrefixEnd, Text>);
+  XML_SetXmlDeclHandler(parser, &guarded<&onDeclaration, Text, Text, int>);
+  XML_SetStartDoctypeDeclHandler(parser, &guarded<&onDoctype, Text, Text, Text, int>);
 }
 
 int Reader::read() {
@@ -351,6 +366,7 @@ void Reader::refuse(const char* what) {
 }
 
 int Reader::fail() {
+  if (caught_) std::rethrow_exception(caught_);
   const XML_Error error = XML_GetErrorCode(parser_.get());
   if (error == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
   if (refused_) return -1;

@@ -488,9 +488,14 @@ int Writer::refuse(KFLNodeIndex element, const std::string& what) {
 
 int writeXml(const KFLMessageTree& tree, KFLNodeIndex element, KFLXMLLayout layout, std::string& out) {
   out.clear();
-  const int result = Writer(tree, element, layout, out).write();
-  if (result != 0) out.clear();
-  return result;
+  try {
+    const int result = Writer(tree, element, layout, out).write();
+    if (result != 0) out.clear();
+    return result;
+  } catch (...) {
+    out.clear();
+    throw;
+  }
 }
 
 }  // namespace KFL

@@ -75,6 +75,10 @@ const char* const kPlain[] = {
     "A=1^; [[ ! -f x && ( y < z || x -eq 1 ) ]]", "A=1^; [[ x =~ a|(b c)|d && x == @(a;b) ]] || y",
     "A=1^; coproc N { B=2; }", "A=1^; coproc N ((1))", "A=1^; coproc time x", "A=1^; coproc x y {",
     "A=1^; alias x=(1)", "A=1^; x | coproc y",
+    // What other shells assign is gone with them.
+    "A=1^; B=2 &", "A=1^; B=2 && C=3 &", "A=1^; B=2 | x", "A=1^; x | B=2", "A=1^ && x |& B=2 || y",
+    "A=1^; { B=2; x; } | y", "A=1^; { B=2 | x; B=2 & } | y", "A=1^; if x; then B=2 & fi", "A=1^; coproc B=2",
+    "A=1^; coproc >f B=2",
     // export.
     "export A=1", "  export A=1^;", "export A=1^ B", "export A=^ B", "export A=1^ 1x -y", "export A={a,b}",
     "export A=1^ >f",
@@ -133,8 +137,9 @@ const Group kNothing[] = {
      {"^FUNCNAME=x", "^_=x", "export ^PIPESTATUS=7", "^BASH_SUBSHELL=x"}},
     {"another assignment on the same line",
      {"A=1 ^B=2", "A=1 ^B+=2", "A=1; ^B=2", "A=1 && ^B=2", "A=1; { ^B=2; }", "A=1; declare ^B=2",
-      "A=1; let ^x=(1)", "export A=1 ^B=2", "export A=1 ^\"B=2\"", "export A=1 ^$'B=2'",
-      "export A=1 ^B\"=\"2"}},
+      "A=1; let ^x=(1)", "A=1; B=2 & ^C=3", "A=1; x | B=2; ^C=3", "A=1; ^B=2; C=3 &", "A=1; ^B=2 && x | y",
+      "A=1; { x | B=2; ^C=3; }", "A=1; { B=2; } & ^C=3 || x", "export A=1 ^B=2", "export A=1 ^\"B=2\"",
+      "export A=1 ^$'B=2'", "export A=1 ^B\"=\"2"}},
     {"+= is not a plain assignment", {"^A+=x"}},
     {"an array, not a single value",
      {"^A[0]=1", "^A[0 ]=\"x\"", "^A=(1 2)", "^A=(\"x)\" 'y' $(z)) # c", "^A=()", "^A=([)]=1)",

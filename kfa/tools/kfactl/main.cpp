@@ -5,10 +5,15 @@
 namespace kfactl {
 
 extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, cacheGroup,
-    typesGroup;
+    typesGroup, checkGroup, manualGroup, completeGroup;
 
-constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup, &netifGroup,
-                                    &messageGroup, &qosGroup,    &cacheGroup,  &typesGroup};
+constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup,  &netifGroup,
+                                    &messageGroup, &qosGroup,    &cacheGroup,   &typesGroup,
+                                    &checkGroup,   &manualGroup, &completeGroup};
+
+std::span<const Group* const> listGroups() {
+  return kGroups;
+}
 
 }  // namespace kfactl
 

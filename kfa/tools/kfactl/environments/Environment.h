@@ -3,7 +3,6 @@
 #ifndef KFACTL_ENVIRONMENT_H
 #define KFACTL_ENVIRONMENT_H
 
-#include <map>
 #include <string>
 
 #include <KFLMessage/KFLMessage.h>
@@ -27,24 +26,6 @@ KFL::KFLMessage messageOf(const KFA::KFAEnvConfig& config);
 // list: written without it, the file reads as the same record.
 KFA::KFAEnvConfig withoutCompletion(const KFA::KFAEnvConfigBashParser& parser,
                                     const KFA::KFAEnvConfig& config);
-
-// Each key of a file for itself: the network list is not completed.
-class EnvironmentKeys {
- public:
-  EnvironmentKeys(const KFA::KFAEnvConfigBashParser& parser, const Input& input);
-
-  // The value of a key, in lower case, as the record gives it back; false when it has none.
-  bool get(const std::string& key, std::string& value) const;
-  // The same, or else, of a key that the record only takes, the text that stands in the file.
-  bool getOrText(const std::string& key, std::string& value) const;
-  // The addresses that hold once host-routed network devices are looked at.
-  std::string effectiveAddresses() const;
-
- private:
-  const KFA::KFAEnvConfigBashParser& parser_;
-  KFA::KFAEnvConfig record_;
-  std::map<std::string, std::string> texts_;
-};
 
 }  // namespace kfactl
 

@@ -18,17 +18,6 @@ namespace kfactl {
 
 namespace {
 
-KFA::KFAConfigChanges changesOf(const std::vector<std::string>& arguments) {
-  KFA::KFAConfigChanges changes;
-  for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument) {
-    const std::size_t equals = argument->find('=');
-    if (equals == std::string::npos || equals == 0)
-      throw Trouble("'" + *argument + "' is no KEY=VALUE; write for example ONBOOT=yes");
-    changes.emplace_back(argument->substr(0, equals), argument->substr(equals + 1));
-  }
-  return changes;
-}
-
 // The library calls edits through its own interface, which knows results and error texts only.
 KFA::KFAConfigFile::Edit asLibraryEdit(const std::string& name, const FileChange::Edit& edit) {
   return [name, edit](const std::string& before, std::string& after) {
@@ -101,19 +90,6 @@ void FileChange::merge(Session& session, const std::string& path, const Edit& ed
   FileChange change = *this;
   if (output_.empty()) change.output_ = "-";
   change.apply(session, path, edit);
-}
-
-void FileChange::setValues(Session& session, const KFA::KFAConfigRules& rules) const {
-  const KFA::KFAConfigChanges changes = changesOf(session.arguments());
-  if (session.format() != Format::Table && isShown(session.argument(0))) {
-    throw Trouble(std::string(dryRun_ ? "the difference" : "a configuration file") +
-                  " has no json or xml form; leave --format out");
-  }
-  apply(session, session.argument(0), [&](const std::string& name, const std::string& before) {
-    std::string after;
-    must(KFA::setConfigValues(rules, changes, options_, before, name, after));
-    return after;
-  });
 }
 
 void FileChange::create(Session& session, const std::string& text) const {

@@ -26,21 +26,21 @@ class FileChange {
   void declareOutput(CLI::App& app);
 
   const KFA::KFASetOptions& options() const { return options_; }
+  // How files are replaced; what a new one could not be given is told on standard error.
+  KFA::KFAReplaceOptions how() const;
+  bool isDryRun() const { return dryRun_; }
+  const std::string& output() const { return output_; }
 
   // Changes the file at `path` as the options say. "-" is read from standard input and written to standard output.
   void apply(Session& session, const std::string& path, const Edit& edit) const;
   // The same, but the result goes to standard output unless --output is given.
   void merge(Session& session, const std::string& path, const Edit& edit) const;
-  // Gives keys the values of the words KEY=VALUE behind the file among the session's arguments.
-  void setValues(Session& session, const KFA::KFAConfigRules& rules) const;
   // Makes the text a file of its own, as --output says; standard output unless it is given.
   void create(Session& session, const std::string& text) const;
 
  private:
   // Whether a change of the file at `path` is printed, and no file changed.
   bool isShown(const std::string& path) const;
-  // How files are replaced; what a new one could not be given is told on standard error.
-  KFA::KFAReplaceOptions how() const;
   // For changes that replace no file.
   void refuseBackup() const;
 

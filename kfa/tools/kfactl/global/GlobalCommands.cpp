@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl global: the global configuration file of a node.
+#include <algorithm>
+#include <map>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
 #include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
+#include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 
-#include "environments/FileChange.h"
+#include "environments/ChangeMany.h"
+#include "environments/Findings.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
+#include "terminal/Hint.h"
 #include "terminal/Input.h"
 #include "terminal/Trouble.h"
+#include "terminal/Values.h"
 
 namespace kfactl {
 
@@ -88,12 +97,102 @@ int show(Session& session) {
   return kFine;
 }
 
-Action prepareSet(CLI::App& app) {
-  const auto change = std::make_shared<FileChange>();
-  change->declare(app);
-  return [change](Session& session) {
-    change->setValues(session, KFA::KFAGlobalConfigRules());
+// --- get, diff and check ----------------------------------------------------------------------------------------------
+
+// Every key with the value that it has in the end: folders and services follow the last line, other keys the first.
+std::map<std::string, std::string> valuesOf(const std::string& path) {
+  const Input input = readInput(path);
+  KFAVtSettings settings;
+  must(KFA::readGlobalConfig(input.text, input.name, settings));
+  std::map<std::string, std::string> values;
+  KFA::KFAKFConfigBashParser::ParameterParserGet keys(settings);
+  for (const auto& [key, text] : settings.getValues()) {
+    std::string value;
+    values[key] = keys.get(key, value) == KFA::kParameterDone ? value : text;
+  }
+  return values;
+}
+
+int get(Session& session) {
+  const auto values = valuesOf(session.argument(0));
+  if (session.arguments().size() == 1) {
+    printValues(session, Values(values.begin(), values.end()));
     return kFine;
+  }
+  const std::vector<std::string> keys(session.arguments().begin() + 1, session.arguments().end());
+  return printAskedValues(session, session.argument(0), keys,
+                          [&](const std::string& key, std::string& value) {
+                            const auto found = values.find(key);
+                            if (found != values.end()) value = found->second;
+                            return found != values.end();
+                          });
+}
+
+int diff(Session& session) {
+  const auto before = valuesOf(session.argument(0));
+  const auto after = valuesOf(session.argument(1));
+  KFA::KFAChangeList changes;
+  for (const auto& [key, value] : after) {
+    const auto old = before.find(key);
+    if (old == before.end())
+      changes.push_back({key, value, {}, true});
+    else if (old->second != value)
+      changes.push_back({key, value, old->second, false});
+  }
+  for (const auto& [key, value] : before)
+    if (after.count(key) == 0) changes.push_back({key, {}, value, false});
+  printChanges(session, changes);
+  return changes.empty() ? kFine : kFinding;
+}
+
+// The keys that mean something to us; any other may be a slip of one of them.
+const std::vector<std::string>& meaningfulKeys() {
+  static const std::vector<std::string> keys = {"LOCKDIR", "TEMPLATE", "OFFLINE_SERVICE"};
+  return keys;
+}
+
+// The key that a word may have been meant for; empty for one that is right, or far from all.
+std::string slipOf(const std::string& word) {
+  const std::string nearest = nearestTo(word, meaningfulKeys());
+  return nearest == KFL::toUpper(word) ? std::string() : nearest;
+}
+
+int check(Session& session) {
+  const Input input = readInput(session.argument(0));
+  std::vector<KFA::KFANodeFinding> findings;
+  for (KFA::KFAConfigFinding& finding : checkConfig(KFA::KFAGlobalConfigRules(), input.text))
+    findings.push_back({finding.severity, finding.rule, input.name, -1, finding.line, finding.column,
+                        finding.text, finding.lineText});
+  for (const auto& [key, value] : valuesOf(session.argument(0)))
+    if (const std::string nearest = slipOf(key); !nearest.empty())
+      findings.push_back({KFA::KFANodeFinding::Severity::Warning,
+                          "foreign-key",
+                          input.name,
+                          -1,
+                          0,
+                          0,
+                          KFL::toUpper(key) + " means nothing here; did you mean " + nearest + "?",
+                          {}});
+  const bool isFine = std::all_of(findings.begin(), findings.end(), [](const auto& finding) {
+    return finding.severity == KFA::KFANodeFinding::Severity::Note;
+  });
+  Document document = Document::array();
+  for (const KFA::KFANodeFinding& finding : findings)
+    session.format() == Format::Table ? printFinding(session.out(), finding)
+                                      : document.push_back(describeFinding(finding));
+  if (session.format() != Format::Table) printDocument(session, document, "findings", "finding");
+  return isFine ? kFine : kFinding;
+}
+
+Action prepareSet(CLI::App& app) {
+  const auto change = std::make_shared<ChangeMany>();
+  change->declare(app, false);
+  return [change](Session& session) {
+    const FilesAndChanges words = splitFilesAndChanges(session.arguments());
+    for (const KFA::KFAChange& one : words.changes)
+      if (const std::string nearest = slipOf(one.key); !nearest.empty())
+        printNote(KFL::toUpper(one.key) + " is taken as it stands; did you mean " + nearest + "?");
+    return change->applyChanges(session, words, KFA::KFAGlobalConfigRules());
   };
 }
 
@@ -109,6 +208,24 @@ constexpr Command kCommands[] = {
      "  kfactl global show /etc/kfa/global.conf\n"
      "  kfactl --format json global show global.conf",
      withoutOptions<show>},
+    {"get", "FILE [KEY...]", "Print keys and values, or the values of the keys named",
+     "As raw get does, but folders and services follow the last of several lines.\n\n"
+     "Examples:\n"
+     "  kfactl global get /etc/kfa/global.conf LOCKDIR",
+     withoutOptions<get>},
+    {"diff", "BEFORE AFTER", "Print the keys whose values differ",
+     "As config diff does. Status 1 when there are any.\n\n"
+     "Examples:\n"
+     "  kfactl global diff global.conf.old global.conf",
+     withoutOptions<diff>},
+    {"check", "FILE", "Report what is wrong in the file",
+     "Malformed lines, values that are not taken, repeated keys, keys that look like slips. Status 1 when "
+     "there are "
+     "errors or\n"
+     "warnings.\n\n"
+     "Examples:\n"
+     "  kfactl global check /etc/kfa/global.conf",
+     withoutOptions<check>},
     {"set", "FILE KEY=VALUE...", "Give keys new values, with every other byte kept",
      "Keys that the file lacks are appended in upper case. OFFLINE_SERVICE takes names separated by spaces, "
      "every other key\n"

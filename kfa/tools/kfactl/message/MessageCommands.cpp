@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl message: records as XML messages.
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <sstream>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -12,13 +14,16 @@
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
+#include <KFAFunctionality/node/KFAChangeList.h>
 
 #include "environments/ElementLines.h"
 #include "environments/Environment.h"
 #include "environments/FileChange.h"
 #include "environments/RecordView.h"
 #include "message/MessageCheck.h"
+#include "message/MessageStream.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
 #include "terminal/Trouble.h"
@@ -76,6 +81,9 @@ int fromConfig(Session& session, const std::string& veid, const FileChange& chan
   const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
   if (text.empty()) refuseValues(*session.environmentParser(), input);
   change.create(session, text);
+  int number = 0;
+  if (veid.empty() && KFA::getVeidOfPath(input.name, number) != 0)
+    printNote(input.name + ": the name holds no VEID, so the message has none; --veid NUMBER gives one");
   warnOfLosses(session.environmentParser(), input);
   return kFine;
 }
@@ -155,12 +163,22 @@ std::string writeConfiguration(const Parser& parser, const KFAEnvConfig& config,
   return std::move(out).str();
 }
 
+// A file that holds what the record does not say is rarely meant to be lost.
+void noteReplaced(const FileChange& change) {
+  const std::string& path = change.output();
+  std::error_code error;
+  if (path.empty() || isStandardStream(path) || !std::filesystem::exists(path, error)) return;
+  printNote(path + (change.isDryRun() ? ": would be replaced whole" : ": is replaced whole") + "; --merge " +
+            KFA::quoteForShell(path) + " keeps its comments and the keys of others");
+}
+
 int toConfig(Session& session, const std::string& mergePath, const FileChange& change) {
   const Input input = readInput(session.argument(0));
   const auto parser = session.environmentParser();
   const KFAEnvConfig config = withoutCompletion(*parser, readConfiguration(input));
   refuseUnsafe(*parser, config, input, change.options().allowUnsafe);
   if (mergePath.empty()) {
+    noteReplaced(change);
     change.create(session, writeConfiguration(*parser, config, nullptr));
     return kFine;
   }
@@ -201,24 +219,27 @@ int check(Session& session, const CheckOptions& options) {
   Document document = Document::array();
   Troubles troubles;
   int status = kFine;
+  const auto checkOne = [&](const Input& input) {
+    const MessageCheck checked = checkMessage(input, options.record);
+    if (!checked.findings.empty()) status = kFinding;
+    if (options.print) return printWritten(session, input, checked.written);
+    for (const auto& [line, element, text] : checked.findings) {
+      if (session.format() == Format::Table)
+        session.out().addLine(printable(elementText(input.name, line, element, text)));
+      else
+        document.push_back({{"file", input.name}, {"line", line}, {"element", element}, {"text", text}});
+    }
+  };
   for (const std::string& path : session.arguments()) {
     troubles.collect([&] {
-      const Input input = readInput(path);
-      const MessageCheck checked = checkMessage(input, options.record);
-      if (!checked.findings.empty()) status = kFinding;
-      if (options.print) return printWritten(session, input, checked.written);
-      for (const auto& [line, element, text] : checked.findings) {
-        if (session.format() == Format::Table)
-          session.out().addLine(printable(elementText(input.name, line, element, text)));
-        else
-          document.push_back({{"file", input.name}, {"line", line}, {"element", element}, {"text", text}});
-      }
+      eachMessage(readInput(path), [&](const Input& message, const std::string&) {
+        troubles.collect([&] { checkOne(message); });
+      });
     });
   }
   if (session.format() != Format::Table && !options.print)
     printDocument(session, document, "findings", "finding");
-  troubles.finish();
-  return status;
+  return troubles.status(status);
 }
 
 Action prepareCheck(CLI::App& app) {
@@ -250,7 +271,8 @@ constexpr Command kCommands[] = {
      "The record is found by the type tag of the root element, or, where it has none, by its name. It is "
      "read and "
      "written again;\n"
-     "what differs is reported with status 1, a message that cannot be read with status 2.\n\n"
+     "what differs is reported with status 1, a message that cannot be read with status 2. A file may hold "
+     "several.\n\n"
      "Examples:\n"
      "  kfactl message check 101.xml\n"
      "  kfactl message check --record KFATemplate template.xml\n"

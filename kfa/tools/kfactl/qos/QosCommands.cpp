@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl qos: resource parameters held against the formulas of the vocabulary.
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <set>
 
@@ -17,11 +16,12 @@
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
-#include <KFAFunctionality/files/KFAConfigFolder.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "environments/Environment.h"
+#include "environments/Environments.h"
+#include "qos/QosAdvise.h"
 #include "qos/QosFormulas.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
@@ -193,9 +193,16 @@ Document describe(const Finding& finding) {
 
 // The findings with one environment.
 struct Judgement {
-  std::string file;
   KFA::KFAQoSMemoryMode mode = KFA::KFAQoSMemoryMode::Formulas;
+  KFA::KFAQVTuneParameters values;  // the findings point into them
   std::vector<Finding> findings;
+
+  std::size_t count(State state) const {
+    return static_cast<std::size_t>(
+        std::count_if(findings.begin(), findings.end(),
+                      [state](const Finding& finding) { return finding.state == state; }));
+  }
+  bool isFine() const { return mode != KFA::KFAQoSMemoryMode::LimitMissing && count(State::Violated) == 0; }
 };
 
 void printFinding(Output& out, const Finding& finding) {
@@ -209,39 +216,38 @@ void printFinding(Output& out, const Finding& finding) {
     out.add(std::string(15, ' ')).addLine(printable(line));
 }
 
-// What the memory mode decides without the formulas.
-const char* textOf(KFA::KFAQoSMemoryMode mode) {
-  return mode == KFA::KFAQoSMemoryMode::Managed
-             ? "the memory mode leaves all to slmmemorylimit; no formula applies"
-             : "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+// What the memory mode decides without the formulas, else how many formulas hold and do not.
+std::string sumOf(const Judgement& judgement) {
+  if (judgement.mode == KFA::KFAQoSMemoryMode::Managed)
+    return "the memory mode leaves all to slmmemorylimit; no formula applies";
+  if (judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing)
+    return "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+  return std::to_string(judgement.count(State::Holds)) + " hold, " +
+         std::to_string(judgement.count(State::Violated)) + " violated, " +
+         std::to_string(judgement.count(State::NotCheckable)) + " not checkable";
 }
 
-// Of several environments each has a line with its file and the counts, and formulas that hold are only counted.
-void print(Output& out, const Judgement& judgement, bool isOnly) {
-  std::size_t counts[3] = {};
+// One environment whole.
+void print(Output& out, const Judgement& judgement) {
   for (const Finding& finding : judgement.findings)
-    ++counts[static_cast<std::size_t>(finding.state)];
-  const std::string sum = std::to_string(counts[0]) + " hold, " + std::to_string(counts[1]) + " violated, " +
-                          std::to_string(counts[2]) + " not checkable";
-  if (!isOnly) out.add(printable(judgement.file) + ": ");
-  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) {
-    out.addLine(textOf(judgement.mode));
-    return;
-  }
-  if (!isOnly) out.addLine(sum);
-  for (const Finding& finding : judgement.findings)
-    if (isOnly || finding.state != State::Holds) printFinding(out, finding);
-  if (isOnly) out.addLine(sum);
+    printFinding(out, finding);
+  out.addLine(sumOf(judgement));
 }
 
-Document describe(const Judgement& judgement, bool isOnly) {
+// One of many: what is wrong with it under its name, and nothing where all is well.
+void printFaults(Output& out, const std::string& name, const Judgement& judgement) {
+  if (judgement.isFine()) return;
+  out.add(Colour::Bold, printable(name) + ":").addLine(" " + sumOf(judgement));
+  for (const Finding& finding : judgement.findings)
+    if (finding.state == State::Violated) printFinding(out, finding);
+}
+
+Document describe(const Judgement& judgement) {
   constexpr const char* kModes[] = {"formulas", "managed", "limit_missing"};
   Document formulas = Document::array();
   for (const Finding& finding : judgement.findings)
     formulas.push_back(describe(finding));
-  Document document = Document::object();
-  if (!isOnly) document["file"] = judgement.file;
-  document["memory_mode"] = kModes[static_cast<std::size_t>(judgement.mode)];
+  Document document = {{"memory_mode", kModes[static_cast<std::size_t>(judgement.mode)]}};
   document["formulas"] = std::move(formulas);
   return document;
 }
@@ -311,82 +317,66 @@ class Parameters {
   bool isRead_ = true;
 };
 
-// Judges the environment of one file and adds what is to be said of it.
+Judgement judge(Session& session, const Input& input) {
+  const auto parser = session.environmentParser();
+  Parameters parameters(parser);
+  must(KFA::readConfigText(input.text, input.name,
+                           [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
+  if (!parameters.isRead()) refuseUnreadable(parser, input);
+  Judgement judgement{judgeMemoryMode(parameters.config(), parameters.qoses()), {}, {}};
+  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return judgement;
+  const auto tune = formulasOf(session);
+  judgement.values = KFA::tuneParameters(parameters.qoses());
+  const KFA::KFAQVTuneArray array = tune->arrange(judgement.values);
+  judgement.findings.reserve(tune->formulas.size());
+  for (const KFAQVFormula& formula : tune->formulas)
+    judgement.findings.push_back(judge(*tune, array, formula));
+  return judgement;
+}
+
+// The judgements of the environments that are named, shown one by one.
 class Checker {
  public:
-  Checker(Session& session, bool isOnly) : session_(session), isOnly_(isOnly) {}
+  explicit Checker(Session& session)
+      : session_(session), environments_(session, session.arguments(), WhenNone::All) {}
 
-  void check(const std::string& path) {
-    const Input input = readInput(path);
-    const auto parser = session_.environmentParser();
-    Parameters parameters(parser);
-    must(KFA::readConfigText(input.text, input.name,
-                             [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
-    if (!parameters.isRead()) refuseUnreadable(parser, input);
-    Judgement judgement{input.name, judgeMemoryMode(parameters.config(), parameters.qoses()), {}};
-    if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return add(judgement);
-    const auto tune = formulasOf(session_);
-    const KFA::KFAQVTuneParameters values = KFA::tuneParameters(parameters.qoses());
-    const KFA::KFAQVTuneArray array = tune->arrange(values);
-    judgement.findings.reserve(tune->formulas.size());
-    for (const KFAQVFormula& formula : tune->formulas)
-      judgement.findings.push_back(judge(*tune, array, formula));
-    add(judgement);
-  }
-
-  // Prints what was collected: the status.
-  int finish() {
-    if (session_.format() != Format::Table && isOnly_ && !document_.empty())
-      printDocument(session_, document_.front(), "check", "formula");
-    else if (session_.format() != Format::Table && !isOnly_)
-      printDocument(session_, document_, "checks", "check");
-    return status_;
+  int run() {
+    environments_.each(
+        [this](const auto& file, const Input& input) { add(file, judge(session_, input)); },
+        [this](const auto& file, const std::string& why) { all_.push_back(failureOf(file, why)); });
+    if (session_.format() != Format::Table)
+      printDocument(session_, isSingle() ? all_.front() : all_, "check",
+                    isSingle() ? "formula" : "environment");
+    else if (!isSingle())
+      session_.out().addLine(std::to_string(violated_) + (violated_ == 1 ? " formula" : " formulas") +
+                             " violated in " + std::to_string(files_) + " of " +
+                             std::to_string(environments_.files().size()) + " files");
+    return environments_.status(files_ == 0 ? kFine : kFinding);
   }
 
  private:
-  void add(const Judgement& judgement) {
-    const bool isViolated = std::any_of(judgement.findings.begin(), judgement.findings.end(),
-                                        [](const auto& f) { return f.state == State::Violated; });
-    if (isViolated || judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing) status_ = kFinding;
-    if (session_.format() == Format::Table)
-      print(session_.out(), judgement, isOnly_);
+  bool isSingle() const { return environments_.isSingle(); }
+
+  void add(const KFA::KFAEnvironmentFile& file, const Judgement& judgement) {
+    violated_ += judgement.count(State::Violated);
+    files_ += judgement.isFine() ? 0 : 1;
+    if (session_.format() != Format::Table)
+      all_.push_back(isSingle() ? describe(judgement) : documentOf(file, describe(judgement)));
+    else if (isSingle())
+      print(session_.out(), judgement);
     else
-      document_.push_back(describe(judgement, isOnly_));
+      printFaults(session_.out(), file.path, judgement);
   }
 
   Session& session_;
-  const bool isOnly_;
-  int status_ = kFine;
-  Document document_ = Document::array();
+  Environments environments_;
+  Document all_ = Document::array();
+  std::size_t violated_ = 0;
+  std::size_t files_ = 0;
 };
 
-// The files that the arguments name; a folder stands for its files of environments.
-std::vector<std::string> filesOf(Session& session) {
-  std::vector<std::string> files;
-  for (const std::string& path : session.arguments()) {
-    if (!std::filesystem::is_directory(path)) {
-      files.push_back(path);
-      continue;
-    }
-    KFA::KFAConfigFolder folder(path, session.environmentParser());
-    std::vector<int> veids;
-    must(folder.list(veids));
-    for (const int veid : veids)
-      files.push_back(folder.getPath(veid));
-  }
-  return files;
-}
-
 int check(Session& session) {
-  const std::vector<std::string> files = filesOf(session);
-  const auto& arguments = session.arguments();
-  Checker checker(session, files.size() == 1 && files == arguments);
-  Troubles troubles;
-  for (const std::string& file : files)
-    troubles.collect([&] { checker.check(file); });
-  const int status = checker.finish();
-  troubles.finish();
-  return status;
+  return Checker(session).run();
 }
 
 // --- eval
@@ -562,18 +552,27 @@ Action prepareEval(CLI::App& app) {
 }
 
 constexpr Command kCommands[] = {
-    {"check", "FILE...", "Hold the resource parameters of environments against the vocabulary's formulas",
+    {"check", "[FILE...]", "Hold the resource parameters of an environment against the vocabulary's formulas",
      "Every formula as holding, violated (with its comment, the parameters that took part, and by how much "
      "it\n"
-     "fails) or not checkable (with the parameters that have no value). Status 1 when one is violated. Of "
-     "several\n"
-     "files, and of a folder, which stands for its VEID.conf files, the formulas that hold are only "
-     "counted.\n\n"
+     "fails) or not checkable (with the parameters that have no value). Of many environments, all of the "
+     "node when "
+     "none is\n"
+     "named, what is wrong is printed, and a summary. Status 1 when a formula is violated.\n\n"
      "Examples:\n"
+     "  kfactl qos check\n"
      "  kfactl qos check 101.conf\n"
-     "  kfactl qos check /etc/kfa/conf\n"
      "  kfactl --format json --vocabulary my.xml qos check 101.conf",
      withoutOptions<check>},
+    {"advise", "[FILE...]", "Name the smallest changes that make every violated formula hold",
+     "Few keys, and of these the least change; printed as a command that makes it. Formulas for which no "
+     "change was "
+     "found are\n"
+     "named. Status 1 when a formula is violated.\n\n"
+     "Examples:\n"
+     "  kfactl qos advise 114\n"
+     "  kfactl --json qos advise",
+     withoutOptions<adviseQos>},
     {"formulas", "", "List the formulas of the vocabulary",
      "The formulas in the order in which they are checked.\n\n"
      "Examples:\n"

@@ -10,7 +10,7 @@
 
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
-#include "environments/FileChange.h"
+#include "environments/ChangeMany.h"
 #include "terminal/Cli.h"
 #include "terminal/Input.h"
 #include "terminal/Trouble.h"
@@ -37,20 +37,22 @@ int get(Session& session) {
     printValues(session, Values(values.begin(), values.end()));
     return kFine;
   }
-  return printAskedValues(session, [&](const std::string& key, std::string& value) {
-    const auto found = values.find(key);
-    if (found == values.end()) return false;
-    value = found->second;
-    return true;
-  });
+  const std::vector<std::string> keys(session.arguments().begin() + 1, session.arguments().end());
+  return printAskedValues(session, session.argument(0), keys,
+                          [&](const std::string& key, std::string& value) {
+                            const auto found = values.find(key);
+                            if (found == values.end()) return false;
+                            value = found->second;
+                            return true;
+                          });
 }
 
 Action prepareSet(CLI::App& app) {
-  const auto change = std::make_shared<FileChange>();
-  change->declare(app);
+  const auto change = std::make_shared<ChangeMany>();
+  change->declare(app, false);
   return [change](Session& session) {
-    change->setValues(session, KFA::KFARawConfigRules());
-    return kFine;
+    const FilesAndChanges words = splitFilesAndChanges(session.arguments());
+    return change->applyChanges(session, words, KFA::KFARawConfigRules());
   };
 }
 

@@ -22,11 +22,40 @@
 
 namespace kfactl {
 
+const char* const kProgramHelp =
+    "Exit status: 0 fine; 1 a finding (a difference, a fault found by a check); 2 trouble, with one "
+    "line on\n"
+    "standard error. A FILE of - is standard input.\n\n"
+    "Examples:\n"
+    "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
+    "  kfactl --format json config show 101.conf\n"
+    "  kfactl config --help";
+
+void declareGlobals(CLI::App& app, Session& session) {
+  const char* const group = "Global options";
+  app.set_help_flag("-h,--help", "Print this and end")->group(group);
+  app.set_version_flag("-V,--version", "kfactl " KFACTL_VERSION, "Print the version and end")->group(group);
+  app.add_option("--format", session.formatOption(), "table (for people), json or xml (for programs)")
+      ->type_name("FORMAT")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+  app.add_flag("--json", session.jsonOption(), "The same as --format json")->group(group);
+  app.add_option("--node", session.nodeOption(),
+                 "The folder of the node's environments; KFA_NODE, or else /etc/kfa/conf")
+      ->type_name("DIR")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+  app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
+      ->type_name("FILE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+}
+
 namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* kFormats[] = {"table", "json", "xml"};
+constexpr const char* kFormats[] = {"table", "json", "xml", "sarif"};
 
 // One level of the command line: what has been named so far, and what may stand there.
 struct Level {
@@ -58,20 +87,6 @@ class HelpFormatter : public CLI::Formatter {
   const Level& level_;
 };
 
-void declareGlobals(CLI::App& app, Session& session) {
-  const char* const group = "Global options";
-  app.set_help_flag("-h,--help", "Print this and end")->group(group);
-  app.set_version_flag("--version", "kfactl " KFACTL_VERSION, "Print the version and end")->group(group);
-  app.add_option("--format", session.formatOption(), "table (for people), json or xml (for programs)")
-      ->type_name("FORMAT")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->group(group);
-  app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
-      ->type_name("FILE")
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-      ->group(group);
-}
-
 std::string seeHelp(const Level& level) {
   return "see '" + level.path + " --help'";
 }
@@ -95,7 +110,10 @@ bool isOption(const std::string& word) {
   for (const CLI::Option* option : app.get_options({}))
     for (const std::string& name : option->get_lnames())
       names.push_back("--" + name);
-  refuseWord(level, "option", word.substr(0, word.find('=')), names);
+  word = word.substr(0, word.find('='));
+  const std::string hint = nearestTo(word, names);
+  throw Trouble("unknown option '" + std::string(word) + "'; " +
+                (hint.empty() ? "" : "did you mean '" + hint + "'? ") + seeHelp(level));
 }
 
 void printHelp(Session& session, const Level& level, CLI::App& app) {
@@ -128,6 +146,11 @@ int takeWord(Session& session, const Level& level, const char* kind, Words& word
   app.prefix_command();
   declareGlobals(app, session);
   if (!takeOptions(session, level, app, words)) return -1;
+  if (!words.empty() && words.front() == "help") {
+    words.erase(words.begin());
+    words.emplace_back("--help");
+    if (!takeOptions(session, level, app, words)) return -1;
+  }
   Words names;
   for (const auto& word : level.words)
     names.emplace_back(word.first);
@@ -150,20 +173,25 @@ void checkArguments(const Level& level, std::size_t count) {
   std::istringstream form(level.arguments);
   std::size_t most = 0;
   bool many = false;
+  Words required;
   for (std::string name; form >> name; ++most) {
-    many = name.find("...") != std::string::npos;
-    if (most < count || name.front() == '[') continue;
-    throw Trouble(name.substr(0, name.find("...")) + " is missing; " + expectedForm(level));
+    many = many || name.find("...") != std::string::npos;
+    if (name.front() != '[') required.push_back(name.substr(0, name.find("...")));
   }
+  if (count < required.size()) throw Trouble(required[count] + " is missing; " + expectedForm(level));
   if (count > most && !many) throw Trouble("too many arguments; " + expectedForm(level));
 }
 
 void takeFormat(Session& session, const Level& level, unsigned formats) {
-  const std::string& name = session.formatOption();
+  const std::string name = session.jsonOption() ? "json" : session.formatOption();
   if (name.empty()) return;
   const auto found = std::find(std::begin(kFormats), std::end(kFormats), name);
-  if (found == std::end(kFormats))
-    refuseWord(level, "format", name, Words(std::begin(kFormats), std::end(kFormats)));
+  if (found == std::end(kFormats)) {
+    Words names;
+    for (unsigned i = 0; i < std::size(kFormats); ++i)
+      if ((formats & (1U << i)) != 0) names.emplace_back(kFormats[i]);
+    refuseWord(level, "format", name, names);
+  }
   const auto format = static_cast<unsigned>(found - std::begin(kFormats));
   if ((formats & (1U << format)) == 0)
     throw Trouble(level.path + " has no " + name + " form; leave --format out");
@@ -191,17 +219,7 @@ int runCommand(Session& session, const std::string& path, const Command& command
 }
 
 int run(Session& session, std::span<const Group* const> groups, Words words) {
-  Level top{"kfactl",
-            "Read, change, compare, check and convert the configurations of environments",
-            "GROUP ...",
-            "Exit status: 0 fine; 1 a finding (a difference, a fault found by a check); 2 trouble, with one "
-            "line on\n"
-            "standard error. A FILE of - is standard input.\n\n"
-            "Examples:\n"
-            "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
-            "  kfactl --format json config show 101.conf\n"
-            "  kfactl config --help",
-            {}};
+  Level top{"kfactl", kProgramSummary, "GROUP ...", kProgramHelp, {}};
   for (const Group* group : groups)
     top.words.emplace_back(group->name, group->summary);
   const int groupIndex = takeWord(session, top, "group", words);

@@ -24,6 +24,7 @@ using Action = std::function<int(Session&)>;
 // The formats in which a command can print.
 inline constexpr unsigned kAllFormats = 7;
 inline constexpr unsigned kTableOnly = 1U << static_cast<unsigned>(Format::Table);
+inline constexpr unsigned kFindings = kAllFormats | 1U << static_cast<unsigned>(Format::Sarif);
 
 struct Command {
   const char* name;  // null for a group that is a command itself
@@ -48,6 +49,17 @@ template <int (*Run)(Session&)>
 Action withoutOptions(CLI::App&) {
   return Run;
 }
+
+// What the program is for, in one line, and what its help says behind its options.
+inline constexpr const char* kProgramSummary =
+    "Read, change, compare, check and convert the configurations of environments";
+extern const char* const kProgramHelp;
+
+// Every group, as main.cpp lists them.
+std::span<const Group* const> listGroups();
+
+// Declares the options that may stand anywhere; they are bound to the session.
+void declareGlobals(CLI::App& app, Session& session);
 
 // Runs the command line: the exit status.
 int runProgram(std::span<const Group* const> groups, int argc, char** argv);

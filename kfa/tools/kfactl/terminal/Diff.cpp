@@ -46,26 +46,31 @@ Colour colourOf(std::string_view line) {
 
 }  // namespace
 
-void printUnifiedDiff(Output& out, const std::string& name, const std::string& before,
-                      const std::string& after) {
-  if (before == after) return;
+std::string unifiedDiff(const std::string& name, const std::string& before, const std::string& after) {
+  if (before == after) return {};
   dtl::Diff<std::string> diff(splitLines(before), splitLines(after));
   diff.onHuge();
   diff.compose();
   diff.composeUnifiedHunks();
   std::ostringstream hunks;
   diff.printUnifiedFormat(hunks);
-  out.add(Colour::Bold, "--- " + name).add("\n").add(Colour::Bold, "+++ " + name).add("\n");
   std::string text = std::move(hunks).str();
   // Before the first line of nothing is line 0.
   if (before.empty()) text.replace(text.find("-1,0"), 4, "-0,0");
-  if (!out.isColoured()) {
+  return "--- " + name + "\n+++ " + name + "\n" + text;
+}
+
+void printUnifiedDiff(Output& out, const std::string& name, const std::string& before,
+                      const std::string& after) {
+  const std::string text = unifiedDiff(name, before, after);
+  if (!out.isTerminal()) {
     out.add(text);
     return;
   }
-  for (std::string_view rest = text; !rest.empty();) {
+  std::size_t number = 0;
+  for (std::string_view rest = text; !rest.empty(); ++number) {
     const std::string_view line = rest.substr(0, rest.find('\n'));
-    out.add(colourOf(line), printable(line)).add("\n");
+    out.add(number < 2 ? Colour::Bold : colourOf(line), printable(line)).add("\n");
     rest.remove_prefix(line.size() + 1);
   }
 }

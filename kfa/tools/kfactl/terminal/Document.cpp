@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "terminal/Document.h"
 
+#include <boost/archive/iterators/base64_from_binary.hpp>
+#include <boost/archive/iterators/transform_width.hpp>
 #include <nlohmann/json.hpp>
 
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
 #include "terminal/Session.h"
@@ -48,34 +51,38 @@ std::string toXml(const Document& document, const char* root, const char* item) 
   return text;
 }
 
-// Names the member that is at fault, since the whole cannot be printed.
-[[noreturn]] void refuse(const Session& session, const Document& document) {
-  std::string member;
-  for (const auto& [name, value] : document.items()) {
-    try {
-      static_cast<void>(value.dump());
-    } catch (const nlohmann::json::exception&) {
-      member = name;
-      break;
-    }
-  }
-  throw Trouble(session.argument(0) + ": the value of " + member +
-                " is not UTF-8, so it cannot be shown as JSON; use --format table");
+std::string encodeBase64(const std::string& text) {
+  using namespace boost::archive::iterators;
+  using Digits = base64_from_binary<transform_width<std::string::const_iterator, 6, 8>>;
+  std::string encoded(Digits(text.begin()), Digits(text.end()));
+  return encoded.append((3 - text.size() % 3) % 3, '=');
 }
 
-std::string toJson(const Session& session, const Document& document) {
+// Texts that JSON cannot carry as such become objects that hold their bytes.
+void encodeBytes(Document& document) {
+  if (document.is_string()) {
+    const std::string& text = document.get_ref<const std::string&>();
+    if (!KFL::isUtf8(text)) document = {{"base64", encodeBase64(text)}};
+  } else if (document.is_structured()) {
+    for (Document& member : document)
+      encodeBytes(member);
+  }
+}
+
+std::string toJson(const Document& document) {
   try {
     return document.dump(2);
   } catch (const nlohmann::json::exception&) {
-    refuse(session, document);
+    Document encoded = document;
+    encodeBytes(encoded);
+    return encoded.dump(2, ' ', false, Document::error_handler_t::replace);
   }
 }
 
 }  // namespace
 
 void printDocument(Session& session, const Document& document, const char* root, const char* item) {
-  const std::string text =
-      session.format() == Format::Xml ? toXml(document, root, item) : toJson(session, document);
+  const std::string text = session.format() == Format::Xml ? toXml(document, root, item) : toJson(document);
   session.out().add(text);
   if (text.back() != '\n') session.out().add("\n");
 }

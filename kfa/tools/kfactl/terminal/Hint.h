@@ -13,6 +13,9 @@ namespace kfactl {
 // few, else empty.
 std::string hintFor(std::string_view word, const std::vector<std::string>& names);
 
+// The name near the word (case and leading dashes aside); empty when none is.
+std::string nearestTo(std::string_view word, const std::vector<std::string>& names);
+
 }  // namespace kfactl
 
 #endif

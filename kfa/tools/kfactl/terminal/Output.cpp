@@ -6,10 +6,13 @@
 #include <cstring>
 #include <cwchar>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
+#include <utility>
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
@@ -131,8 +134,21 @@ void Output::flush() {
     throw Trouble(std::string("cannot write to standard output: ") + std::strerror(error));
 }
 
+std::size_t Output::width() const {
+  if (!isTerminal()) return 0;
+  const char* const columns = std::getenv("COLUMNS");
+  std::size_t width = 0;
+  if (columns != nullptr && KFL::parseInteger(columns, width) == 0 && width > 0) return width;
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 void printError(std::string_view text) {
   writeAll(STDERR_FILENO, "kfactl: " + printable(text) + "\n");
+}
+
+void printNote(std::string_view text) {
+  printError("note: " + std::string(text));
 }
 
 std::string printable(std::string_view text) {
@@ -182,34 +198,143 @@ std::string assignment(const std::string& key, const std::string& value) {
   return line += "'";
 }
 
-Table::Table(std::initializer_list<const char*> headings) : widths_(headings.size()) {
+Table::Table(std::initializer_list<std::string> headings) : Table(std::vector<std::string>(headings)) {}
+
+Table::Table(const std::vector<std::string>& headings) : widths_(headings.size()) {
   rows_.reserve(32);
-  Row row(headings.begin(), headings.end());
-  for (std::size_t i = 0; i < row.size(); ++i)
-    widths_[i] = row[i].size();
-  rows_.push_back(std::move(row));
+  add(headings);
+}
+
+void Table::addCell(Row& row, std::string_view cell) {
+  row.push_back(cell.empty() ? "-" : printable(cell));
+  std::size_t& width = widths_[row.size() - 1];
+  width = std::max(width, displayWidth(row.back()));
 }
 
 void Table::add(std::initializer_list<std::string_view> cells) {
-  Row row;
+  Row& row = rows_.emplace_back();
   row.reserve(cells.size());
-  for (const std::string_view cell : cells) {
-    row.push_back(cell.empty() ? "-" : printable(cell));
-    std::size_t& width = widths_[row.size() - 1];
-    width = std::max(width, displayWidth(row.back()));
-  }
-  rows_.push_back(std::move(row));
+  for (const std::string_view cell : cells)
+    addCell(row, cell);
 }
 
-void Table::print(Output& out) const {
-  std::string line;
-  for (const Row& row : rows_) {
-    line.clear();
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      line += row[i];
-      if (i + 1 < row.size()) line.append(widths_[i] - displayWidth(row[i]) + 2, ' ');
+void Table::add(std::span<const std::string> cells) {
+  Row& row = rows_.emplace_back();
+  row.reserve(cells.size());
+  for (const std::string& cell : cells)
+    addCell(row, cell);
+}
+
+namespace {
+
+constexpr std::size_t kGap = 2;
+
+std::size_t totalOf(const std::vector<std::size_t>& widths) {
+  return std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+}
+
+// The words of a cell, each with the blanks before it.
+std::vector<std::string_view> wordsOf(std::string_view cell) {
+  std::vector<std::string_view> words;
+  while (!cell.empty()) {
+    const std::size_t begin = std::min(cell.find_first_not_of(' '), cell.size());
+    const std::size_t end = std::min(cell.find(' ', begin), cell.size());
+    words.push_back(cell.substr(0, end));
+    cell.remove_prefix(end);
+  }
+  return words;
+}
+
+std::string_view trimmed(std::string_view word) {
+  return word.substr(std::min(word.find_first_not_of(' '), word.size()));
+}
+
+// The lines of a cell; a word that is wider than the column stands alone.
+std::vector<std::string> wrap(const std::string& cell, std::size_t width) {
+  if (displayWidth(cell) <= width) return {cell};
+  std::vector<std::string> lines(1);
+  for (const std::string_view word : wordsOf(cell)) {
+    if (!lines.back().empty() && displayWidth(lines.back()) + displayWidth(word) > width)
+      lines.emplace_back();
+    lines.back() += lines.back().empty() ? trimmed(word) : word;
+  }
+  return lines;
+}
+
+std::size_t longestWord(const std::string& cell) {
+  std::size_t longest = 0;
+  for (const std::string_view word : wordsOf(cell))
+    longest = std::max(longest, displayWidth(trimmed(word)));
+  return longest;
+}
+
+// One row as lines whose cells line up; the last cell ends its line.
+std::string layOut(const std::vector<std::vector<std::string>>& cells,
+                   const std::vector<std::size_t>& widths) {
+  std::size_t height = 0;
+  for (const auto& lines : cells)
+    height = std::max(height, lines.size());
+  std::string text;
+  for (std::size_t at = 0; at < height; ++at) {
+    std::string line;
+    std::size_t due = 0;  // blanks that only a further cell needs
+    for (std::size_t column = 0; column < cells.size(); ++column) {
+      const std::string cell = at < cells[column].size() ? cells[column][at] : std::string();
+      if (!cell.empty()) line.append(std::exchange(due, 0), ' ').append(cell);
+      due += widths[column] + kGap - std::min(displayWidth(cell), widths[column]);
     }
-    out.add(&row == &rows_.front() ? Colour::Bold : Colour::Plain, line).add("\n");
+    text += line + "\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+// The widest columns give way first, none below its longest word.
+std::vector<std::size_t> Table::fittingWidths(std::size_t limit) const {
+  std::vector<std::size_t> widths = widths_;
+  if (limit == 0 || totalOf(widths) <= limit) return widths;
+  std::vector<std::size_t> least(widths.size(), 1);
+  for (const Row& row : rows_)
+    for (std::size_t i = 0; i < row.size(); ++i)
+      least[i] = std::max(least[i], longestWord(row[i]));
+  for (std::size_t total = totalOf(widths); total > limit; --total) {
+    std::size_t widest = widths.size();
+    for (std::size_t i = 0; i < widths.size(); ++i)
+      if (widths[i] > least[i] && (widest == widths.size() || widths[i] > widths[widest])) widest = i;
+    if (widest == widths.size()) break;
+    --widths[widest];
+  }
+  return widths;
+}
+
+void Table::print(Output& out, bool withHeadings) const {
+  const std::size_t limit = out.width();
+  const std::vector<std::size_t> widths = fittingWidths(limit);
+  if (limit > 0 && totalOf(widths) > limit) return printStacked(out, limit);
+  std::vector<std::vector<std::string>> cells(widths.size());
+  for (const Row& row : rows_) {
+    const bool isHeading = &row == &rows_.front();
+    if (isHeading && !withHeadings) continue;
+    for (std::size_t i = 0; i < row.size(); ++i)
+      cells[i] = wrap(row[i], widths[i]);
+    const std::string text = layOut(cells, widths);
+    out.add(isHeading ? Colour::Bold : Colour::Plain, std::string_view(text).substr(0, text.size() - 1))
+        .add("\n");
+  }
+}
+
+// One cell to a line, for a terminal on which no row fits.
+void Table::printStacked(Output& out, std::size_t limit) const {
+  const Row& headings = rows_.front();
+  std::size_t widest = 0;
+  for (const std::string& heading : headings)
+    widest = std::max(widest, displayWidth(heading));
+  const std::size_t room = limit > widest + kGap ? limit - widest - kGap : 1;
+  for (std::size_t i = 1; i < rows_.size(); ++i) {
+    if (i > 1) out.add("\n");
+    for (std::size_t column = 0; column < headings.size(); ++column)
+      out.add(layOut({{headings[column]}, wrap(rows_[i][column], room)}, {widest, room}));
   }
 }
 

@@ -9,6 +9,7 @@
 #include <KFLFunctionality/KFLVocMap.h>
 
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/node/KFANodeSelection.h>
 
 #include "terminal/Trouble.h"
 
@@ -35,6 +36,10 @@ std::string pathOf(const std::string& chosen) {
 }
 
 }  // namespace
+
+std::string Session::node() const {
+  return nodeOption_.empty() ? KFA::KFANodeSelection::defaultFolder() : nodeOption_;
+}
 
 const boost::shared_ptr<KFL::KFLVocMap>& Session::vocabulary() {
   if (vocabulary_) return vocabulary_;

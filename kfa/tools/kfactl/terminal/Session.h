@@ -21,7 +21,7 @@ class KFAEnvConfigBashParser;
 
 namespace kfactl {
 
-enum class Format { Table, Json, Xml };
+enum class Format { Table, Json, Xml, Sarif };
 
 // Exit statuses.
 inline constexpr int kFine = 0;
@@ -42,6 +42,11 @@ class Session {
   // As they were given, empty when not; to be filled by the command line.
   std::string& formatOption() { return formatOption_; }
   std::string& vocabularyOption() { return vocabularyOption_; }
+  std::string& nodeOption() { return nodeOption_; }
+  bool& jsonOption() { return jsonOption_; }
+
+  // The folder of the node's environments.
+  std::string node() const;
 
   // The vocabulary, which is read when this is first called, and the name of its file.
   const boost::shared_ptr<KFL::KFLVocMap>& vocabulary();
@@ -55,6 +60,8 @@ class Session {
   Format format_ = Format::Table;
   std::string formatOption_;
   std::string vocabularyOption_;
+  std::string nodeOption_;
+  bool jsonOption_ = false;
   std::vector<std::string> arguments_;
   std::string vocabularyPath_;
   boost::shared_ptr<KFL::KFLVocMap> vocabulary_;

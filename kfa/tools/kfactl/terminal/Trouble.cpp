@@ -3,6 +3,9 @@
 
 #include <KFLCommon/KFLError.h>
 
+#include "terminal/Output.h"
+#include "terminal/Session.h"
+
 namespace kfactl {
 
 void throwLibraryError() {
@@ -13,9 +16,13 @@ void throwLibraryError(const std::string& prefix) {
   throw Trouble(prefix + ": " + KFL::getErrorMessage());
 }
 
-void Troubles::finish() const {
-  if (count_ == 0) return;
-  throw Trouble(count_ == 1 ? first_ : first_ + " (and " + std::to_string(count_ - 1) + " more)");
+void Troubles::add(const std::string& text) {
+  any_ = true;
+  printError(text);
+}
+
+int Troubles::status(int otherwise) const {
+  return any_ ? kTrouble : otherwise;
 }
 
 }  // namespace kfactl

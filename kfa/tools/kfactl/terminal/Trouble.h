@@ -5,7 +5,6 @@
 #ifndef KFACTL_TROUBLE_H
 #define KFACTL_TROUBLE_H
 
-#include <cstddef>
 #include <exception>
 #include <string>
 #include <utility>
@@ -30,24 +29,26 @@ inline void must(int result) {
   if (result < 0) throwLibraryError();
 }
 
-// The troubles with some of the files of a command that goes on with the others.
+// The troubles with some of the files of a command that goes on with the others: a line on standard error for each.
 class Troubles {
  public:
-  // Runs the part for one file; a Trouble is kept.
+  // Runs the part for one file: whether it went well.
   template <class Part>
-  void collect(Part part) {
+  bool collect(Part part) {
     try {
       part();
+      return true;
     } catch (const Trouble& trouble) {
-      if (count_++ == 0) first_ = trouble.what();
+      add(trouble.what());
+      return false;
     }
   }
-  // Throws the first trouble, with the number of the others.
-  void finish() const;
+  void add(const std::string& text);
+  // The exit status of the command, which is 2 when there was any trouble.
+  int status(int otherwise) const;
 
  private:
-  std::string first_;
-  std::size_t count_ = 0;
+  bool any_ = false;
 };
 
 }  // namespace kfactl

@@ -27,14 +27,13 @@ void printValues(Session& session, const Values& values) {
   printDocument(session, document, "values");
 }
 
-int printAskedValues(Session& session,
+int printAskedValues(Session& session, const std::string& file, const std::vector<std::string>& keys,
                      const std::function<bool(const std::string& key, std::string& value)>& find) {
-  const auto& arguments = session.arguments();
   Values found;
   std::set<std::string> asked;
   std::string missing;
-  for (auto argument = arguments.begin() + 1; argument != arguments.end(); ++argument) {
-    const std::string key = KFL::toLower(*argument);
+  for (const std::string& word : keys) {
+    const std::string key = KFL::toLower(word);
     if (!asked.insert(key).second) continue;
     std::string value;
     if (find(key, value))
@@ -42,7 +41,7 @@ int printAskedValues(Session& session,
     else
       missing += (missing.empty() ? "" : ", ") + KFL::toUpper(key);
   }
-  if (arguments.size() == 2 && session.format() == Format::Table) {
+  if (keys.size() == 1 && session.format() == Format::Table) {
     if (!found.empty()) {
       const std::string& value = found.front().second;
       session.out().addLine(session.out().isTerminal() ? printable(value) : value);
@@ -51,7 +50,7 @@ int printAskedValues(Session& session,
     printValues(session, found);
   }
   if (missing.empty()) return kFine;
-  printError(arguments.front() + ": no value for " + missing);
+  printError(file + ": no value for " + missing);
   return kFinding;
 }
 

@@ -18,9 +18,9 @@ using Values = std::vector<std::pair<std::string, std::string>>;
 // Lines KEY="value", or an object from key to text.
 void printValues(Session& session, const Values& values);
 
-// Prints the values of the keys behind the file among the session's arguments; a key alone as its bare value. `find`
-// takes a key in lower case. Status 1, with a line on standard error, when one has no value.
-int printAskedValues(Session& session,
+// Prints the values of the keys of one file; a key alone as its bare value. `find` takes a key in lower case. Status 1,
+// with a line on standard error, when one has no value.
+int printAskedValues(Session& session, const std::string& file, const std::vector<std::string>& keys,
                      const std::function<bool(const std::string& key, std::string& value)>& find);
 
 }  // namespace kfactl

@@ -355,23 +355,25 @@ int KFAEnvConfig::getHardDisks(boost::shared_ptr<HardDisk::List::Base>& disks) c
 int KFAEnvConfig::setHardDisks(const HardDisk::List::Base* disks) {
   boost::shared_ptr<HardDisk::List::Base> current;
   if (const int result = getHardDisks(current); result != 0) return result;
-  initMsg();
+  MessageGuard message(*this);
   Validator validator;
   if (current && current->accept(validator) != 0) {
     setErrorMessage(
         "the environment's disks are bound to storage; they must be removed there before others are set");
     return -1;
   }
-  removeElement(property("disk_list").id);
-  if (disks == nullptr) return 0;
-  const Placement placement(*this, property("disk_list"));
-  it_.addChild(property("disk_list").id);
-  const int result = it_.putObject(disks, KFLWriterDerived<HardDisk::List::Base>());
-  if (result == 0) {
+  const KFLMessageIterator old = it_.childOf(property("disk_list").id);
+  int result = 0;
+  if (disks != nullptr) {
+    const Placement placement(*this, property("disk_list"));
+    KFLWriteGuard guard(it_);
+    it_.addChild(property("disk_list").id);
+    result = it_.putObject(disks, KFLWriterDerived<HardDisk::List::Base>());
     it_.leaveChild();
-  } else {
-    it_.removeCurrent();
+    if (result == 0) guard.keep();
   }
+  it_.removeElement(old);
+  message.keep();
   return result;
 }
 

@@ -38,11 +38,30 @@ void store(std::string_view line, char** buffer, unsigned int* capacity) {
   (*buffer)[line.size()] = '\0';
 }
 
+// std::getline, which by itself would take memory that runs out for the end of the stream.
+bool getLine(std::istream& in, std::string& line) {
+  if (!in.good()) return static_cast<bool>(std::getline(in, line, '\n'));
+  const std::ios_base::iostate wanted = in.exceptions();
+  bool isRead = false;
+  try {
+    in.exceptions(std::ios_base::badbit);
+    isRead = static_cast<bool>(std::getline(in, line, '\n'));
+  } catch (const std::bad_alloc&) {
+    in.clear(in.rdstate() & ~std::ios_base::badbit);
+    in.exceptions(wanted);
+    throw;
+  } catch (...) {
+    isRead = false;  // the stream's own failure: its state tells
+  }
+  in.exceptions(wanted);
+  return isRead;
+}
+
 }  // namespace
 
 int readStringFromStream(std::istream& in, char** buffer, unsigned int* capacity) {
   std::string line;
-  if (!std::getline(in, line, '\n')) return -1;
+  if (!getLine(in, line)) return -1;
   if (line.size() > detail::kMaxLine) {
     in.setstate(std::ios_base::failbit);
     return -1;
@@ -76,7 +95,7 @@ void ConfigLines::release() {
 
 bool ConfigLines::nextAcrossBuffers(std::string_view& line) {
   release();
-  if (!std::getline(in_, joined_, '\n')) return false;
+  if (!getLine(in_, joined_)) return false;
   latch();
   line = joined_;
   return true;

@@ -39,7 +39,8 @@ inline constexpr int kParameterNotConverted = -1003;  // the text is no value of
 
 // Reads the next line into *buffer, NUL-terminated and without its newline. The buffer comes from realloc (start with
 // null and a capacity of 0, release with free) and grows to exactly what the longest line needed. Returns the line's
-// length, or -1 when there was no further line; then the buffer is as it was.
+// length, or -1 when there was no further line; then the buffer is as it was. Memory that runs out is std::bad_alloc,
+// with the buffer as it was and part of the line gone from the stream.
 int readStringFromStream(std::istream& in, char** buffer, unsigned int* capacity);
 
 namespace detail {
@@ -183,6 +184,8 @@ class ConfigOutput {
 
 }  // namespace detail
 
+// Both functions below pass std::bad_alloc on; streams are then somewhere, and what the parser was given stays.
+//
 // Puts every assignment of the stream into the parser, in file order. What put returns does not matter: a value that
 // is not taken leaves the record as it was. 0 at the end of the stream, or -1 with an error text at the first
 // malformed line.

@@ -240,11 +240,12 @@ class KFABashParseGenericList : public KFABashParse {
   int operator()(const char*, const KFL::KFLEnvConfig& record, std::string& value) const override {
     Property property;
     if ((static_cast<const Record&>(record).*getter)(property) != 0 || !property.isSpecified()) return -1;
-    value.clear();
+    std::string text;
     for (const auto& element : property.getValue()) {
-      if (!value.empty()) value += *DelimiterProvider::delimiterLine;
-      value += std::string(OutputConverter(element));
+      if (!text.empty()) text += *DelimiterProvider::delimiterLine;
+      text += std::string(OutputConverter(element));
     }
+    value = std::move(text);
     return 0;
   }
 };

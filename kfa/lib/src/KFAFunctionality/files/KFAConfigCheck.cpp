@@ -48,8 +48,8 @@ class Checker {
     bool isTaken;
   };
 
-  void add(Severity severity, std::size_t column, const std::string& text) {
-    findings_.push_back({severity, lines_.getNumber(), column, text, std::string(lines_.view())});
+  void add(Severity severity, const char* rule, std::size_t column, const std::string& text) {
+    findings_.push_back({severity, lines_.getNumber(), column, text, std::string(lines_.view()), rule});
   }
 
   void checkLine();
@@ -70,20 +70,22 @@ void Checker::checkLine() {
   const KFL::KFLBashLine line = lines_.examine();
   if (line.kind == Kind::Malformed) {
     isMalformed_ = true;
-    return add(Severity::Error, line.column, describeFault(line));
+    return add(Severity::Error, "malformed-line", line.column, describeFault(line));
   }
   if (line.kind == Kind::Assignment) {
     checkAssignment(line);
   } else if (line.reason != KFL::KFLBashLine::Reason::None) {
-    add(Severity::Warning, line.column, describeFault(line) + "; nothing is read from this line");
+    add(Severity::Warning, "not-an-assignment", line.column,
+        describeFault(line) + "; nothing is read from this line");
   }
   const std::size_t size = lines_.view().size();
   if (line.continues) {
-    add(Severity::Warning, size, "the next line belongs to this one, but is read as a line of its own");
+    add(Severity::Warning, "open-line", size,
+        "the next line belongs to this one, but is read as a line of its own");
   }
   const std::size_t nul = lines_.view().find('\0');
   if (nul != std::string_view::npos) {
-    add(Severity::Warning, nul + 1, "a NUL, which a shell drops; here it ends the line");
+    add(Severity::Warning, "nul", nul + 1, "a NUL, which a shell drops; here it ends the line");
   }
 }
 
@@ -94,20 +96,20 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
   const auto earlier = counted_.find(key);
   const bool firstCounts = earlier != counted_.end() && rules_.firstLineCounts(key);
   if (earlier != counted_.end()) {
-    add(Severity::Warning, nameColumn,
+    add(Severity::Warning, "repeated-key", nameColumn,
         KFL::toUpper(key) + " repeats line " + std::to_string(earlier->second.number) + "; the " +
             (firstCounts ? "first" : "last") + " one counts");
   }
   Counted counted = {lines_.getNumber(), valueColumn, std::string(lines_.view()), valueOf(lines_), false};
   if (!rules_.isKey(key)) {
-    add(Severity::Note, nameColumn, KFL::toUpper(key) + " is not a key of this file");
+    add(Severity::Note, "foreign-key", nameColumn, KFL::toUpper(key) + " is not a key of this file");
   } else {
     counted.isTaken = checkValue(key, counted.value, valueColumn);
     checkSafe(key, counted.value, valueColumn, line.endsWithCarriageReturn);
   }
   if (!firstCounts) counted_.insert_or_assign(key, std::move(counted));
   if (line.endsWithCarriageReturn) {
-    add(Severity::Warning, valueColumn + line.value.size() - 1,
+    add(Severity::Warning, "carriage-return", valueColumn + line.value.size() - 1,
         "a carriage return, which belongs to the value; lines that end with a newline alone are wanted");
   }
 }
@@ -115,7 +117,7 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
 // Whether the key takes the value.
 bool Checker::checkValue(const std::string& key, const std::string& value, std::size_t column) {
   const bool isTaken = rules_.accept(key, value) == 0;
-  if (!isTaken) add(Severity::Error, column, KFL::getErrorMessage());
+  if (!isTaken) add(Severity::Error, "value", column, KFL::getErrorMessage());
   return isTaken;
 }
 
@@ -124,7 +126,7 @@ void Checker::checkSafe(const std::string& key, std::string_view value, std::siz
   if (hasReturn) value.remove_suffix(1);
   std::string reason;
   if (KFL::isBashSafe(value, &reason)) return;
-  add(Severity::Warning, column,
+  add(Severity::Warning, "unsafe-value", column,
       KFL::toUpper(key) + " cannot be written back between double quotes: " + reason);
 }
 
@@ -139,8 +141,8 @@ void Checker::checkTogether() {
   for (const auto& change : all) {
     if (rules_.readsBack(text, {change}) == 0) continue;
     const Counted& counted = counted_.at(change.first);
-    findings_.push_back(
-        {Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(), counted.text});
+    findings_.push_back({Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(),
+                         counted.text, "overruled-value"});
   }
 }
 

@@ -29,6 +29,9 @@ struct KFAConfigFinding {
   std::size_t column;  // from 1, in bytes
   std::string text;
   std::string lineText;  // the line without its newline
+  // What kind of finding it is, for programs: "malformed-line", "not-an-assignment", "open-line", "nul",
+  // "repeated-key", "foreign-key", "carriage-return", "value", "unsafe-value" or "overruled-value".
+  std::string rule = {};
 };
 
 // "error", "warning" or "note".

@@ -53,6 +53,8 @@ bool parseVeidOfName(std::string_view name, int& veid);
 // The VEID in a path such as /etc/kfa/conf/101.conf: 0, or -1 with an error text when there is none.
 int getVeidOfPath(const std::string& path, int& veid);
 
+// Memory that runs out passes through as std::bad_alloc, from all of them and from the functions above. Then the file is
+// the old one or the new one, nothing lies beside it, and no lock is held.
 class KFAConfigFile {
  public:
   // Turns the old text into the new one: 0, or -1 with an error text.

@@ -11,6 +11,7 @@
 #include <KFLCommon/KFLSystem.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
@@ -30,6 +31,26 @@ int fail(const std::string& path, const char* what, int error) {
 std::string nameOf(int veid) {
   return std::to_string(veid) + ".conf";
 }
+
+// Puts some keys into a record and passes over the others.
+class SomeKeys {
+ public:
+  SomeKeys(std::span<const std::string_view> keys, KFAEnvConfig& record, const KFAEnvConfigBashParser& parser)
+      : keys_(keys), record_(record), parser_(record, parser) {}
+
+  int put(const std::string& key, const char* value) {
+    if (std::ranges::find(keys_, key) == keys_.end()) return kParameterUnknown;
+    const int result = parser_.put(key, value);
+    // As in a record that is read whole, a list with a device that cannot be written is none.
+    if (result != 0 && key == "netif") record_.setNetVEths({});
+    return result;
+  }
+
+ private:
+  std::span<const std::string_view> keys_;
+  KFAEnvConfig& record_;
+  KFAEnvConfigBashParser::ParameterParserPut parser_;
+};
 
 }  // namespace
 
@@ -88,14 +109,23 @@ int KFAConfigFolder::readText(int veid, std::size_t& length) {
   return error == 0 ? 0 : fail(getPath(veid), "cannot be read", error);
 }
 
-int KFAConfigFolder::read(int veid, KFAEnvConfig& record) {
+template <class Read>
+int KFAConfigFolder::readWith(int veid, KFAEnvConfig& record, Read read) {
   std::size_t length = 0;
   if (readText(veid, length) != 0) return -1;
   const std::string_view text(text_.data(), length);
   stream_.reset(text);
   record.setVeid(veid);
-  if (parser_->getConfig(stream_, record) == 0) return 0;
-  return nameMalformedLine(text, getPath(veid));
+  return read(stream_) == 0 ? 0 : nameMalformedLine(text, getPath(veid));
+}
+
+int KFAConfigFolder::read(int veid, KFAEnvConfig& record) {
+  return readWith(veid, record, [&](std::istream& in) { return parser_->getConfig(in, record); });
+}
+
+int KFAConfigFolder::readKeys(int veid, std::span<const std::string_view> keys, KFAEnvConfig& record) {
+  SomeKeys some(keys, record, *parser_);
+  return readWith(veid, record, [&](std::istream& in) { return parseBashLikeConfig(some, in); });
 }
 
 }  // namespace KFA

@@ -7,7 +7,9 @@
 #define KFAFUNCTIONALITY_FILES_KFACONFIGFOLDER_H
 
 #include <cstddef>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/shared_ptr.hpp>
@@ -32,11 +34,16 @@ class KFAConfigFolder {
   // Reads one environment's file into a fresh record, its VEID included. 0, or -1 with an error text that names the
   // file (and line).
   int read(int veid, KFAEnvConfig& record);
+  // The same for these keys alone, in lower case; the record gets nothing else but its VEID. For who goes through many
+  // files for little of each.
+  int readKeys(int veid, std::span<const std::string_view> keys, KFAEnvConfig& record);
   std::string getPath(int veid) const;
 
  private:
   int openFolder();
   int readText(int veid, std::size_t& length);
+  template <class Read>
+  int readWith(int veid, KFAEnvConfig& record, Read read);
 
   std::string path_;
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;

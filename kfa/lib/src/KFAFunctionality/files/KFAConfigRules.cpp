@@ -165,7 +165,8 @@ int KFAEnvConfigRules::accept(const std::string& key, const std::string& value) 
   }
   std::string loss = rule->findFault != nullptr ? rule->findFault(value) : std::string();
   if (loss.empty()) loss = findLoss(*parser_, *rule, key, value, record);
-  return loss.empty() ? 0 : refuse(key, loss + "; " + rule->form + " is wanted");
+  if (loss.empty()) return 0;
+  return refuse(key, loss.ends_with(" is wanted") ? loss : loss + "; " + rule->form + " is wanted");
 }
 
 // As the parser hands its keys out.

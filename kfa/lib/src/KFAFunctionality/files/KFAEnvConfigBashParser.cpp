@@ -152,9 +152,8 @@ int readQoS(const ValueForm& form, const char* text, KFL::KFLQoS& qos) {
 // Leaves the text alone for a kind of value that has none.
 void writeQoS(const ValueForm& form, const KFL::KFLQoS& qos, std::string& text) {
   if (form.kind == 2 && form.valueType == 1) {
-    text.clear();
-    if (qos.getSoft().isSpecified()) text = std::to_string(qos.getSoft().getValue()) + ':';
-    text += std::to_string(qos.getHard());
+    const std::string hard = std::to_string(qos.getHard());
+    text = qos.getSoft().isSpecified() ? std::to_string(qos.getSoft().getValue()) + ':' + hard : hard;
   } else if (form.kind == 1 && form.valueType == 1) {
     text = std::to_string(qos.getHard());
   } else if (form.kind == 1 && form.valueType == 0) {
@@ -271,11 +270,13 @@ boost::shared_ptr<KFAEnvConfigBashParser> KFAEnvConfigBashParser::getInstance(
 }
 
 int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& vocabulary) {
-  qosMap_.clear();
-  qosForms_.clear();
+  QoSMap map;
+  KFAKeyIndex<ValueForm> forms;
   boost::scoped_ptr<KFL::KFLVocIterator> it(vocabulary ? vocabulary->readCategory(kQoSCategory) : nullptr);
   if (!it || it->firstParameter() != 0) {
     KFL::setErrorMessage("can't read %s category from vocabulary", kQoSCategory);
+    qosMap_.clear();
+    qosForms_.clear();
     return -1;
   }
   do {
@@ -287,16 +288,27 @@ int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& 
     definition.upperName = KFL::toUpper(id);
     it->getIntAttribute("value_type", definition.valueType);
     it->getIntAttribute(KFL::kVocKind, definition.kind);
-    qosMap_.emplace(definition.lowerName, definition);
-    qosForms_.add(definition.lowerName, {definition.kind, definition.valueType, id});
+    map.emplace(definition.lowerName, definition);
+    forms.add(definition.lowerName, {definition.kind, definition.valueType, id});
   } while (it->nextParameter() == 0);
+  qosMap_.swap(map);
+  qosForms_ = std::move(forms);
   return 0;
 }
 
 int KFAEnvConfigBashParser::getConfig(std::istream& in, KFAEnvConfig& record) const {
+  if (!record.hasMsg()) {
+    KFAEnvConfig fresh(nullptr, record.getKind());
+    fresh.initMsg();
+    const int result = getConfig(in, fresh);
+    record = std::move(fresh);
+    return result;
+  }
+  KFL::KFLContentGuard guard(record.getIterator());
   FileParser parser(record, *this);
   const int result = parseBashLikeConfig(parser, in);
   result == 0 ? parser.finish() : parser.stop();
+  guard.keep();
   return result;
 }
 
@@ -316,15 +328,16 @@ int KFAEnvConfigBashParser::diffConfig(const KFAEnvConfig& before, const KFAEnvC
   updateIp(&afterCopy);
   ParameterParserGet beforeParser(beforeCopy, *this);
   ParameterParserGet afterParser(afterCopy, *this);
-  changes.reserve(qosMap_.size());
+  std::vector<std::pair<std::string, std::string>> found;
   std::string key;
   while (afterParser.getNext(std::string(), key) == kParameterDone) {
     std::string afterValue;
     if (afterParser.get(key, afterValue) != kParameterDone) continue;
     std::string beforeValue;
     if (beforeParser.get(key, beforeValue) != kParameterDone) beforeValue.clear();
-    if (beforeValue != afterValue) changes.emplace_back(key, afterValue);
+    if (beforeValue != afterValue) found.emplace_back(key, afterValue);
   }
+  KFL::fields::addAll(changes, std::move(found));
   return 0;
 }
 

@@ -55,9 +55,10 @@ class KFAEnvConfigBashParser {
   // Fills the map of resource keys from the category "qos": 0, or -1 with an error text.
   int initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& vocabulary);
 
-  // 0, or -1 with an error text at a malformed line; then the record keeps what the lines before it put there.
+  // 0, or -1 with an error text at a malformed line; then the record keeps what the lines before it put there. After
+  // std::bad_alloc the record is as before; so it is for the functions below.
   int getConfig(std::istream& in, KFAEnvConfig& record) const;
-  // The writer's result (KFABashConfig.h).
+  // The writer's result (KFABashConfig.h). What throws may have written part of the file.
   int putConfig(const KFAEnvConfig& record, std::ostream& out, std::istream* existing, bool merge) const;
   // Appends the keys whose values differ, lower case, with the values after. Always 0.
   int diffConfig(const KFAEnvConfig& before, const KFAEnvConfig& after,

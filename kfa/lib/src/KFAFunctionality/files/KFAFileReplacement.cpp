@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <thread>
 
 #include <KFLCommon/KFLError.h>
@@ -273,9 +274,9 @@ int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file
 
 // What cannot be removed now is in the way of the next replacement, and named there.
 void KFAFileReplacement::finish() {
-  for (const std::string& path : {temporaryPath_, backupTemporaryPath_}) {
+  for (const std::string* const path : {&temporaryPath_, &backupTemporaryPath_}) {
     KFALockedFile file;
-    removeStale(path, file);
+    removeStale(*path, file);
   }
 }
 
@@ -412,7 +413,11 @@ int KFAFileReplacement::checkOld() const {
   if (System::fstat(target_->get(), &old) != 0) return errno;
   if (!isSameFile(old, there)) return ESTALE;
   if (!hasSameContent(old, status_)) return ESTALE;
-  return isRead_ ? compareContent(target_->get(), content_) : 0;
+  try {
+    return isRead_ ? compareContent(target_->get(), content_) : 0;
+  } catch (const std::bad_alloc&) {
+    return ENOMEM;
+  }
 }
 
 bool KFAFileReplacement::renameBy(unsigned flags) const {

@@ -58,8 +58,13 @@ boost::shared_ptr<KFAKFConfigBashParser> KFAKFConfigBashParser::getInstance() {
 }
 
 int KFAKFConfigBashParser::getConfig(std::istream& in, KFAVtSettings& settings) const {
-  ParameterParserPut parser(settings);
-  return parseBashLikeConfig(parser, in);
+  static_assert(std::is_nothrow_move_assignable_v<KFAVtSettings>,
+                "what was read must be taken without failing");
+  KFAVtSettings read(settings);
+  ParameterParserPut parser(read);
+  const int result = parseBashLikeConfig(parser, in);
+  settings = std::move(read);
+  return result;
 }
 
 int KFAKFConfigBashParser::putConfig(const KFAVtSettings& settings, std::ostream& out, std::istream* existing,

@@ -25,8 +25,10 @@ class KFAKeyIndex {
     const std::uint64_t hash = hashOf(key);
     Slot& slot = slots_[locate(key, hash)];
     if (slot.used) return;
-    slot = {hash, texts_.size(), key.size(), true, value};
+    T copy(value);
+    const std::size_t at = texts_.size();
     texts_ += key;
+    slot = {hash, at, key.size(), true, std::move(copy)};
     ++count_;
   }
 
@@ -89,16 +91,16 @@ class KFAKeyIndex {
   }
 
   void grow() {
-    const std::vector<Slot> old = std::exchange(slots_, {});
-    slots_.resize(old.empty() ? kFirstSize : 2 * old.size());
-    const std::size_t mask = slots_.size() - 1;
-    for (const Slot& slot : old) {
+    std::vector<Slot> grown(slots_.empty() ? kFirstSize : 2 * slots_.size());
+    const std::size_t mask = grown.size() - 1;
+    for (const Slot& slot : slots_) {
       if (!slot.used) continue;
       std::size_t at = slot.hash & mask;
-      while (slots_[at].used)
+      while (grown[at].used)
         at = (at + 1) & mask;
-      slots_[at] = slot;
+      grown[at] = slot;
     }
+    slots_.swap(grown);
   }
 
   std::vector<Slot> slots_;

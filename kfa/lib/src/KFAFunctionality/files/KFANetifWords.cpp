@@ -22,14 +22,22 @@ struct Row {
   std::string_view name;
   std::string_view unless;  // the value that need not be written
   enum class Kind { Text, Flag, Address, V4List, V6List } kind;
+  const char* form = nullptr;  // what is wanted, where not any text is
 };
 
+constexpr const char* kYesNo = "yes or no";
+
 constexpr Row kRows[] = {
-    {"ifname", "", Row::Kind::Text},  {"network", "", Row::Kind::Text},
-    {"mac", "", Row::Kind::Text},     {"nettype", "bridged", Row::Kind::Flag},
-    {"gw", "", Row::Kind::Address},   {"gw6", "", Row::Kind::Address},
-    {"ip", "", Row::Kind::V4List},    {"dhcp", "no", Row::Kind::Flag},
-    {"dhcp6", "no", Row::Kind::Flag}, {"ip6", "", Row::Kind::V6List},
+    {"ifname", "", Row::Kind::Text},
+    {"network", "", Row::Kind::Text},
+    {"mac", "", Row::Kind::Text},
+    {"nettype", "bridged", Row::Kind::Flag, "bridged or host-routed"},
+    {"gw", "", Row::Kind::Address, "an IP address such as 192.0.2.1"},
+    {"gw6", "", Row::Kind::Address, "an IP address such as 2001:db8::1"},
+    {"ip", "", Row::Kind::V4List, "an IPv4 address such as 192.0.2.5/24, several with colons between them,"},
+    {"dhcp", "no", Row::Kind::Flag, kYesNo},
+    {"dhcp6", "no", Row::Kind::Flag, kYesNo},
+    {"ip6", "", Row::Kind::V6List, "an IPv6 address such as 2001:db8::5/64"},
 };
 
 const Row* findRow(std::string_view name) {
@@ -102,7 +110,9 @@ bool isSound(const Row& row, const std::string& value) {
 }
 
 std::string describe(const std::string& name, const std::string& value) {
-  return quoteText(findRow(name) != nullptr ? name + "=" + value : name) + " is not taken";
+  const Row* const row = findRow(name);
+  const std::string fault = quoteText(row == nullptr ? name : name + "=" + value) + " is not taken";
+  return row == nullptr || row->form == nullptr ? fault : fault + "; " + row->form + " is wanted";
 }
 
 }  // namespace

@@ -97,8 +97,12 @@ void Gatherer::moveTo(std::map<std::string, std::string>& values) {
   auto place = values.begin();
   const Entry* last = nullptr;
   for (const Entry& entry : entries_) {
-    if (last == nullptr || keyOf(*last) != keyOf(entry))
-      place = std::next(values.emplace_hint(place, keyOf(entry), valueOf(entry)));
+    if (last == nullptr || keyOf(*last) != keyOf(entry)) {
+      // Behind the last one is the end, which need not be sought from there.
+      const bool isLast = place == values.end();
+      const auto put = values.emplace_hint(place, keyOf(entry), valueOf(entry));
+      if (!isLast) place = std::next(put);
+    }
     last = &entry;
   }
 }
@@ -114,7 +118,12 @@ boost::shared_ptr<KFARawConfigBashParser> KFARawConfigBashParser::getInstance() 
 int KFARawConfigBashParser::getConfig(std::istream& in, std::map<std::string, std::string>& values) const {
   Gatherer gathered;
   const int result = parseBashLikeConfig(gathered, in);
-  gathered.moveTo(values);
+  std::map<std::string, std::string> read;
+  gathered.moveTo(read);
+  if (values.empty())
+    values.swap(read);
+  else
+    values.merge(read);
   return result;
 }
 

@@ -131,8 +131,12 @@ const KFLFieldTable& KFANetVEth::fields() {
 }
 
 void KFANetVEth::fromString(const std::string& text) {
-  const std::string copy(text);  // it may be a piece of the device
-  const std::string_view entry = copy;
+  KFANetVEth device(*this);
+  device.takeFields(text);
+  *this = std::move(device);
+}
+
+void KFANetVEth::takeFields(std::string_view entry) {
   for (std::size_t begin = 0; begin < entry.size();) {
     const std::size_t end = std::min(entry.find(',', begin), entry.size());
     const std::string_view field = trimFront(entry.substr(begin, end - begin));

@@ -18,6 +18,7 @@
 #define KFAFUNCTIONALITY_NETWORK_KFANETVETH_H
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -59,6 +60,8 @@ class KFANetVEth : public KFLNetNIC {
   void setHostRouted(bool hostRouted) { hostRouted_ = hostRouted; }
 
  private:
+  void takeFields(std::string_view entry);
+
   std::vector<std::string> winsServers_;
   std::vector<std::string> nameServers_;
   bool hostRouted_ = false;

@@ -119,8 +119,10 @@ int validateQoSes(KFAQoSValidationList* result, KFLVocMapSP vocabulary, const KF
   KFAQVFailedFormulas failures;
   const Arrangement values(*tune, qoses.getValue());
   if (const int code = tune->check(values.array(), failures); code != 0) return code;
+  KFAQoSValidationList violations;
   for (const KFAQVTuneFailure& failure : failures)
-    result->push_back(describe(*tune, failure));
+    violations.push_back(describe(*tune, failure));
+  KFL::fields::addAll(*result, std::move(violations));
   return 0;
 }
 

@@ -362,7 +362,17 @@ int get_token(const char** cursor, KFAQVTermType* term, std::string& text) {
 
 int compileFormula(const std::string& formula, const KFAQVNames& names, KFAQVPolishNotation& out,
                    KFAQVFormulaError* error) {
-  return Compiler(formula.c_str(), names, out, error).run() ? 0 : -1;
+  const std::size_t size = out.terms.size();
+  const int hasMultiple = out.hasMultiple;
+  const KFAQVParamIDList* const multipleList = out.multipleList;
+  try {
+    return Compiler(formula.c_str(), names, out, error).run() ? 0 : -1;
+  } catch (...) {
+    out.terms.change().resize(size);
+    out.hasMultiple = hasMultiple;
+    out.multipleList = multipleList;
+    throw;
+  }
 }
 
 bool applyOperator(int row, long long left, long long right, long long& result) {

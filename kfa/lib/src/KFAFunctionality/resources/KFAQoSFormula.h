@@ -75,7 +75,7 @@ class KFAQVNames {
 };
 
 // Compiles a formula, appending to `out`: 0, or -1 when it is not valid; terms may then have been appended.
-// `error`, where given, receives the reason.
+// `error`, where given, receives the reason. After std::bad_alloc `out` is as it was.
 int compileFormula(const std::string& formula, const KFAQVNames& names, KFAQVPolishNotation& out,
                    KFAQVFormulaError* error = nullptr);
 

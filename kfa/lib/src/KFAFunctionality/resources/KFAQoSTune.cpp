@@ -133,11 +133,27 @@ int KFAQVTune::init() {
     return kTuneVocabularyFailure;
   }
   if (initialised != 0) return 0;
+  try {
+    count = 0;
+    int result = readParameters();
+    if (result == 0) result = readFormulas();
+    if (result == 0) initialised = 1;
+    return result;
+  } catch (...) {
+    forget();
+    throw;
+  }
+}
+
+// As if nothing had been read yet.
+void KFAQVTune::forget() noexcept {
   count = 0;
-  int result = readParameters();
-  if (result == 0) result = readFormulas();
-  if (result == 0) initialised = 1;
-  return result;
+  formulas.clear();
+  index.clear();
+  byName_.clear();
+  byLowerName_.clear();
+  for (std::string& name : names)
+    name.clear();
 }
 
 int KFAQVTune::readParameters() {
@@ -195,11 +211,12 @@ int KFAQVTune::getNewIndex(const std::string& name, KFAQVParamsValue** entry) {
                     name.c_str(), kLastParameterIndex - 1);
     return kTuneVocabularyFailure;
   }
+  const auto place = static_cast<std::size_t>(count) + 1;
+  if (place >= names.size()) names.resize(place + 5);
+  std::string copy = name;
   KFAQVParamsValue& made = index[name];
   made.soft = ++count;
-  const auto place = static_cast<std::size_t>(count);
-  if (place >= names.size()) names.resize(place + 5);
-  names[place] = name;
+  names[place] = std::move(copy);
   byName_.add(name, count);
   byLowerName_.add(toLower(name), count);
   if (entry != nullptr) *entry = &made;
@@ -253,11 +270,18 @@ void KFAQVTune::place(std::string_view name, const KFAQVParamsValue& value, KFAQ
 }
 
 int KFAQVTune::checkParameters(const KFAQVTuneParameters& values, KFAQVFailedFormulas& failures) {
-  const int result = init();
-  return result != 0 ? result : check(arrange(values), failures);
+  if (const int result = init(); result != 0) return result;
+  return check(arrange(values), failures);
 }
 
 int KFAQVTune::check(const KFAQVTuneArray& array, KFAQVFailedFormulas& failures) const {
+  KFAQVFailedFormulas violated;
+  const int result = checkAll(array, violated);
+  failures.insert(failures.end(), violated.begin(), violated.end());
+  return result;
+}
+
+int KFAQVTune::checkAll(const KFAQVTuneArray& array, KFAQVFailedFormulas& failures) const {
   for (const KFAQVFormula& formula : formulas) {
     if (formula.notation.hasMultiple == 0) {
       if (const int result = checkFormula(array, formula, -1, failures); result < 0) return result;

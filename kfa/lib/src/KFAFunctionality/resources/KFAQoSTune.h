@@ -91,7 +91,7 @@ class KFAQVTune {
   static std::shared_ptr<const KFAQVTune> getShared(const boost::shared_ptr<KFLVocMap>& vocabulary);
 
   // Reads parameters and formulas from the vocabulary: 0, or -2 with an error text; a failure is final for
-  // the object. Later calls return 0 at once.
+  // the object. Later calls return 0 at once. After std::bad_alloc it begins anew.
   int init();
 
   // Gives a name the next index, from 1 on: 0, or -2 with an error text when it has one or when there are
@@ -147,9 +147,11 @@ class KFAQVTune {
   int initialised = 0;
 
  private:
+  void forget() noexcept;
   int readParameters();
   int readFormulas();
   int addFormula(KFLVocIterator& entry);
+  int checkAll(const KFAQVTuneArray& array, KFAQVFailedFormulas& failures) const;
   int checkFormula(const KFAQVTuneArray& values, const KFAQVFormula& formula, int multipleIndex,
                    KFAQVFailedFormulas& failures) const;
 

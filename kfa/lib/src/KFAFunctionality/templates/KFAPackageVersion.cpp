@@ -48,7 +48,7 @@ int KFAPackageVersion::Writer::operator()(KFLMessageIterator& it, const KFAPacka
 }
 
 int KFAPackageVersion::Reader::operator()(const KFLMessageIterator& it, KFAPackageVersion& version) const {
-  return (mayBeAbsent_ ? optionalFields() : fields()).read(it, &version);
+  return readWhole(mayBeAbsent_ ? optionalFields() : fields(), it, version);
 }
 
 }  // namespace KFA

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: Apache-2.0
+// KEY="value" files of any kind: a rewrite gives exactly the text that a plain model gives, and reads back as the former
+// values with the new ones among them; and a plain line means to the grammar what it means without. The input is lines KEY=VALUE, a line "--", and the file.
+#include <algorithm>
+#include <map>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <KFLBash/KFLBashJudge.h>
+#include <KFLBash/KFLBashPieces.h>
+#include <KFLBash/KFLBashStr.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAMemoryStream.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+
+#include "BashReading.h"
+#include "Fuzzing.h"
+
+namespace {
+
+using kfl_fuzz::require;
+using Values = std::map<std::string, std::string>;
+
+int read(const std::string& text, Values& values) {
+  KFA::KFAMemoryStream in(text);
+  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+}
+
+std::string rewrite(const std::string& text, const Values& values) {
+  KFA::KFAMemoryStream existing(text);
+  std::ostringstream out;
+  require(KFA::KFARawConfigBashParser::getInstance()->putConfig(values, out, &existing, true) == 0,
+          "a file is written");
+  return out.str();
+}
+
+bool isPlainName(const std::string& key) {
+  const bool isWord = std::all_of(key.begin(), key.end(), [](char c) { return KFL::isAlnum(c) || c == '_'; });
+  return isWord && !key.empty() && !KFL::isDigit(key.front());
+}
+
+Values changesOf(const std::vector<std::string>& lines) {
+  Values changes;
+  for (const std::string& line : lines) {
+    const std::string key = KFL::toLower(line.substr(0, line.find('=')));
+    const std::string value = line.substr(std::min(line.size(), key.size() + 1));
+    if (isPlainName(key) && KFL::isBashSafe(value, nullptr) && value.find('\0') == std::string::npos)
+      changes[key] = value;
+  }
+  if (changes.empty()) changes["fuzz_key"] = "$VEID 'x' # y";
+  return changes;
+}
+
+// What a file must be once the keys have these values; lines from the first malformed one on are copied too.
+std::string model(const std::string& text, Values values) {
+  std::string result;
+  Values left = values;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const kfl_fuzz::Reading reading = kfl_fuzz::readLine(line);
+    const auto change = values.find(KFL::toLower(reading.name));
+    if (reading.result == KFL::kBashAssignment && change != values.end()) {
+      left.erase(change->first);
+      line = replaceValue(line, reading, change->second);
+    }
+    result += line + "\n";
+  }
+  for (const auto& [key, value] : left)
+    result += KFL::toUpper(key) + "=\"" + value + "\"\n";
+  return result;
+}
+
+// The first line of the text, as long as it is plain, both ways.
+void checkPlain(std::string_view text) {
+  KFL::KFLBashPlainLine plain;
+  if (!KFL::readPlainBashLine(text, plain)) return;
+  std::vector<char> line(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain.length));
+  const KFL::KFLBashJudgement judged = KFL::judgeBashLine({line.data(), line.size()});
+  require(judged.line.name == plain.name && judged.line.reason == KFL::KFLBashLine::Reason::None,
+          "a plain line is one to the grammar too", text);
+  if (plain.name.empty()) return;
+  require(judged.pieces.begin() == plain.first && judged.pieces.end() == plain.end, "its value stands there",
+          text);
+  const std::size_t end = KFL::unquoteBashValue(line, judged.pieces);
+  require(std::string_view(line.data() + plain.first, end - plain.first) == plain.value, "and is the same",
+          text);
+}
+
+void check(const std::string& text, const Values& changes) {
+  require(rewrite(text, {}) == model(text, {}), "a rewrite without values copies every byte");
+  const std::string result = rewrite(text, changes);
+  require(result == model(text, changes), "a rewritten file is what the model says", result);
+  require(rewrite(result, changes) == result, "rewriting again changes nothing");
+  Values before;
+  Values after;
+  if (read(text, before) != 0) return;
+  require(read(result, after) == 0, "a file that is rewritten can be read");
+  for (const auto& [key, value] : changes)
+    before[key] = value;
+  require(before == after, "what is read is what was, and what was set", result);
+}
+
+void checkSetting(const std::string& text, const Values& changes) {
+  std::string result;
+  const KFA::KFAConfigChanges wanted(changes.begin(), changes.end());
+  Values ignored;
+  if (KFA::setConfigValues(KFA::KFARawConfigRules(), wanted, {}, text, "f", result) != 0) return;
+  require(read(text, ignored) == 0, "a file that cannot be read is not changed");
+  require(result == model(text, changes), "what sets values does what the model says", result);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  kfl_fuzz::LinesAndContent input = kfl_fuzz::splitInput(kfl_fuzz::viewOf(data, size));
+  std::erase(input.content, '\0');
+  const Values changes = changesOf(input.lines);
+  const std::string_view text = input.content;
+  for (std::size_t at = 0; at < text.size(); at = std::min(text.find('\n', at), text.size()) + 1)
+    checkPlain(text.substr(at));
+  check(input.content, changes);
+  checkSetting(input.content, changes);
+  return 0;
+}

@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every registered record: a message is refused with a reason, or read; what was read is written, and that reads and
+// writes again to an equal message, which keeps to the record's field table and of which the check finds nothing lost.
+// The input is the XML of a message that names its record, or bytes that choose a record and make a message of it.
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLog.h>
+#include <KFLMessage/KFLMessageCheck.h>
+
+#include <KFAFunctionality/network/KFANetVEth.h>
+
+#include "RecordMessages.h"
+
+namespace {
+
+using KFL::KFLMessage;
+using KFL::KFLRecordType;
+using kfl_fuzz::require;
+
+// All records; the linker leaves the library out where nothing of it is used.
+const std::vector<const KFLRecordType*>& records() {
+  static const std::vector<const KFLRecordType*> all = [] {
+    require(!KFA::KFANetVEth::fields().rows().empty(), "the library is there");
+    return KFL::listRecordTypes();
+  }();
+  return all;
+}
+
+KFLMessage written(const KFLRecordType& record, const void* object) {
+  KFLMessage message(record.rootName());
+  auto it = message.getIterator();
+  require(record.write(it, object) == 0, "what was read is written", record.name());
+  return message;
+}
+
+std::string about(const KFLRecordType& record, const KFLMessage& message) {
+  return std::string(record.name()) + "\n" + message.toPrettyString();
+}
+
+void requireWhole(const KFLRecordType& record, const KFLMessage& message) {
+  KFL::KFLMessageFindings findings;
+  require(KFL::checkMessage(message.getIterator(), record, findings) == 0, "the check reads what is written",
+          about(record, message));
+  require(findings.empty(), "the check finds what is written kept whole",
+          findings.empty() ? "" : findings[0].path + ": " + findings[0].text + "\n" + about(record, message));
+  if (record.elements() == nullptr) return;
+  const std::string fault = kfl_fuzz::schemaFault(message.getIterator(), *record.elements());
+  require(fault.empty(), "what is written keeps to the table", fault + "\n" + about(record, message));
+}
+
+// Two records come to rest only when they were written twice, as their headers say: a Windows update's product marks its
+// summary and is not written back, and an address that is not specified is written all the same.
+int writingsToRest(const KFLMessage& message) {
+  const std::string text = message.toPrettyString();
+  for (const char* const name : {"windows_system_update", "update_con", "update_proxy"})
+    if (text.find(name) != std::string::npos) return 2;
+  return 0;
+}
+
+KFLRecordType::Object readAgain(const KFLRecordType& record, const KFLMessage& message) {
+  KFLRecordType::Object object = record.create();
+  require(record.read(message.getIterator(), object.get()) == 0, "what is written is read",
+          about(record, message));
+  return object;
+}
+
+// A configuration is its message, and keeps what it cannot read.
+bool holdsConfiguration(const KFLMessage& message) {
+  return message.toPrettyString().find("config") != std::string::npos;
+}
+
+void check(const KFLRecordType& record, const KFLMessage& message) {
+  KFLRecordType::Object object = record.create();
+  KFL::setErrorMessage("%s", "");
+  const int result = record.read(message.getIterator(), object.get());
+  require(result == 0 || !KFL::getErrorMessage().empty(), "a refusal has a reason", about(record, message));
+  KFL::KFLMessageFindings findings;
+  require((KFL::checkMessage(message.getIterator(), record, findings) == 0) == (result == 0),
+          "the check reads what the record reads", about(record, message));
+  if (result != 0) return;
+  for (int more = writingsToRest(message); more > 0; --more)
+    object = readAgain(record, written(record, object.get()));
+  const KFLMessage first = written(record, object.get());
+  const KFLMessage second = written(record, readAgain(record, first).get());
+  require(second.getIterator().isEqualTree(first.getIterator()), "a second writing is the first",
+          about(record, first) + second.toPrettyString());
+  if (findings.empty() || !holdsConfiguration(message)) requireWhole(record, first);
+  KFLMessage parsed;
+  std::string text;
+  if (first.print(text) == 0)
+    require(parsed.parse(text) == 0 && parsed.getIterator().isEqualTree(first.getIterator()),
+            "what is written goes through its text", text);
+}
+
+const KFLRecordType* recordOf(const KFL::KFLMessageIterator& root) {
+  const std::vector<const KFLRecordType*>& all = records();
+  if (const auto* const typed = KFL::findRecordType(root.getTypeNamespace(), root.getTypeTag())) return typed;
+  for (const KFLRecordType* const record : all)
+    if (root.getName() == record->rootName()) return record;
+  return nullptr;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  KFL::setLogLevel(KFL::kLogFatal);
+  const std::string_view input = kfl_fuzz::viewOf(data, size);
+  KFLMessage message;
+  if (input.starts_with('<')) {
+    if (message.parse(std::string(input)) != 0) return 0;
+    if (const KFLRecordType* const record = recordOf(message.getIterator())) check(*record, message);
+    return 0;
+  }
+  kfl_fuzz::Choices choices(input);
+  const KFLRecordType& record = *records()[choices.below(records().size())];
+  const KFLMessage made = kfl_fuzz::randomMessage(record, choices);
+  std::string text;
+  if (made.print(text) == 0) check(record, made);  // no message brings a text that XML cannot hold
+  return 0;
+}

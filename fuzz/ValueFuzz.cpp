@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: Apache-2.0
+// Texts of templates, distributions, addresses, rates and GUIDs against plain readings of the same rules, and what is
+// written against what was read.
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <KFLCommon/KFLGUID.h>
+#include <KFLFunctionality/KFLIPAddress.h>
+#include <KFLFunctionality/KFLInterfaceRate.h>
+
+#include <KFAFunctionality/templates/KFADistribution.h>
+#include <KFAFunctionality/templates/KFATemplate.h>
+
+#include "Fuzzing.h"
+
+namespace {
+
+using kfl_fuzz::require;
+using Texts = std::vector<std::string>;
+
+Texts split(const std::string& text, char separator) {
+  Texts pieces(1);
+  for (const char c : text) {
+    if (c == separator)
+      pieces.emplace_back();
+    else
+      pieces.back() += c;
+  }
+  return pieces;
+}
+
+// A text of so many digits at most as a number; -1 for another text.
+long long decimal(const std::string& text, std::size_t most) {
+  if (text.empty() || text.size() > most) return -1;
+  long long value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return -1;
+    value = 10 * value + (c - '0');
+  }
+  return value;
+}
+
+int hexDigit(char c) {
+  const std::size_t at = std::string("0123456789abcdef0123456789ABCDEF").find(c);
+  return at == std::string::npos || c == '\0' ? -1 : static_cast<int>(at % 16);
+}
+
+// --- Addresses ------------------------------------------------------------------------------------------------------
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::optional<Bytes> readIPv4(const std::string& text) {
+  Bytes bytes;
+  for (const std::string& part : split(text, '.')) {
+    const long long value = decimal(part, 3);
+    if (value < 0 || value > 255 || (part.size() > 1 && part.front() == '0')) return {};
+    bytes.push_back(static_cast<std::uint8_t>(value));
+  }
+  return bytes.size() == 4 ? std::optional(bytes) : std::nullopt;
+}
+
+// Groups with colons between them, the last perhaps an IPv4 address.
+std::optional<Bytes> readGroups(const std::string& text, bool isLast) {
+  Bytes bytes;
+  if (text.empty()) return bytes;
+  const Texts groups = split(text, ':');
+  for (std::size_t i = 0; i < groups.size(); ++i) {
+    if (isLast && i + 1 == groups.size() && groups[i].find('.') != std::string::npos) {
+      const auto four = readIPv4(groups[i]);
+      if (!four) return {};
+      bytes.insert(bytes.end(), four->begin(), four->end());
+      continue;
+    }
+    if (groups[i].empty() || groups[i].size() > 4) return {};
+    int value = 0;
+    for (const char c : groups[i]) {
+      if (hexDigit(c) < 0) return {};
+      value = 16 * value + hexDigit(c);
+    }
+    bytes.push_back(static_cast<std::uint8_t>(value / 256));
+    bytes.push_back(static_cast<std::uint8_t>(value % 256));
+  }
+  return bytes;
+}
+
+std::optional<Bytes> readIPv6(const std::string& text) {
+  const std::size_t gap = text.find("::");
+  if (gap == std::string::npos) {
+    const auto bytes = readGroups(text, true);
+    return bytes && bytes->size() == 16 ? bytes : std::nullopt;
+  }
+  auto bytes = readGroups(text.substr(0, gap), false);
+  const auto tail = readGroups(text.substr(gap + 2), true);
+  if (!bytes || !tail || bytes->size() + tail->size() > 14) return {};
+  bytes->resize(16 - tail->size());
+  bytes->insert(bytes->end(), tail->begin(), tail->end());
+  return bytes;
+}
+
+// The bits of a network part, -1 when it is none.
+int readPrefix(const std::string& text, const Bytes& address) {
+  const auto width = static_cast<int>(8 * address.size());
+  const std::size_t digits = std::min(text.find_first_not_of('0'), text.empty() ? 0 : text.size() - 1);
+  const long long length = decimal(text.substr(digits), 3);
+  if (length >= 0) return length <= width ? static_cast<int>(length) : -1;
+  const auto mask = width == 32 ? readIPv4(text) : readIPv6(text);
+  if (!mask) return -1;
+  int ones = 0;
+  while (ones < width && ((*mask)[static_cast<std::size_t>(ones / 8)] & (128 >> (ones % 8))) != 0)
+    ++ones;
+  for (int bit = ones; bit < width; ++bit)
+    if (((*mask)[static_cast<std::size_t>(bit / 8)] & (128 >> (bit % 8))) != 0) return -1;
+  return ones;
+}
+
+void checkAddress(const std::string& text) {
+  const KFL::KFLIPAddress address(text);
+  require(address.toString() == text, "an address keeps its text", text);
+  const std::size_t slash = text.find('/');
+  const std::string host = text.substr(0, slash);
+  const auto four = readIPv4(host);
+  const auto bytes = four ? four : readIPv6(host);
+  const int prefix = bytes && slash != std::string::npos ? readPrefix(text.substr(slash + 1), *bytes) : -1;
+  const bool isValid = bytes && (slash == std::string::npos || prefix >= 0);
+  require(address.isValid() == isValid, "an address is valid when it reads as one", text);
+  require(address.isIPv6() == (isValid && !four), "an address tells its kind", text);
+  require(address.getPrefixLength() == (isValid ? prefix : -1), "an address tells its prefix", text);
+  require(!isValid || address.toStringWithoutNetwork() == host, "an address is told without its network",
+          text);
+  if (isValid && four) {
+    require(std::equal(four->begin(), four->end(), address.getIPv4()->bytes().begin()), "bytes are as read",
+            text);
+    require(address.getIPv4()->toString() == host, "an IPv4 address has one text", text);
+  } else if (isValid) {
+    require(std::equal(bytes->begin(), bytes->end(), address.getIPv6()->bytes().begin()), "bytes are as read",
+            text);
+    require(readIPv6(address.getIPv6()->toString()) == bytes, "an IPv6 address is written as it is", text);
+  }
+}
+
+// --- The others -----------------------------------------------------------------------------------------------------
+
+template <class Value>
+void checkTemplate(const std::string& text, char separator) {
+  Value value;
+  value.fromString(text);
+  const std::size_t at = text.rfind(separator);
+  const bool hasVersion = at != std::string::npos && decimal(text.substr(at + 1, 1), 1) >= 0;
+  require(value.getName() == text.substr(0, at), "the name stands before the last separator", text);
+  require(value.getVersion() == (hasVersion ? text.substr(at + 1) : ""), "a version begins with a digit",
+          text);
+  Value again;
+  again.fromString(value.toString());
+  const bool isWhole = hasVersion || value.getName().find(separator) == std::string::npos;
+  require(!isWhole || value.getName().empty() || again == value, "what is written reads as the same", text);
+}
+
+void checkRate(const std::string& text) {
+  const KFL::KFLInterfaceRate rate(text);
+  require(rate.toString() == text, "a rate keeps its text", text);
+  if (!rate.isValid()) {
+    require(rate.getDevice().empty() && rate.getClassID() == -1 && rate.getRate() == -1,
+            "a malformed rate has no parts", text);
+    return;
+  }
+  const Texts parts = split(text, ':');
+  require(parts.size() >= 3 && rate.getClassID() >= 0 && rate.getRate() >= 0, "a rate has three parts", text);
+  require(rate.getDevice() == text.substr(0, text.rfind(':', text.rfind(':') - 1)), "the first is the device",
+          text);
+  const KFL::KFLInterfaceRate made(rate.getDevice(), rate.getClassID(), rate.getRate());
+  require(made.isValid() && made.getDevice() == rate.getDevice() && made.getClassID() == rate.getClassID() &&
+              made.getRate() == rate.getRate(),
+          "a rate of the same parts is the same", text);
+}
+
+void checkGuid(const std::string& text) {
+  std::string digits = text;
+  if (digits.size() == 38 && digits.front() == '{' && digits.back() == '}') digits = digits.substr(1, 36);
+  bool isGuid = digits.size() == 36;
+  KFL::KFLGUID::Bytes bytes{};
+  std::size_t count = 0;
+  for (std::size_t i = 0; isGuid && i < digits.size(); ++i) {
+    if (i == 8 || i == 13 || i == 18 || i == 23) {
+      isGuid = digits[i] == '-';
+      continue;
+    }
+    isGuid = hexDigit(digits[i]) >= 0;
+    if (isGuid) bytes[count / 2] = static_cast<std::uint8_t>(bytes[count / 2] * 16 + hexDigit(digits[i]));
+    ++count;
+  }
+  KFL::KFLGUID guid;
+  require((guid.fromString(text) == 0) == isGuid, "a GUID is read when it is one", text);
+  require(guid.bytes() == (isGuid ? bytes : KFL::KFLGUID::Bytes{}), "a GUID has the bytes of its digits",
+          text);
+  require(KFL::KFLGUID(guid.toString()) == guid, "what is written reads as the same", text);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  for (const std::string& text : split(std::string(kfl_fuzz::viewOf(data, size)), '\n')) {
+    checkAddress(text);
+    checkTemplate<KFA::KFATemplate>(text, '/');
+    checkTemplate<KFA::KFADistribution>(text, '-');
+    checkRate(text);
+    checkGuid(text);
+  }
+  return 0;
+}

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/node/KFAConfigFix.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include <KFLBash/KFLBashStr.h>
+#include <KFLCommon/KFLText.h>
+
+#include "KFAConfigLines.h"
+
+namespace KFA {
+
+namespace {
+
+struct FixedLine {
+  std::size_t number = 0;
+  std::string text;
+  bool hasNewline = true;
+  bool isGone = false;
+};
+
+void replaceAll(std::string& text, std::string_view what, std::string_view by) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+    text.replace(at, what.size(), by);
+}
+
+bool hasOddBytes(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return c == '\xc2' || c == '\xe2' || c == '\xe3'; });
+}
+
+// Ordinary blanks and quotes in the place of those of word processors.
+std::string withPlainMarks(std::string text) {
+  for (const std::string_view space : {"\xc2\xa0", "\xe2\x80\xaf", "\xe3\x80\x80"})
+    replaceAll(text, space, " ");
+  for (const std::string_view quote : {"\xe2\x80\x9c", "\xe2\x80\x9d", "\xe2\x80\x9e"})
+    replaceAll(text, quote, "\"");
+  for (const std::string_view quote : {"\xe2\x80\x98", "\xe2\x80\x99", "\xe2\x80\x9a"})
+    replaceAll(text, quote, "'");
+  return text;
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && KFL::isBlank(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && KFL::isBlank(text.back()))
+    text.remove_suffix(1);
+  return text;
+}
+
+// `KEY = value` and `KEY: value` as KEY="value", with what stands in front of them; empty for any other line.
+std::string withoutBlanks(const std::string& text) {
+  const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
+  std::size_t end = begin;
+  while (end < text.size() && (KFL::isAlnum(text[end]) || text[end] == '_'))
+    ++end;
+  const std::size_t mark = text.find_first_not_of(" \t", end);
+  if (end == begin || mark == std::string::npos || (text[mark] != '=' && text[mark] != ':')) return {};
+  std::string_view value = trimmed(std::string_view(text).substr(mark + 1));
+  std::string comment;
+  const bool isQuoted = !value.empty() && (value.front() == '"' || value.front() == '\'');
+  if (const std::size_t hash = value.find(" #"); !isQuoted && hash != std::string_view::npos) {
+    comment = "  " + std::string(trimmed(value.substr(hash)));
+    value = trimmed(value.substr(0, hash));
+  }
+  const std::string quote = isQuoted ? "" : "\"";
+  return text.substr(0, end) + "=" + quote + std::string(value) + quote + comment;
+}
+
+class Fixer {
+ public:
+  Fixer(const KFAConfigRules& rules, std::vector<KFAConfigFix>& fixes) : rules_(rules), fixes_(fixes) {}
+
+  std::string run(const std::string& text) {
+    take(text);
+    for (FixedLine& line : lines_)
+      fixLine(line);
+    dropIdle();
+    return join();
+  }
+
+ private:
+  void note(std::size_t line, const std::string& what) { fixes_.push_back({line, what}); }
+  void take(const std::string& text);
+  void fixLine(FixedLine& line);
+  void fixValue(FixedLine& line);
+  bool isTaken(const std::string& text) const;
+  std::string flagFor(const std::string& key, const std::string& value) const;
+  void dropIdle();
+  std::string join() const;
+
+  const KFAConfigRules& rules_;
+  std::vector<KFAConfigFix>& fixes_;
+  std::vector<FixedLine> lines_;
+};
+
+void Fixer::take(const std::string& text) {
+  constexpr std::string_view kMark = "\xef\xbb\xbf";
+  std::string_view left = text;
+  if (left.starts_with(kMark)) {
+    left.remove_prefix(kMark.size());
+    note(1, "a byte order mark taken out");
+  }
+  for (ConfigLines lines(left); lines.next();) {
+    const bool hasNewline = lines.withNewline().size() > lines.text().size();
+    FixedLine& line =
+        lines_.emplace_back(FixedLine{lines.number(), std::string(lines.text()), hasNewline, false});
+    if (!line.text.ends_with('\r')) continue;
+    line.text.pop_back();
+    note(line.number, "a carriage return taken out");
+  }
+}
+
+// Whether a line assigns, alone, a value that one of our keys takes.
+bool Fixer::isTaken(const std::string& text) const {
+  const ConfigLine line(text);
+  return line.isAssignment() && line.isAlone() && rules_.isKey(line.key()) &&
+         rules_.accept(line.key(), line.value()) == 0 && KFL::isBashSafe(line.value(), nullptr);
+}
+
+// A key of yes and no takes nothing else.
+std::string Fixer::flagFor(const std::string& key, const std::string& value) const {
+  static const std::map<std::string, std::string> words = {
+      {"true", "yes"}, {"on", "yes"}, {"1", "yes"}, {"y", "yes"},   {"false", "no"},
+      {"off", "no"},   {"0", "no"},   {"n", "no"},  {"yes", "yes"}, {"no", "no"}};
+  const auto found = words.find(KFL::toLower(std::string(trimmed(value))));
+  const bool isFlag =
+      rules_.accept(key, "yes") == 0 && rules_.accept(key, "no") == 0 && rules_.accept(key, "maybe") != 0;
+  return found == words.end() || !isFlag ? std::string() : found->second;
+}
+
+void Fixer::fixValue(FixedLine& fixed) {
+  const ConfigLine line(fixed.text);
+  if (!line.isAssignment() || !rules_.isKey(line.key()) || rules_.accept(line.key(), line.value()) == 0)
+    return;
+  const std::string flag = flagFor(line.key(), line.value());
+  if (flag.empty()) return;
+  note(fixed.number, KFL::toUpper(line.key()) + ": " + flag + " for " + line.value());
+  fixed.text = std::string(line.front()) + "\"" + flag + "\"" + std::string(line.rest());
+}
+
+void Fixer::fixLine(FixedLine& fixed) {
+  const ConfigLine line(fixed.text);
+  if (line.isSilent()) return;
+  const std::string code(line.isAssignment() ? fixed.text.substr(0, fixed.text.size() - line.rest().size())
+                                             : fixed.text);
+  const bool isQuoted = line.isAssignment() && !line.written().empty() &&
+                        (line.written().front() == '"' || line.written().front() == '\'');
+  if (!isQuoted && hasOddBytes(code)) {
+    const std::string plain = withPlainMarks(fixed.text);
+    const std::string both = withoutBlanks(plain);
+    for (const std::string& candidate : {plain, both}) {
+      if (candidate.empty() || candidate == fixed.text || !isTaken(candidate)) continue;
+      note(fixed.number, "blanks and quotes of a word processor replaced");
+      fixed.text = candidate;
+      break;
+    }
+  }
+  const ConfigLine now(fixed.text);
+  if (!now.isAssignment() || !rules_.isKey(now.key())) {
+    std::string candidate = withoutBlanks(fixed.text);
+    FixedLine trial{fixed.number, candidate, true, false};
+    const std::size_t count = fixes_.size();
+    if (!candidate.empty()) fixValue(trial);
+    if (candidate.empty() || !isTaken(trial.text)) {
+      fixes_.resize(count);
+      return;
+    }
+    fixed.text = trial.text;
+    fixes_.insert(fixes_.begin() + static_cast<std::ptrdiff_t>(count),
+                  {fixed.number, "KEY=\"value\" in the place of " + now.text()});
+  } else {
+    fixValue(fixed);
+  }
+}
+
+// Of several lines with one key only the one that counts stays, where the others are alone on theirs.
+void Fixer::dropIdle() {
+  std::map<std::string, FixedLine*> counting;
+  for (FixedLine& fixed : lines_) {
+    const ConfigLine line(fixed.text);
+    if (line.isMalformed()) return;
+    if (!line.isAssignment() || !rules_.isKey(line.key())) continue;
+    const auto [entry, isFirst] = counting.try_emplace(line.key(), &fixed);
+    if (isFirst) continue;
+    FixedLine* idle = rules_.firstLineCounts(line.key()) ? &fixed : std::exchange(entry->second, &fixed);
+    const ConfigLine idleLine(idle->text);
+    if (!idleLine.isAlone()) continue;
+    idle->isGone = true;
+    note(idle->number, KFL::toUpper(line.key()) + " taken out, which line " +
+                           std::to_string(entry->second->number) + " decides");
+  }
+}
+
+std::string Fixer::join() const {
+  std::string text;
+  for (const FixedLine& line : lines_) {
+    if (line.isGone) continue;
+    text += line.text;
+    if (line.hasNewline) text += '\n';
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string fixConfig(const KFAConfigRules& rules, const std::string& text,
+                      std::vector<KFAConfigFix>& fixes) {
+  fixes.clear();
+  std::string fixed = Fixer(rules, fixes).run(text);
+  std::stable_sort(fixes.begin(), fixes.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
+  return fixed;
+}
+
+}  // namespace KFA

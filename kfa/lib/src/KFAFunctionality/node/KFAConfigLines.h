@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// Inner header, not installed: the lines of a KEY="value" text with what each says.
+#ifndef KFAFUNCTIONALITY_NODE_KFACONFIGLINES_H
+#define KFAFUNCTIONALITY_NODE_KFACONFIGLINES_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include <KFLBash/KFLBashStr.h>
+
+#include <KFAFunctionality/KFATypes.h>
+
+namespace KFA {
+
+// One line, taken apart. It owns its text.
+class ConfigLine {
+ public:
+  ConfigLine() = default;
+  explicit ConfigLine(const std::string& text) { take(text); }
+  ConfigLine(const ConfigLine&) = delete;
+  ConfigLine& operator=(const ConfigLine&) = delete;
+
+  void take(std::string_view text);
+
+  const std::string& text() const { return text_; }
+  const KFL::KFLBashLine& judged() const { return judged_; }
+  bool isAssignment() const { return judged_.kind == KFL::KFLBashLine::Kind::Assignment; }
+  bool isMalformed() const { return judged_.kind == KFL::KFLBashLine::Kind::Malformed; }
+  // Blank, or a comment.
+  bool isSilent() const;
+  // Of an assignment: its key in lower case, its value as a shell reads it, and what stands on both sides.
+  std::string key() const;
+  std::string value() const;
+  // The value as it is written, quotes included.
+  std::string_view written() const { return judged_.value; }
+  std::string_view front() const;
+  std::string_view rest() const;
+  // Whether nothing but blanks and a comment stands behind the value.
+  bool isAlone() const;
+  // What is wrong, without the column.
+  std::string fault() const;
+
+ private:
+  std::string text_;
+  KFL::KFLBashLine judged_;
+};
+
+// A walk over the lines of a text, which must outlive it.
+class ConfigLines {
+ public:
+  explicit ConfigLines(std::string_view text) : left_(text) {}
+
+  bool next();
+  // From 1.
+  std::size_t number() const { return number_; }
+  // Where the line begins in the text.
+  std::size_t offset() const { return offset_; }
+  std::string_view text() const { return text_; }
+  std::string withNewline() const { return std::string(text_) + (hasNewline_ ? "\n" : ""); }
+  const ConfigLine& line() const { return line_; }
+
+ private:
+  std::string_view left_;
+  std::string_view text_;
+  std::size_t number_ = 0;
+  std::size_t offset_ = 0;
+  std::size_t end_ = 0;
+  bool hasNewline_ = false;
+  ConfigLine line_;
+};
+
+}  // namespace KFA
+
+#endif

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+// One change of many files, all or none: every file is judged before the first is replaced, and when a replacement fails
+// those before it are put back.
+//
+//   KFANodeChange change(edit, {});
+//   for (path) change.judge(path);
+//   if (change.isSound() && change.apply() != 0) puts(KFL::getErrorMessage().c_str());
+//
+// Each file is replaced as KFAConfigFile does it: whole, on disk before it takes its place, under its lock. A file that
+// another process changed after it was judged is edited anew, so both changes take effect. A process killed in the midst
+// leaves each file as it was or as it shall be; the same change made again finishes the rest.
+//
+// The library starts no threads. Who has some lends them to apply(), since files brought to disk at the same time cost
+// little more than one. Edits are then called from several threads at once.
+#ifndef KFAFUNCTIONALITY_NODE_KFANODECHANGE_H
+#define KFAFUNCTIONALITY_NODE_KFANODECHANGE_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include <boost/function.hpp>
+
+#include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/files/KFAFileReplacement.h>
+
+namespace KFA {
+
+class KFANodeChange {
+ public:
+  // The new text of a file: 0, or -1 with an error text.
+  using Edit = boost::function<int(const std::string& name, const std::string& before, std::string& after)>;
+  using Work = boost::function<void(std::size_t)>;
+  // Calls the work once for each number below the count, in any order, in any threads, and returns when all is done.
+  using Runner = boost::function<void(std::size_t count, const Work& work)>;
+
+  struct File {
+    enum class State {
+      Unchanged,    // the edit leaves it as it is
+      Changed,      // judged, and not yet replaced
+      Refused,      // the edit or the reading failed
+      Replaced,     // done
+      Failed,       // could not be replaced, and is as it was
+      Restored,     // was replaced, and put back
+      NotRestored,  // was replaced, and could not be put back
+    };
+
+    std::string path;
+    std::string before;
+    std::string after;
+    State state = State::Unchanged;
+    std::string error;
+    bool isNew = false;
+  };
+
+  KFANodeChange(const Edit& edit, const KFAReplaceOptions& how) : edit_(edit), how_(how) {}
+
+  // Reads and edits a file, and replaces nothing.
+  const File& judge(const std::string& path);
+  // The same for a file that is to be made from this text; it is refused when there is one.
+  const File& judgeNew(const std::string& path, const std::string& from);
+
+  const std::vector<File>& getFiles() const { return files_; }
+  std::size_t count(File::State state) const;
+  // Whether no file was refused.
+  bool isSound() const { return count(File::State::Refused) == 0; }
+
+  // Replaces the files that change. 0, or -1 with an error text that names the first failure. keepGoing: what fails
+  // stops nothing, and nothing is put back.
+  int apply(bool keepGoing = false, const Runner& runner = {});
+
+ private:
+  void replace(File& file) const;
+  void restore(File& file) const;
+
+  Edit edit_;
+  KFAReplaceOptions how_;
+  std::vector<File> files_;
+};
+
+}  // namespace KFA
+
+#endif

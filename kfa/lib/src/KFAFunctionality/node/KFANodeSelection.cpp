@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/node/KFANodeSelection.h>
+
+#include <dirent.h>
+#include <fnmatch.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <system_error>
+#include <tuple>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/node/KFAEnvironmentFilter.h>
+#include <KFAFunctionality/node/KFAEnvironmentKeys.h>
+#include <KFAFunctionality/node/KFANodeCheck.h>
+
+namespace KFA {
+
+namespace {
+
+int refuse(const std::string& word, const std::string& what) {
+  KFL::setErrorMessage("%s: %s", word.c_str(), what.c_str());
+  return -1;
+}
+
+bool parseVeid(std::string_view word, int& veid) {
+  return !word.empty() && KFL::isDigit(word.front()) && KFL::parseInteger(word, veid) == 0;
+}
+
+bool parseRange(std::string_view word, int& first, int& last) {
+  const std::size_t dash = word.find('-');
+  return dash != std::string_view::npos && parseVeid(word.substr(0, dash), first) &&
+         parseVeid(word.substr(dash + 1), last);
+}
+
+bool hasPattern(std::string_view word) {
+  return word.find_first_of("*?[") != std::string_view::npos;
+}
+
+bool isFolder(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+std::string join(const std::string& folder, const std::string& name) {
+  return folder.empty() || folder.ends_with('/') ? folder + name : folder + '/' + name;
+}
+
+std::string nameOf(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+KFAEnvironmentFile fileOf(const std::string& path) {
+  KFAEnvironmentFile file{path, -1};
+  if (!parseVeidOfName(nameOf(path), file.veid)) file.veid = -1;
+  return file;
+}
+
+// By number, then those without one by name.
+bool comesBefore(const KFAEnvironmentFile& a, const KFAEnvironmentFile& b) {
+  return std::make_tuple(a.veid < 0, a.veid, std::string_view(a.path)) <
+         std::make_tuple(b.veid < 0, b.veid, std::string_view(b.path));
+}
+
+}  // namespace
+
+KFANodeSelection::KFANodeSelection(const std::string& folder, const GetParser& getParser)
+    : folder_(folder), getParser_(getParser) {}
+
+std::string KFANodeSelection::defaultFolder() {
+  const char* const named = std::getenv("KFA_NODE");
+  return named != nullptr && *named != '\0' ? named : "/etc/kfa/conf";
+}
+
+bool KFANodeSelection::isResembling(const std::string& word) {
+  int first = 0;
+  int last = 0;
+  return word == "-" || word.find_first_of("/.") != std::string::npos || hasPattern(word) ||
+         parseVeid(word, first) || parseRange(word, first, last) ||
+         KFAEnvironmentFilter::isResembling(word) || exists(word);
+}
+
+bool KFANodeSelection::isSingle(const std::string& word) {
+  int first = 0;
+  int last = 0;
+  if (word == "-" || parseVeid(word, first)) return true;
+  if (parseRange(word, first, last)) return false;
+  if (exists(word)) return !isFolder(word);
+  return !hasPattern(word) && !KFAEnvironmentFilter::isResembling(word);
+}
+
+void KFANodeSelection::addFile(const KFAEnvironmentFile& file) {
+  if (known_.insert(file.path).second) files_.push_back(file);
+}
+
+void KFANodeSelection::addOther(const std::string& path) {
+  if (knownOthers_.insert(path).second) others_.push_back(path);
+}
+
+// Hidden names are those of unfinished changes, and nobody's environments.
+int KFANodeSelection::list(const std::string& folder, const Listing*& listing) {
+  const auto [entry, isNew] = listings_.try_emplace(folder);
+  listing = &entry->second;
+  if (!isNew) return 0;
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), &closedir);
+  const int failure = errno;
+  if (!entries) {
+    listings_.erase(entry);
+    return refuse(
+        folder, "the folder of the environments cannot be read: " + std::generic_category().message(failure) +
+                    "; --node or KFA_NODE names another one");
+  }
+  while (const dirent* name = readdir(entries.get())) {
+    const std::string_view plain = name->d_name;
+    if (plain.starts_with('.') || name->d_type == DT_DIR || plain == kForeignKeysFile) continue;
+    KFAEnvironmentFile file = fileOf(join(folder, name->d_name));
+    if (file.veid >= 0)
+      entry->second.files.push_back(std::move(file));
+    else
+      entry->second.others.push_back(file.path);
+  }
+  std::sort(entry->second.files.begin(), entry->second.files.end(), comesBefore);
+  std::sort(entry->second.others.begin(), entry->second.others.end());
+  return 0;
+}
+
+int KFANodeSelection::addFolder(const std::string& folder) {
+  const Listing* listing = nullptr;
+  if (list(folder, listing) != 0) return -1;
+  for (const KFAEnvironmentFile& file : listing->files)
+    addFile(file);
+  for (const std::string& other : listing->others)
+    addOther(other);
+  return 0;
+}
+
+int KFANodeSelection::addAll() {
+  return addFolder(folder_);
+}
+
+int KFANodeSelection::addRange(const std::string& word, int first, int last) {
+  if (first > last) return refuse(word, "the range is empty; write the smaller number first");
+  const Listing* listing = nullptr;
+  if (list(folder_, listing) != 0) return -1;
+  bool found = false;
+  for (const KFAEnvironmentFile& file : listing->files) {
+    if (file.veid < first || file.veid > last) continue;
+    addFile(file);
+    found = true;
+  }
+  return found ? 0 : refuse(word, "no environment of " + folder_ + " has a number in this range");
+}
+
+int KFANodeSelection::addPattern(const std::string& word) {
+  const std::string pattern = nameOf(word);
+  const std::string folder =
+      word.size() == pattern.size() ? folder_ : word.substr(0, word.size() - pattern.size());
+  if (hasPattern(folder)) return refuse(word, "a pattern is taken in the last part of a path only");
+  const Listing* listing = nullptr;
+  if (list(folder, listing) != 0) return -1;
+  const auto matches = [&](const KFAEnvironmentFile& file) {
+    return fnmatch(pattern.c_str(), nameOf(file.path).c_str(), 0) == 0 ||
+           (file.veid >= 0 && fnmatch(pattern.c_str(), std::to_string(file.veid).c_str(), 0) == 0);
+  };
+  bool found = false;
+  for (const KFAEnvironmentFile& file : listing->files) {
+    if (!matches(file)) continue;
+    addFile(file);
+    found = true;
+  }
+  for (const std::string& other : listing->others)
+    if (matches({other, -1})) addOther(other);
+  return found ? 0 : refuse(word, "no environment of " + folder + " has such a number or name");
+}
+
+int KFANodeSelection::addMatching(const std::string& word) {
+  const auto parser = getParser_();
+  KFAEnvironmentFilter filter;
+  if (filter.parse(*parser, word) != 0) return -1;
+  const Listing* listing = nullptr;
+  if (list(folder_, listing) != 0) return -1;
+  KFAEnvironmentKeys keys(parser);
+  keys.want(filter.getKeys().empty() ? std::set<std::string>{"veid"} : filter.getKeys());
+  std::string text;
+  bool found = false;
+  for (const KFAEnvironmentFile& file : listing->files) {
+    if (KFAConfigFile(file.path).read(text) != 0 || keys.read(text, file.path) != 0) {
+      troubles_.push_back(KFL::getErrorMessage());
+    } else if (filter.matches(keys, file.veid)) {
+      addFile(file);
+      found = true;
+    }
+  }
+  return found || !troubles_.empty() ? 0 : refuse(word, "no environment of " + folder_ + " fulfils this");
+}
+
+int KFANodeSelection::add(const std::string& word) {
+  int first = 0;
+  int last = 0;
+  if (parseVeid(word, first)) {
+    addFile({join(folder_, std::to_string(first) + ".conf"), first});
+    return 0;
+  }
+  if (parseRange(word, first, last)) return addRange(word, first, last);
+  if (isFolder(word)) return addFolder(word);
+  if (!exists(word)) {
+    if (KFAEnvironmentFilter::isResembling(word)) return addMatching(word);
+    if (hasPattern(word)) return addPattern(word);
+  }
+  addFile(fileOf(word));
+  return 0;
+}
+
+}  // namespace KFA

@@ -1,0 +1,544 @@
+// SPDX-License-Identifier: Apache-2.0
+// Memory that runs out in configuration files, network entries, vocabularies, formulas, access points and caches.
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
+#include <boost/smart_ptr/shared_ptr.hpp>
+
+#include <KFAFunctionality/access/KFAEnvM.h>
+#include <KFAFunctionality/access/KFALibFunctionality.h>
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
+#include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAConfigRules.h>
+#include <KFAFunctionality/files/KFAKFConfigBashParser.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+#include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFAFunctionality/resources/KFAEnvSampleM.h>
+#include <KFAFunctionality/resources/KFAQoSTune.h>
+#include <KFLCommon/KFLLog.h>
+#include <KFLCore/KFLCacheFile.h>
+#include <KFLCore/KFLCacheSnapshot.h>
+
+#include "../files/FilesTest.h"
+#include "../resources/Vocabularies.h"
+#include "AllocationLaw.h"
+
+namespace {
+
+using namespace KFA;
+using Values = std::map<std::string, std::string>;
+
+const std::string kLong(300, 'l');
+
+Values rawValues(const std::string& text) {
+  Values values;
+  std::istringstream in(text);
+  KFARawConfigBashParser::getInstance()->getConfig(in, values);
+  return values;
+}
+
+std::string joined(const Values& values) {
+  std::string text;
+  for (const auto& [key, value] : values)
+    text += key + "=" + value + "\n";
+  return text;
+}
+
+std::string textOf(const KFAEnvConfig& config) {
+  if (!config.hasMsg()) return "no message";
+  std::string text;
+  EXPECT_EQ(config.getIterator().print(text), 0);
+  return text;
+}
+
+// A stream that hands its text out in pieces, so that lines are joined.
+class PieceBuffer : public std::streambuf {
+ public:
+  explicit PieceBuffer(std::string text) : text_(std::move(text)) {}
+  void rewind() {
+    at_ = 0;
+    setg(nullptr, nullptr, nullptr);
+  }
+
+ protected:
+  int underflow() override {
+    if (at_ == text_.size()) return traits_type::eof();
+    const std::size_t size = std::min<std::size_t>(7, text_.size() - at_);
+    char* const begin = text_.data() + at_;
+    setg(begin, begin, begin + size);
+    at_ += size;
+    return traits_type::to_int_type(*begin);
+  }
+
+ private:
+  std::string text_;
+  std::size_t at_ = 0;
+};
+
+// --- Parsers --------------------------------------------------------------------------------------------------------
+
+template <class Record>
+struct Reading {
+  Reading(const std::string& text, Record r) : buffer(text), in(&buffer), record(std::move(r)) {}
+  std::istream& begin() {
+    buffer.rewind();
+    in.clear();
+    return in;
+  }
+  PieceBuffer buffer;
+  std::istream in;
+  Record record;
+  std::string out;
+};
+
+template <class Record, class Call, class State>
+Entry readingEntry(const std::string& name, const std::string& text, const Record& record, Call call,
+                   State state) {
+  using Subject = std::shared_ptr<Reading<Record>>;
+  return entry(
+      name, [=] { return std::make_shared<Reading<Record>>(text, record); },
+      [call](Subject& s) { return call(s->begin(), *s); },
+      [state](Subject& s) { return state(s->record) + s->out; });
+}
+
+// Putting writes to a stream of its own; what came out is taken when the call is done.
+template <class Call>
+auto writingCall(Call call) {
+  return [call](std::istream& in, auto& subject) {
+    std::ostringstream out;
+    const int result = call(in, subject.record, out);
+    if (result == 0) subject.out = out.str();
+    return result;
+  };
+}
+
+KFAEnvConfig configOf(const std::string& text) {
+  KFAEnvConfig config;
+  config.initMsg();
+  std::istringstream in(text);
+  envParser()->getConfig(in, config);
+  return config;
+}
+
+KFAVtSettings settingsOf(const std::string& text) {
+  KFAVtSettings settings;
+  std::istringstream in(text);
+  EXPECT_EQ(KFAKFConfigBashParser::getInstance()->getConfig(in, settings), 0);
+  return settings;
+}
+
+std::string textOf(const KFAVtSettings& settings) {
+  std::ostringstream out;
+  EXPECT_EQ(KFAKFConfigBashParser::getInstance()->putConfig(settings, out, nullptr, false), 0);
+  return out.str();
+}
+
+TEST(Allocations, OfFilesReadAndWritten) {
+  const std::string file = contentOf(exampleFiles().front());
+  const std::string global = contentOf(KFA_SOURCE_DIR "/examples/node/global.conf");
+  const std::string faulty = file + "\nHOSTNAME=\"open\n";
+  const auto parser = envParser();
+  const auto globalParser = KFAKFConfigBashParser::getInstance();
+  const auto raw = KFARawConfigBashParser::getInstance();
+  const auto get = [parser](std::istream& in, auto& s) { return parser->getConfig(in, s.record); };
+  const auto put = writingCall([parser](std::istream& in, const KFAEnvConfig& record, std::ostream& out) {
+    return parser->putConfig(record, out, &in, true);
+  });
+  const auto state = [](const KFAEnvConfig& config) { return textOf(config); };
+  const auto globalGet = [globalParser](std::istream& in, auto& s) {
+    return globalParser->getConfig(in, s.record);
+  };
+  const auto globalPut =
+      writingCall([globalParser](std::istream& in, const KFAVtSettings& record, std::ostream& out) {
+        return globalParser->putConfig(record, out, &in, true);
+      });
+  const auto globalState = [](const KFAVtSettings& settings) { return textOf(settings); };
+  const auto rawGet = [raw](std::istream& in, auto& s) { return raw->getConfig(in, s.record); };
+  const auto rawPut = writingCall([raw](std::istream& in, const Values& values, std::ostream& out) {
+    return raw->putConfig(values, out, &in, true);
+  });
+  const KFAEnvConfig other = configOf("HOSTNAME=\"other\"\nNUMPROC=\"5:6\"\nIP_ADDRESS=\"10.9.8.7\"\n");
+  expectLaw("files", {
+                         readingEntry("environment read", file, KFAEnvConfig(), get, state),
+                         readingEntry("environment read into another", file, other, get, state),
+                         readingEntry("faulty environment read", faulty, other, get, state),
+                         readingEntry("environment written", file, other, put, state),
+                         readingEntry("global file read", global, settingsOf("TEMPLATE=\"/t\"\nX=\"y\"\n"),
+                                      globalGet, globalState),
+                         readingEntry("global file written", global, settingsOf("TEMPLATE=\"/t\"\nX=\"y\"\n"),
+                                      globalPut, globalState),
+                         readingEntry("any file read", file, Values{{"a", "b"}}, rawGet, &joined),
+                         readingEntry("any file written", file, Values{{"hostname", kLong}, {"z", "1"}},
+                                      rawPut, &joined),
+                     });
+}
+
+struct OneKey {
+  KFAEnvConfig config;
+  std::string value;
+};
+
+TEST(Allocations, OfEveryKeyAndOfDifferences) {
+  Values samples;
+  for (const auto& path : exampleFiles())
+    samples.merge(rawValues(contentOf(path)));
+  const auto parser = envParser();
+  const auto state = [](OneKey& k) { return textOf(k.config) + k.value; };
+  Entries entries;
+  for (const auto& [name, sample] : samples) {
+    const std::string key = name;
+    const std::string value = sample;
+    if (!parser->isKey(key)) continue;
+    entries.push_back(entry(
+        key + " put",
+        [] {
+          return OneKey{configOf("NUMPROC=\"1:2\"\n"), {}};
+        },
+        [=](OneKey& k) {
+          KFAEnvConfigBashParser::ParameterParserPut put(k.config, *parser);
+          return put.put(key, value.c_str());
+        },
+        state));
+    entries.push_back(entry(
+        key + " got",
+        [=] {
+          return OneKey{configOf(key + "=\"" + value + "\"\n"), {}};
+        },
+        [=](OneKey& k) {
+          return KFAEnvConfigBashParser::ParameterParserGet(k.config, *parser).get(key, k.value);
+        },
+        state));
+  }
+  const std::string file = contentOf(exampleFiles().front());
+  using Changes = std::pair<KFAEnvConfig, KFAConfigChanges>;
+  entries.push_back(entry(
+      "difference",
+      [&] {
+        return Changes{configOf(file), {{"a", "b"}}};
+      },
+      [&](Changes& c) { return parser->diffConfig(configOf("ONBOOT=\"no\"\n"), c.first, c.second); },
+      [](Changes& c) {
+        std::string text;
+        for (const auto& [key, value] : c.second)
+          text += key + "=" + value + ";";
+        return text + textOf(c.first);
+      }));
+  expectLaw("keys", entries);
+}
+
+// --- Files in place -------------------------------------------------------------------------------------------------
+
+struct Place {
+  std::shared_ptr<TemporaryFolder> folder = std::make_shared<TemporaryFolder>();
+  std::string text;
+};
+
+TEST(Allocations, OfChangesOfAFile) {
+  const std::string content = contentOf(exampleFiles().front());
+  const auto prepare = [content] {
+    Place place;
+    makeFile(place.folder->path() / "101.conf", content);
+    return place;
+  };
+  const auto state = [](Place& p) {
+    std::string text = p.text;
+    // A backup is made before the file is changed, and may be all that was done.
+    for (const std::string& name : p.folder->names())
+      if (!name.ends_with(".old")) text += name + ":" + contentOf(p.folder->path() / name) + "\n";
+    return text;
+  };
+  const KFAEnvConfigRules rules(envParser());
+  const KFAConfigChanges changes = {{"HOSTNAME", kLong.substr(0, 60)}, {"numproc", "77:88"}};
+  KFAReplaceOptions backup;
+  backup.backupSuffix = ".old";
+  backup.lockTimeout = 1000;
+  const auto fileOf = [](Place& p) { return KFAConfigFile(p.folder->path() / "101.conf"); };
+  expectLaw(
+      "changes",
+      {
+          entry(
+              "set", prepare, [&](Place& p) { return fileOf(p).set(rules, changes, {}, {}); }, state),
+          entry(
+              "set with a backup", prepare,
+              [&](Place& p) { return fileOf(p).set(rules, changes, {}, backup); }, state),
+          entry(
+              "refused", prepare,
+              [&](Place& p) {
+                return fileOf(p).set(rules, {{"ONBOOT", "maybe"}}, {}, {});
+              },
+              state),
+          entry(
+              "replaced", prepare, [&](Place& p) { return fileOf(p).replace("A=1\n", {}); }, state),
+          entry(
+              "made", prepare,
+              [&](Place& p) { return KFAConfigFile(p.folder->path() / "new.conf").replace("A=1\n", {}); },
+              state),
+          entry(
+              "read", prepare, [&](Place& p) { return fileOf(p).read(p.text); }, state),
+      });
+}
+
+// --- Entries, vocabularies, formulas --------------------------------------------------------------------------------
+
+TEST(Allocations, OfNetworkEntries) {
+  using Device = std::pair<KFANetVEth, std::string>;
+  const std::string text =
+      "ifname=eth0,mac=00:11:22:33:44:55,network=a network with a long "
+      "name,gw=10.0.0.1,ip=10.0.0.5/24:10.0.1.5/24,"
+      "dhcp=no,ip6=fe80::1/64,fe80::2/64,";
+  const auto prepare = [] {
+    Device device;
+    device.first.fromString("ifname=eth9,ip=1.2.3.4/8");
+    return device;
+  };
+  const auto state = [](Device& d) { return d.first.toString() + d.second; };
+  expectLaw("network entries",
+            {entry(
+                 "read", prepare, [=](Device& d) { return d.first.fromString(text), 0; }, state),
+             entry(
+                 "written", prepare, [](Device& d) { return d.second = d.first.toString(), 0; }, state)});
+}
+
+std::string parametersOf(const KFL::KFLVocMapSP& map) {
+  std::string text = map ? "vocabulary" : "none";
+  const std::unique_ptr<KFL::KFLVocIterator> it(map ? map->readCategory("qos") : nullptr);
+  std::string id;
+  for (int left = it ? it->firstParameter() : -1; left == 0; left = it->nextParameter())
+    if (it->getID(id) == 0) text += " " + id;
+  return text;
+}
+
+TEST(Allocations, OfVocabularies) {
+  const std::string path = KFA_SOURCE_DIR "/data/vocabulary.xml";
+  const auto loading = [path](KFL::KFLVocMapSP& map) { return (map = KFL::KFLVocMap::load(path)) ? 0 : -1; };
+  const auto small = vocabularyOf({{"numproc", 2}, {"kmemsize", 2}, {"quotatime", 1}}, {});
+  using ParserSP = boost::shared_ptr<KFAEnvConfigBashParser>;
+  expectLaw(
+      "vocabularies",
+      {entry(
+           "loaded", [] { return KFL::KFLVocMapSP(); }, loading, &parametersOf),
+       entry(
+           "parser made", [] { return ParserSP(); },
+           [=](ParserSP& parser) { return (parser = KFAEnvConfigBashParser::getInstance(small)) ? 0 : -1; },
+           [](ParserSP& parser) {
+             std::string text = parser ? "parser" : "none";
+             for (const auto& [key, definition] :
+                  parser ? parser->getQoSMap() : KFAEnvConfigBashParser::QoSMap())
+               text += " " + key;
+             return text;
+           }),
+       entry(
+           "parser filled again", [] { return boost::make_shared<KFAEnvConfigBashParser>(*envParser()); },
+           [=](ParserSP& parser) { return parser->initQoSMap(small); },
+           [](ParserSP& parser) {
+             return std::to_string(parser->getQoSMap().size()) +
+                    (parser->isKey("quotatime") ? "quotatime" : "") +
+                    (parser->isKey("kmemsize") ? "kmemsize" : "");
+           })});
+}
+
+struct Formulas {
+  KFAEnvConfig config;
+  boost::shared_ptr<KFAQVTune> tune;
+  KFAQVPolishNotation notation;
+  KFAQVFailedFormulas failures;
+  KFAQoSValidationList validations;
+  std::string text;
+};
+
+TEST(Allocations, OfFormulas) {
+  const std::vector<std::string> texts = {"numproc.soft <= numproc.hard",
+                                          "kmemsize.soft >= numproc.soft * 40000", "QOS.soft <= QOS.hard"};
+  const auto vocabulary = vocabularyOf(
+      {{"numproc", 2}, {"kmemsize", 2}, {"avnumproc", 2}, {"a_parameter_with_a_long_name", 2}}, texts);
+  const auto fresh = [=] {
+    Formulas made;
+    std::set<KFL::KFLQoS> qoses;
+    for (const char* const id : {"numproc", "kmemsize", "avnumproc", "a_parameter_with_a_long_name"}) {
+      KFL::KFLQoS qos(id);
+      qos.setSoft(9);
+      qos.setHard(5);
+      qoses.insert(qos);
+    }
+    made.config.setQoSes(qoses);
+    made.tune = boost::make_shared<KFAQVTune>(made.config, vocabulary);
+    return made;
+  };
+  const auto initialised = [=] {
+    Formulas made = fresh();
+    EXPECT_EQ(made.tune->init(), 0);
+    return made;
+  };
+  const auto found = [](Formulas& f) {
+    std::string text = f.tune->toString(f.notation) + f.text;
+    for (const KFAQVTuneFailure& failure : f.failures)
+      text += failure.formula->expression + std::to_string(failure.params.size());
+    for (const KFAQoSValidation& validation : f.validations)
+      text += validation.getExpression();
+    return text;
+  };
+  const auto state = [found](Formulas& f) {
+    std::string text = std::to_string(f.tune->count) + found(f);
+    for (const KFAQVFormula& formula : f.tune->formulas)
+      text += formula.expression;
+    return text;
+  };
+  const KFAQVTuneParameters values = {{"numproc", {2, 1, {}}},
+                                      {"kmemsize", {4, 3, {}}},
+                                      {"avnumproc", {6, 5, {}}},
+                                      {"a_parameter_with_a_long_name", {1, 1, {}}}};
+  const std::string formula =
+      "numproc.soft + kmemsize.hard * 3 + a_parameter_with_a_long_name.soft <= 12 && numproc.hard > 1";
+  expectLaw("formulas",
+            {entry(
+                 "vocabulary's compiled", fresh, [](Formulas& f) { return f.tune->init(); }, state),
+             entry(
+                 "compiled", initialised,
+                 [=](Formulas& f) { return f.tune->formFormula(formula, f.notation); }, state),
+             entry(
+                 "faulty compiled", initialised,
+                 [=](Formulas& f) {
+                   KFAQVFormulaError error;
+                   const int result =
+                       f.tune->formFormula("numproc.soft <= a_name_that_nobody_knows", f.notation, &error);
+                   f.text = std::move(error.reason);
+                   f.notation = {};
+                   return result;
+                 },
+                 state),
+             entry(
+                 "checked", initialised,
+                 [=](Formulas& f) { return f.tune->checkParameters(values, f.failures); }, state),
+             entry(
+                 "checked at once", fresh,
+                 [=](Formulas& f) { return f.tune->checkParameters(values, f.failures); }, found),
+             entry(
+                 "configuration validated", fresh,
+                 [=](Formulas& f) { return validateQoSes(&f.validations, vocabulary, f.config); }, state)});
+}
+
+// --- Access points --------------------------------------------------------------------------------------------------
+
+struct Factory : KFLLocalFactory<boost::shared_ptr<KFAEnvM>>, KFLAgentFactory<boost::shared_ptr<KFAEnvM>> {
+  using Manager = boost::shared_ptr<KFAEnvM>;
+  Manager create(const KFLAccessProviderSP&) override { return made(); }
+  Manager create(const KFLEID&, const KFLAccessProviderSP&) override { return made(); }
+  Manager create(const KFLEID&, const KFLAccessProviderSP&, const std::string&) override { return made(); }
+  // No manager: it only tells an answer from none.
+  Manager made() { return Manager(boost::make_shared<int>(), reinterpret_cast<KFAEnvM*>(this)); }
+};
+
+struct Access {
+  std::shared_ptr<KFALibFunctionality> library = std::make_shared<KFALibFunctionality>();
+  boost::shared_ptr<Factory> factory = boost::make_shared<Factory>();
+};
+
+TEST(Allocations, OfAccessPoints) {
+  const std::string name = "an implementation with a long name";
+  const auto prepare = [name] {
+    Access access;
+    EXPECT_EQ(access.library->multiplexer<KFAEnvM>().registerAgent(name, access.factory), 0);
+    return access;
+  };
+  const auto state = [name](Access& a) {
+    const bool isLocal = a.library->getKFAEnvMLocal(nullptr, name) != nullptr;
+    return std::string(isLocal ? "local" : "") +
+           (a.library->getKFAEnvMAgent(KFL::KFLEID(), nullptr, name) ? "agent" : "");
+  };
+  const auto managers = [](Access & a) -> auto& {
+    return a.library->multiplexer<KFAEnvM>();
+  };
+  expectLaw("access points",
+            {entry(
+                 "registered", prepare, [=](Access& a) { return managers(a).registerLocal(name, a.factory); },
+                 state),
+             entry(
+                 "registered twice", prepare,
+                 [=](Access& a) { return managers(a).registerAgent(name, a.factory); }, state),
+             entry(
+                 "taken out", prepare,
+                 [=](Access& a) { return managers(a).unregisterAgent(name, a.factory); }, state),
+             entry(
+                 "extra data set", prepare,
+                 [=](Access& a) { return managers(a).setExtraData(name, kLong), 0; }, state),
+             entry(
+                 "got", prepare,
+                 [=](Access& a) {
+                   managers(a).setExtraData(name, kLong);
+                   return a.library->getKFAEnvMAgent(KFL::KFLEID(), nullptr, name) ? 0 : 7;
+                 },
+                 state)});
+}
+
+// --- The cache ------------------------------------------------------------------------------------------------------
+
+struct Cached {
+  std::shared_ptr<TemporaryFolder> folder = std::make_shared<TemporaryFolder>();
+  boost::intrusive_ptr<KFL::KFLCacheFile> cache{new KFL::KFLCacheFile(folder->path() / "cache")};
+  std::string text;
+};
+
+int putText(KFL::KFLCacheFile& cache, const std::string& key, const std::string& text) {
+  KFL::KFLCacheChanges changes;
+  changes.put(key, text);
+  return cache.apply(changes);
+}
+
+TEST(Allocations, OfCaches) {
+  const auto closed = [] {
+    Cached made;
+    EXPECT_EQ(made.cache->initialize(true, false), 0);
+    EXPECT_EQ(putText(*made.cache, "there", kLong), 0);
+    made.cache->reinit();
+    return made;
+  };
+  const auto open = [closed] {
+    Cached made = closed();
+    EXPECT_EQ(made.cache->initialize(true, false), 0);
+    return made;
+  };
+  // As another user of the file sees it.
+  const auto state = [](Cached& c) {
+    const boost::intrusive_ptr<KFL::KFLCacheFile> other(new KFL::KFLCacheFile(c.cache->getPath()));
+    std::string text = c.text;
+    KFL::KFLCacheSnapshot snapshot;
+    if (other->initialize(true, false) != 0 || other->hold(snapshot) != 0)
+      return text + KFL::getErrorMessage();
+    for (std::uint32_t i = 0; i < snapshot.size(); ++i)
+      text += std::string(snapshot.getKey(i)) + "=" + std::string(snapshot.getText(i)) + ";";
+    return text;
+  };
+  expectLaw("caches",
+            {entry(
+                 "opened", closed, [](Cached& c) { return c.cache->initialize(true, false); }, state),
+             entry(
+                 "put", open, [](Cached& c) { return putText(*c.cache, "a key", kLong + kLong); }, state),
+             entry(
+                 "removed", open,
+                 [](Cached& c) {
+                   KFL::KFLCacheChanges changes;
+                   changes.remove("there");
+                   return c.cache->apply(changes);
+                 },
+                 state),
+             entry(
+                 "held and read", open,
+                 [](Cached& c) {
+                   KFL::KFLCacheSnapshot snapshot;
+                   if (const int result = c.cache->hold(snapshot); result != 0) return result;
+                   c.text = snapshot.getText(0);
+                   return 0;
+                 },
+                 state)});
+}
+
+}  // namespace

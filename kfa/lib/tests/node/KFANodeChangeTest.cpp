@@ -1,0 +1,193 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/node/KFANodeChange.h>
+
+#include <map>
+#include <random>
+#include <thread>
+
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
+#include <KFAFunctionality/node/KFAChangeList.h>
+
+#include "../files/FilesTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using KFA::KFAChange;
+using KFA::KFAChangeList;
+using KFA::KFANodeChange;
+using State = KFANodeChange::File::State;
+
+const KFA::KFARawConfigRules rules;
+
+std::map<std::string, std::string> valuesOf(const std::string& text) {
+  std::map<std::string, std::string> values;
+  EXPECT_EQ(KFA::readConfigText(text, "f",
+                                [&](std::istream& in) {
+                                  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+                                }),
+            0)
+      << text;
+  return values;
+}
+
+std::string randomValue(std::mt19937& random) {
+  static const std::string pieces[] = {"a", " ",     "'",     "#",     "yes", "=", "\xc3\xa4",
+                                       ":", "$VEID", "was: ", "unset", ";",   ","};
+  std::string value;
+  for (auto left = random() % 5; left > 0; --left)
+    value += pieces[random() % std::size(pieces)];
+  return value;
+}
+
+// What a list prints is what it reads; made and taken back it leaves the values as they were, and no other line changes.
+TEST(ChangeListTest, IsReadAsPrintedAndReversed) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 3000; ++round) {
+    std::string text = "# a comment\n";
+    std::map<std::string, std::string> before;
+    KFAChangeList changes;
+    for (const char* const key : {"a", "b", "c", "d"}) {
+      if (random() % 2 == 0) {
+        before[key] = randomValue(random);
+        text += KFL::toUpper(key) + std::string("=") + KFA::quoteForShell(before[key]) + "  # note\n";
+      }
+      if (random() % 2 == 0) continue;
+      KFAChange change{key, {}, {}, before.count(key) == 0};
+      if (random() % 2 == 0) change.value = randomValue(random);
+      if (before.count(key) != 0) change.before = before[key];
+      changes.push_back(change);
+    }
+    std::string printed = "\n# FILE x\n";
+    for (const KFAChange& change : changes)
+      printed += change.toString() + "\n";
+    KFAChangeList read;
+    ASSERT_EQ(KFA::parseChangeList(printed, "list", read), 0) << KFL::getErrorMessage() << printed;
+    ASSERT_EQ(read.size(), changes.size()) << printed;
+    auto expected = before;
+    for (std::size_t i = 0; i < read.size(); ++i) {
+      ASSERT_EQ(read[i].toString(), changes[i].toString());
+      if (read[i].value)
+        expected[read[i].key] = *read[i].value;
+      else
+        expected.erase(read[i].key);
+    }
+    std::string after;
+    ASSERT_EQ(KFA::applyChanges(rules, read, {true, false}, text, "f", after), 0)
+        << KFL::getErrorMessage() << printed;
+    ASSERT_EQ(valuesOf(after), expected) << text << printed;
+    ASSERT_TRUE(after.starts_with("# a comment\n"));
+    for (KFAChange& change : read)
+      ASSERT_TRUE(change.reverse());
+    ASSERT_EQ(KFA::applyChanges(rules, read, {true, false}, after, "f", after), 0) << KFL::getErrorMessage();
+    ASSERT_EQ(valuesOf(after), before) << text << printed;
+  }
+}
+
+TEST(ChangeListTest, RefusesWhatIsNoChange) {
+  KFAChangeList changes;
+  for (const char* const text :
+       {"rm -rf x", "unset", "unset A B", "A=1 B=2", "A=\"open", "A=1; rm x", "unsetA"})
+    EXPECT_TRUE(refused(KFA::parseChangeList(text, "list", changes), "list:1: ")) << text;
+  std::string result;
+  const KFAChangeList both = {{"a", "1", {}, false}, {"a", {}, {}, false}};
+  EXPECT_TRUE(refused(KFA::applyChanges(rules, both, {}, "", "f", result), "set and unset"));
+  const KFAChangeList gone = {{"a", {}, {}, false}};
+  EXPECT_TRUE(refused(KFA::applyChanges(rules, gone, {}, "B=2\nA=1; id\n", "f", result), "f:2: more than A"));
+  EXPECT_EQ(KFA::applyChanges(rules, gone, {}, "B=2\r\nexport A=1 # x\n a='2';\nC=3", "f", result), 0);
+  EXPECT_EQ(result, "B=2\r\nC=3");
+}
+
+class NodeChangeTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (int i = 0; i < 40; ++i)
+      makeFile(path(i), "N=" + std::to_string(i) + "\n");
+  }
+  std::string path(int i) const { return folder_ / (std::to_string(i) + ".conf"); }
+  std::map<std::string, std::string> contents() const {
+    std::map<std::string, std::string> all;
+    for (const std::string& name : folder_.names())
+      all[name] = contentOf(folder_ / name);
+    return all;
+  }
+  static int edit(const std::string& name, const std::string& before, std::string& after) {
+    return KFA::setConfigValues(rules, {{"X", "new"}}, {}, before, name, after);
+  }
+  static KFANodeChange makeChange() { return KFANodeChange(&edit, {}); }
+  static void inThreads(std::size_t count, const KFANodeChange::Work& work) {
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < count; ++i)
+      threads.emplace_back([&work, i] { work(i); });
+    for (std::thread& thread : threads)
+      thread.join();
+  }
+
+  TemporaryFolder folder_;
+};
+
+// A file with a second name is read like any other, and cannot be replaced: the change breaks off in its midst.
+TEST_F(NodeChangeTest, AFailureInTheMidstPutsTheOthersBack) {
+  for (const bool threads : {false, true}) {
+    fs::create_hard_link(path(20), folder_ / "second");
+    const auto before = contents();
+    KFANodeChange change = makeChange();
+    for (int i = 0; i < 40; ++i)
+      change.judge(path(i));
+    ASSERT_TRUE(change.isSound());
+    EXPECT_TRUE(
+        refused(change.apply(false, threads ? KFANodeChange::Runner(&inThreads) : KFANodeChange::Runner()),
+                "hard links"));
+    EXPECT_EQ(contents(), before);
+    EXPECT_EQ(change.count(State::Failed), 1U);
+    EXPECT_EQ(change.count(State::Restored) + change.count(State::Changed), 39U);
+    EXPECT_TRUE(threads || change.count(State::Restored) == 20U);
+    fs::remove(folder_ / "second");
+  }
+  fs::create_hard_link(path(20), folder_ / "second");
+  KFANodeChange change = makeChange();
+  for (int i = 0; i < 40; ++i)
+    change.judge(path(i));
+  EXPECT_EQ(change.apply(true), -1);
+  EXPECT_EQ(change.count(State::Replaced), 39U);
+  EXPECT_EQ(contentOf(path(39)), "N=39\nX=\"new\"\n");
+}
+
+TEST_F(NodeChangeTest, AnotherWriterLosesNothing) {
+  fs::create_hard_link(path(1), folder_ / "second");
+  KFANodeChange change = makeChange();
+  change.judge(path(0));
+  change.judge(path(1));
+  change.judge(path(2));
+  makeFile(path(2), "N=two\n");
+  // Right behind the first replacement somebody changes that file.
+  const auto runner = [this](std::size_t count, const KFANodeChange::Work& work) {
+    for (std::size_t i = 0; i < count; ++i) {
+      work(i);
+      if (i == 0) makeFile(path(0), "N=mine\n");
+    }
+  };
+  EXPECT_EQ(change.apply(false, runner), -1);
+  EXPECT_EQ(change.getFiles()[0].state, State::NotRestored);
+  EXPECT_EQ(contentOf(path(0)), "N=mine\n");
+  fs::remove(folder_ / "second");
+  KFANodeChange again = makeChange();
+  again.judge(path(2));
+  makeFile(path(2), "N=three\n");
+  EXPECT_EQ(again.apply(), 0);
+  EXPECT_EQ(contentOf(path(2)), "N=three\nX=\"new\"\n");
+}
+
+TEST_F(NodeChangeTest, ANewFileTakesNoOthersPlace) {
+  KFANodeChange change = makeChange();
+  EXPECT_EQ(change.judgeNew(path(1), "").state, State::Refused);
+  EXPECT_EQ(change.judgeNew(path(50), "# sample\n").state, State::Changed);
+  KFANodeChange one = makeChange();
+  one.judgeNew(path(50), "# sample\n");
+  EXPECT_EQ(one.apply(), 0);
+  EXPECT_EQ(contentOf(path(50)), "# sample\nX=\"new\"\n");
+}
+
+}  // namespace

@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/node/KFANodeCheck.h>
+
+#include <random>
+#include <set>
+
+#include <KFLCommon/KFLText.h>
+#include <KFLFunctionality/KFLVEnvConfig.h>
+
+#include <KFAFunctionality/files/KFAConfigRules.h>
+#include <KFAFunctionality/node/KFAKeyCatalogue.h>
+#include <KFAFunctionality/node/KFAQoSAdvice.h>
+#include <KFAFunctionality/resources/KFAEnvSampleM.h>
+
+#include "../files/FilesTest.h"
+
+namespace {
+
+using Finding = KFA::KFANodeFinding;
+
+boost::shared_ptr<KFL::KFLVocMap> vocabulary() {
+  static const auto loaded = KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml");
+  return loaded;
+}
+
+std::vector<Finding> check(const std::vector<std::string>& texts, KFA::KFANodeCheckOptions options = {}) {
+  KFA::KFANodeCheck node(envParser(), std::move(options));
+  int veid = 101;
+  for (const std::string& text : texts) {
+    node.add({"/nowhere/" + std::to_string(veid) + ".conf", veid}, text);
+    ++veid;
+  }
+  return node.finish();
+}
+
+// The findings of one text as "line:column rule".
+std::vector<std::string> placesOf(const std::string& text) {
+  std::vector<std::string> places;
+  for (const Finding& finding : check({text}))
+    places.push_back(std::to_string(finding.line) + ":" + std::to_string(finding.column) + " " +
+                     finding.rule);
+  return places;
+}
+
+TEST(NodeCheckTest, JudgesAFile) {
+  using Places = std::vector<std::string>;
+  const std::pair<const char*, Places> rows[] = {
+      {"ONBOOT=yes\nNAME=web\n", {}},
+      {"", {}},
+      {"# nothing yet\n", {}},
+      {"<html>\n<body>\n", {"1:1 no-configuration"}},
+      {"\x7f"
+       "ELF\x01\x02\n",
+       {"1:1 no-configuration"}},
+      {"NAME: web\nONBOOT=yes\n", {"1:5 colon"}},
+      {"ONBOOT=yes\ncolour: red\n", {}},
+      {"NAME=\xe2\x80\x9cx\xe2\x80\x9d\n", {"1:6 odd-quote"}},
+      {"NAME=\"\xe2\x80\x9cx\xe2\x80\x9d\xc2\xa0\"\n", {}},
+      {"UUID=5b0c3f0e\n", {"1:6 unworkable-value"}},
+      {"UUID=5b0c3f0e-8a55-4d27-9b7e-0d7f4a1c9e21\n", {}},
+      {"ARCH=sparc\n", {"1:6 unworkable-value"}},
+      {"NAMESERVER=\"192.0.2.1 ns1\"\n", {"1:12 unworkable-value"}},
+      {"NAMESERVER=\"192.0.2.1 2001:db8::1\"\n", {}},
+      {"SEARCHDOMAIN=\"example.com 192.0.2.1/24\"\n", {"1:14 unworkable-value"}},
+      {"HOSTNAME=web_1\n", {"1:10 unworkable-value"}},
+      {"HOSTNAME=-web\n", {"1:10 unworkable-value"}},
+      {"HOSTNAME=web-1.example.com.\n", {}},
+      {"NETIF=\"ifname=eth0,mac=hello\"\n", {"1:7 unworkable-value"}},
+      {"NETIF=\"ifname=eth0,mac=02:00:5e:10:00:01\"\n", {}},
+      {"NUMPROC=300:240\n", {"1:9 unworkable-value"}},
+      {"NUMPROC=240:300\n", {}},
+      {"DISKWEIGHT=-1\n", {"1:12 unworkable-value"}},
+      {"VE_TYPE=repair:1\n", {"1:9 missing-environment"}},
+      {"ORIGIN_SAMPLE=x\n", {"1:15 missing-sample"}},
+      {"BACKUP=x\n", {"1:1 foreign-key"}},
+  };
+  for (const auto& [text, places] : rows)
+    EXPECT_EQ(placesOf(text), places) << text;
+  const auto marked = check({"\xef\xbb\xbfONBOOT=yes\nNAME=a\n"});
+  ASSERT_FALSE(marked.empty());
+  EXPECT_EQ(marked[0].rule, "byte-order-mark");
+  EXPECT_TRUE(check({"BACKUP=x\n"}, {KFA::parseForeignKeys("# ours\nBackup keep # two\n"), {}, {}}).empty());
+  EXPECT_EQ(check({"OSTEMPLATE=a/1\nTEMPLATES=\"b c\"\n"}, {{}, {{"a/1", "b"}}, {}}).size(), 1U);
+}
+
+// Pairs planted among a thousand environments are found, each once and at its line, and nothing else is.
+TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
+  static const struct {
+    const char* rule;
+    const char* first;
+    const char* second;
+  } plants[] = {
+      {"duplicate-address", "IP_ADDRESS=203.0.113.7", "NETIF=ifname=eth0,ip=203.0.113.7/24"},
+      {"duplicate-address", "IP_ADDRESS=2001:db8:7::1", "IP_ADDRESS=2001:DB8:7:0::1/64"},
+      {"duplicate-mac", "NETIF=ifname=eth0,mac=02:AA:00:00:00:01", "NETIF=ifname=eth1,mac=02-aa-00-00-00-01"},
+      {"duplicate-uuid", "UUID=5b0c3f0e-8a55-4d27-9b7e-0d7f4a1c9e21",
+       "UUID={5B0C3F0E-8A55-4D27-9B7E-0D7F4A1C9E21}"},
+      {"duplicate-name", "NAME=twin", "NAME='twin'"},
+      {"duplicate-hostname", "HOSTNAME=Twin.example.com", "HOSTNAME=twin.example.com."},
+      {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv/x"},
+  };
+  std::mt19937 random(1);
+  for (const auto& plant : plants) {
+    std::vector<std::string> texts;
+    for (int i = 0; i < 1000; ++i) {
+      const std::string n = std::to_string(i);
+      texts.push_back("# " + n + "\nVE_ROOT=/r/$VEID\n" +
+                      (random() % 2 == 0 ? "IP_ADDRESS=10.0." + std::to_string(i / 250) + "." +
+                                               std::to_string(i % 250) + "\n"
+                                         : ""));
+    }
+    const std::size_t first = random() % 500;
+    const std::size_t second = 500 + random() % 500;
+    texts[first] = "\n\n" + std::string(plant.first) + "\n";
+    texts[second] = "\n" + std::string(plant.second) + "\n";
+    const auto findings = check(texts);
+    ASSERT_EQ(findings.size(), 1U) << plant.rule << findings.front().text;
+    EXPECT_EQ(findings[0].rule, plant.rule);
+    EXPECT_EQ(findings[0].veid, static_cast<int>(101 + second));
+    EXPECT_EQ(findings[0].line, 2U);
+    EXPECT_EQ(findings[0].related, "/nowhere/" + std::to_string(101 + first) + ".conf:3");
+    EXPECT_EQ(findings[0].severity, Finding::Severity::Error);
+  }
+  // Not twins: an environment's own two keys, unnamed areas, who repairs whom, and networks apart only warn.
+  EXPECT_TRUE(check({"IP_ADDRESS=10.0.0.1\nNETIF=ifname=eth0,nettype=host-routed,ip=10.0.0.1\n"}).empty());
+  EXPECT_TRUE(check({"VE_PRIVATE=/p/$VEID\n", "VE_PRIVATE=/p/${VEID}\n"}).empty());
+  const auto apart =
+      check({"NETIF=ifname=a,network=x,ip=10.0.0.1\n", "NETIF=ifname=a,network=y,ip=10.0.0.1\n"});
+  ASSERT_EQ(apart.size(), 1U);
+  EXPECT_EQ(apart[0].severity, Finding::Severity::Warning);
+}
+
+TEST(NodeCheckTest, HoldsSumsAgainstTheNode) {
+  const std::string one =
+      "ONBOOT=yes\nPHYSMEMORY=1073741824\nMEMORYGUARANTEE=50\nDISKSPACE=1048576\nCPUGUARANTEE=150\n";
+  KFA::KFANodeCheck node(envParser(), {{}, {}, {3LL << 29, 2LL << 30, 30000}});
+  for (int i = 1; i <= 3; ++i)
+    node.add({std::to_string(i) + ".conf", i}, one);
+  node.add({"4.conf", 4}, "ONBOOT=no\n" + one.substr(11));
+  EXPECT_EQ(node.getStartedOnBoot(), 3U);
+  EXPECT_EQ(node.getGuaranteed().memory, 3LL << 29);
+  EXPECT_EQ(node.getGuaranteed().disk, 3LL << 30);
+  EXPECT_EQ(node.getGuaranteed().cpu, 45000);
+  std::set<std::string> rules;
+  for (const Finding& finding : node.finish())
+    rules.insert(finding.rule);
+  EXPECT_EQ(rules, (std::set<std::string>{"node-disk", "node-cpu"}));
+  EXPECT_GT(KFA::KFANodeResources::ofMachine("/").memory, 0);
+}
+
+// --- The catalogue ------------------------------------------------------------------------------------------------------
+
+TEST(KeyCatalogueTest, DescribesEveryKeyByWhatItTakes) {
+  const KFA::KFAKeyCatalogue catalogue(envParser(), vocabulary());
+  const KFA::KFAEnvConfigRules rules(envParser());
+  EXPECT_EQ(catalogue.getKeys().size(), 27 + envParser()->getQoSMap().size());
+  for (const auto& [key, described] : catalogue.getKeys()) {
+    EXPECT_EQ(rules.accept(key, described.example), 0) << KFL::getErrorMessage();
+    EXPECT_FALSE(described.form.empty() || described.without.empty() || described.description.empty()) << key;
+  }
+  const char* const rows[][3] = {
+      {"physmemory", "1073741824:1207959552", "1 GiB:1.125 GiB"},
+      {"physmemory", "1000", "1000 bytes"},
+      {"diskspace", "10485760", "10 GiB"},
+      {"cpulimit", "12.5", "12.5 %"},
+      {"numproc", "200:240", "200:240"},
+      {"diskgrace", "60", "60 s"},
+      {"physmemory", "9223372036854775807", "unlimited"},
+      {"diskbandwidth", "1048576", "1 MiB/s"},
+      {"hostname", "1073741824", "1073741824"},
+      {"physmemory", "much", "much"},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(catalogue.showValue(row[0], row[1]), row[2]);
+}
+
+// --- Advice -------------------------------------------------------------------------------------------------------------
+
+std::set<KFL::KFLQoS> qosesOf(const std::map<std::string, std::pair<long long, long long>>& values) {
+  std::set<KFL::KFLQoS> qoses;
+  for (const auto& [name, value] : values) {
+    KFL::KFLQoS qos(name);
+    qos.setSoft(value.first);
+    qos.setHard(value.second);
+    qoses.insert(qos);
+  }
+  return qoses;
+}
+
+std::size_t violationsOf(const KFA::KFAQVTune& tune, const std::set<KFL::KFLQoS>& qoses) {
+  const KFA::KFAQVTuneParameters parameters = KFA::tuneParameters(qoses);
+  const KFA::KFAQVTuneArray values = tune.arrange(parameters);
+  std::size_t violated = 0;
+  for (const auto& formula : tune.formulas) {
+    KFA::KFAQVParamIDSet used;
+    if (formula.notation.hasMultiple == 0 && tune.checkByFormula(values, formula.notation, used, -1) == 1)
+      ++violated;
+  }
+  return violated;
+}
+
+// Over small worlds: the advice holds when it is followed, and hardly ever takes a key more than the fewest that trying
+// everything finds.
+TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
+  const char* const xml =
+      "<vocabulary version='1'><category words='kelvarium qos'><parameter id='a' kind='2' value_type='1'/>"
+      "<parameter id='b' kind='2' value_type='1'/><parameter id='c' kind='2' value_type='1'/></category>"
+      "<category words='kelvarium tune'>"
+      "<parameter number='1'><expression>a.soft &lt;= a.hard</expression><comment>x</comment></parameter>"
+      "<parameter number='2'><expression>a.hard * 2 &lt;= b.hard &amp;&amp; b.soft &lt;= "
+      "b.hard</expression><comment>x</comment></parameter>"
+      "<parameter number='3'><expression>c.soft >= a.soft + 1</expression><comment>x</comment></parameter>"
+      "</category></vocabulary>";
+  const auto small = KFL::KFLVocMap::loadFromText(xml, "small");
+  ASSERT_TRUE(small) << KFL::getErrorMessage();
+  const auto parser = KFA::KFAEnvConfigBashParser::getInstance(small);
+  const KFL::KFLVEnvConfig none;
+  KFA::KFAQVTune tune(none, small);
+  ASSERT_EQ(tune.init(), 0);
+  std::mt19937 random(2);
+  std::size_t advised = 0;
+  std::size_t excess = 0;
+  for (int round = 0; round < 120; ++round) {
+    std::map<std::string, std::pair<long long, long long>> start;
+    for (const char* const name : {"a", "b", "c"})
+      start[name] = {random() % 4, random() % 4};
+    // The fewest keys: each set of keys, each with all small values.
+    std::size_t fewest = 4;
+    for (unsigned chosen = 0; chosen < 8; ++chosen) {
+      const auto size = static_cast<std::size_t>(__builtin_popcount(chosen));
+      if (size >= fewest) continue;
+      std::vector<std::string> names;
+      for (unsigned i = 0; i < 3; ++i)
+        if ((chosen >> i & 1U) != 0) names.emplace_back(1, static_cast<char>('a' + i));
+      long long worlds = 1;
+      for (std::size_t i = 0; i < size; ++i)
+        worlds *= 49;
+      auto trial = start;
+      // With all three any world will do; two are tried whole.
+      bool works = size == 3;
+      for (long long world = 0; world < worlds && !works; ++world) {
+        long long left = world;
+        for (const std::string& name : names) {
+          trial[name] = {left % 7, left / 7 % 7};
+          left /= 49;
+        }
+        works = violationsOf(tune, qosesOf(trial)) == 0;
+      }
+      if (works) fewest = size;
+    }
+    KFA::KFAQoSAdvice advice;
+    ASSERT_EQ(adviseQoS(tune, *parser, qosesOf(start), advice), 0);
+    EXPECT_TRUE(advice.left.empty());
+    EXPECT_LE(advice.changes.size(), fewest + 1) << testing::PrintToString(start);
+    EXPECT_GE(advice.changes.size(), fewest) << testing::PrintToString(start);
+    excess += advice.changes.size() - fewest;
+    advised += advice.changes.empty() ? 0 : 1;
+    auto after = start;
+    for (const KFA::KFAChange& change : advice.changes) {
+      const std::size_t colon = change.value->find(':');
+      ASSERT_NE(colon, std::string::npos);
+      after[change.key] = {KFL::strToLonglong(*change.value),
+                           KFL::strToLonglong(change.value->substr(colon + 1))};
+    }
+    EXPECT_EQ(violationsOf(tune, qosesOf(after)), 0U) << testing::PrintToString(after);
+  }
+  EXPECT_GT(advised, 60U);
+  EXPECT_LE(excess, advised / 20);
+}
+
+}  // namespace

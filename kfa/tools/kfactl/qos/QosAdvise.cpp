@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// kfactl qos advise: the smallest changes that make every violated formula hold.
+#include "qos/QosAdvise.h"
+
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/node/KFAQoSAdvice.h>
+#include <KFAFunctionality/resources/KFAEnvSampleM.h>
+
+#include "environments/Environment.h"
+#include "environments/Environments.h"
+#include "terminal/Document.h"
+#include "terminal/Session.h"
+#include "terminal/Trouble.h"
+
+namespace kfactl {
+
+namespace {
+
+std::string numbersOf(const std::vector<int>& numbers) {
+  std::string text;
+  for (const int number : numbers)
+    text += (text.empty() ? "" : ", ") + std::to_string(number);
+  return text;
+}
+
+// The changes as words for `config set`.
+std::string wordsOf(const KFA::KFAQoSAdvice& advice) {
+  std::string words;
+  for (const KFA::KFAChange& change : advice.changes)
+    words += " " + KFL::toUpper(change.key) + "=" + *change.value;
+  return words;
+}
+
+Document describe(const KFA::KFAQoSAdvice& advice) {
+  Document changes = Document::array();
+  for (const KFA::KFAChange& change : advice.changes)
+    changes.push_back({{"key", change.key}, {"value", *change.value}, {"before", *change.before}});
+  return {{"violated", advice.violated}, {"changes", std::move(changes)}, {"left", advice.left}};
+}
+
+void print(Session& session, const std::string& name, const KFA::KFAQoSAdvice& advice) {
+  Output& out = session.out();
+  if (advice.violated.empty()) return;
+  out.addLine("# " + printable(name) + ": violated: " + numbersOf(advice.violated));
+  if (!advice.changes.empty()) out.addLine("kfactl config set " + KFA::quoteForShell(name) + wordsOf(advice));
+  if (!advice.left.empty()) out.addLine("# no change was found for: " + numbersOf(advice.left));
+}
+
+}  // namespace
+
+int adviseQos(Session& session) {
+  Environments environments(session, session.arguments(), WhenNone::All);
+  const auto parser = session.environmentParser();
+  const KFL::KFLVEnvConfig none;
+  KFA::KFAQVTune tune(none, session.vocabulary());
+  Document all = Document::array();
+  int status = kFine;
+  environments.each(
+      [&](const auto& file, const Input& input) {
+        const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
+        KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
+        must(config.getQoSes(qoses));
+        KFA::KFAQoSAdvice advice;
+        if (judgeMemoryMode(config, qoses.getValue()) == KFA::KFAQoSMemoryMode::Formulas)
+          must(adviseQoS(tune, *parser, qoses.getValue(), advice));
+        if (!advice.violated.empty()) status = kFinding;
+        if (session.format() == Format::Table)
+          print(session, file.path, advice);
+        else
+          all.push_back(documentOf(file, describe(advice)));
+      },
+      [&](const auto& file, const std::string& why) { all.push_back(failureOf(file, why)); });
+  if (session.format() != Format::Table) printDocument(session, all, "environments", "environment");
+  return environments.status(status);
+}
+
+}  // namespace kfactl
