@@ -135,6 +135,8 @@ bool KFLLockedCache::reclaim(KFLCacheProof& proof) {
     last = heap.release(reinterpret_cast<KFLHeapBlock*>(heap.at(block.offset)), last);
   });
   const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
+  // Somebody wrote into the header behind the proof; whoever looks at the snapshot next says so.
+  if (!snapshot.isSound()) return false;
   std::int32_t& references = snapshot.head().references;
   const bool isHeld = std::binary_search(held.begin(), held.end(), snapshot.getOffset());
   setCount(references, isHeld ? std::max(load(references), 2) : 1);
