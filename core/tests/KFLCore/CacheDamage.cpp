@@ -87,7 +87,7 @@ class Scribbler {
       case 6:
         return blockStart() + 4 * random_.below(4);
       default:
-        return random_.below(std::max(word(12), kHeader) % kLargest);
+        return random_.below(std::max(word(12), kHeader) % kLargest + 1);
     }
   }
   std::uint32_t blockStart() {
