@@ -171,13 +171,14 @@ class Life {
   void call(const char* name, Call perform) {
     std::strncpy(trace_.call.data(), name, trace_.call.size() - 1);
     const auto start = Clock::now();
+    const std::size_t texts = countErrorMessages();
     begin(plan_, scribbleMeanwhile);
     const int code = perform();
     end();
     const std::int64_t took = std::chrono::nanoseconds(Clock::now() - start).count();
     trace_.slowest = std::max<std::int64_t>(trace_.slowest, took);
     if (took > kSlow) _exit(90);
-    if (code < 0 && getErrorMessage().empty()) _exit(91);
+    if (code < 0 && countErrorMessages() == texts) _exit(91);
     if (std::filesystem::exists(path_) && std::filesystem::file_size(path_) > kLargest + 4096) _exit(92);
   }
 
