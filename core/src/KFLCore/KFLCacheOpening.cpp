@@ -121,8 +121,8 @@ void KFLCacheFile::detach() {
 namespace {
 
 // Whether the file says of itself that it cannot be used.
-bool isFaulty(const KFLMappedFile& mapped) {
-  const KFLMappedMemoryManager file(mapped.getMemory());
+bool isFaulty(const KFLCacheStorage& mapped) {
+  const KFLMappedMemoryManager file = mapped.manager();
   return !file.isUnmade(mapped.getFileSize(), firstFileSize(KFLMappedFile::getPageSize())) &&
          file.validateHeader() != 0;
 }
