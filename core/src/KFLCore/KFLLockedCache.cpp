@@ -10,6 +10,9 @@
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheProof.h>
 
+#include "KFLCacheCodes.h"
+#include "KFLDescriptor.h"
+
 namespace KFL {
 
 namespace {
@@ -60,7 +63,8 @@ int KFLLockedCache::checkSize() {
 }
 
 int KFLLockedCache::judge() {
-  const std::size_t fileSize = storage_->getFileSize();
+  std::size_t fileSize = 0;
+  if (storage_->readFileSize(fileSize) != 0) return kCacheNotMapped;
   const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
   if (manager().isUnmade(fileSize, firstSize)) {
     if (storage_->reserve(firstSize) != 0) return kCacheNotMapped;
@@ -92,7 +96,7 @@ int KFLLockedCache::judge() {
 int KFLLockedCache::recover() {
   share_.isDoubtful = manager().getHolder() != 0;  // until it is done, or there is no file to save
   const int code = proveOrRebuild();
-  if (code != kCacheFull) share_.isDoubtful = false;
+  if (code == 0 || isFault(code)) share_.isDoubtful = false;
   return code;
 }
 
@@ -106,9 +110,9 @@ int KFLLockedCache::proveOrRebuild() {
   }
   if (code != 0 && manager().getHolder() == 0) failed(proof);
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  share_.proved = &fileLock();
-  return 0;
+  const int reclaimed = reclaim(proof);
+  if (reclaimed == 0) share_.proved = &fileLock();
+  return reclaimed;
 }
 
 int KFLLockedCache::failed(const KFLCacheProof& proof) const {
@@ -119,14 +123,17 @@ int KFLLockedCache::failed(const KFLCacheProof& proof) const {
   return fault.code;
 }
 
-// Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts. False when
-// nothing came back. The proof is one in scope Kept.
-bool KFLLockedCache::reclaim(KFLCacheProof& proof) {
-  const std::vector<std::uint64_t> held = fileLock().findHeld();
+// Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts; or leaves the
+// file as it is. The proof is one in scope Kept.
+int KFLLockedCache::reclaim(KFLCacheProof& proof) {
+  std::vector<std::uint64_t> held;
+  if (const int error = fileLock().findHeld(held); error != 0) {
+    setErrorMessage("cannot tell who holds %s: %s", share_.path.c_str(), describeError(error).c_str());
+    return kCacheNotLocked;
+  }
   const KFLCacheProof::ItemCounts counts = proof.keep(storage_->memory(), held);
   mark();
   KFLMappedMemoryManager heap = manager();
-  const std::uint32_t used = heap.getBytesInUse();
   heap.forgetFreeBlocks();
   heap.recount();
   KFLHeapBlock* last = heap.sentinel();
@@ -136,21 +143,20 @@ bool KFLLockedCache::reclaim(KFLCacheProof& proof) {
   });
   const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
   // Somebody wrote into the header behind the proof; whoever looks at the snapshot next says so.
-  if (!snapshot.isSound()) return false;
+  if (!snapshot.isSound()) return 0;
   std::int32_t& references = snapshot.head().references;
   const bool isHeld = std::binary_search(held.begin(), held.end(), snapshot.getOffset());
   setCount(references, isHeld ? std::max(load(references), 2) : 1);
   for (const auto& [item, count] : counts)
     setCount(reinterpret_cast<KFLItemHead*>(heap.at(item))->references, count);
-  return heap.getBytesInUse() < used;
+  return 0;
 }
 
 // Gives back what the dead held, before the heap grows for it.
 int KFLLockedCache::collect() {
   KFLCacheProof proof;
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  return 0;
+  return reclaim(proof);
 }
 
 int KFLLockedCache::invalidate(int code) {
@@ -169,7 +175,7 @@ int KFLLockedCache::prepare() {
     return 0;
   }
   const int code = recover();
-  return code == 0 || code == kCacheFull ? code : invalidate(code);
+  return isFault(code) ? invalidate(code) : code;
 }
 
 // What is found at fault behind the proof was written by somebody else; what still stands is kept.
@@ -179,7 +185,7 @@ int KFLLockedCache::distrust(const char* what) {
   share_.proved = nullptr;
   mark();
   const int code = recover();
-  return code == 0 || code == kCacheFull ? code : invalidate(kCacheUnsound);
+  return isFault(code) ? invalidate(kCacheUnsound) : code;
 }
 
 int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
@@ -188,7 +194,7 @@ int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
     const std::int32_t references = snapshot.isSound() ? load(snapshot.head().references) : 0;
     if (references > 0 && references < INT32_MAX) {
       if (const int error = fileLock().hold(snapshot.getOffset()); error != 0) {
-        setErrorMessage("cannot lock %s: error %d", share_.path.c_str(), error);
+        setErrorMessage("cannot lock %s: %s", share_.path.c_str(), describeError(error).c_str());
         return kCacheNotLocked;
       }
       mark();

@@ -69,7 +69,7 @@ class KFLLockedCache {
   int prepare();
   int distrust(const char* what);
   int failed(const KFLCacheProof& proof) const;
-  bool reclaim(KFLCacheProof& proof);
+  int reclaim(KFLCacheProof& proof);
   int collect();
 
   int tryChange(const std::vector<const KFLCacheChange*>& changes, bool isKept, bool& isReplaced,
