@@ -10,6 +10,9 @@
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheProof.h>
 
+#include "KFLCacheCodes.h"
+#include "KFLDescriptor.h"
+
 namespace KFL {
 
 namespace {
@@ -56,7 +59,8 @@ int KFLLockedCache::checkSize() {
 }
 
 int KFLLockedCache::judge() {
-  const std::size_t fileSize = storage_->getFileSize();
+  std::size_t fileSize = 0;
+  if (storage_->readFileSize(fileSize) != 0) return kCacheNotMapped;
   const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
   if (manager().isUnmade(fileSize, firstSize)) {
     if (storage_->reserve(firstSize) != 0) return kCacheNotMapped;
@@ -88,7 +92,7 @@ int KFLLockedCache::judge() {
 int KFLLockedCache::recover() {
   share_.isDoubtful = manager().getHolder() != 0;  // until it is done, or there is no file to save
   const int code = proveOrRebuild();
-  if (code != kCacheFull) share_.isDoubtful = false;
+  if (code == 0 || isFault(code)) share_.isDoubtful = false;
   return code;
 }
 
@@ -102,9 +106,9 @@ int KFLLockedCache::proveOrRebuild() {
   }
   if (code != 0 && manager().getHolder() == 0) failed(proof);
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  share_.proved = &fileLock();
-  return 0;
+  const int reclaimed = reclaim(proof);
+  if (reclaimed == 0) share_.proved = &fileLock();
+  return reclaimed;
 }
 
 int KFLLockedCache::failed(const KFLCacheProof& proof) const {
@@ -116,9 +120,13 @@ int KFLLockedCache::failed(const KFLCacheProof& proof) const {
 }
 
 // Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts: all by what
-// was proved, in scope Kept, whatever stands in the file by now.
-void KFLLockedCache::reclaim(KFLCacheProof& proof) {
-  const std::vector<std::uint64_t> held = fileLock().findHeld();
+// was proved, in scope Kept, whatever stands in the file by now; or leaves the file as it is.
+int KFLLockedCache::reclaim(KFLCacheProof& proof) {
+  std::vector<std::uint64_t> held;
+  if (const int error = fileLock().findHeld(held); error != 0) {
+    setErrorMessage("cannot tell who holds %s: %s", share_.path.c_str(), describeError(error).c_str());
+    return kCacheNotLocked;
+  }
   const KFLCacheProof::ItemCounts counts = proof.keep(storage_->memory(), held);
   mark();
   KFLMappedMemoryManager heap = manager();
@@ -136,6 +144,7 @@ void KFLLockedCache::reclaim(KFLCacheProof& proof) {
   setCount(references, isHeld ? std::max(loadWord(references), 2) : 1);
   for (const auto& [item, count] : counts)
     setCount(reinterpret_cast<KFLItemHead*>(heap.at(item))->references, count);
+  return 0;
 }
 
 // Space on disk for the heap. A file never becomes longer by what it says of itself.
@@ -151,8 +160,7 @@ int KFLLockedCache::reserveHeap() {
 int KFLLockedCache::collect() {
   KFLCacheProof proof;
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  return 0;
+  return reclaim(proof);
 }
 
 int KFLLockedCache::invalidate(int code) {
@@ -170,7 +178,7 @@ int KFLLockedCache::prepare() {
     code = proof.check(storage_->memory()) == 0 ? 0 : recover();
     if (code == 0) share_.proved = &fileLock();
   }
-  return code == 0 || code == kCacheFull ? code : invalidate(code);
+  return isFault(code) ? invalidate(code) : code;
 }
 
 // What is found at fault behind the proof was written by somebody else; what still stands is kept.
@@ -180,7 +188,7 @@ int KFLLockedCache::distrust(const char* what) {
   share_.proved = nullptr;
   mark();
   const int code = recover();
-  return code == 0 || code == kCacheFull ? code : invalidate(kCacheUnsound);
+  return isFault(code) ? invalidate(kCacheUnsound) : code;
 }
 
 int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
@@ -189,7 +197,7 @@ int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
     const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
     if (references > 0 && references < INT32_MAX) {
       if (const int error = fileLock().hold(snapshot.getOffset()); error != 0) {
-        setErrorMessage("cannot lock %s: error %d", share_.path.c_str(), error);
+        setErrorMessage("cannot lock %s: %s", share_.path.c_str(), describeError(error).c_str());
         return kCacheNotLocked;
       }
       mark();

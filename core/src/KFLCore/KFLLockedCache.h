@@ -70,7 +70,7 @@ class KFLLockedCache {
   int distrust(const char* what);
   int failed(const KFLCacheProof& proof) const;
   int reserveHeap();
-  void reclaim(KFLCacheProof& proof);
+  int reclaim(KFLCacheProof& proof);
   int collect();
 
   int tryChange(const std::vector<const KFLCacheChange*>& changes, bool isKept, bool& isReplaced,

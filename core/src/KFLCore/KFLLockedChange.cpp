@@ -8,6 +8,7 @@
 #include <KFLCommon/KFLLimitedString.h>
 #include <KFLCore/KFLCacheProof.h>
 
+#include "KFLCacheCodes.h"
 #include "KFLLockedCache.h"
 
 namespace KFL {
@@ -240,7 +241,7 @@ int KFLLockedCache::allocateGrowing(const std::vector<std::uint64_t>& sizes,
       isCollected = true;
       if (!freeBlocks(offsets)) return kCacheUnsound;
       offsets.clear();
-      if (const int code = collect(); code != 0) return kCacheUnsound;
+      if (const int code = collect(); code != 0) return isFault(code) ? int{kCacheUnsound} : code;
       continue;
     }
     std::uint64_t need = 0;
