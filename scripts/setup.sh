@@ -18,7 +18,7 @@ packagesFor() {
     faults) echo "$test strace" ;;
     lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;
     abi) echo "abigail-tools" ;;
-    package) echo "$build debhelper dpkg-dev doxygen lintian debootstrap" ;;
+    package) echo "$build debhelper dh-python dpkg-dev doxygen lintian debootstrap" ;;
     *)
       echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, faults, lint, abi, package" >&2
       return 2

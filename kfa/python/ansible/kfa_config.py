@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 """The Ansible module kfa_config: keys of environment files as they shall be."""
 
