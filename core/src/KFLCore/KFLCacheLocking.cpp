@@ -44,7 +44,8 @@ int KFLCacheFile::lockCurrent() {
     setErrorMessage("%s is not open", share_->path.c_str());
     return kCacheNotMapped;
   }
-  if (isAccessible() && !isForked() && storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
+  if (isAccessible() && !isForked() && storage_->getLock().isOpen() &&
+      storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
     const int code = lockOpened();
     if (code <= 0) return code;
   }
@@ -151,11 +152,12 @@ int KFLCacheFile::repair(bool& alone) {
     const Section section(*this);
     if (section.code() != 0) return section.code();
     KFLFileLock& fileLock = storage_->getLock();
-    alone = fileLock.isOnlyUser() && fileLock.findHeld().empty();
+    std::vector<std::uint64_t> held;
+    alone = fileLock.isOnlyUser() && fileLock.findHeld(held) == 0 && held.empty();
     KFLLockedCache locked(*share_, storage_);
     const int code = locked.recover();
     locked.keep();
-    return code == 0 || code == kCacheFull ? code : locked.invalidate(code);
+    return isFault(code) ? locked.invalidate(code) : code;
   });
 }
 
