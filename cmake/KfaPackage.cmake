@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # What is installed beside the libraries and the program: the CMake package "kfa", one pkg-config file for each library,
 # the documents and the examples. The data folder installs itself. Components: runtime, development, tools, agent, data,
-# documents, examples.
+# documents, examples, python.
 
 include(CMakePackageConfigHelpers)
 
