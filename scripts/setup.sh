@@ -10,6 +10,7 @@ packagesFor() {
   build+=" pybind11-dev python3-dev"
   local test="$build libgtest-dev libgmock-dev libxml2-utils acl attr locales bash-builtins openssl git bsdutils"
   test+=" man-db groff-base mandoc python3-pytest mypy ansible-core"
+  test+=" chromium-headless-shell jq"
   local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev liblmdb-dev"
   case "$1" in
     build) echo "$build" ;;
