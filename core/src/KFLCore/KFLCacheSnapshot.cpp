@@ -51,7 +51,9 @@ int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
     if (const int code = share.takeTurn(patience); code != 0) return code;
     const KFLTurnEnd end(share.turn);
     KFLCacheFile::Storage storage = hold.storage;
-    if (storage->getFileSize() < storage->getSize()) {
+    std::size_t size = 0;
+    if (storage->readFileSize(size) != 0) return int{kCacheNotMapped};
+    if (size < storage->getSize()) {
       setErrorMessage("%s was cut while it was open", storage->getPath().c_str());
       return int{kCacheNotRemapped};
     }

@@ -71,7 +71,7 @@ TEST(CacheFaults, DamageWhileOpenGivesCodes) {
                                         setting("KFA_CACHE_FAULTS", 1), folder.path(), damages);
   EXPECT_EQ(faults, "");
   std::cout << "damages " << damages.tries << " faults " << damages.faults << " slowest_us "
-            << damages.slowest / 1000 << std::endl;
+            << damages.slowest << std::endl;
 }
 
 // One agent of a file, and what it committed.
