@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Memory that runs out in configuration files, network entries, vocabularies, formulas, access points and caches.
+// Memory that runs out in configuration files, the files of a node, network entries, vocabularies, formulas, access points,
+// schemas and caches.
 #include <map>
 #include <memory>
 #include <set>
@@ -17,16 +18,30 @@
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAConfigFolder.h>
 #include <KFAFunctionality/files/KFAConfigRules.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 #include <KFAFunctionality/network/KFANetVEth.h>
+#include <KFAFunctionality/node/KFAChangeList.h>
+#include <KFAFunctionality/node/KFAConfigFix.h>
+#include <KFAFunctionality/node/KFAConfigMerge.h>
+#include <KFAFunctionality/node/KFAEnvironmentDiff.h>
+#include <KFAFunctionality/node/KFAEnvironmentFilter.h>
+#include <KFAFunctionality/node/KFAEnvironmentKeys.h>
+#include <KFAFunctionality/node/KFAKeyCatalogue.h>
+#include <KFAFunctionality/node/KFANodeCheck.h>
+#include <KFAFunctionality/node/KFANodeSelection.h>
+#include <KFAFunctionality/node/KFAValueCheck.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 #include <KFAFunctionality/resources/KFAQoSTune.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheFile.h>
 #include <KFLCore/KFLCacheSnapshot.h>
+#include <KFLMessage/KFLSchemaText.h>
 
 #include "../files/FilesTest.h"
 #include "../resources/Vocabularies.h"
@@ -287,6 +302,159 @@ TEST(Allocations, OfChangesOfAFile) {
       });
 }
 
+// --- The files of a node --------------------------------------------------------------------------------------------
+
+// What is looked up and made of texts, each as one text; what it goes into is empty before and after a failure.
+template <class Make>
+Entry textEntry(const std::string& name, Make make) {
+  const auto call = [make](std::string& text) {
+    std::string made;
+    int result = 0;
+    if constexpr (std::is_invocable_v<Make, std::string&>) result = make(made);
+    if constexpr (!std::is_invocable_v<Make, std::string&>) made = make();
+    if (result == 0) text.swap(made);
+    return result;
+  };
+  return entry(
+      name, [] { return std::string(); }, call, [](std::string& text) { return text; });
+}
+
+std::string textOf(const KFAChangeList& changes) {
+  std::string text;
+  for (const KFAChange& change : changes)
+    text += change.toString() + "\n";
+  return text;
+}
+
+constexpr const char* kChangeText = "HOSTNAME='a name that is long enough for a block'\nNUMPROC='5:6'\n";
+constexpr const char* kFaulty = "HOSTNAME = x\nNUMPROC=\"5:x\"\nIP_ADDRESS='1.2.3.4'\nNUMPROC=\"1\"\nX=\"op";
+
+TEST(Allocations, OfTheFilesOfANode) {
+  const std::string folder = KFA_SOURCE_DIR "/examples/node/conf";
+  const std::string file = contentOf(exampleFiles().front());
+  const auto parser = envParser();
+  const KFAEnvConfigRules rules(parser);
+  const auto keysOf = [&](const std::string& text) {
+    KFAEnvironmentKeys keys(parser);
+    keys.read(text, "101.conf");
+    return keys;
+  };
+  using Selection = std::shared_ptr<KFANodeSelection>;
+  const auto select = [&](const char* word) {
+    return entry(
+        std::string(word) + " selected",
+        [&] { return std::make_shared<KFANodeSelection>(folder, [parser] { return parser; }); },
+        [word](Selection& selection) { return selection->add(word); },
+        [](Selection& selection) {
+          std::string text;
+          for (const KFAEnvironmentFile& each : selection->getFiles())
+            text += each.path + " ";
+          return text;
+        });
+  };
+  expectLaw(
+      "files of a node",
+      {textEntry("folder listed and read",
+                 [&](std::string& text) {
+                   KFAConfigFolder node(folder, parser);
+                   std::vector<int> veids;
+                   int result = node.list(veids);
+                   for (const int veid : veids) {
+                     const std::string_view key = "hostname";
+                     KFAEnvConfig record;
+                     KFAEnvConfig part;
+                     result += node.read(veid, record) + node.readKeys(veid, {&key, 1}, part);
+                     text += textOf(record) + textOf(part);
+                   }
+                   return result;
+                 }),
+       textEntry("file checked",
+                 [&] {
+                   std::string text;
+                   for (const KFAConfigFinding& finding : checkConfig(rules, kFaulty))
+                     text += finding.rule + " " + finding.text + "\n";
+                   return text;
+                 }),
+       textEntry("global file judged",
+                 [&] {
+                   const KFAGlobalConfigRules global;
+                   KFAConfigChanges changes = {{"lockdir", kLong}, {"template", "/t"}};
+                   global.order(changes);
+                   std::string text = std::to_string(global.accept("lockdir", kLong));
+                   for (const auto& [key, value] : changes)
+                     text += key;
+                   KFAVtSettings settings;
+                   return text + std::to_string(readGlobalConfig("LOCKDIR=\"/l\"\n", "g", settings)) +
+                          textOf(settings);
+                 }),
+       textEntry("changes read",
+                 [&](std::string& text) {
+                   KFAChangeList changes;
+                   const int result = parseChangeList(kChangeText, "changes", changes);
+                   text = textOf(changes);
+                   return result;
+                 }),
+       textEntry("changes applied",
+                 [&](std::string& text) {
+                   KFAChangeList changes;
+                   const int result = parseChangeList(kChangeText, "changes", changes);
+                   return result != 0 ? result : applyChanges(rules, changes, {}, file, "101.conf", text);
+                 }),
+       textEntry("file mended",
+                 [&] {
+                   std::vector<KFAConfigFix> fixes;
+                   std::string text = fixConfig(rules, kFaulty, fixes);
+                   for (const KFAConfigFix& fix : fixes)
+                     text += fix.what;
+                   return text;
+                 }),
+       textEntry("files merged",
+                 [&] {
+                   const KFAConfigMerge merged =
+                       mergeConfig(file, file + "A=\"1\"\n", "HOSTNAME=\"theirs\"\n" + file);
+                   return merged.text + std::to_string(merged.conflicts.size());
+                 }),
+       textEntry("environments compared",
+                 [&] { return textOf(compareEnvironments(keysOf(file), keysOf("ONBOOT=\"yes\"\n"))); }),
+       textEntry("environment looked up",
+                 [&] {
+                   const KFAEnvironmentKeys keys = keysOf(file);
+                   std::string text = keys.getEffectiveAddresses();
+                   for (const std::string& address : keys.getAddresses())
+                     text += address;
+                   return text + findUnworkable(keys, "ip_address", "1.2.3.4/33") + normalMac("0:1:2:3:4:5");
+                 }),
+       textEntry("condition judged",
+                 [&] {
+                   KFAEnvironmentFilter filter;
+                   const int result = filter.parse(*parser, "HOSTNAME=*a*,ONBOOT!=yes");
+                   return std::to_string(result) + std::to_string(filter.matches(keysOf(file), 101));
+                 }),
+       textEntry("keys described",
+                 [&] {
+                   const KFAKeyCatalogue catalogue(parser, KFL::KFLVocMapSP());
+                   return catalogue.find("hostname")->form + catalogue.showValue("numproc", "5:6");
+                 }),
+       select("101-110"), select("10*.conf"), select("HOSTNAME=*"), select(folder.c_str()),
+       textEntry("node checked",
+                 [&] {
+                   KFANodeCheck check(parser, {});
+                   check.add({"101.conf", 101}, file);
+                   check.add({"102.conf", 102}, kFaulty);
+                   std::string text;
+                   for (const KFANodeFinding& finding : check.finish())
+                     text += finding.rule + finding.text + "\n";
+                   return text;
+                 }),
+       textEntry("schema written", [] {
+         KFL::KFLSchemaText schema("urn:one");
+         schema.open("xs:complexType", KFL::attribute("name", kLong));
+         schema.add("xs:element", KFL::attribute("type", schema.refer("urn:other", "t")));
+         schema.close();
+         return schema.finish();
+       })});
+}
+
 // --- Entries, vocabularies, formulas --------------------------------------------------------------------------------
 
 TEST(Allocations, OfNetworkEntries) {
@@ -538,7 +706,16 @@ TEST(Allocations, OfCaches) {
                    c.text = snapshot.getText(0);
                    return 0;
                  },
-                 state)});
+                 state),
+             entry(
+                 "repaired", open,
+                 [](Cached& c) {
+                   bool alone = false;
+                   return c.cache->repair(alone);
+                 },
+                 state),
+             entry(
+                 "brought to disk", open, [](Cached& c) { return c.cache->sync(); }, state)});
 }
 
 }  // namespace

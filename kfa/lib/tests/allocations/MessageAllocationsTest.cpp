@@ -395,7 +395,11 @@ TEST(Allocations, OfConfigurations) {
       PROPERTY(Architecture), PROPERTY(OS), PROPERTY(Disabled), PROPERTY(ClassID), PROPERTY(QoSes),
       PROPERTY(Veid), PROPERTY(VERootVar), PROPERTY(OnBoot), PROPERTY(UUID), PROPERTY(VEType),
       PROPERTY(IPTables), PROPERTY(Capabilities), PROPERTY(Distribution), PROPERTY(OsTemplate),
-      PROPERTY(Templates), PROPERTY(WinsServers), PROPERTY(RatesList), PROPERTY(NetVEths), PROPERTY(TSMode));
+      PROPERTY(Templates), PROPERTY(WinsServers), PROPERTY(RatesList), PROPERTY(NetVEths), PROPERTY(TSMode),
+      PROPERTY(Description), PROPERTY(Type), PROPERTY(ConfigCustomized), PROPERTY(VEPrivateVar),
+      PROPERTY(RateBound), PROPERTY(OfflineManagement), PROPERTY(SLMMode), PROPERTY(AllowReboot),
+      PROPERTY(Sample), PROPERTY(OriginSample), PROPERTY(TSLicenseServers), PROPERTY(ServerRoles),
+      PROPERTY(OfflineServices), PROPERTY(Capability));
   const auto* const record = KFL::findRecordType("KFAEnvConfig");
   ASSERT_NE(record, nullptr);
   const std::string full = examples().find(record)->second.xml;

@@ -27,6 +27,7 @@
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
+#include <KFAFunctionality/node/KFANodeSelection.h>
 
 #include "FilesTest.h"
 #include "KFLCommon/KFLSystemFaults.h"
@@ -804,6 +805,15 @@ TEST(FolderFaults, EachCallFails) {
           EXPECT_TRUE(refused(read, (folder / "9.conf: cannot be ").string()));
           EXPECT_EQ(reader.read(9, record), 0);
         }
+        // Those who select environments have the same law.
+        KFA::KFANodeSelection selection(folder.path(), [] { return envParser(); });
+        const int selected = selection.add("9-10");
+        if (selected != 0) {
+          EXPECT_TRUE(refused(selected, std::strerror(error)));
+          EXPECT_TRUE(selection.getFiles().empty());
+          EXPECT_EQ(selection.add("9-10"), 0);
+        }
+        EXPECT_EQ(selection.getFiles().size(), 2U);
         calls = std::max(calls, faults.count());
         const bool isOfAPath = !has(std::string(faults.failed()), "dir");
         const bool isHarmless = error == 0 || (error == EINTR && isOfAPath);

@@ -2,6 +2,7 @@
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 
@@ -14,6 +15,7 @@
 #include <tuple>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
@@ -102,39 +104,89 @@ bool KFANodeSelection::isSingle(const std::string& word) {
   return !hasPattern(word) && !KFAEnvironmentFilter::isResembling(word);
 }
 
+// What is listed comes before what is known, which an addition that memory runs out for can then take back.
 void KFANodeSelection::addFile(const KFAEnvironmentFile& file) {
-  if (known_.insert(file.path).second) files_.push_back(file);
+  files_.push_back(file);
+  if (!known_.insert(file.path).second) files_.pop_back();
 }
 
 void KFANodeSelection::addOther(const std::string& path) {
-  if (knownOthers_.insert(path).second) others_.push_back(path);
+  others_.push_back(path);
+  if (!knownOthers_.insert(path).second) others_.pop_back();
 }
+
+// Adds all that a word stands for, or, when an exception comes, nothing.
+class KFANodeSelection::Addition {
+ public:
+  explicit Addition(KFANodeSelection& selection)
+      : selection_(selection),
+        files_(selection.files_.size()),
+        others_(selection.others_.size()),
+        troubles_(selection.troubles_.size()) {}
+  Addition(const Addition&) = delete;
+  Addition& operator=(const Addition&) = delete;
+  ~Addition() {
+    if (isDone_) return;
+    for (; selection_.files_.size() > files_; selection_.files_.pop_back())
+      selection_.known_.erase(selection_.files_.back().path);
+    for (; selection_.others_.size() > others_; selection_.others_.pop_back())
+      selection_.knownOthers_.erase(selection_.others_.back());
+    selection_.troubles_.resize(std::min(troubles_, selection_.troubles_.size()));
+  }
+  int done(int result) {
+    isDone_ = true;
+    return result;
+  }
+
+ private:
+  KFANodeSelection& selection_;
+  const std::size_t files_;
+  const std::size_t others_;
+  const std::size_t troubles_;
+  bool isDone_ = false;
+};
 
 // Hidden names are those of unfinished changes, and nobody's environments.
 int KFANodeSelection::list(const std::string& folder, const Listing*& listing) {
-  const auto [entry, isNew] = listings_.try_emplace(folder);
-  listing = &entry->second;
-  if (!isNew) return 0;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), &closedir);
-  const int failure = errno;
-  if (!entries) {
-    listings_.erase(entry);
-    return refuse(
-        folder, "the folder of the environments cannot be read: " + std::generic_category().message(failure) +
-                    "; --node or KFA_NODE names another one");
+  const auto known = listings_.find(folder);
+  if (known != listings_.end()) {
+    listing = &known->second;
+    return 0;
   }
-  while (const dirent* name = readdir(entries.get())) {
+  Listing made;
+  if (const int error = readFolder(folder, made); error != 0)
+    return refuse(folder,
+                  "the folder of the environments cannot be read: " + std::generic_category().message(error) +
+                      "; --node or KFA_NODE names another one");
+  std::sort(made.files.begin(), made.files.end(), comesBefore);
+  std::sort(made.others.begin(), made.others.end());
+  listing = &listings_.emplace(folder, std::move(made)).first->second;
+  return 0;
+}
+
+// 0, or an errno: half a listing is none.
+int KFANodeSelection::readFolder(const std::string& folder, Listing& listing) {
+  using KFL::KFLSystem;
+  const int opened = KFLSystem::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (opened == -1) return errno;
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(KFLSystem::fdopendir(opened), &KFLSystem::closedir);
+  if (!entries) {
+    const int error = errno;
+    KFLSystem::close(opened);
+    return error;
+  }
+  for (;;) {
+    errno = 0;
+    const dirent* const name = KFLSystem::readdir(entries.get());
+    if (name == nullptr) return errno;
     const std::string_view plain = name->d_name;
     if (plain.starts_with('.') || name->d_type == DT_DIR || plain == kForeignKeysFile) continue;
     KFAEnvironmentFile file = fileOf(join(folder, name->d_name));
     if (file.veid >= 0)
-      entry->second.files.push_back(std::move(file));
+      listing.files.push_back(std::move(file));
     else
-      entry->second.others.push_back(file.path);
+      listing.others.push_back(file.path);
   }
-  std::sort(entry->second.files.begin(), entry->second.files.end(), comesBefore);
-  std::sort(entry->second.others.begin(), entry->second.others.end());
-  return 0;
 }
 
 int KFANodeSelection::addFolder(const std::string& folder) {
@@ -148,7 +200,8 @@ int KFANodeSelection::addFolder(const std::string& folder) {
 }
 
 int KFANodeSelection::addAll() {
-  return addFolder(folder_);
+  Addition addition(*this);
+  return addition.done(addFolder(folder_));
 }
 
 int KFANodeSelection::addRange(const std::string& word, int first, int last) {
@@ -208,6 +261,11 @@ int KFANodeSelection::addMatching(const std::string& word) {
 }
 
 int KFANodeSelection::add(const std::string& word) {
+  Addition addition(*this);
+  return addition.done(addWord(word));
+}
+
+int KFANodeSelection::addWord(const std::string& word) {
   int first = 0;
   int last = 0;
   if (parseVeid(word, first)) {

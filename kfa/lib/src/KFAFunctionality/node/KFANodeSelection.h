@@ -65,12 +65,15 @@ class KFANodeSelection {
   const std::string& getFolder() const { return folder_; }
 
  private:
+  class Addition;
   struct Listing {
     std::vector<KFAEnvironmentFile> files;
     std::vector<std::string> others;
   };
 
   int list(const std::string& folder, const Listing*& listing);
+  static int readFolder(const std::string& folder, Listing& listing);
+  int addWord(const std::string& word);
   int addFolder(const std::string& folder);
   int addRange(const std::string& word, int first, int last);
   int addPattern(const std::string& word);
