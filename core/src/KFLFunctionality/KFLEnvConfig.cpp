@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -193,6 +194,8 @@ KFLEnvConfig::Ranks& KFLEnvConfig::ranks() {
 
 // The first child that ranks behind the element.
 KFLMessageIterator KFLEnvConfig::findPlace(KFLElementID id) {
+  if (filling_ != nullptr && filling_->expects_) return it_.childOf(filling_->place());
+  filling_ = nullptr;
   Ranks& known = ranks();
   const int rank = known.get(*this, it_.findNameKey(id), id);
   if (rank == Ranks::kLast) return {};
@@ -211,9 +214,71 @@ std::vector<KFLMessageIterator> KFLEnvConfig::elementsNamed(KFLElementID id) con
   return elements;
 }
 
+// --- Filling -----------------------------------------------------------------------------------------------
+
+KFLEnvConfig::Filling::Filling(KFLEnvConfig& config) : config_(config) {
+  if (config.hasMsg() && config.it_.isEmptyElement()) config.filling_ = this;
+}
+
+bool KFLEnvConfig::Filling::lacks(int rank, std::uint32_t nameKey) const {
+  if (rank < kRanks) return (ranks_ >> rank & 1U) == 0;
+  const auto* const end = others_.begin() + otherCount_;
+  return std::find(others_.begin(), end, nameKey) == end;
+}
+
+bool KFLEnvConfig::Filling::expect(int rank, std::uint32_t nameKey, KFLElementID id) {
+  rank_ = rank;
+  id_ = id;
+  if (rank >= kRanks) {
+    if (rank != Ranks::kLast || nameKey == 0 || otherCount_ == kOthers) return false;
+    others_[otherCount_] = nameKey;
+  }
+  expects_ = true;
+  return true;
+}
+
+// What was set stands in the order of the ranks, so the next rank that is taken tells the place.
+KFLElementID KFLEnvConfig::Filling::place() {
+  expects_ = false;
+  if (rank_ >= kRanks) return {};
+  const std::uint64_t higher = ranks_ >> rank_ >> 1;
+  return higher == 0 ? firstOther_ : byRank_[static_cast<std::size_t>(rank_ + 1 + std::countr_zero(higher))];
+}
+
+void KFLEnvConfig::Filling::note() {
+  if (rank_ < kRanks) {
+    ranks_ |= std::uint64_t{1} << rank_;
+    byRank_[static_cast<std::size_t>(rank_)] = id_;
+  } else if (otherCount_++ == 0) {
+    firstOther_ = id_;
+  }
+}
+
+bool KFLEnvConfig::isKnownToLack(KFLElementID id) {
+  if (filling_ == nullptr) return false;
+  const std::uint32_t key = it_.findNameKey(id);
+  if (filling_->lacks(ranks().get(*this, key, id), key)) return true;
+  filling_ = nullptr;
+  return false;
+}
+
+bool KFLEnvConfig::isFilledWith(KFLElementID id) {
+  if (filling_ == nullptr) return false;
+  const std::uint32_t key = it_.findNameKey(id);
+  const int rank = ranks().get(*this, key, id);
+  if (filling_->lacks(rank, key) && filling_->expect(rank, key, id)) return true;
+  filling_ = nullptr;
+  return false;
+}
+
+void KFLEnvConfig::noteFirst() {
+  filling_->note();
+}
+
 // --- Properties --------------------------------------------------------------------------------------------
 
 void KFLEnvConfig::removeElement(KFLElementID id) {
+  if (isKnownToLack(id)) return;
   initMsg();
   it_.removeElement(it_.childOf(id));
 }

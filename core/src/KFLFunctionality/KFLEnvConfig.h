@@ -23,8 +23,10 @@
 #ifndef KFLFUNCTIONALITY_KFLENVCONFIG_H
 #define KFLFUNCTIONALITY_KFLENVCONFIG_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -63,6 +65,7 @@ class KFLEnvConfig {
   struct Reader;
   template <class URI>
   class NamespaceSetterGuard;
+  class Filling;
 
   using Text = KFLOptionalProperty<std::string>;
   using Texts = KFLOptionalProperty<std::vector<std::string>>;
@@ -134,6 +137,10 @@ class KFLEnvConfig {
   int getListProperty(const KFLEnvProperty& property, KFLOptionalProperty<Container>& value) const;
   template <class Container>
   int setListProperty(const KFLEnvProperty& property, const KFLOptionalProperty<Container>& value);
+  // The same with a way of one's own to put an item into the element that is current: 0, or a result that ends the list.
+  // No items for a null pointer.
+  template <class Container, class Put>
+  int setItems(const KFLEnvProperty& property, const Container* items, const Put& put);
 
   // One member of a set, which is the one equal to `value` as it came in; unspecified when there is none.
   template <class T>
@@ -194,15 +201,59 @@ class KFLEnvConfig {
   KFLMessageIterator findPlace(KFLElementID id);
   std::vector<KFLMessageIterator> elementsNamed(KFLElementID id) const;
   // The items as elements at the property's place, or the marker of an empty list.
-  template <class Container>
-  int addItems(const KFLEnvProperty& property, const Container& items);
+  template <class Container, class Put>
+  int addItems(const KFLEnvProperty& property, const Container& items, const Put& put);
+  template <class T>
+  int addElement(KFLElementID id, const T& value);
   Ranks& ranks();
+  // Whether it is known without a look that there is no such element; where it is not, no more is known from now on.
+  bool isKnownToLack(KFLElementID id);
+  // The same before such an element is added, which then is told of.
+  bool isFilledWith(KFLElementID id);
+  void noteFirst();
   // Works on the element under the cursor from now on.
   void bind(const KFLMessageIterator& it);
 
   KFLElementHold hold_;
   EnvConfigType kind_ = EnvConfigVirtual;
   Ranks* ranks_ = nullptr;
+  Filling* filling_ = nullptr;
+};
+
+// For those who set many properties of a configuration that has none: while it lives, setters look neither for former
+// elements nor along the others for the place of a new one, as long as none is set twice, and what throws within them may
+// leave part of its element. Only setters may change the configuration until then, it must stay where it is, and so must
+// the texts of their ids. Does nothing for a configuration that holds something.
+class KFLEnvConfig::Filling {
+ public:
+  explicit Filling(KFLEnvConfig& config);
+  Filling(const Filling&) = delete;
+  Filling& operator=(const Filling&) = delete;
+  ~Filling() { config_.filling_ = nullptr; }
+
+ private:
+  friend class KFLEnvConfig;
+
+  static constexpr int kRanks = 64;
+  static constexpr std::size_t kOthers = 16;
+
+  bool lacks(int rank, std::uint32_t nameKey) const;
+  // Makes the property, which is lacking, the one of the next element; false for one that cannot be kept in mind.
+  bool expect(int rank, std::uint32_t nameKey, KFLElementID id);
+  // The child before which that element stands; empty for the end.
+  KFLElementID place();
+  // Says that there is such an element now.
+  void note();
+
+  KFLEnvConfig& config_;
+  bool expects_ = false;
+  int rank_ = 0;  // of the element that comes next
+  KFLElementID id_;
+  std::uint64_t ranks_ = 0;  // of the elements that were set, a bit for each
+  std::array<KFLElementID, kRanks> byRank_;
+  std::array<std::uint32_t, kOthers> others_{};  // the names of those without a rank
+  std::size_t otherCount_ = 0;
+  KFLElementID firstOther_;
 };
 
 // Selects a namespace for a scope, which ends in the default namespace; does nothing for an empty text or a
@@ -255,14 +306,26 @@ int KFLEnvConfig::getMandatory(const KFLEnvProperty& property, T& value) const {
 }
 
 template <class T>
+int KFLEnvConfig::addElement(KFLElementID id, const T& value) {
+  it_.addChild(id);
+  if (filling_ != nullptr) noteFirst();
+  const int result = fields::putOne(it_, value, {});
+  it_.leaveChild();
+  return result;
+}
+
+template <class T>
 int KFLEnvConfig::putMandatory(const KFLEnvProperty& property, const T& value) {
+  if (isFilledWith(property.id)) {
+    const Placement placement(*this, property);
+    addElement(property.id, value);
+    return 0;
+  }
   MessageGuard message(*this);
   const KFLMessageIterator old = it_.childOf(property.id);
   const Placement placement(*this, property);
   KFLWriteGuard guard(it_);
-  it_.addChild(property.id);
-  fields::putOne(it_, value, {});
-  it_.leaveChild();
+  addElement(property.id, value);
   guard.keep();
   it_.removeElement(old);
   message.keep();
@@ -312,34 +375,45 @@ int KFLEnvConfig::getListProperty(const KFLEnvProperty& property,
 template <class Container>
 int KFLEnvConfig::setListProperty(const KFLEnvProperty& property,
                                   const KFLOptionalProperty<Container>& value) {
+  using Item = typename Container::value_type;
+  return setItems(property, value.isSpecified() ? &value.getValue() : nullptr,
+                  [](KFLMessageIterator& it, const Item& item) { return fields::putOne(it, item, {}); });
+}
+
+template <class Container, class Put>
+int KFLEnvConfig::setItems(const KFLEnvProperty& property, const Container* items, const Put& put) {
+  if (items == nullptr ? isKnownToLack(property.id) : isFilledWith(property.id))
+    return items == nullptr ? 0 : addItems(property, *items, put);
   MessageGuard message(*this);
   const std::vector<KFLMessageIterator> old = elementsNamed(property.id);
-  const int result = value.isSpecified() ? addItems(property, value.getValue()) : 0;
+  const int result = items != nullptr ? addItems(property, *items, put) : 0;
   for (const KFLMessageIterator& element : old)
     it_.removeElement(element);
   message.keep();
   return result;
 }
 
-template <class Container>
-int KFLEnvConfig::addItems(const KFLEnvProperty& property, const Container& items) {
+template <class Container, class Put>
+int KFLEnvConfig::addItems(const KFLEnvProperty& property, const Container& items, const Put& put) {
   const Placement placement(*this, property);
-  KFLWriteGuard guard(it_);
+  std::optional<KFLWriteGuard> guard;
+  if (filling_ == nullptr) guard.emplace(it_);
   bool isEmpty = true;
   int result = 0;
   for (auto item = items.begin(); item != items.end() && result == 0; ++item) {
     if (fields::isEmptyText(*item)) continue;
-    isEmpty = false;
     it_.addChild(property.id);
-    result = fields::putOne(it_, *item, {});
+    result = put(it_, *item);
     if (result != 0) {
       it_.removeCurrent();
-      break;
+    } else {
+      if (isEmpty && filling_ != nullptr) noteFirst();
+      it_.leaveChild();
     }
-    it_.leaveChild();
+    isEmpty = false;
   }
-  if (isEmpty) result = it_.addEmptyChild(property.id);
-  guard.keep();
+  if (isEmpty) addElement(property.id, std::string());
+  if (guard) guard->keep();
   return result;
 }
 

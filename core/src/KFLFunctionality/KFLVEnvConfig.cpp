@@ -19,6 +19,9 @@ constexpr const char* kDisabled = "disabled";
 constexpr const char* kConfigCustomized = "config_customized";
 constexpr const char* kClassID = "class_id";
 constexpr const char* kQoS = "qos";
+constexpr int kIdOfQoS = 1010;
+constexpr int kSoftOfQoS = 1066;
+constexpr int kHardOfQoS = 1067;
 
 // They follow the properties of the base class.
 constexpr std::string_view kOrder[] = {kDisabled, kConfigCustomized, kClassID, kQoS};
@@ -70,11 +73,18 @@ int KFLVEnvConfig::getQoSes(QoSes& qoses) const {
 int KFLVEnvConfig::setQoSes(const QoSes& qoses) {
   return setListProperty({kQoS}, qoses);
 }
+int KFLVEnvConfig::setOrderedQoSes(const std::vector<QoSValue>& qoses) {
+  // What the writer of a parameter writes, which stands in the namespace of the property itself.
+  return setItems({kQoS}, &qoses, [](KFLMessageIterator& it, const QoSValue& qos) {
+    int result = it.putValue(qos.id, kIdOfQoS);
+    if (result == 0 && qos.soft.isSpecified()) result = it.putValue(qos.soft.getValue(), kSoftOfQoS);
+    return result != 0 ? result : it.putValue(qos.hard, kHardOfQoS);
+  });
+}
 
 int KFLVEnvConfig::getQoS(const std::string& id, KFLOptionalProperty<KFLQoS>& qos) const {
   if (!hasMsg()) return failWithoutMessage();
   qos.setSpecified(false);
-  constexpr int kIdOfQoS = 1010;
   KFLMessageIterator found;
   KFLMessageIterator at(it_);
   bool isSpelled = false;

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <KFLFunctionality/KFLEnvConfig.h>
 #include <KFLFunctionality/KFLQoS.h>
@@ -40,6 +41,13 @@ class KFLVEnvConfig : public KFLEnvConfig {
   // elements.
   int getQoSes(QoSes& qoses) const;
   int setQoSes(const QoSes& qoses);
+  // The same from values in the order of their ids, of which each stands once.
+  struct QoSValue {
+    std::string_view id;
+    KFLOptionalProperty<long long> soft;
+    long long hard = 0;
+  };
+  int setOrderedQoSes(const std::vector<QoSValue>& qoses);
   // One parameter by its id, in any case of letters; unspecified when there is none.
   int getQoS(const std::string& id, KFLOptionalProperty<KFLQoS>& qos) const;
   // The parameter with the id that `qos` holds.

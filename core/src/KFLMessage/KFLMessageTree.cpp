@@ -387,7 +387,25 @@ void KFLMessageTree::swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
 
 // --- Texts and attributes -------------------------------------------------------------------------------------------
 
+// Up to eight bytes, without a call.
+static void copyShort(char* to, std::string_view text) {
+  constexpr std::size_t kHalf = 4;
+  if (text.size() >= kHalf) {
+    std::memcpy(to, text.data(), kHalf);
+    std::memcpy(to + text.size() - kHalf, text.data() + text.size() - kHalf, kHalf);
+  } else {
+    for (const char c : text)
+      *to++ = c;
+  }
+}
+
 void KFLMessageTree::setFirstText(KFLNodeIndex fresh, std::string_view text) {
+  if (Node& node = at(fresh); text.size() <= Node::kInside) {
+    std::memset(node.text.inside, 0, sizeof node.text.inside);
+    copyShort(node.text.inside, text);
+    node.textSize = static_cast<std::uint32_t>(text.size());
+    return;
+  }
   try {
     setText(fresh, text);
   } catch (...) {
@@ -420,7 +438,7 @@ bool KFLMessageTree::fitsInPlace(const Node& node, std::size_t size) const {
 void KFLMessageTree::setNodeText(Node& node, std::string_view text) {
   if (text.size() <= Node::kInside) {
     char inside[Node::kInside] = {};
-    text.copy(inside, text.size());
+    copyShort(inside, text);
     dropText(node);
     std::memcpy(node.text.inside, inside, sizeof inside);
     node.textSize = static_cast<std::uint32_t>(text.size());

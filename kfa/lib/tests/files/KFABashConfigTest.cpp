@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <random>
 
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
@@ -117,6 +118,26 @@ TEST(ReadStringFromStream, GrowsTheBufferToExactlyTheLongestLine) {
   buffer = nullptr;
   EXPECT_EQ(KFA::readStringFromStream(none, &buffer, &capacity), -1);
   EXPECT_EQ(buffer, nullptr);
+}
+
+// Few entries and many are sorted in different ways; the first value of a key counts, whatever the case of its letters.
+TEST(RawConfig, HoldsTheFirstValueOfEachKey) {
+  std::mt19937 random(5);
+  for (const std::size_t count : {0U, 1U, 63U, 64U, 65U, 300U, 5000U}) {
+    std::string text;
+    Values expected;
+    for (std::size_t i = 0; i < count; ++i) {
+      std::string key = "k";
+      for (std::size_t n = random() % 4; n > 0; --n)
+        key += random() % 3 == 0 ? "_seven_A" : std::string(1, "aAbB_0z"[random() % 7]);
+      text += key + '=' + std::to_string(i) + '\n';
+      expected.emplace(KFL::toLower(key), std::to_string(i));
+    }
+    std::istringstream in(text);
+    Values values;
+    EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values), 0);
+    EXPECT_EQ(values, expected) << count;
+  }
 }
 
 TEST(ParseBashLikeConfig, StopsAtAMalformedLineAndKeepsWhatCameBefore) {

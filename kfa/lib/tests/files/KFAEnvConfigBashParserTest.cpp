@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
+#include <random>
 #include <tuple>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
@@ -98,6 +99,34 @@ const std::tuple<const char*, const char*, const char*> kValues[] = {
 TEST(EnvConfigBashParser, ConvertsValues) {
   for (const auto& [key, text, written] : kValues)
     EXPECT_EQ(readBack(text, key), written) << text;
+}
+
+// A fresh record is filled without looking for what it cannot have; one that holds something gets every element in its
+// place, too.
+TEST(EnvConfigBashParser, FillsAFreshRecordAsAnyOther) {
+  std::mt19937 random(4);
+  std::vector<std::string> lines;
+  for (const auto& [key, text, written] : kValues)
+    lines.emplace_back(text);
+  std::istringstream example(contentOf(KFA_SOURCE_DIR "/examples/node/conf/110.conf"));
+  for (std::string line; std::getline(example, line);)
+    lines.push_back(line);
+  for (int file = 0; file < 500; ++file) {
+    std::string text;
+    for (std::size_t n = random() % 60; n > 0; --n)
+      text += lines[random() % lines.size()] + '\n';
+    if (file % 8 == 0) text += "NAME=\"open\nONBOOT=yes\n";
+    KFL::KFLMessage message;
+    ASSERT_EQ(message.parse("<virtual_config><unknown/></virtual_config>"), 0);
+    KFL::KFLMessageIterator root = message.getIterator();
+    KFAEnvConfig other(&root, KFL::EnvConfigVirtual);
+    KFAEnvConfig fresh;
+    std::istringstream in[] = {std::istringstream(text), std::istringstream(text)};
+    EXPECT_EQ(envParser()->getConfig(in[0], fresh), envParser()->getConfig(in[1], other));
+    root.removeChildren("unknown");
+    root.setName("", "");
+    EXPECT_TRUE(other.getIterator().isEqualTree(fresh.getIterator())) << text;
+  }
 }
 
 // Of the completed venet0: addresses, "dhcp", "|" and name servers.

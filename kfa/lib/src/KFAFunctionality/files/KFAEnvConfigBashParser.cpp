@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
-#include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include <boost/make_shared.hpp>
 #include <boost/scoped_ptr.hpp>
@@ -124,28 +124,27 @@ const KFAKeyIndex<KFABashParse*> keyIndex = makeKeyIndex(keyTable);
 const std::string technologyName(kTechnology);
 
 using ValueForm = KFAEnvConfigBashParser::ValueForm;
+using QoSValue = KFL::KFLVEnvConfig::QoSValue;
 
 // The limit is what stands behind the first colon, or all of it.
-int readPair(const char* text, KFL::KFLQoS& qos) {
-  const char* const colon = std::strchr(text, ':');
-  if (colon != nullptr) qos.setSoft(KFL::strToLonglong(std::string(text, colon)));
-  qos.setHard(KFL::strToLonglong(colon == nullptr ? text : colon + 1));
+int readPair(std::string_view text, QoSValue& qos) {
+  const std::size_t colon = text.find(':');
+  if (colon != std::string_view::npos) {
+    qos.soft = KFL::strToLonglong(std::string(text.substr(0, colon)));
+    text.remove_prefix(colon + 1);
+  }
+  qos.hard = KFL::strToLonglong(std::string(text));
   return kParameterDone;
 }
 
-int readHundredths(const char* text, KFL::KFLQoS& qos) {
-  long long hundredths = 0;
-  if (!readFraction(text, hundredths)) return kParameterNotConverted;
-  qos.setHard(hundredths);
-  return kParameterDone;
-}
-
-int readQoS(const ValueForm& form, const char* text, KFL::KFLQoS& qos) {
+// Changes nothing where the text is no value of that form.
+int readQoS(const ValueForm& form, std::string_view text, QoSValue& qos) {
   if (form.kind == 2 && form.valueType == 1) return readPair(text, qos);
   if (form.kind != 1) return kParameterNotConverted;
-  if (form.valueType == 0) return readHundredths(text, qos);
+  if (form.valueType == 0)
+    return readFraction(std::string(text).c_str(), qos.hard) ? kParameterDone : kParameterNotConverted;
   if (form.valueType != 1) return kParameterNotConverted;
-  qos.setHard(KFL::strToLonglong(text));
+  qos.hard = KFL::strToLonglong(std::string(text));
   return kParameterDone;
 }
 
@@ -204,18 +203,30 @@ bool completeDevices(const KFAEnvConfig& record, Devices& devices) {
   return true;
 }
 
-// Reads a whole file into a record. The devices are kept until all of them are known, and stored once.
-class FileParser {
+}  // namespace
+
+// Reads a whole file into a record. The devices and the resource values are kept until all of them are known, and stored
+// once.
+class KFAEnvConfigBashParser::FileParser {
  public:
   FileParser(KFAEnvConfig& record, const KFAEnvConfigBashParser& parser)
-      : record_(record), parser_(record, parser) {}
+      : record_(record), filling_(record), parser_(parser), qoses_(parser.qosCount_) {}
 
-  int put(const std::string& key, const char* value) {
-    if (key != kDevicesKey) return parser_.put(key, value);
+  void putViews(std::string_view name, std::string_view value) {
+    detail::assignLower(key_, name);
+    KFABashParse* const* const fixed = keyIndex.find(key_);
+    if (fixed == nullptr) {
+      if (const ValueForm* const form = parser_.qosForms_.find(key_); form != nullptr) putQoS(*form, value);
+      return;
+    }
+    value_ = value;
+    if (key_ != kDevicesKey) {
+      if (*fixed != nullptr) (**fixed)(key_.c_str(), value_.c_str(), record_);
+      return;
+    }
     devices_.value().clear();
-    DevicesKey::split(value, devices_);
+    DevicesKey::split(value_.c_str(), devices_);
     hasDevices_ = true;
-    return kParameterDone;
   }
 
   // What was read before the malformed line.
@@ -227,8 +238,8 @@ class FileParser {
   }
 
   void finish() {
-    parser_.getQoSes().setSpecified(true);
-    record_.setQoSes(parser_.getQoSes());
+    std::erase_if(qoses_, [](const QoSValue& qos) { return qos.id.empty(); });
+    record_.setOrderedQoSes(qoses_);
     record_.setType(technologyName);
     // Devices of the record that cannot be read stay as they are.
     if (!hasDevices_ && record_.getNetVEths(devices_) != 0) return;
@@ -237,6 +248,12 @@ class FileParser {
   }
 
  private:
+  // The last line of an id counts.
+  void putQoS(const ValueForm& form, std::string_view text) {
+    QoSValue qos{form.id, {}, 0};
+    if (readQoS(form, text, qos) == kParameterDone) qoses_[form.place] = qos;
+  }
+
   // A list with a device that cannot be written is none: a part of it, written back, would cost the file the rest.
   void store() {
     if (record_.setNetVEths(devices_) == 0) return;
@@ -245,12 +262,14 @@ class FileParser {
   }
 
   KFAEnvConfig& record_;
-  KFAEnvConfigBashParser::ParameterParserPut parser_;
+  KFL::KFLEnvConfig::Filling filling_;
+  const KFAEnvConfigBashParser& parser_;
+  std::vector<QoSValue> qoses_;  // at the places of their ids, which they have only where one was put
   Devices devices_;
   bool hasDevices_ = false;
+  std::string key_;
+  std::string value_;
 };
-
-}  // namespace
 
 const KFAEnvConfigBashParser::KeyTable& KFAEnvConfigBashParser::getKeyTable() {
   return keyTable;
@@ -271,12 +290,10 @@ boost::shared_ptr<KFAEnvConfigBashParser> KFAEnvConfigBashParser::getInstance(
 
 int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& vocabulary) {
   QoSMap map;
-  KFAKeyIndex<ValueForm> forms;
   boost::scoped_ptr<KFL::KFLVocIterator> it(vocabulary ? vocabulary->readCategory(kQoSCategory) : nullptr);
   if (!it || it->firstParameter() != 0) {
     KFL::setErrorMessage("can't read %s category from vocabulary", kQoSCategory);
-    qosMap_.clear();
-    qosForms_.clear();
+    take({});
     return -1;
   }
   do {
@@ -289,26 +306,45 @@ int KFAEnvConfigBashParser::initQoSMap(const boost::shared_ptr<KFL::KFLVocMap>& 
     it->getIntAttribute("value_type", definition.valueType);
     it->getIntAttribute(KFL::kVocKind, definition.kind);
     map.emplace(definition.lowerName, definition);
-    forms.add(definition.lowerName, {definition.kind, definition.valueType, id});
   } while (it->nextParameter() == 0);
+  take(std::move(map));
+  return 0;
+}
+
+// The places are those that a set of the ids gives them.
+void KFAEnvConfigBashParser::take(QoSMap map) {
+  std::map<std::string_view, std::size_t> places;
+  for (const auto& [key, definition] : map)
+    places.emplace(definition.id, 0);
+  std::size_t count = 0;
+  for (auto& [id, place] : places)
+    place = count++;
+  KFAKeyIndex<ValueForm> forms;
+  for (const auto& [key, definition] : map)
+    forms.add(key, {definition.kind, definition.valueType, definition.id, places[definition.id]});
   qosMap_.swap(map);
   qosForms_ = std::move(forms);
-  return 0;
+  qosCount_ = count;
 }
 
 int KFAEnvConfigBashParser::getConfig(std::istream& in, KFAEnvConfig& record) const {
   if (!record.hasMsg()) {
     KFAEnvConfig fresh(nullptr, record.getKind());
     fresh.initMsg();
-    const int result = getConfig(in, fresh);
+    const int result = fill(in, fresh);
     record = std::move(fresh);
     return result;
   }
   KFL::KFLContentGuard guard(record.getIterator());
+  const int result = fill(in, record);
+  guard.keep();
+  return result;
+}
+
+int KFAEnvConfigBashParser::fill(std::istream& in, KFAEnvConfig& record) const {
   FileParser parser(record, *this);
   const int result = parseBashLikeConfig(parser, in);
   result == 0 ? parser.finish() : parser.stop();
-  guard.keep();
   return result;
 }
 
@@ -361,8 +397,11 @@ int KFAEnvConfigBashParser::ParameterParserPut::put(const std::string& key, cons
 }
 
 int KFAEnvConfigBashParser::ParameterParserPut::putQoS(const ValueForm& form, const char* value) {
+  QoSValue read;
+  if (readQoS(form, value, read) != kParameterDone) return kParameterNotConverted;
   KFL::KFLQoS qos(form.id);
-  if (readQoS(form, value, qos) != kParameterDone) return kParameterNotConverted;
+  qos.setSoft(read.soft);
+  qos.setHard(read.hard);
   // The last line of a key counts.
   std::set<KFL::KFLQoS>& qoses = qoses_.value();
   auto place = qoses.lower_bound(qos);

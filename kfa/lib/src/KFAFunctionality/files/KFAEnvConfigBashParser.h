@@ -7,11 +7,13 @@
 #ifndef KFAFUNCTIONALITY_FILES_KFAENVCONFIGBASHPARSER_H
 #define KFAFUNCTIONALITY_FILES_KFAENVCONFIGBASHPARSER_H
 
+#include <cstddef>
 #include <istream>
 #include <map>
 #include <ostream>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -44,6 +46,7 @@ class KFAEnvConfigBashParser {
     int kind = 2;
     int valueType = 1;
     std::string id;
+    std::size_t place = 0;  // among all ids, in their order
   };
   using QoSMap = std::map<std::string, QoSDefinition>;
   using KeyTable = std::map<std::string, boost::shared_ptr<KFABashParse>>;
@@ -104,9 +107,16 @@ class KFAEnvConfigBashParser {
   };
 
  private:
+  class FileParser;
+
+  // Takes the map, and makes what is derived from it.
+  void take(QoSMap map);
+  int fill(std::istream& in, KFAEnvConfig& record) const;
+
   QoSMap qosMap_;
   // How the values of the resource keys are written, for the lines of a file.
   KFAKeyIndex<ValueForm> qosForms_;
+  std::size_t qosCount_ = 0;  // of different ids
 };
 
 }  // namespace KFA
