@@ -61,8 +61,10 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
       detach();
       return code;
     }
+    const bool hasWritten = share_->proved != nullptr;  // made the file, or put it right
     { const KFLLockedCache leaves(*share_, storage_); }
-    return storage_->syncMemory() == 0 ? 0 : int{kCacheNotMapped};
+    const int error = hasWritten ? storage_->syncToDisk() : storage_->syncMemory();
+    return error == 0 ? 0 : int{kCacheNotMapped};
   });
 }
 

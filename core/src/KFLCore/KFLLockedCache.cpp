@@ -67,7 +67,7 @@ int KFLLockedCache::judge() {
     mark();
     manager().createFile(firstSize);
     share_.proved = &fileLock();
-    return storage_->syncToDisk() == 0 ? 0 : kCacheNotMapped;
+    return 0;
   }
   if (const int code = manager().validateHeader(); code != 0) {
     setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(),

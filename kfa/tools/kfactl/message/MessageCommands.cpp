@@ -18,6 +18,7 @@
 #include <KFAFunctionality/node/KFAEnvironmentText.h>
 
 #include "environments/Environment.h"
+#include "environments/Environments.h"
 #include "environments/FileChange.h"
 #include "environments/RecordView.h"
 #include "message/MessageCheck.h"
@@ -74,16 +75,25 @@ void warnOfLosses(const boost::shared_ptr<const Parser>& parser, const Input& in
   }
 }
 
-int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
-  const Input input = readInput(session.argument(0));
-  const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
+std::string messageTextOf(Session& session, const Input& input, const std::string& veid) {
+  std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
   if (text.empty()) refuseValues(*session.environmentParser(), input);
-  change.create(session, text);
   int number = 0;
   if (veid.empty() && KFA::getVeidOfPath(input.name, number) != 0)
     printNote(input.name + ": the name holds no VEID, so the message has none; --veid NUMBER gives one");
   warnOfLosses(session.environmentParser(), input);
-  return kFine;
+  return text;
+}
+
+// Of several environments the messages follow one another.
+int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
+  Environments environments(session, session.arguments(), WhenNone::Refuse);
+  if (!environments.isSingle() && !veid.empty())
+    throw Trouble("--veid is for one environment; name one FILE");
+  std::string text;
+  environments.each([&](const auto&, const Input& input) { text += messageTextOf(session, input, veid); });
+  change.create(session, text);
+  return environments.status(kFine);
 }
 
 Action prepareFromConfig(CLI::App& app) {
@@ -216,10 +226,12 @@ Action prepareCheck(CLI::App& app) {
 }
 
 constexpr Command kCommands[] = {
-    {"from-config", "FILE", "Print an environment's configuration file as an XML message",
+    {"from-config", "FILE...",
+     "Print environments' configuration files as XML messages, one behind the other",
      "The number of the environment is that in the file's name (101.conf), unless --veid says otherwise.\n\n"
      "Examples:\n"
      "  kfactl message from-config 101.conf > 101.xml\n"
+     "  kfactl message from-config onboot=yes | kfactl message check -\n"
      "  kfactl message from-config --veid 101 - < backup.conf",
      prepareFromConfig, kTableOnly | 1U << static_cast<unsigned>(Format::Xml)},
     {"to-config", "XML", "Print an XML message as an environment's configuration file",

@@ -18,6 +18,7 @@
 #include <KFLCommon/KFLLog.h>
 
 #include "terminal/Hint.h"
+#include "terminal/Libraries.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -30,6 +31,8 @@ const char* const kProgramHelp =
     "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
     "  kfactl --format json config show 101.conf\n"
     "  kfactl config --help";
+
+using Words = std::vector<std::string>;
 
 void declareGlobals(CLI::App& app, Session& session) {
   const char* const group = "Global options";
@@ -45,6 +48,15 @@ void declareGlobals(CLI::App& app, Session& session) {
       ->type_name("DIR")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
       ->group(group);
+  app.add_option_function<Words>(
+         "--load",
+         [&all = session.librariesOption()](const Words& given) {
+           all.insert(all.end(), given.begin(), given.end());
+         },
+         "A shared library with records and types of its own; may be given several times")
+      ->type_name("LIBRARY")
+      ->allow_extra_args(false)
+      ->group(group);
   app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
       ->type_name("FILE")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
@@ -52,8 +64,6 @@ void declareGlobals(CLI::App& app, Session& session) {
 }
 
 namespace {
-
-using Words = std::vector<std::string>;
 
 constexpr const char* kFormats[] = {"table", "json", "xml", "sarif"};
 
@@ -215,6 +225,7 @@ int runCommand(Session& session, const std::string& path, const Command& command
   checkArguments(level, words.size());
   takeFormat(session, level, command.formats);
   session.setArguments(std::move(words));
+  loadLibraries(session.librariesOption());
   return action(session);
 }
 

@@ -2,7 +2,6 @@
 #include <KFAFunctionality/node/KFANodeChange.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -10,18 +9,45 @@
 #include <system_error>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
 namespace KFA {
 
 using State = KFANodeChange::File::State;
+using System = KFL::KFLSystem;
 
 namespace {
 
 void runHere(std::size_t count, const KFANodeChange::Work& work) {
   for (std::size_t i = 0; i < count; ++i)
     work(i);
+}
+
+bool exists(const std::string& path, struct stat& status) {
+  return System::lstat(path.c_str(), &status) == 0;
+}
+
+// Whether a run that was killed can have left something beside a file. Behind a link, or a name so long that it is cut,
+// that is seen by whoever takes the file.
+bool mayHaveLeavings(const std::string& path) {
+  constexpr std::size_t kLongest = 200;
+  const std::size_t name = path.rfind('/') + 1;
+  const std::string hidden = path.substr(0, name) + '.' + path.substr(name);
+  struct stat status {};
+  return (exists(path, status) && S_ISLNK(status.st_mode)) || path.size() - name > kLongest ||
+         exists(hidden + ".kfa-new", status) || exists(hidden + ".kfa-backup", status);
+}
+
+// A file that somebody else has at the moment is in good hands.
+void removeLeavings(const std::string& path, KFAReplaceOptions how) {
+  how.lockTimeout = 0;
+  const auto keep = [](const std::string& before, std::string& after) {
+    after = before;
+    return 0;
+  };
+  static_cast<void>(KFAConfigFile(path).update(keep, how));
 }
 
 }  // namespace
@@ -44,7 +70,7 @@ const KFANodeChange::File& KFANodeChange::judgeNew(const std::string& path, cons
   file.isNew = true;
   file.state = State::Refused;
   struct stat status {};
-  if (lstat(path.c_str(), &status) == 0) {
+  if (exists(path, status)) {
     file.error = path + ": there is such a file already; leave out what makes a new one to change it";
   } else if (edit_(path, from, file.after) != 0) {
     file.error = KFL::getErrorMessage();
@@ -89,7 +115,7 @@ void KFANodeChange::restore(File& file) const {
   };
   int result = 0;
   if (file.isNew) {
-    result = unlink(file.path.c_str());
+    result = System::unlink(file.path.c_str());
     if (result != 0)
       KFL::setErrorMessage("%s: cannot be removed: %s", file.path.c_str(),
                            std::generic_category().message(errno).c_str());
@@ -103,8 +129,10 @@ void KFANodeChange::restore(File& file) const {
 int KFANodeChange::apply(bool keepGoing, const Runner& runner) {
   const Runner run = runner ? runner : Runner(&runHere);
   std::vector<File*> changed;
-  for (File& file : files_)
+  for (File& file : files_) {
     if (file.state == State::Changed) changed.push_back(&file);
+    if (file.state == State::Unchanged && mayHaveLeavings(file.path)) removeLeavings(file.path, how_);
+  }
   std::atomic<bool> failed = false;
   run(changed.size(), [&](std::size_t index) {
     if (failed && !keepGoing) return;
