@@ -132,6 +132,14 @@ endforeach()
 
 run(${PREFIX}/bin/kfactl --format json raw get ${SOURCE_DIR}/examples/node/conf/101.conf)
 
+if(PYTHON)
+  run(${CMAKE_COMMAND} -E env PYTHONPATH=${PREFIX}/${PYTHON_DIR} PYTHONDONTWRITEBYTECODE=1 ${PYTHON} -c
+      "import kfa\nprint(kfa.read_config('${SOURCE_DIR}/examples/node/conf/101.conf').hostname, len(kfa.formulas()) > 9)")
+  if(NOT OUTPUT STREQUAL "www.example.com True\n")
+    message(FATAL_ERROR "the Python module printed: ${OUTPUT}")
+  endif()
+endif()
+
 file(GLOB_RECURSE PC_FILE ${PREFIX}/*/KFAFunctionality.pc)
 get_filename_component(PC_DIR ${PC_FILE} DIRECTORY)
 run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${PC_DIR} pkg-config --define-prefix --cflags --libs KFAFunctionality)

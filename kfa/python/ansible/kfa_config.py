@@ -115,7 +115,8 @@ def text_of(key: str, value: Any) -> str:
         return "yes" if value else "no"
     if isinstance(value, (str, int, float)):
         return str(value)
-    raise ValueError(f"values: {key}: a text, a number, a truth value or a list of these is wanted; state=absent takes keys out")
+    raise ValueError(f"values: {key}: a text, a number, a truth value or a list of these is wanted; "
+                     "state=absent takes keys out")
 
 
 def changes_of(parameters: dict[str, Any]) -> dict[str, str | None]:

@@ -34,9 +34,9 @@ EXAMPLES = r"""
 - name: What the environments say
   kfa_facts:
 
-- name: Those that start with the node
+- name: Those that say whether they start with the node
   debug:
-    msg: "{{ kfa_environments.values() | selectattr('on_boot', 'defined') | selectattr('on_boot') | map(attribute='hostname') }}"
+    msg: "{{ kfa_environments.values() | selectattr('on_boot', 'defined') | map(attribute='hostname') }}"
 """
 
 RETURN = r"""

@@ -1,10 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """The configurations of a node's container environments, and its template cache.
 
-    >>> import kfa
-    >>> config = kfa.read_config("101.conf")        # doctest: +SKIP
-    >>> config.hostname                             # doctest: +SKIP
-    'www.example.com'
+    config = kfa.read_config("101.conf")
+    config.hostname
+    kfa.set_values("101.conf", {"ONBOOT": True})
 
 Whatever the library refuses is a `kfa.Error` that says what, where, and what would be right. Bytes of a file that are not
 UTF-8 stand in texts as lone surrogates (the error handler "surrogateescape"), and are written back as they were.

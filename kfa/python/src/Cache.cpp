@@ -62,7 +62,7 @@ class Cache {
     cache_.reset();
   }
 
-  py::str path() const { return py::str(py::cast(Path(cache_->getPath().c_str()))); }
+  py::str path() const { return py::str(py::cast(Path(cache_->getPath()))); }
 
   py::list keys() {
     const Prototype::Snapshot snapshot = hold();

@@ -6,6 +6,7 @@
 #include <map>
 #include <vector>
 
+#include <KFLMessage/KFLElementLines.h>
 #include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLMessageCheck.h>
 
@@ -242,18 +243,25 @@ Text toMessage(const KFAEnvConfig& config, bool pretty) {
   return text;
 }
 
+// What is wrong with an element, as NAME:LINE: element PATH: TEXT.
+[[noreturn]] void refuseElement(const std::string& xml, const std::string& name,
+                                const KFL::KFLMessageFinding& fault) {
+  const std::size_t line = KFL::KFLElementLines(xml)[fault.element];
+  throw Failure{name + ":" + std::to_string(line) + ": element " + fault.path + ": " + fault.text, -1, name};
+}
+
 // Refuses what is no configuration, and what has an element that cannot be read.
-void checkRoot(const KFL::KFLMessageIterator& root, const std::string& name) {
+void checkRoot(const KFL::KFLMessageIterator& root, const std::string& xml, const std::string& name) {
   const KFL::KFLFieldTable& fields = KFAEnvConfig::elements();
   const bool isTagged =
       root.getTypeTag() == fields.typeTag() && root.getTypeNamespace() == fields.namespaceUri();
   if (!isTagged && !(root.getTypeTag().empty() && root.getName() == "venv_config"))
-    throw Failure{name + ": element " + root.getPath() + ": an element with the type tag " +
-                      std::string(fields.typeTag()) + " is wanted",
-                  -1, name};
+    refuseElement(
+        xml, name,
+        {root.getPath(), 0,
+         "no configuration; an element with the type tag " + std::string(fields.typeTag()) + " is wanted"});
   const KFL::KFLMessageFindings faults = KFL::findFaults(root, &fields, KFL::KFLFaultScope::Any);
-  if (!faults.empty())
-    throw Failure{name + ": element " + faults.front().path + ": " + faults.front().text, -1, name};
+  if (!faults.empty()) refuseElement(xml, name, faults.front());
 }
 
 ConfigurationPtr fromMessage(const Content& xml, const Text& name) {
@@ -261,7 +269,7 @@ ConfigurationPtr fromMessage(const Content& xml, const Text& name) {
   KFL::KFLMessage message;
   if (message.parse(xml) != 0) throw Failure{name + ": " + KFL::getErrorMessage(), -1, name};
   const KFL::KFLMessageIterator root = message.getIterator();
-  checkRoot(root, name);
+  checkRoot(root, xml, name);
   auto config = std::make_unique<KFAEnvConfig>();
   must(KFAEnvConfig::Reader()(root, *config), name);
   return config;
@@ -383,9 +391,8 @@ void addConfiguration(py::module_& module) {
              return py::bool_(isEqual(left, other));
            })
       .def("__repr__", &toRepr)
-      .def(
-          py::pickle([](const KFAEnvConfig& config) { return toMessage(config, false); },
-                     [](const Text& xml) { return fromMessage(Content(xml.data(), xml.size()), "pickle"); }));
+      .def(py::pickle([](const KFAEnvConfig& config) { return toMessage(config, false); },
+                      [](const Text& xml) { return fromMessage(Content(xml), "pickle"); }));
 }
 
 }  // namespace kfapy

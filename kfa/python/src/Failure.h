@@ -38,11 +38,15 @@ struct Text : std::string {
 // A path as the system has it: taken from str, bytes and os.PathLike.
 struct Path : std::string {
   using std::string::string;
+  Path() = default;
+  explicit Path(std::string text) : std::string(std::move(text)) {}
 };
 
 // The content of a file or a message: taken from str and bytes.
 struct Content : std::string {
   using std::string::string;
+  Content() = default;
+  explicit Content(std::string text) : std::string(std::move(text)) {}
 };
 
 py::str toStr(const std::string& text);

@@ -154,7 +154,7 @@ void judgeAndApply(KFANodeChange& change, const std::vector<std::string>& paths,
 py::list describe(const KFANodeChange& change) {
   py::list files;
   for (const KFANodeChange::File& file : change.getFiles())
-    files.append(valuesAttribute("FileChange")(py::cast(Path(file.path.c_str())), nameOf(file.state),
+    files.append(valuesAttribute("FileChange")(py::cast(Path(file.path)), nameOf(file.state),
                                                toStr(file.before), toStr(file.after), toStr(file.error)));
   return files;
 }

@@ -14,7 +14,7 @@ namespace kfapy {
 namespace {
 
 py::object toPath(const std::string& path) {
-  return py::cast(Path(path.c_str()));
+  return py::cast(Path(path));
 }
 
 py::tuple select(const py::object& words, const py::object& node) {
@@ -159,7 +159,7 @@ py::dict listKeys() {
 
 void addNode(py::module_& module) {
   module.def("select", &select);
-  module.def("default_node", [] { return Path(KFA::KFANodeSelection::defaultFolder().c_str()); });
+  module.def("default_node", [] { return Path(KFA::KFANodeSelection::defaultFolder()); });
   module.def("check_files", &checkFiles);
   module.def("check_text", &checkText, py::arg("text"), py::arg("name") = "text",
              "What is wrong with the text of an environment file, line by line.");

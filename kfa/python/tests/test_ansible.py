@@ -11,6 +11,7 @@ from typing import Any, Dict, List
 
 import kfa
 import pytest
+import yaml
 from conftest import NODE
 
 MODULES = pathlib.Path("kfa/python/ansible").resolve()
@@ -25,8 +26,9 @@ class Hosts:
         lines = [f"{name} ansible_connection=local ansible_python_interpreter={sys.executable} node={path}"
                  for name, path in self.nodes.items()]
         (folder / "hosts").write_text("\n".join(lines) + "\n")
-        self.environment = {**os.environ, "ANSIBLE_LIBRARY": str(MODULES), "ANSIBLE_LOCAL_TEMP": str(folder / "tmp"), "HOME": str(folder), "ANSIBLE_REMOTE_TEMP": str(folder / "remote"),
-                            "ANSIBLE_NOCOLOR": "1", "LC_ALL": "C.UTF-8"}
+        own = {"LIBRARY": MODULES, "LOCAL_TEMP": folder / "tmp", "REMOTE_TEMP": folder / "remote", "NOCOLOR": "1"}
+        self.environment = {**os.environ, "HOME": str(folder), "LC_ALL": "C.UTF-8",
+                            **{f"ANSIBLE_{name}": str(value) for name, value in own.items()}}
 
     def play(self, *tasks: Dict[str, Any], check: bool = False) -> List[Dict[str, Any]]:
         """What each task gives, by host."""
@@ -34,11 +36,12 @@ class Hosts:
         for number, task in enumerate(tasks):
             steps.append({**task, "ignore_errors": True, "register": f"told{number}"})
         all_told = "{{ [" + ", ".join(f"told{number}" for number in range(len(tasks))) + "] | to_json }}"
-        steps.append({"copy": {"content": all_told, "dest": f"{self.folder}/{{{{ inventory_hostname }}}}.told"}, "check_mode": False})
+        copy = {"content": all_told, "dest": f"{self.folder}/{{{{ inventory_hostname }}}}.told"}
+        steps.append({"copy": copy, "check_mode": False})
         (self.folder / "play.yml").write_text(json.dumps([{"hosts": "all", "gather_facts": False, "tasks": steps}]))
         words = ["/usr/bin/ansible-playbook", "-i", self.folder / "hosts", "--diff", self.folder / "play.yml"]
-        done = subprocess.run([*words, *(["--check"] if check else [])], env=self.environment, capture_output=True, text=True,
-                              check=False)
+        done = subprocess.run([*words, *(["--check"] if check else [])], env=self.environment, capture_output=True,
+                              text=True, check=False)
         assert done.returncode == 0, done.stdout + done.stderr
         told = {name: json.loads((self.folder / f"{name}.told").read_text()) for name in self.nodes}
         return [{name: told[name][number] for name in told} for number in range(len(tasks))]
@@ -94,10 +97,23 @@ def test_new_files_facts_and_refusals(hosts: Hosts) -> None:
     assert (hosts.nodes["one"] / "101.conf").read_bytes() == before
 
 
+def test_playbook_of_the_page(hosts: Hosts) -> None:
+    page = pathlib.Path("docs/python.md").read_text()
+    tasks = yaml.safe_load(page[page.index("```yaml\n") + 8:].split("```")[0])
+    hosts.environment["KFA_NODE"] = str(hosts.nodes["one"])
+    *changed, facts, listed = hosts.play(*tasks)
+    # Both hosts have this one node here, and each change is made once.
+    assert all(any(one["changed"] for one in told.values()) for told in changed[:2])
+    assert "101" in facts["one"]["ansible_facts"]["kfa_environments"]
+    assert {101, 102, 103} <= set(listed["one"]["msg"])
+    values = kfa.get_values(hosts.nodes["one"] / "101.conf", ["nameserver", "description"])
+    assert values == {"nameserver": "192.0.2.53 192.0.2.54", "description": None}
+
+
 @pytest.mark.parametrize("name", ["kfa_config", "kfa_facts"])
 def test_documentation_renders(hosts: Hosts, name: str) -> None:
-    done = subprocess.run(["/usr/bin/ansible-doc", "-t", "module", "-j", name], env=hosts.environment, capture_output=True, text=True,
-                          check=False)
+    done = subprocess.run(["/usr/bin/ansible-doc", "-t", "module", "-j", name], env=hosts.environment, capture_output=True,
+                          text=True, check=False)
     assert done.returncode == 0, done.stderr
     document = json.loads(done.stdout)[name]
     described = set(document["doc"]["options"])

@@ -35,7 +35,8 @@ def test_cache_beside_a_dict(tmp_path: pathlib.Path) -> None:
         else:
             cache[key] = model[key] = one
         assert kfa.TemplateObject.from_message(one.to_message()) == one and cache.get("none") is None
-    assert dict(cache) == model == dict(cache.items()) and list(cache) == sorted(model, key=str.encode) and len(cache) == len(model)
+    assert dict(cache) == model == dict(cache.items()) and len(cache) == len(model)
+    assert list(cache) == sorted(model, key=str.encode)
     assert {one["key"] for one in run_json("cache", "list", cache.path)} == set(model)
     assert cache.repair() in (True, False) and run("cache", "verify", cache.path).returncode == 0
     cache.sync()
@@ -45,7 +46,8 @@ def test_cache_beside_a_dict(tmp_path: pathlib.Path) -> None:
     for name, error in (("none", KeyError), (5, TypeError), ("x\0y", KeyError)):
         with pytest.raises(error):
             _ = other[name]
-    for key, value, error in (("a" * 256, one, kfa.Error), ("x\0y", one, kfa.Error), ("a", None, TypeError), ("a", "x", TypeError)):
+    for key, value, error in (("a" * 256, one, kfa.Error), ("x\0y", one, kfa.Error), ("a", None, TypeError),
+                              ("a", "x", TypeError)):
         with pytest.raises(error):
             cache[key] = value
     assert len(cache) == 0

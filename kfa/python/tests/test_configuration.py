@@ -174,8 +174,8 @@ def test_disks_of_every_kind() -> None:
     ("<a>\n<b", 2, 1, "is not closed"),
     ("", 1, None, ""),
     ("<venv_config/>", None, None, None),
-    ("<other/>", None, None, "/other: an element with the type tag venv_configType is wanted"),
-    ("<venv_config><veid>x</veid></venv_config>", None, None, "/venv_config/veid"),
+    ("<other/>", 1, None, "/other: no configuration; an element with the type tag venv_configType is wanted"),
+    ("<venv_config>\n<!-- <a> -->\n<name>y</name><veid>x</veid></venv_config>", 3, None, "/venv_config/veid"),
     ("<!DOCTYPE a><a/>", 1, None, ""),
     (b"<venv_config>\xff</venv_config>", 1, None, ""),
 ])
@@ -186,7 +186,7 @@ def test_messages_that_are_refused(xml: object, line: object, column: object, sa
     with pytest.raises(kfa.Error) as refused:
         kfa.Configuration.from_message(xml, "m.xml")
     error = refused.value
-    assert str(error).startswith("m.xml: ") and said in str(error)
+    assert str(error).startswith("m.xml:") and said in str(error)
     assert error.file == "m.xml" and error.line == line and (column is None or error.column == column)
     assert pickle.loads(pickle.dumps(error)).args == error.args
 

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Files read, changed, compared, checked and written, each held against what kfactl does; many at once, and by many."""
 
+import fcntl
 import json
 import os
 import pathlib
@@ -50,7 +51,8 @@ def test_formulas_as_the_tool_says() -> None:
         assert [(one.key, one.value) for one in own.changes] == [(one["key"], one["value"]) for one in advice["changes"]]
         assert (own.violated, own.left) == (advice["violated"], advice["left"])
     for formula, values, holds in (("a.soft <= b.hard && c < 2mb", {"a": (1, 2), "b": 5, "c": 100}, True),
-                                   ("QOS.soft <= QOS.hard", {"a": (1, 2), "b": (3, 2)}, False), ("a > b", {"a": 1, "b": 1}, False)):
+                                   ("QOS.soft <= QOS.hard", {"a": (1, 2), "b": (3, 2)}, False),
+                                   ("a > b", {"a": 1, "b": 1}, False)):
         assert kfa.evaluate(formula, values) is holds
 
 
@@ -161,6 +163,18 @@ def test_what_is_refused(call: object, kind: type, line: object, said: str, tmp_
     again = pickle.loads(pickle.dumps(refused.value))
     assert type(again) is type(refused.value) and str(again) == str(refused.value)
     assert (tmp_path / "2.conf").read_text() == 'ONBOOT="no"\n'
+
+
+def test_other_threads_run_while_one_waits_for_a_file(node: pathlib.Path) -> None:
+    path, done = node / "101.conf", []
+    with open(path, "rb") as held:
+        fcntl.flock(held, fcntl.LOCK_EX)
+        waiting = threading.Thread(target=lambda: done.extend(kfa.set_values(path, {"ONBOOT": False})))
+        waiting.start()
+        waiting.join(0.5)
+        assert waiting.is_alive() and kfa.read_config(path).on_boot is True
+    waiting.join()
+    assert done[0].state == "replaced" and kfa.read_config(path).on_boot is False
 
 
 def test_threads_and_forks(node: pathlib.Path) -> None:

@@ -5,10 +5,10 @@
 #include <optional>
 #include <utility>
 
+#include <KFLMessage/KFLElementLines.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 #include <KFLMessage/KFLTagVocabulary.h>
 
-#include "environments/ElementLines.h"
 #include "terminal/Hint.h"
 #include "terminal/Trouble.h"
 
@@ -114,7 +114,7 @@ std::string elementText(const std::string& file, std::size_t line, const std::st
 
 void refuseElement(const Input& input, const KFL::KFLMessageFinding& finding) {
   throw Trouble(
-      elementText(input.name, ElementLines(input.text)[finding.element], finding.path, finding.text));
+      elementText(input.name, KFL::KFLElementLines(input.text)[finding.element], finding.path, finding.text));
 }
 
 MessageCheck checkMessage(const Input& input, const std::string& recordName) {
@@ -134,7 +134,7 @@ MessageCheck checkMessage(const Input& input, const std::string& recordName) {
   }
   if (!best) refuseElement(input, *refusal);
   MessageCheck check;
-  const ElementLines lines(input.text);
+  const KFL::KFLElementLines lines(input.text);
   for (KFL::KFLMessageFinding& finding : best->findings)
     check.findings.push_back({lines[finding.element], std::move(finding.path), std::move(finding.text)});
   check.written = std::move(best->result.written);

@@ -10,13 +10,13 @@
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
+#include <KFLMessage/KFLElementLines.h>
 
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
 #include <KFAFunctionality/node/KFAEnvironmentText.h>
 
-#include "environments/ElementLines.h"
 #include "environments/Environment.h"
 #include "environments/Environments.h"
 #include "environments/FileChange.h"
@@ -121,7 +121,7 @@ KFAEnvConfig readConfiguration(const Input& input) {
   if (!isTagged && !isNamed) {
     const std::string tag = root.getTypeTag().empty() ? "" : " of the type " + std::string(root.getTypeTag());
     throw Trouble(elementText(
-        input.name, ElementLines(input.text)[0], root.getPath(),
+        input.name, KFL::KFLElementLines(input.text)[0], root.getPath(),
         "no configuration" + tag + "; an element with the type tag " + fields.typeTag() + " is wanted"));
   }
   const KFL::KFLMessageFindings faults = KFL::findFaults(root, &fields, KFL::KFLFaultScope::Any);

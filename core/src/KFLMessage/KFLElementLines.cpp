@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "environments/ElementLines.h"
+#include <KFLMessage/KFLElementLines.h>
 
 #include <algorithm>
 #include <iterator>
 
-namespace kfactl {
+namespace KFL {
 
 // The text was parsed, so what stands behind a "<" tells start tags from all else.
-ElementLines::ElementLines(std::string_view xml) {
+KFLElementLines::KFLElementLines(std::string_view xml) {
   constexpr std::string_view kSkipped[][2] = {
       {"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}, {"</", ">"}};
   std::size_t line = 1;
@@ -29,8 +29,8 @@ ElementLines::ElementLines(std::string_view xml) {
   }
 }
 
-std::size_t ElementLines::operator[](std::size_t element) const {
+std::size_t KFLElementLines::operator[](std::size_t element) const {
   return element < lines_.size() ? lines_[element] : 1;
 }
 
-}  // namespace kfactl
+}  // namespace KFL
