@@ -3,12 +3,9 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <signal.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,7 +15,6 @@
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
 
@@ -55,11 +51,6 @@ int inChild(const std::function<int()>& work) {
   const pid_t child = fork();
   if (child == 0) _exit(work());
   return endOf(child);
-}
-
-// As a user who may do nothing by being root.
-int asNobody(const std::function<bool()>& work) {
-  return inChild([&] { return setgid(65534) != 0 || setuid(65534) != 0 || !work() ? 1 : 0; });
 }
 
 int locked(const std::filesystem::path& path) {
@@ -114,38 +105,6 @@ TEST_F(ConfigFile, ReadsAPipe) {
   close(ends[0]);
   EXPECT_EQ(text, "A=1\n");
   EXPECT_EQ(setIn(folder / "pipe", "A", "1"), -1);
-}
-
-TEST_F(ConfigFile, KeepsModeOwnerAndAttributes) {
-  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
-  const bool owner = geteuid() == 0 && chown(path.c_str(), 12345, 23456) == 0;
-  // An ACL in the form in which the kernel keeps it: version 2; user rw-, uid 65534 r--, group r--, mask r--, other ---.
-  using namespace std::string_literals;
-  const std::pair<const char*, std::string> attributes[] = {
-      {"user.origin", "sample"},
-      {"system.posix_acl_access",
-       "\2\0\0\0\1\0\6\0\377\377\377\377\2\0\4\0\376\377\0\0\4\0\4\0\377\377\377\377\20\0\4\0\377\377\377\377"
-       "\40\0\0\0\377\377\377\377"s}};
-  std::map<std::string, std::string> kept;
-  for (const auto& [name, value] : attributes)
-    if (setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0) kept[name] = value;
-  const struct stat before = statusOf(path);
-
-  ASSERT_EQ(setIn(path, "A", "2", {false, "~", 1000}), 0) << KFL::getErrorMessage();
-  EXPECT_EQ(contentOf(path), "A=\"2\"\n");
-  EXPECT_EQ(contentOf(folder / "a~"), "A=1\n");
-  EXPECT_EQ(folder.names(), (Names{"a", "a~"}));
-  for (const std::string& name : folder.names()) {
-    const struct stat after = statusOf(folder / name);
-    EXPECT_EQ(after.st_mode, before.st_mode) << name;
-    EXPECT_EQ(std::pair(after.st_uid, after.st_gid), std::pair(before.st_uid, before.st_gid));
-    for (const auto& [attribute, value] : kept) {
-      std::string found(64, ' ');
-      const ssize_t size = getxattr((folder / name).c_str(), attribute.c_str(), found.data(), found.size());
-      EXPECT_EQ(found.substr(0, static_cast<std::size_t>(size)), value) << name << " " << attribute;
-    }
-  }
-  if (!owner || kept.size() < 2) GTEST_SKIP() << "not all of owner, attributes and ACLs could be set here";
 }
 
 TEST_F(ConfigFile, DoesNotTouchAFileThatStaysTheSame) {
@@ -322,29 +281,7 @@ TEST_F(ConfigFile, WaitsForALockAndGivesUp) {
   release.join();
 }
 
-TEST_F(ConfigFile, LeavesTheOldFileWhenTheNewOneDoesNotFit) {
-  const std::string content = "A=1\n#" + std::string(8000, 'x') + "\n";
-  makeFile(path, content);
-  const auto work = [&] {
-    const rlimit limit{4096, 4096};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return refused(setIn(path, "A", "2"), "File too large") ? 0 : 1;
-  };
-  EXPECT_EQ(inChild(work), 0);
-  EXPECT_EQ(contentOf(path), content);
-  EXPECT_EQ(folder.names(), (Names{"a"}));
-}
-
 using ROOT_ConfigFile = ConfigFile;
-TEST_F(ROOT_ConfigFile, LeavesTheOldFileInAFolderThatCannotBeWritten) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";
-  chmod(path.c_str(), 0666);
-  chmod(folder.path().c_str(), 0755);
-  EXPECT_EQ(asNobody([&] { return !!refused(setIn(path, "A", "2"), "Permission denied"); }), 0);
-  EXPECT_EQ(contentOf(path), "A=1\n");
-  EXPECT_EQ(folder.names(), (Names{"a"}));
-}
-
 // What somebody may write to who does not own it is changed, with as much of its owner, group and mode as he may keep;
 // nobody gets a right that he did not have.
 TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
@@ -389,55 +326,6 @@ TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
     EXPECT_EQ(contentOf(path), "A=\"2\"\n");
     std::filesystem::remove(path);
   }
-}
-
-TEST_F(ConfigFile, AllWritersTakeEffect) {
-  constexpr int kSets = 200;
-  makeFile(path, "# kept\nA=none\n");
-  std::map<std::string, std::string> expected;
-  std::vector<pid_t> children;
-  for (const std::string key : {"a", "b", "c"}) {
-    expected[key] = std::to_string(kSets);
-    for (int i = 1; i <= kSets; ++i)
-      expected[key + std::to_string(i % 10)] = std::to_string(i);
-    children.push_back(fork());
-    if (children.back() != 0) continue;
-    int failed = 0;
-    for (int i = 1; i <= kSets; ++i)
-      failed |=
-          setIn(path, key, std::to_string(i)) | setIn(path, key + std::to_string(i % 10), std::to_string(i));
-    _exit(failed == 0 ? 0 : 1);
-  }
-  for (const pid_t child : children)
-    EXPECT_EQ(endOf(child), 0);
-  std::map<std::string, std::string> values;
-  std::istringstream in(contentOf(path));
-  ASSERT_EQ(KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values), 0);
-  EXPECT_EQ(values, expected);
-  EXPECT_EQ(contentOf(path).substr(0, 7), "# kept\n");
-  EXPECT_EQ(folder.names(), (Names{"a"}));
-}
-
-// A writer that is killed leaves the old file or the new one, and nothing behind after the next run.
-TEST_F(ConfigFile, AKilledWriterLeavesAWholeFile) {
-  const std::string rest = "#" + std::string(20000, 'r') + "\n";
-  makeFile(path, "A=\"0\"\n" + rest);
-  for (int round = 0; round < 60; ++round) {
-    const pid_t child = fork();
-    if (child == 0) {
-      for (int i = 0;; ++i)
-        setIn(path, "A", std::to_string(i), {false, ".bak", 60000});
-    }
-    std::this_thread::sleep_for(std::chrono::microseconds(500 + 137 * round));
-    kill(child, SIGKILL);
-    ASSERT_EQ(endOf(child), 1000 + SIGKILL);
-    const std::string content = contentOf(path);
-    ASSERT_EQ(content.substr(content.find('\n') + 1), rest);
-    ASSERT_EQ(content.substr(0, 3), "A=\"");
-  }
-  EXPECT_EQ(setIn(path, "A", "last"), 0);
-  EXPECT_EQ(contentOf(path), "A=\"last\"\n" + rest);
-  EXPECT_EQ(folder.names(), (Names{"a", "a.bak"}));
 }
 
 TEST(ConfigFolder, ListsFilesNamedAfterANumber) {

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeChange.h>
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <functional>
 #include <map>
 #include <random>
 #include <thread>
@@ -11,6 +16,7 @@
 #include <KFAFunctionality/node/KFAChangeList.h>
 
 #include "../files/FilesTest.h"
+#include "KFLCommon/KFLSystemFaults.h"
 
 namespace {
 
@@ -188,6 +194,60 @@ TEST_F(NodeChangeTest, ANewFileTakesNoOthersPlace) {
   one.judgeNew(path(50), "# sample\n");
   EXPECT_EQ(one.apply(), 0);
   EXPECT_EQ(contentOf(path(50)), "# sample\nX=\"new\"\n");
+}
+
+// Killed at any call of a change that succeeds or one that breaks off, each file is old or new, and the same change made
+// again leaves no temporary file, whether or not it finds anything to change; where it succeeds, it finishes the rest.
+TEST_F(NodeChangeTest, IsKilledAtEachCall) {
+  for (const bool breaksOff : {false, true}) {
+    std::size_t calls = 0;
+    std::map<std::string, std::string> after;
+    const auto run = [&](std::size_t point, const std::function<void()>& act) {
+      KFANodeChange change(&edit, {});
+      const auto now = [&](const KFLSystemFaults::Point& at) {
+        if (at.number == point / 2) act();
+        return 0;
+      };
+      const KFLSystemFaults faults(point % 2 == 0 ? KFLSystemFaults::Plan{now, {}, false}
+                                                  : KFLSystemFaults::Plan{{}, now, false});
+      for (int i = 0; i < 2; ++i)
+        change.judge(path(i));
+      EXPECT_EQ(change.apply() != 0, breaksOff);
+      calls = faults.count();
+    };
+    const auto begin = [&] {
+      for (const std::string& name : folder_.names())
+        fs::remove(folder_ / name);
+      for (int i = 0; i < 2; ++i)
+        makeFile(path(i), "N=1\n");
+      if (breaksOff) fs::create_hard_link(path(1), folder_ / "second");
+    };
+    begin();
+    run(0, [] {});
+    after = contents();
+    for (std::size_t point = 0; point < 2 * calls; ++point) {
+      SCOPED_TRACE(point);
+      begin();
+      const pid_t child = fork();
+      if (child == 0) {
+        run(point, [] { kill(getpid(), SIGKILL); });
+        _exit(1);
+      }
+      int status = 0;
+      waitpid(child, &status, 0);
+      ASSERT_TRUE(WIFSIGNALED(status));
+      for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(contentOf(path(i)) == "N=1\n" || contentOf(path(i)) == "N=1\nX=\"new\"\n") << i;
+      const std::size_t least = calls;
+      run(0, [] {});
+      calls = least;
+      for (const std::string& name : folder_.names())
+        EXPECT_FALSE(name.starts_with('.')) << name;
+      EXPECT_TRUE(breaksOff || contents() == after);
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(calls, 30U);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeCheck.h>
 
+#include <string.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -83,9 +84,11 @@ class RememberingRules : public KFAEnvConfigRules {
   }
 
   // Values that are sound alone can only be overruled within two pairs of keys, so a text of these alone tells. Of the
-  // addresses only a host-routed device can be the reason, which few environments have.
+  // addresses only a host-routed device can be the reason, which few environments have. What a key does not take is none of
+  // the changes and has its effect all the same; then all of the text is read.
   int readsBack(const std::string& text, const KFAConfigChanges& changes) const override {
-    if (changes.size() == 1) return KFAEnvConfigRules::readsBack(text, changes);
+    if (changes.size() == 1 || hasRefusedPartner(text, changes))
+      return KFAEnvConfigRules::readsBack(text, changes);
     const bool isRouted = std::any_of(changes.begin(), changes.end(), [](const auto& change) {
       return change.first == "netif" && mayBeHostRouted(change.second);
     });
@@ -101,6 +104,22 @@ class RememberingRules : public KFAEnvConfigRules {
   }
 
  private:
+  // Whether one key of a pair is taken, and the text has the other one with a value that is not.
+  static bool hasRefusedPartner(const std::string& text, const KFAConfigChanges& changes) {
+    constexpr const char* kPairs[][2] = {{"ip_address", "netif"}, {"arch", "technologies"}};
+    const auto isTaken = [&changes](const char* key) {
+      return std::any_of(changes.begin(), changes.end(),
+                         [key](const auto& change) { return change.first == key; });
+    };
+    if (text.find('\0') != std::string::npos) return true;
+    for (const auto& [one, other] : kPairs) {
+      const bool isOne = isTaken(one);
+      const bool isOther = isTaken(other);
+      if (isOne != isOther && strcasestr(text.c_str(), isOne ? other : one) != nullptr) return true;
+    }
+    return false;
+  }
+
   // Any beginning of the word host-routed makes a device one.
   static bool mayBeHostRouted(std::string_view devices) {
     constexpr std::string_view kField = "nettype=";

@@ -277,4 +277,11 @@ KFAQoSAdvice adviseQoS(const KFAQVTune& tune, const KFAEnvConfigBashParser& pars
   return Adviser(tune, parser, given).run();
 }
 
+int adviseQoS(KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given,
+              KFAQoSAdvice& advice) {
+  if (tune.init() != 0) return -1;
+  advice = adviseQoS(tune, parser, given);
+  return 0;
+}
+
 }  // namespace KFA

@@ -33,6 +33,9 @@ struct KFAQoSAdvice {
 // (an "avnumproc" that is made from "numproc" follows it, and is not changed).
 KFAQoSAdvice adviseQoS(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser,
                        const std::set<KFLQoS>& given);
+// The same with a tune that is initialised where it still has to be: 0, or -1 with an error text when it cannot be.
+int adviseQoS(KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given,
+              KFAQoSAdvice& advice);
 
 }  // namespace KFA
 
