@@ -20,12 +20,14 @@
 
 #include "environments/ElementLines.h"
 #include "environments/Environment.h"
+#include "environments/Environments.h"
 #include "environments/FileChange.h"
 #include "environments/RecordView.h"
 #include "message/MessageCheck.h"
 #include "message/MessageStream.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -77,7 +79,10 @@ void warnOfLosses(const boost::shared_ptr<const Parser>& parser, const Input& in
 }
 
 int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
-  const Input input = readInput(session.argument(0));
+  const Environments environments(session, {session.argument(0)}, WhenNone::Refuse);
+  if (!environments.isSingle())
+    throw Trouble("'" + session.argument(0) + "': one environment is wanted here");
+  const Input input = readNodeFile(environments.files().front().path);
   const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
   if (text.empty()) refuseValues(*session.environmentParser(), input);
   change.create(session, text);
