@@ -432,6 +432,41 @@ void batchLmdb(benchmark::State& state) {
 BENCHMARK_TEMPLATE(batchLmdb, MDB_NOSYNC)->Name("BatchLmdb")->Arg(kItems)->UseManualTime();
 BENCHMARK_TEMPLATE(batchLmdb, 0)->Name("SyncedBatchLmdb")->Arg(kItems)->UseManualTime();
 
+// One batch of new items among many, through a cache that has changed the file before.
+constexpr std::size_t kMany = 100000;
+
+std::span<const Item> newItems() {
+  return std::span(items(kMany + kItems)).subspan(kMany);
+}
+
+std::string copyOf(const std::string& path) {
+  const std::string copy = folder().fresh("copy");
+  std::filesystem::copy_file(path, copy);
+  return copy;
+}
+
+void insertOurs(benchmark::State& state) {
+  const std::span<const Item> added = newItems();
+  const KFL::KFLCacheChanges changes = changesOf({added.begin(), added.end()});
+  const KFL::KFLCacheChanges one = changesOf({items(kMany)[0]});
+  timeSteps(
+      state,
+      [&] {
+        Cache cache = openOurs(copyOf(fullOurs(kMany)));
+        require(cache->apply(one) == 0, "a put");
+        return cache;
+      },
+      [&](const Cache& cache) { require(cache->apply(changes) == 0, "the batch"); });
+}
+BENCHMARK(insertOurs)->Name("InsertOurs")->Iterations(3)->UseManualTime();
+
+void insertLmdb(benchmark::State& state) {
+  timeSteps(
+      state, [] { return std::make_unique<Lmdb>(copyOf(fullLmdb(kMany)), MDB_NOSYNC); },
+      [](const std::unique_ptr<Lmdb>& lmdb) { lmdb->put(newItems()); });
+}
+BENCHMARK(insertLmdb)->Name("InsertLmdb")->Iterations(3)->UseManualTime();
+
 // Puts one item after the other, each in a change of its own, into a file that has them all already.
 template <bool isSynced>
 void putOurs(benchmark::State& state) {

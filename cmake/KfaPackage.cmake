@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # What is installed beside the libraries and the program: the CMake package "kfa", one pkg-config file for each library,
-# the documents and the examples. The data folder installs itself. Components: runtime, development, tools, data,
-# documents, examples.
+# the documents and the examples. The data folder installs itself. Components: runtime, development, tools, agent, data,
+# documents, examples, python.
 
 include(CMakePackageConfigHelpers)
 
@@ -13,6 +13,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/kfaConfigVersion.
 install(FILES ${PROJECT_BINARY_DIR}/package/kfaConfig.cmake ${PROJECT_BINARY_DIR}/package/kfaConfigVersion.cmake
         DESTINATION ${KFA_CMAKE_DIR} COMPONENT development)
 install(EXPORT kfaTargets NAMESPACE kfa:: DESTINATION ${KFA_CMAKE_DIR} COMPONENT development)
+if(KFA_REMOTE)
+  # A file of its own, so that the package is whole without that library.
+  install(EXPORT kfaRemoteTargets NAMESPACE kfa:: DESTINATION ${KFA_CMAKE_DIR} COMPONENT development)
+endif()
 
 # The prefix stands in the files as it is, so that pkg-config knows a system's include folder and leaves it out;
 # pkg-config --define-prefix serves an installation that was moved.
@@ -30,6 +34,4 @@ endforeach()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documents FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT examples
-        PATTERN "CMakeLists.txt" EXCLUDE)
-install(FILES examples/embed/CMakeLists.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/embed COMPONENT examples)
-install(FILES examples/managers/CMakeLists.txt DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/managers COMPONENT examples)
+        REGEX "/examples/CMakeLists.txt$" EXCLUDE)

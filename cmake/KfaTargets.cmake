@@ -8,11 +8,18 @@ include(GNUInstallDirs)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
 
-# kf_library(NAME SOURCES f.cpp... HEADERS f.h... [DEPS PUBLIC-targets...] [PRIVATE targets...])
-# A shared library named NAME whose headers are installed as <NAME/...>. Only the KFL and KFA namespaces are
+set(KFA_EXPORTS ${PROJECT_BINARY_DIR}/exports.map)
+configure_file(cmake/exports.map.in ${KFA_EXPORTS} @ONLY)
+
+# kf_library(NAME SOURCES f.cpp... HEADERS f.h... [DEPS PUBLIC-targets...] [PRIVATE targets...] [EXPORT set])
+# A shared library named NAME whose headers are installed as <NAME/...> and whose target is in the export set, kfaTargets
+# unless another is named. Only the KFL and KFA namespaces are
 # exported, undefined symbols are refused, and nothing in it keeps dlclose from unloading it.
 function(kf_library NAME)
-  cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;DEPS;PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "EXPORT" "SOURCES;HEADERS;DEPS;PRIVATE" ${ARGN})
+  if(NOT ARG_EXPORT)
+    set(ARG_EXPORT kfaTargets)
+  endif()
   add_library(${NAME} SHARED ${ARG_SOURCES} ${ARG_HEADERS})
   add_library(kfa::${NAME} ALIAS ${NAME})
   set_target_properties(${NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -22,7 +29,7 @@ function(kf_library NAME)
   target_compile_features(${NAME} PUBLIC cxx_std_20)
   target_link_libraries(${NAME} PUBLIC ${ARG_DEPS} PRIVATE kf_options ${ARG_PRIVATE})
   kf_shape_library(${NAME})
-  install(TARGETS ${NAME} EXPORT kfaTargets
+  install(TARGETS ${NAME} EXPORT ${ARG_EXPORT}
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
   foreach(HEADER ${ARG_HEADERS})
     get_filename_component(FOLDER ${HEADER} DIRECTORY)
@@ -39,12 +46,12 @@ function(kf_shape_library NAME)
   # What is inline in a header is compiled into each library that uses it, so none needs to export it.
   target_compile_options(${NAME} PRIVATE -fvisibility-inlines-hidden
     $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique -fno-semantic-interposition>)
-  target_link_options(${NAME} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
+  target_link_options(${NAME} PRIVATE -Wl,--version-script=${KFA_EXPORTS}
                                       -Wl,-Bsymbolic-functions)
   if(NOT KFA_ALLOW_UNDEFINED)
     target_link_options(${NAME} PRIVATE -Wl,--no-undefined)
   endif()
-  set_property(TARGET ${NAME} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  set_property(TARGET ${NAME} APPEND PROPERTY LINK_DEPENDS ${KFA_EXPORTS})
 endfunction()
 
 # One generated source per public header proves that each header can be read alone.

@@ -2,9 +2,7 @@
 #include "RecordMessages.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string_view>
 #include <vector>

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Makes the Debian packages in build/packages:
 #   package.sh               builds them and lets lintian look at them
-#   package.sh --reproduce   builds them twice, in two folders, by two users' settings, and compares them byte by byte
+#   package.sh --reproduce   builds them twice, in two folders, as another user with other settings, and compares them byte by byte
 #   package.sh --test        builds them, installs them into an empty Debian 12 root, and uses them there (needs root)
 set -euo pipefail
 
@@ -19,13 +19,15 @@ copySource() {
     tar -x -C "$1"
 }
 
-# build FOLDER OUT: the packages of a copy of the source in FOLDER.
+# build FOLDER OUT [COMMAND...]: the packages of a copy of the source in FOLDER, built by a command that runs another.
 build() {
-  local folder=$1 to=$2 log="$kfaTop/build/packages.log"
+  local folder=$1 to=$2 log="$kfaTop/build/packages.log" as=("${@:3}")
   rm -rf "$folder" "$to"
+  (umask 022 && mkdir -p "$folder")
   mkdir -p "$to"
   copySource "$folder/kfa"
-  (cd "$folder/kfa" && dpkg-buildpackage -b -us -uc) >"$log" 2>&1 || {
+  [ "${#as[@]}" = 0 ] || chown -R nobody "$folder"
+  (cd "$folder/kfa" && "${as[@]}" dpkg-buildpackage -b -us -uc) >"$log" 2>&1 || {
     tail -n 40 "$log" >&2
     echo "package.sh: the packages could not be built; the whole log is build/packages.log" >&2
     return 1
@@ -43,10 +45,15 @@ lint() {
 }
 
 reproduce() {
-  local other="$kfaTop/build/packages-again" package status=0
-  (umask 027 && LC_ALL=C.UTF-8 TZ=Pacific/Auckland HOME=/nonexistent build "$kfaTop/build/another-folder/below" "$other")
+  local other="$kfaTop/build/packages-again" package status=0 as=()
+  [ "$(id -u)" != 0 ] || as=(setpriv --reuid=nobody --regid=nogroup --clear-groups)
+  (umask 027 && LC_ALL=C.UTF-8 TZ=Pacific/Auckland HOME=/nonexistent \
+    build "$kfaTop/build/another-folder/below" "$other" "${as[@]}")
   for package in "$out"/*.deb; do
-    cmp "$package" "$other/$(basename "$package")" || status=1
+    cmp "$package" "$other/$(basename "$package")" || {
+      status=1
+      ! command -v diffoscope >/dev/null || diffoscope "$package" "$other/$(basename "$package")" >&2 || true
+    }
   done
   [ "$status" != 0 ] || echo "the same from two folders: $(cd "$out" && ls ./*.deb | wc -l) packages"
   return "$status"
@@ -96,7 +103,7 @@ testInstalled() {
       echo "package test $name: failed"
     fi
   done < <(awk '/^Tests:/ {name = $2} /^Depends:/ {
-    sub(/^Depends: */, ""); gsub(/,/, " "); gsub(/(kfactl|libkfa[0-9a-z-]*|kfa-[a-z]*|python3-kfa)( |$)/, ""); print name, $0}' \
+    sub(/^Depends: */, ""); gsub(/,/, " "); gsub(/(kfactl|kfad|libkfa[0-9a-z-]*|kfa-[a-z]*|python3-kfa)( |$)/, ""); print name, $0}' \
     "$kfaTop/debian/tests/control")
   return "$status"
 }

@@ -7,8 +7,11 @@ set -euo pipefail
 packagesFor() {
   local build="g++ cmake ninja-build libboost-dev libexpat1-dev libcli11-dev nlohmann-json3-dev libdtl-dev"
   build+=" libgrpc++-dev libprotobuf-dev protobuf-compiler protobuf-compiler-grpc libssl-dev libsystemd-dev pkg-config"
+  build+=" pybind11-dev python3-dev"
   local test="$build libgtest-dev libgmock-dev libxml2-utils acl attr locales bash-builtins openssl git bsdutils"
   test+=" python3-grpcio python3-protobuf"
+  test+=" man-db groff-base mandoc python3-pytest mypy ansible-core"
+  test+=" chromium-headless-shell jq"
   local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev liblmdb-dev"
   case "$1" in
     build) echo "$build" ;;
@@ -18,7 +21,7 @@ packagesFor() {
     faults) echo "$test strace" ;;
     lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;
     abi) echo "abigail-tools" ;;
-    package) echo "$build debhelper dpkg-dev doxygen lintian debootstrap" ;;
+    package) echo "$build debhelper dh-python dpkg-dev doxygen help2man lintian debootstrap" ;;
     *)
       echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, faults, lint, abi, package" >&2
       return 2

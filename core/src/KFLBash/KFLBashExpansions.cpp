@@ -38,8 +38,10 @@ bool skipSubscript(KFLBashCursor& at) {
     } else if (c == ']' && --brackets == 0) {
       at.advance();
       return true;
-    } else if (c == '{' || c == '}') {
-      braces += c == '{' ? 1U : -1U;
+    } else if (c == '{') {
+      ++braces;
+    } else if (c == '}') {
+      --braces;
     }
   }
   return false;

@@ -21,7 +21,7 @@
 #include <string_view>
 #include <type_traits>
 
-// EACH(result, name, parameters, arguments), by what they are made on: paths, descriptors, open folders.
+// EACH(result, name, parameters, arguments), by what they are made on: paths, descriptors, open folders, memory.
 #define KFL_SYSTEM_CALLS(EACH)                                                                             \
   EACH(int, open, (const char* path, int flags, mode_t mode), (path, flags, mode))                         \
   EACH(int, openat, (int folder, const char* path, int flags), (folder, path, flags))                      \
@@ -31,6 +31,7 @@
   EACH(ssize_t, readlink, (const char* path, char* to, std::size_t size), (path, to, size))                \
   EACH(int, link, (const char* from, const char* to), (from, to))                                          \
   EACH(int, unlink, (const char* path), (path))                                                            \
+  EACH(int, access, (const char* path, int rights), (path, rights))                                        \
   EACH(int, rename, (const char* from, const char* to), (from, to))                                        \
   EACH(int, renameat2, (int folder, const char* from, int toFolder, const char* to, unsigned flags),       \
        (folder, from, toFolder, to, flags))                                                                \
@@ -41,6 +42,10 @@
   EACH(off_t, lseek, (int descriptor, off_t at, int whence), (descriptor, at, whence))                     \
   EACH(int, fstat, (int descriptor, struct stat* status), (descriptor, status))                            \
   EACH(int, fsync, (int descriptor), (descriptor))                                                         \
+  EACH(int, fdatasync, (int descriptor), (descriptor))                                                     \
+  EACH(int, ftruncate, (int descriptor, off_t size), (descriptor, size))                                   \
+  EACH(int, fallocate, (int descriptor, int mode, off_t from, off_t size), (descriptor, mode, from, size)) \
+  EACH(int, posix_fallocate, (int descriptor, off_t from, off_t size), (descriptor, from, size))           \
   EACH(int, fchown, (int descriptor, uid_t owner, gid_t group), (descriptor, owner, group))                \
   EACH(int, fchmod, (int descriptor, mode_t mode), (descriptor, mode))                                     \
   EACH(int, flock, (int descriptor, int operation), (descriptor, operation))                               \
@@ -53,16 +58,28 @@
   EACH(int, fremovexattr, (int descriptor, const char* name), (descriptor, name))                          \
   EACH(DIR*, fdopendir, (int descriptor), (descriptor))                                                    \
   EACH(struct dirent*, readdir, (DIR * folder), (folder))                                                  \
-  EACH(int, closedir, (DIR * folder), (folder))
+  EACH(int, closedir, (DIR * folder), (folder))                                                            \
+  EACH(void*, mmap, (void* at, std::size_t size, int rights, int flags, int descriptor, off_t from),       \
+       (at, size, rights, flags, descriptor, from))                                                        \
+  EACH(int, munmap, (void* memory, std::size_t size), (memory, size))                                      \
+  EACH(int, msync, (void* memory, std::size_t size, int flags), (memory, size, flags))                     \
+  EACH(int, mprotect, (void* memory, std::size_t size, int rights), (memory, size, rights))
 
 namespace KFL {
 
 class KFLSystem {
-  template <bool isOnce, class Call>
+  enum class Kind { Usual, Once, AnswersError };
+
+  static constexpr Kind kindOf(std::string_view name) {
+    if (name.starts_with("posix_")) return Kind::AnswersError;
+    return name.starts_with("close") ? Kind::Once : Kind::Usual;
+  }
+
+  template <Kind kind, class Call>
   static auto repeated(Call call) {
     auto result = call();
-    if constexpr (!isOnce && std::is_integral_v<decltype(result)>) {
-      while (result == -1 && errno == EINTR)
+    if constexpr (kind != Kind::Once && std::is_integral_v<decltype(result)>) {
+      while (kind == Kind::Usual ? result == -1 && errno == EINTR : result == EINTR)
         result = call();
     }
     return result;
@@ -78,10 +95,9 @@ class KFLSystem {
   // The calls in force: the system's own, unless a test has put others there.
   static Calls calls;
 
-#define KFL_SYSTEM_CALL(result, name, parameters, arguments)               \
-  static result name parameters {                                          \
-    constexpr bool kCloses = std::string_view(#name).starts_with("close"); \
-    return repeated<kCloses>([&] { return calls.name arguments; });        \
+#define KFL_SYSTEM_CALL(result, name, parameters, arguments)              \
+  static result name parameters {                                         \
+    return repeated<kindOf(#name)>([&] { return calls.name arguments; }); \
   }
   KFL_SYSTEM_CALLS(KFL_SYSTEM_CALL)
 #undef KFL_SYSTEM_CALL

@@ -151,6 +151,17 @@ constexpr bool liesWithin(std::int64_t offset, std::uint64_t size, std::uint64_t
   return offset >= 0 && size <= end && static_cast<std::uint64_t>(offset) <= end - size;
 }
 
+// One load of a word of shared memory: nothing that the compiler does reads it again.
+template <class Word>
+Word loadWord(const Word& word) {
+  return __atomic_load_n(&word, __ATOMIC_RELAXED);
+}
+// Stores one word of shared memory. No store before it, in the program, comes after it.
+template <class Word>
+void storeWord(Word& word, Word value) {
+  __atomic_store_n(&word, value, __ATOMIC_RELEASE);
+}
+
 // Copies what stands at the offset into `value`: false, and nothing copied, when it does not lie within the bytes.
 template <class T>
 bool readAt(std::span<const std::byte> bytes, std::int64_t offset, T& value) {

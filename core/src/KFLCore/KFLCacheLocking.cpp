@@ -22,11 +22,30 @@ KFLCacheFile::Section::~Section() {
   file_.turn_.unlock();
 }
 
-int KFLCacheFile::takeTurn() {
-  if (turn_.lock(share_->patience())) return 0;
+int KFLCacheShare::takeTurn(std::chrono::milliseconds limit) {
+  if (turn.lock(limit)) return 0;
   setErrorMessage("cannot lock %s: another thread of this process holds it since more than %lld ms",
-                  share_->path.c_str(), static_cast<long long>(share_->timeout.load()));
+                  path.c_str(), static_cast<long long>(limit.count()));
   return kCacheNotLocked;
+}
+
+int KFLCacheShare::takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit) {
+  const char* const path = storage.getPath().c_str();
+  const int error = storage.getLock().lock(limit, storage.header());
+  if (error == 0) return 0;
+  if (error == EAGAIN) {
+    const std::uint32_t holder = storage.header() != nullptr ? storage.manager().getHolder() : 0;
+    const std::string name = holder != 0 ? "process " + std::to_string(holder) : "another process";
+    setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", path, name.c_str(),
+                    static_cast<long long>(limit.count()));
+  } else {
+    setErrorMessage("cannot lock %s: %s", path, describeError(error).c_str());
+  }
+  return kCacheNotLocked;
+}
+
+int KFLCacheFile::takeTurn() KFL_NO_THREAD_SAFETY_ANALYSIS {
+  return share_->takeTurn(share_->patience());
 }
 
 // Takes the turn and the lock, or neither.
@@ -44,7 +63,8 @@ int KFLCacheFile::lockCurrent() {
     setErrorMessage("%s is not open", share_->path.c_str());
     return kCacheNotMapped;
   }
-  if (isAccessible() && !isForked() && storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
+  if (isAccessible() && !isForked() && storage_->getLock().isOpen() &&
+      storage_->getFileSize() >= sizeof(KFLCacheHeader)) {
     const int code = lockOpened();
     if (code <= 0) return code;
   }
@@ -76,18 +96,7 @@ bool KFLCacheFile::isStillHere() const {
 }
 
 int KFLCacheFile::awaitLock() {
-  const int error = storage_->getLock().lock(share_->patience(), storage_->header());
-  if (error == 0) return 0;
-  if (error == EAGAIN) {
-    const KFLCacheHeader* const header = storage_->header();
-    const std::uint32_t holder = header != nullptr ? storage_->manager().getHolder() : 0;
-    const std::string name = holder != 0 ? "process " + std::to_string(holder) : "another process";
-    setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", share_->path.c_str(), name.c_str(),
-                    static_cast<long long>(share_->timeout.load()));
-  } else {
-    setErrorMessage("cannot lock %s: %s", share_->path.c_str(), describeError(error).c_str());
-  }
-  return kCacheNotLocked;
+  return KFLCacheShare::takeLock(*storage_, share_->patience());
 }
 
 int KFLCacheFile::lock(Storage& storage) KFL_NO_THREAD_SAFETY_ANALYSIS {
@@ -151,11 +160,12 @@ int KFLCacheFile::repair(bool& alone) {
     const Section section(*this);
     if (section.code() != 0) return section.code();
     KFLFileLock& fileLock = storage_->getLock();
-    alone = fileLock.isOnlyUser() && fileLock.findHeld().empty();
+    std::vector<std::uint64_t> held;
+    alone = fileLock.isOnlyUser() && fileLock.findHeld(held) == 0 && held.empty();
     KFLLockedCache locked(*share_, storage_);
     const int code = locked.recover();
     locked.keep();
-    return code == 0 || code == kCacheFull ? code : locked.invalidate(code);
+    return isFault(code) ? locked.invalidate(code) : code;
   });
 }
 

@@ -23,6 +23,12 @@ std::string absolutePath(const std::string& path) {
   return error ? path : absolute.string();
 }
 
+// Whether the file is known to end before its heap does, as against one that could not be mapped.
+bool isCut(const KFLCacheStorage& storage) {
+  std::size_t size = 0;
+  return storage.readFileSize(size) == 0 && storage.manager().getTotalSize() > size;
+}
+
 }  // namespace
 
 KFLCacheFile::KFLCacheFile(const std::string& path, const KFLCacheLimits& limits)
@@ -55,8 +61,10 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
       detach();
       return code;
     }
+    const bool hasWritten = share_->proved != nullptr;  // made the file, or put it right
     { const KFLLockedCache leaves(*share_, storage_); }
-    return storage_->syncMemory() == 0 ? 0 : int{kCacheNotMapped};
+    const int error = hasWritten ? storage_->syncToDisk() : storage_->syncMemory();
+    return error == 0 ? 0 : int{kCacheNotMapped};
   });
 }
 
@@ -79,16 +87,18 @@ int KFLCacheFile::openLocked(bool invalidate) {
     if (storage_->isAtPath()) {
       const int code = locked.judge();
       showBase();
-      if (code == 0 && storage_->getLock().takePlace() == 0) {
+      const int error = code == 0 ? storage_->getLock().takePlace() : 0;
+      if (code == 0 && error == 0) {
         locked.keep();
         return 0;
       }
-      const bool couldNotMap =
-          code == kCacheNotRemapped && locked.manager().getTotalSize() <= storage_->getFileSize();
-      if (invalidate && isFault(code) && !couldNotMap) locked.invalidate(code);
+      if (invalidate && isFault(code) && (code != kCacheNotRemapped || isCut(*storage_)))
+        locked.invalidate(code);
       locked.leave();
       detach();
-      return code != 0 ? code : int{kCacheNotMapped};
+      if (code != 0) return code;
+      setErrorMessage("cannot lock %s: %s", share_->path.c_str(), describeError(error).c_str());
+      return kCacheNotMapped;
     }
     locked.leave();  // it was replaced before it was locked
     detach();
@@ -121,10 +131,11 @@ void KFLCacheFile::detach() {
 namespace {
 
 // Whether the file says of itself that it cannot be used.
-bool isFaulty(const KFLMappedFile& mapped) {
-  const KFLMappedMemoryManager file(mapped.getMemory());
-  return !file.isUnmade(mapped.getFileSize(), firstFileSize(KFLMappedFile::getPageSize())) &&
-         file.validateHeader() != 0;
+bool isFaulty(const KFLCacheStorage& mapped) {
+  const KFLMappedMemoryManager file = mapped.manager();
+  std::size_t size = 0;
+  return mapped.readFileSize(size) == 0 &&
+         !file.isUnmade(size, firstFileSize(KFLMappedFile::getPageSize())) && file.validateHeader() != 0;
 }
 
 int removeFaulty(const std::string& path) {
@@ -133,7 +144,7 @@ int removeFaulty(const std::string& path) {
   options.reserve = KFLMapOptions::Later;
   KFLCacheStorage file(path);
   if (file.getStorage(firstFileSize(KFLMappedFile::getPageSize()), nullptr, options) == nullptr)
-    return access(path.c_str(), F_OK) == 0 ? -1 : 0;
+    return KFLSystem::access(path.c_str(), F_OK) == 0 || errno != ENOENT ? -1 : 0;
   KFLFileLock& right = file.getLock();
   if (right.lock(std::chrono::seconds(1), file.header()) != 0) {
     setErrorMessage("cannot remove %s: another process has its lock", path.c_str());
@@ -141,7 +152,7 @@ int removeFaulty(const std::string& path) {
   }
   int code = 0;
   if (file.isAtPath() && isFaulty(file)) {
-    if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+    if (KFLSystem::unlink(path.c_str()) != 0 && errno != ENOENT) {
       setErrorMessage("cannot remove %s: %s", path.c_str(), describeError(errno).c_str());
       code = -1;
     }

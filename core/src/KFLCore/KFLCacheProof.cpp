@@ -282,7 +282,7 @@ struct KFLCacheProof::Walk {
     const std::uint64_t before = at - sizeof(KFLCacheRecord);
     if (!endsAt(at)) {
       fault(at + kCacheKeySize - 1, kCacheUnsound, "the last byte of the key of record %u is not 0", index);
-    } else if (index > 0 && endsAt(before) && std::strcmp(keyAt(before), keyAt(at)) >= 0) {
+    } else if (index > 0 && endsAt(before) && std::strncmp(keyAt(before), keyAt(at), kCacheKeySize) >= 0) {
       fault(at, kCacheUnsound, "the key of record %u does not come after that of record %u", index,
             index - 1);
     }

@@ -46,6 +46,9 @@ struct KFLCacheShare final : KFLRefCounter {
   int looks KFL_GUARDED_BY(holdsLock) = 0;         // so often
 
   std::chrono::milliseconds patience() const { return std::chrono::milliseconds(timeout.load()); }
+  // Waits for the turn, and for the lock of the file that is mapped: each with the code and the text of a wait in vain.
+  int takeTurn(std::chrono::milliseconds limit) KFL_TRY_ACQUIRE(0, turn);
+  static int takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit);
   // The kept snapshot, which is kept no longer; null when there is none, or somebody uses it.
   boost::intrusive_ptr<KFLCacheHold> takeUnused();
 };

@@ -48,15 +48,19 @@ int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
   if (hold.isForked()) return 0;
   return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
     KFLCacheShare& share = *hold.share;
-    if (!share.turn.lock(patience)) return int{kCacheNotLocked};
+    if (const int code = share.takeTurn(patience); code != 0) return code;
     const KFLTurnEnd end(share.turn);
     KFLCacheFile::Storage storage = hold.storage;
-    KFLFileLock& lock = storage->getLock();
-    const bool isCut = storage->getFileSize() < storage->getSize();
-    if (isCut || lock.lock(patience, storage->header()) != 0) return int{kCacheNotLocked};
+    std::size_t size = 0;
+    if (storage->readFileSize(size) != 0) return int{kCacheNotMapped};
+    if (size < storage->getSize()) {
+      setErrorMessage("%s was cut while it was open", storage->getPath().c_str());
+      return int{kCacheNotRemapped};
+    }
+    if (const int code = KFLCacheShare::takeLock(*storage, patience); code != 0) return code;
     KFLLockedCache locked(share, storage);
     if (!locked.manager().isValid()) {
-      lock.letGo(hold.view.getOffset());
+      storage->getLock().letGo(hold.view.getOffset());
       return 0;
     }
     const int code = locked.enter();

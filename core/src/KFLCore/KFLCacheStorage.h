@@ -26,7 +26,7 @@ class KFLCacheStorage final : public KFLMappedFile {
   // Whether both map the same file by one opening of it.
   bool isSameOpening(const KFLCacheStorage& other) const { return lock_ == other.lock_; }
   std::span<std::byte> memory() const { return {static_cast<std::byte*>(getMemory()), getSize()}; }
-  KFLMappedMemoryManager manager() const { return KFLMappedMemoryManager(getMemory()); }
+  KFLMappedMemoryManager manager() const { return KFLMappedMemoryManager(memory()); }
   // The header in the mapping; null while the file is too short to have one, when touching it would be fatal.
   KFLCacheHeader* header() const {
     if (!hasHeader_) hasHeader_ = getFileSize() >= sizeof(KFLCacheHeader);

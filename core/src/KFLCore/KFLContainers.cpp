@@ -4,12 +4,11 @@
 #include <cstring>
 
 #include <KFLCommon/KFLCheck.h>
-#include <KFLCore/KFLSharedMemoryManager.h>
 
 namespace KFL {
 
 void incRef(std::int32_t& references) {
-  storeWord(references, static_cast<std::int32_t>(static_cast<std::uint32_t>(references) + 1));
+  storeWord(references, static_cast<std::int32_t>(static_cast<std::uint32_t>(loadWord(references)) + 1));
 }
 
 bool decRef(std::int32_t& references) {
@@ -21,8 +20,8 @@ bool decRef(std::int32_t& references) {
 KFLSnapshotView::KFLSnapshotView(std::span<std::byte> memory, std::int64_t offset) : memory_(memory) {
   auto* const head = objectAt<KFLSnapshotHead>(memory, offset);
   if (head == nullptr) return;
-  const std::uint32_t count = head->count;
-  if (count > head->capacity || !liesWithin(offset, snapshotBytes(count), memory.size())) return;
+  const std::uint32_t count = loadWord(head->count);
+  if (count > loadWord(head->capacity) || !liesWithin(offset, snapshotBytes(count), memory.size())) return;
   head_ = head;
   count_ = count;
 }
@@ -36,19 +35,26 @@ std::string_view KFLSnapshotView::getKey(std::uint32_t index) const {
   return {key, strnlen(key, kCacheKeySize - 1)};
 }
 
-KFLItemHead* KFLSnapshotView::getItem(std::uint32_t index) const {
+KFLItemHead* KFLSnapshotView::findItem(std::uint32_t index, std::uint32_t& size) const {
   const std::int32_t& pointer = records()[index].item;
   const auto at = reinterpret_cast<const std::byte*>(&pointer) - memory_.data();
-  const std::int64_t offset = targetOf(static_cast<std::uint64_t>(at), pointer);
+  const std::int64_t offset = targetOf(static_cast<std::uint64_t>(at), loadWord(pointer));
   auto* const item = objectAt<KFLItemHead>(memory_, offset);
-  const bool liesInside = item != nullptr && liesWithin(offset, itemBytes(item->size), memory_.size());
-  return liesInside ? item : nullptr;
+  if (item == nullptr) return nullptr;
+  size = loadWord(item->size);
+  return liesWithin(offset, itemBytes(size), memory_.size()) ? item : nullptr;
+}
+
+KFLItemHead* KFLSnapshotView::getItem(std::uint32_t index) const {
+  std::uint32_t size = 0;
+  return findItem(index, size);
 }
 
 std::string_view KFLSnapshotView::getText(std::uint32_t index) const {
-  const auto* const item = getItem(index);
+  std::uint32_t size = 0;
+  const KFLItemHead* const item = findItem(index, size);
   if (item == nullptr) return {};
-  return {reinterpret_cast<const char*>(item + 1), item->size};
+  return {reinterpret_cast<const char*>(item + 1), size};
 }
 
 // Keys end with a NUL, so comparing up to the end of the shorter one, NUL included, decides.

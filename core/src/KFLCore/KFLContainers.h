@@ -42,6 +42,8 @@ class KFLSnapshotView {
   std::uint32_t lowerBound(std::string_view key, bool& found, std::uint32_t from = 0) const;
 
  private:
+  KFLItemHead* findItem(std::uint32_t index, std::uint32_t& size) const;
+
   std::span<std::byte> memory_;
   KFLSnapshotHead* head_ = nullptr;
   std::uint32_t count_ = 0;  // as it was when the view was made

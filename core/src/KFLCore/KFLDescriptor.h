@@ -3,13 +3,12 @@
 #ifndef KFLCORE_KFLDESCRIPTOR_H
 #define KFLCORE_KFLDESCRIPTOR_H
 
-#include <unistd.h>
-
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include <KFLCommon/KFLLanguage.h>
+#include <KFLCommon/KFLSystem.h>
 
 namespace KFL {
 
@@ -27,7 +26,7 @@ class KFLDescriptor {
   int get() const { return descriptor_; }
   int release() { return std::exchange(descriptor_, -1); }
   void reset() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ >= 0) KFLSystem::close(descriptor_);
     descriptor_ = -1;
   }
 

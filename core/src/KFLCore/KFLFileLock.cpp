@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <ctime>
 
+#include <KFLCommon/KFLSystem.h>
 #include <KFLCore/KFLCacheFormat.h>
 
 #include "KFLPatience.h"
@@ -56,25 +57,46 @@ constexpr int lockType(KFLFileLock::Kind kind) {
 
 int setLock(int descriptor, int type, const Range& range) {
   struct flock lock = flockOf(type, range);
-  while (fcntl(descriptor, F_OFD_SETLK, &lock) != 0) {
-    if (errno == EACCES) return EAGAIN;
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+  if (KFLSystem::fcntl(descriptor, F_OFD_SETLK, reinterpret_cast<std::intptr_t>(&lock)) == 0) return 0;
+  return errno == EACCES ? EAGAIN : errno;
 }
 
+constexpr int kTries = 100;
+
+// The kernel may lack memory for a moment even here.
+bool clearLock(int descriptor, const Range& range) {
+  int tries = 0;
+  while (tries < kTries && setLock(descriptor, F_UNLCK, range) != 0)
+    ++tries;
+  return tries < kTries;
+}
+
+enum class Found { Nothing, Lock, Unknown };
+
 // Some range that another description has locked within this one.
-bool findLock(int descriptor, const Range& range, Range& found) {
-  if (range.start >= range.end) return false;
+Found lookForLock(int descriptor, const Range& range, Range& found) {
+  if (range.start >= range.end) return Found::Nothing;
   struct flock lock = flockOf(F_WRLCK, range);
-  if (fcntl(descriptor, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) return false;
+  if (KFLSystem::fcntl(descriptor, F_OFD_GETLK, reinterpret_cast<std::intptr_t>(&lock)) != 0)
+    return Found::Unknown;
+  if (lock.l_type == F_UNLCK) return Found::Nothing;
   found = {lock.l_start, lock.l_len == 0 ? range.end : lock.l_start + lock.l_len};
-  return true;
+  return Found::Lock;
+}
+
+// Where a mistake costs no more than time.
+bool findLock(int descriptor, const Range& range, Range& found) {
+  return lookForLock(descriptor, range, found) == Found::Lock;
 }
 
 bool isLockedByOthers(int descriptor, const Range& range) {
   Range ignored{};
   return findLock(descriptor, range, ignored);
+}
+
+bool maybeLockedByOthers(int descriptor, const Range& range) {
+  Range ignored{};
+  return lookForLock(descriptor, range, ignored) != Found::Nothing;
 }
 
 constexpr microseconds kLongestNap{1000};
@@ -103,14 +125,15 @@ class KFLFileLock::Ticket {
   // Those behind the first wait on a word that never changes.
   Ticket(KFLFileLock& lock, int type, const std::uint32_t* word, const std::uint32_t* constant)
       : lock_(lock), word_(word), constant_(constant) {
+    int tries = 0;
     do {
       number_ = kQueue.start;
       for (Range last{}; findLock(lock.descriptor_, {number_, kQueue.end}, last);)
         number_ = last.end;
-    } while (setLock(lock.descriptor_, type, byteAt(number_)) == EAGAIN);
+    } while (setLock(lock.descriptor_, type, byteAt(number_)) == EAGAIN && ++tries < kTries);
   }
   ~Ticket() {
-    setLock(lock_.descriptor_, F_UNLCK, byteAt(number_));
+    clearLock(lock_.descriptor_, byteAt(number_));
     wakeAll(constant_);
   }
   Ticket(const Ticket&) = delete;
@@ -176,7 +199,7 @@ int KFLFileLock::open(const std::string& path, int access) {
 
 bool KFLFileLock::isSameFile(const KFLMappedFile& mapped) const {
   struct stat file {};
-  return fstat(descriptor_, &file) == 0 && mapped.isFile(file.st_dev, file.st_ino);
+  return KFLSystem::fstat(descriptor_, &file) == 0 && mapped.isFile(file.st_dev, file.st_ino);
 }
 
 int KFLFileLock::lock(std::chrono::milliseconds timeout, KFLCacheHeader* header, Kind kind) {
@@ -203,7 +226,7 @@ int KFLFileLock::tryLock(Kind kind) {
 // One that joins the queue between the look and the unlocking finds the word free at its next try.
 void KFLFileLock::unlock(KFLCacheHeader* header) {
   const bool isAwaited = header != nullptr && isLockedByOthers(descriptor_, kQueue);
-  setLock(descriptor_, F_UNLCK, kWord);
+  if (!clearLock(descriptor_, kWord)) forked();
   if (isAwaited) wakeAll(&header->lockWord);
 }
 
@@ -221,7 +244,7 @@ int KFLFileLock::takePlace() {
 }
 
 bool KFLFileLock::isOnlyUser() {
-  return !isLockedByOthers(descriptor_, kPlaces);
+  return !maybeLockedByOthers(descriptor_, kPlaces);
 }
 
 int KFLFileLock::hold(std::uint64_t snapshot) {
@@ -238,7 +261,7 @@ void KFLFileLock::letGo(std::uint64_t snapshot) {
   const auto entry = held_.find(snapshot);
   if (entry == held_.end() || --entry->second > 0) return;
   held_.erase(entry);
-  setLock(descriptor_, F_UNLCK, heldRange(snapshot));
+  clearLock(descriptor_, heldRange(snapshot));
 }
 
 std::uint32_t KFLFileLock::countHeld(std::uint64_t snapshot) const {
@@ -247,11 +270,11 @@ std::uint32_t KFLFileLock::countHeld(std::uint64_t snapshot) const {
 }
 
 bool KFLFileLock::isHeldElsewhere(std::uint64_t snapshot) const {
-  return isLockedByOthers(descriptor_, heldRange(snapshot));
+  return maybeLockedByOthers(descriptor_, heldRange(snapshot));
 }
 
-std::vector<std::uint64_t> KFLFileLock::findHeld() const {
-  std::vector<std::uint64_t> all;
+int KFLFileLock::findHeld(std::vector<std::uint64_t>& all) const {
+  all.clear();
   for (const auto& [snapshot, count] : held_)
     all.push_back(snapshot);
   std::vector<Range> open{kHeld};
@@ -259,19 +282,21 @@ std::vector<std::uint64_t> KFLFileLock::findHeld() const {
     const Range range = open.back();
     open.pop_back();
     Range found{};
-    if (!findLock(descriptor_, range, found)) continue;
+    const Found answer = lookForLock(descriptor_, range, found);
+    if (answer == Found::Unknown) return errno;
+    if (answer == Found::Nothing) continue;
     all.push_back(static_cast<std::uint64_t>(found.start - kHeld.start));
     open.push_back({range.start, found.start});
     open.push_back({found.end, range.end});
   }
   std::sort(all.begin(), all.end());
   all.erase(std::unique(all.begin(), all.end()), all.end());
-  return all;
+  return 0;
 }
 
 // Closing the child's copy leaves the parent's lock alone.
 void KFLFileLock::forked() noexcept {
-  if (isOpen()) close(descriptor_);
+  if (isOpen()) KFLSystem::close(descriptor_);
   descriptor_ = -1;
 }
 

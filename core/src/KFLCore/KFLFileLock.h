@@ -43,7 +43,7 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
 
   // Opens the file that the path names; `access` as in KFLMapOptions. 0, or an errno with an error text.
   int open(const std::string& path, int access = KFLMapOptions::Read | KFLMapOptions::Write);
-  // False in a forked child of the process that opened it.
+  // False in a forked child of the process that opened it, and when a lock could not be given back but by closing.
   bool isOpen() const { return descriptor_ >= 0; }
   int getDescriptor() const { return descriptor_; }
   // Whether this is the file that is mapped.
@@ -60,7 +60,7 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
 
   // Takes a place among the users of the file, until this object is gone. 0 or an errno.
   int takePlace();
-  // Whether this place is the only one.
+  // Whether this place is known to be the only one.
   bool isOnlyUser();
 
   // Holds the snapshot at this offset, as often as it is asked for. 0 or an errno.
@@ -68,10 +68,10 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   void letGo(std::uint64_t snapshot);
   // How often it is held through this object.
   std::uint32_t countHeld(std::uint64_t snapshot) const;
-  // Whether it is held through another object, here or in another process.
+  // Whether it is held through another object, here or in another process, as far as that can be told.
   bool isHeldElsewhere(std::uint64_t snapshot) const;
-  // The offsets of all snapshots that are held by whoever lives, in ascending order.
-  std::vector<std::uint64_t> findHeld() const;
+  // The offsets of all snapshots that are held by whoever lives, in ascending order. 0 or an errno.
+  int findHeld(std::vector<std::uint64_t>& all) const;
 
  private:
   class Ticket;

@@ -10,6 +10,9 @@
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheProof.h>
 
+#include "KFLCacheCodes.h"
+#include "KFLDescriptor.h"
+
 namespace KFL {
 
 namespace {
@@ -17,10 +20,6 @@ namespace {
 // A count that is right already stays untouched, so that recovery does not make every page of the file dirty.
 void setCount(std::int32_t& references, std::int32_t right) {
   if (references != right) storeWord(references, right);
-}
-
-std::int32_t load(const std::int32_t& references) {
-  return __atomic_load_n(&references, __ATOMIC_RELAXED);
 }
 
 }  // namespace
@@ -60,14 +59,15 @@ int KFLLockedCache::checkSize() {
 }
 
 int KFLLockedCache::judge() {
-  const std::size_t fileSize = storage_->getFileSize();
+  std::size_t fileSize = 0;
+  if (storage_->readFileSize(fileSize) != 0) return kCacheNotMapped;
   const std::size_t firstSize = firstFileSize(KFLMappedFile::getPageSize());
   if (manager().isUnmade(fileSize, firstSize)) {
     if (storage_->reserve(firstSize) != 0) return kCacheNotMapped;
     mark();
     manager().createFile(firstSize);
     share_.proved = &fileLock();
-    return storage_->syncToDisk() == 0 ? 0 : kCacheNotMapped;
+    return 0;
   }
   if (const int code = manager().validateHeader(); code != 0) {
     setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(),
@@ -82,7 +82,7 @@ int KFLLockedCache::judge() {
   if (fileSize < firstSize && storage_->reserve(firstSize) != 0) return kCacheNotMapped;
   if (const int code = enter(); code != 0) return code;
   const KFLSnapshotView snapshot(storage_->memory(), manager().getSnapshot());
-  const bool isSound = snapshot.isSound() && load(snapshot.head().references) > 0;
+  const bool isSound = snapshot.isSound() && loadWord(snapshot.head().references) > 0;
   if (isSound && manager().isInitialized() && manager().isUsable(storage_->getSize())) return 0;
   return recover();
 }
@@ -92,13 +92,13 @@ int KFLLockedCache::judge() {
 int KFLLockedCache::recover() {
   share_.isDoubtful = manager().getHolder() != 0;  // until it is done, or there is no file to save
   const int code = proveOrRebuild();
-  if (code != kCacheFull) share_.isDoubtful = false;
+  if (code == 0 || isFault(code)) share_.isDoubtful = false;
   return code;
 }
 
 int KFLLockedCache::proveOrRebuild() {
+  if (const int code = reserveHeap(); code != 0) return code;
   KFLCacheProof proof;
-  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
   const int code = proof.check(storage_->memory());
   if (code == 0 && proof.isTidy()) {
     share_.proved = &fileLock();
@@ -106,9 +106,9 @@ int KFLLockedCache::proveOrRebuild() {
   }
   if (code != 0 && manager().getHolder() == 0) failed(proof);
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  share_.proved = &fileLock();
-  return 0;
+  const int reclaimed = reclaim(proof);
+  if (reclaimed == 0) share_.proved = &fileLock();
+  return reclaimed;
 }
 
 int KFLLockedCache::failed(const KFLCacheProof& proof) const {
@@ -119,38 +119,48 @@ int KFLLockedCache::failed(const KFLCacheProof& proof) const {
   return fault.code;
 }
 
-// Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts. False when
-// nothing came back. The proof is one in scope Kept.
-bool KFLLockedCache::reclaim(KFLCacheProof& proof) {
-  const std::vector<std::uint64_t> held = fileLock().findHeld();
+// Puts every block that no living snapshot reaches into a free list that begins empty, and sets the counts: all by what
+// was proved, in scope Kept, whatever stands in the file by now; or leaves the file as it is.
+int KFLLockedCache::reclaim(KFLCacheProof& proof) {
+  std::vector<std::uint64_t> held;
+  if (const int error = fileLock().findHeld(held); error != 0) {
+    setErrorMessage("cannot tell who holds %s: %s", share_.path.c_str(), describeError(error).c_str());
+    return kCacheNotLocked;
+  }
   const KFLCacheProof::ItemCounts counts = proof.keep(storage_->memory(), held);
   mark();
   KFLMappedMemoryManager heap = manager();
-  const std::uint32_t used = heap.getBytesInUse();
   heap.forgetFreeBlocks();
-  heap.recount();
-  KFLHeapBlock* last = heap.sentinel();
+  KFLHeapPart last;
+  std::uint64_t free = 0;
   proof.forEachBlock([&](const KFLProvedBlock& block) {
     if (block.use == KFLBlockUse::Snapshot || block.use == KFLBlockUse::Item) return;
-    last = heap.release(reinterpret_cast<KFLHeapBlock*>(heap.at(block.offset)), last);
+    heap.addLast({block.offset, block.bytes / kHeapUnit}, last);
+    free += block.bytes;
   });
-  const KFLSnapshotView snapshot(storage_->memory(), heap.getSnapshot());
-  // Somebody wrote into the header behind the proof; whoever looks at the snapshot next says so.
-  if (!snapshot.isSound()) return false;
-  std::int32_t& references = snapshot.head().references;
-  const bool isHeld = std::binary_search(held.begin(), held.end(), snapshot.getOffset());
-  setCount(references, isHeld ? std::max(load(references), 2) : 1);
+  heap.setFreeBytes(proof.provedEnd(), free);
+  std::int32_t& references = reinterpret_cast<KFLSnapshotHead*>(heap.at(proof.snapshot()))->references;
+  const bool isHeld = std::binary_search(held.begin(), held.end(), proof.snapshot());
+  setCount(references, isHeld ? std::max(loadWord(references), 2) : 1);
   for (const auto& [item, count] : counts)
     setCount(reinterpret_cast<KFLItemHead*>(heap.at(item))->references, count);
-  return heap.getBytesInUse() < used;
+  return 0;
+}
+
+// Space on disk for the heap. A file never becomes longer by what it says of itself.
+int KFLLockedCache::reserveHeap() {
+  const std::uint64_t total = manager().getTotalSize();
+  if (total <= storage_->getSize()) return storage_->reserve(total) == 0 ? 0 : int{kCacheFull};
+  setErrorMessage("%s is damaged: its heap ends at %llu, of %zu bytes that are mapped", share_.path.c_str(),
+                  static_cast<unsigned long long>(total), storage_->getSize());
+  return kCacheNotRemapped;
 }
 
 // Gives back what the dead held, before the heap grows for it.
 int KFLLockedCache::collect() {
   KFLCacheProof proof;
   if (proof.check(storage_->memory(), {KFLProofScope::Kept}) != 0) return failed(proof);
-  reclaim(proof);
-  return 0;
+  return reclaim(proof);
 }
 
 int KFLLockedCache::invalidate(int code) {
@@ -161,15 +171,14 @@ int KFLLockedCache::invalidate(int code) {
 
 // Before the first change of a process: space on disk for what will be written, and the whole proof.
 int KFLLockedCache::prepare() {
-  if (storage_->reserve(manager().getTotalSize()) != 0) return kCacheFull;
-  if (share_.proved == &fileLock()) return 0;
-  KFLCacheProof proof;
-  if (proof.check(storage_->memory()) == 0) {
-    share_.proved = &fileLock();
-    return 0;
+  int code = reserveHeap();
+  if (code == kCacheFull || (code == 0 && share_.proved == &fileLock())) return code;
+  if (code == 0) {
+    KFLCacheProof proof;
+    code = proof.check(storage_->memory()) == 0 ? 0 : recover();
+    if (code == 0) share_.proved = &fileLock();
   }
-  const int code = recover();
-  return code == 0 || code == kCacheFull ? code : invalidate(code);
+  return isFault(code) ? invalidate(code) : code;
 }
 
 // What is found at fault behind the proof was written by somebody else; what still stands is kept.
@@ -179,16 +188,16 @@ int KFLLockedCache::distrust(const char* what) {
   share_.proved = nullptr;
   mark();
   const int code = recover();
-  return code == 0 || code == kCacheFull ? code : invalidate(kCacheUnsound);
+  return isFault(code) ? invalidate(kCacheUnsound) : code;
 }
 
 int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
   for (int tries = 0; tries < 2; ++tries) {
     snapshot = KFLSnapshotView(storage_->memory(), manager().getSnapshot());
-    const std::int32_t references = snapshot.isSound() ? load(snapshot.head().references) : 0;
+    const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
     if (references > 0 && references < INT32_MAX) {
       if (const int error = fileLock().hold(snapshot.getOffset()); error != 0) {
-        setErrorMessage("cannot lock %s: error %d", share_.path.c_str(), error);
+        setErrorMessage("cannot lock %s: %s", share_.path.c_str(), describeError(error).c_str());
         return kCacheNotLocked;
       }
       mark();
@@ -210,7 +219,7 @@ int KFLLockedCache::lower(std::uint64_t offset) {
   } leaving{fileLock(), offset};
   const bool isLast = fileLock().countHeld(offset) == 1 && !fileLock().isHeldElsewhere(offset);
   const KFLSnapshotView snapshot(storage_->memory(), static_cast<std::int64_t>(offset));
-  const std::int32_t references = snapshot.isSound() ? load(snapshot.head().references) : 0;
+  const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
   if (references <= 0) return distrust("a snapshot that was held does not hold together");
   mark();
   if (references > 1 || !isLast) {

@@ -69,7 +69,8 @@ class KFLLockedCache {
   int prepare();
   int distrust(const char* what);
   int failed(const KFLCacheProof& proof) const;
-  bool reclaim(KFLCacheProof& proof);
+  int reserveHeap();
+  int reclaim(KFLCacheProof& proof);
   int collect();
 
   int tryChange(const std::vector<const KFLCacheChange*>& changes, bool isKept, bool& isReplaced,
@@ -78,7 +79,7 @@ class KFLLockedCache {
   int allocate(const std::vector<std::uint64_t>& sizes, std::vector<std::uint64_t>& offsets);
   int allocateGrowing(const std::vector<std::uint64_t>& sizes, std::vector<std::uint64_t>& offsets);
   int grow(std::uint64_t need);
-  int growTo(std::uint64_t larger);
+  int growTo(std::uint64_t total, std::uint64_t larger);
   void replaceItem(const KFLSnapshotView& snapshot, const KFLCacheEdit& edit,
                    std::vector<std::uint64_t>& freed);
   void replaceSnapshot(const KFLSnapshotView& old, Replacing how, const Edits& edits, std::uint64_t snapshot,

@@ -8,6 +8,7 @@
 #include <KFLCommon/KFLLimitedString.h>
 #include <KFLCore/KFLCacheProof.h>
 
+#include "KFLCacheCodes.h"
 #include "KFLLockedCache.h"
 
 namespace KFL {
@@ -85,7 +86,7 @@ bool hasAllItems(const KFLSnapshotView& snapshot) {
 // Counts an item that a snapshot has no more once less; one that nobody has any more is to be freed.
 void dropItem(KFLItemHead* item, const KFLMappedMemoryManager& heap, std::vector<std::uint64_t>& freed) {
   if (item == nullptr) return;
-  const std::int32_t references = __atomic_load_n(&item->references, __ATOMIC_RELAXED);
+  const std::int32_t references = loadWord(item->references);
   if (references > 0) storeWord(item->references, references - 1);
   if (references == 1) freed.push_back(heap.offsetOf(item));
 }
@@ -202,7 +203,7 @@ int KFLLockedCache::tryChange(const std::vector<const KFLCacheChange*>& changes,
 bool KFLLockedCache::isSole(const KFLSnapshotView& snapshot, bool isKept) const {
   const std::uint32_t kept = isKept ? 1 : 0;
   const std::uint64_t offset = snapshot.getOffset();
-  return snapshot.head().references == static_cast<std::int32_t>(1 + kept) &&
+  return loadWord(snapshot.head().references) == static_cast<std::int32_t>(1 + kept) &&
          fileLock().countHeld(offset) == kept && !fileLock().isHeldElsewhere(offset);
 }
 
@@ -240,7 +241,7 @@ int KFLLockedCache::allocateGrowing(const std::vector<std::uint64_t>& sizes,
       isCollected = true;
       if (!freeBlocks(offsets)) return kCacheUnsound;
       offsets.clear();
-      if (const int code = collect(); code != 0) return kCacheUnsound;
+      if (const int code = collect(); code != 0) return isFault(code) ? int{kCacheUnsound} : code;
       continue;
     }
     std::uint64_t need = 0;
@@ -253,12 +254,12 @@ int KFLLockedCache::allocateGrowing(const std::vector<std::uint64_t>& sizes,
 // Makes the heap end with a free block of at least so many bytes: by doubling, within the limits, or by no more than that
 // where the disk has no more.
 int KFLLockedCache::grow(std::uint64_t need) {
-  const std::uint64_t total = manager().getTotalSize();
+  const std::uint64_t total = std::min<std::uint64_t>(manager().getTotalSize(), storage_->getSize());
   const std::uint64_t page = KFLMappedFile::getPageSize();
   const std::uint64_t most =
       std::min<std::uint64_t>(share_.limits.maxSize, KFLCacheProof::kLargestHeap) / page * page;
   need += kHeapUnit;  // the allocator leaves a head's worth
-  const std::uint64_t tail = manager().getFreeTail();
+  const std::uint64_t tail = manager().getFreeTail(total);
   const std::uint64_t least = (total + (need > tail ? need - tail : kHeapUnit) + page - 1) / page * page;
   if (least > most) {
     setErrorMessage("%s is full: it may have at most %u bytes", share_.path.c_str(), share_.limits.maxSize);
@@ -266,18 +267,20 @@ int KFLLockedCache::grow(std::uint64_t need) {
   }
   const std::uint64_t step = std::min<std::uint64_t>(total, share_.limits.growth);
   const std::uint64_t larger = std::min(most, std::max(least, (total + step) / page * page));
-  const int code = growTo(larger);
-  return code == 0 || larger == least ? code : growTo(least);
+  const int code = growTo(total, larger);
+  return code != kCacheFull || larger == least ? code : growTo(total, least);
 }
 
 // Space on disk is reserved, and the larger mapping made, before the heap knows.
-int KFLLockedCache::growTo(std::uint64_t larger) {
+int KFLLockedCache::growTo(std::uint64_t total, std::uint64_t larger) {
   Storage storage(new KFLCacheStorage(share_.path));
   if (storage->getStorage(larger, storage_.get()) == nullptr) return kCacheFull;
   if (share_.isProtected) storage_->protect(false);
   storage_ = std::move(storage);
-  manager().grow(larger - manager().getTotalSize());
-  return 0;
+  if (manager().tryGrow(total, larger - total) == KFLSharedMemoryManager::Outcome::Done) return 0;
+  setErrorMessage("%s is damaged: its heap does not end at %llu", share_.path.c_str(),
+                  static_cast<unsigned long long>(total));
+  return kCacheUnsound;
 }
 
 // The store of the record's pointer is the change.
@@ -301,7 +304,7 @@ void KFLLockedCache::replaceSnapshot(const KFLSnapshotView& old, Replacing how, 
   manager().publishSnapshot(snapshot);
   if (how.isKept) fileLock().letGo(old.getOffset());
   if (!how.isSole) {
-    const std::int32_t left = old.head().references - (how.isKept ? 2 : 1);
+    const std::int32_t left = std::max(loadWord(old.head().references), 0) - (how.isKept ? 2 : 1);
     storeWord(old.head().references, std::max(left, 1));
     return;
   }
@@ -325,13 +328,11 @@ bool KFLLockedCache::freeSnapshot(const KFLSnapshotView& snapshot) {
 bool KFLLockedCache::freeBlocks(std::vector<std::uint64_t>& offsets) {
   std::sort(offsets.begin(), offsets.end());
   KFLMappedMemoryManager heap = manager();
-  KFLHeapBlock* last = heap.sentinel();
-  for (const std::uint64_t offset : offsets) {
-    std::byte* const data = heap.at(offset);
-    last = heap.isAllocated(data) ? heap.release(reinterpret_cast<KFLHeapBlock*>(data) - 1, last) : nullptr;
-    if (last == nullptr) return false;
-  }
-  return true;
+  KFLHeapPart last;
+  KFLHeapPart block;
+  return std::all_of(offsets.begin(), offsets.end(), [&](std::uint64_t offset) {
+    return heap.findUsed(offset, block) && heap.release(block, last);
+  });
 }
 
 }  // namespace KFL

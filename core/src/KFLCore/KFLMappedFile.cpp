@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 
 #include "KFLDescriptor.h"
 
@@ -34,7 +35,7 @@ const char* findObjection(const struct stat& file) {
 
 int checkGuarded(int descriptor, const std::string& path) {
   struct stat file {};
-  if (fstat(descriptor, &file) != 0) return failed("look at", path, errno);
+  if (KFLSystem::fstat(descriptor, &file) != 0) return failed("look at", path, errno);
   const char* const objection = findObjection(file);
   if (objection == nullptr) return 0;
   setErrorMessage("%s is refused: %s", path.c_str(), objection);
@@ -43,8 +44,8 @@ int checkGuarded(int descriptor, const std::string& path) {
 
 // The mode of a new file is not narrowed by the process's umask: agents of one group share it.
 int createFile(const std::string& path, int flags) {
-  const int descriptor = open(path.c_str(), flags | O_CREAT | O_EXCL, kMode);
-  if (descriptor >= 0) fchmod(descriptor, kMode);
+  const int descriptor = KFLSystem::open(path.c_str(), flags | O_CREAT | O_EXCL, kMode);
+  if (descriptor >= 0) KFLSystem::fchmod(descriptor, kMode);
   return descriptor;
 }
 
@@ -52,7 +53,7 @@ int openFile(const std::string& path, const KFLMapOptions& options) {
   const bool writes = (options.access & KFLMapOptions::Write) != 0;
   const int flags = (writes ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   for (;;) {
-    int descriptor = open(path.c_str(), flags);
+    int descriptor = KFLSystem::open(path.c_str(), flags, 0);
     if (descriptor < 0 && errno == ENOENT && (options.access & KFLMapOptions::Create) != 0) {
       descriptor = createFile(path, flags);
       if (descriptor < 0 && errno == EEXIST) continue;
@@ -62,12 +63,9 @@ int openFile(const std::string& path, const KFLMapOptions& options) {
 }
 
 int allocateSpace(int descriptor, off_t from, off_t length) {
-  int error = 0;
-  do {
-    error = fallocate(descriptor, 0, 0, length) == 0 ? 0 : errno;
-  } while (error == EINTR);
+  const int error = KFLSystem::fallocate(descriptor, 0, 0, length) == 0 ? 0 : errno;
   if (error != EOPNOTSUPP) return error;
-  return from >= length ? 0 : posix_fallocate(descriptor, from, length - from);
+  return from >= length ? 0 : KFLSystem::posix_fallocate(descriptor, from, length - from);
 }
 
 // Makes the file at least so long, with every block of it on disk; or leaves it as long as it was.
@@ -75,9 +73,10 @@ int reserveSpace(int descriptor, std::size_t size) {
   struct rlimit limit {};
   if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && size > limit.rlim_cur) return EFBIG;
   struct stat file {};
-  if (fstat(descriptor, &file) != 0) return errno;
+  if (KFLSystem::fstat(descriptor, &file) != 0) return errno;
   const int error = allocateSpace(descriptor, file.st_size, static_cast<off_t>(size));
-  if (error != 0 && static_cast<off_t>(size) > file.st_size && ftruncate(descriptor, file.st_size) != 0)
+  if (error != 0 && static_cast<off_t>(size) > file.st_size &&
+      KFLSystem::ftruncate(descriptor, file.st_size) != 0)
     return errno;
   return error;
 }
@@ -105,7 +104,7 @@ KFLMappedFile::~KFLMappedFile() {
 }
 
 int KFLMappedFile::unmap(int error) {
-  if (memory_ != nullptr) munmap(memory_, size_);
+  if (memory_ != nullptr) KFLSystem::munmap(memory_, size_);
   memory_ = nullptr;
   size_ = 0;
   reserved_ = 0;
@@ -120,7 +119,7 @@ int KFLMappedFile::map(std::size_t size, const KFLMapOptions& options) {
 }
 
 int KFLMappedFile::remap(std::size_t size, const KFLMappedFile& previous, const KFLMapOptions& options) {
-  KFLDescriptor same(fcntl(previous.file_->get(), F_DUPFD_CLOEXEC, 0));
+  KFLDescriptor same(KFLSystem::fcntl(previous.file_->get(), F_DUPFD_CLOEXEC, 0));
   if (!same.isOpen()) return failed("map", path_, errno);
   *file_ = std::move(same);
   return mapOpened(size, options);
@@ -128,16 +127,16 @@ int KFLMappedFile::remap(std::size_t size, const KFLMappedFile& previous, const 
 
 int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
   struct stat file {};
-  if (fstat(file_->get(), &file) != 0) return failed("look at", path_, errno);
+  if (KFLSystem::fstat(file_->get(), &file) != 0) return failed("look at", path_, errno);
   device_ = file.st_dev;
   inode_ = file.st_ino;
   if (options.reserve == KFLMapOptions::Now) {
     if (const int error = reserveSpace(file_->get(), size); error != 0)
       return failed("reserve space for", path_, error);
     reserved_ = size;
-  } else if (options.reserve == KFLMapOptions::Inside && size > getFileSize()) {
-    setErrorMessage("cannot map %s: it has %zu bytes, and %zu are asked for", path_.c_str(), getFileSize(),
-                    size);
+  } else if (options.reserve == KFLMapOptions::Inside && static_cast<off_t>(size) > file.st_size) {
+    setErrorMessage("cannot map %s: it has %lld bytes, and %zu are asked for", path_.c_str(),
+                    static_cast<long long>(file.st_size), size);
     return EINVAL;
   }
   if (options.reserve == KFLMapOptions::Later) {
@@ -146,17 +145,25 @@ int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
   }
   const bool writes = (options.access & KFLMapOptions::Write) != 0;
   const bool isShared = options.sharing == KFLMapOptions::Shared;
-  void* const memory = mmap(nullptr, size, PROT_READ | (writes ? PROT_WRITE : 0),
-                            isShared ? MAP_SHARED : MAP_PRIVATE, file_->get(), 0);
+  void* const memory = KFLSystem::mmap(nullptr, size, PROT_READ | (writes ? PROT_WRITE : 0),
+                                       isShared ? MAP_SHARED : MAP_PRIVATE, file_->get(), 0);
   if (memory == MAP_FAILED) return failed("map", path_, errno);
   memory_ = memory;
   size_ = size;
   return 0;
 }
 
+int KFLMappedFile::readFileSize(std::size_t& size) const {
+  struct stat file {};
+  if (KFLSystem::fstat(file_->get(), &file) != 0) return failed("look at", path_, errno);
+  size = static_cast<std::size_t>(file.st_size);
+  return 0;
+}
+
 std::size_t KFLMappedFile::getFileSize() const {
   struct stat file {};
-  return file_->isOpen() && fstat(file_->get(), &file) == 0 ? static_cast<std::size_t>(file.st_size) : 0;
+  const bool isThere = file_->isOpen() && KFLSystem::fstat(file_->get(), &file) == 0;
+  return isThere ? static_cast<std::size_t>(file.st_size) : 0;
 }
 
 bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
@@ -165,7 +172,8 @@ bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
 
 bool KFLMappedFile::isAtPath() const {
   struct stat there {};
-  return lstat(path_.c_str(), &there) == 0 && isFile(there.st_dev, there.st_ino);
+  if (KFLSystem::lstat(path_.c_str(), &there) == 0) return isFile(there.st_dev, there.st_ino);
+  return memory_ != nullptr && errno != ENOENT && errno != ENOTDIR;
 }
 
 int KFLMappedFile::reserve(std::size_t size) {
@@ -177,16 +185,18 @@ int KFLMappedFile::reserve(std::size_t size) {
 }
 
 int KFLMappedFile::syncMemory() const {
-  return memory_ == nullptr || msync(memory_, size_, MS_ASYNC) == 0 ? 0 : failed("write", path_, errno);
+  return memory_ == nullptr || KFLSystem::msync(memory_, size_, MS_ASYNC) == 0
+             ? 0
+             : failed("write", path_, errno);
 }
 
 int KFLMappedFile::syncToDisk() const {
-  return fdatasync(file_->get()) == 0 ? 0 : failed("write", path_, errno);
+  return KFLSystem::fdatasync(file_->get()) == 0 ? 0 : failed("write", path_, errno);
 }
 
 int KFLMappedFile::protect(bool writable) const {
   const int access = PROT_READ | (writable ? PROT_WRITE : 0);
-  return mprotect(memory_, size_, access) == 0 ? 0 : failed("protect", path_, errno);
+  return KFLSystem::mprotect(memory_, size_, access) == 0 ? 0 : failed("protect", path_, errno);
 }
 
 std::size_t KFLMappedFile::getPageSize() {

@@ -49,11 +49,13 @@ class KFLMappedFile : public KFLRefCounter {
   // Null while nothing is mapped.
   void* getMemory() const { return memory_; }
   std::size_t getSize() const { return size_; }
-  // The length of the file, 0 when nothing is mapped.
+  // The length of the file. 0, or an errno with an error text.
+  int readFileSize(std::size_t& size) const;
+  // The same, and 0 when nothing is mapped or the length cannot be told.
   std::size_t getFileSize() const;
   // Whether the file that is mapped has these numbers.
   bool isFile(dev_t device, ino_t inode) const;
-  // Whether the path still names the file that is mapped.
+  // Whether the path still names the file that is mapped; also when that cannot be told.
   bool isAtPath() const;
 
   // Makes the file at least so long, and gives these bytes their space on disk; at once when that was done. 0, or an errno

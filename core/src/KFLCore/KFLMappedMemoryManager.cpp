@@ -9,7 +9,7 @@ namespace KFL {
 // The bytes of a new file.
 static std::vector<std::byte> makeImage(std::size_t size) {
   std::vector<std::byte> made(size);
-  KFLMappedMemoryManager image(made.data());
+  KFLMappedMemoryManager image(made);
   image.create(size, kCacheHeaderSize);
   auto& words = *reinterpret_cast<KFLCacheHeader*>(made.data());
   words.magic = kCacheMagic;

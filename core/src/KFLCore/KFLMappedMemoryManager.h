@@ -36,7 +36,9 @@ class KFLMappedMemoryManager : public KFLSharedMemoryManager {
   void setHolder(std::uint32_t process) { storeWord(header().lockWord, process); }
 
   // Where the current snapshot's head stands; anywhere in a file that is not proved.
-  std::int64_t getSnapshot() const { return targetOf(offsetof(KFLCacheHeader, snapshot), header().snapshot); }
+  std::int64_t getSnapshot() const {
+    return targetOf(offsetof(KFLCacheHeader, snapshot), loadWord(header().snapshot));
+  }
   // Makes the snapshot at this offset the current one, by one store.
   void publishSnapshot(std::uint64_t offset) {
     storeWord(header().snapshot, pointerTo(offsetof(KFLCacheHeader, snapshot), offset));

@@ -88,7 +88,7 @@ struct KFLField {
   bool keeps = false;            // keeps the value that it has when its element cannot be read
   bool mayBeAbsent = false;      // an element that is absent is no failure
   bool isPolymorphic = false;    // an item's type tag names its class; the table is that of their base
-  bool emptyItemIsNone = false;  // one empty element stands for a list without items
+  bool emptyItemIsNone = false;  // one empty element stands for a list without items, or for a default value
   int maxElements = 1;           // how many elements there may be; 0 for any number
   KFLElementID noneMarker;       // an empty element that stands in place of a list without items
   std::string_view valueType;    // XML Schema type of the value; empty for records
@@ -128,7 +128,8 @@ struct KFLField {
     row.keeps = true;
     return row;
   }
-  // A list without items is one empty element, so that it is not taken for one that is absent.
+  // A list without items, or a value whose text is empty, is one empty element, so that it is not taken for one that
+  // is absent.
   constexpr KFLField orEmptyItem() const {
     KFLField row = *this;
     row.emptyItemIsNone = true;
@@ -517,15 +518,26 @@ struct ElementField {
       return member.isSpecified() ? putOne(it, member.getValue(), row.id) : 0;
     } else {
       if (row.write == KFLFieldWrite::WhenNotEmpty && !holdsSomething(member)) return 0;
+      if (row.emptyItemIsNone && isEmptyText(member)) return it.addEmptyChild(row.id);
       return putOne(it, member, row.id);
     }
   }
   static int get(const KFLMessageIterator& it, void* record, const KFLField& row) {
     T& member = static_cast<Record*>(record)->*Member;
+    if (row.emptyItemIsNone && isMarked(it, row.id)) {
+      member = std::move(Record().*Member);
+      return 0;
+    }
     const int result = findOne(it, unwrap(member), row.id);
     if constexpr (isOptional<T>) member.setSpecified(result == 0);
     if (result != 0 && row.becomesDefault()) member = std::move(Record().*Member);
     return result;
+  }
+
+ private:
+  static bool isMarked(const KFLMessageIterator& it, KFLElementID id) {
+    const KFLCursorGuard guard(it);
+    return it.findChild(id) == 0 && it.isEmptyElement();
   }
 };
 

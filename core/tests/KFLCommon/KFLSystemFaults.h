@@ -8,6 +8,8 @@
 #ifndef KFL_TESTS_KFLSYSTEMFAULTS_H
 #define KFL_TESTS_KFLSYSTEMFAULTS_H
 
+#include <sys/mman.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <functional>
@@ -66,6 +68,13 @@ class KFLSystemFaults {
     static KFLSystemFaults* current = (own(), nullptr);
     return current;
   }
+  template <class Result>
+  static Result failureOf(std::string_view name, int error) {
+    if constexpr (std::is_same_v<Result, void*>) return MAP_FAILED;
+    if constexpr (std::is_integral_v<Result>)
+      return name.starts_with("posix_") ? static_cast<Result>(error) : -1;
+    if constexpr (!std::is_integral_v<Result> && !std::is_same_v<Result, void*>) return nullptr;
+  }
   static std::size_t half(std::size_t size) {
     return (size + 1) / 2;
   }
@@ -87,11 +96,10 @@ class KFLSystemFaults {
     const Point point{count_++, name};
     const int error = plan_.before ? plan_.before(point) : 0;
     Result result{};
-    if (error == 0 || name.starts_with("close")) result = call();
+    if (error == 0 || name.starts_with("close") || name == "munmap") result = call();
     if (error != 0) {
       if (failed_.empty()) failed_ = name;
-      if constexpr (std::is_pointer_v<Result>) result = nullptr;
-      if constexpr (!std::is_pointer_v<Result>) result = -1;
+      result = failureOf<Result>(name, error);
     }
     const int own = error != 0 ? error : errno;
     if (plan_.after) plan_.after(point);

@@ -231,6 +231,7 @@ class Hand {
   }
 
   void perform(const Order& order) {
+    const std::size_t texts = countErrorMessages();
     switch (order.verb) {
       case Verb::Open:
         report_.code = open(order.plan, false);
@@ -271,7 +272,8 @@ class Hand {
       case Verb::Leave:
         _exit(0);
     }
-    if (report_.code < 0 && order.verb != Verb::Fork && report_.fault.empty() && getErrorMessage().empty())
+    if (report_.code < 0 && order.verb != Verb::Fork && report_.fault.empty() &&
+        countErrorMessages() == texts)
       report_.fault = "a code without a text";
   }
 

@@ -11,7 +11,7 @@ namespace cachefaults {
 struct Damages {
   std::uint64_t tries = 0;
   std::uint64_t faults = 0;
-  std::int64_t slowest = 0;  // nanoseconds of one call
+  std::int64_t slowest = 0;  // microseconds of the processor in one call
 };
 
 // The lives of the seeds from the first on, in child processes: words of header, blocks, free list and snapshot are

@@ -30,12 +30,15 @@ std::array<Region, 64> regions;
 Plan plan;
 void (*waitHere)() = nullptr;
 std::uint32_t moments = 0;
-bool isWatching = false;  // whether stores and calls are counted now
+bool isWatching = false;            // whether stores and calls are counted now
+const void* accessedNow = nullptr;  // what the access that is waited before is of
 
 void reach() {
   if (++moments != plan.at) return;
   if (plan.event == Event::Die) kill(getpid(), SIGKILL);
-  if (plan.event == Event::Wait && waitHere != nullptr) waitHere();
+  if (plan.event != Event::Wait || waitHere == nullptr) return;
+  isWatching = false;
+  waitHere();
 }
 
 }  // namespace
@@ -75,10 +78,14 @@ void protect(const Region& region, int protection) {
   kfaTestCall(SYS_mprotect, static_cast<long>(region.start), static_cast<long>(region.size), protection, 0, 0,
               0);
 }
-void protectAll(bool isReadOnly) {
+// What a region is protected with while moments are looked for.
+int guarded(const Region& region) {
+  return plan.countsLoads ? PROT_NONE : region.protection & ~PROT_WRITE;
+}
+void protectAll(bool isGuarded) {
   for (const Region& region : regions)
-    if (region.size > 0 && (region.protection & PROT_WRITE) != 0)
-      protect(region, isReadOnly ? PROT_READ : region.protection);
+    if (region.size > 0 && guarded(region) != region.protection)
+      protect(region, isGuarded ? guarded(region) : region.protection);
 }
 Region* regionOf(std::uintptr_t address) {
   const auto found = std::find_if(regions.begin(), regions.end(), [&](const Region& region) {
@@ -87,16 +94,20 @@ Region* regionOf(std::uintptr_t address) {
   return found == regions.end() ? nullptr : &*found;
 }
 
-// A store into a protected file: counted, then done with the file writable for one instruction.
-void onStore(int, siginfo_t* info, void* context) {
+// A store into a protected file, or a load: counted, then done with the file unprotected for one instruction.
+void onAccess(int, siginfo_t* info, void* context) {
   const Region* region = regionOf(reinterpret_cast<std::uintptr_t>(info->si_addr));
-  if (!isWatching || region == nullptr || (region->protection & PROT_WRITE) == 0) {
+  auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+  const int wanted = (registers[REG_ERR] & 2) != 0 ? PROT_WRITE : PROT_READ;
+  if (!isWatching || region == nullptr || (region->protection & wanted) == 0) {
     signal(SIGSEGV, SIG_DFL);
     return;
   }
+  accessedNow = info->si_addr;
   reach();
+  accessedNow = nullptr;
   protectAll(false);
-  static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EFL] |= 0x100;
+  registers[REG_EFL] |= 0x100;
 }
 void onStep(int, siginfo_t*, void* context) {
   if (isWatching) protectAll(true);
@@ -108,7 +119,7 @@ void noteMapping(long start, long size, long protection) {
       std::find_if(regions.begin(), regions.end(), [](const Region& region) { return region.size == 0; });
   if (room == regions.end()) abort();
   *room = {static_cast<std::uintptr_t>(start), static_cast<std::size_t>(size), static_cast<int>(protection)};
-  if (isWatching) protect(*room, static_cast<int>(protection) & ~PROT_WRITE);
+  if (isWatching) protect(*room, guarded(*room));
 }
 void noteCall(long number, const std::array<long, 6>& a, long result) {
   if (result < 0 && result > -4096) return;
@@ -119,7 +130,7 @@ void noteCall(long number, const std::array<long, 6>& a, long result) {
   if (number == SYS_mremap) noteMapping(result, a[2], protection);
   if (number == SYS_mprotect && known != nullptr) {
     known->protection = static_cast<int>(a[2]);
-    if (isWatching) protect(*known, static_cast<int>(a[2]) & ~PROT_WRITE);
+    if (isWatching) protect(*known, guarded(*known));
   }
 }
 void onCall(int, siginfo_t*, void* context) {
@@ -129,6 +140,7 @@ void onCall(int, siginfo_t*, void* context) {
                               static_cast<long>(registers[REG_R8]),  static_cast<long>(registers[REG_R9])};
   const auto number = static_cast<long>(registers[REG_RAX]);
   if (isWatching) reach();
+  if (!isWatching) protectAll(false);
   registers[REG_RAX] = kfaTestCall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
   noteCall(number, a, static_cast<long>(registers[REG_RAX]));
 }
@@ -179,7 +191,7 @@ std::vector<sock_filter> makeFilter() {
 }  // namespace
 
 void watchMoments() {
-  handle(SIGSEGV, onStore);
+  handle(SIGSEGV, onAccess);
   handle(SIGTRAP, onStep);
   handle(SIGSYS, onCall);
   std::vector<sock_filter> filter = makeFilter();
@@ -210,6 +222,10 @@ std::int64_t offsetInFile(const void* address) {
   return region == nullptr ? -1 : static_cast<std::int64_t>(at - region->start);
 }
 
+std::int64_t accessed() {
+  return accessedNow == nullptr ? -1 : offsetInFile(accessedNow);
+}
+
 #else
 
 void watchMoments() {}
@@ -224,6 +240,9 @@ std::uint32_t end() {
 std::int64_t offsetInFile(const void*) {
   return -1;
 }
+std::int64_t accessed() {
+  return -1;
+}
 
 #endif
 
@@ -233,6 +252,10 @@ void* operator new(std::size_t size) {
   void* memory = cachefaults::isRefused() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
+}
+// A sanitizer has a form of its own for each that is left.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return cachefaults::isRefused() ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);

@@ -113,57 +113,6 @@ TEST(CacheFile, SomebodyElsesFileIsRefused) {
   }
 }
 
-// The cache against a map, with snapshots held at random, reopened now and then.
-TEST(CacheFile, DoesWhatAMapDoes) {
-  const Folder folder;
-  const std::string path = folder / "cache";
-  for (unsigned seed = 1; seed <= 4; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    fs::remove(path);
-    Cache cache = openCache(path);
-    Contents twin;
-    std::vector<std::pair<KFLCacheSnapshot, Contents>> held;
-    for (int step = 0; step < 300; ++step) {
-      KFLCacheChanges changes;
-      for (auto left = 1 + random() % (step % 50 == 0 ? 60 : 3); left > 0; --left) {
-        std::string key(random() % 8 == 0 ? 255 : 1 + random() % 3, static_cast<char>('a' + random() % 20));
-        if (random() % 3 == 0) {
-          changes.remove(key);
-          twin.erase(key);
-        } else {
-          const std::string text(random() % 500, static_cast<char>('0' + step % 10));
-          changes.put(key, text);
-          twin[key] = text;
-        }
-      }
-      ASSERT_EQ(cache->apply(changes), 0) << getErrorMessage();
-      if (random() % 4 == 0) {
-        held.emplace_back(KFLCacheSnapshot(), twin);
-        ASSERT_EQ(cache->hold(held.back().first), 0);
-      }
-      if (!held.empty()) {
-        const auto one = held.begin() + random() % held.size();
-        ASSERT_EQ(contentsOf(one->first), one->second) << "step " << step;
-        if (held.size() > 4 || random() % 4 == 0) held.erase(one);
-      }
-      if (step % 8 == 0) {
-        ASSERT_EQ(faultOf(path), "") << "step " << step;
-      }
-    }
-    held.clear();
-    EXPECT_EQ(lostBytes(path), 0U) << "what nobody holds comes back";
-    cache = openCache(path);
-    EXPECT_EQ(contentsOf(*cache), twin);
-    KFLCacheSnapshot snapshot;
-    ASSERT_EQ(cache->hold(snapshot), 0);
-    for (const auto& [key, text] : twin)
-      EXPECT_EQ(snapshot.getText(snapshot.find(key)), text);
-    for (const std::string& key : {std::string(), std::string("aa0"), std::string(256, 'a')})
-      EXPECT_EQ(snapshot.find(key), KFLCacheSnapshot::kNone);
-  }
-}
-
 TEST(CacheFile, KeysAndSizesBeyondTheLimitsAreRefusedAndNothingIsLost) {
   const Folder folder;
   Cache cache = openCache(folder / "cache", {.growth = 1 << 14, .maxSize = 1 << 16});
@@ -180,57 +129,21 @@ TEST(CacheFile, KeysAndSizesBeyondTheLimitsAreRefusedAndNothingIsLost) {
   EXPECT_EQ(lostBytes(folder / "cache"), 0U);
 }
 
-// Whatever stands in a file, or comes to stand in it while it is open: an answer or a refusal, and never an abort.
-TEST(CacheFile, DamageIsNeverFatal) {
+TEST(CacheFile, TheNextOpensTheFileThatReplacedTheOldOne) {
   const Folder folder;
-  const std::string path = folder / "cache";
-  {
-    Cache cache = openCache(path);
-    for (int i = 0; i < 12; ++i)
-      ASSERT_EQ(put(*cache, std::string(20, static_cast<char>('a' + i)), std::string(100, 'x')), 0);
-  }
-  const std::string good = readFile(path);
-  setLogLevel(kLogFatal);
-  for (unsigned seed = 1; seed <= 600; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    std::string bad = good;
-    for (auto left = 1 + random() % 3; left > 0; --left) {
-      const std::size_t at = random() % 3 == 0 ? random() % 14 * 4 : random() % (good.size() / 4) * 4;
-      setWord(
-          bad, at,
-          static_cast<std::uint32_t>(random() % 2 == 0 ? random() : wordOf(bad, at) + random() % 64 - 32));
-    }
-    writeFile(path, seed % 2 == 0 ? bad : good);
-    Cache cache = makeCache(path, {.growth = 1 << 16, .maxSize = 1 << 18});
-    if (cache->initialize(true, false) != 0) continue;
-    KFLCacheSnapshot before;
-    EXPECT_EQ(cache->hold(before), 0);
-    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary) << bad;
-    put(*cache, std::string(20, 'c'), std::string(random() % 9000, 'y'));
-    KFLCacheSnapshot after;
-    if (cache->hold(after) == 0) contentsOf(after);
-    contentsOf(before);
-    before.release();
-    removeKey(*cache, std::string(20, 'd'));
-  }
-  setLogLevel(kLogWarning);
-}
-
-// A heap that one cache grew, a mapping that another has: both see one file.
-TEST(CacheFile, AHeapThatAnotherGrewIsMappedAgain) {
-  const Folder folder;
-  Cache first = openCache(folder / "cache");
-  Cache second = openCache(folder / "cache");
+  Cache cache = openCache(folder / "cache");
+  ASSERT_EQ(put(*cache, "old", "text"), 0);
   KFLCacheSnapshot held;
-  ASSERT_EQ(second->hold(held), 0);
-  for (int i = 0; i < 100; ++i)
-    ASSERT_EQ(put(i % 2 == 0 ? *first : *second, std::to_string(i), std::string(1000, 'x')), 0)
-        << getErrorMessage();
-  EXPECT_GT(fs::file_size(folder / "cache"), 100000U);
-  EXPECT_EQ(contentsOf(*second).size(), 100U);
-  EXPECT_EQ(held.size(), 0U);
-  EXPECT_EQ(openCache(folder / "cache")->initialize(true, true), 0);
+  ASSERT_EQ(cache->hold(held), 0);
+  ASSERT_EQ(put(*openCache(folder / "other"), "new", "text"), 0);
+  fs::rename(folder / "other", folder / "cache");
+  EXPECT_EQ(contentsOf(*cache), (Contents{{"new", "text"}}));
+  EXPECT_EQ(contentsOf(held), (Contents{{"old", "text"}}));
+  fs::remove(folder / "cache");
+  EXPECT_EQ(contentsOf(*cache), Contents());
+  EXPECT_EQ(put(*cache, "again", "text"), 0);
+  held.release();
+  EXPECT_EQ(faultOf(folder / "cache"), "");
 }
 
 TEST(CacheFile, ALimitOnTheSizeOfFilesIsACode) {

@@ -65,14 +65,15 @@ TEST(KFAVtRecords, TagOfAnotherRegistryIsRefused) {
   EXPECT_NE(it.getObject(info, KFLReaderDerived<KFLVtInfo>()), 0);
 }
 
-TEST(KFAVtInfo, ServicesWithoutAnAddressAreLeftOut) {
+TEST(KFAVtInfo, ServicesWithoutAnAddressAreReadBack) {
   KFAVtInfo info;
   info.setRedirectServices(std::vector<KFARedirectService>(2));
   KFLMessage message;
   KFLMessageIterator it = message.getIterator();
   ASSERT_EQ(it.putObj(info), 0);
+  info.setRedirectServices({});
   ASSERT_EQ(it.getObj(info), 0);
-  EXPECT_TRUE(info.getRedirectServices().empty());
+  EXPECT_EQ(info.getRedirectServices().size(), 2U);
 }
 
 }  // namespace

@@ -130,6 +130,49 @@ TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
   EXPECT_EQ(apart[0].severity, Finding::Severity::Warning);
 }
 
+// What the check of a node remembers of values, and what it leaves out of the second reading, change no finding: of the
+// lines of a file it says what the rules alone say.
+TEST(NodeCheckTest, SaysOfLinesWhatTheRulesSay) {
+  std::mt19937 random(5);
+  const auto any = [&random](std::initializer_list<const char*> words) {
+    return std::string(words.begin()[random() % words.size()]);
+  };
+  const auto device = [&any] {
+    return "ifname=" + any({"e", "venet0"}) + any({"", ",nettype=bridged", ",nettype=b"}) +
+           any({"", ",nettype=host-routed", ",nettype=h", ",nettype=", ",nettype=host"}) +
+           any({"", ",ip=1.1.1.1", ",ip=2.2.2.2", ",ip=2.2.2.2:1.1.1.1", ",dhcp=yes"});
+  };
+  const KFA::KFAEnvConfigRules rules(envParser());
+  KFA::KFANodeCheck node(envParser(), {});
+  std::set<std::string> ofLines;
+  for (const auto& rule : KFA::nodeRules().subspan(1, 10))
+    ofLines.insert(rule.name);
+  std::size_t overruled = 0;
+  for (int veid = 0; veid < 5000; ++veid) {
+    std::string text = "NUMPROC=" + std::to_string(random() % 5000) + any({"", "x", ":1"}) + "\n";
+    for (auto left = random() % 6; left > 0; --left)
+      text += any({"ARCH=x86\n", "ARCH=i386\n", "ARCH=ia64\n", "TECHNOLOGIES=x86\n",
+                   "TECHNOLOGIES='ia64 nptl'\n", "TECHNOLOGIES=nptl\n", "IP_ADDRESS=1.1.1.1\n",
+                   "IP_ADDRESS=2.2.2.2\n", "IP_ADDRESS=dhcp\n", "IP_ADDRESS=''\n", "ONBOOT=maybe\n"}) +
+              (random() % 2 == 0 ? "NETIF='" + device() + any({"'\n", ";'\n"}) : "") +
+              (random() % 9 == 0 ? "NETIF=\"" + device() + ";" + device() + "\"\n" : "");
+    const auto show = [](const auto& finding) {
+      return std::to_string(finding.line) + ":" + std::to_string(finding.column) + " " + finding.rule + " " +
+             finding.text;
+    };
+    std::vector<std::string> expected;
+    std::vector<std::string> found;
+    for (const auto& finding : KFA::checkConfig(rules, text)) {
+      expected.push_back(show(finding));
+      overruled += finding.rule == "overruled-value" ? 1 : 0;
+    }
+    for (const Finding& finding : node.add({std::to_string(veid) + ".conf", veid}, text))
+      if (ofLines.count(finding.rule) != 0) found.push_back(show(finding));
+    ASSERT_EQ(found, expected) << text;
+  }
+  EXPECT_GT(overruled, 500U);
+}
+
 TEST(NodeCheckTest, HoldsSumsAgainstTheNode) {
   const std::string one =
       "ONBOOT=yes\nPHYSMEMORY=1073741824\nMEMORYGUARANTEE=50\nDISKSPACE=1048576\nCPUGUARANTEE=150\n";
@@ -248,8 +291,7 @@ TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
       }
       if (works) fewest = size;
     }
-    KFA::KFAQoSAdvice advice;
-    ASSERT_EQ(adviseQoS(tune, *parser, qosesOf(start), advice), 0);
+    const KFA::KFAQoSAdvice advice = adviseQoS(tune, *parser, qosesOf(start));
     EXPECT_TRUE(advice.left.empty());
     EXPECT_LE(advice.changes.size(), fewest + 1) << testing::PrintToString(start);
     EXPECT_GE(advice.changes.size(), fewest) << testing::PrintToString(start);

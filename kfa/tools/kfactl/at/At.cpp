@@ -214,7 +214,7 @@ int runElsewhere(Session& session, const Words& words, const RunWords& run) {
   KFA::KFARemoteConnectionOptions options;
   options.identity = findIdentity();
   const KFA::KFARemoteConnectionSP connection(new KFA::KFARemoteConnection(options));
-  const std::string at = nodeOptions().at;
+  const std::string at = atOptions().at;
   if (at.starts_with('@')) return Fleet(session, words, run, connection, readNodes(at.substr(1))).run();
   const AtNode node(openNode(*connection, at));
   return run(session, words);

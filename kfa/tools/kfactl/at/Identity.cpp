@@ -51,7 +51,7 @@ std::map<std::string, std::string> readUserFile(const std::string& path) {
 }  // namespace
 
 KFA::KFARemoteIdentity findIdentity() {
-  const NodeOptions& given = nodeOptions();
+  const AtOptions& given = atOptions();
   const std::string path = userFile();
   const std::map<std::string, std::string> values = readUserFile(path);
   KFA::KFARemoteIdentity identity;

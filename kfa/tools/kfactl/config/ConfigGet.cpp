@@ -15,6 +15,7 @@
 #include <KFAFunctionality/environment/KFAEnv.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/node/KFAEnvironmentKeys.h>
+#include <KFAFunctionality/node/KFAEnvironmentSummary.h>
 #include <KFAFunctionality/node/KFAKeyCatalogue.h>
 
 #include "config/Config.h"
@@ -31,6 +32,7 @@ namespace {
 
 using KFA::KFAEnvConfig;
 using KFA::KFAEnvironmentKeys;
+using KFA::KFAEnvironmentSummary;
 
 // --- show -------------------------------------------------------------------------------------------------------------
 
@@ -46,16 +48,12 @@ std::string oneLine(const Document& value) {
   return line;
 }
 
-// A resource parameter as its file has it, with its unit.
-std::string resourceLine(Session& session, const KFA::KFAKeyCatalogue& catalogue, const Document& item) {
+// A resource parameter with its unit.
+std::string resourceLine(const KFA::KFAKeyCatalogue& catalogue, const Document& item) {
   const std::string id = item.value("id", std::string());
-  const long long hard = item.value("hard", 0LL);
-  const auto& definitions = session.environmentParser()->getQoSMap();
-  const auto definition = definitions.find(KFL::toLower(id));
-  const bool isFraction = definition != definitions.end() && definition->second.valueType == 0;
-  std::string value = isFraction ? KFL::doubleToStr(static_cast<double>(hard) / 100) : std::to_string(hard);
-  if (item.contains("soft")) value = std::to_string(item.value("soft", 0LL)) + ":" + value;
-  return id + " " + catalogue.showValue(KFL::toLower(id), value);
+  std::optional<long long> barrier;
+  if (item.contains("soft")) barrier = item.value("soft", 0LL);
+  return id + " " + catalogue.showHeld(KFL::toLower(id), barrier, item.value("hard", 0LL));
 }
 
 void printRecord(Session& session, const Document& record, bool raw) {
@@ -64,7 +62,7 @@ void printRecord(Session& session, const Document& record, bool raw) {
   for (const auto& [name, value] : record.items()) {
     const bool isList = value.is_array();
     for (const Document& item : isList ? value : Document::array({value})) {
-      const std::string line = name == "qos" && !raw ? resourceLine(session, catalogue, item) : oneLine(item);
+      const std::string line = name == "qos" && !raw ? resourceLine(catalogue, item) : oneLine(item);
       table.add({name, line.empty() ? "\"\"" : line});
     }
     if (isList && value.empty()) table.add({name, {}});
@@ -235,32 +233,6 @@ int get(Session& session, const GetOptions& options) {
 
 // --- list -------------------------------------------------------------------------------------------------------------
 
-// The keys that a row is made from.
-const std::set<std::string>& listedKeys() {
-  static const std::set<std::string> keys = {"name",       "hostname",   "ve_type", "onboot",
-                                             "ostemplate", "ip_address", "netif"};
-  return keys;
-}
-
-struct ListedEnvironment {
-  std::string title;
-  std::string type = "regular";
-  std::optional<bool> onBoot;
-  std::string osTemplate;
-  std::vector<std::string> addresses;
-};
-
-ListedEnvironment describe(const KFAEnvironmentKeys& keys, int veid) {
-  ListedEnvironment listed;
-  if (!keys.get("name", listed.title) && !keys.get("hostname", listed.title) && veid >= 0)
-    listed.title = "#" + std::to_string(veid);
-  keys.get("ve_type", listed.type);
-  keys.get("ostemplate", listed.osTemplate);
-  if (std::string onBoot; keys.get("onboot", onBoot)) listed.onBoot = onBoot == "yes";
-  listed.addresses = keys.getAddresses();
-  return listed;
-}
-
 std::string joined(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words)
@@ -268,7 +240,7 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-Document describe(const KFA::KFAEnvironmentFile& file, const ListedEnvironment& listed) {
+Document describe(const KFA::KFAEnvironmentFile& file, const KFAEnvironmentSummary& listed) {
   const auto textOrNull = [](const std::string& text) { return text.empty() ? Document() : Document(text); };
   Document document = documentOf(file);
   document.update({{"title", listed.title},
@@ -281,10 +253,9 @@ Document describe(const KFA::KFAEnvironmentFile& file, const ListedEnvironment& 
 
 // Documents of thousands of files take longer than reading these, so a table has none.
 void addRow(Session& session, Listing& listing, const KFA::KFAEnvironmentFile& file,
-            const ListedEnvironment& listed) {
-  const char* const onBoot = !listed.onBoot ? "" : *listed.onBoot ? "yes" : "no";
-  listing.add({file.veid >= 0 ? std::to_string(file.veid) : file.path, listed.title, listed.type, onBoot,
-               listed.osTemplate, joined(listed.addresses)},
+            const KFAEnvironmentSummary& listed) {
+  listing.add({file.veid >= 0 ? std::to_string(file.veid) : file.path, listed.title, listed.type,
+               listed.onBootText(), listed.osTemplate, joined(listed.addresses)},
               session.format() == Format::Table ? Document() : describe(file, listed));
 }
 
@@ -293,7 +264,7 @@ void addRow(Session& session, Listing& listing, const KFA::KFAEnvironmentFile& f
 void noteRefusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys,
                      const std::string& name) {
   std::string shown;
-  for (const std::string& key : listedKeys()) {
+  for (const std::string& key : KFAEnvironmentSummary::keys()) {
     const std::string* const text = keys.getText(key);
     if (text == nullptr) continue;
     const bool isList = key == "ip_address" || key == "netif";
@@ -307,12 +278,12 @@ int list(Session& session, const Listing::Options& options) {
   const KFA::KFAEnvConfigRules rules(parser);
   Environments environments(session, session.arguments(), WhenNone::All);
   KFAEnvironmentKeys keys(parser);
-  keys.want(listedKeys());
+  keys.want(KFAEnvironmentSummary::keys());
   Listing listing({"VEID", "TITLE", "TYPE", "ONBOOT", "TEMPLATE", "ADDRESSES"});
   environments.each(
       [&](const auto& file, const Input& input) {
         must(keys.read(input.text, input.name));
-        addRow(session, listing, file, describe(keys, file.veid));
+        addRow(session, listing, file, {keys, file.veid});
         noteRefusedKeys(rules, keys, input.name);
       },
       [&](const auto& file, const std::string& why) { listing.add(failureOf(file, why)); });

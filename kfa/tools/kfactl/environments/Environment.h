@@ -8,7 +8,6 @@
 #include <KFLMessage/KFLMessage.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
-#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
 #include "terminal/Input.h"
 
@@ -21,11 +20,6 @@ KFA::KFAEnvConfig readEnvironment(Session& session, const Input& input, const st
 
 // A message that holds the configuration and nothing else.
 KFL::KFLMessage messageOf(const KFA::KFAEnvConfig& config);
-
-// The configuration without the network device venet0, when that is the one with which reading a file completes the
-// list: written without it, the file reads as the same record.
-KFA::KFAEnvConfig withoutCompletion(const KFA::KFAEnvConfigBashParser& parser,
-                                    const KFA::KFAEnvConfig& config);
 
 }  // namespace kfactl
 

@@ -3,9 +3,15 @@
 
 #include <CLI/CLI.hpp>
 
-#include <KFAFunctionality/node/KFAKeyCatalogue.h>
+#include <KFLCore/KFLFolders.h>
+#include <KFLMessage/KFLRecordRegistry.h>
 
+#include <KFAFunctionality/node/KFAKeyCatalogue.h>
+#include <KFAFunctionality/resources/KFAQoSTune.h>
+
+#include "manual/Markdown.h"
 #include "manual/Roff.h"
+#include "terminal/Trouble.h"
 
 namespace kfactl {
 
@@ -64,8 +70,34 @@ std::string printProgram(Session&) {
       .item("KFA_UPLOADS_DIR", "The folder of the template cache.")
       .item("KFA_LOG_LEVEL", "What the library logs to standard error.")
       .item("NO_COLOR", "Set to anything: no colours on a terminal.");
-  page.section("SEE ALSO").paragraph("kfa-environment(5)");
+  page.section("FILES")
+      .item("/etc/kfa/conf", "The folder of the node's environments; see kfa-environment(5).")
+      .item(KFACTL_DATA_DIR "/vocabulary.xml", "The vocabulary; see kfa-vocabulary(5).")
+      .item(KFACTL_DATA_DIR "/schema", "XML schemas of messages; see kfa-messages(7).");
+  page.section("SEE ALSO")
+      .paragraph(
+          "kfa-environment(5), kfa-global(5), kfa-vocabulary(5), kfa-cache(5), kfa-formulas(7), "
+          "kfa-messages(7)");
   return page.text();
+}
+
+// --- Formats ---------------------------------------------------------------------------------------------------------
+
+// A page of a format: what the documents say of it, and what the program knows.
+Roff beginFormat(const char* name, int section, const char* summary, const char* heading) {
+  Roff page(name, section, summary);
+  page.section("DESCRIPTION");
+  addMarkdown(page, sectionOf(formatsDocument(), heading));
+  return page;
+}
+
+void addKeyValueLines(Roff& page) {
+  page.section("LINES");
+  addMarkdown(page, sectionOf(formatsDocument(), "## 1. `KEY=\"value\"` files"));
+}
+
+std::string sentence(std::string text) {
+  return text.empty() || text.back() == '.' ? text : text + ".";
 }
 
 std::string printEnvironment(Session& session) {
@@ -73,30 +105,88 @@ std::string printEnvironment(Session& session) {
   page.section("DESCRIPTION")
       .paragraph(
           "An environment is configured by a file VEID.conf of lines KEY=\"value\", which a shell can "
-          "source. Keys "
-          "are "
-          "read in any case. Lines that are no assignment are left as they are.");
+          "source. Keys are read in any case. Lines that are no assignment are left as they are.");
   page.section("KEYS");
   const KFA::KFAKeyCatalogue catalogue(session.environmentParser(), session.vocabulary());
   for (const auto& [name, key] : catalogue.getKeys()) {
-    std::string text =
-        key.description + (key.description.empty() || key.description.back() == '.' ? "" : ".");
+    std::string text = sentence(key.description);
     text += " Takes " + key.form + (key.unit.empty() ? "" : ", in " + key.unit) + ".";
     if (!key.without.empty()) text += " Without it: " + key.without + ".";
     page.item(key.key, text).paragraph("Example: " + key.key + "=\"" + key.example + "\"");
   }
-  page.section("SEE ALSO").paragraph("kfactl-config(1), whose command keys prints this list");
+  page.section("NETIF");
+  addMarkdown(page, sectionOf(formatsDocument(), "## 3. NETIF"));
+  addKeyValueLines(page);
+  page.section("SEE ALSO")
+      .paragraph("kfactl-config(1), whose command keys prints this list; kfa-vocabulary(5), kfa-global(5)");
+  return page.text();
+}
+
+std::string printGlobal(Session&) {
+  Roff page = beginFormat("kfa-global", 5, "configuration file of a node", "### The global file");
+  addKeyValueLines(page);
+  page.section("SEE ALSO").paragraph("kfactl-global(1), kfa-environment(5)");
+  return page.text();
+}
+
+std::string printVocabulary(Session& session) {
+  Roff page = beginFormat("kfa-vocabulary", 5, "resource parameters and formulas", "## 5. The vocabulary");
+  page.section("PARAMETERS").paragraph("Those of the vocabulary that this page was made with:");
+  const KFA::KFAKeyCatalogue catalogue(session.environmentParser(), session.vocabulary());
+  for (const auto& [name, key] : catalogue.getKeys())
+    if (key.isResource)
+      page.item(name, sentence(key.description) + (key.unit.empty() ? "" : " In " + key.unit + "."));
+  page.section("SEE ALSO").paragraph("kfa-formulas(7), kfa-environment(5), kfactl-qos(1)");
+  return page.text();
+}
+
+std::string printFormulas(Session& session) {
+  Roff page = beginFormat("kfa-formulas", 7, "formulas over resource parameters", "## 6. Formulas");
+  page.section("THE FORMULAS").paragraph("Those of the vocabulary that this page was made with:");
+  const auto tune = KFA::KFAQVTune::getShared(session.vocabulary());
+  if (!tune) throwLibraryError();
+  for (const KFA::KFAQVFormula& formula : tune->formulas)
+    page.item(std::to_string(formula.identifier) + ": " + formula.expression, sentence(formula.comment));
+  page.section("SEE ALSO").paragraph("kfa-vocabulary(5), kfactl-qos(1)");
+  return page.text();
+}
+
+std::string printCache(Session&) {
+  Roff page = beginFormat("kfa-cache", 5, "file of the template cache", "## 7. The template cache");
+  page.section("FILES").item(std::string(KFL::kDefaultUploadsFolder) + "/template.cache",
+                             "Unless KFA_UPLOADS_DIR names another folder.");
+  page.section("SEE ALSO").paragraph("kfactl-cache(1), kfa-messages(7)");
+  return page.text();
+}
+
+std::string printMessages(Session&) {
+  Roff page = beginFormat("kfa-messages", 7, "records as XML messages", "## 4. Messages");
+  page.section("RECORDS").paragraph(
+      "By the name of the class, with the root element, the type tag and the namespace:");
+  for (const KFL::KFLRecordType* record : KFL::listRecordTypes()) {
+    const std::string tag = record->typeTag();
+    const std::string uri = record->namespaceUri();
+    page.item(record->name(), "<" + record->rootName() + ">" +
+                                  (tag.empty() ? ", without a type tag" : ", " + tag) +
+                                  (uri.empty() ? "" : ", in " + uri) + ".");
+  }
+  page.section("SEE ALSO").paragraph("kfactl-message(1), kfactl-types(1)");
   return page.text();
 }
 
 }  // namespace
 
 std::vector<Page> listPages() {
-  std::vector<Page> pages{{kProgram, 1, kProgramSummary, printProgram}};
+  std::vector<Page> pages{{kProgram, 1, printProgram}};
   for (const Group* group : listGroups())
-    pages.push_back({std::string(kProgram) + "-" + group->name, 1, group->summary,
-                     [group](Session&) { return printGroup(*group); }});
-  pages.push_back({"kfa-environment", 5, "configuration files of environments", printEnvironment});
+    pages.push_back(
+        {std::string(kProgram) + "-" + group->name, 1, [group](Session&) { return printGroup(*group); }});
+  pages.insert(pages.end(), {{"kfa-environment", 5, printEnvironment},
+                             {"kfa-global", 5, printGlobal},
+                             {"kfa-vocabulary", 5, printVocabulary},
+                             {"kfa-cache", 5, printCache},
+                             {"kfa-formulas", 7, printFormulas},
+                             {"kfa-messages", 7, printMessages}});
   return pages;
 }
 

@@ -12,9 +12,8 @@
 namespace kfactl {
 
 struct Page {
-  std::string name;     // as in man NAME
-  int section = 1;      // 1 commands, 5 files
-  std::string summary;  // one line
+  std::string name;  // as in man NAME
+  int section = 1;   // 1 commands, 5 files, 7 what they speak of
   // The whole page, in the macros of man(7).
   std::function<std::string(Session&)> print;
 };

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <system_error>
 
 #include <CLI/CLI.hpp>
@@ -12,11 +11,10 @@
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
-#include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
-#include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
+#include <KFAFunctionality/node/KFAEnvironmentText.h>
 
 #include "environments/ElementLines.h"
 #include "environments/Environment.h"
@@ -27,7 +25,6 @@
 #include "message/MessageStream.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
-#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -78,19 +75,25 @@ void warnOfLosses(const boost::shared_ptr<const Parser>& parser, const Input& in
   }
 }
 
-int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
-  const Environments environments(session, {session.argument(0)}, WhenNone::Refuse);
-  if (!environments.isSingle())
-    throw Trouble("'" + session.argument(0) + "': one environment is wanted here");
-  const Input input = readNodeFile(environments.files().front().path);
-  const std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
+std::string messageTextOf(Session& session, const Input& input, const std::string& veid) {
+  std::string text = messageOf(readEnvironment(session, input, veid)).toPrettyString();
   if (text.empty()) refuseValues(*session.environmentParser(), input);
-  change.create(session, text);
   int number = 0;
   if (veid.empty() && KFA::getVeidOfPath(input.name, number) != 0)
     printNote(input.name + ": the name holds no VEID, so the message has none; --veid NUMBER gives one");
   warnOfLosses(session.environmentParser(), input);
-  return kFine;
+  return text;
+}
+
+// Of several environments the messages follow one another.
+int fromConfig(Session& session, const std::string& veid, const FileChange& change) {
+  Environments environments(session, session.arguments(), WhenNone::Refuse);
+  if (!environments.isSingle() && !veid.empty())
+    throw Trouble("--veid is for one environment; name one FILE");
+  std::string text;
+  environments.each([&](const auto&, const Input& input) { text += messageTextOf(session, input, veid); });
+  change.create(session, text);
+  return environments.status(kFine);
 }
 
 Action prepareFromConfig(CLI::App& app) {
@@ -128,44 +131,11 @@ KFAEnvConfig readConfiguration(const Input& input) {
   return config;
 }
 
-// A value stands between double quotes in a file that a shell sources.
-void refuseUnsafe(const Parser& parser, const KFAEnvConfig& config, const Input& input, bool allowUnsafe) {
-  KFAEnvConfig written(config);
-  Parser::updateIp(&written);
-  Parser::ParameterParserGet keys(written, parser);
-  std::string value;
-  std::string reason;
-  for (std::string key; keys.getNext(key, key) == KFA::kParameterDone;) {
-    if (keys.get(key, value) != KFA::kParameterDone || KFL::isBashSafe(value, &reason)) continue;
-    if (allowUnsafe && value.find('\n') == std::string::npos) continue;
-    throw Trouble(input.name + ": " + KFL::toUpper(key) + ": " + reason +
-                  "; a text that a shell reads back as it stands is wanted");
-  }
-}
-
-// What follows a line that is left open may not be a key.
-void refuseOpenLines(const std::string& name, std::string_view text) {
-  eachLine(text, [&](std::size_t number, std::string_view view) {
-    const std::string copy(view);
-    const KFL::KFLBashLine line = KFL::examineBashLine(copy.c_str());
-    if (line.kind != KFL::KFLBashLine::Kind::Malformed && !line.continues) return;
-    const std::string fault = line.describe();
-    throw Trouble(name + ":" + std::to_string(number) + ": " +
-                  (fault.empty() ? "the next line belongs to it" : fault) +
-                  "; mend the line, or give --force");
-  });
-}
-
-std::string writeConfiguration(const Parser& parser, const KFAEnvConfig& config,
-                               const std::string* existing) {
-  std::ostringstream out;
-  if (existing == nullptr) {
-    must(parser.putConfig(config, out, nullptr, false));
-  } else {
-    KFA::KFAMemoryStream stream(*existing);
-    must(parser.putConfig(config, out, &stream, true));
-  }
-  return std::move(out).str();
+std::string writeConfiguration(const Parser& parser, const KFAEnvConfig& config, const FileChange& change,
+                               const std::string* existing, const std::string& name) {
+  std::string text;
+  must(KFA::writeEnvironment(parser, config, change.options(), existing, name, text));
+  return text;
 }
 
 // A file that holds what the record does not say is rarely meant to be lost.
@@ -180,16 +150,15 @@ void noteReplaced(const FileChange& change) {
 int toConfig(Session& session, const std::string& mergePath, const FileChange& change) {
   const Input input = readInput(session.argument(0));
   const auto parser = session.environmentParser();
-  const KFAEnvConfig config = withoutCompletion(*parser, readConfiguration(input));
-  refuseUnsafe(*parser, config, input, change.options().allowUnsafe);
+  const KFAEnvConfig config = KFA::withoutCompletion(*parser, readConfiguration(input));
+  must(KFA::checkWritable(*parser, config, change.options(), input.name));
   if (mergePath.empty()) {
     noteReplaced(change);
-    change.create(session, writeConfiguration(*parser, config, nullptr));
+    change.create(session, writeConfiguration(*parser, config, change, nullptr, {}));
     return kFine;
   }
   change.merge(session, mergePath, [&](const std::string& name, const std::string& before) {
-    if (!change.options().force) refuseOpenLines(name, before);
-    return writeConfiguration(*parser, config, &before);
+    return writeConfiguration(*parser, config, change, &before, name);
   });
   return kFine;
 }
@@ -257,10 +226,12 @@ Action prepareCheck(CLI::App& app) {
 }
 
 constexpr Command kCommands[] = {
-    {"from-config", "FILE", "Print an environment's configuration file as an XML message",
+    {"from-config", "FILE...",
+     "Print environments' configuration files as XML messages, one behind the other",
      "The number of the environment is that in the file's name (101.conf), unless --veid says otherwise.\n\n"
      "Examples:\n"
      "  kfactl message from-config 101.conf > 101.xml\n"
+     "  kfactl message from-config onboot=yes | kfactl message check -\n"
      "  kfactl message from-config --veid 101 - < backup.conf",
      prepareFromConfig, kTableOnly | 1U << static_cast<unsigned>(Format::Xml)},
     {"to-config", "XML", "Print an XML message as an environment's configuration file",

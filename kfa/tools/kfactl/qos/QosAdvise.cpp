@@ -13,6 +13,7 @@
 
 #include "environments/Environment.h"
 #include "environments/Environments.h"
+#include "qos/QosFormulas.h"
 #include "terminal/Document.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
@@ -20,21 +21,6 @@
 namespace kfactl {
 
 namespace {
-
-std::string numbersOf(const std::vector<int>& numbers) {
-  std::string text;
-  for (const int number : numbers)
-    text += (text.empty() ? "" : ", ") + std::to_string(number);
-  return text;
-}
-
-// The changes as words for `config set`.
-std::string wordsOf(const KFA::KFAQoSAdvice& advice) {
-  std::string words;
-  for (const KFA::KFAChange& change : advice.changes)
-    words += " " + KFL::toUpper(change.key) + "=" + *change.value;
-  return words;
-}
 
 Document describe(const KFA::KFAQoSAdvice& advice) {
   Document changes = Document::array();
@@ -47,17 +33,30 @@ void print(Session& session, const std::string& name, const KFA::KFAQoSAdvice& a
   Output& out = session.out();
   if (advice.violated.empty()) return;
   out.addLine("# " + printable(name) + ": violated: " + numbersOf(advice.violated));
-  if (!advice.changes.empty()) out.addLine("kfactl config set " + KFA::quoteForShell(name) + wordsOf(advice));
+  if (!advice.changes.empty()) out.addLine(commandFor(name, advice.changes));
   if (!advice.left.empty()) out.addLine("# no change was found for: " + numbersOf(advice.left));
 }
 
 }  // namespace
 
+std::string numbersOf(const std::vector<int>& numbers) {
+  std::string text;
+  for (const int number : numbers)
+    text += (text.empty() ? "" : ", ") + std::to_string(number);
+  return text;
+}
+
+std::string commandFor(const std::string& name, const KFA::KFAChangeList& changes) {
+  std::string command = "kfactl config set " + KFA::quoteForShell(name);
+  for (const KFA::KFAChange& change : changes)
+    command += " " + KFL::toUpper(change.key) + "=" + *change.value;
+  return command;
+}
+
 int adviseQos(Session& session) {
   Environments environments(session, session.arguments(), WhenNone::All);
   const auto parser = session.environmentParser();
-  const KFL::KFLVEnvConfig none;
-  KFA::KFAQVTune tune(none, session.vocabulary());
+  const auto tune = formulasOf(session);
   Document all = Document::array();
   int status = kFine;
   environments.each(
@@ -67,7 +66,7 @@ int adviseQos(Session& session) {
         must(config.getQoSes(qoses));
         KFA::KFAQoSAdvice advice;
         if (judgeMemoryMode(config, qoses.getValue()) == KFA::KFAQoSMemoryMode::Formulas)
-          must(adviseQoS(tune, *parser, qoses.getValue(), advice));
+          advice = adviseQoS(*tune, *parser, qoses.getValue());
         if (!advice.violated.empty()) status = kFinding;
         if (session.format() == Format::Table)
           print(session, file.path, advice);

@@ -2,6 +2,7 @@
 // kfactl qos: resource parameters held against the formulas of the vocabulary.
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include <CLI/CLI.hpp>
@@ -17,6 +18,7 @@
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/node/KFAKeyCatalogue.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "environments/Environment.h"
@@ -33,53 +35,11 @@ namespace {
 
 using KFA::KFAQVFormula;
 using KFA::KFAQVTune;
+using Finding = KFA::KFAFormulaFinding;
+using Judgement = KFA::KFAQoSJudgement;
 using State = Evaluation::State;
 
 // --- the vocabulary's formulas
-
-// What would be right, for the faults of a vocabulary that the library's text leaves open.
-std::string adviceFor(const std::string& reason) {
-  constexpr std::pair<const char*, const char*> kAdvice[] = {
-      {"can not read QOS", "; a category of the words \"kelvarium qos\" with parameters is needed"},
-      {"can not read FORMULAE", "; a category of the words \"kelvarium tune\" with formulas is needed"},
-      {"double index", "; give each parameter an id of its own, and none the id QOS"},
-      {"no index for", "; leave parameters out"},
-  };
-  for (const auto& [beginning, advice] : kAdvice)
-    if (reason.starts_with(beginning)) return advice;
-  return {};
-}
-
-// Names the first formula of the vocabulary that the checker refuses.
-void refuseFormula(Session& session, const KFAQVTune& tune) {
-  const std::unique_ptr<KFL::KFLVocIterator> it(
-      session.vocabulary()->readCategory({KFA::kTechnology, "tune"}));
-  if (!it) return;
-  for (int left = it->firstParameter(); left == 0; left = it->nextParameter()) {
-    std::string number, expression, comment;
-    if (it->getStringAttribute(KFL::kVocFormulaIdentifier, number) != 0 ||
-        it->getStringAttribute(KFL::kVocExpression, expression) != 0 ||
-        it->getStringAttribute(KFL::kVocComment, comment) != 0)
-      continue;
-    KFA::KFAQVPolishNotation notation;
-    KFA::KFAQVFormulaError error;
-    if (tune.formFormula(expression, notation, &error) != 0)
-      throw Trouble(session.vocabularyPath() + ": formula " + number + ": " + refusalText(expression, error));
-  }
-}
-
-// The formulas of the vocabulary, compiled.
-std::shared_ptr<const KFAQVTune> formulasOf(Session& session) {
-  if (auto tune = KFAQVTune::getShared(session.vocabulary())) return tune;
-  const std::string reason = KFL::getErrorMessage();
-  if (reason.starts_with("can not parse formula")) {
-    const KFL::KFLVEnvConfig config;
-    KFAQVTune names(config, session.vocabulary());
-    names.init();
-    refuseFormula(session, names);
-  }
-  throw Trouble(session.vocabularyPath() + ": " + reason + adviceFor(reason));
-}
 
 int listFormulas(Session& session) {
   const auto shared = formulasOf(session);
@@ -102,35 +62,6 @@ int listFormulas(Session& session) {
 
 // --- check
 
-// What became of one formula.
-struct Finding {
-  const KFAQVFormula* formula = nullptr;
-  State state = State::Holds;
-  std::vector<Evaluation> violations;
-  std::string reason;  // why it cannot be checked
-  std::vector<std::string> missing;
-};
-
-Finding judge(const KFAQVTune& tune, const KFA::KFAQVTuneArray& values, const KFAQVFormula& formula) {
-  Finding finding;
-  finding.formula = &formula;
-  if (holdsThroughout(tune, values, formula.notation)) return finding;
-  const std::vector<Evaluation> evaluations = evaluate(tune, values, formula.notation);
-  if (evaluations.empty()) {
-    finding.state = State::NotCheckable;
-    finding.reason = "no parameter that QOS stands for has a value";
-  }
-  for (const Evaluation& evaluation : evaluations) {
-    if (evaluation.state == State::Violated) finding.violations.push_back(evaluation);
-    if (evaluation.state != State::NotCheckable) continue;
-    finding.state = State::NotCheckable;
-    finding.reason = evaluation.reason;
-    finding.missing = evaluation.missing;
-  }
-  if (!finding.violations.empty()) finding.state = State::Violated;
-  return finding;
-}
-
 const char* nameOf(State state) {
   if (state == State::NotCheckable) return "not checkable";
   return state == State::Holds ? "holds" : "violated";
@@ -144,18 +75,18 @@ std::string joined(const std::vector<std::string>& words) {
 }
 
 // The lines under a formula.
-std::vector<std::string> detailsOf(const Finding& finding) {
+std::vector<std::string> detailsOf(const Finding& finding, const KFA::KFAKeyCatalogue* catalogue) {
   std::vector<std::string> lines;
   if (finding.state == State::NotCheckable) {
     lines.push_back(finding.missing.empty() ? finding.reason : "without a value: " + joined(finding.missing));
   } else if (finding.state == State::Violated) {
     lines.push_back(finding.formula->comment);
     for (const Evaluation& violation : finding.violations) {
-      const Step* const failing = failingStep(violation);
-      std::string line = usedText(violation);
+      const Evaluation::Step* const failing = violation.failingStep();
+      std::string line = violation.usedText(catalogue);
       if (failing != nullptr) {
         line += (line.empty() ? "" : "; ") + std::to_string(failing->left) + " " + failing->operation + " " +
-                std::to_string(failing->right) + " fails by " + std::to_string(differenceOf(*failing));
+                std::to_string(failing->right) + " fails by " + std::to_string(failing->difference());
       }
       if (!line.empty()) lines.push_back(std::move(line));
     }
@@ -180,39 +111,25 @@ Document describe(const Finding& finding) {
     document["violations"] = Document::array();
     for (const Evaluation& violation : finding.violations) {
       Document one = {{"parameters", usedDocument(violation)}};
-      if (const Step* const failing = failingStep(violation))
+      if (const Evaluation::Step* const failing = violation.failingStep())
         one.update({{"left", failing->left},
                     {"operator", failing->operation},
                     {"right", failing->right},
-                    {"difference", differenceOf(*failing)}});
+                    {"difference", failing->difference()}});
       document["violations"].push_back(std::move(one));
     }
   }
   return document;
 }
 
-// The findings with one environment.
-struct Judgement {
-  KFA::KFAQoSMemoryMode mode = KFA::KFAQoSMemoryMode::Formulas;
-  KFA::KFAQVTuneParameters values;  // the findings point into them
-  std::vector<Finding> findings;
-
-  std::size_t count(State state) const {
-    return static_cast<std::size_t>(
-        std::count_if(findings.begin(), findings.end(),
-                      [state](const Finding& finding) { return finding.state == state; }));
-  }
-  bool isFine() const { return mode != KFA::KFAQoSMemoryMode::LimitMissing && count(State::Violated) == 0; }
-};
-
-void printFinding(Output& out, const Finding& finding) {
+void printFinding(Output& out, const Finding& finding, const KFA::KFAKeyCatalogue* catalogue) {
   constexpr std::pair<State, Colour> kColours[] = {
       {State::Holds, Colour::Green}, {State::Violated, Colour::Red}, {State::NotCheckable, Colour::Magenta}};
   const auto& [state, colour] = kColours[static_cast<std::size_t>(finding.state)];
   const std::string name = nameOf(state);
   out.add(colour, name).add(std::string(15 - name.size(), ' '));
   out.addLine(std::to_string(finding.formula->identifier) + "  " + printable(finding.formula->expression));
-  for (const std::string& line : detailsOf(finding))
+  for (const std::string& line : detailsOf(finding, catalogue))
     out.add(std::string(15, ' ')).addLine(printable(line));
 }
 
@@ -228,18 +145,19 @@ std::string sumOf(const Judgement& judgement) {
 }
 
 // One environment whole.
-void print(Output& out, const Judgement& judgement) {
+void print(Output& out, const Judgement& judgement, const KFA::KFAKeyCatalogue* catalogue) {
   for (const Finding& finding : judgement.findings)
-    printFinding(out, finding);
+    printFinding(out, finding, catalogue);
   out.addLine(sumOf(judgement));
 }
 
 // One of many: what is wrong with it under its name, and nothing where all is well.
-void printFaults(Output& out, const std::string& name, const Judgement& judgement) {
+void printFaults(Output& out, const std::string& name, const Judgement& judgement,
+                 const KFA::KFAKeyCatalogue* catalogue) {
   if (judgement.isFine()) return;
   out.add(Colour::Bold, printable(name) + ":").addLine(" " + sumOf(judgement));
   for (const Finding& finding : judgement.findings)
-    if (finding.state == State::Violated) printFinding(out, finding);
+    if (finding.state == State::Violated) printFinding(out, finding, catalogue);
 }
 
 Document describe(const Judgement& judgement) {
@@ -323,22 +241,20 @@ Judgement judge(Session& session, const Input& input) {
   must(KFA::readConfigText(input.text, input.name,
                            [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
   if (!parameters.isRead()) refuseUnreadable(parser, input);
-  Judgement judgement{judgeMemoryMode(parameters.config(), parameters.qoses()), {}, {}};
+  Judgement judgement;
+  judgement.mode = judgeMemoryMode(parameters.config(), parameters.qoses());
   if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return judgement;
-  const auto tune = formulasOf(session);
-  judgement.values = KFA::tuneParameters(parameters.qoses());
-  const KFA::KFAQVTuneArray array = tune->arrange(judgement.values);
-  judgement.findings.reserve(tune->formulas.size());
-  for (const KFAQVFormula& formula : tune->formulas)
-    judgement.findings.push_back(judge(*tune, array, formula));
-  return judgement;
+  return judgeQoSes(*formulasOf(session), parameters.config(), parameters.qoses());
 }
 
 // The judgements of the environments that are named, shown one by one.
 class Checker {
  public:
-  explicit Checker(Session& session)
-      : session_(session), environments_(session, session.arguments(), WhenNone::All) {}
+  Checker(Session& session, bool raw)
+      : session_(session), environments_(session, session.arguments(), WhenNone::All) {
+    if (!raw && session.format() == Format::Table)
+      catalogue_.emplace(session.environmentParser(), session.vocabulary());
+  }
 
   int run() {
     environments_.each(
@@ -356,6 +272,7 @@ class Checker {
 
  private:
   bool isSingle() const { return environments_.isSingle(); }
+  const KFA::KFAKeyCatalogue* catalogue() const { return catalogue_ ? &*catalogue_ : nullptr; }
 
   void add(const KFA::KFAEnvironmentFile& file, const Judgement& judgement) {
     violated_ += judgement.count(State::Violated);
@@ -363,20 +280,23 @@ class Checker {
     if (session_.format() != Format::Table)
       all_.push_back(isSingle() ? describe(judgement) : documentOf(file, describe(judgement)));
     else if (isSingle())
-      print(session_.out(), judgement);
+      print(session_.out(), judgement, catalogue());
     else
-      printFaults(session_.out(), file.path, judgement);
+      printFaults(session_.out(), file.path, judgement, catalogue());
   }
 
   Session& session_;
   Environments environments_;
+  std::optional<KFA::KFAKeyCatalogue> catalogue_;
   Document all_ = Document::array();
   std::size_t violated_ = 0;
   std::size_t files_ = 0;
 };
 
-int check(Session& session) {
-  return Checker(session).run();
+Action prepareCheck(CLI::App& app) {
+  const auto raw = std::make_shared<bool>(false);
+  app.add_flag("--raw", *raw, "Print stored numbers, without units");
+  return [raw](Session& session) { return Checker(session, *raw).run(); };
 }
 
 // --- eval
@@ -438,29 +358,30 @@ Document describe(const Evaluation& evaluation, bool withSteps) {
   document["holds"] = evaluation.state == State::Holds;
   document["value"] = evaluation.value;
   document["parameters"] = usedDocument(evaluation);
-  if (const Step* const failing = failingStep(evaluation)) document["difference"] = differenceOf(*failing);
+  if (const Evaluation::Step* const failing = evaluation.failingStep())
+    document["difference"] = failing->difference();
   if (!withSteps) return document;
   document["steps"] = Document::array();
-  for (const Step& step : evaluation.steps)
+  for (const Evaluation::Step& step : evaluation.steps)
     document["steps"].push_back(
         {{"left", step.left}, {"operator", step.operation}, {"right", step.right}, {"result", step.result}});
   return document;
 }
 
-std::string stepText(const Step& step) {
+std::string stepText(const Evaluation::Step& step) {
   return std::to_string(step.left) + " " + step.operation + " " + std::to_string(step.right);
 }
 
 void print(Output& out, const Evaluation& evaluation, bool withSteps) {
   const std::string whose = evaluation.multiple.empty() ? "" : evaluation.multiple + ": ";
-  for (const Step& step : evaluation.steps)
+  for (const Evaluation::Step& step : evaluation.steps)
     if (withSteps) out.addLine("step     " + whose + stepText(step) + " = " + std::to_string(step.result));
   out.add(whose);
   if (evaluation.state == State::Holds) {
     out.addLine("holds");
-  } else if (const Step* const failing = failingStep(evaluation)) {
+  } else if (const Evaluation::Step* const failing = evaluation.failingStep()) {
     out.addLine("does not hold: " + stepText(*failing) + " fails by " +
-                std::to_string(differenceOf(*failing)));
+                std::to_string(failing->difference()));
   } else {
     out.addLine("does not hold: its value is 0");
   }
@@ -529,7 +450,7 @@ int evaluateFormula(Session& session, bool withSteps) {
     throw Trouble(refusalText(formula.expression, error));
 
   const KFA::KFAQVTuneArray array = tune.arrange(values);
-  const Result result{tune, formula, evaluate(tune, array, formula.notation), withSteps};
+  const Result result{tune, formula, evaluateFormula(tune, array, formula.notation), withSteps};
   if (result.evaluations.empty())
     throw Trouble("no name is given that QOS could stand for; write NAME=SOFT:HARD behind the formula, " +
                   std::string("such as numproc=200:240"));
@@ -563,7 +484,7 @@ constexpr Command kCommands[] = {
      "  kfactl qos check\n"
      "  kfactl qos check 101.conf\n"
      "  kfactl --format json --vocabulary my.xml qos check 101.conf",
-     withoutOptions<check>},
+     prepareCheck},
     {"advise", "[FILE...]", "Name the smallest changes that make every violated formula hold",
      "Few keys, and of these the least change; printed as a command that makes it. Formulas for which no "
      "change was "

@@ -1,133 +1,69 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qos/QosFormulas.h"
 
+#include <memory>
+
 #include <nlohmann/json.hpp>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLFunctionality/KFLVEnvConfig.h>
+#include <KFLFunctionality/KFLVocMap.h>
+
+#include "terminal/Session.h"
+#include "terminal/Trouble.h"
 
 namespace kfactl {
 
 namespace {
 
-using KFA::KFAQVTermType;
-
-class StepRecorder final : public KFA::KFAQVEvaluationObserver {
- public:
-  StepRecorder(const KFA::KFAQVTune& tune, std::vector<Step>& steps) : tune_(tune), steps_(steps) {}
-  void step(const KFAQVTermType& term, long long left, long long right, long long result) override {
-    steps_.push_back({tune_.toString(term), left, right, result});
-  }
-
- private:
-  const KFA::KFAQVTune& tune_;
-  std::vector<Step>& steps_;
-};
-
-// The value of a formula that is one term.
-long long valueOf(const KFAQVTermType& term, const KFA::KFAQVTuneArray& values, int multipleIndex) {
-  if (term.kind == KFA::KFAQVTermNumber) return term.value;
-  const int id = term.kind == KFA::KFAQVTermMultiple ? multipleIndex : term.value % KFA::kHardOffset;
-  const KFA::KFAQVParamsValue& value = *values[static_cast<std::size_t>(id)];
-  return term.value >= KFA::kHardOffset ? value.hard : value.soft;
+// What would be right, for the faults of a vocabulary that the library's text leaves open.
+std::string adviceFor(const std::string& reason) {
+  constexpr std::pair<const char*, const char*> kAdvice[] = {
+      {"can not read QOS", "; a category of the words \"kelvarium qos\" with parameters is needed"},
+      {"can not read FORMULAE", "; a category of the words \"kelvarium tune\" with formulas is needed"},
+      {"double index", "; give each parameter an id of its own, and none the id QOS"},
+      {"no index for", "; leave parameters out"},
+  };
+  for (const auto& [beginning, advice] : kAdvice)
+    if (reason.starts_with(beginning)) return advice;
+  return {};
 }
 
-// The parameters of a formula that have no value, each once.
-std::vector<std::string> missingOf(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& values,
-                                   const KFA::KFAQVPolishNotation& formula) {
-  KFA::KFAQVParamIDSet missing;
-  for (const KFAQVTermType& term : formula.terms) {
-    const int id = term.value % KFA::kHardOffset;
-    if (term.kind == KFA::KFAQVTermParameter && values[static_cast<std::size_t>(id)] == nullptr)
-      missing.insert(id);
+// Names the first formula of the vocabulary that the checker refuses.
+void refuseFormula(Session& session, const KFA::KFAQVTune& tune) {
+  const std::unique_ptr<KFL::KFLVocIterator> it(
+      session.vocabulary()->readCategory({KFA::kTechnology, "tune"}));
+  if (!it) return;
+  for (int left = it->firstParameter(); left == 0; left = it->nextParameter()) {
+    std::string number, expression, comment;
+    if (it->getStringAttribute(KFL::kVocFormulaIdentifier, number) != 0 ||
+        it->getStringAttribute(KFL::kVocExpression, expression) != 0 ||
+        it->getStringAttribute(KFL::kVocComment, comment) != 0)
+      continue;
+    KFA::KFAQVPolishNotation notation;
+    KFA::KFAQVFormulaError error;
+    if (tune.formFormula(expression, notation, &error) != 0)
+      throw Trouble(session.vocabularyPath() + ": formula " + number + ": " + refusalText(expression, error));
   }
-  std::vector<std::string> names;
-  for (const int id : missing)
-    names.push_back(tune.getByIndex(id));
-  return names;
-}
-
-Evaluation evaluateOnce(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& values,
-                        const KFA::KFAQVPolishNotation& formula, int multipleIndex) {
-  Evaluation evaluation;
-  StepRecorder recorder(tune, evaluation.steps);
-  KFA::KFAQVParamIDSet used;
-  const int result = tune.checkByFormula(values, formula, used, multipleIndex, &recorder);
-  for (const int id : used)
-    evaluation.used.push_back({tune.getByIndex(id), values[static_cast<std::size_t>(id)]});
-  if (multipleIndex >= 0) evaluation.multiple = tune.getByIndex(multipleIndex);
-  if (result < 0) {
-    evaluation.state = Evaluation::State::NotCheckable;
-    if (result == KFA::kTuneParameterAbsent) {
-      evaluation.missing = missingOf(tune, values, formula);
-    } else {
-      evaluation.reason = KFL::getErrorMessage();
-    }
-    return evaluation;
-  }
-  evaluation.state = result == 0 ? Evaluation::State::Holds : Evaluation::State::Violated;
-  evaluation.value = evaluation.steps.empty() ? valueOf(formula.terms.front(), values, multipleIndex)
-                                              : evaluation.steps.back().result;
-  return evaluation;
-}
-
-bool isComparison(const Step& step) {
-  return step.operation.find_first_of("<>=;") != std::string::npos;
 }
 
 }  // namespace
 
-bool holdsThroughout(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& values,
-                     const KFA::KFAQVPolishNotation& formula) {
-  KFA::KFAQVParamIDSet used;
-  if (formula.hasMultiple == 0) return tune.checkByFormula(values, formula, used, -1) == 0;
-  bool isEvaluated = false;
-  for (const int id : *formula.multipleList) {
-    if (values[static_cast<std::size_t>(id)] == nullptr) continue;
-    if (tune.checkByFormula(values, formula, used, id) != 0) return false;
-    isEvaluated = true;
+std::shared_ptr<const KFA::KFAQVTune> formulasOf(Session& session) {
+  if (auto tune = KFA::KFAQVTune::getShared(session.vocabulary())) return tune;
+  const std::string reason = KFL::getErrorMessage();
+  if (reason.starts_with("can not parse formula")) {
+    const KFL::KFLVEnvConfig config;
+    KFA::KFAQVTune names(config, session.vocabulary());
+    names.init();
+    refuseFormula(session, names);
   }
-  return isEvaluated;
-}
-
-std::vector<Evaluation> evaluate(const KFA::KFAQVTune& tune, const KFA::KFAQVTuneArray& array,
-                                 const KFA::KFAQVPolishNotation& formula) {
-  if (formula.hasMultiple == 0) return {evaluateOnce(tune, array, formula, -1)};
-  std::vector<Evaluation> evaluations;
-  for (const int id : *formula.multipleList) {
-    if (array[static_cast<std::size_t>(id)] != nullptr)
-      evaluations.push_back(evaluateOnce(tune, array, formula, id));
-  }
-  return evaluations;
-}
-
-const Step* failingStep(const Evaluation& evaluation) {
-  if (evaluation.state != Evaluation::State::Violated) return nullptr;
-  for (const Step& step : evaluation.steps)
-    if (step.result == 0 && isComparison(step)) return &step;
-  return nullptr;
-}
-
-unsigned long long differenceOf(const Step& step) {
-  const auto left = static_cast<unsigned long long>(step.left);
-  const auto right = static_cast<unsigned long long>(step.right);
-  return step.left > step.right ? left - right : right - left;
-}
-
-std::string valueText(const KFA::KFAQVParamsValue& value) {
-  const std::string hard = std::to_string(value.hard);
-  return value.soft == value.hard ? hard : std::to_string(value.soft) + ":" + hard;
-}
-
-std::string usedText(const Evaluation& evaluation) {
-  std::string text;
-  for (const UsedValue& used : evaluation.used)
-    text += (text.empty() ? "" : ", ") + used.name + " " + valueText(*used.value);
-  return text;
+  throw Trouble(session.vocabularyPath() + ": " + reason + adviceFor(reason));
 }
 
 Document usedDocument(const Evaluation& evaluation) {
   Document parameters = Document::object();
-  for (const UsedValue& used : evaluation.used)
+  for (const Evaluation::Used& used : evaluation.used)
     parameters[used.name] = {{"soft", used.value->soft}, {"hard", used.value->hard}};
   return parameters;
 }

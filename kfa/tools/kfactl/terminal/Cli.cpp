@@ -18,6 +18,7 @@
 #include <KFLCommon/KFLLog.h>
 
 #include "terminal/Hint.h"
+#include "terminal/Libraries.h"
 #include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
@@ -31,6 +32,8 @@ const char* const kProgramHelp =
     "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
     "  kfactl --format json config show 101.conf\n"
     "  kfactl config --help";
+
+using Words = std::vector<std::string>;
 
 void declareGlobals(CLI::App& app, Session& session) {
   const char* const group = "Global options";
@@ -46,12 +49,21 @@ void declareGlobals(CLI::App& app, Session& session) {
       ->type_name("DIR")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
       ->group(group);
-  app.add_option("--at", nodeOptions().at,
+  app.add_option_function<Words>(
+         "--load",
+         [&all = session.librariesOption()](const Words& given) {
+           all.insert(all.end(), given.begin(), given.end());
+         },
+         "A shared library with records and types of its own; may be given several times")
+      ->type_name("LIBRARY")
+      ->allow_extra_args(false)
+      ->group(group);
+  app.add_option("--at", atOptions().at,
                  "Another node, HOST[:PORT]; behind an @, a file with one on each line")
       ->type_name("NODE")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
       ->group(group);
-  NodeOptions& identity = nodeOptions();
+  AtOptions& identity = atOptions();
   const std::pair<const char*, std::pair<std::string*, const char*>> files[] = {
       {"--certificate", {&identity.certificate, "What other nodes are shown; KFA_CERTIFICATE"}},
       {"--key", {&identity.key, "The key of the certificate; KFA_KEY"}},
@@ -68,8 +80,6 @@ void declareGlobals(CLI::App& app, Session& session) {
 }
 
 namespace {
-
-using Words = std::vector<std::string>;
 
 // What a command gives that is to run at other nodes, before it has begun.
 constexpr int kElsewhere = -1;
@@ -247,7 +257,8 @@ int runCommand(Session& session, const std::string& path, const Command& command
   checkArguments(level, words.size());
   takeFormat(session, level, command.formats);
   session.setArguments(std::move(words));
-  if (!nodeOptions().at.empty() && !nodeAgent()) {
+  loadLibraries(session.librariesOption());
+  if (!atOptions().at.empty() && !nodeAgent()) {
     checkElsewhere(session, path);
     return kElsewhere;
   }

@@ -8,6 +8,7 @@
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
+#include "terminal/JsonLine.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
 
@@ -69,20 +70,26 @@ void encodeBytes(Document& document) {
   }
 }
 
-std::string toJson(const Document& document) {
+// indent: negative for all in one line.
+std::string toJson(const Document& document, int indent) {
   try {
-    return document.dump(2);
+    return document.dump(indent);
   } catch (const nlohmann::json::exception&) {
     Document encoded = document;
     encodeBytes(encoded);
-    return encoded.dump(2, ' ', false, Document::error_handler_t::replace);
+    return encoded.dump(indent, ' ', false, Document::error_handler_t::replace);
   }
 }
 
 }  // namespace
 
+std::string jsonLineOf(const Document& document) {
+  return toJson(document, -1);
+}
+
 void printDocument(Session& session, const Document& document, const char* root, const char* item) {
-  const std::string text = session.format() == Format::Xml ? toXml(document, root, item) : toJson(document);
+  const std::string text =
+      session.format() == Format::Xml ? toXml(document, root, item) : toJson(document, 2);
   session.out().add(text);
   if (text.back() != '\n') session.out().add("\n");
 }

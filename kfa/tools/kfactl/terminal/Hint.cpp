@@ -63,7 +63,7 @@ std::string nearestTo(std::string_view word, const std::vector<std::string>& nam
 }
 
 std::string hintFor(std::string_view word, const std::vector<std::string>& names) {
-  constexpr std::size_t kFew = 12;
+  constexpr std::size_t kFew = 16;
   const std::string nearest = nearestTo(word, names);
   if (!nearest.empty()) return "did you mean '" + nearest + "'?";
   if (names.empty() || names.size() > kFew) return {};

@@ -14,8 +14,8 @@ thread_local Kept* kept = nullptr;
 
 }  // namespace
 
-NodeOptions& nodeOptions() {
-  thread_local NodeOptions options;
+AtOptions& atOptions() {
+  thread_local AtOptions options;
   return options;
 }
 

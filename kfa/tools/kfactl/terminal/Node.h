@@ -23,12 +23,12 @@ namespace kfactl {
 class Session;
 
 // The global options that name other nodes, as they were given; to be filled by the command line.
-struct NodeOptions {
+struct AtOptions {
   std::string at;  // the node or, behind an @, the file of nodes; empty for this machine
   // The files of the certificate that other nodes are shown.
   std::string certificate, key, authority;
 };
-NodeOptions& nodeOptions();
+AtOptions& atOptions();
 
 // The files of the node's environments.
 KFA::KFANodeFiles& nodeFiles();

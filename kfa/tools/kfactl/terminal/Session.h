@@ -43,6 +43,7 @@ class Session {
   std::string& formatOption() { return formatOption_; }
   std::string& vocabularyOption() { return vocabularyOption_; }
   std::string& nodeOption() { return nodeOption_; }
+  std::vector<std::string>& librariesOption() { return librariesOption_; }
   bool& jsonOption() { return jsonOption_; }
 
   // The folder of the node's environments.
@@ -61,6 +62,7 @@ class Session {
   std::string formatOption_;
   std::string vocabularyOption_;
   std::string nodeOption_;
+  std::vector<std::string> librariesOption_;
   bool jsonOption_ = false;
   std::vector<std::string> arguments_;
   std::string vocabularyPath_;

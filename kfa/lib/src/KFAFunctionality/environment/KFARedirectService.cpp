@@ -12,7 +12,7 @@ const KFLFieldTable& KFARedirectService::fields() {
   static constexpr KFLField rows[] = {
       field<R, &R::name_>(1010).required(),
       field<R, &R::port_>(1704).required(),
-      field<R, &R::address_>(1652).required().mustWrite(),
+      field<R, &R::address_>(1652).required().orEmptyItem(),
       presence<R, &R::default_>(1305),
   };
   static constexpr KFLFieldTable table{"KFARedirectService", kTypesURI, "redirect_serviceType", rows};

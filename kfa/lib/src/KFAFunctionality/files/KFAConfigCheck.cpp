@@ -17,8 +17,12 @@ namespace {
 using Severity = KFAConfigFinding::Severity;
 using Kind = KFL::KFLBashLine::Kind;
 
-// The value that the current line, an assignment, gives its key.
-std::string valueOf(BashLines& lines) {
+// The value that the current line, an assignment, gives its key. Between double quotes most stand as they are.
+std::string valueOf(BashLines& lines, std::string_view written) {
+  if (written.size() >= 2 && written.front() == '"' && written.back() == '"') {
+    const std::string_view inside = written.substr(1, written.size() - 2);
+    if (inside.find_first_of("\"\\$`") == std::string_view::npos) return std::string(inside);
+  }
   std::string copy(lines.getText());
   char* name = nullptr;
   char* value = nullptr;
@@ -43,7 +47,6 @@ class Checker {
   struct Counted {
     std::size_t number;
     std::size_t column;  // of the value
-    std::string text;
     std::string value;
     bool isTaken;
   };
@@ -56,6 +59,7 @@ class Checker {
   void checkAssignment(const KFL::KFLBashLine& line);
   bool checkValue(const std::string& key, const std::string& value, std::size_t column);
   void checkSafe(const std::string& key, std::string_view value, std::size_t column, bool hasReturn);
+  std::string lineOf(std::size_t number) const;
   void checkTogether();
 
   const KFAConfigRules& rules_;
@@ -100,7 +104,7 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
         KFL::toUpper(key) + " repeats line " + std::to_string(earlier->second.number) + "; the " +
             (firstCounts ? "first" : "last") + " one counts");
   }
-  Counted counted = {lines_.getNumber(), valueColumn, std::string(lines_.view()), valueOf(lines_), false};
+  Counted counted = {lines_.getNumber(), valueColumn, valueOf(lines_, line.value), false};
   if (!rules_.isKey(key)) {
     add(Severity::Note, "foreign-key", nameColumn, KFL::toUpper(key) + " is not a key of this file");
   } else {
@@ -130,19 +134,27 @@ void Checker::checkSafe(const std::string& key, std::string_view value, std::siz
       KFL::toUpper(key) + " cannot be written back between double quotes: " + reason);
 }
 
+std::string Checker::lineOf(std::size_t number) const {
+  BashLines lines(text_);
+  while (lines.next() && lines.getNumber() < number) {
+  }
+  return std::string(lines.view());
+}
+
 // A value that is sound alone may be overruled by that of another key.
 void Checker::checkTogether() {
+  if (isMalformed_) return;
   KFAConfigChanges all;
-  for (const auto& [key, counted] : counted_) {
-    if (counted.isTaken) all.emplace_back(key, counted.value);
+  for (auto& [key, counted] : counted_) {
+    if (counted.isTaken) all.emplace_back(key, std::move(counted.value));
   }
   const std::string text(text_);
-  if (isMalformed_ || rules_.readsBack(text, all) == 0) return;
+  if (rules_.readsBack(text, all) == 0) return;
   for (const auto& change : all) {
     if (rules_.readsBack(text, {change}) == 0) continue;
     const Counted& counted = counted_.at(change.first);
     findings_.push_back({Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(),
-                         counted.text, "overruled-value"});
+                         lineOf(counted.number), "overruled-value"});
   }
 }
 

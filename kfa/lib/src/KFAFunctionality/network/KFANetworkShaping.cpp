@@ -29,7 +29,7 @@ const KFLFieldTable& KFANetworkShapingIPRange::fields() {
   using R = KFANetworkShapingIPRange;
   static constexpr KFLField rows[] = {
       field<R, &R::shapingClassID_>(1417).required(),
-      field<R, &R::address_>(2047).required().mustWrite(),
+      field<R, &R::address_>(2047).required().orEmptyItem(),
       field<R, &R::mask_>(1034),
   };
   static constexpr KFLFieldTable table{"KFANetworkShapingIPRange", kTypesURI, "", rows};
@@ -50,7 +50,7 @@ const KFLFieldTable& KFANetConfiguration::fields() {
   using R = KFANetConfiguration;
   static constexpr KFLField rows[] = {
       presence<R, &R::enabled_>(1248),
-      list<R, &R::ranges_>(1253).required().mustWrite(),
+      list<R, &R::ranges_>(1253).required(),
       list<R, &R::classes_>(1094).required(),
       list<R, &R::devices_>(1250).required(),
   };

@@ -43,7 +43,7 @@ class KFANetworkShapingIPRange {
  public:
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFANetworkShapingIPRange>;
-  // -1 without a class or an address; a mask that is absent is empty. A range with an empty address is not written: -1.
+  // -1 without a class or an address; a mask that is absent is empty.
   using Reader = KFLRecordReader<KFANetworkShapingIPRange>;
 
   const std::string& getShapingClassID() const { return shapingClassID_; }
@@ -88,8 +88,7 @@ class KFANetConfiguration {
 
   static const KFLFieldTable& fields();
   using Writer = KFLRecordWriter<KFANetConfiguration>;
-  // -1 at an item that cannot be read; the lists hold what was read before it. -1 of the writer at a range that cannot
-  // be written.
+  // -1 at an item that cannot be read; the lists hold what was read before it.
   using Reader = KFLRecordReader<KFANetConfiguration>;
 
   // Whether traffic is shaped at all.

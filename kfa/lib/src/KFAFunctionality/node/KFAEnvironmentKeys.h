@@ -43,6 +43,8 @@ class KFAEnvironmentKeys {
   bool getOrText(const std::string& key, std::string& value) const;
   // The text of the line that counts, as a shell reads it; null when no line has the key.
   const std::string* getText(const std::string& key) const;
+  // These texts by their keys, in lower case.
+  const std::map<std::string, std::string>& getTexts() const { return texts_; }
   // The addresses that IP_ADDRESS has once host-routed network devices are looked at, as one text.
   std::string getEffectiveAddresses() const;
   // Each address of IP_ADDRESS and of the devices, once, in their order; "dhcp" where a server is asked.

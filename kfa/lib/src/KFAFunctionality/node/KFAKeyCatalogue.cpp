@@ -102,6 +102,7 @@ KFAKeyCatalogue::KFAKeyCatalogue(const boost::shared_ptr<const KFAEnvConfigBashP
                       row.without,
                       row.example,
                       row.description,
+                      false,
                       false};
   const std::unique_ptr<KFLVocIterator> it(vocabulary ? vocabulary->readCategory("qos") : nullptr);
   if (!it) return;
@@ -120,7 +121,8 @@ KFAKeyCatalogue::KFAKeyCatalogue(const boost::shared_ptr<const KFAEnvConfigBashP
                                 : definition->second.valueType == 0 ? "12.5"
                                                                     : "200",
                                 {},
-                                true};
+                                true,
+                                definition->second.valueType == 0};
     it->getStringAttribute("unit", described.unit);
     it->getStringAttribute("description", described.description);
     keys_.emplace(key, std::move(described));
@@ -139,6 +141,16 @@ std::string KFAKeyCatalogue::showValue(const std::string& key, const std::string
   if (colon == std::string::npos) return showNumber(value, described->unit);
   return showNumber(value.substr(0, colon), described->unit) + ":" +
          showNumber(value.substr(colon + 1), described->unit);
+}
+
+std::string KFAKeyCatalogue::showHeld(const std::string& key, const std::optional<long long>& barrier,
+                                      long long limit) const {
+  const KFAKeyDescription* const described = find(key);
+  const auto textOf = [&](long long number) {
+    const bool isFraction = described != nullptr && described->isFraction;
+    return isFraction ? KFL::doubleToStr(static_cast<double>(number) / 100) : std::to_string(number);
+  };
+  return showValue(key, barrier ? textOf(*barrier) + ":" + textOf(limit) : textOf(limit));
 }
 
 }  // namespace KFA

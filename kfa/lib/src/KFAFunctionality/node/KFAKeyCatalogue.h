@@ -7,6 +7,7 @@
 #define KFAFUNCTIONALITY_NODE_KFAKEYCATALOGUE_H
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
@@ -27,6 +28,7 @@ struct KFAKeyDescription {
   std::string example;      // a value that it takes
   std::string description;  // what it is for
   bool isResource = false;
+  bool isFraction = false;  // a record holds its numbers in hundredths
 };
 
 class KFAKeyCatalogue {
@@ -42,6 +44,9 @@ class KFAKeyCatalogue {
   // A value as people read it, with its unit: "1 GiB:1.125 GiB" for 1073741824:1207959552 bytes, "150 %". As it stands
   // where the key has no unit or the value is no number.
   std::string showValue(const std::string& key, const std::string& value) const;
+  // The same of a resource parameter as a record holds it; no barrier: the one number is both.
+  std::string showHeld(const std::string& key, const std::optional<long long>& barrier,
+                       long long limit) const;
 
  private:
   std::map<std::string, KFAKeyDescription> keys_;

@@ -43,8 +43,10 @@ std::size_t KFANodeChange::count(State state) const {
 
 int KFANodeChange::apply(bool keepGoing, const Runner& runner) {
   std::vector<File*> changed;
-  for (File& file : files_)
+  for (File& file : files_) {
     if (file.state == State::Changed) changed.push_back(&file);
+    if (file.state == State::Unchanged) where_.tidy(file.path, how_);
+  }
   return changed.empty() ? 0 : where_.replace(changed, edit_, {how_, keepGoing, runner});
 }
 

@@ -8,7 +8,8 @@
 //
 // Each file is replaced as KFAConfigFile does it: whole, on disk before it takes its place, under its lock. A file that
 // another process changed after it was judged is edited anew, so both changes take effect. A process killed in the midst
-// leaves each file as it was or as it shall be; the same change made again finishes the rest.
+// leaves each file as it was or as it shall be; the same change made again finishes the rest, and takes away what the
+// killed one left beside the files, also where nothing is to be changed any more.
 //
 // The library starts no threads. Who has some lends them to apply(), since files brought to disk at the same time cost
 // little more than one. Edits are then called from several threads at once.

@@ -10,7 +10,6 @@
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLGUID.h>
 #include <KFLCommon/KFLText.h>
-#include <KFLFunctionality/KFLIPAddress.h>
 
 #include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
@@ -57,19 +56,26 @@ constexpr KFANodeRule kRules[] = {
     {"node-cpu", "More processor time is guaranteed than the node has"},
 };
 
-// The rules of the environment file with a memory: the environments of a node have most of their values in common.
+// The rules of the environment file with a memory: the environments of a node have most of their values in common. A value
+// takes the place of another one with the same hash, so the memory stays small enough for the processor's own.
 class RememberingRules : public KFAEnvConfigRules {
  public:
   using KFAEnvConfigRules::KFAEnvConfigRules;
 
   int accept(const std::string& key, const std::string& value) const override {
-    constexpr std::size_t kMost = 100000;
-    if (known_.size() > kMost) known_.clear();
-    const auto [entry, isNew] = known_.try_emplace(key + '=' + value);
-    if (isNew && KFAEnvConfigRules::accept(key, value) != 0) entry->second = KFL::getErrorMessage();
-    if (entry->second.empty()) return 0;
-    KFL::setErrorMessage("%s", entry->second.c_str());
+    Judged& judged = judgedOf(key, value);
+    if (judged.fault.empty()) return 0;
+    KFL::setErrorMessage("%s", judged.fault.c_str());
     return -1;
+  }
+
+  // findUnworkable() of a value that the key takes; empty for any other.
+  const std::string& findUnworkableTaken(const KFAEnvironmentKeys& keys, const std::string& key,
+                                         const std::string& value) const {
+    Judged& judged = judgedOf(key, value);
+    if (!std::exchange(judged.isTried, true) && judged.fault.empty())
+      judged.unworkable = findUnworkable(keys, key, value);
+    return judged.unworkable;
   }
 
   // Values that are sound alone can only be overruled within two pairs of keys, so a text of these alone tells. Of the
@@ -101,7 +107,25 @@ class RememberingRules : public KFAEnvConfigRules {
     return false;
   }
 
-  mutable std::unordered_map<std::string, std::string> known_;
+  // What is known of one value.
+  struct Judged {
+    std::string key;
+    std::string value;
+    std::string fault;       // why the key does not take it
+    bool isTried = false;    // whether the next is known
+    std::string unworkable;  // why it cannot work
+  };
+
+  Judged& judgedOf(const std::string& key, const std::string& value) const {
+    const std::size_t hash = std::hash<std::string>()(value) + 31 * std::hash<std::string>()(key);
+    Judged& judged = known_[hash % known_.size()];
+    if (judged.key == key && judged.value == value) return judged;
+    judged = {key, value, {}, false, {}};
+    if (KFAEnvConfigRules::accept(key, value) != 0) judged.fault = KFL::getErrorMessage();
+    return judged;
+  }
+
+  mutable std::vector<Judged> known_ = std::vector<Judged>(2048);
 };
 
 std::string folderOf(const std::string& path) {
@@ -161,12 +185,12 @@ class KFANodeCheck::Judge {
                                     "onboot",     "arch",     "nameserver",    "searchdomain"};
     for (const auto& [key, definition] : parser->getQoSMap())
       wanted.insert(key);
-    workable_ = wanted;
     keys_.want(wanted);
   }
 
-  void add(const KFAEnvironmentFile& file, const std::string& text);
+  std::span<const KFANodeFinding> add(const KFAEnvironmentFile& file, const std::string& text);
   std::vector<KFANodeFinding> finish();
+  const KFAEnvironmentKeys& keys() const { return keys_; }
 
   KFANodeResources guaranteed;
   std::size_t startedOnBoot = 0;
@@ -181,11 +205,12 @@ class KFANodeCheck::Judge {
   // The first that has something.
   struct Owner {
     std::size_t environment = 0;
-    std::string key;
+    const char* key = "";
     std::string network;
   };
   using Owners = std::unordered_map<std::string, Owner>;
 
+  void judge(const std::string& text);
   void report(Severity severity, const char* rule, std::size_t line, std::size_t column,
               const std::string& text, std::string_view lineText);
   // At the line of a key of the current file.
@@ -200,9 +225,10 @@ class KFANodeCheck::Judge {
   void checkSample();
   void checkTemplates(const std::string& key);
   void checkDevices();
-  void claim(Owners& owners, const char* rule, const std::string& what, const std::string& key,
+  // kind: what it is, for people; shown: as they know it.
+  void claim(Owners& owners, const char* rule, const std::string& what, const char* key, const char* kind,
              const std::string& shown, const std::string& network = {});
-  void claimAddress(const std::string& address, const std::string& key, const std::string& network);
+  void claimAddress(const std::string& address, const char* key, const std::string& network);
   void addResources();
   long long resource(const char* key) const;
   void checkSum(const char* rule, const char* what, long long sum, long long has,
@@ -223,7 +249,6 @@ class KFANodeCheck::Judge {
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;
   RememberingRules rules_;
   KFAEnvironmentKeys keys_;
-  std::set<std::string> workable_;
   std::vector<Environment> environments_;
   std::vector<KFANodeFinding> findings_;
   std::map<std::string, bool> sampleFolders_;
@@ -321,34 +346,29 @@ void KFANodeCheck::Judge::checkOddLine(std::string_view text, std::size_t number
 }
 
 void KFANodeCheck::Judge::checkValues() {
-  for (const std::string& key : workable_) {
-    const std::string* const value = keys_.getText(key);
-    if (value == nullptr) continue;
-    const std::string fault = findUnworkable(keys_, key, *value);
-    if (!fault.empty() && rules_.accept(key, *value) == 0)
+  for (const auto& [key, value] : keys_.getTexts()) {
+    const std::string& fault = rules_.findUnworkableTaken(keys_, key, value);
+    if (!fault.empty())
       reportKey(Severity::Warning, "unworkable-value", key, KFL::toUpper(key) + ": " + fault);
   }
 }
 
-void KFANodeCheck::Judge::claim(Owners& owners, const char* rule, const std::string& what,
-                                const std::string& key, const std::string& shown,
-                                const std::string& network) {
+void KFANodeCheck::Judge::claim(Owners& owners, const char* rule, const std::string& what, const char* key,
+                                const char* kind, const std::string& shown, const std::string& network) {
   const std::size_t self = environments_.size() - 1;
   const auto [owner, isFirst] = owners.try_emplace(what, Owner{self, key, network});
   if (isFirst || owner->second.environment == self) return;
   const bool isApart = !network.empty() && !owner->second.network.empty() && network != owner->second.network;
   const std::string place = placeOf(owner->second);
   reportKey(isApart ? Severity::Warning : Severity::Error, rule, key,
-            shown + " is also that of " + place + (isApart ? ", in another network" : ""), place);
+            kind + shown + " is also that of " + place + (isApart ? ", in another network" : ""), place);
 }
 
-void KFANodeCheck::Judge::claimAddress(const std::string& address, const std::string& key,
+void KFANodeCheck::Judge::claimAddress(const std::string& address, const char* key,
                                        const std::string& network) {
-  const KFL::KFLIPAddress parsed(address);
-  if (!parsed.isValid()) return;
-  const auto v4 = parsed.getIPv4();
-  const std::string normal = v4 ? v4->toString() : parsed.getIPv6()->toString();
-  claim(addresses_, "duplicate-address", normal, key, "the address " + normal, network);
+  const std::string normal = normalAddress(address);
+  if (normal.empty()) return;
+  claim(addresses_, "duplicate-address", normal, key, "the address ", normal, network);
 }
 
 void KFANodeCheck::Judge::checkDevices() {
@@ -362,7 +382,7 @@ void KFANodeCheck::Judge::checkDevices() {
     for (const KFL::KFLIPAddress& address : device.getIPAddresses())
       claimAddress(address.toString(), "netif", device.getNetwork());
     const std::string mac = normalMac(device.getMAC());
-    if (!mac.empty()) claim(macs_, "duplicate-mac", mac, "netif", "the MAC address " + mac);
+    if (!mac.empty()) claim(macs_, "duplicate-mac", mac, "netif", "the MAC address ", mac);
   }
 }
 
@@ -410,12 +430,12 @@ void KFANodeCheck::Judge::checkOthers() {
   std::string value;
   if (keys_.get("uuid", value) && !value.empty()) {
     const KFL::KFLGUID guid{std::string_view(value)};
-    claim(uuids_, "duplicate-uuid", guid.isValid() ? guid.toString() : value, "uuid", "the UUID " + value);
+    claim(uuids_, "duplicate-uuid", guid.isValid() ? guid.toString() : value, "uuid", "the UUID ", value);
   }
-  if (keys_.get("name", value)) claim(names_, "duplicate-name", value, "name", "the name " + value);
+  if (keys_.get("name", value)) claim(names_, "duplicate-name", value, "name", "the name ", value);
   if (keys_.get("hostname", value)) {
     const std::string bare = value.ends_with('.') ? value.substr(0, value.size() - 1) : value;
-    claim(hostnames_, "duplicate-hostname", KFL::toLower(bare), "hostname", "the host name " + bare);
+    claim(hostnames_, "duplicate-hostname", KFL::toLower(bare), "hostname", "the host name ", bare);
   }
   if (!keys_.get("ve_private", value) || value.empty() || environment.file.veid < 0) return;
   KFAEnvConfig::veidSubstitute(environment.file.veid, value);
@@ -425,7 +445,7 @@ void KFANodeCheck::Judge::checkOthers() {
     const Environment& other = environments_[owner->second.environment];
     if (other.repairs == environment.file.veid || environment.repairs == other.file.veid) return;
   }
-  claim(privates_, "duplicate-private", value, "ve_private", "the private area " + value);
+  claim(privates_, "duplicate-private", value, "ve_private", "the private area ", value);
 }
 
 long long KFANodeCheck::Judge::resource(const char* key) const {
@@ -450,10 +470,9 @@ void KFANodeCheck::Judge::addResources() {
   add(guaranteed.cpu, static_cast<double>(resource("cpuguarantee")));
 }
 
-void KFANodeCheck::Judge::add(const KFAEnvironmentFile& file, const std::string& text) {
-  environments_.push_back({file, text, -1});
-  const std::size_t first = findings_.size();
+void KFANodeCheck::Judge::judge(const std::string& text) {
   if (isNoConfiguration(text)) {
+    static_cast<void>(keys_.read({}, {}));
     return report(Severity::Error, "no-configuration", 1, 1,
                   "this is no configuration; lines such as ONBOOT=\"yes\" are wanted",
                   std::string_view(text).substr(0, text.find('\n')));
@@ -461,12 +480,21 @@ void KFANodeCheck::Judge::add(const KFAEnvironmentFile& file, const std::string&
   checkLines(text);
   checkOddLines(text);
   // What stands before a malformed line is judged all the same.
-  static_cast<void>(keys_.read(text, file.path));
+  static_cast<void>(keys_.read(text, environments_.back().file.path));
   checkValues();
   checkOthers();
   addResources();
-  std::stable_sort(findings_.begin() + static_cast<std::ptrdiff_t>(first), findings_.end(),
-                   [](const auto& a, const auto& b) { return a.line < b.line; });
+}
+
+std::span<const KFANodeFinding> KFANodeCheck::Judge::add(const KFAEnvironmentFile& file,
+                                                         const std::string& text) {
+  environments_.push_back({file, text, -1});
+  const std::size_t first = findings_.size();
+  judge(environments_.back().text);
+  const std::span<KFANodeFinding> found(findings_.begin() + static_cast<std::ptrdiff_t>(first),
+                                        findings_.end());
+  std::stable_sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
+  return found;
 }
 
 void KFANodeCheck::Judge::checkSum(const char* rule, const char* what, long long sum, long long has,
@@ -498,8 +526,12 @@ KFANodeCheck::KFANodeCheck(const boost::shared_ptr<const KFAEnvConfigBashParser>
 
 KFANodeCheck::~KFANodeCheck() = default;
 
-void KFANodeCheck::add(const KFAEnvironmentFile& file, const std::string& text) {
-  judge_->add(file, text);
+std::span<const KFANodeFinding> KFANodeCheck::add(const KFAEnvironmentFile& file, const std::string& text) {
+  return judge_->add(file, text);
+}
+
+const KFAEnvironmentKeys& KFANodeCheck::getKeys() const {
+  return judge_->keys();
 }
 
 std::vector<KFANodeFinding> KFANodeCheck::finish() {

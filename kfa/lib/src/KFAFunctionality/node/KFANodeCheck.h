@@ -28,6 +28,7 @@
 namespace KFA {
 
 class KFAEnvConfigBashParser;
+class KFAEnvironmentKeys;
 
 struct KFANodeFinding {
   using Severity = KFAConfigFinding::Severity;
@@ -70,8 +71,12 @@ class KFANodeCheck {
   KFANodeCheck& operator=(const KFANodeCheck&) = delete;
   ~KFANodeCheck();
 
-  // Judges the text of one file, and keeps what it says for finish().
-  void add(const KFAEnvironmentFile& file, const std::string& text);
+  // Judges the text of one file, and keeps what it says for finish(): what is found in it and beside the files before it,
+  // by line. Valid until the next call.
+  std::span<const KFANodeFinding> add(const KFAEnvironmentFile& file, const std::string& text);
+  // What the file added last says: the keys that are judged, with those of KFAEnvironmentSummary and every resource
+  // parameter among them.
+  const KFAEnvironmentKeys& getKeys() const;
   // All findings, file by file in the order of adding and by line; then those about the node.
   std::vector<KFANodeFinding> finish();
 

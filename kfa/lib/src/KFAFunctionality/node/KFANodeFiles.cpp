@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
@@ -35,10 +36,24 @@ KFANodeResources KFANodeResources::ofMachine(const std::string& folder) {
 KFANodeFiles::~KFANodeFiles() = default;
 
 void KFANodeFiles::expect(const std::vector<std::string>&) {}
+void KFANodeFiles::tidy(const std::string&, const KFAReplaceOptions&) {}
 
 namespace {
 
 using State = KFANodeFile::State;
+using System = KFL::KFLSystem;
+
+// Whether a run that was killed can have left something beside a file. Behind a link, or a name so long that it is cut,
+// that is seen by whoever takes the file.
+bool mayHaveLeavings(const std::string& path) {
+  constexpr std::size_t kLongest = 200;
+  const std::size_t name = path.rfind('/') + 1;
+  const std::string hidden = path.substr(0, name) + '.' + path.substr(name);
+  struct stat status {};
+  const auto exists = [&status](const std::string& one) { return System::lstat(one.c_str(), &status) == 0; };
+  return (exists(path) && S_ISLNK(status.st_mode)) || path.size() - name > kLongest ||
+         exists(hidden + ".kfa-new") || exists(hidden + ".kfa-backup");
+}
 
 void runHere(std::size_t count, const KFANodeFiles::Work& work) {
   for (std::size_t i = 0; i < count; ++i)
@@ -75,7 +90,7 @@ void restoreOne(KFANodeFile& file, const KFAReplaceOptions& options) {
   };
   int result = 0;
   if (file.isNew) {
-    result = unlink(file.path.c_str());
+    result = System::unlink(file.path.c_str());
     if (result != 0)
       KFL::setErrorMessage("%s: cannot be removed: %s", file.path.c_str(),
                            std::generic_category().message(errno).c_str());
@@ -90,7 +105,7 @@ class LocalFiles : public KFANodeFiles {
  public:
   Kind look(const std::string& path) override {
     struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) return Kind::None;
+    if (System::lstat(path.c_str(), &status) != 0) return Kind::None;
     if (S_ISLNK(status.st_mode) && stat(path.c_str(), &status) != 0) return Kind::LostLink;
     return S_ISDIR(status.st_mode) ? Kind::Folder : Kind::File;
   }
@@ -110,6 +125,18 @@ class LocalFiles : public KFANodeFiles {
 
   int read(const std::string& path, std::string& text) override { return KFAConfigFile(path).read(text); }
   int replace(const std::vector<KFANodeFile*>& files, const Edit& edit, const ReplaceHow& how) override;
+
+  // A file that somebody else has at the moment is in good hands.
+  void tidy(const std::string& path, const KFAReplaceOptions& options) override {
+    if (!mayHaveLeavings(path)) return;
+    KFAReplaceOptions how = options;
+    how.lockTimeout = 0;
+    const auto keep = [](const std::string& before, std::string& after) {
+      after = before;
+      return 0;
+    };
+    static_cast<void>(KFAConfigFile(path).update(keep, how));
+  }
 
   int getResources(const std::string& folder, KFANodeResources& resources) override {
     resources = KFANodeResources::ofMachine(folder);

@@ -85,6 +85,9 @@ class KFANodeFiles {
   // All or none, unless how.keepGoing: 0, or -1 with the text of the first failure; the files say what became of each.
   virtual int replace(const std::vector<KFANodeFile*>& files, const Edit& edit, const ReplaceHow& how) = 0;
 
+  // Removes what a change that was killed has left beside a file, where that can be done without waiting.
+  virtual void tidy(const std::string& path, const KFAReplaceOptions& how);
+
   // What the machine with this folder has: 0, or -1 with an error text.
   virtual int getResources(const std::string& folder, KFANodeResources& resources) = 0;
 

@@ -272,11 +272,9 @@ KFAQoSAdvice Adviser::run() {
 
 }  // namespace
 
-int adviseQoS(KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given,
-              KFAQoSAdvice& advice) {
-  if (tune.init() != 0) return -1;
-  advice = Adviser(tune, parser, given).run();
-  return 0;
+KFAQoSAdvice adviseQoS(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser,
+                       const std::set<KFLQoS>& given) {
+  return Adviser(tune, parser, given).run();
 }
 
 }  // namespace KFA

@@ -4,7 +4,7 @@
 // Smallest means: few keys, and of these the least change of the values in proportion. For each value of a formula that
 // fails, the number nearest to it with which the formula holds is tried, and the search goes on from the most hopeful
 // outcome; it ends after a bounded number of steps. No change of the advice can be left out, nor would a smaller one of
-// its kind do. One object of KFAQVTune and its thread.
+// its kind do. Any thread.
 #ifndef KFAFUNCTIONALITY_NODE_KFAQOSADVICE_H
 #define KFAFUNCTIONALITY_NODE_KFAQOSADVICE_H
 
@@ -29,11 +29,10 @@ struct KFAQoSAdvice {
   std::vector<int> left;
 };
 
-// Advice for the values, which come from tuneParameters(); `given` are the parameters that have a value of their own (an
-// "avnumproc" that is made from "numproc" follows it, and is not changed). 0, or -1 with an error text when the tune
-// cannot be initialised.
-int adviseQoS(KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given,
-              KFAQoSAdvice& advice);
+// Advice for the values of a tune that has been initialised; `given` are the parameters that have a value of their own
+// (an "avnumproc" that is made from "numproc" follows it, and is not changed).
+KFAQoSAdvice adviseQoS(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser,
+                       const std::set<KFLQoS>& given);
 
 }  // namespace KFA
 

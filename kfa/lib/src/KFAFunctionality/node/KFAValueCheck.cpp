@@ -88,6 +88,13 @@ std::string normalMac(const std::string& text) {
   return digits.size() == 17 ? digits : std::string();
 }
 
+std::string normalAddress(const std::string& text) {
+  const KFL::KFLIPAddress address(text);
+  if (!address.isValid()) return {};
+  const auto v4 = address.getIPv4();
+  return v4 ? v4->toString() : address.getIPv6()->toString();
+}
+
 std::string findUnworkable(const KFAEnvironmentKeys& keys, const std::string& key, const std::string& value) {
   if (value.empty()) return {};
   if (key == "netif") return findInDevices(keys);

@@ -17,6 +17,8 @@ std::string findUnworkable(const KFAEnvironmentKeys& keys, const std::string& ke
 
 // A MAC address in lower case with colons; empty when the text is none.
 std::string normalMac(const std::string& text);
+// An address without its network part, in the one form of those that mean it; empty when the text is none.
+std::string normalAddress(const std::string& text);
 
 }  // namespace KFA
 

@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every system call of a cache's opening, growth, change, recovery and repair: it fails, once or from there on, or the
+// process dies right before or behind it. What was committed is there, what others hold stays, no lock and no descriptor
+// is left, and the same call then works.
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <vector>
+
+#include <KFLCommon/KFLLog.h>
+
+#include "../KFLCommon/KFLSystemFaults.h"
+#include "CacheTest.h"
+
+namespace {
+
+using namespace cachetest;
+using Point = KFLSystemFaults::Point;
+using Plan = KFLSystemFaults::Plan;
+namespace fs = std::filesystem;
+
+constexpr KFLCacheLimits kLimits{.growth = 1 << 16, .openings = 3, .maxSize = 1 << 20};
+
+// A use of a cache. The file has five items; what `prepare` does comes before the faults, with the cache open or not.
+struct Use {
+  const char* name;
+  std::function<void(const std::string& path, KFLCacheFile& cache)> prepare;
+  std::function<int(KFLCacheFile& cache)> run;
+  const char* missing = "";  // a call that this file system does not know
+};
+
+void startOpen(const std::string&, KFLCacheFile& cache) {
+  EXPECT_EQ(cache.initialize(true, true), 0) << getErrorMessage();
+}
+int open(KFLCacheFile& cache) {
+  return cache.initialize(true, true);
+}
+int putLarge(KFLCacheFile& cache) {
+  return put(cache, "large", std::string(100000, 'l'));
+}
+int holdAndRelease(KFLCacheFile& cache) {
+  KFLCacheSnapshot held;
+  return cache.hold(held);
+}
+void openAndDie(const std::string& path, KFLCacheFile& cache) {
+  startOpen(path, cache);
+  waitFor(startChild([&] {
+    KFLCacheFile::Storage storage;
+    Cache other = makeCache(path, kLimits);
+    KFLCacheSnapshot held;
+    if (other->initialize(true, true) != 0 || other->hold(held) != 0 || put(*other, "k3", "new") != 0 ||
+        other->lock(storage) != 0)
+      return 1;
+    return raise(SIGKILL);
+  }));
+}
+
+std::ostream& operator<<(std::ostream& out, const Use& use) {
+  return out << use.name;
+}
+
+const Use kUses[] = {
+    {"make", [](auto& path, auto&) { fs::remove(path); }, open},
+    {"open", [](auto&, auto&) {}, open},
+    {"open again", startOpen, open},
+    {"open behind a death",
+     [](auto& path, auto& cache) {
+       openAndDie(path, cache);
+       cache.reinit();
+     },
+     open},
+    {"put", startOpen, [](auto& cache) { return put(cache, "new", "text"); }},
+    {"replace", startOpen, [](auto& cache) { return put(cache, "k3", "other"); }},
+    {"remove", startOpen, [](auto& cache) { return removeKey(cache, "k4"); }},
+    {"grow", startOpen, putLarge},
+    {"grow without fallocate", startOpen, putLarge, "fallocate"},
+    {"meet a file that grew",
+     [](auto& path, auto& cache) {
+       startOpen(path, cache);
+       EXPECT_EQ(putLarge(*openCache(path, kLimits)), 0);
+     },
+     [](auto& cache) { return put(cache, "k3", "other"); }},
+    {"put behind a death", openAndDie, [](auto& cache) { return put(cache, "new", "text"); }},
+    {"meet another file",
+     [](auto& path, auto& cache) {
+       startOpen(path, cache);
+       const std::string bytes = readFile(path);
+       fs::remove(path);
+       writeFile(path, bytes);
+     },
+     [](auto& cache) { return put(cache, "new", "text"); }},
+    {"hold", startOpen, holdAndRelease},
+    {"hold what is newer",
+     [](auto& path, auto& cache) {
+       startOpen(path, cache);
+       EXPECT_EQ(holdAndRelease(cache), 0);
+       EXPECT_EQ(put(*openCache(path, kLimits), "k3", "other"), 0);
+     },
+     holdAndRelease},
+    {"repair", openAndDie,
+     [](auto& cache) {
+       bool alone = false;
+       return cache.repair(alone);
+     }},
+    {"sync", startOpen, [](auto& cache) { return cache.sync(); }},
+    {"protect and put", startOpen,
+     [](auto& cache) {
+       const int code = cache.setProtected(true);
+       return code == 0 ? put(cache, "new", "text") : code;
+     }},
+};
+
+// One file before a use, those who look on, and the cache that is used.
+class Place {
+ public:
+  explicit Place(const Use& use) : use_(use), path_(folder_ / "cache") {
+    Cache made = openCache(path_, kLimits);
+    KFLCacheChanges changes;
+    for (int i = 0; i < 5; ++i)
+      changes.put("k" + std::to_string(i), std::string(20, 'x'));
+    EXPECT_EQ(made->apply(changes), 0);
+    made.reset();
+    cache_ = makeCache(path_, kLimits);
+    cache_->setLockTimeout(std::chrono::milliseconds(30));
+    use.prepare(path_, *cache_);
+    if (!fs::exists(path_)) return;
+    onlooker_ = openCache(path_, kLimits);
+    EXPECT_EQ(onlooker_->hold(held_), 0) << getErrorMessage();
+    before_ = contentsOf(held_);
+  }
+
+  int run() const { return use_.run(*cache_); }
+  const std::string& path() const { return path_; }
+  const Contents& before() const { return before_; }
+  // What anybody who opens the file sees, and can change at once.
+  Contents look() const {
+    Cache other = openCache(path_, kLimits);
+    other->setLockTimeout(std::chrono::milliseconds(30));
+    Contents found = contentsOf(*other);
+    EXPECT_EQ(put(*other, "mark", "text"), 0) << getErrorMessage();
+    EXPECT_EQ(removeKey(*other, "mark"), 0) << getErrorMessage();
+    return found;
+  }
+  // What is held has not changed, and the file proves sound; nothing of it is lost once nobody holds it.
+  void expectSound() {
+    if (onlooker_) {
+      EXPECT_EQ(contentsOf(held_), before_);
+    }
+    EXPECT_EQ(faultOf(path_), "");
+    held_.release();
+    onlooker_.reset();
+    cache_.reset();
+    bool alone = false;
+    EXPECT_EQ(openCache(path_, kLimits)->repair(alone), 0);
+    EXPECT_TRUE(alone);
+    EXPECT_EQ(lostBytes(path_), 0U);
+  }
+
+ private:
+  const Use& use_;
+  const Folder folder_;
+  const std::string path_;
+  Cache onlooker_;
+  KFLCacheSnapshot held_;
+  Contents before_;
+  Cache cache_;
+};
+
+Plan onFileSystemOf(const Use& use, Plan plan = {}) {
+  return {[missing = std::string_view(use.missing), before = plan.before](const Point& point) {
+            const int error = before ? before(point) : 0;
+            return error == 0 && point.call == missing ? EOPNOTSUPP : error;
+          },
+          plan.after};
+}
+
+std::size_t countDescriptors() {
+  const fs::directory_iterator open("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(open), end(open)));
+}
+
+class CacheSystem : public testing::TestWithParam<Use> {
+ protected:
+  CacheSystem() {
+    setLogLevel(kLogFatal);
+    Place place(GetParam());
+    {
+      const KFLSystemFaults faults(onFileSystemOf(GetParam()));
+      EXPECT_EQ(place.run(), 0) << getErrorMessage();
+      calls_ = faults.count();
+    }
+    after_ = place.look();
+    place.expectSound();
+  }
+  ~CacheSystem() override { setLogLevel(kLogWarning); }
+
+  void failAt(std::size_t number, int error, bool isOnwards) const;
+
+  std::size_t calls_ = 0;
+  Contents after_;
+};
+
+void CacheSystem::failAt(std::size_t number, int error, bool isOnwards) const {
+  const std::size_t descriptors = countDescriptors();
+  {
+    Place place(GetParam());
+    int code = 0;
+    std::string call;
+    {
+      const KFLSystemFaults faults(onFileSystemOf(GetParam(), {[&](const Point& point) {
+                                                    const bool isHit = point.number == number ||
+                                                                       (isOnwards && point.number > number);
+                                                    return isHit ? error : 0;
+                                                  }}));
+      setErrorMessage("%s", "");
+      code = place.run();
+      call = faults.failed();
+    }
+    SCOPED_TRACE(call + ": " + std::to_string(code) + " " + getErrorMessage());
+    EXPECT_TRUE(code == 0 || getErrorMessage().find(place.path()) != std::string::npos);
+    EXPECT_TRUE(code == 0 || error != EINTR);
+    EXPECT_EQ(place.look(), code == 0 ? after_ : place.before());
+    EXPECT_EQ(place.run(), 0) << getErrorMessage();
+    EXPECT_EQ(place.look(), after_);
+    place.expectSound();
+  }
+  EXPECT_EQ(countDescriptors(), descriptors);
+}
+
+TEST_P(CacheSystem, EachCallFails) {
+  std::size_t points = 0;
+  for (const int error : {EIO, ENOSPC, EINTR, EAGAIN, EMFILE, ENOMEM, EDQUOT})
+    for (const bool isOnwards : {false, true}) {
+      // A call that is cut short for ever is made for ever.
+      if (error == EINTR && isOnwards) continue;
+      for (std::size_t number = 0; number < calls_; ++number, ++points) {
+        SCOPED_TRACE(std::to_string(number) + (isOnwards ? " and on: " : ": ") + std::strerror(error));
+        failAt(number, error, isOnwards);
+        if (HasFailure()) return;
+      }
+    }
+  std::cout << GetParam().name << ": " << points << " failed calls\n";
+}
+
+// The child opens the file anew, so it is told apart how many calls it makes.
+TEST_P(CacheSystem, TheProcessDiesAtEachCall) {
+  std::size_t deaths = 0;
+  for (bool isOver = false; !isOver; ++deaths)
+    for (const bool isBehind : {false, true}) {
+      SCOPED_TRACE(std::to_string(deaths) + (isBehind ? " behind" : " before"));
+      Place place(GetParam());
+      const auto die = [&](const Point& point) { return point.number == deaths ? raise(SIGKILL) : 0; };
+      const pid_t child = startChild([&] {
+        const KFLSystemFaults faults(onFileSystemOf(
+            GetParam(), isBehind ? Plan{{}, [&](const Point& point) { die(point); }} : Plan{die}));
+        return place.run() == 0 ? 0 : 1;
+      });
+      const int end = waitFor(child);
+      EXPECT_TRUE(end == 0 || end == -SIGKILL) << end;
+      isOver = end == 0;
+      const Contents found = place.look();
+      EXPECT_TRUE(found == after_ || found == place.before());
+      EXPECT_EQ(place.run(), 0) << getErrorMessage();
+      EXPECT_EQ(place.look(), after_);
+      place.expectSound();
+      if (HasFailure()) return;
+    }
+  std::cout << GetParam().name << ": " << 2 * deaths << " deaths\n";
+}
+
+std::string nameOf(const testing::TestParamInfo<Use>& use) {
+  std::string name = use.param.name;
+  std::erase(name, ' ');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Uses, CacheSystem, testing::ValuesIn(kUses), nameOf);
+
+}  // namespace

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/node/KFAEnvironmentText.h>
+
+#include <sstream>
+#include <utility>
+
+#include <KFLBash/KFLBashStr.h>
+#include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/files/KFAMemoryStream.h>
+#include <KFAFunctionality/node/KFAConfigLines.h>
+
+namespace KFA {
+
+namespace {
+
+bool isCompletion(const KFANetVEth& device) {
+  return device.getName() == "venet0" && device.getHostRouted();
+}
+
+// Whether two records have the same network devices; they have nothing else afterwards.
+bool hasSameDevices(const KFAEnvConfig& left, const KFAEnvConfig& right) {
+  const auto devicesOf = [](const KFAEnvConfig& config) {
+    KFAEnvConfig::NetVEths devices;
+    config.getNetVEths(devices);
+    KFAEnvConfig alone;
+    alone.setNetVEths(devices);
+    return alone;
+  };
+  return devicesOf(left).getIterator().isEqualTree(devicesOf(right).getIterator());
+}
+
+// What follows a line that is left open may not be a key.
+int refuseOpenLines(const std::string& name, std::string_view text) {
+  for (ConfigLines lines(text); lines.next();) {
+    const KFL::KFLBashLine& judged = lines.line().judged();
+    if (judged.kind != KFL::KFLBashLine::Kind::Malformed && !judged.continues) continue;
+    const std::string fault = judged.describe();
+    setErrorMessage("%s:%zu: %s; mend the line, or force the writing", name.c_str(), lines.number(),
+                    fault.empty() ? "the next line belongs to it" : fault.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int readEnvironment(const KFAEnvConfigBashParser& parser, std::string_view text, const std::string& name,
+                    KFAEnvConfig& config) {
+  KFAEnvConfig read;
+  read.initMsg();
+  if (readConfigText(text, name, [&](std::istream& in) { return parser.getConfig(in, read); }) != 0)
+    return -1;
+  int veid = 0;
+  if (getVeidOfPath(name, veid) == 0) read.setVeid(veid);
+  config = std::move(read);
+  return 0;
+}
+
+KFAEnvConfig withoutCompletion(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config) {
+  KFAEnvConfig::NetVEths devices;
+  config.getNetVEths(devices);
+  if (std::erase_if(devices.value(), isCompletion) == 0) return config;
+  devices.setSpecified(!devices.getValue().empty());
+  KFAEnvConfig shorter(config);
+  shorter.setNetVEths(devices);
+  KFAEnvConfig completed(shorter);
+  KFAMemoryStream nothing("");
+  const bool isSame = parser.getConfig(nothing, completed) == 0 && hasSameDevices(completed, config);
+  return isSame ? shorter : config;
+}
+
+int checkWritable(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
+                  const KFASetOptions& options, const std::string& name) {
+  KFAEnvConfig written(config);
+  KFAEnvConfigBashParser::updateIp(&written);
+  KFAEnvConfigBashParser::ParameterParserGet keys(written, parser);
+  std::string value;
+  std::string reason;
+  for (std::string key; keys.getNext(key, key) == kParameterDone;) {
+    if (keys.get(key, value) != kParameterDone || KFL::isBashSafe(value, &reason)) continue;
+    if (options.allowUnsafe && value.find('\n') == std::string::npos) continue;
+    setErrorMessage("%s: %s: %s; a text that a shell reads back as it stands is wanted", name.c_str(),
+                    KFL::toUpper(key).c_str(), reason.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int writeEnvironment(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
+                     const KFASetOptions& options, const std::string* existing, const std::string& name,
+                     std::string& result) {
+  if (existing != nullptr && !options.force && refuseOpenLines(name, *existing) != 0) return -1;
+  std::ostringstream out;
+  KFAMemoryStream before(existing == nullptr ? std::string_view() : std::string_view(*existing));
+  const int written = existing == nullptr ? parser.putConfig(config, out, nullptr, false)
+                                          : parser.putConfig(config, out, &before, true);
+  if (written != 0) return -1;
+  result = std::move(out).str();
+  return 0;
+}
+
+}  // namespace KFA
