@@ -3,6 +3,7 @@
 # Compares what the libraries export with what the last release exported, and says what a difference means for the soname:
 #   abi.sh               the symbols of build/release against packaging/abi/LIBRARY.symbols; status 1 when one is gone
 #   abi.sh --update      writes these files anew, which a release does
+#   abi.sh --undeclared  lists the exported symbols with a name that no installed header has; nobody should use them
 #   abi.sh --types REV   builds the revision and the work tree with debug information and compares their types, too
 set -euo pipefail
 
@@ -23,6 +24,10 @@ symbolsOf() {
 
 compareSymbols() {
   local library name gone more status=0
+  [ -d "$stored" ] || {
+    echo "abi.sh: packaging/abi has no symbols of a release; --update writes them" >&2
+    return 2
+  }
   while read -r library; do
     name=$(basename "$library" .so)
     gone=$(LC_ALL=C comm -23 "$stored/$name.symbols" <(symbolsOf "$library") | c++filt)
@@ -45,6 +50,22 @@ updateSymbols() {
   while read -r library; do
     symbolsOf "$library" >"$stored/$(basename "$library" .so).symbols"
   done < <(libraries "$kfaTop/build/release")
+}
+
+# listUndeclared BUILD: "LIBRARY: SYMBOL" for each, by the names that its demangled form is made of.
+listUndeclared() {
+  local library words
+  words=$(mktemp -d)
+  # shellcheck disable=SC2064 # the folder's name now
+  trap "rm -rf '$words'" RETURN
+  cmake --install "$1" --component development --prefix "$words/installed" >/dev/null
+  find "$words/installed" -name '*.h' -exec grep -ohE '[A-Za-z_][A-Za-z_0-9]*' {} + | sort -u >"$words/declared"
+  while read -r library; do
+    nm -DC --defined-only "$library" | cut -c20- | grep -v 'operator\|^KFA_[0-9]*$' | while read -r symbol; do
+      sed -E ':inner; s/<[^<>]*>//; t inner; s/\(.*//; s/\[abi:[a-z0-9]*\]//g; s/@.*//; s/.* //; s/~//; s/::/\n/g' <<<"$symbol" |
+        grep -qvxFf "$words/declared" && echo "$(basename "$library" .so): $symbol"
+    done
+  done < <(libraries "$1") || true
 }
 
 # buildWithTypes SOURCE FOLDER
@@ -77,17 +98,21 @@ compareTypes() {
 }
 
 case "${1:-}" in
-  "" | --update)
+  "" | --update | --undeclared)
     setUp build
     buildPreset release
-    if [ $# = 0 ]; then compareSymbols; else updateSymbols; fi
+    case "${1:-}" in
+      "") compareSymbols ;;
+      --update) updateSymbols ;;
+      *) listUndeclared "$kfaTop/build/release" ;;
+    esac
     ;;
   --types)
     setUp build abi
     compareTypes "${2:?"abi.sh: --types takes a revision"}"
     ;;
   *)
-    sed -n '3,7{s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}" >&2
+    sed -n '3,8{s/^# \{0,1\}//p}' "${BASH_SOURCE[0]}" >&2
     exit 2
     ;;
 esac

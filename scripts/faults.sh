@@ -4,8 +4,9 @@
 #   save [COUNT]  each system call of a save fails, ends the process, or is met by a fork, another program, a full disk;
 #                 the same with a tracer around kfactl; COUNT (20000) of 64 writers are killed
 #   cache [COUNT [SEED]]
-#                 COUNT (100000) processes that use a cache file are killed, at any store and call, and so many seeds damage a
-#                 file that is open, these under the address and undefined behaviour sanitizers; SEED (1) is the first
+#                 each system call of a cache's use fails or ends the process; COUNT (100000) processes that use a cache
+#                 file are killed, at any store and call, and so many seeds damage a file that is open, these under the
+#                 address and undefined behaviour sanitizers; SEED (1) is the first
 # Without a SECTION: all. The status is 1 when anything was lost.
 set -euo pipefail
 
@@ -17,14 +18,14 @@ source "$here/build.sh"
 
 sections=(save cache)
 
-# runTests FILTER: the counts that the tests print, and what failed.
+# runTests PROGRAM FILTER: the counts that the tests print, and what failed.
 runTests() {
   local log="$kfaTop/build/faults.log"
-  "$kfaTop/build/test/bin/KFAFunctionalityTest" --gtest_filter="$1" >"$log" 2>&1 || {
+  "$kfaTop/build/test/bin/$1" --gtest_filter="$2" >"$log" 2>&1 || {
     grep -v -E '^\[ (RUN|      OK)' "$log" | tail -n 60
     return 1
   }
-  grep -E '^([a-z]+: )?[0-9]+ [a-z]' "$log"
+  grep -E '^([a-z ]+: )?[0-9]+ [a-z]' "$log"
   sed -n 's/^\[  SKIPPED \] \(.*\) (.*/skipped: \1/p' "$log" | sort -u
 }
 
@@ -88,9 +89,9 @@ faultsOfSave() {
   local count=${1:-20000} status=0
   folder=$(mktemp -d)
   trap 'rm -rf "$folder"' EXIT
-  runTests '*SaveFaults*:SaveAmongOthers*:FolderFaults*' || status=1
+  runTests KFAFunctionalityTest '*SaveFaults*:SaveAmongOthers*:FolderFaults*' || status=1
   traceSaves || status=1
-  KFA_FAULTS_COUNT=$count runTests 'SaveKills*' || status=1
+  KFA_FAULTS_COUNT=$count runTests KFAFunctionalityTest 'SaveKills*' || status=1
   return "$status"
 }
 
@@ -125,10 +126,11 @@ sumOfJobs() {
 
 faultsOfCache() {
   local count=${1:-100000} seed=${2:-1} jobs logs status=0
-  buildPreset test KFLCacheLivesTest
+  buildPreset test KFLCacheLivesTest KFLCoreTest
   buildPreset asan KFLCacheLivesTest
   logs=$(mktemp -d)
   jobs=$(nproc)
+  runTests KFLCoreTest '*CacheSystem*' || status=1
   runCache test kills '*NothingIsLost*' || status=1
   runCache asan damages '*DamageWhileOpen*' || status=1
   jobs=1

@@ -89,7 +89,12 @@ Redirection readRedirection(const KFLBashCursor& at) {
   const char third = at.peek(2);
   if (first == '&') return {third == '>' ? 3U : 2U};
   if (first == '<' && second == '<') return {third == '<' || third == '-' ? 3U : 2U, third != '<'};
-  if (second == '&') return {third == '-' ? 3U : 2U, false, true, third == '-'};
+  if (second == '&') {
+    KFLBashCursor minus = at.ahead(2);
+    minus.skipBlanks();
+    const bool isWhole = minus.peek() == '-';
+    return {isWhole ? minus.position() + 1 - at.position() : 2U, false, true, isWhole};
+  }
   return {isOneOf(second, first == '<' ? ">" : ">|") ? 2U : 1U};
 }
 
@@ -125,8 +130,7 @@ void KFLBashScanner::inArray() {
     gap(KFLBashPiece::Kind::Mark);
     at_.advance();
     pop();
-    // A=(1)x is no array.
-    if (isFirstValue() && frames_.size() == 2 && isBashMeta(at_.peek())) array_ = true;
+    if (isFirstValue() && frames_.size() == 2) hasParentheses_ = true;
   } else if (isBlank(c) || c == '\n') {
     at_.advance();
   } else if (isBashMeta(c) && !isProcessSubstitution()) {
@@ -140,7 +144,11 @@ void KFLBashScanner::inArray() {
 void KFLBashScanner::wordEnded() {
   const Word word{at_.since(top().opened), top().opened};
   endText(at_.position());
-  if (isFirstValue() && frames_.size() == 2) hasValue_ = true;
+  if (isFirstValue() && frames_.size() == 2) {
+    hasValue_ = true;
+    // A=(1)x is no array, but A=(1)$(x) is one: only the last character decides.
+    array_ = array_ || (hasParentheses_ && word.text.back() == ')');
+  }
   frames_.pop_back();
   if (top().context == Context::Array || redirectionWord(word)) return;
   if (top().context == Context::Conditional) return conditionalWord(word);

@@ -154,7 +154,9 @@ bool KFLBashScanner::prefixWord(const Reserved& reserved, const Word& word) {
   using Role = Reserved::Role;
   Frame& frame = top();
   const bool bare = frame.expect == Expect::Piped || frame.expect == Expect::Coprocess;
-  if (bare && word.text == "time") return false;
+  const bool isFirst = frame.expect == Expect::Optional && !frame.hasCommands;
+  // Bash does not know it as such directly behind the parenthesis of a substitution either.
+  if (word.text == "time" && (bare || (isFirst && frame.context == Context::Command))) return false;
   if (frame.expect == Expect::Compound || (bare && reserved.role == Role::Prefix) ||
       (frame.expect == Expect::Coprocess && reserved.role != Role::Prefix)) {
     refuse(word);

@@ -107,10 +107,7 @@ void KFLBashScanner::backquote() {
 void KFLBashScanner::dollar(bool quotes) {
   switch (at_.peek(1)) {
     case '(':
-      if (at_.peek(2) != '(') return push(Context::Command, 2);
-      push(Context::Arithmetic, 3);
-      top().depth = 1;
-      return;
+      return substitution();
     case '{':
       if (!badSubstitution_ && isOwnText() && !isParameter(at_.ahead(2))) badSubstitution_ = at_.position();
       return push(Context::Parameter, 2);
@@ -129,6 +126,13 @@ void KFLBashScanner::dollar(bool quotes) {
   }
 }
 
+// $( <( or >(: two parentheses begin a sum, or what bash looks at as little as at one.
+void KFLBashScanner::substitution() {
+  if (at_.peek(2) != '(') return push(Context::Command, 2);
+  push(Context::Arithmetic, 3);
+  top().depth = 1;
+}
+
 void KFLBashScanner::ansiQuote() {
   const std::size_t opened = at_.position();
   mark(2);
@@ -140,6 +144,7 @@ void KFLBashScanner::ansiQuote() {
 }
 
 void KFLBashScanner::inArithmetic(char open, char close) {
+  const bool isOfFor = top().context == Context::ArithmeticCommand && below().context == Context::For;
   for (;;) {
     const char c = at_.peek();
     if (c == '\0') return finish();
@@ -155,6 +160,10 @@ void KFLBashScanner::inArithmetic(char open, char close) {
     } else if (c == ';') {
       ++top().words;
       at_.advance();
+    } else if (c == '$' && isOneOf(at_.peek(1), "{[") && !isOfFor) {
+      // Here bash looks only for the end of the sum, and in a for for its parts: braces and brackets need no partner.
+      top().hasBraces = true;
+      at_.advance();
     } else if (quoteOrExpansion(true)) {
       return;
     } else {
@@ -163,8 +172,8 @@ void KFLBashScanner::inArithmetic(char open, char close) {
   }
 }
 
-// What began as (( and does not end with )) was a subshell: as a command it goes on as one; in a substitution bash looks
-// no further than for the parenthesis that closes it.
+// What began as (( and does not end with )) was a subshell: as a command it goes on as one, or is read as one from its
+// beginning; in a substitution bash looks no further than for the parenthesis that closes it.
 void KFLBashScanner::closeArithmetic() {
   Frame& frame = top();
   const bool isCommand = frame.context == Context::ArithmeticCommand;
@@ -177,10 +186,17 @@ void KFLBashScanner::closeArithmetic() {
   }
   if (!isCommand) return;
   frame.context = Context::Subshell;
-  frame.expect = Expect::AfterCompound;
-  frame.hasCommands = true;
   if (!frame.apart) ++apart_;
   frame.apart = true;
+  frame.expect = Expect::AfterCompound;
+  frame.hasCommands = true;
+  // Commands look at braces, which the sum did not. Nobody nests sums this deep; the limit keeps the walk linear.
+  constexpr unsigned int kMostAnew = 16;
+  if (!frame.hasBraces || readAnew_ >= kMostAnew) return;
+  ++readAnew_;
+  frame.expect = Expect::Optional;
+  frame.hasCommands = false;
+  at_ = at_.at(frame.opened + 1);
 }
 
 }  // namespace KFL

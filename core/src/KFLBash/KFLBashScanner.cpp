@@ -44,9 +44,10 @@ void KFLBashScanner::step() {
 
 void KFLBashScanner::push(Context context, std::size_t length) {
   Frame frame{.context = context, .opened = at_.position()};
-  frame.apart = context == Context::Command || context == Context::Subshell ||
-                (!frames_.empty() && (top().expect == Expect::Compound || top().expect == Expect::Coprocess ||
-                                      top().mayTakeBody));
+  frame.apart =
+      context == Context::Command || context == Context::Subshell ||
+      (!frames_.empty() && context != Context::Word &&
+       (top().expect == Expect::Compound || top().expect == Expect::Coprocess || top().mayTakeBody));
   if (frame.apart) ++apart_;
   frame.beforePipeline = frame.beforeList = further_.size();
   frames_.push_back(frame);

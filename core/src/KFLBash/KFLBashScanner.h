@@ -121,6 +121,7 @@ class KFLBashScanner {
     bool apart = false;      // what it assigns stays in it: a subshell, a function's body
     bool coprocess = false;  // of a simple command: the like
     bool piped = false;      // behind a |
+    bool hasBraces = false;  // of a sum: ${ or $[ stands in it
     unsigned int words = 0;
     unsigned int assignments = 0;
     std::size_t depth = 0;  // of parentheses or brackets
@@ -173,6 +174,7 @@ class KFLBashScanner {
   // Expansions.
   void backquote();
   void dollar(bool quotes);
+  void substitution();
   void ansiQuote();
   void inArithmetic(char open, char close);
   void closeArithmetic();
@@ -237,6 +239,8 @@ class KFLBashScanner {
       further_;  // where the assignments of further commands stand, by what the shell keeps
   bool otherAssigner_ = false;
   bool array_ = false;
+  bool hasParentheses_ = false;  // the value begins with words in parentheses
+  unsigned int readAnew_ = 0;    // how many (( were
   bool hereDocument_ = false;
   std::optional<std::size_t> badSubstitution_;
   bool hasValue_ = false;

@@ -10,7 +10,7 @@ using Kind = KFLBashPiece::Kind;
 void KFLBashScanner::inWord() {
   for (;;) {
     const char c = at_.peek();
-    if (isProcessSubstitution()) return push(Context::Command, 2);
+    if (isProcessSubstitution()) return substitution();
     if (isPattern()) {
       if (c == '(') return push(Context::Pattern, 1);
     } else if (isBashMeta(c)) {
@@ -78,7 +78,7 @@ void KFLBashScanner::inQuoted(char close) {
       pop();
       return isSubscript ? subscriptEnded() : void();
     } else if (substitutes && isProcessSubstitution()) {
-      return push(Context::Command, 2);
+      return substitution();
     } else if (quoteOrExpansion(quotes)) {
       return;
     } else {

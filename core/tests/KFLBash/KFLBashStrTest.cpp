@@ -85,7 +85,11 @@ const char* const kPlain[] = {
     // What may stand before a redirection, and what stands in braces.
     "A=1^ 2>&1>f", "A=1^ {a[0]}>f", "A=1^ {a[b[\"]\"]]}>f", "A=1^ >&2x>f", "A=${a:-<(x)}", "A=${a:-\"<(x\"}",
     "A=(1)x", "A=${#@k}", "A=${?@Q}${#+a}${_@Q}", "A=1^; time -p while x; do y; done",
-    "A=1^; time -p -- { x; }", "A=1^ 2>&- >&-"};
+    "A=1^; time -p -- { x; }", "A=1^ 2>&- >&-",
+    // A sum ends where its parentheses do, whatever braces stand in it; a command that begins like one looks at braces. time
+    // is a plain word directly behind the parenthesis of a substitution.
+    "A=$((${x))", "A=$[${x]", "A=<((x);y)", "A=$(()[[ ${!x)", "A=1^; ((${x))", "A=1^; (((${x});y);z)",
+    "A=$(time)", "A=<(time () { x; })", "A=$(x; time { x;})"};
 
 // Lines and their values, where quotes are taken away.
 constexpr const char* kGives = " => ";
@@ -105,7 +109,7 @@ const char* const kQuoted[] = {
     // Quotes within expansions.
     "A=\"$(echo \")\")\"^ # c => $(echo \")\")", "A=\"a$(echo \"b c\")d\"'e' => a$(echo \"b c\")de",
     "A=\"`echo \\\"x\\\"`\" => `echo \\\"x\\\"`", "A=\"${x:-\"a}b\"}c\" => ${x:-\"a}b\"}c",
-    "A=\"${x#'}'}$[x[1]]\" => ${x#'}'}$[x[1]]",
+    "A=\"${x#'}'}$[x[1]]\" => ${x#'}'}$[x[1]]", "A=\"$((${x))\" => $((${x))",
     // A dollar sign that another one has taken is none before a quote; what a backslash takes in $'' ends nothing.
     "A=$$'\\' => $$\\", "A=$$'a\\tb' => $$a\\tb", "A=$$\"x\" => $$x", "A=$$$'\\t' => $$\t",
     "A=$'\\c\\'' => \034'", "A=$'\\c' => \\c", "A=$'\\x' => \\x", "A=$'\\x{' => ", "A=$'\\u' => \\u",
@@ -126,7 +130,7 @@ const Group kNothing[] = {
       "export",     "export A", "export A[0", "\r"}},
     {"a command, for which alone",
      {"A=1 ^cmd", "A= ^1", "A=1 ^2147483648>f", "A=1 ^{a[]}>f", "A=1 ^{a[0]b}>f", "A=1 ^{1}>f", "A=1 >&-^b",
-      "A=1 ^cmd \"x\"", "A=1#no ^comment", "A=\"x\" ^\r"}},
+      "A=1 <& -^b", "A=1 ^cmd \"x\"", "A=1#no ^comment", "A=\"x\" ^\r"}},
     {"the assignment would be made in the background",
      {"A=1 ^&", "A=1^&", "A=1 && x ^&", "A=1 ^& B=2", "A=a^&b", "export A=1 ^&"}},
     {"the assignment would be made within a pipeline",
@@ -137,13 +141,14 @@ const Group kNothing[] = {
      {"^FUNCNAME=x", "^_=x", "export ^PIPESTATUS=7", "^BASH_SUBSHELL=x"}},
     {"another assignment on the same line",
      {"A=1 ^B=2", "A=1 ^B+=2", "A=1; ^B=2", "A=1 && ^B=2", "A=1; { ^B=2; }", "A=1; declare ^B=2",
-      "A=1; let ^x=(1)", "A=1; B=2 & ^C=3", "A=1; x | B=2; ^C=3", "A=1; ^B=2; C=3 &", "A=1; ^B=2 && x | y",
-      "A=1; { x | B=2; ^C=3; }", "A=1; { B=2; } & ^C=3 || x", "export A=1 ^B=2", "export A=1 ^\"B=2\"",
-      "export A=1 ^$'B=2'", "export A=1 ^B\"=\"2"}},
+      "A=1; let ^x=(1)", "A=1; coproc x; ^B=2", "A=1; f() { x; }; ^B=2", "A=1; B=2 & ^C=3",
+      "A=1; x | B=2; ^C=3", "A=1; ^B=2; C=3 &", "A=1; ^B=2 && x | y", "A=1; { x | B=2; ^C=3; }",
+      "A=1; { B=2; } & ^C=3 || x", "export A=1 ^B=2", "export A=1 ^\"B=2\"", "export A=1 ^$'B=2'",
+      "export A=1 ^B\"=\"2"}},
     {"+= is not a plain assignment", {"^A+=x"}},
     {"an array, not a single value",
      {"^A[0]=1", "^A[0 ]=\"x\"", "^A=(1 2)", "^A=(\"x)\" 'y' $(z)) # c", "^A=()", "^A=([)]=1)",
-      "export ^A=(1)"}},
+      "export ^A=(1)", "^A=()$(x)", "^A=(1)x\\)"}},
     {"assigned by a command", {"^declare A=1", "^export -n A=1", "^readonly A=1", "^let A=1"}},
 };
 
@@ -181,7 +186,8 @@ const Group kMalformed[] = {
       "A=1; for ((;;;)^)^; do x; done",
       // Coprocesses, redirections and pipes.
       "A=1; coproc x ^fi^", "A=1; coproc ^!^ x", "A=1; coproc N ^function^ f { x; }", "A=x >o H=^(^7)",
-      "A=?,|&^!^"}},
+      "A=?,|&^!^", "A=$(time { x;^}^)", "A=<(time ^(^x))", "A=$((${x)})^)^",
+      "A=1; for ((${x;y};)^)^ do z; done"}},
     {"unexpected end of the line", {"A=1 >^"}},
     {"no such expansion",
      {"A=^${x y}",    "A=\"^${}\"", "A=^${1x}", "A=^${x.y}",  "A=^${x[}",    "A=^${x[0]y}",

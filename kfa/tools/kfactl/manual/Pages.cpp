@@ -26,7 +26,8 @@ void addOptions(Roff& page, const CLI::App& app) {
       names.replace(at, 1, ", ");
     const std::string argument = option->get_type_name();
     const bool isFlag = option->get_type_size_max() == 0;
-    page.item(names + (isFlag || argument.empty() ? "" : " " + argument), option->get_description() + ".");
+    if (!isFlag && !argument.empty()) names.append(" ").append(argument);
+    page.item(names, option->get_description() + ".");
   }
 }
 

@@ -56,7 +56,7 @@ void refuseForeign(const std::string& name, const fs::path& path) {
 // The path without links, once the file and each folder above it are nobody else's.
 fs::path trustedPath(const std::string& name) {
   std::error_code trouble;
-  const fs::path path = fs::canonical(name, trouble);
+  fs::path path = fs::canonical(name, trouble);
   if (trouble) throw Trouble(name + ": " + trouble.message() + "; the file of a shared library is wanted");
   if (!S_ISREG(statusOf(name, path).st_mode))
     throw Trouble(name + ": is no file; a shared library is wanted");
