@@ -24,7 +24,7 @@ buildPreset fuzz
 declare -A seedsOf
 while read -r name seeds; do
   seedsOf[$name]=$seeds
-done < <(sed -n 's/^kf_fuzz(\([A-Za-z]\+\) [^ ]\+ "\?\([^ ")]\+\).*/\1 \2/p' "$kfaTop/fuzz/CMakeLists.txt")
+done < <(sed -n 's/^ *kf_fuzz(\([A-Za-z]\+\) [^ ]\+ "\?\([^ ")]\+\).*/\1 \2/p' "$kfaTop/fuzz/CMakeLists.txt")
 
 folder="$kfaTop/build/fuzz"
 mkdir -p "$folder/findings"

@@ -9,13 +9,14 @@ packagesFor() {
   build+=" libgrpc++-dev libprotobuf-dev protobuf-compiler protobuf-compiler-grpc libssl-dev libsystemd-dev pkg-config"
   build+=" pybind11-dev python3-dev"
   local test="$build libgtest-dev libgmock-dev libxml2-utils acl attr locales bash-builtins openssl git bsdutils"
+  test+=" python3-grpcio python3-protobuf"
   test+=" man-db groff-base mandoc python3-pytest mypy ansible-core"
   test+=" chromium-headless-shell jq"
   local peers="libbenchmark-dev libpugixml-dev libxml2-dev libglib2.0-dev libaugeas-dev libmuparser-dev liblmdb-dev"
   case "$1" in
     build) echo "$build" ;;
     test) echo "$test" ;;
-    bench) echo "$build $peers jq" ;;
+    bench) echo "$build $peers jq libgtest-dev openssl" ;;
     fuzz) echo "$build bash-builtins clang-14 libclang-rt-14-dev llvm-14" ;;
     faults) echo "$test strace" ;;
     lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;

@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <boost/smart_ptr/make_shared.hpp>
@@ -54,6 +54,7 @@ class Environments : public KFAEnvM {
   explicit Environments(const NodeFilesSP& files) : files_(files) {}
 
   int list(std::vector<EnvSP>& envs) override;
+  int each(const Take& take) override;
   int get(const KFLEID& eid, EnvSP& env) override;
   int create(const KFAEnvConfig& config, KFLEID& eid) override;
   int clone(const KFLEID& source, const KFAMigratorCloneOptions& options, KFLEID& eid) override;
@@ -75,23 +76,29 @@ class Environments : public KFAEnvM {
   const NodeFilesSP files_;
 };
 
-boost::shared_ptr<KFAEnv> makeEnv(const KFLEID& eid, const KFAEnvConfig& config) {
-  return boost::make_shared<KFAEnv>(eid, boost::make_shared<KFAEnvConfig>(config));
+boost::shared_ptr<KFAEnv> makeEnv(const KFLEID& eid, KFAEnvConfig&& config) {
+  return boost::make_shared<KFAEnv>(eid, boost::make_shared<KFAEnvConfig>(std::move(config)));
 }
 
 int Environments::list(std::vector<EnvSP>& envs) {
-  std::map<int, NodeFiles::Entry> entries;
-  if (const int code = files_->list(entries); code != KFAManagerDone) return code;
-  envs.clear();
-  for (const auto& [veid, entry] : entries)
-    envs.push_back(makeEnv(entry.eid, entry.config));
-  return KFAManagerDone;
+  std::vector<EnvSP> found;
+  const int code = each([&found](const EnvSP& env) {
+    found.push_back(env);
+    return 0;
+  });
+  if (code == KFAManagerDone) envs.swap(found);
+  return code;
+}
+
+int Environments::each(const Take& take) {
+  return files_->each(
+      [&take](int, NodeFiles::Entry& entry) { return take(makeEnv(entry.eid, std::move(entry.config))); });
 }
 
 int Environments::get(const KFLEID& eid, EnvSP& env) {
   KFAEnvConfig config;
   const int code = getConfig(eid, config);
-  if (code == KFAManagerDone) env = makeEnv(eid, config);
+  if (code == KFAManagerDone) env = makeEnv(eid, std::move(config));
   return code;
 }
 

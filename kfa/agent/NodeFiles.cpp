@@ -102,7 +102,7 @@ int NodeFiles::read(int veid, KFAEnvConfig& config) const {
   return KFA::KFAConfigFolder(paths_.environments, parser_).read(veid, config);
 }
 
-int NodeFiles::list(std::map<int, Entry>& environments) const {
+int NodeFiles::each(const std::function<int(int veid, Entry& entry)>& visit) const {
   KFA::KFAConfigFolder folder(paths_.environments, parser_);
   std::vector<int> veids;
   if (folder.list(veids) != 0) return KFA::KFAManagerFailed;
@@ -115,7 +115,7 @@ int NodeFiles::list(std::map<int, Entry>& environments) const {
     }
     entry.eid = ownId(entry.config);
     if (!entry.eid.isValid() || !taken.insert(entry.eid).second) entry.eid = madeId(veid);
-    environments.emplace(veid, std::move(entry));
+    if (visit(veid, entry) != 0) break;
   }
   return KFA::KFAManagerDone;
 }
@@ -131,22 +131,23 @@ int NodeFiles::find(const KFLEID& eid, int& veid, KFAEnvConfig& config) {
       return KFA::KFAManagerDone;
     }
   }
-  std::map<int, Entry> environments;
-  if (const int code = list(environments); code != KFA::KFAManagerDone) return code;
-  veids_.clear();
-  for (const auto& [number, entry] : environments)
-    veids_.emplace(entry.eid, number);
+  std::map<KFLEID, int> now, made;
+  const int code = each([&](int number, Entry& entry) {
+    now.emplace(entry.eid, number);
+    made.emplace(madeId(number), number);
+    return 0;
+  });
+  if (code != KFA::KFAManagerDone) return code;
   // One that had to do without its UUID while another had it is still found under the id that was made for it.
-  for (const auto& [number, entry] : environments)
-    veids_.emplace(madeId(number), number);
+  now.merge(made);
+  veids_.swap(now);
   const auto found = veids_.find(eid);
   if (found == veids_.end()) {
     setErrorMessage("there is no environment with the id %s on this node", eid.toString().c_str());
     return KFA::KFAManagerNotFound;
   }
   veid = found->second;
-  config = environments[veid].config;
-  return KFA::KFAManagerDone;
+  return read(veid, config) == 0 ? KFA::KFAManagerDone : KFA::KFAManagerFailed;
 }
 
 int NodeFiles::parse(const std::string& text, const std::string& name, KFAEnvConfig& config) const {

@@ -6,6 +6,7 @@
 #ifndef KFAD_NODEFILES_H
 #define KFAD_NODEFILES_H
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -51,8 +52,9 @@ class NodeFiles {
   const KFA::KFAConfigRules& rules() const { return rules_; }
   std::string pathOf(int veid) const;
 
-  // The environments by VEID. One whose file cannot be read is left out, and logged. A code of the managers.
-  int list(std::map<int, Entry>& environments) const;
+  // The environments by VEID, one by one; a visitor that gives anything but 0 ends the walk. One whose file cannot be
+  // read is left out, and logged. A code of the managers.
+  int each(const std::function<int(int veid, Entry& entry)>& visit) const;
   // The environment with this id: done, or not found, or failed where its file cannot be read.
   int find(const KFLEID& eid, int& veid, KFAEnvConfig& config) KFL_EXCLUDES(lock_);
 

@@ -23,6 +23,7 @@
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 #include <KFAFunctionality/updates/KFAUpdateList.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCore/KFLFolders.h>
 #include <KFLMessage/KFLMessage.h>
 
 namespace kfad {
@@ -117,26 +118,48 @@ class Samples : public KFASampleM {
 
 // --- Templates ---------------------------------------------------------------------------------------------
 
+// Calls `take` with each template of the cache: a code of the managers.
+template <class Take>
+int eachCached(Take take) {
+  const auto cache = KFATemplateCachePrototype::createInstance();
+  KFATemplateCachePrototype::Snapshot snapshot;
+  if (!cache || cache->hold(snapshot) != 0) return KFAManagerFailed;
+  for (std::uint32_t i = 0; i < snapshot.size(); ++i) {
+    KFATemplateObject object;
+    if (KFATemplateCachePrototype::read(snapshot, i, object) != 0) return KFAManagerFailed;
+    take(object);
+  }
+  return KFAManagerDone;
+}
+
+// The names of the cached templates, alone and with their versions; 1 when there is no cache.
+int listTemplateNames(std::vector<std::string>& names) {
+  if (access((KFL::getUploadsFolder() + "/template.cache").c_str(), F_OK) != 0) return 1;
+  std::set<std::string> found;
+  const int code = eachCached([&found](const KFATemplateObject& object) {
+    found.insert(object.getName());
+    const std::string& version = object.getVersion().getValue();
+    if (!version.empty()) found.insert(object.getName() + "/" + version);
+  });
+  names.assign(found.begin(), found.end());
+  return code == KFAManagerDone ? 0 : -1;
+}
+
 class Templates : public KFATEM {
  public:
   explicit Templates(const NodeFilesSP& files) : files_(files) {}
 
   // Those in the cache; one that several environments have is one.
   int list(std::vector<PackageSP>& templates) override {
-    const auto cache = KFATemplateCachePrototype::createInstance();
-    KFATemplateCachePrototype::Snapshot snapshot;
-    if (!cache || cache->hold(snapshot) != 0) return KFAManagerFailed;
     std::vector<PackageSP> found;
     std::set<std::string> seen;
-    for (std::uint32_t i = 0; i < snapshot.size(); ++i) {
-      KFATemplateObject object;
-      if (KFATemplateCachePrototype::read(snapshot, i, object) != 0) return KFAManagerFailed;
+    const int code = eachCached([&](KFATemplateObject& object) {
       object.setEnvironments({});
       if (seen.insert(object.getStringID()).second)
         found.push_back(boost::make_shared<KFAPackageKFTemplate>(object));
-    }
-    templates.swap(found);
-    return KFAManagerDone;
+    });
+    if (code == KFAManagerDone) templates.swap(found);
+    return code;
   }
   int get(const KFATemplate&, KFATemplateConfigInfo&) override { return notOffered("templates.get"); }
   int install(const KFATemplate&) override { return notOffered("templates.install"); }
@@ -278,6 +301,10 @@ boost::shared_ptr<KFANetworkM> makeNetwork(const NodeFilesSP& files) {
 }
 boost::shared_ptr<KFAUp2date> makeUpdates(const NodeFilesSP& files) {
   return boost::make_shared<Updates>(files);
+}
+
+boost::shared_ptr<KFAFilesM> makeFiles(const NodePaths& paths) {
+  return makeFolderFiles(paths.environments, &listTemplateNames);
 }
 
 void registerNodeManagers(KFALibFunctionality& managers, const NodeFilesSP& files) {

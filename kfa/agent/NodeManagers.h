@@ -7,6 +7,7 @@
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <KFAFunctionality/access/KFAEnvM.h>
+#include <KFAFunctionality/access/KFAFilesM.h>
 #include <KFAFunctionality/access/KFALibFunctionality.h>
 #include <KFAFunctionality/access/KFANetworkM.h>
 #include <KFAFunctionality/access/KFASampleM.h>
@@ -24,6 +25,9 @@ boost::shared_ptr<KFA::KFASampleM> makeSamples(const NodeFilesSP& files);
 boost::shared_ptr<KFA::KFATEM> makeTemplates(const NodeFilesSP& files);
 boost::shared_ptr<KFA::KFANetworkM> makeNetwork(const NodeFilesSP& files);
 boost::shared_ptr<KFA::KFAUp2date> makeUpdates(const NodeFilesSP& files);
+
+// The configuration files themselves, with the templates that the cache knows when there is one.
+boost::shared_ptr<KFA::KFAFilesM> makeFiles(const NodePaths& paths);
 
 // Registers them under the name of the technology, except those that something else was registered for before.
 void registerNodeManagers(KFA::KFALibFunctionality& managers, const NodeFilesSP& files);

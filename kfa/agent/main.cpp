@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -115,9 +114,9 @@ int fillManagers(Settings& settings, KFALibFunctionality& managers) {
   if (!parser) return -1;
   const auto files =
       boost::make_shared<kfad::NodeFiles>(settings.paths, settings.server.node, vocabulary, parser);
-  std::map<int, kfad::NodeFiles::Entry> environments;
-  if (files->list(environments) != KFAManagerDone) return -1;
+  if (files->each([](int, kfad::NodeFiles::Entry&) { return 0; }) != KFAManagerDone) return -1;
   kfad::registerNodeManagers(managers, files);
+  settings.server.files = kfad::makeFiles(settings.paths);
   settings.server.serves = [files](const KFLEID& eid) {
     int veid = 0;
     KFAEnvConfig config;

@@ -1,159 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program kfad, with certificates from scripts/certificates.sh and a socket as systemd hands it over: it answers as
 // the managers of its files do, and ends when it is told to.
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
 #include <regex>
 
-#include <KFARemote/KFARemoteConnection.h>
-
-#include "../../lib/tests/access/ManagerScript.h"
-#include "NodeFolder.h"
+#include "../../remote/tests/TestCertificates.h"
+#include "KfadTestBase.h"
 
 namespace {
 
-using namespace KFA;
-
-// A node of whose environments two have the ids of the script.
-struct ScriptFolder : NodeFolder {
-  ScriptFolder() {
-    for (const auto& [veid, eid] : {std::pair{20, kFirst}, std::pair{21, kSecond}})
-      std::ofstream(conf(veid)) << "UUID=\"" << eid.toString()
-                                << "\"\nHOSTNAME=\"a\"\nVE_ROOT=/\nNUMPROC=\"1:2\"\n"
-                                << "NETIF=\"ifname=eth0,mac=00:11:22:33:44:55,nettype=bridged,dhcp=no,\"\n"
-                                << "TEMPLATES=\"web/1 mail\"\n";
-  }
-};
-
-class KfadTest : public testing::Test {
- protected:
-  void SetUp() override {
-    if (std::system("openssl version >/dev/null 2>&1") != 0) GTEST_SKIP() << "openssl is not installed";
-    const std::string made =
-        std::string(KFA_SOURCE_DIR) + "/scripts/certificates.sh '" + folder / "pki" + "' 127.0.0.1 client";
-    ASSERT_EQ(std::system(made.c_str()), 0);
-    std::ofstream(folder / "access") << "client all\n";
-    listening = listenOn(address);
-    start();
-  }
-  void TearDown() override {
-    if (child > 0) end(SIGKILL);
-    if (listening >= 0) close(listening);
-  }
-
-  static int listenOn(std::string& address) {
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof at;
-    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    EXPECT_EQ(bind(made, reinterpret_cast<sockaddr*>(&at), size), 0);
-    EXPECT_EQ(listen(made, 64), 0);
-    EXPECT_EQ(getsockname(made, reinterpret_cast<sockaddr*>(&at), &size), 0);
-    address = "127.0.0.1:" + std::to_string(ntohs(at.sin_port));
-    return made;
-  }
-
-  // Runs the program as systemd would, and waits until it says that it is ready.
-  void start() {
-    const std::string path = folder / "notify";
-    unlink(path.c_str());
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    path.copy(at.sun_path, sizeof at.sun_path - 1);
-    const int notified = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(notified, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
-    child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) run(path);
-    pollfd waited{notified, POLLIN, 0};
-    ASSERT_EQ(poll(&waited, 1, 30000), 1) << "kfad is not ready";
-    char text[64] = {};
-    EXPECT_GT(recv(notified, text, sizeof text - 1, 0), 0);
-    EXPECT_EQ(std::string(text), "READY=1");
-    close(notified);
-  }
-  template <class Manager>
-  boost::shared_ptr<Manager> reach() const {
-    const KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
-    return makeManagerStub<Manager>(connection->getChannel(address, KFLEID(), kTechnology));
-  }
-  [[noreturn]] void run(const std::string& notify) const {
-    const std::string pki = folder / "pki/";
-    std::vector<std::string> words{KFAD_PROGRAM,
-                                   "--node",
-                                   folder / "conf",
-                                   "--global",
-                                   folder / "global.conf",
-                                   "--samples",
-                                   folder / "samples",
-                                   "--shaping",
-                                   folder / "shaping.xml",
-                                   "--updates",
-                                   folder / "updates.xml",
-                                   "--access",
-                                   folder / "access",
-                                   "--certificate",
-                                   pki + "127.0.0.1.pem",
-                                   "--key",
-                                   pki + "127.0.0.1.key",
-                                   "--ca",
-                                   pki + "ca.pem",
-                                   "--id",
-                                   NodeFolder::kNode,
-                                   "--vocabulary",
-                                   std::string(KFA_SOURCE_DIR) + "/data/vocabulary.xml"};
-    for (const std::string& library : libraries)
-      words.insert(words.end(), {"--load", library});
-    std::vector<char*> arguments;
-    for (std::string& word : words)
-      arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    setenv("NOTIFY_SOCKET", notify.c_str(), 1);
-    setenv("LISTEN_FDS", "1", 1);
-    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("KFA_UPLOADS_DIR", (folder / "uploads").c_str(), 1);
-    setenv("KFA_LOG_LEVEL", "error", 1);
-    if (listening == 3)
-      fcntl(3, F_SETFD, 0);
-    else
-      dup2(listening, 3);
-    execv(KFAD_PROGRAM, arguments.data());
-    _exit(127);
-  }
-  // Its exit status.
-  int end(int signal) {
-    int status = 0;
-    kill(child, signal);
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    child = 0;
-    return status;
-  }
-
-  KFARemoteConnectionOptions clientOptions() const {
-    KFARemoteConnectionOptions options;
-    options.identity.certificate = folder / "pki/client.pem";
-    options.identity.key = folder / "pki/client.key";
-    options.identity.authority = folder / "pki/ca.pem";
-    options.readTimeout = options.changeTimeout = std::chrono::seconds(20);
-    return options;
-  }
-
-  const ScriptFolder folder;
-  std::vector<std::string> libraries;
-  std::string address;
-  int listening = -1;
-  pid_t child = 0;
-};
+using KfadTest = KfadTestBase;
 
 // The paths of a folder and the ids that were made anew, made the same for all.
 std::string plain(std::string text, const NodeFolder& folder) {
@@ -226,6 +82,86 @@ TEST_F(KfadTest, LibraryBringsAManager) {
   EXPECT_EQ(processes->get(kNobody, child, process), KFAManagerNotFound);
   std::vector<std::string> names;
   EXPECT_EQ(reach<KFASampleM>()->list(names), KFAManagerDone) << KFL::getErrorMessage();
+}
+
+TEST_F(KfadTest, ClientOfTheProtoAloneIsServed) {
+  if (std::system("/usr/bin/python3 -c 'import grpc, google.protobuf' 2>/dev/null && protoc --version "
+                  ">/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "python3-grpcio, python3-protobuf or protoc is not installed";
+  const std::string source = KFA_SOURCE_DIR;
+  const std::string pki = folder / "pki";
+  EXPECT_EQ(std::system(("/usr/bin/python3 " + source + "/kfa/agent/tests/client.py " + source +
+                         "/kfa/remote/src/KFARemote/agent.proto " + address + " " + pki + "/client.pem " +
+                         pki + "/client.key " + pki + "/ca.pem")
+                            .c_str()),
+            0);
+  EXPECT_LT(peakMemory(), 300L << 20) << "a request that is too long must not be kept";
+}
+
+// Their texts alone are 25 MB, their messages 65 MB.
+TEST_F(KfadTest, LongListIsHeldByNeitherEnd) {
+  constexpr int kCount = 10000;
+  for (int i = 0; i < kCount; ++i)
+    std::filesystem::copy_file(folder.conf(110), folder.conf(20000 + i));
+  const auto environments = reach<KFAEnvM>();
+  const auto count = [&](int most) {
+    int seen = 0;
+    EXPECT_EQ(environments->each([&](const KFAEnvM::EnvSP&) { return ++seen == most ? 1 : 0; }),
+              KFAManagerDone)
+        << KFL::getErrorMessage();
+    return seen;
+  };
+  EXPECT_EQ(count(10), 10);
+  const long there = peakMemory();
+  const long here = peakMemory("self");
+  EXPECT_GE(count(-1), kCount);
+#ifndef KFA_SANITIZED
+  EXPECT_LT(peakMemory() - there, 64L << 20);
+  EXPECT_LT(peakMemory("self") - here, 64L << 20);
+#endif
+}
+
+TEST_F(KfadTest, KilledAgentHasMadeWhatItConfirmed) {
+  const auto samples = reach<KFASampleM>();
+  int confirmed = 0;
+  for (int round = 0; round < 12; ++round) {
+    const std::string name = "round" + std::to_string(round);
+    std::thread killing([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(round));
+      end(SIGKILL);
+      start();
+    });
+    const int code = samples->set(name, KFAEnvConfig());
+    killing.join();
+    KFAEnvConfig read;
+    const int found = samples->get(name, read);
+    EXPECT_TRUE(code == KFAManagerDone || code == KFAManagerUnreachable) << code << KFL::getErrorMessage();
+    EXPECT_TRUE(found == KFAManagerDone || (found == KFAManagerNotFound && code != KFAManagerDone))
+        << found << KFL::getErrorMessage();
+    confirmed += code == KFAManagerDone ? 1 : 0;
+  }
+  EXPECT_GT(confirmed, 0);
+}
+
+TEST(KfadUnit, ServiceIsSoundAndShutIn) {
+  if (std::system("systemd-analyze --version >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "systemd is not installed";
+  // The paths of the installed system are not those of this machine: the program stands for them.
+  const TestFolder folder;
+  const std::string unit = std::string(KFA_SOURCE_DIR) + "/kfa/agent/kfad.";
+  std::string service = contentOf(unit + "service");
+  service.replace(service.find("/usr/sbin/kfad"), 14, KFAD_PROGRAM);
+  std::ofstream(folder / "kfad.service") << service;
+  std::ofstream(folder / "kfad.socket") << contentOf(unit + "socket");
+  const std::string at = folder / "";
+  EXPECT_EQ(
+      std::system(("systemd-analyze verify --man=no " + at + "kfad.service " + at + "kfad.socket").c_str()),
+      0);
+  EXPECT_EQ(std::system(("systemd-analyze security --offline=yes --threshold=30 --no-pager " + at +
+                         "kfad.service >" + at + "exposure 2>&1")
+                            .c_str()),
+            0)
+      << contentOf(folder / "exposure");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // are made once whatever becomes of the link, and what is refused.
 #include <arpa/inet.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -294,8 +295,14 @@ TEST_F(KFARemoteTest, SilenceAndGarbageHurtNobody) {
   options.handshakeSeconds = 1;
   server.reset();
   start();
+  // As many as there may be; this process has both ends of each.
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t count = std::min<rlim_t>(10000, (limit.rlim_cur - 300) / 2);
   std::vector<int> silent;
-  for (int i = 0; i < 300; ++i)
+  for (rlim_t i = 0; i < count; ++i)
     silent.push_back(connectTo(server->getPorts().front()));
   for (std::size_t i = 0; i < silent.size(); i += 2) {
     const std::string garbage = i % 4 == 0 ? std::string(5000, '\x16') : "GET / HTTP/1.1\r\n\r\n";
@@ -369,10 +376,12 @@ TEST(KFARemoteNodes, FileTellsTheAddress) {
   }
 }
 
-// Passes bytes on between a client and the server, and cuts the connection when so many blocks have passed.
+// Passes bytes on between a client and the server, and cuts the connection when so many blocks have passed: once, or each
+// time that so many more have.
 class CuttingLink {
  public:
-  CuttingLink(int port, int blocks) : port_(port), left_(blocks) {
+  CuttingLink(int port, int blocks, bool again = false)
+      : port_(port), again_(again ? blocks : -1), left_(blocks) {
     sockaddr_in at{};
     at.sin_family = AF_INET;
     at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -391,7 +400,7 @@ class CuttingLink {
     close(listening_);
   }
   int port() const { return ownPort_; }
-  bool hasCut() const { return left_ < 0; }
+  int countCuts() const { return cuts_; }
 
  private:
   // One connection after the other: the client makes a new one when the former is cut.
@@ -411,8 +420,12 @@ class CuttingLink {
       if (both[from].revents == 0) continue;
       char block[16384];
       const ssize_t length = recv(both[from].fd, block, sizeof block, 0);
-      // One cut in all; what comes after it passes.
-      if (length <= 0 || left_-- == 0) return false;
+      if (length <= 0) return false;
+      if (left_-- == 0) {
+        ++cuts_;
+        if (again_ >= 0) left_ = again_;
+        return false;
+      }
       if (send(both[1 - from].fd, block, static_cast<std::size_t>(length), MSG_NOSIGNAL) != length)
         return false;
     }
@@ -420,7 +433,9 @@ class CuttingLink {
   }
 
   const int port_;
+  const int again_;
   std::atomic<int> left_;
+  std::atomic<int> cuts_ = 0;
   const int listening_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int ownPort_ = 0;
   std::thread accepting_;
@@ -438,11 +453,35 @@ TEST_F(KFARemoteTest, CutLinkMakesNoChangeTwice) {
     ASSERT_EQ(far->send({}, id), KFAManagerDone) << blocks << ": " << KFL::getErrorMessage();
     ASSERT_EQ(countReports(), before + 1) << blocks;
     ASSERT_EQ(id, "report-" + std::to_string(before + 1));
-    wasCut = link.hasCut();
+    wasCut = link.countCuts() > 0;
     cuts += wasCut ? 1 : 0;
   }
   EXPECT_FALSE(wasCut);
   EXPECT_GT(cuts, 5);
+}
+
+// Every operation, on a link that is cut again and again, each time somewhere else.
+TEST_F(KFARemoteTest, AnswersAreTheSameOnABadLink) {
+  for (const int blocks : {15, 25}) {
+    KFALibFunctionality direct, served;
+    const KFAMemoryNode one(exampleNode()), twin(exampleNode());
+    ASSERT_EQ(one.registerManagers(direct, kTechnology), 0);
+    ASSERT_EQ(twin.registerManagers(served, kTechnology), 0);
+    KFARemoteServerOptions own = options;
+    own.addresses = {"127.0.0.1:0"};
+    KFARemoteServer agent(served, own);
+    ASSERT_EQ(agent.start(), 0) << KFL::getErrorMessage();
+    CuttingLink link(agent.getPorts().front(), blocks, true);
+    auto how = clientOptions();
+    how.attempts = 20;
+    const KFARemoteConnectionSP connection(new KFARemoteConnection(how));
+    const std::string by = "127.0.0.1:" + std::to_string(link.port());
+    const auto stub = [&]<class Manager>() {
+      return makeManagerStub<Manager>(connection->getChannel(by, kThird, kTechnology));
+    };
+    EXPECT_EQ(ManagerScript::run(managersBy(stub)), ManagerScript::run(localManagers(direct, kTechnology)));
+    EXPECT_GT(link.countCuts(), 10) << blocks;
+  }
 }
 
 }  // namespace

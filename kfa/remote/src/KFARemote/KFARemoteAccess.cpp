@@ -7,6 +7,7 @@
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 
+#include <KFAFunctionality/access/KFAFilesM.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
@@ -34,14 +35,14 @@ std::vector<std::string> itemsOf(const std::string& list) {
 }
 
 bool isManager(const std::string& name) {
-  return std::ranges::any_of(listManagerOperations(), [&](const auto& of) { return name == of.manager; });
+  return name == kFilesManager ||
+         std::ranges::any_of(listManagerOperations(), [&](const auto& of) { return name == of.manager; });
 }
 
 std::string managerNames() {
-  std::string names;
+  std::string names = kFilesManager;
   for (const KFAManagerOperation& operation : listManagerOperations()) {
-    if (!names.ends_with(operation.manager))
-      names += (names.empty() ? "" : ", ") + std::string(operation.manager);
+    if (!names.ends_with(operation.manager)) names += ", " + std::string(operation.manager);
   }
   return names;
 }

@@ -9,7 +9,8 @@
 //
 // A name is one of the certificate's (its common name, or a name or address that it is for), "*.domain" any name below
 // the domain. The rights are read, change (which includes read) and all (which includes change, running programs,
-// installing, and removing for good). Lists are separated by commas; "*", or nothing, is every manager, and every
+// installing, and removing for good). The files of the environments as such are the manager "files", and of the node
+// itself: who may change them may set any key of any environment. Lists are separated by commas; "*", or nothing, is every manager, and every
 // environment and the node itself; "node" is the node itself. What no line gives is denied.
 //
 // Any thread. The file is looked at again when it has changed; while it cannot be read, everything is denied.

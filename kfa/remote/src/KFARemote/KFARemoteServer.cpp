@@ -74,7 +74,8 @@ class Replies {
     outcome->set_code(code);
     outcome->set_text(text);
     outcome->set_other_instance(otherInstance);
-    send();
+    // Goes out with the end of the stream, in one write.
+    writer_.WriteLast(reply_, grpc::WriteOptions());
   }
 
  private:
@@ -213,6 +214,8 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
   builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, options_.maxCalls);
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
   grpc::ResourceQuota quota("kfa-remote");
+  // The limit of a request holds when all of it has come; until then this one does.
+  quota.Resize(options_.maxReceivedBytes);
   quota.SetMaxThreads(2 * options_.maxCalls + 16);
   builder.SetResourceQuota(quota);
 }
@@ -373,6 +376,8 @@ int KFARemoteServer::Implementation::doCall(const Request& request, const KFAPar
   const KFARemoteOrigin origin;
   const KFLAccessProviderSP caller(new KFARemoteCaller(request.callers.front()));
   try {
+    if (options_.files && request.message.manager() == kFilesManager)
+      return answerFilesCall(*request.operation, *options_.files, request.arguments, sink);
     return answerManagerCall(*request.operation, managers_, caller, request.message.implementation(),
                              request.arguments, sink);
   } catch (const std::exception& error) {

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include <KFAFunctionality/access/KFAFilesM.h>
 #include <KFAFunctionality/access/KFALibFunctionality.h>
 
 #include <KFARemote/KFARemoteTypes.h>
@@ -34,8 +35,13 @@ struct KFARemoteServerOptions {
   KFLEID node;             // this node; an empty id means it, too
   // Whether an environment, or another node, is served here. Called from any thread; empty: everything is.
   std::function<bool(const KFLEID&)> serves;
+  // The files of the node's environments; empty: they are not offered.
+  boost::shared_ptr<KFAFilesM> files;
 
   std::size_t maxRequestBytes = std::size_t{16} << 20;
+  // Of what all connections have received and nobody has taken yet, requests that are too long included; beyond it
+  // calls are cut off.
+  std::size_t maxReceivedBytes = std::size_t{128} << 20;
   int maxCalls = 64;          // at work at once; a further one is KFAManagerBusy
   int maxCallsOfCaller = 16;  // the same for one name
   int handshakeSeconds = 10;  // a connection that says nothing is closed

@@ -15,6 +15,7 @@
 #include "environments/NodeOptions.h"
 #include "terminal/Document.h"
 #include "terminal/Hint.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -58,7 +59,7 @@ void print(Session& session, const std::vector<KFANodeFinding>& findings, const 
 int check(Session& session, const CheckOptions& options) {
   const Severity level = levelOf(options.level);
   Environments environments(session, session.arguments(), WhenNone::All);
-  KFA::KFANodeCheck node(session.environmentParser(), options.node.resolve(session));
+  KFA::KFANodeCheck node(session.environmentParser(), options.node.resolve(session), nodeFiles());
   Document failures = Document::array();
   environments.each(
       [&](const auto& file, const Input& input) {

@@ -18,6 +18,7 @@
 #include "environments/Environment.h"
 #include "environments/Environments.h"
 #include "terminal/Listing.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -63,7 +64,7 @@ int explain(Session& session) {
   const std::string& word = session.argument(1);
   checkKey(*parser, word, "'kfactl raw get' reads any key");
   const std::string key = KFL::toLower(word);
-  const Input input = readInput(environments.files().front().path);
+  const Input input = readNodeFile(environments.files().front().path);
   const KFA::KFAEnvConfigRules rules(parser);
   KFA::KFAEnvironmentKeys keys(parser);
   keys.want({key});

@@ -10,6 +10,7 @@
 
 #include "config/Config.h"
 #include "terminal/Hint.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -45,7 +46,7 @@ FilesAndKeys splitFilesAndKeys(Session& session, const char* otherwise) {
   const auto& words = session.arguments();
   FilesAndKeys split;
   for (const std::string& word : words) {
-    const bool isFile = !isFixedKey(word) && KFA::KFANodeSelection::isResembling(word);
+    const bool isFile = !isFixedKey(word) && KFA::KFANodeSelection::isResembling(word, nodeFiles());
     const bool isKey =
         !isFile && (isFixedKey(word) || session.environmentParser()->isKey(KFL::toLower(word)));
     if (split.keys.empty() && !isKey && (isFile || (split.files.empty() && words.size() > 1))) {

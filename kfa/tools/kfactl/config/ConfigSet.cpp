@@ -17,6 +17,7 @@
 #include "environments/ChangeMany.h"
 #include "environments/Environments.h"
 #include "terminal/Input.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -111,7 +112,7 @@ std::string sampleText(Session& session, const std::string& from, KFA::KFAChange
     return change.key == "origin_sample";
   });
   if (!isNamed) changes.push_back({"origin_sample", from, {}, false});
-  return readInput(pathOf(session, "samples") + "/" + from + ".conf").text;
+  return readNodeFile(pathOf(session, "samples") + "/" + from + ".conf").text;
 }
 
 int create(Session& session, const SetOptions& options, FilesAndChanges words) {

@@ -18,6 +18,7 @@
 #include "environments/Environments.h"
 #include "terminal/Diff.h"
 #include "terminal/Input.h"
+#include "terminal/Node.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
 
@@ -161,7 +162,8 @@ int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const
   }
   if (isDryRun() && !single_.how().backupSuffix.empty())
     throw Trouble("--backup has nothing to keep: --dry-run changes no file; leave it out");
-  KFANodeChange change(asLibraryEdit(edit), single_.how());
+  if (from == nullptr) expectFiles(files);
+  KFANodeChange change(asLibraryEdit(edit), single_.how(), nodeFiles());
   for (const auto& file : files)
     from == nullptr ? change.judge(file.path) : change.judgeNew(file.path, *from);
   if (!change.isSound() && !keepGoing_) refuse(change, isSingle);
@@ -212,8 +214,8 @@ FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words) {
     const std::string& word = words[i];
     const bool isChange =
         KFA::KFAEnvironmentFilter::isResembling(word) && word.find("!=") == std::string::npos;
-    const bool isFile =
-        split.changes.empty() && (i == 0 || (!isChange && KFA::KFANodeSelection::isResembling(word)));
+    const bool isFile = split.changes.empty() &&
+                        (i == 0 || (!isChange && KFA::KFANodeSelection::isResembling(word, nodeFiles())));
     if (isFile)
       split.files.push_back(word);
     else

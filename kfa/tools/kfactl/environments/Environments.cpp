@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "terminal/Node.h"
 #include "terminal/Output.h"
 #include "terminal/Session.h"
 
@@ -27,7 +28,8 @@ void noteOthers(const std::vector<std::string>& others) {
 }  // namespace
 
 Environments::Environments(Session& session, const std::vector<std::string>& words, WhenNone whenNone) {
-  KFA::KFANodeSelection selection(session.node(), [&session] { return session.environmentParser(); });
+  KFA::KFANodeSelection selection(
+      session.node(), [&session] { return session.environmentParser(); }, nodeFiles());
   if (words.empty()) {
     if (whenNone == WhenNone::Refuse)
       throw Trouble("FILE is missing; name the environments to change, '*' for all of " + session.node());
@@ -35,7 +37,7 @@ Environments::Environments(Session& session, const std::vector<std::string>& wor
   }
   for (const std::string& word : words)
     must(selection.add(word));
-  isSingle_ = words.size() == 1 && KFA::KFANodeSelection::isSingle(words.front());
+  isSingle_ = words.size() == 1 && KFA::KFANodeSelection::isSingle(words.front(), nodeFiles());
   files_ = selection.getFiles();
   noteOthers(selection.getOthers());
   for (const std::string& trouble : selection.getTroubles())
@@ -43,13 +45,14 @@ Environments::Environments(Session& session, const std::vector<std::string>& wor
 }
 
 void Environments::each(const Part& part, const Failed& failed) {
+  expectFiles(files_);
   for (const File& file : files_) {
     if (isSingle_) {
-      part(file, readInput(file.path));
+      part(file, readNodeFile(file.path));
       continue;
     }
     try {
-      part(file, readInput(file.path));
+      part(file, readNodeFile(file.path));
     } catch (const Trouble& trouble) {
       troubles_.add(trouble.what());
       if (failed) failed(file, trouble.what());

@@ -10,6 +10,7 @@
 
 #include "terminal/Diff.h"
 #include "terminal/Input.h"
+#include "terminal/Node.h"
 #include "terminal/Output.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
@@ -73,7 +74,7 @@ void FileChange::refuseBackup() const {
 void FileChange::apply(Session& session, const std::string& path, const Edit& edit) const {
   if (isShown(path)) refuseBackup();
   if (isShown(path) || isStandardStream(path)) {
-    const Input input = readInput(path);
+    const Input input = readNodeFile(path);
     const std::string after = edit(input.name, input.text);
     if (dryRun_)
       printUnifiedDiff(session.out(), input.name, input.text, after);
@@ -81,6 +82,7 @@ void FileChange::apply(Session& session, const std::string& path, const Edit& ed
       create(session, after);
     return;
   }
+  if (nodeAgent()) return create(session, edit(path, readNodeFile(path).text));
   const KFA::KFAConfigFile file(path);
   const KFA::KFAConfigFile::Edit libraryEdit = asLibraryEdit(path, edit);
   must(output_.empty() ? file.update(libraryEdit, how()) : file.copyTo(output_, libraryEdit, how()));

@@ -10,9 +10,12 @@
 #include <KFLCommon/KFLText.h>
 #include <KFLCore/KFLFolders.h>
 
+#include <KFAFunctionality/access/KFAAgentFiles.h>
+
 #include "cache/CacheImage.h"
 #include "cache/CacheTemplate.h"
 #include "terminal/Input.h"
+#include "terminal/Node.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
 
@@ -27,12 +30,22 @@ bool exists(const std::string& path) {
 
 std::set<std::string> foreignKeys(Session& session, const std::string& given) {
   const std::string known = session.node() + "/" + KFA::kForeignKeysFile;
-  const std::string path = !given.empty() ? given : exists(known) ? known : std::string();
-  return path.empty() ? std::set<std::string>() : KFA::parseForeignKeys(readInput(path).text);
+  if (!given.empty()) return KFA::parseForeignKeys(readInput(given).text);
+  return nodeFiles().exists(known) ? KFA::parseForeignKeys(readNodeFile(known).text)
+                                   : std::set<std::string>();
+}
+
+// Those that another node knows.
+std::optional<std::set<std::string>> templatesOf(KFA::KFAAgentFiles& agent) {
+  KFA::KFANodeHoldings holdings;
+  must(agent.getHoldings(holdings));
+  if (!holdings.knowsTemplates) return std::nullopt;
+  return std::set<std::string>(holdings.templates.begin(), holdings.templates.end());
 }
 
 // The templates of a cache file as NAME and NAME/VERSION.
 std::optional<std::set<std::string>> templates(const std::string& given) {
+  if (given.empty() && nodeAgent()) return templatesOf(*nodeAgent());
   const std::string path = given.empty() ? KFL::getUploadsFolder() + "/template.cache" : given;
   if (given.empty() && !exists(path)) return std::nullopt;
   CacheImage image(path, {KFL::KFLProofScope::Kept});
@@ -63,7 +76,8 @@ long long parseSize(const std::string& option, const std::string& text) {
 }
 
 KFA::KFANodeResources resources(Session& session, const NodeOptions& options) {
-  KFA::KFANodeResources node = KFA::KFANodeResources::ofMachine(session.node());
+  KFA::KFANodeResources node;
+  must(nodeFiles().getResources(session.node(), node));
   if (!options.memory.empty()) node.memory = parseSize("--memory", options.memory);
   if (!options.disk.empty()) node.disk = parseSize("--disk", options.disk);
   long long processors = 0;

@@ -19,6 +19,7 @@
 
 #include "terminal/Hint.h"
 #include "terminal/Libraries.h"
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -57,6 +58,21 @@ void declareGlobals(CLI::App& app, Session& session) {
       ->type_name("LIBRARY")
       ->allow_extra_args(false)
       ->group(group);
+  app.add_option("--at", atOptions().at,
+                 "Another node, HOST[:PORT]; behind an @, a file with one on each line")
+      ->type_name("NODE")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+      ->group(group);
+  AtOptions& identity = atOptions();
+  const std::pair<const char*, std::pair<std::string*, const char*>> files[] = {
+      {"--certificate", {&identity.certificate, "What other nodes are shown; KFA_CERTIFICATE"}},
+      {"--key", {&identity.key, "The key of the certificate; KFA_KEY"}},
+      {"--ca", {&identity.authority, "The authority of the other nodes' certificates; KFA_CA"}}};
+  for (const auto& [name, bound] : files)
+    app.add_option(name, *bound.first, bound.second)
+        ->type_name("FILE")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+        ->group(group);
   app.add_option("--vocabulary", session.vocabularyOption(), "The vocabulary of resource parameters")
       ->type_name("FILE")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
@@ -64,6 +80,22 @@ void declareGlobals(CLI::App& app, Session& session) {
 }
 
 namespace {
+
+// What a command gives that is to run at other nodes, before it has begun.
+constexpr int kElsewhere = -1;
+
+// The commands that are about the files of a node's environments and nothing else.
+constexpr const char* kNodeCommands[] = {
+    "check",      "config check", "config explain", "config fix",          "config get", "config list",
+    "config set", "config show",  "config unset",   "message from-config", "qos advise", "qos check"};
+
+void checkElsewhere(Session& session, const std::string& path) {
+  const std::string command = path.substr(path.find(' ') + 1);
+  if (std::find(std::begin(kNodeCommands), std::end(kNodeCommands), command) == std::end(kNodeCommands))
+    throw Trouble(path + " works on this machine alone; leave --at out");
+  if (!session.nodeOption().empty())
+    throw Trouble("--node: an agent serves the folder that it was started for; leave --node or --at out");
+}
 
 constexpr const char* kFormats[] = {"table", "json", "xml", "sarif"};
 
@@ -226,6 +258,10 @@ int runCommand(Session& session, const std::string& path, const Command& command
   takeFormat(session, level, command.formats);
   session.setArguments(std::move(words));
   loadLibraries(session.librariesOption());
+  if (!atOptions().at.empty() && !nodeAgent()) {
+    checkElsewhere(session, path);
+    return kElsewhere;
+  }
   return action(session);
 }
 
@@ -286,8 +322,17 @@ int runProgram(std::span<const Group* const> groups, int argc, char** argv) {
   quietLog();
   Session session;
   std::string trouble;
-  int status =
-      guarded(trouble, [&] { return run(session, groups, Words(argv + std::min(argc, 1), argv + argc)); });
+  const Words words(argv + std::min(argc, 1), argv + argc);
+  const auto runAgain = [groups](Session& one, const Words& again) {
+    std::string reason;
+    const int result = guarded(reason, [&] { return run(one, groups, again); });
+    if (!reason.empty()) printError(reason);
+    return result;
+  };
+  int status = guarded(trouble, [&] {
+    const int here = run(session, groups, words);
+    return here == kElsewhere ? runElsewhere(session, words, runAgain) : here;
+  });
   status = std::max(status, guarded(trouble, [&] {
                       session.out().flush();
                       return kFine;

@@ -9,30 +9,40 @@
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
 
 namespace {
 
-Input readStandardInput() {
-  static bool isRead = false;
-  if (std::exchange(isRead, true)) throw Trouble("standard input can be read only once");
-  Input input{"standard input", {}};
+std::string readToEnd() {
+  std::string text;
   constexpr std::size_t kBlock = std::size_t{1} << 16;
   std::size_t length = 0;
   for (;;) {
     if (length > KFA::kMaxConfigFileSize) throw Trouble("standard input: more than 1 GiB");
-    input.text.resize(length + kBlock);
-    const ssize_t got = ::read(STDIN_FILENO, input.text.data() + length, kBlock);
+    text.resize(length + kBlock);
+    const ssize_t got = ::read(STDIN_FILENO, text.data() + length, kBlock);
     if (got == 0) break;
     if (got > 0)
       length += static_cast<std::size_t>(got);
     else if (errno != EINTR)
       throw Trouble(std::string("standard input: ") + std::strerror(errno));
   }
-  input.text.resize(length);
-  return input;
+  text.resize(length);
+  return text;
+}
+
+Input readStandardInput() {
+  // A command that runs for several nodes reads it once for all.
+  if (keptByThread() != nullptr) {
+    static const std::string text = readToEnd();
+    return {"standard input", text};
+  }
+  static bool isRead = false;
+  if (std::exchange(isRead, true)) throw Trouble("standard input can be read only once");
+  return {"standard input", readToEnd()};
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -128,6 +129,10 @@ bool Output::isColoured() const {
 }
 
 void Output::flush() {
+  if (Kept* const kept = keptByThread()) {
+    kept->text += std::exchange(text_, {});
+    return;
+  }
   const int error = writeAll(STDOUT_FILENO, text_);
   text_.clear();
   if (error != 0 && error != EPIPE)
@@ -144,6 +149,10 @@ std::size_t Output::width() const {
 }
 
 void printError(std::string_view text) {
+  if (Kept* const kept = keptByThread()) {
+    kept->errors.emplace_back(text);
+    return;
+  }
   writeAll(STDERR_FILENO, "kfactl: " + printable(text) + "\n");
 }
 
@@ -309,6 +318,10 @@ std::vector<std::size_t> Table::fittingWidths(std::size_t limit) const {
 }
 
 void Table::print(Output& out, bool withHeadings) const {
+  if (Kept* const kept = keptByThread()) {
+    kept->rows.insert(kept->rows.end(), rows_.begin(), rows_.end());
+    return;
+  }
   const std::size_t limit = out.width();
   const std::vector<std::size_t> widths = fittingWidths(limit);
   if (limit > 0 && totalOf(widths) > limit) return printStacked(out, limit);

@@ -8,9 +8,11 @@
 
 #include <KFLFunctionality/KFLVocMap.h>
 
+#include <KFAFunctionality/access/KFAAgentFiles.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
+#include "terminal/Node.h"
 #include "terminal/Trouble.h"
 
 namespace kfactl {
@@ -38,6 +40,7 @@ std::string pathOf(const std::string& chosen) {
 }  // namespace
 
 std::string Session::node() const {
+  if (nodeAgent()) return nodeAgent()->getFolder();
   return nodeOption_.empty() ? KFA::KFANodeSelection::defaultFolder() : nodeOption_;
 }
 

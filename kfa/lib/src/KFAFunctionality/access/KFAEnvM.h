@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include <boost/function.hpp>
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <KFLFunctionality/KFLEID.h>
@@ -28,6 +29,16 @@ class KFAEnvM : public KFLFunctional {
 
   // The environments of the node, by sort key; each with its configurations.
   virtual int list(std::vector<EnvSP>& envs) = 0;
+  // The same one by one, so that not all of them have to be in memory at once. A taker that gives anything but 0 wants no
+  // more, which is done, too. What was taken before a failure stays taken.
+  using Take = boost::function<int(const EnvSP& env)>;
+  virtual int each(const Take& take) {
+    std::vector<EnvSP> envs;
+    const int code = list(envs);
+    for (auto env = envs.begin(); code == KFAManagerDone && env != envs.end() && take(*env) == 0; ++env)
+      continue;
+    return code;
+  }
   virtual int get(const KFLEID& eid, EnvSP& env) = 0;
 
   // Makes a stopped environment. A VEID of the configuration that is in use is refused; without one the node

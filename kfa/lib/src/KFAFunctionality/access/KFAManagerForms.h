@@ -20,6 +20,7 @@
 #include <KFLMessage/KFLMessage.h>
 
 #include <KFAFunctionality/access/KFAEnvM.h>
+#include <KFAFunctionality/access/KFAFilesM.h>
 #include <KFAFunctionality/access/KFANetworkM.h>
 #include <KFAFunctionality/access/KFAPkgM.h>
 #include <KFAFunctionality/access/KFAProcessM.h>
@@ -71,6 +72,8 @@ template <>
 inline constexpr const char* kManagerName<KFASupport> = "support";
 template <>
 inline constexpr const char* kManagerName<KFASampleM> = "samples";
+template <>
+inline constexpr const char* kManagerName<KFAFilesM> = kFilesManager;
 
 // The base class whose registry knows the classes of a polymorphic object.
 template <class T>

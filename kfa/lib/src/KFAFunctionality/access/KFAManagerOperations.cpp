@@ -75,19 +75,22 @@ int sendResult(const Operation& operation, T& result, const KFAPartSink& sink) {
   }
 }
 
-template <class Manager, auto Member>
-int answerWith(const Operation& operation, const KFALibFunctionality& managers, const KFLAccessProviderSP& ap,
-               const std::string& implementation, const KFLMessage& arguments, const KFAPartSink& sink) {
+int refuseManager(const Operation& operation, const std::string& implementation) {
+  setErrorMessage("%s are not offered by this agent for the implementation \"%s\"", operation.manager,
+                  implementation.c_str());
+  return KFAManagerFailed;
+}
+
+// `find` gives the manager, or null, once the arguments are read.
+template <auto Member, class Find>
+int answerWith(const Operation& operation, const std::string& implementation, const KFLMessage& arguments,
+               const KFAPartSink& sink, Find find) {
   using Signature = forms::Signature<Member>;
   typename Signature::Values values{};
   if (readArguments(operation, arguments, values, std::make_index_sequence<Signature::kArguments>()) != 0)
     return KFAManagerFailed;
-  const boost::shared_ptr<Manager> manager = managers.multiplexer<Manager>().getLocal(ap, implementation);
-  if (!manager) {
-    setErrorMessage("%s are not offered by this agent for the implementation \"%s\"", operation.manager,
-                    implementation.c_str());
-    return KFAManagerFailed;
-  }
+  const auto manager = find();
+  if (!manager) return refuseManager(operation, implementation);
   const int code = std::apply([&](auto&... value) { return ((*manager).*Member)(value...); }, values);
   if constexpr (Signature::kResults == 1) {
     if (code == KFAManagerDone) return sendResult(operation, std::get<Signature::kArguments>(values), sink);
@@ -95,10 +98,38 @@ int answerWith(const Operation& operation, const KFALibFunctionality& managers, 
   return code;
 }
 
+template <class Manager, auto Member>
+int answerLocally(const Operation& operation, const KFALibFunctionality& managers,
+                  const KFLAccessProviderSP& ap, const std::string& implementation,
+                  const KFLMessage& arguments, const KFAPartSink& sink) {
+  return answerWith<Member>(operation, implementation, arguments, sink,
+                            [&] { return managers.multiplexer<Manager>().getLocal(ap, implementation); });
+}
+
+// Environments go out as they come: the agent of a node of ten thousand does not hold them all.
+int answerEnvironments(const Operation& operation, const KFALibFunctionality& managers,
+                       const KFLAccessProviderSP& ap, const std::string& implementation, const KFLMessage&,
+                       const KFAPartSink& sink) {
+  const auto manager = managers.multiplexer<KFAEnvM>().getLocal(ap, implementation);
+  if (!manager) return refuseManager(operation, implementation);
+  int sent = KFAManagerDone;
+  const int code = manager->each([&](const KFAEnvM::EnvSP& env) {
+    sent = sendPart(operation, env, sink);
+    return sent;
+  });
+  return sent != KFAManagerDone ? sent : code;
+}
+
+// The files of a node have no place among an implementation's managers.
+int answerNoFiles(const Operation& operation, const KFALibFunctionality&, const KFLAccessProviderSP&,
+                  const std::string& implementation, const KFLMessage&, const KFAPartSink&) {
+  return refuseManager(operation, implementation);
+}
+
 // --- The table ---------------------------------------------------------------------------------------------
 
 template <class Manager, auto Member, class... Names>
-constexpr Operation operation(Kind kind, const char* name, Names... parameters) {
+constexpr Operation describe(Operation::Answer answer, Kind kind, const char* name, Names... parameters) {
   using Signature = forms::Signature<Member>;
   using Values = typename Signature::Values;
   static_assert(sizeof...(Names) == Signature::kCount, "each parameter has a name");
@@ -110,11 +141,16 @@ constexpr Operation operation(Kind kind, const char* name, Names... parameters) 
                  Signature::kResults == 1,
                  false,
                  std::is_same_v<forms::FirstOf<Values>, KFLEID>,
-                 &answerWith<Manager, Member>};
+                 answer};
   if constexpr (Signature::kResults == 1)
     made.isList = forms::isVector<std::tuple_element_t<Signature::kArguments, Values>>;
   if constexpr (Signature::kArguments == 0) made.isAboutEnvironment = false;
   return made;
+}
+
+template <class Manager, auto Member, class... Names>
+constexpr Operation operation(Kind kind, const char* name, Names... parameters) {
+  return describe<Manager, Member>(&answerLocally<Manager, Member>, kind, name, parameters...);
 }
 
 constexpr Operation kOperations[] = {
@@ -126,7 +162,7 @@ constexpr Operation kOperations[] = {
     operation<KFATEM, &KFATEM::addTo>(Kind::All, "addTo", "eid", "templates"),
     operation<KFATEM, &KFATEM::removeFrom>(Kind::All, "removeFrom", "eid", "templates"),
 
-    operation<KFAEnvM, &KFAEnvM::list>(Kind::Read, "list", "envs"),
+    describe<KFAEnvM, &KFAEnvM::list>(&answerEnvironments, Kind::Read, "list", "envs"),
     operation<KFAEnvM, &KFAEnvM::get>(Kind::Read, "get", "eid", "env"),
     operation<KFAEnvM, &KFAEnvM::create>(Kind::Change, "create", "config", "eid"),
     operation<KFAEnvM, &KFAEnvM::clone>(Kind::Change, "clone", "source", "options", "eid"),
@@ -180,6 +216,32 @@ constexpr Operation kOperations[] = {
     operation<KFASampleM, &KFASampleM::check>(Kind::Read, "check", "config", "violations"),
 };
 
+struct FilesOperation {
+  using Answer = int (*)(const Operation& operation, KFAFilesM& files, const KFLMessage& arguments,
+                         const KFAPartSink& sink);
+  Operation operation;
+  Answer answer;
+};
+
+template <auto Member>
+int answerOfFiles(const Operation& operation, KFAFilesM& files, const KFLMessage& arguments,
+                  const KFAPartSink& sink) {
+  return answerWith<Member>(operation, {}, arguments, sink, [&files] { return &files; });
+}
+
+template <auto Member, class... Names>
+constexpr FilesOperation ofFiles(Kind kind, const char* name, Names... parameters) {
+  return {describe<KFAFilesM, Member>(&answerNoFiles, kind, name, parameters...), &answerOfFiles<Member>};
+}
+
+constexpr FilesOperation kFilesOperations[] = {
+    ofFiles<&KFAFilesM::list>(Kind::Read, "list", "folder", "parts"),
+    ofFiles<&KFAFilesM::read>(Kind::Read, "read", "paths", "texts"),
+    ofFiles<&KFAFilesM::change>(Kind::Change, "change", "change", "outcomes"),
+    ofFiles<&KFAFilesM::changeFreely>(Kind::All, "changeFreely", "change", "outcomes"),
+    ofFiles<&KFAFilesM::getHoldings>(Kind::Read, "getHoldings", "holdings"),
+};
+
 }  // namespace
 
 std::span<const KFAManagerOperation> listManagerOperations() {
@@ -189,6 +251,9 @@ std::span<const KFAManagerOperation> listManagerOperations() {
 const KFAManagerOperation* findManagerOperation(std::string_view manager, std::string_view name) {
   for (const Operation& operation : kOperations) {
     if (operation.manager == manager && operation.name == name) return &operation;
+  }
+  for (const FilesOperation& of : kFilesOperations) {
+    if (of.operation.manager == manager && of.operation.name == name) return &of.operation;
   }
   return nullptr;
 }
@@ -204,6 +269,15 @@ int answerManagerCall(const KFAManagerOperation& operation, const KFALibFunction
                       const KFLAccessProviderSP& ap, const std::string& implementation,
                       const KFLMessage& arguments, const KFAPartSink& sink) {
   return operation.answer(operation, managers, ap, implementation, arguments, sink);
+}
+
+int answerFilesCall(const KFAManagerOperation& operation, KFAFilesM& files, const KFLMessage& arguments,
+                    const KFAPartSink& sink) {
+  for (const FilesOperation& of : kFilesOperations) {
+    if (of.operation.name == std::string_view(operation.name))
+      return of.answer(operation, files, arguments, sink);
+  }
+  return refuseManager(operation, {});
 }
 
 }  // namespace KFA

@@ -54,9 +54,9 @@ struct KFAManagerOperation {
   Answer answer;
 };
 
-// All of them, those of one manager together.
+// Those of an implementation's managers, those of one manager together.
 std::span<const KFAManagerOperation> listManagerOperations();
-// Null when there is none.
+// One of them, or of the node's files (KFAFilesM.h). Null when there is none.
 const KFAManagerOperation* findManagerOperation(std::string_view manager, std::string_view name);
 
 // The environment that a call is about: 0, or -1 with an error text when the argument is not there or no id; an

@@ -82,6 +82,25 @@ int receive(KFAManagerChannel& channel, const KFAManagerOperation& operation, co
   return code;
 }
 
+// Hands each item of a list on as it comes.
+template <class T>
+int receiveEach(KFAManagerChannel& channel, const KFAManagerOperation& operation,
+                const std::string& arguments, const boost::function<int(const T&)>& take) {
+  std::string reason;
+  bool isEnough = false;
+  const int code = channel.call(operation, arguments, [&](const std::string& part) {
+    T item{};
+    if (forms::parseResult(part, item) != 0) {
+      reason = getErrorMessage();
+      return -1;
+    }
+    isEnough = take(item) != 0;
+    return isEnough ? -1 : 0;
+  });
+  if (!reason.empty()) return refuseAnswer(operation, reason);
+  return isEnough ? KFAManagerDone : code;
+}
+
 // --- The managers ------------------------------------------------------------------------------------------
 
 template <class Manager>
@@ -93,19 +112,33 @@ class Stub : public Manager {
   template <auto Member, class... Parameters>
   int call(const char* name, Parameters&... parameters) {
     using Signature = forms::Signature<Member>;
-    const KFAManagerOperation* const operation = findManagerOperation(forms::kManagerName<Manager>, name);
-    KFL_CHECK(operation != nullptr, kModule, "KFAManagerStub");
+    const KFAManagerOperation& operation = find(name);
     const auto values = std::tie(parameters...);
     std::string arguments;
-    if (printArguments(*operation, values, arguments, std::make_index_sequence<Signature::kArguments>()) != 0)
+    if (printArguments(operation, values, arguments, std::make_index_sequence<Signature::kArguments>()) != 0)
       return KFAManagerFailed;
     if constexpr (Signature::kResults == 1)
-      return receive(*channel_, *operation, arguments, std::get<Signature::kArguments>(values));
+      return receive(*channel_, operation, arguments, std::get<Signature::kArguments>(values));
     else
-      return channel_->call(*operation, arguments, [](const std::string&) { return 0; });
+      return channel_->call(operation, arguments, [](const std::string&) { return 0; });
+  }
+  // A list without arguments, item by item.
+  template <class T>
+  int callEach(const char* name, const boost::function<int(const T&)>& take) {
+    const KFAManagerOperation& operation = find(name);
+    std::string arguments;
+    if (printArguments(operation, std::tuple<>(), arguments, std::make_index_sequence<0>()) != 0)
+      return KFAManagerFailed;
+    return receiveEach<T>(*channel_, operation, arguments, take);
   }
 
  private:
+  static const KFAManagerOperation& find(const char* name) {
+    const KFAManagerOperation* const operation = findManagerOperation(forms::kManagerName<Manager>, name);
+    KFL_CHECK(operation != nullptr, kModule, "KFAManagerStub");
+    return *operation;
+  }
+
   const boost::shared_ptr<KFAManagerChannel> channel_;
 };
 
@@ -138,6 +171,7 @@ class StubOf<KFAEnvM> : public Stub<KFAEnvM> {
  public:
   using Stub::Stub;
   int list(std::vector<EnvSP>& envs) override { return call<&KFAEnvM::list>("list", envs); }
+  int each(const Take& take) override { return callEach<EnvSP>("list", take); }
   int get(const KFLEID& eid, EnvSP& env) override { return call<&KFAEnvM::get>("get", eid, env); }
   int create(const KFAEnvConfig& config, KFLEID& eid) override {
     return call<&KFAEnvM::create>("create", config, eid);
@@ -291,6 +325,27 @@ class StubOf<KFASampleM> : public Stub<KFASampleM> {
   }
 };
 
+template <>
+class StubOf<KFAFilesM> : public Stub<KFAFilesM> {
+ public:
+  using Stub::Stub;
+  int list(const std::string& folder, std::vector<KFAFileNames>& parts) override {
+    return call<&KFAFilesM::list>("list", folder, parts);
+  }
+  int read(const std::vector<std::string>& paths, std::vector<KFAFileText>& texts) override {
+    return call<&KFAFilesM::read>("read", paths, texts);
+  }
+  int change(const KFAFilesChange& change, std::vector<KFAFileOutcome>& outcomes) override {
+    return call<&KFAFilesM::change>("change", change, outcomes);
+  }
+  int changeFreely(const KFAFilesChange& change, std::vector<KFAFileOutcome>& outcomes) override {
+    return call<&KFAFilesM::changeFreely>("changeFreely", change, outcomes);
+  }
+  int getHoldings(KFANodeHoldings& holdings) override {
+    return call<&KFAFilesM::getHoldings>("getHoldings", holdings);
+  }
+};
+
 }  // namespace
 
 template <class Manager>
@@ -307,5 +362,6 @@ template boost::shared_ptr<KFAProcessMonitor> makeManagerStub(const boost::share
 template boost::shared_ptr<KFAUp2date> makeManagerStub(const boost::shared_ptr<KFAManagerChannel>&);
 template boost::shared_ptr<KFASupport> makeManagerStub(const boost::shared_ptr<KFAManagerChannel>&);
 template boost::shared_ptr<KFASampleM> makeManagerStub(const boost::shared_ptr<KFAManagerChannel>&);
+template boost::shared_ptr<KFAFilesM> makeManagerStub(const boost::shared_ptr<KFAManagerChannel>&);
 
 }  // namespace KFA

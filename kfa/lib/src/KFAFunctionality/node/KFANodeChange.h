@@ -20,41 +20,20 @@
 #include <string>
 #include <vector>
 
-#include <boost/function.hpp>
-
 #include <KFAFunctionality/KFATypes.h>
-#include <KFAFunctionality/files/KFAFileReplacement.h>
+#include <KFAFunctionality/node/KFANodeFiles.h>
 
 namespace KFA {
 
 class KFANodeChange {
  public:
-  // The new text of a file: 0, or -1 with an error text.
-  using Edit = boost::function<int(const std::string& name, const std::string& before, std::string& after)>;
-  using Work = boost::function<void(std::size_t)>;
-  // Calls the work once for each number below the count, in any order, in any threads, and returns when all is done.
-  using Runner = boost::function<void(std::size_t count, const Work& work)>;
+  using Edit = KFANodeFiles::Edit;
+  using Work = KFANodeFiles::Work;
+  using Runner = KFANodeFiles::Runner;
+  using File = KFANodeFile;
 
-  struct File {
-    enum class State {
-      Unchanged,    // the edit leaves it as it is
-      Changed,      // judged, and not yet replaced
-      Refused,      // the edit or the reading failed
-      Replaced,     // done
-      Failed,       // could not be replaced, and is as it was
-      Restored,     // was replaced, and put back
-      NotRestored,  // was replaced, and could not be put back
-    };
-
-    std::string path;
-    std::string before;
-    std::string after;
-    State state = State::Unchanged;
-    std::string error;
-    bool isNew = false;
-  };
-
-  KFANodeChange(const Edit& edit, const KFAReplaceOptions& how) : edit_(edit), how_(how) {}
+  KFANodeChange(const Edit& edit, const KFAReplaceOptions& how, KFANodeFiles& where = KFANodeFiles::local())
+      : edit_(edit), how_(how), where_(where) {}
 
   // Reads and edits a file, and replaces nothing.
   const File& judge(const std::string& path);
@@ -71,11 +50,9 @@ class KFANodeChange {
   int apply(bool keepGoing = false, const Runner& runner = {});
 
  private:
-  void replace(File& file) const;
-  void restore(File& file) const;
-
   Edit edit_;
   KFAReplaceOptions how_;
+  KFANodeFiles& where_;
   std::vector<File> files_;
 };
 

@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeCheck.h>
 
-#include <string.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <map>
 #include <string_view>
@@ -151,11 +146,6 @@ class RememberingRules : public KFAEnvConfigRules {
   mutable std::vector<Judged> known_ = std::vector<Judged>(2048);
 };
 
-bool exists(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0;
-}
-
 std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
@@ -201,25 +191,13 @@ std::span<const KFANodeRule> nodeRules() {
   return kRules;
 }
 
-KFANodeResources KFANodeResources::ofMachine(const std::string& folder) {
-  KFANodeResources machine;
-  const long pages = sysconf(_SC_PHYS_PAGES);
-  const long pageSize = sysconf(_SC_PAGESIZE);
-  if (pages > 0 && pageSize > 0) machine.memory = static_cast<long long>(pages) * pageSize;
-  const long processors = sysconf(_SC_NPROCESSORS_ONLN);
-  if (processors > 0) machine.cpu = processors * 10000LL;
-  struct statvfs system {};
-  if (statvfs(folder.c_str(), &system) == 0)
-    machine.disk = static_cast<long long>(system.f_blocks) * static_cast<long long>(system.f_frsize);
-  return machine;
-}
-
 // --- One check ----------------------------------------------------------------------------------------------------------
 
 class KFANodeCheck::Judge {
  public:
-  Judge(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options)
-      : options_(std::move(options)), parser_(parser), rules_(parser), keys_(parser) {
+  Judge(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options,
+        KFANodeFiles& where)
+      : options_(std::move(options)), where_(where), parser_(parser), rules_(parser), keys_(parser) {
     std::set<std::string> wanted = {"name",       "hostname", "uuid",          "netif",       "ip_address",
                                     "ve_private", "ve_type",  "origin_sample", "ostemplate",  "templates",
                                     "onboot",     "arch",     "nameserver",    "searchdomain"};
@@ -278,7 +256,14 @@ class KFANodeCheck::Judge {
                             std::string& lineText);
   std::string placeOf(const Owner& owner) const;
 
+  // Whether a path leads to something.
+  bool exists(const std::string& path) const {
+    const KFANodeFiles::Kind kind = where_.look(path);
+    return kind == KFANodeFiles::Kind::File || kind == KFANodeFiles::Kind::Folder;
+  }
+
   KFANodeCheckOptions options_;
+  KFANodeFiles& where_;
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;
   RememberingRules rules_;
   KFAEnvironmentKeys keys_;
@@ -554,8 +539,8 @@ std::vector<KFANodeFinding> KFANodeCheck::Judge::finish() {
 }
 
 KFANodeCheck::KFANodeCheck(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
-                           KFANodeCheckOptions options)
-    : judge_(std::make_unique<Judge>(parser, std::move(options))) {}
+                           KFANodeCheckOptions options, KFANodeFiles& where)
+    : judge_(std::make_unique<Judge>(parser, std::move(options), where)) {}
 
 KFANodeCheck::~KFANodeCheck() = default;
 

@@ -22,6 +22,7 @@
 
 #include <KFAFunctionality/KFATypes.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/node/KFANodeFiles.h>
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
 namespace KFA {
@@ -52,17 +53,6 @@ struct KFANodeRule {
 };
 std::span<const KFANodeRule> nodeRules();
 
-// What a node has, or what its environments are guaranteed.
-struct KFANodeResources {
-  long long memory = 0;  // bytes
-  long long disk = 0;    // bytes
-  long long cpu = 0;     // hundredths of a percent of one processor, as CPUGUARANTEE is held
-
-  // What this machine has: memory and processors by the kernel, the size of the file system with this folder. What
-  // cannot be told is 0.
-  static KFANodeResources ofMachine(const std::string& folder);
-};
-
 struct KFANodeCheckOptions {
   // Keys, in lower case, of other tools, of which nothing is said.
   std::set<std::string> foreignKeys = {};
@@ -74,7 +64,9 @@ struct KFANodeCheckOptions {
 
 class KFANodeCheck {
  public:
-  KFANodeCheck(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options);
+  // Environments and samples that others name are looked for in `where`, which must outlive this.
+  KFANodeCheck(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options,
+               KFANodeFiles& where = KFANodeFiles::local());
   KFANodeCheck(const KFANodeCheck&) = delete;
   KFANodeCheck& operator=(const KFANodeCheck&) = delete;
   ~KFANodeCheck();

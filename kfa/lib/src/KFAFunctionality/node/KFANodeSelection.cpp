@@ -1,21 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <fnmatch.h>
-#include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 
 #include <KFLCommon/KFLError.h>
-#include <KFLCommon/KFLSystem.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
@@ -47,16 +40,6 @@ bool hasPattern(std::string_view word) {
   return word.find_first_of("*?[") != std::string_view::npos;
 }
 
-bool isFolder(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool exists(const std::string& path) {
-  struct stat status {};
-  return lstat(path.c_str(), &status) == 0;
-}
-
 std::string join(const std::string& folder, const std::string& name) {
   return folder.empty() || folder.ends_with('/') ? folder + name : folder + '/' + name;
 }
@@ -79,28 +62,28 @@ bool comesBefore(const KFAEnvironmentFile& a, const KFAEnvironmentFile& b) {
 
 }  // namespace
 
-KFANodeSelection::KFANodeSelection(const std::string& folder, const GetParser& getParser)
-    : folder_(folder), getParser_(getParser) {}
+KFANodeSelection::KFANodeSelection(const std::string& folder, const GetParser& getParser, KFANodeFiles& where)
+    : folder_(folder), getParser_(getParser), where_(where) {}
 
 std::string KFANodeSelection::defaultFolder() {
   const char* const named = std::getenv("KFA_NODE");
   return named != nullptr && *named != '\0' ? named : "/etc/kfa/conf";
 }
 
-bool KFANodeSelection::isResembling(const std::string& word) {
+bool KFANodeSelection::isResembling(const std::string& word, KFANodeFiles& where) {
   int first = 0;
   int last = 0;
   return word == "-" || word.find_first_of("/.") != std::string::npos || hasPattern(word) ||
          parseVeid(word, first) || parseRange(word, first, last) ||
-         KFAEnvironmentFilter::isResembling(word) || exists(word);
+         KFAEnvironmentFilter::isResembling(word) || where.exists(word);
 }
 
-bool KFANodeSelection::isSingle(const std::string& word) {
+bool KFANodeSelection::isSingle(const std::string& word, KFANodeFiles& where) {
   int first = 0;
   int last = 0;
   if (word == "-" || parseVeid(word, first)) return true;
   if (parseRange(word, first, last)) return false;
-  if (exists(word)) return !isFolder(word);
+  if (where.exists(word)) return !where.isFolder(word);
   return !hasPattern(word) && !KFAEnvironmentFilter::isResembling(word);
 }
 
@@ -146,47 +129,29 @@ class KFANodeSelection::Addition {
   bool isDone_ = false;
 };
 
-// Hidden names are those of unfinished changes, and nobody's environments.
 int KFANodeSelection::list(const std::string& folder, const Listing*& listing) {
   const auto known = listings_.find(folder);
   if (known != listings_.end()) {
     listing = &known->second;
     return 0;
   }
+  std::vector<KFANodeFiles::Entry> names;
+  if (where_.list(folder, names) != 0)
+    return refuse(folder, "the folder of the environments cannot be read: " + KFL::getErrorMessage() +
+                              "; --node or KFA_NODE names another one");
   Listing made;
-  if (const int error = readFolder(folder, made); error != 0)
-    return refuse(folder,
-                  "the folder of the environments cannot be read: " + std::generic_category().message(error) +
-                      "; --node or KFA_NODE names another one");
+  for (const KFANodeFiles::Entry& name : names) {
+    if (name.kind == KFANodeFiles::Kind::Folder || name.name == kForeignKeysFile) continue;
+    KFAEnvironmentFile file = fileOf(join(folder, name.name));
+    if (file.veid >= 0)
+      made.files.push_back(std::move(file));
+    else
+      made.others.push_back(file.path);
+  }
   std::sort(made.files.begin(), made.files.end(), comesBefore);
   std::sort(made.others.begin(), made.others.end());
   listing = &listings_.emplace(folder, std::move(made)).first->second;
   return 0;
-}
-
-// 0, or an errno: half a listing is none.
-int KFANodeSelection::readFolder(const std::string& folder, Listing& listing) {
-  using KFL::KFLSystem;
-  const int opened = KFLSystem::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-  if (opened == -1) return errno;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(KFLSystem::fdopendir(opened), &KFLSystem::closedir);
-  if (!entries) {
-    const int error = errno;
-    KFLSystem::close(opened);
-    return error;
-  }
-  for (;;) {
-    errno = 0;
-    const dirent* const name = KFLSystem::readdir(entries.get());
-    if (name == nullptr) return errno;
-    const std::string_view plain = name->d_name;
-    if (plain.starts_with('.') || name->d_type == DT_DIR || plain == kForeignKeysFile) continue;
-    KFAEnvironmentFile file = fileOf(join(folder, name->d_name));
-    if (file.veid >= 0)
-      listing.files.push_back(std::move(file));
-    else
-      listing.others.push_back(file.path);
-  }
 }
 
 int KFANodeSelection::addFolder(const std::string& folder) {
@@ -239,6 +204,13 @@ int KFANodeSelection::addPattern(const std::string& word) {
   return found ? 0 : refuse(word, "no environment of " + folder + " has such a number or name");
 }
 
+void KFANodeSelection::expectAll(const std::vector<KFAEnvironmentFile>& files) const {
+  std::vector<std::string> paths;
+  for (const KFAEnvironmentFile& file : files)
+    paths.push_back(file.path);
+  where_.expect(paths);
+}
+
 int KFANodeSelection::addMatching(const std::string& word) {
   const auto parser = getParser_();
   KFAEnvironmentFilter filter;
@@ -249,8 +221,9 @@ int KFANodeSelection::addMatching(const std::string& word) {
   keys.want(filter.getKeys().empty() ? std::set<std::string>{"veid"} : filter.getKeys());
   std::string text;
   bool found = false;
+  expectAll(listing->files);
   for (const KFAEnvironmentFile& file : listing->files) {
-    if (KFAConfigFile(file.path).read(text) != 0 || keys.read(text, file.path) != 0) {
+    if (where_.read(file.path, text) != 0 || keys.read(text, file.path) != 0) {
       troubles_.push_back(KFL::getErrorMessage());
     } else if (filter.matches(keys, file.veid)) {
       addFile(file);
@@ -273,8 +246,8 @@ int KFANodeSelection::addWord(const std::string& word) {
     return 0;
   }
   if (parseRange(word, first, last)) return addRange(word, first, last);
-  if (isFolder(word)) return addFolder(word);
-  if (!exists(word)) {
+  if (where_.isFolder(word)) return addFolder(word);
+  if (!where_.exists(word)) {
     if (KFAEnvironmentFilter::isResembling(word)) return addMatching(word);
     if (hasPattern(word)) return addPattern(word);
   }

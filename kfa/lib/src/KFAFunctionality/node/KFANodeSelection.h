@@ -25,6 +25,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include <KFAFunctionality/KFATypes.h>
+#include <KFAFunctionality/node/KFANodeFiles.h>
 
 namespace KFA {
 
@@ -40,15 +41,17 @@ class KFANodeSelection {
  public:
   using GetParser = boost::function<boost::shared_ptr<const KFAEnvConfigBashParser>()>;
 
-  // Conditions are judged with the parser, which is asked for when the first one comes.
-  KFANodeSelection(const std::string& folder, const GetParser& getParser);
+  // Conditions are judged with the parser, which is asked for when the first one comes. Folders and files are those of
+  // `where`, which must outlive this.
+  KFANodeSelection(const std::string& folder, const GetParser& getParser,
+                   KFANodeFiles& where = KFANodeFiles::local());
 
   // The folder that KFA_NODE names, or else /etc/kfa/conf.
   static std::string defaultFolder();
   // Whether a word can only be meant as one of the forms above, and not as a plain name.
-  static bool isResembling(const std::string& word);
+  static bool isResembling(const std::string& word, KFANodeFiles& where = KFANodeFiles::local());
   // Whether a word, a file, "-" or a VEID, stands for one environment whatever else there is.
-  static bool isSingle(const std::string& word);
+  static bool isSingle(const std::string& word, KFANodeFiles& where = KFANodeFiles::local());
 
   // Adds what a word stands for, each file once. 0, or -1 with an error text for a range, pattern, condition or folder
   // that stands for nothing, or cannot be read.
@@ -72,17 +75,18 @@ class KFANodeSelection {
   };
 
   int list(const std::string& folder, const Listing*& listing);
-  static int readFolder(const std::string& folder, Listing& listing);
   int addWord(const std::string& word);
   int addFolder(const std::string& folder);
   int addRange(const std::string& word, int first, int last);
   int addPattern(const std::string& word);
   int addMatching(const std::string& word);
+  void expectAll(const std::vector<KFAEnvironmentFile>& files) const;
   void addFile(const KFAEnvironmentFile& file);
   void addOther(const std::string& path);
 
   std::string folder_;
   GetParser getParser_;
+  KFANodeFiles& where_;
   std::map<std::string, Listing> listings_;
   std::set<std::string> known_;
   std::set<std::string> knownOthers_;
