@@ -7,9 +7,9 @@ namespace kfactl {
 extern const Group rawGroup, configGroup, globalGroup, netifGroup, messageGroup, qosGroup, cacheGroup,
     typesGroup, checkGroup, reportGroup, watchGroup, manualGroup, completeGroup;
 
-constexpr const Group* kGroups[] = {&rawGroup,     &configGroup, &globalGroup, &netifGroup,
-                                    &messageGroup, &qosGroup,    &cacheGroup,  &typesGroup,
-                                    &checkGroup,   &reportGroup, &watchGroup, &manualGroup, &completeGroup};
+constexpr const Group* kGroups[] = {&rawGroup,   &configGroup, &globalGroup,  &netifGroup, &messageGroup,
+                                    &qosGroup,   &cacheGroup,  &typesGroup,   &checkGroup, &reportGroup,
+                                    &watchGroup, &manualGroup, &completeGroup};
 
 std::span<const Group* const> listGroups() {
   return kGroups;
