@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # The long form of the tests of failures, which prints how much was tried: faults.sh [SECTION [COUNT]]
-#   save [COUNT]  each system call of a save fails, ends the process, or is met by a fork or another program;
+#   save [COUNT]  each system call of a save fails, ends the process, or is met by a fork, another program, a full disk;
 #                 the same with a tracer around kfactl; COUNT (20000) of 64 writers are killed
 #   cache [COUNT [SEED]]
 #                 each system call of a cache's use fails or ends the process; COUNT (100000) processes that use a cache

@@ -48,6 +48,7 @@ std::string faultOfValue(const KFLMessageIterator& it, const KFLField& row) {
     return row.names->findNumber(it.getText(), number) == 0
                ? std::string()
                : text + "is no known name; " + row.names->listNames() + " is wanted";
+  if (row.emptyItemIsNone && it.isEmptyElement()) return {};
   if (row.valueType.empty() || row.probe == nullptr || row.probe(it) == 0) return {};
   return reasonWithout(it.getPath());
 }

@@ -2,9 +2,12 @@
 // Every system call of a save and of a folder's listing: it fails, stops half way, the process dies or forks there, or
 // another program touches the file. KFA_FAULTS_COUNT is how many writers are killed in the long form.
 #include <fcntl.h>
+#include <grp.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
@@ -126,7 +129,7 @@ const Save kSaves[] = {
        setxattr(path.c_str(), "system.posix_acl_access", acl.data(), acl.size(), 0);
        setxattr(path.c_str(), "user.origin", "sample", 6, 0);
      },
-     setAWithBackup},
+     setA},
     {"new", "new", makeA, makeNew},
     {"newbylink", "new", makeA, makeNew, "renameat2"},
 };
@@ -628,6 +631,160 @@ TEST(SaveAmongOthers, AForkedChildCommitsNothing) {
   EXPECT_EQ(status, 0);
   EXPECT_EQ(result, 0);
   EXPECT_EQ(contentOf(folder / "a"), "A=1\n# kept\nB=2\n");
+}
+
+// Runs a part of a test as a process of its own, and gives its status; its failures are printed.
+int inProcess(const std::function<void()>& part) {
+  const pid_t child = fork();
+  if (child == 0) {
+    part();
+    std::cout << std::flush;
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+// A file system of 64 KiB in a folder, which only this process sees.
+bool mountSmall(const fs::path& path) {
+  if (geteuid() != 0) {
+    const std::string ids = "0 " + std::to_string(geteuid()) + " 1";
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    makeFile("/proc/self/uid_map", ids);
+  } else if (unshare(CLONE_NEWNS) != 0) {
+    return false;
+  }
+  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", path.c_str(), "tmpfs", 0, "size=64k,mode=0700") == 0;
+}
+
+constexpr int kNotPermitted = 77;
+
+// The part with a small file system in the folder "disk"; skips the test where that may not be mounted.
+#define ON_A_SMALL_DISK(part)                                      \
+  do {                                                             \
+    const TemporaryFolder outside;                                 \
+    fs::create_directory(outside / "disk");                        \
+    const int status = inProcess([&] {                             \
+      if (!mountSmall(outside / "disk")) _exit(kNotPermitted);     \
+      setenv("TMPDIR", (outside / "disk").c_str(), 1);             \
+      part();                                                      \
+      umount((outside / "disk").c_str());                          \
+    });                                                            \
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPermitted) \
+      GTEST_SKIP() << "no file system may be mounted here";        \
+    EXPECT_EQ(status, 0);                                          \
+  } while (false)
+
+// As many pages as fit are taken before each call in turn, but for some.
+void saveOnAFullDisk(const Save& save) {
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  for (std::size_t point = 0; point < outcome.calls; ++point) {
+    for (const std::size_t spared : {0U, 1U, 2U}) {
+      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point) + " " + std::to_string(spared));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      const fs::path filler = fs::temp_directory_path() / "filler";
+      int result = 0;
+      {
+        const KFLSystemFaults faults(onFileSystemOf(save, at(point, false, [&] {
+                                                      makeFile(filler, std::string(1 << 17, 'x'));
+                                                      fs::resize_file(filler,
+                                                                      fs::file_size(filler) - spared * 4096);
+                                                    })));
+        result = save.run(folder, quickly());
+      }
+      if (result != 0) {
+        EXPECT_TRUE(has(KFL::getErrorMessage(), "No space left on device")) << KFL::getErrorMessage();
+        ++refusals;
+      }
+      expectWhole(statesOf(folder), outcome.before, outcome.after);
+      fs::remove(filler);
+      expectSavedAgain(save, folder, outcome);
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+  std::cout << save.name << ": " << 3 * outcome.calls << " full disks, " << refusals << " refusals\n";
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheDiskIsFullAtEachCall) {
+  ON_A_SMALL_DISK([&] { saveOnAFullDisk(GetParam()); });
+}
+
+void saveOnADiskThatIsLocked(const Save& save) {
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  const std::string disk = fs::temp_directory_path();
+  const auto remount = [&](unsigned long flags) {
+    return mount("none", disk.c_str(), nullptr, MS_REMOUNT | flags, "size=64k") == 0;
+  };
+  for (std::size_t point = 0; point < outcome.calls; ++point) {
+    SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point));
+    const TemporaryFolder folder;
+    save.prepare(folder);
+    int result = 0;
+    bool isDone = false;
+    {
+      const KFLSystemFaults faults(
+          onFileSystemOf(save, at(point, false, [&] { isDone = remount(MS_RDONLY); })));
+      result = save.run(folder, quickly());
+    }
+    if (result != 0) {
+      EXPECT_TRUE(has(KFL::getErrorMessage(), "Read-only file system")) << KFL::getErrorMessage();
+      EXPECT_TRUE(isDone);
+      ++refusals;
+    }
+    EXPECT_TRUE(remount(0));
+    expectWhole(statesOf(folder), outcome.before, outcome.after);
+    expectSavedAgain(save, folder, outcome);
+    if (testing::Test::HasFailure()) return;
+  }
+  std::cout << save.name << ": " << outcome.calls << " read-only disks, " << refusals << " refusals\n";
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheDiskIsMadeReadOnlyAtEachCall) {
+  ON_A_SMALL_DISK([&] { saveOnADiskThatIsLocked(GetParam()); });
+}
+
+// As a user to whom permissions matter.
+void saveInAFolderThatIsClosed(const Save& save) {
+  if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
+    ADD_FAILURE() << "root cannot become somebody else";
+    return;
+  }
+  std::size_t refusals = 0;
+  const Outcome outcome = withoutFault(save);
+  for (const mode_t mode : {0000, 0500, 0600, 0100}) {
+    for (std::size_t point = 0; point < outcome.calls; ++point) {
+      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(mode) + " " + std::to_string(point));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      int result = 0;
+      {
+        const KFLSystemFaults faults(
+            onFileSystemOf(save, at(point, false, [&] { chmod(folder.path().c_str(), mode); })));
+        result = save.run(folder, quickly());
+      }
+      if (result != 0) {
+        EXPECT_TRUE(has(KFL::getErrorMessage(), "Permission denied")) << KFL::getErrorMessage();
+        ++refusals;
+      }
+      chmod(folder.path().c_str(), 0700);
+      expectWhole(statesOf(folder), outcome.before, outcome.after);
+      expectSavedAgain(save, folder, outcome);
+      if (testing::Test::HasFailure()) return;
+    }
+  }
+  EXPECT_GT(refusals, 0U);
+}
+
+TEST_P(SaveFaults, TheFolderLosesItsPermissionsAtEachCall) {
+  if (std::string(GetParam().name) == "attributes") GTEST_SKIP() << "another's file";
+  EXPECT_EQ(inProcess([&] { saveInAFolderThatIsClosed(GetParam()); }), 0);
 }
 
 TEST(FolderFaults, EachCallFails) {

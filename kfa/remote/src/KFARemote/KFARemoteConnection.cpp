@@ -113,16 +113,16 @@ class KFARemoteConnection::Implementation {
   const KFARemoteConnectionOptions options;
 
  private:
-  std::shared_ptr<grpc::ChannelCredentials> getCredentials() KFL_REQUIRES(lock_);
+  std::shared_ptr<grpc::ChannelCredentials> makeCredentials() const;
   std::shared_ptr<grpc::Channel> makeChannel(const std::string& address) KFL_REQUIRES(lock_);
 
   KFLLock lock_;
-  std::shared_ptr<grpc::ChannelCredentials> credentials_ KFL_GUARDED_BY(lock_);
   std::map<std::string, std::shared_ptr<Peer>> peers_ KFL_GUARDED_BY(lock_);
 };
 
-std::shared_ptr<grpc::ChannelCredentials> KFARemoteConnection::Implementation::getCredentials() {
-  if (credentials_) return credentials_;
+// Each channel has a provider of its own: of two that wait for the first certificates of one, the later may try to
+// connect before it has them, and fail.
+std::shared_ptr<grpc::ChannelCredentials> KFARemoteConnection::Implementation::makeCredentials() const {
   const KFARemoteIdentity& identity = options.identity;
   grpc::experimental::TlsChannelCredentialsOptions tls;
   tls.set_certificate_provider(std::make_shared<grpc::experimental::FileWatcherCertificateProvider>(
@@ -130,8 +130,7 @@ std::shared_ptr<grpc::ChannelCredentials> KFARemoteConnection::Implementation::g
       static_cast<unsigned int>(std::max(1, identity.reloadSeconds))));
   tls.watch_root_certs();
   tls.watch_identity_key_cert_pairs();
-  credentials_ = grpc::experimental::TlsCredentials(tls);
-  return credentials_;
+  return grpc::experimental::TlsCredentials(tls);
 }
 
 std::shared_ptr<grpc::Channel> KFARemoteConnection::Implementation::makeChannel(const std::string& address) {
@@ -144,7 +143,7 @@ std::shared_ptr<grpc::Channel> KFARemoteConnection::Implementation::makeChannel(
   // What is sent again is decided here, where it is known what may be.
   arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);
   if (!options.expectedName.empty()) arguments.SetSslTargetNameOverride(options.expectedName);
-  return grpc::CreateCustomChannel(address, getCredentials(), arguments);
+  return grpc::CreateCustomChannel(address, makeCredentials(), arguments);
 }
 
 namespace {
