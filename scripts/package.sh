@@ -68,7 +68,7 @@ makeRoot() {
   local mirror
   mirror=$(cat /etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null |
     sed -n 's/^deb  *\(\[[^]]*\] \)\{0,1\}\([^ ]*\) bookworm .*/\2/p; s/^URIs: *\([^ ]*\).*/\1/p' | head -n 1) || true
-  debootstrap --variant=minbase bookworm "$1" "${mirror:-http://deb.debian.org/debian}" \
+  debootstrap --variant=minbase bookworm "$1" ${mirror:+"$mirror"} \
     >"$kfaTop/build/debootstrap.log" 2>&1 || {
     tail -n 5 "$kfaTop/build/debootstrap.log" >&2
     return 1

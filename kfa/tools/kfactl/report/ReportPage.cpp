@@ -174,8 +174,8 @@ void Page::writeRow(std::size_t index) {
 void Page::writeList() {
   page_.html(
       "<section class=\"card\" id=\"environments\"><h2>Environments</h2>\n"
-      "<div id=\"tools\" hidden><label for=\"filter\">Filter</label> "
-      "<input id=\"filter\" type=\"search\" autocomplete=\"off\" placeholder=\"words in a row\"> "
+      "<div id=\"tools\" hidden><label for=\"filter\">Filter by words</label> "
+      "<input id=\"filter\" type=\"search\" autocomplete=\"off\"> "
       "<span id=\"shown\" class=\"quiet\" role=\"status\"></span></div>\n<div class=\"scroll\">"
       "<table id=\"list\"><caption>Every environment with what was found: numbers of errors, warnings, notes "
       "and violated formulas.</caption>\n<thead><tr>"
