@@ -209,11 +209,12 @@ int KFLCacheFile::applyLocked(const std::vector<const KFLCacheChange*>& changes)
 
 // The snapshot that this process keeps through the opening that is locked, if nobody uses it.
 boost::intrusive_ptr<KFLCacheHold> KFLCacheFile::takeKept() {
-  const KFLForkableGuard guard(share_->holdsLock);
-  const boost::intrusive_ptr<KFLCacheHold>& current = share_->current;
-  const bool isMine = current && !current->isForked() && current->storage->isSameOpening(*storage_);
-  if (!isMine || current->users > 0) return nullptr;
-  return std::move(share_->current);
+  KFLCacheShare& share = *share_;
+  const KFLForkableGuard guard(share.holdsLock);
+  const bool isMine =
+      share.current && !share.current->isForked() && share.current->storage->isSameOpening(*storage_);
+  if (!isMine || share.current->users > 0) return nullptr;
+  return std::move(share.current);
 }
 
 }  // namespace KFL

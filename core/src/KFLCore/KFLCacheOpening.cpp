@@ -46,7 +46,7 @@ const KFLCacheLimits& KFLCacheFile::getLimits() const {
 }
 
 int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
-  return withCode([&] {
+  return withCode([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
     dropKept(share_->patience());
     if (const int code = takeTurn(); code != 0) return code;
     const KFLTurnEnd end(turn_);
@@ -68,7 +68,7 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
   });
 }
 
-int KFLCacheFile::reinit() {
+int KFLCacheFile::reinit() KFL_NO_THREAD_SAFETY_ANALYSIS {
   dropKept(std::chrono::milliseconds{0});
   while (!turn_.lock(std::chrono::hours{1})) {
   }

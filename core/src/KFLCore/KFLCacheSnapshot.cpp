@@ -132,11 +132,13 @@ int KFLCacheFile::hold(KFLCacheSnapshot& snapshot) {
 
 // What the process keeps, if the file still names it.
 bool KFLCacheFile::useCurrent(KFLCacheSnapshot& snapshot) {
-  const KFLForkableGuard guard(share_->holdsLock);
-  const boost::intrusive_ptr<KFLCacheHold>& kept = share_->current;
-  if (!kept || kept->isForked() || !kept->isCurrent() || !isAtPath(*share_, *kept->storage)) return false;
+  KFLCacheShare& share = *share_;
+  const KFLForkableGuard guard(share.holdsLock);
+  KFLCacheHold* const kept = share.current.get();
+  if (kept == nullptr || kept->isForked() || !kept->isCurrent() || !isAtPath(share, *kept->storage))
+    return false;
   ++kept->users;
-  snapshot.use(kept);
+  snapshot.use(share.current);
   return true;
 }
 
@@ -145,19 +147,20 @@ int KFLCacheFile::holdLocked(KFLCacheSnapshot& snapshot, boost::intrusive_ptr<KF
   const boost::intrusive_ptr<KFLCacheHold> made(new KFLCacheHold);
   KFLLockedCache locked(*share_, storage_);
   locked.keep();
-  const KFLForkableGuard guard(share_->holdsLock);
-  const boost::intrusive_ptr<KFLCacheHold>& kept = share_->current;
+  KFLCacheShare& share = *share_;
+  const KFLForkableGuard guard(share.holdsLock);
+  KFLCacheHold* const kept = share.current.get();
   const bool isThere =
-      kept && !kept->isForked() && kept->isCurrent() && kept->storage->isSameOpening(*storage_);
+      kept != nullptr && !kept->isForked() && kept->isCurrent() && kept->storage->isSameOpening(*storage_);
   if (!isThere) {
     if (const int code = locked.acquire(made->view); code != 0) return code;
     made->share = share_;
     made->storage = storage_;
-    if (kept && kept->users == 0) former = kept;
-    share_->current = made;
+    if (kept != nullptr && kept->users == 0) former = kept;
+    share.current = made;
   }
-  ++share_->current->users;
-  snapshot.use(share_->current);
+  ++share.current->users;
+  snapshot.use(share.current);
   return 0;
 }
 
