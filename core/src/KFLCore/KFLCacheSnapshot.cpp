@@ -57,7 +57,7 @@ int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
       setErrorMessage("%s was cut while it was open", storage->getPath().c_str());
       return int{kCacheNotRemapped};
     }
-    if (const int code = KFLCacheShare::takeLock(*storage, patience); code != 0) return code;
+    if (const int code = share.takeLock(*storage, patience); code != 0) return code;
     KFLLockedCache locked(share, storage);
     if (!locked.manager().isValid()) {
       storage->getLock().letGo(hold.view.getOffset());
@@ -104,8 +104,11 @@ void KFLCacheSnapshot::release() {
       share.current.reset();
     }
   }
-  if (endHold(*hold, share.patience()) != 0)
-    KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
+  if (endHold(*hold, share.patience()) == 0) return;
+  withCode([] {
+    KFL_LOG("KFLCore", kLogWarning, "[release] %s", getErrorMessage().c_str());
+    return 0;
+  });
 }
 
 std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
