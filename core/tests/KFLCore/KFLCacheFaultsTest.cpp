@@ -335,6 +335,30 @@ TEST(CacheFaults, ABareCloneHoldsNothingOfItsParents) {
   EXPECT_EQ(lostBytes(path), 0U);
 }
 
+TEST(CacheFaults, AForkedChildGivesNothingBackForItsParent) {
+  const Folder folder;
+  const std::string path = folder / "cache";
+  Cache cache = openCache(path);
+  KFLCacheFile::Storage storage;
+  ASSERT_EQ(cache->lock(storage), 0);
+  for (const auto make : {&fork, &_Fork}) {
+    const pid_t child = make();
+    if (child == 0) {
+      cache->unlock(storage);
+      cache.reset();
+      _exit(put(*openCache(folder / "other"), "key", "text"));
+    }
+    EXPECT_EQ(waitFor(child), 0);
+    EXPECT_EQ(wordOf(readFile(path), 24), static_cast<std::uint32_t>(getpid()));
+  }
+  KFLFileLock other;
+  EXPECT_EQ(other.open(path), 0);
+  EXPECT_EQ(other.tryLock(), EAGAIN);
+  cache->unlock(storage);
+  EXPECT_EQ(other.tryLock(), 0);
+  EXPECT_EQ(wordOf(readFile(path), 24), 0U);
+}
+
 // A parent that dies with the lock, right behind a fork: the child gets it.
 TEST(CacheFaults, AForkedChildIsNotWaitedForByItself) {
   const Folder folder;
