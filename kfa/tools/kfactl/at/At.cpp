@@ -126,7 +126,7 @@ void Fleet::runAt(Node& node) const {
   try {
     const AtNode at(openNode(*connection_, node.address));
     node.status = run_(session, words_);
-  } catch (const Trouble& trouble) {
+  } catch (const std::exception& trouble) {
     node.kept.errors.emplace_back(trouble.what());
   }
   session.out().flush();
