@@ -70,6 +70,15 @@ class ConfigLines {
   ConfigLine line_;
 };
 
+// Where a text assigns to a key, which is in lower case: the last such line, which counts or else is the one that a person
+// looks for. All 0 and empty where no line does.
+struct KeyPlace {
+  std::size_t line = 0;    // from 1
+  std::size_t column = 0;  // of the value, from 1
+  std::string_view text;   // of the line, within the whole
+};
+KeyPlace placeOfKey(std::string_view text, const std::string& key);
+
 }  // namespace KFA
 
 #endif
