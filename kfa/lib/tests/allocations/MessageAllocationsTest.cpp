@@ -110,15 +110,14 @@ TEST(Allocations, OfEveryRecord) {
   AllocationLaws laws("records", [](Binding& b) {
     return placeOf(b.it) + writtenForm(*b.record, b.object.get()) + b.message.toString();
   });
-  for (const auto& [type, example] : examples()) {
-    ASSERT_NE(type, nullptr) << example.file;
+  forEachExample([&](const KFLRecordType& record, const Example& example, const KFLMessage&) {
     for (const auto& [what, prepare, call] : {std::tuple(" read", &reading, &Binding::read),
                                               {" read again", &rereading, &Binding::read},
                                               {" written", &writing, &Binding::write}}) {
-      const auto binding = [&, make = prepare] { return make(*type, example.xml); };
+      const auto binding = [&, make = prepare] { return make(record, example.xml); };
       laws(example.file + what, binding, call);
     }
-  }
+  });
 }
 
 struct Check {
@@ -134,14 +133,13 @@ TEST(Allocations, OfTheCheckOfEveryRecord) {
       state += finding.path + std::to_string(finding.element) + finding.text;
     return state;
   });
-  for (const auto& [type, example] : examples()) {
-    const KFLRecordType& record = *type;
+  forEachExample([&](const KFLRecordType& record, const Example& example, const KFLMessage&) {
     std::string marred = example.xml;
     marred.insert(marred.rfind("</"), "<unknown>" + kLong + "</unknown>");
     const auto prepare = [&] { return Check{parsed(marred), {}, {}}; };
     laws(example.file, prepare,
          [&](Check& c) { return KFL::checkMessage(c.message.getIterator(), record, c.findings, &c.result); });
-  }
+  });
 }
 
 // What one thread does with a tree that others read too; false when it did not see what it should.
@@ -168,20 +166,18 @@ bool readsUnharmed(const KFLRecordType& record, const KFLMessage& message, const
 }
 
 TEST(Allocations, OfThreadsThatShareATree) {
-  for (const auto& [type, example] : examples()) {
-    const KFLRecordType& record = *type;
-    const KFLMessage message = parsed(example.xml);
+  forEachExample([](const KFLRecordType& record, const Example&, const KFLMessage& message) {
     const KFLRecordType::Object object = record.create();
     record.read(message.getIterator(), object.get());
     const std::string form = writtenForm(record, object.get());
     std::atomic<int> harmed{0};
-    std::vector<std::thread> threads;
-    for (std::size_t first = 1; first <= 3; ++first)
-      threads.emplace_back([&, first] { harmed += readsUnharmed(record, message, form, first) ? 0 : 1; });
-    for (std::thread& thread : threads)
-      thread.join();
-    EXPECT_EQ(harmed, 0) << example.file;
-  }
+    {
+      std::vector<std::jthread> threads;
+      for (std::size_t first = 1; first <= 3; ++first)
+        threads.emplace_back([&, first] { harmed += readsUnharmed(record, message, form, first) ? 0 : 1; });
+    }
+    EXPECT_EQ(harmed, 0);
+  });
 }
 
 // --- The tree -------------------------------------------------------------------------------------------------------
