@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
+#include <KFAFunctionality/environment/KFAEnv.h>
 #include <KFAFunctionality/environment/KFAVtInfo.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFALogOptions.h>
@@ -37,6 +38,8 @@ TEST(DerivedRecords, TypeTagsMakeTheClasses) {
   using namespace HardDisk;
   KFANetVEth device;
   device.setName("eth0");
+  EXPECT_EQ(tagThatMakes<KFLEnvConfig>(KFAEnvConfig()), "venv_configType");
+  EXPECT_EQ(tagThatMakes<KFLEnv>(KFAEnv(KFLEID::generate(), boost::make_shared<KFAEnvConfig>())), "envType");
   EXPECT_EQ(tagThatMakes<KFLMigratorCloneOptions>(KFAMigratorCloneOptions()), "clone_optionsType");
   EXPECT_EQ(tagThatMakes<KFLCalculateHWNodeNotes>(KFACalculateHWNodeNotes()), "hw_notesType");
   EXPECT_EQ(tagThatMakes<KFLLogOptions>(KFALogOptions()), "log_optionsType");
