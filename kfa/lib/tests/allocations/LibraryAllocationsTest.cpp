@@ -54,13 +54,6 @@ using Values = std::map<std::string, std::string>;
 
 const std::string kLong(300, 'l');
 
-Values rawValues(const std::string& text) {
-  Values values;
-  std::istringstream in(text);
-  KFARawConfigBashParser::getInstance()->getConfig(in, values);
-  return values;
-}
-
 std::string textOf(const Values& values) {
   std::string text;
   for (const auto& [key, value] : values)
@@ -175,7 +168,7 @@ struct OneKey {
 TEST(Allocations, OfEveryKeyAndOfDifferences) {
   Values samples;
   for (const auto& path : exampleFiles())
-    samples.merge(rawValues(contentOf(path)));
+    samples.merge(valuesOf(contentOf(path)));
   const auto parser = envParser();
   AllocationLaws laws("keys", [](OneKey& k) {
     std::string text = textOf(k.config) + k.value;

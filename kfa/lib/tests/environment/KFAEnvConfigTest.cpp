@@ -118,47 +118,43 @@ const std::string kText = "text <&> \xC3\xA9";
 const std::set<std::string> kWords{"b", "a"};
 
 std::vector<Row> rows() {
-  return {
-      ROW("ve_root", VERootVar, kText),
-      ROW("ve_private", VEPrivateVar, ""),
-      ROW("on_boot", OnBoot, true),
-      ROW("rate_bound", RateBound, false),
-      ROW("offline_management", OfflineManagement, true),
-      ROW("slm_mode", SLMMode, kText),
-      ROW("is_sample", Sample, true),
-      ROW("origin_sample", OriginSample, kText),
-      ROW("allow_reboot", AllowReboot, true),
-      ROW("uuid", UUID, kText),
-      ROW("ts_mode", TSMode, -2147483647 - 1),
-      ROW("iptables", IPTables, kWords, 2),
-      ROW("role", ServerRoles, kWords, 2),
-      ROW("offline_service", OfflineServices, kWords, 2),
-      ROW("ts_license_server", TSLicenseServers, kWords, 2),
-      ROW("capability", Capabilities, {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
-      ROW("distribution", Distribution, KFADistribution("debian", "12")),
-      ROW("os_template", OsTemplate, KFATemplate("debian", "12")),
-      ROW("template", Templates, {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
-      ROW("wins_server", WinsServers, {"10.0.0.2", "dhcp"}, 2),
-      ROW("interface_rate", RatesList, {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
-      ROW("net_device", NetVEths, {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
-      ROW("ve_type", VEType, KFAVPSType(KFAVPSType::kRepair, 102)),
-  };
+  return {ROW("ve_root", VERootVar, kText),
+          ROW("ve_private", VEPrivateVar, ""),
+          ROW("on_boot", OnBoot, true),
+          ROW("rate_bound", RateBound, false),
+          ROW("offline_management", OfflineManagement, true),
+          ROW("slm_mode", SLMMode, kText),
+          ROW("is_sample", Sample, true),
+          ROW("origin_sample", OriginSample, kText),
+          ROW("allow_reboot", AllowReboot, true),
+          ROW("uuid", UUID, kText),
+          ROW("ts_mode", TSMode, -2147483647 - 1),
+          ROW("iptables", IPTables, kWords, 2),
+          ROW("role", ServerRoles, kWords, 2),
+          ROW("offline_service", OfflineServices, kWords, 2),
+          ROW("ts_license_server", TSLicenseServers, kWords, 2),
+          ROW("capability", Capabilities, {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
+          ROW("distribution", Distribution, KFADistribution("debian", "12")),
+          ROW("os_template", OsTemplate, KFATemplate("debian", "12")),
+          ROW("template", Templates, {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
+          ROW("wins_server", WinsServers, {"10.0.0.2", "dhcp"}, 2),
+          ROW("interface_rate", RatesList, {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
+          ROW("net_device", NetVEths, {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
+          ROW("ve_type", VEType, KFAVPSType(KFAVPSType::kRepair, 102))};
 }
 
 std::vector<Row> rowsOfTheCore() {
-  return {
-      ROW("name", Name, kText),
-      ROW("description", Description, ""),
-      ROW("hostname", Hostname, kText),
-      ROW("architecture", Architecture, kText),
-      ROW("type", Type, kText),
-      ROW("nameserver", Nameservers, {"b", "a", "b"}, 3),
-      ROW("search_domain", SearchDomains, kWords, 2),
-      ROW("address", Addresses, {"10.0.0.5/24", "dhcp"}, 2),
-      ROW("qos", QoSes, {KFLQoS("b"), KFLQoS("a")}, 2),
-      ROW("class_id", ClassID, -1),
-      ROW("config_customized", ConfigCustomized, true),
-  };
+  return {ROW("name", Name, kText),
+          ROW("description", Description, ""),
+          ROW("hostname", Hostname, kText),
+          ROW("architecture", Architecture, kText),
+          ROW("type", Type, kText),
+          ROW("nameserver", Nameservers, {"b", "a", "b"}, 3),
+          ROW("search_domain", SearchDomains, kWords, 2),
+          ROW("address", Addresses, {"10.0.0.5/24", "dhcp"}, 2),
+          ROW("qos", QoSes, {KFLQoS("b"), KFLQoS("a")}, 2),
+          ROW("class_id", ClassID, -1),
+          ROW("config_customized", ConfigCustomized, true)};
 }
 
 TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {

@@ -467,10 +467,6 @@ void appendTo(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::app) << text;
 }
 
-bool has(const std::string& content, const std::string& part) {
-  return content.find(part) != std::string::npos;
-}
-
 fs::path temporaryOf(const fs::path& target) {
   return target.parent_path() / ("." + target.filename().string() + ".kfa-new");
 }
