@@ -4,11 +4,10 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <thread>
 #include <vector>
 
 #include <KFLCommon/KFLText.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
@@ -125,16 +124,7 @@ const char* nameOf(KFANodeChange::File::State state) {
 
 // Files brought to disk at the same time share the waiting.
 void runInThreads(std::size_t count, const KFANodeChange::Work& work) {
-  constexpr std::size_t kMostThreads = 16;
-  std::atomic<std::size_t> next = 0;
-  const auto serve = [&] {
-    for (std::size_t i = next++; i < count; i = next++)
-      work(i);
-  };
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
-    threads.emplace_back(serve);
-  serve();
+  KFL::runInThreads(count, 16, work);
 }
 
 struct ChangeOptions {
