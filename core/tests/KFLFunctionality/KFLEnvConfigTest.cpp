@@ -39,35 +39,6 @@ std::size_t count(const KFLEnvConfig& config, const std::string& name) {
 
 // --- Properties --------------------------------------------------------------------------------------------
 
-struct TextRow {
-  const char* element;
-  int (KFLEnvConfig::*get)(Text&) const;
-  int (KFLEnvConfig::*set)(const Text&);
-};
-constexpr TextRow kTexts[] = {
-    {"name", &KFLEnvConfig::getName, &KFLEnvConfig::setName},
-    {"description", &KFLEnvConfig::getDescription, &KFLEnvConfig::setDescription},
-    {"hostname", &KFLEnvConfig::getHostname, &KFLEnvConfig::setHostname},
-    {"architecture", &KFLEnvConfig::getArchitecture, &KFLEnvConfig::setArchitecture},
-    {"type", &KFLEnvConfig::getType, &KFLEnvConfig::setType}};
-
-TEST(KFLEnvConfig, TextsAreAbsentThenSetThenAbsentAgain) {
-  for (const TextRow& row : kTexts) {
-    SCOPED_TRACE(row.element);
-    KFLVEnvConfig config;
-    Text value(std::string("as it was"));
-    EXPECT_EQ((config.*row.get)(value), -1) << "without a message";
-    EXPECT_TRUE(value.isSpecified());
-    config.initMsg();
-    for (const Text& text : {Text(), Text("first"), Text(""), Text("second"), Text()}) {
-      EXPECT_EQ((config.*row.set)(text), 0);
-      EXPECT_EQ((config.*row.get)(value), 0);
-      EXPECT_EQ(value, text);
-      EXPECT_EQ(names(config), std::vector<std::string>(text.isSpecified() ? 1 : 0, row.element));
-    }
-  }
-}
-
 TEST(KFLEnvConfig, ListsKeepOrderAndTellEmptyFromAbsent) {
   using List = std::vector<std::string>;
   KFLEnvConfig config;

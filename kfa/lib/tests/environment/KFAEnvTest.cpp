@@ -244,21 +244,5 @@ TEST(KFAEnv, TheTechnologyIsRegistered) {
   EXPECT_EQ(onBoot, KFLOptionalProperty<bool>(true)) << "all of them work on the same element";
 }
 
-TEST(KFAEnv, TheTypeTagsMakeTheClasses) {
-  KFAEnv env(kEID, boost::make_shared<KFAEnvConfig>());
-  env.setStatus(2);
-  dynamic_cast<KFAEnvConfig&>(*env.getVirtualConfig()).setVeid(101);
-  KFLMessage message;
-  KFLMessageIterator it = message.getIterator();
-  ASSERT_EQ(KFLWriterDerived<KFLEnv>()(it, env), 0);
-  EXPECT_EQ(it.getTypeTag(), "envType");
-  boost::shared_ptr<KFLEnv> read;
-  ASSERT_EQ(KFLReaderDerived<KFLEnv>()(it, read), 0);
-  ASSERT_NE(dynamic_cast<KFAEnv*>(read.get()), nullptr);
-  EXPECT_NE(dynamic_cast<KFAEnvConfig*>(read->getVirtualConfig().get()), nullptr);
-  EXPECT_EQ(read->getSortKey(), 101U);
-  EXPECT_EQ(read->getStatus(), 2);
-}
-
 }  // namespace
 }  // namespace KFA

@@ -18,11 +18,6 @@ namespace {
 
 using Map = std::map<std::string, std::string>;
 
-const KFA::KFAEnvConfigRules& envRules() {
-  static const KFA::KFAEnvConfigRules rules(envParser());
-  return rules;
-}
-
 // --- Fixing -------------------------------------------------------------------------------------------------------------
 
 TEST(ConfigFixTest, MakesTheOneRightEdit) {
@@ -111,16 +106,6 @@ TEST(ConfigFixTest, KeepsWhatWasTaken) {
 }
 
 // --- Merging ------------------------------------------------------------------------------------------------------------
-
-Map valuesOf(const std::string& text) {
-  Map values;
-  EXPECT_EQ(KFA::readConfigText(text, "merged",
-                                [&](std::istream& in) {
-                                  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
-                                }),
-            0);
-  return values;
-}
 
 std::optional<std::string> valueOf(const Map& values, const std::string& key) {
   const auto found = values.find(key);

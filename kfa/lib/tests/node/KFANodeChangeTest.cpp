@@ -28,17 +28,6 @@ using State = KFANodeChange::File::State;
 
 const KFA::KFARawConfigRules rules;
 
-std::map<std::string, std::string> valuesOf(const std::string& text) {
-  std::map<std::string, std::string> values;
-  EXPECT_EQ(KFA::readConfigText(text, "f",
-                                [&](std::istream& in) {
-                                  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
-                                }),
-            0)
-      << text;
-  return values;
-}
-
 std::string randomValue(std::mt19937& random) {
   static const std::string pieces[] = {"a", " ",     "'",     "#",     "yes", "=", "\xc3\xa4",
                                        ":", "$VEID", "was: ", "unset", ";",   ","};

@@ -4,15 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 #include "UpdateMessages.h"
 
 namespace {
 
 using namespace KFA;
-
-const std::string kProduct = "<id>i</id><name>n</name><install_type>manual</install_type>";
 
 TEST(KFAUpdateServiceSettings, DayStandsAsItsName) {
   const char* const days[] = {"sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"};
@@ -33,58 +30,6 @@ TEST(KFAUpdateServiceSettings, DayStandsAsItsName) {
   }
 }
 
-// What each reader makes of a message: the record that is written again, or its refusal.
-template <class Record>
-std::string readAndWritten(const std::string& content) {
-  Record record;
-  const int result = readFrom(content, record);
-  return result == 0 ? written(record) : "refused";
-}
-
-TEST(KFAUpdateConfig, ReadersTakeAndRefuse) {
-  using Service = KFAUpdateServiceSettings;
-  using Proxy = KFAUpdateProxySettings;
-  using Product = KFAUpdateProduct;
-  using Source = KFAUpdateInstallSource;
-  const std::string url = "<url>u</url>";
-  const std::string service = "<check_interval>1</check_interval>";
-  const std::string typed = "<id>i</id><name>n</name>";
-  const std::string disabled = typed + "<install_type>disabled</install_type>";
-  const std::tuple<std::string (*)(const std::string&), std::string, std::string> rows[] = {
-      {readAndWritten<Service>, "", "refused"},
-      {readAndWritten<Service>, "<check_interval>often</check_interval>", "refused"},
-      {readAndWritten<Service>, "<check_period>Sunday</check_period>" + service, "refused"},
-      {readAndWritten<Service>, "<check_period/>" + service, service},
-
-      {readAndWritten<Proxy>, "<kind>direct</kind>" + url, "refused"},
-      {readAndWritten<Proxy>, "<kind/>" + url, "refused"},
-      {readAndWritten<Proxy>, "<kind>custom</kind>" + url, "<kind>custom</kind>" + url + url},
-      {readAndWritten<Proxy>, "<kind>explorer</kind>", "<kind>explorer</kind><url/>"},
-      {readAndWritten<Proxy>, "", "<kind>no_proxy</kind><url/>"},
-
-      {readAndWritten<KFAUpdateConnection>, "", "<url/>"},
-      {readAndWritten<KFAUpdateConnection>, "<proxy><kind>direct</kind></proxy><repository>r</repository>",
-       "<url/><repository>r</repository>"},
-
-      {readAndWritten<Source>, "<standard>s</standard>", "refused"},
-      {readAndWritten<Source>, "<value/>", "<value/>"},
-
-      {readAndWritten<Product>, "<name>n</name><install_type>manual</install_type>", "refused"},
-      {readAndWritten<Product>, "<id>i</id><install_type>manual</install_type>", "refused"},
-      {readAndWritten<Product>, typed, "refused"},
-      {readAndWritten<Product>, typed + "<install_type>never</install_type>", "refused"},
-      {readAndWritten<Product>, typed + "<install_type/>", disabled},
-      {readAndWritten<Product>, disabled + "<install_source><standard/></install_source>", disabled},
-
-      {readAndWritten<KFAUpdateConfig>, "", ""},
-      {readAndWritten<KFAUpdateConfig>, "<product>" + typed + "</product>", "refused"},
-      {readAndWritten<KFAUpdateConfig>, "<service_settings/><product>" + kProduct + "</product>",
-       "<product>" + kProduct + "</product>"},
-  };
-  for (const auto& [read, content, expected] : rows)
-    EXPECT_EQ(read(content), expected) << content;
-}
-
 TEST(KFAUpdateConnectionSettings, AddressIsWrittenOnceMore) {
   KFAUpdateConnectionSettings settings;
   EXPECT_EQ(written(settings), "<url/>");
@@ -94,11 +39,6 @@ TEST(KFAUpdateConnectionSettings, AddressIsWrittenOnceMore) {
   kept.setSpecified(false);
   settings.setUrl(kept);
   EXPECT_EQ(written(settings), "<url>u</url>");
-  // The first element counts, as it stands.
-  EXPECT_EQ(readFrom("<url/><url>second</url>", settings), 0);
-  EXPECT_EQ(settings.getUrl(), KFAUpdateConnectionSettings::Text(""));
-  EXPECT_EQ(readFrom("", settings), 0);
-  EXPECT_FALSE(settings.getUrl().isSpecified());
 }
 
 TEST(KFAUpdateConfig, PartThatCannotBeWritten) {
