@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -53,7 +54,7 @@ ConfigurationPtr parse(const std::string& text, const std::string& name, int vei
 ConfigurationPtr readConfig(const Path& path, const py::object& veid) {
   const int number = veidOf(veid);
   const Vocabulary vocabulary = currentVocabulary();
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   return parse(readText(path), path, number, vocabulary);
 }
 
@@ -95,7 +96,7 @@ void writeConfig(const Path& path, const KFAEnvConfig& config, bool merge, bool 
   KFA::KFAReplaceOptions how;
   how.backupSuffix = backup;
   how.hardLinks = hardLinks;
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   if (merge && ::access(path.c_str(), F_OK) == 0)
     return must(
         KFAConfigFile(path).update([&](const std::string& before,
@@ -132,8 +133,12 @@ void runInThreads(std::size_t count, const KFANodeChange::Work& work) {
       work(i);
   };
   std::vector<std::jthread> threads;
-  for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
-    threads.emplace_back(serve);
+  try {
+    for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
+      threads.emplace_back(serve);
+  } catch (const std::system_error&) {
+    // Where no more threads may be started, those that are there do the work.
+  }
   serve();
 }
 
@@ -160,9 +165,10 @@ py::list describe(const KFANodeChange& change) {
 }
 
 std::vector<std::string> pathsOf(const py::object& files) {
+  const Place place{nullptr, "files"};
   std::vector<std::string> paths;
-  for (const py::handle file : itemsOf(files, {nullptr, "files"}))
-    paths.push_back(file.cast<Path>());
+  for (const py::handle file : itemsOf(files, place))
+    paths.push_back(pathOf(file, {&place, {}, paths.size()}));
   return paths;
 }
 
@@ -185,7 +191,7 @@ py::list changeFiles(const py::object& files, const py::object& changes, bool dr
       },
       how);
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     judgeAndApply(change, paths, {dryRun, keepGoing, create});
   }
   return describe(change);
@@ -207,7 +213,7 @@ py::dict getValues(const Path& path, const py::object& keys) {
   KFA::KFAEnvironmentKeys file(vocabulary.parser);
   if (!isAll) file.want(wanted);
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     must(file.read(readText(path), path), path);
   }
   py::dict values;
@@ -221,14 +227,14 @@ py::dict getValues(const Path& path, const py::object& keys) {
   return values;
 }
 
-void readSide(KFA::KFAEnvironmentKeys& keys, const py::object& side) {
+void readSide(KFA::KFAEnvironmentKeys& keys, const py::object& side, const Place& place) {
   std::string text;
   std::string name = "configuration";
   if (py::isinstance<KFAEnvConfig>(side)) {
     text = formatConfig(side.cast<const KFAEnvConfig&>(), true).cast<Text>();
   } else {
-    name = side.cast<Path>();
-    const py::gil_scoped_release release;
+    name = pathOf(side, place);
+    const Unlocked unlocked;
     text = readText(name);
   }
   must(keys.read(text, name), name);
@@ -238,8 +244,8 @@ py::list compare(const py::object& before, const py::object& after) {
   const Vocabulary vocabulary = currentVocabulary();
   KFA::KFAEnvironmentKeys old(vocabulary.parser);
   KFA::KFAEnvironmentKeys now(vocabulary.parser);
-  readSide(old, before);
-  readSide(now, after);
+  readSide(old, before, {nullptr, "before"});
+  readSide(now, after, {nullptr, "after"});
   return toList(compareEnvironments(old, now));
 }
 

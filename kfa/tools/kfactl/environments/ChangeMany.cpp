@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <system_error>
 #include <thread>
 
 #include <CLI/CLI.hpp>
@@ -38,8 +39,12 @@ void runInThreads(std::size_t count, const KFANodeChange::Work& work) {
       work(i);
   };
   std::vector<std::thread> threads;
-  for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
-    threads.emplace_back(serve);
+  try {
+    for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
+      threads.emplace_back(serve);
+  } catch (const std::system_error&) {
+    // Where no more threads may be started, those that are there do the work.
+  }
   serve();
   for (std::thread& thread : threads)
     thread.join();
