@@ -4,12 +4,10 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include <KFLCommon/KFLText.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
@@ -126,20 +124,7 @@ const char* nameOf(KFANodeChange::File::State state) {
 
 // Files brought to disk at the same time share the waiting.
 void runInThreads(std::size_t count, const KFANodeChange::Work& work) {
-  constexpr std::size_t kMostThreads = 16;
-  std::atomic<std::size_t> next = 0;
-  const auto serve = [&] {
-    for (std::size_t i = next++; i < count; i = next++)
-      work(i);
-  };
-  std::vector<std::jthread> threads;
-  try {
-    for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
-      threads.emplace_back(serve);
-  } catch (const std::system_error&) {
-    // Where no more threads may be started, those that are there do the work.
-  }
-  serve();
+  KFL::runInThreads(count, 16, work);
 }
 
 struct ChangeOptions {

@@ -97,7 +97,7 @@ TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
        "UUID={5B0C3F0E-8A55-4D27-9B7E-0D7F4A1C9E21}"},
       {"duplicate-name", "NAME=twin", "NAME='twin'"},
       {"duplicate-hostname", "HOSTNAME=Twin.example.com", "HOSTNAME=twin.example.com."},
-      {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv/x"},
+      {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv//y/../x/"},
   };
   std::mt19937 random(1);
   for (const auto& plant : plants) {

@@ -2,6 +2,7 @@
 #include <KFAFunctionality/node/KFANodeCheck.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <string_view>
 #include <unordered_map>
@@ -183,6 +184,12 @@ std::string sizeText(long long bytes) {
 
 std::string percentText(long long hundredths) {
   return KFL::doubleToStr(static_cast<double>(hundredths) / 100) + " %";
+}
+
+// One text for every way to write a path, as far as the text alone tells.
+std::string plainPath(const std::string& path) {
+  const std::string plain = std::filesystem::path(path).lexically_normal().string();
+  return plain.size() > 1 && plain.ends_with('/') ? plain.substr(0, plain.size() - 1) : plain;
 }
 
 }  // namespace
@@ -457,13 +464,14 @@ void KFANodeCheck::Judge::checkOthers() {
   }
   if (!keys_.get("ve_private", value) || value.empty() || environment.file.veid < 0) return;
   KFAEnvConfig::veidSubstitute(environment.file.veid, value);
+  const std::string area = plainPath(value);
   // Whoever repairs an environment works on its private area.
-  const auto owner = privates_.find(value);
+  const auto owner = privates_.find(area);
   if (owner != privates_.end()) {
     const Environment& other = environments_[owner->second.environment];
     if (other.repairs == environment.file.veid || environment.repairs == other.file.veid) return;
   }
-  claim(privates_, "duplicate-private", value, "ve_private", "the private area ", value);
+  claim(privates_, "duplicate-private", area, "ve_private", "the private area ", value);
 }
 
 long long KFANodeCheck::Judge::resource(const char* key) const {
