@@ -200,7 +200,7 @@ std::span<const KFANodeRule> nodeRules() {
 
 // --- One check ----------------------------------------------------------------------------------------------------------
 
-class KFANodeCheck::Judge {
+class [[gnu::visibility("hidden")]] KFANodeCheck::Judge {
  public:
   Judge(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options,
         KFANodeFiles& where)
