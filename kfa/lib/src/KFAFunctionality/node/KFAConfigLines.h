@@ -11,7 +11,7 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // One line, taken apart. It owns its text.
 class ConfigLine {

@@ -50,7 +50,7 @@ std::string plainPath(const std::string& path) {
 
 // --- One check ----------------------------------------------------------------------------------------------------------
 
-class KFANodeCheck::Judge {
+class [[gnu::visibility("hidden")]] KFANodeCheck::Judge {
  public:
   Judge(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options,
         KFANodeFiles& where)
