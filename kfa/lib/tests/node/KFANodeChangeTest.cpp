@@ -58,7 +58,7 @@ TEST(ChangeListTest, IsReadAsPrintedAndReversed) {
     std::string printed = "\n# FILE x\n";
     for (const KFAChange& change : changes)
       printed += change.toString() + "\n";
-    KFAChangeList read;
+    KFAChangeList read(1);
     ASSERT_EQ(KFA::parseChangeList(printed, "list", read), 0) << KFL::getErrorMessage() << printed;
     ASSERT_EQ(read.size(), changes.size()) << printed;
     auto expected = before;

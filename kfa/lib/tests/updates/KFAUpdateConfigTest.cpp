@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <KFAFunctionality/updates/KFAUpdate.h>
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "UpdateMessages.h"
 
@@ -11,23 +13,34 @@ namespace {
 
 using namespace KFA;
 
-TEST(KFAUpdateServiceSettings, DayStandsAsItsName) {
-  const char* const days[] = {"sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"};
-  const std::string interval = "<check_interval>0</check_interval>";
-  for (int day = -1; day <= 9; ++day) {
-    KFAUpdateServiceSettings settings;
-    settings.setCheckDay(day);
-    if (day < 0 || day > 7) {
-      EXPECT_EQ(written(settings), "result -1") << day;
+// From -1 on: the names under which numbers stand, "" for none at all, and what is behind them is refused.
+template <class Record>
+void expectNames(const std::string& element, const std::vector<std::string>& names,
+                 int (Record::*get)() const, void (Record::*set)(int), const std::string& rest = {}) {
+  const int count = static_cast<int>(names.size());
+  for (int number = -1; number <= count + 2; ++number) {
+    Record record;
+    (record.*set)(number);
+    if (number < 0 || number >= count) {
+      EXPECT_EQ(written(record), "result -1") << number;
       continue;
     }
-    const std::string name =
-        day == 0 ? "" : std::string("<check_period>") + days[day - 1] + "</check_period>";
-    EXPECT_EQ(written(settings), name + interval);
-    settings.setCheckDay(5);
-    EXPECT_EQ(readFrom(name + interval, settings), 0);
-    EXPECT_EQ(settings.getCheckDay(), day);
+    const std::string& name = names[static_cast<std::size_t>(number)];
+    const std::string text = (name.empty() ? "" : "<" + element + ">" + name + "</" + element + ">") + rest;
+    EXPECT_EQ(written(record), text);
+    (record.*set)(1);
+    EXPECT_EQ(readFrom(text, record), 0);
+    EXPECT_EQ((record.*get)(), number);
   }
+}
+
+TEST(KFAUpdateConfig, NumbersStandAsNames) {
+  using Service = KFAUpdateServiceSettings;
+  expectNames("check_period",
+              {"", "sunday", "monday", "tuesday", "wednesday", "thursday", "friday", "saturday"},
+              &Service::getCheckDay, &Service::setCheckDay, "<check_interval>0</check_interval>");
+  expectNames("kind", {"", "hotfix", "servicepack", "version"}, &KFASystemUpdate::getType,
+              &KFASystemUpdate::setType);
 }
 
 TEST(KFAUpdateConnectionSettings, AddressIsWrittenOnceMore) {

@@ -13,20 +13,6 @@ namespace {
 
 using namespace KFA;
 
-TEST(KFASystemUpdate, TypeStandsAsItsName) {
-  const char* const contents[] = {"", "<kind>hotfix</kind>", "<kind>servicepack</kind>",
-                                  "<kind>version</kind>", "result -1"};
-  for (int type = 0; type <= 4; ++type) {
-    KFASystemUpdate update;
-    update.setType(type);
-    EXPECT_EQ(written(update), contents[type]);
-    update.setType(7);
-    if (type == 4) break;
-    EXPECT_EQ(readFrom(contents[type], update), 0);
-    EXPECT_EQ(update.getType(), type);
-  }
-}
-
 // Whether there is a product is told by the mark of the summary.
 TEST(KFAWindowsSystemUpdate, ProductMarksTheSummary) {
   const struct {
