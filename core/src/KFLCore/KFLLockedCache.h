@@ -48,7 +48,7 @@ class KFLLockedCache {
 
   // Holds the current snapshot once more, or once less.
   int acquire(KFLSnapshotView& snapshot);
-  int lower(std::uint64_t snapshot);
+  int lower(std::uint64_t offset);
 
   // Makes the changes, which are sorted. isKept: this process keeps the current snapshot, for nobody; that hold ends when
   // the snapshot is replaced.
