@@ -328,9 +328,6 @@ void setValue(const std::string& value, Verdict& verdict) {
   Unexpanded unexpanded;
   cutExpansions(value, unexpanded);
   // Bash marks its own quotes with these two characters.
-  const std::size_t array = std::min(value.find("=("), value.size());
-  // In an array in a substitution a backslash takes other characters when bash parses than when it expands.
-  unexpanded.isAmbiguous |= value.find('\\', array) != std::string::npos;
   bool isMarked =
       value.find("$'") != std::string::npos && value.find_first_of("\x01\x7f") != std::string::npos;
   for (const char* const mark : {"\\\x01", "\\\x7f", "$\x01", "$\x7f"})
@@ -535,6 +532,9 @@ void judgeCommand(const std::string& line, const Head& head, const Parsed& parse
   verdict.allowed = perhaps | Verdict::kMalformed;
   if ((attributes & att_readonly) != 0) return;
   verdict.allowed = perhaps | Verdict::kAssigns;
+  // In an array in a substitution a backslash takes other characters when bash parses than when it expands.
+  const std::size_t array = std::min(line.find("=(", head.value), line.size());
+  if (line.find('\\', array) != std::string::npos) verdict.allowed |= Verdict::kMalformed;
   verdict.first = static_cast<std::uint32_t>(head.value);
   const std::size_t end = endOfValue(line, head.value, word->word, parsed);
   verdict.end = static_cast<std::uint32_t>(end);
