@@ -19,7 +19,7 @@
 #include "KFLBashCharacters.h"
 #include "KFLBashPieces.h"
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 // The assignment with which a line may begin.
 struct KFLBashHead {

@@ -55,8 +55,10 @@ TEST_F(KFLLogTest, ShowsWarningsAndGraverByDefault) {
 TEST_F(KFLLogTest, OneMessageIsOneLine) {
   testing::internal::CaptureStderr();
   put(kLogError, "a\nb\x1b[0m\tc\xc3\xa9");
+  Log2("KFLCommon", "KFLLog.cpp", 1, "f", "void f()").put(kLogError, "x");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "error: KFLCommon: KFLLog.cpp:12: [put] a\\x0ab\\x1b[0m\tc\xc3\xa9\n");
+            "error: KFLCommon: KFLLog.cpp:12: [put] a\\x0ab\\x1b[0m\tc\xc3\xa9\n"
+            "error: KFLCommon: KFLLog.cpp:1: x\n");
 }
 
 TEST_F(KFLLogTest, ASinkHearsEveryThread) {

@@ -10,6 +10,10 @@
 #include <sstream>
 #include <string>
 
+#include <gtest/gtest.h>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
 // The record that the first comment names: its first word that is the name of one.
@@ -44,6 +48,30 @@ inline const std::multimap<const KFL::KFLRecordType*, Example>& examples() {
     return made;
   }();
   return all;
+}
+
+// Each of them, parsed, until the law has failed for a file.
+template <class Law>
+void forEachExample(const Law& law) {
+  for (const auto& [record, example] : examples()) {
+    SCOPED_TRACE(example.file);
+    KFL::KFLMessage message;
+    ASSERT_NE(record, nullptr);
+    ASSERT_EQ(message.parse(example.xml), 0) << KFL::getErrorMessage();
+    law(*record, example, message);
+    if (testing::Test::HasFatalFailure()) return;
+  }
+}
+
+// The rows of a table, those of base and member parts included.
+template <class Visit>
+void visitRows(const KFL::KFLFieldTable& table, const Visit& visit) {
+  for (const KFL::KFLField& row : table.rows()) {
+    if (row.shape == KFL::KFLFieldShape::Inline && row.table != nullptr)
+      visitRows(row.table(), visit);
+    else
+      visit(row);
+  }
 }
 
 #endif

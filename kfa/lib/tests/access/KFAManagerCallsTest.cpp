@@ -7,6 +7,7 @@
 #include <functional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "ManagerScript.h"
@@ -45,10 +46,30 @@ struct LoopbackNode {
   const boost::shared_ptr<Loopback> loopback = boost::make_shared<Loopback>(managers);
 };
 
+// The code of each call of a script, and how many parts came.
+std::string codesOf(const std::string& transcript) {
+  std::string codes;
+  std::istringstream lines(transcript);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t at = line.find(": ");
+    const bool isPart = line.starts_with("  <");
+    if (isPart || at == std::string::npos)
+      codes += isPart ? "*" : "";
+    else
+      codes += " " + line.substr(at + 2, line.find(' ', at + 2) - at - 2);
+  }
+  return codes;
+}
+
 TEST(KFAManagerCalls, AnswerIsThatOfALocalCall) {
   const LoopbackNode here, there;
   const std::string direct = ManagerScript::run(localManagers(here.managers, kTechnology));
   EXPECT_EQ(ManagerScript::run(there.stubs()), direct);
+  EXPECT_EQ(
+      codesOf(direct),
+      " 0** 0* -2* -2* 0* -2* -1* 0* 0 0 0* 0 -2 0 -2 0 -2 0* 0* 0 0* 0*** 0** 0* 0* -2* -2* 0* 0 -1 -1 0***"
+      " 0* 0* -2* 0 0 -2 0** -1 0 0 -2 0* -2* 0* 0 0* 0* 0* 0* -2* 0* -2* -2* 0** 0* -2* 0 0* 0* -2* -1* -2"
+      " 0 -1 0* 0* 0 -2 0 0** 0** -2** 0 0* 0* 0 0* 0* 0 0* 0* 0* 0* 0* -2* -2* -1 0 -2 0 -2");
   for (const KFAManagerOperation& operation : listManagerOperations())
     EXPECT_TRUE(there.loopback->called.contains(std::string(operation.manager) + "." + operation.name))
         << operation.manager << "." << operation.name << " is not in the script";

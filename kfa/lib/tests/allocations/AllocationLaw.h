@@ -15,7 +15,6 @@
 #include <string>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -30,15 +29,6 @@ struct Entry {
   std::function<int(void*)> call;
   std::function<std::string(void*)> state;
 };
-using Entries = std::vector<Entry>;
-
-template <class Prepare, class Call, class State>
-Entry entry(std::string name, Prepare prepare, Call call, State state) {
-  using Subject = std::invoke_result_t<Prepare>;
-  return {std::move(name), [prepare] { return std::make_shared<Subject>(prepare()); },
-          [call](void* subject) { return static_cast<int>(call(*static_cast<Subject*>(subject))); },
-          [state](void* subject) { return std::string(state(*static_cast<Subject*>(subject))); }};
-}
 
 class AllocationLaw {
  public:
@@ -124,16 +114,38 @@ class AllocationLaw {
   std::size_t points_ = 0;
 };
 
-// Holds a table of entries against the law and tells how many points were tried.
-inline void expectLaw(const char* what, const Entries& entries) {
-  std::size_t points = 0;
-  for (const Entry& entry : entries) {
-    AllocationLaw law(entry);
-    if (const std::string fault = law.findFault(); !fault.empty()) ADD_FAILURE() << fault;
-    points += law.countPoints();
+// Holds calls against the law, one after the other, on subjects whose state is seen in one way, and tells how many points
+// were tried.
+template <class State>
+class AllocationLaws {
+ public:
+  AllocationLaws(std::string what, State state) : what_(std::move(what)), state_(std::move(state)) {}
+  AllocationLaws(const AllocationLaws&) = delete;
+  AllocationLaws& operator=(const AllocationLaws&) = delete;
+  ~AllocationLaws() {
+    EXPECT_GT(points_, entries_) << "hardly an allocation was met";
+    std::cout << what_ << ": " << entries_ << " entries, " << points_ << " points tried\n";
   }
-  EXPECT_GT(points, entries.size()) << "hardly an allocation was met";
-  std::cout << what << ": " << entries.size() << " entries, " << points << " points tried\n";
-}
+
+  template <class Prepare, class Call>
+  void operator()(std::string name, Prepare prepare, Call call) {
+    using Subject = std::invoke_result_t<Prepare>;
+    const Entry entry{std::move(name), [&prepare] { return std::make_shared<Subject>(prepare()); },
+                      [&call](void* subject) {
+                        return static_cast<int>(std::invoke(call, *static_cast<Subject*>(subject)));
+                      },
+                      [this](void* subject) { return std::string(state_(*static_cast<Subject*>(subject))); }};
+    AllocationLaw law(entry);
+    if (const std::string fault = law.findFault(); !fault.empty()) ADD_FAILURE() << what_ << ": " << fault;
+    points_ += law.countPoints();
+    ++entries_;
+  }
+
+ private:
+  const std::string what_;
+  const State state_;
+  std::size_t entries_ = 0;
+  std::size_t points_ = 0;
+};
 
 #endif

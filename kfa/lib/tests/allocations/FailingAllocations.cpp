@@ -138,33 +138,16 @@ void* operator new(std::size_t size, std::align_val_t alignment) {
 void* operator new[](std::size_t size, std::align_val_t alignment) {
   return orThrow(allocateAligned(static_cast<std::size_t>(alignment), size));
 }
-void operator delete(void* block) noexcept {
-  release(block);
-}
-void operator delete[](void* block) noexcept {
-  release(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-  release(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-  release(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-  release(block);
-}
-void operator delete[](void* block, std::align_val_t) noexcept {
-  release(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
-}
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-  release(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-  release(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-  release(block);
-}
+
+#define KFA_RELEASES(...)                                    \
+  void operator delete(void* block __VA_ARGS__) noexcept {   \
+    release(block);                                          \
+  }                                                          \
+  void operator delete[](void* block __VA_ARGS__) noexcept { \
+    release(block);                                          \
+  }
+KFA_RELEASES()
+KFA_RELEASES(, std::size_t)
+KFA_RELEASES(, std::align_val_t)
+KFA_RELEASES(, std::size_t, std::align_val_t)
+KFA_RELEASES(, const std::nothrow_t&)

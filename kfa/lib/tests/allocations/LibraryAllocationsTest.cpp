@@ -54,14 +54,7 @@ using Values = std::map<std::string, std::string>;
 
 const std::string kLong(300, 'l');
 
-Values rawValues(const std::string& text) {
-  Values values;
-  std::istringstream in(text);
-  KFARawConfigBashParser::getInstance()->getConfig(in, values);
-  return values;
-}
-
-std::string joined(const Values& values) {
+std::string textOf(const Values& values) {
   std::string text;
   for (const auto& [key, value] : values)
     text += key + "=" + value + "\n";
@@ -115,27 +108,6 @@ struct Reading {
   std::string out;
 };
 
-template <class Record, class Call, class State>
-Entry readingEntry(const std::string& name, const std::string& text, const Record& record, Call call,
-                   State state) {
-  using Subject = std::shared_ptr<Reading<Record>>;
-  return entry(
-      name, [=] { return std::make_shared<Reading<Record>>(text, record); },
-      [call](Subject& s) { return call(s->begin(), *s); },
-      [state](Subject& s) { return state(s->record) + s->out; });
-}
-
-// Putting writes to a stream of its own; what came out is taken when the call is done.
-template <class Call>
-auto writingCall(Call call) {
-  return [call](std::istream& in, auto& subject) {
-    std::ostringstream out;
-    const int result = call(in, subject.record, out);
-    if (result == 0) subject.out = out.str();
-    return result;
-  };
-}
-
 KFAEnvConfig configOf(const std::string& text) {
   KFAEnvConfig config;
   config.initMsg();
@@ -157,97 +129,68 @@ std::string textOf(const KFAVtSettings& settings) {
   return out.str();
 }
 
+// A file is read into the record, and the record is written over it.
+template <class Parser, class Record>
+void expectFile(const char* what, const Parser& parser, const std::string& text, const Record& record) {
+  using Subject = std::shared_ptr<Reading<Record>>;
+  AllocationLaws laws(what, [](Subject& s) { return textOf(s->record) + s->out; });
+  const auto prepare = [&] { return std::make_shared<Reading<Record>>(text, record); };
+  laws("read", prepare, [&](Subject& s) { return parser->getConfig(s->begin(), s->record); });
+  // Into a stream of its own; what came out is taken when the call is done.
+  laws("written", prepare, [&](Subject& s) {
+    std::ostringstream out;
+    const int result = parser->putConfig(s->record, out, &s->begin(), true);
+    if (result == 0) s->out = out.str();
+    return result;
+  });
+}
+
 TEST(Allocations, OfFilesReadAndWritten) {
   const std::string file = contentOf(exampleFiles().front());
   const std::string global = contentOf(KFA_SOURCE_DIR "/examples/node/global.conf");
-  const std::string faulty = file + "\nHOSTNAME=\"open\n";
-  const auto parser = envParser();
-  const auto globalParser = KFAKFConfigBashParser::getInstance();
-  const auto raw = KFARawConfigBashParser::getInstance();
-  const auto get = [parser](std::istream& in, auto& s) { return parser->getConfig(in, s.record); };
-  const auto put = writingCall([parser](std::istream& in, const KFAEnvConfig& record, std::ostream& out) {
-    return parser->putConfig(record, out, &in, true);
-  });
-  const auto state = [](const KFAEnvConfig& config) { return textOf(config); };
-  const auto globalGet = [globalParser](std::istream& in, auto& s) {
-    return globalParser->getConfig(in, s.record);
-  };
-  const auto globalPut =
-      writingCall([globalParser](std::istream& in, const KFAVtSettings& record, std::ostream& out) {
-        return globalParser->putConfig(record, out, &in, true);
-      });
-  const auto globalState = [](const KFAVtSettings& settings) { return textOf(settings); };
-  const auto rawGet = [raw](std::istream& in, auto& s) { return raw->getConfig(in, s.record); };
-  const auto rawPut = writingCall([raw](std::istream& in, const Values& values, std::ostream& out) {
-    return raw->putConfig(values, out, &in, true);
-  });
   const KFAEnvConfig other = configOf("HOSTNAME=\"other\"\nNUMPROC=\"5:6\"\nIP_ADDRESS=\"10.9.8.7\"\n");
-  expectLaw("files", {
-                         readingEntry("environment read", file, KFAEnvConfig(), get, state),
-                         readingEntry("environment read into another", file, other, get, state),
-                         readingEntry("faulty environment read", faulty, other, get, state),
-                         readingEntry("environment written", file, other, put, state),
-                         readingEntry("global file read", global, settingsOf("TEMPLATE=\"/t\"\nX=\"y\"\n"),
-                                      globalGet, globalState),
-                         readingEntry("global file written", global, settingsOf("TEMPLATE=\"/t\"\nX=\"y\"\n"),
-                                      globalPut, globalState),
-                         readingEntry("any file read", file, Values{{"a", "b"}}, rawGet, &joined),
-                         readingEntry("any file written", file, Values{{"hostname", kLong}, {"z", "1"}},
-                                      rawPut, &joined),
-                     });
+  const auto raw = KFARawConfigBashParser::getInstance();
+  expectFile("new environment", envParser(), file, KFAEnvConfig());
+  expectFile("environment", envParser(), file, other);
+  expectFile("faulty environment", envParser(), file + "\nHOSTNAME=\"open\n", other);
+  expectFile("global file", KFAKFConfigBashParser::getInstance(), global,
+             settingsOf("TEMPLATE=\"/t\"\nX=\"y\"\n"));
+  expectFile("any file", raw, file, Values{{"a", "b"}});
+  expectFile("any file with a long value", raw, file, Values{{"hostname", kLong}, {"z", "1"}});
 }
 
 struct OneKey {
   KFAEnvConfig config;
   std::string value;
+  KFAConfigChanges changes{};
 };
 
 TEST(Allocations, OfEveryKeyAndOfDifferences) {
   Values samples;
   for (const auto& path : exampleFiles())
-    samples.merge(rawValues(contentOf(path)));
+    samples.merge(valuesOf(contentOf(path)));
   const auto parser = envParser();
-  const auto state = [](OneKey& k) { return textOf(k.config) + k.value; };
-  Entries entries;
+  AllocationLaws laws("keys", [](OneKey& k) {
+    std::string text = textOf(k.config) + k.value;
+    for (const auto& [key, value] : k.changes)
+      text += key + "=" + value + ";";
+    return text;
+  });
+  const auto from = [](std::string text) { return [=] { return OneKey{configOf(text), {}, {{"a", "b"}}}; }; };
   for (const auto& [name, sample] : samples) {
-    const std::string key = name;
-    const std::string value = sample;
+    const std::string& key = name;
+    const std::string& value = sample;
     if (!parser->isKey(key)) continue;
-    entries.push_back(entry(
-        key + " put",
-        [] {
-          return OneKey{configOf("NUMPROC=\"1:2\"\n"), {}};
-        },
-        [=](OneKey& k) {
-          KFAEnvConfigBashParser::ParameterParserPut put(k.config, *parser);
-          return put.put(key, value.c_str());
-        },
-        state));
-    entries.push_back(entry(
-        key + " got",
-        [=] {
-          return OneKey{configOf(key + "=\"" + value + "\"\n"), {}};
-        },
-        [=](OneKey& k) {
-          return KFAEnvConfigBashParser::ParameterParserGet(k.config, *parser).get(key, k.value);
-        },
-        state));
+    laws(key + " put", from("NUMPROC=\"1:2\"\n"), [&](OneKey& k) {
+      KFAEnvConfigBashParser::ParameterParserPut put(k.config, *parser);
+      return put.put(key, value.c_str());
+    });
+    laws(key + " got", from(key + "=\"" + value + "\"\n"), [&](OneKey& k) {
+      return KFAEnvConfigBashParser::ParameterParserGet(k.config, *parser).get(key, k.value);
+    });
   }
-  const std::string file = contentOf(exampleFiles().front());
-  using Changes = std::pair<KFAEnvConfig, KFAConfigChanges>;
-  entries.push_back(entry(
-      "difference",
-      [&] {
-        return Changes{configOf(file), {{"a", "b"}}};
-      },
-      [&](Changes& c) { return parser->diffConfig(configOf("ONBOOT=\"no\"\n"), c.first, c.second); },
-      [](Changes& c) {
-        std::string text;
-        for (const auto& [key, value] : c.second)
-          text += key + "=" + value + ";";
-        return text + textOf(c.first);
-      }));
-  expectLaw("keys", entries);
+  laws("difference", from(contentOf(exampleFiles().front())),
+       [&](OneKey& k) { return parser->diffConfig(configOf("ONBOOT=\"no\"\n"), k.config, k.changes); });
 }
 
 // --- Files in place -------------------------------------------------------------------------------------------------
@@ -264,60 +207,55 @@ TEST(Allocations, OfChangesOfAFile) {
     makeFile(place.folder->path() / "101.conf", content);
     return place;
   };
-  const auto state = [](Place& p) {
+  AllocationLaws laws("changes", [](Place& p) {
     std::string text = p.text;
     // A backup is made before the file is changed, and may be all that was done.
     for (const std::string& name : p.folder->names())
       if (!name.ends_with(".old")) text += name + ":" + contentOf(p.folder->path() / name) + "\n";
     return text;
-  };
+  });
   const KFAEnvConfigRules rules(envParser());
   const KFAConfigChanges changes = {{"HOSTNAME", kLong.substr(0, 60)}, {"numproc", "77:88"}};
+  const KFAConfigChanges wrong = {{"ONBOOT", "maybe"}};
   KFAReplaceOptions backup;
   backup.backupSuffix = ".old";
   backup.lockTimeout = 1000;
-  const auto fileOf = [](Place& p) { return KFAConfigFile(p.folder->path() / "101.conf"); };
-  expectLaw(
-      "changes",
-      {
-          entry(
-              "set", prepare, [&](Place& p) { return fileOf(p).set(rules, changes, {}, {}); }, state),
-          entry(
-              "set with a backup", prepare,
-              [&](Place& p) { return fileOf(p).set(rules, changes, {}, backup); }, state),
-          entry(
-              "refused", prepare,
-              [&](Place& p) {
-                return fileOf(p).set(rules, {{"ONBOOT", "maybe"}}, {}, {});
-              },
-              state),
-          entry(
-              "replaced", prepare, [&](Place& p) { return fileOf(p).replace("A=1\n", {}); }, state),
-          entry(
-              "made", prepare,
-              [&](Place& p) { return KFAConfigFile(p.folder->path() / "new.conf").replace("A=1\n", {}); },
-              state),
-          entry(
-              "read", prepare, [&](Place& p) { return fileOf(p).read(p.text); }, state),
-      });
+  const auto file = [](Place& p, const char* name = "101.conf") {
+    return KFAConfigFile(p.folder->path() / name);
+  };
+  laws("set", prepare, [&](Place& p) { return file(p).set(rules, changes, {}, {}); });
+  laws("set with a backup", prepare, [&](Place& p) { return file(p).set(rules, changes, {}, backup); });
+  laws("refused", prepare, [&](Place& p) { return file(p).set(rules, wrong, {}, {}); });
+  laws("replaced", prepare, [&](Place& p) { return file(p).replace("A=1\n", {}); });
+  laws("made", prepare, [&](Place& p) { return file(p, "new.conf").replace("A=1\n", {}); });
+  laws("read", prepare, [&](Place& p) { return file(p).read(p.text); });
 }
 
 // --- The files of a node --------------------------------------------------------------------------------------------
 
 // What is looked up and made of texts, each as one text; what it goes into is empty before and after a failure.
-template <class Make>
-Entry textEntry(const std::string& name, Make make) {
-  const auto call = [make](std::string& text) {
-    std::string made;
-    int result = 0;
-    if constexpr (std::is_invocable_v<Make, std::string&>) result = make(made);
-    if constexpr (!std::is_invocable_v<Make, std::string&>) made = make();
-    if (result == 0) text.swap(made);
-    return result;
-  };
-  return entry(
-      name, [] { return std::string(); }, call, [](std::string& text) { return text; });
-}
+class TextLaws {
+ public:
+  explicit TextLaws(const char* what) : laws_(what, &stateOf) {}
+
+  template <class Make>
+  void operator()(const std::string& name, Make make) {
+    const auto empty = [] { return std::string(); };
+    laws_(name, empty, [&make](std::string& text) {
+      std::string made;
+      int result = 0;
+      if constexpr (std::is_invocable_v<Make, std::string&>) result = make(made);
+      if constexpr (!std::is_invocable_v<Make, std::string&>) made = make();
+      if (result == 0) text.swap(made);
+      return result;
+    });
+  }
+
+ private:
+  static std::string stateOf(const std::string& text) { return text; }
+
+  AllocationLaws<std::string (*)(const std::string&)> laws_;
+};
 
 std::string textOf(const KFAChangeList& changes) {
   std::string text;
@@ -329,8 +267,21 @@ std::string textOf(const KFAChangeList& changes) {
 constexpr const char* kChangeText = "HOSTNAME='a name that is long enough for a block'\nNUMPROC='5:6'\n";
 constexpr const char* kFaulty = "HOSTNAME = x\nNUMPROC=\"5:x\"\nIP_ADDRESS='1.2.3.4'\nNUMPROC=\"1\"\nX=\"op";
 
-TEST(Allocations, OfTheFilesOfANode) {
+TEST(Allocations, OfSelectionsOfANode) {
+  using Selection = std::shared_ptr<KFANodeSelection>;
   const std::string folder = KFA_SOURCE_DIR "/examples/node/conf";
+  AllocationLaws laws("selections", [](Selection& selection) {
+    std::string text;
+    for (const KFAEnvironmentFile& each : selection->getFiles())
+      text += each.path + " ";
+    return text;
+  });
+  const auto fresh = [&] { return std::make_shared<KFANodeSelection>(folder, [] { return envParser(); }); };
+  for (const char* const word : {"101-110", "10*.conf", "HOSTNAME=*", folder.c_str()})
+    laws(word, fresh, [word](Selection& selection) { return selection->add(word); });
+}
+
+TEST(Allocations, OfTheFilesOfANode) {
   const std::string file = contentOf(exampleFiles().front());
   const auto parser = envParser();
   const KFAEnvConfigRules rules(parser);
@@ -339,120 +290,92 @@ TEST(Allocations, OfTheFilesOfANode) {
     keys.read(text, "101.conf");
     return keys;
   };
-  using Selection = std::shared_ptr<KFANodeSelection>;
-  const auto select = [&](const char* word) {
-    return entry(
-        std::string(word) + " selected",
-        [&] { return std::make_shared<KFANodeSelection>(folder, [parser] { return parser; }); },
-        [word](Selection& selection) { return selection->add(word); },
-        [](Selection& selection) {
-          std::string text;
-          for (const KFAEnvironmentFile& each : selection->getFiles())
-            text += each.path + " ";
-          return text;
-        });
-  };
-  expectLaw(
-      "files of a node",
-      {textEntry("folder listed and read",
-                 [&](std::string& text) {
-                   KFAConfigFolder node(folder, parser);
-                   std::vector<int> veids;
-                   int result = node.list(veids);
-                   for (const int veid : veids) {
-                     const std::string_view key = "hostname";
-                     KFAEnvConfig record;
-                     KFAEnvConfig part;
-                     result += node.read(veid, record) + node.readKeys(veid, {&key, 1}, part);
-                     text += textOf(record) + textOf(part);
-                   }
-                   return result;
-                 }),
-       textEntry("file checked",
-                 [&] {
-                   std::string text;
-                   for (const KFAConfigFinding& finding : checkConfig(rules, kFaulty))
-                     text += finding.rule + " " + finding.text + "\n";
-                   return text;
-                 }),
-       textEntry("global file judged",
-                 [&] {
-                   const KFAGlobalConfigRules global;
-                   KFAConfigChanges changes = {{"lockdir", kLong}, {"template", "/t"}};
-                   global.order(changes);
-                   std::string text = std::to_string(global.accept("lockdir", kLong));
-                   for (const auto& [key, value] : changes)
-                     text += key;
-                   KFAVtSettings settings;
-                   return text + std::to_string(readGlobalConfig("LOCKDIR=\"/l\"\n", "g", settings)) +
-                          textOf(settings);
-                 }),
-       textEntry("changes read",
-                 [&](std::string& text) {
-                   KFAChangeList changes;
-                   const int result = parseChangeList(kChangeText, "changes", changes);
-                   text = textOf(changes);
-                   return result;
-                 }),
-       textEntry("changes applied",
-                 [&](std::string& text) {
-                   KFAChangeList changes;
-                   const int result = parseChangeList(kChangeText, "changes", changes);
-                   return result != 0 ? result : applyChanges(rules, changes, {}, file, "101.conf", text);
-                 }),
-       textEntry("file mended",
-                 [&] {
-                   std::vector<KFAConfigFix> fixes;
-                   std::string text = fixConfig(rules, kFaulty, fixes);
-                   for (const KFAConfigFix& fix : fixes)
-                     text += fix.what;
-                   return text;
-                 }),
-       textEntry("files merged",
-                 [&] {
-                   const KFAConfigMerge merged =
-                       mergeConfig(file, file + "A=\"1\"\n", "HOSTNAME=\"theirs\"\n" + file);
-                   return merged.text + std::to_string(merged.conflicts.size());
-                 }),
-       textEntry("environments compared",
-                 [&] { return textOf(compareEnvironments(keysOf(file), keysOf("ONBOOT=\"yes\"\n"))); }),
-       textEntry("environment looked up",
-                 [&] {
-                   const KFAEnvironmentKeys keys = keysOf(file);
-                   std::string text = keys.getEffectiveAddresses();
-                   for (const std::string& address : keys.getAddresses())
-                     text += address;
-                   return text + findUnworkable(keys, "ip_address", "1.2.3.4/33") + normalMac("0:1:2:3:4:5");
-                 }),
-       textEntry("condition judged",
-                 [&] {
-                   KFAEnvironmentFilter filter;
-                   const int result = filter.parse(*parser, "HOSTNAME=*a*,ONBOOT!=yes");
-                   return std::to_string(result) + std::to_string(filter.matches(keysOf(file), 101));
-                 }),
-       textEntry("keys described",
-                 [&] {
-                   const KFAKeyCatalogue catalogue(parser, KFL::KFLVocMapSP());
-                   return catalogue.find("hostname")->form + catalogue.showValue("numproc", "5:6");
-                 }),
-       select("101-110"), select("10*.conf"), select("HOSTNAME=*"), select(folder.c_str()),
-       textEntry("node checked",
-                 [&] {
-                   KFANodeCheck check(parser, {});
-                   check.add({"101.conf", 101}, file);
-                   check.add({"102.conf", 102}, kFaulty);
-                   std::string text;
-                   for (const KFANodeFinding& finding : check.finish())
-                     text += finding.rule + finding.text + "\n";
-                   return text;
-                 }),
-       textEntry("schema written", [] {
-         KFL::KFLSchemaText schema("urn:one");
-         schema.open("xs:complexType", KFL::attribute("name", kLong));
-         schema.add("xs:element", KFL::attribute("type", schema.refer("urn:other", "t")));
-         schema.close();
-         return schema.finish();
-       })});
+  TextLaws laws("files of a node");
+  laws("folder listed and read", [&](std::string& text) {
+    KFAConfigFolder node(KFA_SOURCE_DIR "/examples/node/conf", parser);
+    std::vector<int> veids;
+    int result = node.list(veids);
+    for (const int veid : veids) {
+      const std::string_view key = "hostname";
+      KFAEnvConfig record;
+      KFAEnvConfig part;
+      result += node.read(veid, record) + node.readKeys(veid, {&key, 1}, part);
+      text += textOf(record) + textOf(part);
+    }
+    return result;
+  });
+  laws("file checked", [&] {
+    std::string text;
+    for (const KFAConfigFinding& finding : checkConfig(rules, kFaulty))
+      text += finding.rule + " " + finding.text + "\n";
+    return text;
+  });
+  laws("global file judged", [&] {
+    const KFAGlobalConfigRules global;
+    KFAConfigChanges changes = {{"lockdir", kLong}, {"template", "/t"}};
+    global.order(changes);
+    std::string text = std::to_string(global.accept("lockdir", kLong));
+    for (const auto& [key, value] : changes)
+      text += key;
+    KFAVtSettings settings;
+    return text + std::to_string(readGlobalConfig("LOCKDIR=\"/l\"\n", "g", settings)) + textOf(settings);
+  });
+  laws("changes read", [&](std::string& text) {
+    KFAChangeList changes;
+    const int result = parseChangeList(kChangeText, "changes", changes);
+    text = textOf(changes);
+    return result;
+  });
+  laws("changes applied", [&](std::string& text) {
+    KFAChangeList changes;
+    const int result = parseChangeList(kChangeText, "changes", changes);
+    return result != 0 ? result : applyChanges(rules, changes, {}, file, "101.conf", text);
+  });
+  laws("file mended", [&] {
+    std::vector<KFAConfigFix> fixes;
+    std::string text = fixConfig(rules, kFaulty, fixes);
+    for (const KFAConfigFix& fix : fixes)
+      text += fix.what;
+    return text;
+  });
+  laws("files merged", [&] {
+    const KFAConfigMerge merged = mergeConfig(file, file + "A=\"1\"\n", "HOSTNAME=\"theirs\"\n" + file);
+    return merged.text + std::to_string(merged.conflicts.size());
+  });
+  laws("environments compared",
+       [&] { return textOf(compareEnvironments(keysOf(file), keysOf("ONBOOT=\"yes\"\n"))); });
+  laws("environment looked up", [&] {
+    const KFAEnvironmentKeys keys = keysOf(file);
+    std::string text = keys.getEffectiveAddresses();
+    for (const std::string& address : keys.getAddresses())
+      text += address;
+    return text + findUnworkable(keys, "ip_address", "1.2.3.4/33") + normalMac("0:1:2:3:4:5");
+  });
+  laws("condition judged", [&] {
+    KFAEnvironmentFilter filter;
+    const int result = filter.parse(*parser, "HOSTNAME=*a*,ONBOOT!=yes");
+    return std::to_string(result) + std::to_string(filter.matches(keysOf(file), 101));
+  });
+  laws("keys described", [&] {
+    const KFAKeyCatalogue catalogue(parser, KFL::KFLVocMapSP());
+    return catalogue.find("hostname")->form + catalogue.showValue("numproc", "5:6");
+  });
+  laws("node checked", [&] {
+    KFANodeCheck check(parser, {});
+    check.add({"101.conf", 101}, file);
+    check.add({"102.conf", 102}, kFaulty);
+    std::string text;
+    for (const KFANodeFinding& finding : check.finish())
+      text += finding.rule + finding.text + "\n";
+    return text;
+  });
+  laws("schema written", [] {
+    KFL::KFLSchemaText schema("urn:one");
+    schema.open("xs:complexType", KFL::attribute("name", kLong));
+    schema.add("xs:element", KFL::attribute("type", schema.refer("urn:other", "t")));
+    schema.close();
+    return schema.finish();
+  });
 }
 
 // --- Entries, vocabularies, formulas --------------------------------------------------------------------------------
@@ -460,20 +383,16 @@ TEST(Allocations, OfTheFilesOfANode) {
 TEST(Allocations, OfNetworkEntries) {
   using Device = std::pair<KFANetVEth, std::string>;
   const std::string text =
-      "ifname=eth0,mac=00:11:22:33:44:55,network=a network with a long "
-      "name,gw=10.0.0.1,ip=10.0.0.5/24:10.0.1.5/24,"
-      "dhcp=no,ip6=fe80::1/64,fe80::2/64,";
+      "ifname=eth0,mac=00:11:22:33:44:55,network=a network with a long name,gw=10.0.0.1,"
+      "ip=10.0.0.5/24:10.0.1.5/24,dhcp=no,ip6=fe80::1/64,fe80::2/64,";
   const auto prepare = [] {
     Device device;
     device.first.fromString("ifname=eth9,ip=1.2.3.4/8");
     return device;
   };
-  const auto state = [](Device& d) { return d.first.toString() + d.second; };
-  expectLaw("network entries",
-            {entry(
-                 "read", prepare, [=](Device& d) { return d.first.fromString(text), 0; }, state),
-             entry(
-                 "written", prepare, [](Device& d) { return d.second = d.first.toString(), 0; }, state)});
+  AllocationLaws laws("network entries", [](Device& d) { return d.first.toString() + d.second; });
+  laws("read", prepare, [=](Device& d) { return d.first.fromString(text), 0; });
+  laws("written", prepare, [](Device& d) { return d.second = d.first.toString(), 0; });
 }
 
 std::string parametersOf(const KFL::KFLVocMapSP& map) {
@@ -486,32 +405,25 @@ std::string parametersOf(const KFL::KFLVocMapSP& map) {
 }
 
 TEST(Allocations, OfVocabularies) {
-  const std::string path = KFA_SOURCE_DIR "/data/vocabulary.xml";
-  const auto loading = [path](KFL::KFLVocMapSP& map) { return (map = KFL::KFLVocMap::load(path)) ? 0 : -1; };
-  const auto small = vocabularyOf({{"numproc", 2}, {"kmemsize", 2}, {"quotatime", 1}}, {});
+  using MapSP = KFL::KFLVocMapSP;
   using ParserSP = boost::shared_ptr<KFAEnvConfigBashParser>;
-  expectLaw(
-      "vocabularies",
-      {entry(
-           "loaded", [] { return KFL::KFLVocMapSP(); }, loading, &parametersOf),
-       entry(
-           "parser made", [] { return ParserSP(); },
-           [=](ParserSP& parser) { return (parser = KFAEnvConfigBashParser::getInstance(small)) ? 0 : -1; },
-           [](ParserSP& parser) {
-             std::string text = parser ? "parser" : "none";
-             for (const auto& [key, definition] :
-                  parser ? parser->getQoSMap() : KFAEnvConfigBashParser::QoSMap())
-               text += " " + key;
-             return text;
-           }),
-       entry(
-           "parser filled again", [] { return boost::make_shared<KFAEnvConfigBashParser>(*envParser()); },
-           [=](ParserSP& parser) { return parser->initQoSMap(small); },
-           [](ParserSP& parser) {
-             return std::to_string(parser->getQoSMap().size()) +
-                    (parser->isKey("quotatime") ? "quotatime" : "") +
-                    (parser->isKey("kmemsize") ? "kmemsize" : "");
-           })});
+  const auto small = vocabularyOf({{"numproc", 2}, {"kmemsize", 2}, {"quotatime", 1}}, {});
+  const auto noMap = [] { return MapSP(); };
+  const auto noParser = [] { return ParserSP(); };
+  const auto filled = [] { return boost::make_shared<KFAEnvConfigBashParser>(*envParser()); };
+  AllocationLaws maps("vocabularies", &parametersOf);
+  maps("loaded", noMap, [](MapSP& map) {
+    return (map = KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml")) ? 0 : -1;
+  });
+  AllocationLaws parsers("parsers", [](ParserSP& parser) {
+    std::string text = parser ? "parser" : "none";
+    for (const auto& [key, definition] : parser ? parser->getQoSMap() : KFAEnvConfigBashParser::QoSMap())
+      text += " " + key + (parser->isKey(key) ? "" : " unknown");
+    return text;
+  });
+  parsers("made", noParser,
+          [&](ParserSP& parser) { return (parser = KFAEnvConfigBashParser::getInstance(small)) ? 0 : -1; });
+  parsers("filled again", filled, [&](ParserSP& parser) { return parser->initQoSMap(small); });
 }
 
 struct Formulas {
@@ -566,32 +478,21 @@ TEST(Allocations, OfFormulas) {
                                       {"a_parameter_with_a_long_name", {1, 1, {}}}};
   const std::string formula =
       "numproc.soft + kmemsize.hard * 3 + a_parameter_with_a_long_name.soft <= 12 && numproc.hard > 1";
-  expectLaw("formulas",
-            {entry(
-                 "vocabulary's compiled", fresh, [](Formulas& f) { return f.tune->init(); }, state),
-             entry(
-                 "compiled", initialised,
-                 [=](Formulas& f) { return f.tune->formFormula(formula, f.notation); }, state),
-             entry(
-                 "faulty compiled", initialised,
-                 [=](Formulas& f) {
-                   KFAQVFormulaError error;
-                   const int result =
-                       f.tune->formFormula("numproc.soft <= a_name_that_nobody_knows", f.notation, &error);
-                   f.text = std::move(error.reason);
-                   f.notation = {};
-                   return result;
-                 },
-                 state),
-             entry(
-                 "checked", initialised,
-                 [=](Formulas& f) { return f.tune->checkParameters(values, f.failures); }, state),
-             entry(
-                 "checked at once", fresh,
-                 [=](Formulas& f) { return f.tune->checkParameters(values, f.failures); }, found),
-             entry(
-                 "configuration validated", fresh,
-                 [=](Formulas& f) { return validateQoSes(&f.validations, vocabulary, f.config); }, state)});
+  AllocationLaws laws("formulas", state);
+  laws("vocabulary's compiled", fresh, [](Formulas& f) { return f.tune->init(); });
+  laws("compiled", initialised, [&](Formulas& f) { return f.tune->formFormula(formula, f.notation); });
+  laws("faulty compiled", initialised, [](Formulas& f) {
+    KFAQVFormulaError error;
+    const int result = f.tune->formFormula("numproc.soft <= a_name_that_nobody_knows", f.notation, &error);
+    f.text = std::move(error.reason);
+    f.notation = {};
+    return result;
+  });
+  laws("checked", initialised, [&](Formulas& f) { return f.tune->checkParameters(values, f.failures); });
+  laws("configuration validated", fresh,
+       [&](Formulas& f) { return validateQoSes(&f.validations, vocabulary, f.config); });
+  AllocationLaws results("results of formulas", found);
+  results("checked at once", fresh, [&](Formulas& f) { return f.tune->checkParameters(values, f.failures); });
 }
 
 // --- Access points --------------------------------------------------------------------------------------------------
@@ -625,26 +526,15 @@ TEST(Allocations, OfAccessPoints) {
   const auto managers = [](Access & a) -> auto& {
     return a.library->multiplexer<KFAEnvM>();
   };
-  expectLaw("access points",
-            {entry(
-                 "registered", prepare, [=](Access& a) { return managers(a).registerLocal(name, a.factory); },
-                 state),
-             entry(
-                 "registered twice", prepare,
-                 [=](Access& a) { return managers(a).registerAgent(name, a.factory); }, state),
-             entry(
-                 "taken out", prepare,
-                 [=](Access& a) { return managers(a).unregisterAgent(name, a.factory); }, state),
-             entry(
-                 "extra data set", prepare,
-                 [=](Access& a) { return managers(a).setExtraData(name, kLong), 0; }, state),
-             entry(
-                 "got", prepare,
-                 [=](Access& a) {
-                   managers(a).setExtraData(name, kLong);
-                   return a.library->getKFAEnvMAgent(KFL::KFLEID(), nullptr, name) ? 0 : 7;
-                 },
-                 state)});
+  AllocationLaws laws("access points", state);
+  laws("registered", prepare, [&](Access& a) { return managers(a).registerLocal(name, a.factory); });
+  laws("registered twice", prepare, [&](Access& a) { return managers(a).registerAgent(name, a.factory); });
+  laws("taken out", prepare, [&](Access& a) { return managers(a).unregisterAgent(name, a.factory); });
+  laws("extra data set", prepare, [&](Access& a) { return managers(a).setExtraData(name, kLong), 0; });
+  laws("got", prepare, [&](Access& a) {
+    managers(a).setExtraData(name, kLong);
+    return a.library->getKFAEnvMAgent(KFL::KFLEID(), nullptr, name) ? 0 : 7;
+  });
 }
 
 // --- The cache ------------------------------------------------------------------------------------------------------
@@ -685,37 +575,25 @@ TEST(Allocations, OfCaches) {
       text += std::string(snapshot.getKey(i)) + "=" + std::string(snapshot.getText(i)) + ";";
     return text;
   };
-  expectLaw("caches",
-            {entry(
-                 "opened", closed, [](Cached& c) { return c.cache->initialize(true, false); }, state),
-             entry(
-                 "put", open, [](Cached& c) { return putText(*c.cache, "a key", kLong + kLong); }, state),
-             entry(
-                 "removed", open,
-                 [](Cached& c) {
-                   KFL::KFLCacheChanges changes;
-                   changes.remove("there");
-                   return c.cache->apply(changes);
-                 },
-                 state),
-             entry(
-                 "held and read", open,
-                 [](Cached& c) {
-                   KFL::KFLCacheSnapshot snapshot;
-                   if (const int result = c.cache->hold(snapshot); result != 0) return result;
-                   c.text = snapshot.getText(0);
-                   return 0;
-                 },
-                 state),
-             entry(
-                 "repaired", open,
-                 [](Cached& c) {
-                   bool alone = false;
-                   return c.cache->repair(alone);
-                 },
-                 state),
-             entry(
-                 "brought to disk", open, [](Cached& c) { return c.cache->sync(); }, state)});
+  AllocationLaws laws("caches", state);
+  laws("opened", closed, [](Cached& c) { return c.cache->initialize(true, false); });
+  laws("put", open, [](Cached& c) { return putText(*c.cache, "a key", kLong + kLong); });
+  laws("removed", open, [](Cached& c) {
+    KFL::KFLCacheChanges changes;
+    changes.remove("there");
+    return c.cache->apply(changes);
+  });
+  laws("held and read", open, [](Cached& c) {
+    KFL::KFLCacheSnapshot snapshot;
+    if (const int result = c.cache->hold(snapshot); result != 0) return result;
+    c.text = snapshot.getText(0);
+    return 0;
+  });
+  laws("repaired", open, [](Cached& c) {
+    bool alone = false;
+    return c.cache->repair(alone);
+  });
+  laws("brought to disk", open, [](Cached& c) { return c.cache->sync(); });
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory that runs out in messages and records: every registered record, the tree itself, and configurations.
 #include <atomic>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -64,13 +65,17 @@ std::string writtenForm(const KFLRecordType& record, const void* object) {
 
 // A message, a cursor in it, and an object that is read from it or written into it.
 struct Binding {
+  const KFLRecordType* record;
   KFLMessage message;
   KFLMessageIterator it;
   KFLRecordType::Object object;
+
+  int read() { return record->read(it, object.get()); }
+  int write() { return record->write(it, object.get()); }
 };
 
 Binding reading(const KFLRecordType& record, const std::string& xml) {
-  Binding binding{parsed(xml), {}, record.create()};
+  Binding binding{&record, parsed(xml), {}, record.create()};
   binding.it = binding.message.getIterator();
   return binding;
 }
@@ -101,32 +106,18 @@ Binding writing(const KFLRecordType& record, const std::string& xml) {
   return binding;
 }
 
-Entries recordEntries(const KFLRecordType& record, const std::string& name, const std::string& xml) {
-  const auto read = [&record](Binding& b) { return record.read(b.it, b.object.get()); };
-  const auto readState = [&record](Binding& b) {
-    return placeOf(b.it) + writtenForm(record, b.object.get()) + b.message.toString();
-  };
-  return {
-      entry(
-          name + " read", [=, &record] { return reading(record, xml); }, read, readState),
-      entry(
-          name + " read into a filled object", [=, &record] { return rereading(record, xml); }, read,
-          readState),
-      entry(
-          name + " written", [=, &record] { return writing(record, xml); },
-          [&record](Binding& b) { return record.write(b.it, b.object.get()); },
-          [](Binding& b) { return placeOf(b.it) + b.message.toString(); }),
-  };
-}
-
 TEST(Allocations, OfEveryRecord) {
-  Entries entries;
-  for (const auto& [record, example] : examples()) {
-    ASSERT_NE(record, nullptr) << example.file;
-    for (Entry& made : recordEntries(*record, example.file, example.xml))
-      entries.push_back(std::move(made));
-  }
-  expectLaw("records", entries);
+  AllocationLaws laws("records", [](Binding& b) {
+    return placeOf(b.it) + writtenForm(*b.record, b.object.get()) + b.message.toString();
+  });
+  forEachExample([&](const KFLRecordType& record, const Example& example, const KFLMessage&) {
+    for (const auto& [what, prepare, call] : {std::tuple(" read", &reading, &Binding::read),
+                                              {" read again", &rereading, &Binding::read},
+                                              {" written", &writing, &Binding::write}}) {
+      const auto binding = [&, make = prepare] { return make(record, example.xml); };
+      laws(example.file + what, binding, call);
+    }
+  });
 }
 
 struct Check {
@@ -136,26 +127,19 @@ struct Check {
 };
 
 TEST(Allocations, OfTheCheckOfEveryRecord) {
-  Entries entries;
-  for (const auto& [record, example] : examples()) {
-    const KFLRecordType& type = *record;
-    const std::string xml = example.xml;
-    const std::size_t end = xml.rfind("</");
-    const std::string marred = xml.substr(0, end) + "<unknown>" + kLong + "</unknown>" + xml.substr(end);
-    entries.push_back(entry(
-        example.file + " checked",
-        [marred] {
-          return Check{parsed(marred), {}, {}};
-        },
-        [&type](Check& c) { return KFL::checkMessage(c.message.getIterator(), type, c.findings, &c.result); },
-        [](Check& c) {
-          std::string state = c.result.written.toString() + std::to_string(c.result.lost);
-          for (const auto& finding : c.findings)
-            state += finding.path + std::to_string(finding.element) + finding.text;
-          return state;
-        }));
-  }
-  expectLaw("checks", entries);
+  AllocationLaws laws("checks", [](Check& c) {
+    std::string state = c.result.written.toString() + std::to_string(c.result.lost);
+    for (const auto& finding : c.findings)
+      state += finding.path + std::to_string(finding.element) + finding.text;
+    return state;
+  });
+  forEachExample([&](const KFLRecordType& record, const Example& example, const KFLMessage&) {
+    std::string marred = example.xml;
+    marred.insert(marred.rfind("</"), "<unknown>" + kLong + "</unknown>");
+    const auto prepare = [&] { return Check{parsed(marred), {}, {}}; };
+    laws(example.file, prepare,
+         [&](Check& c) { return KFL::checkMessage(c.message.getIterator(), record, c.findings, &c.result); });
+  });
 }
 
 // What one thread does with a tree that others read too; false when it did not see what it should.
@@ -182,20 +166,18 @@ bool readsUnharmed(const KFLRecordType& record, const KFLMessage& message, const
 }
 
 TEST(Allocations, OfThreadsThatShareATree) {
-  for (const auto& [type, example] : examples()) {
-    const KFLRecordType& record = *type;
-    const KFLMessage message = parsed(example.xml);
+  forEachExample([](const KFLRecordType& record, const Example&, const KFLMessage& message) {
     const KFLRecordType::Object object = record.create();
     record.read(message.getIterator(), object.get());
     const std::string form = writtenForm(record, object.get());
     std::atomic<int> harmed{0};
-    std::vector<std::thread> threads;
-    for (std::size_t first = 1; first <= 3; ++first)
-      threads.emplace_back([&, first] { harmed += readsUnharmed(record, message, form, first) ? 0 : 1; });
-    for (std::thread& thread : threads)
-      thread.join();
-    EXPECT_EQ(harmed, 0) << example.file;
-  }
+    {
+      std::vector<std::jthread> threads;
+      for (std::size_t first = 1; first <= 3; ++first)
+        threads.emplace_back([&, first] { harmed += readsUnharmed(record, message, form, first) ? 0 : 1; });
+    }
+    EXPECT_EQ(harmed, 0);
+  });
 }
 
 // --- The tree -------------------------------------------------------------------------------------------------------
@@ -223,189 +205,175 @@ Trees trees() {
   return made;
 }
 
-Entry ofTree(const std::string& name, int (*call)(Trees&)) {
-  return entry(name, &trees, call,
-               [](Trees& t) { return placeOf(t.it) + t.message.toString() + t.other.toString() + t.out; });
-}
-
 using Words = std::vector<std::string>;
 using WordReader = KFL::KFLReaderSimple<std::string>;
 using WordWriter = KFL::KFLWriterSimple<std::string>;
 
 TEST(Allocations, OfTheTree) {
-  const Entries entries = {
-      ofTree("parse", [](Trees& t) { return t.other.parse(std::string(kMixed)); }),
-      ofTree("parse a faulty text", [](Trees& t) { return t.other.parse("<r><a>" + kLong + "</b></r>"); }),
-      ofTree("print", [](Trees& t) { return t.message.print(t.out); }),
-      ofTree("print for people", [](Trees& t) { return t.out = t.message.toPrettyString(), 0; }),
-      ofTree("print an element", [](Trees& t) { return t.it.print(t.out); }),
-      ofTree("copy", [](Trees& t) { return t.other = t.message, 0; }),
-      ofTree("copy content", [](Trees& t) { return t.it.copyContent(t.other.getIterator()); }),
-      ofTree("copy content behind a text",
-             [](Trees& t) { return t.message.getIterator().copyContent(t.other.getIterator()); }),
-      ofTree("copy content into itself", [](Trees& t) { return t.it.copyContent(t.message.getIterator()); }),
-      ofTree("put a text", [](Trees& t) { return t.it.putValue(kLong); }),
-      ofTree("put a number", [](Trees& t) { return t.it.putValue(1234567890123, "a_new_number"); }),
-      ofTree("put an element", [](Trees& t) { return t.it.putValue(kLong, "a_new_element"); }),
-      ofTree("get a text", [](Trees& t) { return t.message.getIterator().getValue(t.out, "long"); }),
-      ofTree("get a wrong number",
-             [](Trees& t) {
-               int number = 0;
-               return t.message.getIterator().getValue(number, "long");
-             }),
-      ofTree("get a path", [](Trees& t) { return t.out = t.it.getPath(), 0; }),
-      ofTree("compare",
-             [](Trees& t) {
-               return static_cast<int>(
-                   KFLMessage(t.message).getIterator().isEqualTree(t.message.getIterator()));
-             }),
-      ofTree("add an empty element", [](Trees& t) { return t.it.addEmptyChild("another_element"); }),
-      ofTree("name", [](Trees& t) { return t.it.setName("named_anew", "urn:named"), 0; }),
-      ofTree("type", [](Trees& t) { return t.it.setTypeByName("urn:type", "typeOfIt"), 0; }),
-      ofTree("item namespace", [](Trees& t) { return t.it.setItemNSType(294), 0; }),
-      ofTree("select", [](Trees& t) { return t.it.selectNamespace("urn:another"), 0; }),
-      ofTree("remove between texts", [](Trees& t) { return t.it.removeCurrent(), 0; }),
-      ofTree("hold and remove",
-             [](Trees& t) {
-               {
-                 const KFLElementHold hold(t.it);
-                 KFLMessageIterator it(t.it);
-                 it.leaveChild();
-                 t.it.leaveChild();
-                 it.removeChildren("two");
-               }
-               return static_cast<int>(t.it.removeChildren("one"));
-             }),
-      ofTree("write a list",
-             [](Trees& t) {
-               return KFL::KFLWriterListEx(WordWriter(), "word")(t.it, Words{"one", kLong, "three"});
-             }),
-      ofTree("write a list before a sibling",
-             [](Trees& t) {
-               KFLMessageIterator it(t.it);
-               KFLMessageIterator sibling(it);
-               sibling.firstChild();
-               it.setInsertionPoint(sibling);
-               return KFL::KFLWriterListEx(WordWriter(), "word")(it, Words{"one", kLong, "three"});
-             }),
-      ofTree("replace an element",
-             [](Trees& t) { return t.it.putObject(std::string(kLong), WordWriter(), "three"); }),
-      ofTree("read a list",
-             [](Trees& t) {
-               Words words{"kept"};
-               const auto reader = KFL::KFLReaderListEx(WordReader(), "long");
-               const KFLMessageIterator it = t.message.getIterator();
-               int result = 0;
-               try {
-                 result = reader(it, words);
-               } catch (const std::bad_alloc&) {
-                 if (words.size() != 1 || !it.isSameElement(t.message.getIterator())) return 7;
-                 throw;
-               }
-               t.out = words.back();
-               return result;
-             }),
-  };
-  expectLaw("tree", entries);
+  AllocationLaws laws(
+      "tree", [](Trees& t) { return placeOf(t.it) + t.message.toString() + t.other.toString() + t.out; });
+  const auto law = [&](const char* name, int (*call)(Trees&)) { laws(name, &trees, call); };
+  law("parse", [](Trees& t) { return t.other.parse(std::string(kMixed)); });
+  law("parse a faulty text", [](Trees& t) { return t.other.parse("<r><a>" + kLong + "</b></r>"); });
+  law("print", [](Trees& t) { return t.message.print(t.out); });
+  law("print for people", [](Trees& t) { return t.out = t.message.toPrettyString(), 0; });
+  law("print an element", [](Trees& t) { return t.it.print(t.out); });
+  law("copy", [](Trees& t) { return t.other = t.message, 0; });
+  law("copy content", [](Trees& t) { return t.it.copyContent(t.other.getIterator()); });
+  law("copy content behind a text",
+      [](Trees& t) { return t.message.getIterator().copyContent(t.other.getIterator()); });
+  law("copy content into itself", [](Trees& t) { return t.it.copyContent(t.message.getIterator()); });
+  law("put a text", [](Trees& t) { return t.it.putValue(kLong); });
+  law("put a number", [](Trees& t) { return t.it.putValue(1234567890123, "a_new_number"); });
+  law("put an element", [](Trees& t) { return t.it.putValue(kLong, "a_new_element"); });
+  law("get a text", [](Trees& t) { return t.message.getIterator().getValue(t.out, "long"); });
+  law("get a wrong number", [](Trees& t) {
+    int number = 0;
+    return t.message.getIterator().getValue(number, "long");
+  });
+  law("get a path", [](Trees& t) { return t.out = t.it.getPath(), 0; });
+  law("compare", [](Trees& t) {
+    return static_cast<int>(KFLMessage(t.message).getIterator().isEqualTree(t.message.getIterator()));
+  });
+  law("add an empty element", [](Trees& t) { return t.it.addEmptyChild("another_element"); });
+  law("name", [](Trees& t) { return t.it.setName("named_anew", "urn:named"), 0; });
+  law("type", [](Trees& t) { return t.it.setTypeByName("urn:type", "typeOfIt"), 0; });
+  law("item namespace", [](Trees& t) { return t.it.setItemNSType(294), 0; });
+  law("select", [](Trees& t) { return t.it.selectNamespace("urn:another"), 0; });
+  law("remove between texts", [](Trees& t) { return t.it.removeCurrent(), 0; });
+  law("hold and remove", [](Trees& t) {
+    {
+      const KFLElementHold hold(t.it);
+      KFLMessageIterator it(t.it);
+      it.leaveChild();
+      t.it.leaveChild();
+      it.removeChildren("two");
+    }
+    return static_cast<int>(t.it.removeChildren("one"));
+  });
+  law("write a list", [](Trees& t) {
+    return KFL::KFLWriterListEx(WordWriter(), "word")(t.it, Words{"one", kLong, "three"});
+  });
+  law("write a list before a sibling", [](Trees& t) {
+    KFLMessageIterator it(t.it);
+    KFLMessageIterator sibling(it);
+    sibling.firstChild();
+    it.setInsertionPoint(sibling);
+    return KFL::KFLWriterListEx(WordWriter(), "word")(it, Words{"one", kLong, "three"});
+  });
+  law("replace an element",
+      [](Trees& t) { return t.it.putObject(std::string(kLong), WordWriter(), "three"); });
+  law("read a list", [](Trees& t) {
+    Words words{"kept"};
+    const auto reader = KFL::KFLReaderListEx(WordReader(), "long");
+    const KFLMessageIterator it = t.message.getIterator();
+    int result = 0;
+    try {
+      result = reader(it, words);
+    } catch (const std::bad_alloc&) {
+      if (words.size() != 1 || !it.isSameElement(t.message.getIterator())) return 7;
+      throw;
+    }
+    t.out = words.back();
+    return result;
+  });
 }
 
 // --- Configurations -------------------------------------------------------------------------------------------------
 
-// One property, read from a configuration and set in others.
-template <class Value>
-struct Properties {
-  KFLMessage message;
-  KFAEnvConfig config;
-  Value value;
-};
-
+// One property, read from a configuration and set in others: behind other elements, in place of the one that is there, and
+// where there is no message.
 template <class Class, class Value>
-class Property {
- public:
-  using Get = int (Class::*)(Value&) const;
-  using Set = int (Class::*)(const Value&);
-
-  Property(std::string name, Get get, Set set) : name_(std::move(name)), get_(get), set_(set) {}
-
-  // Behind other elements, in place of the one that is there, and where there is no message.
-  void addTo(Entries& entries, const std::string& full) const {
-    const std::string other =
-        "<r "
-        "xmlns='http://kelvarium.internal/webservices/kfa/4.0.0/kfatypes'><unknown/>t<qos><id>x</id><hard>1</"
-        "hard>"
-        "</qos></r>";
-    entries.push_back(entry(name_ + " got", made(full, false), getter(), state()));
-    entries.push_back(entry(name_ + " set", made(other, true, full), setter(), state()));
-    entries.push_back(entry(name_ + " set again", made(full, true, full), setter(), state()));
-    entries.push_back(entry(name_ + " set without a message", made("", true, full), setter(), state()));
-    entries.push_back(entry(name_ + " removed", made(full, false), setter(), state()));
-  }
-
- private:
-  using Subject = Properties<Value>;
-
-  auto made(const std::string& xml, bool isFilled, const std::string& from = {}) const {
-    return [this, xml, isFilled, from] {
+void expectProperty(const char* name, int (Class::*get)(Value&) const, int (Class::*set)(const Value&),
+                    const std::string& full) {
+  struct Subject {
+    KFLMessage message;
+    KFAEnvConfig config;
+    Value value;
+  };
+  const auto configOf = [](const KFLMessage& message) {
+    const KFLMessageIterator it = message.getIterator();
+    return KFAEnvConfig(&it, KFL::EnvConfigVirtual);
+  };
+  const auto made = [&](const std::string& xml, bool isFilled) {
+    return [&, xml, isFilled] {
       auto subject = std::make_shared<Subject>();
-      if (!xml.empty()) {
-        subject->message = parsed(xml);
-        const KFLMessageIterator it = subject->message.getIterator();
-        subject->config = KFAEnvConfig(&it, KFL::EnvConfigVirtual);
-      }
+      if (!xml.empty()) subject->message = parsed(xml);
+      if (!xml.empty()) subject->config = configOf(subject->message);
+      const KFLMessage source = parsed(full);
       if (isFilled) {
-        const KFLMessage source = parsed(from);
-        const KFLMessageIterator it = source.getIterator();
-        EXPECT_EQ((KFAEnvConfig(&it, KFL::EnvConfigVirtual).*get_)(subject->value), 0) << name_;
+        EXPECT_EQ((configOf(source).*get)(subject->value), 0) << name;
       }
       return subject;
     };
-  }
-  auto getter() const {
-    return [this](std::shared_ptr<Subject>& s) { return (s->config.*get_)(s->value); };
-  }
-  auto setter() const {
-    return [this](std::shared_ptr<Subject>& s) { return (s->config.*set_)(s->value); };
-  }
-  auto state() const {
-    return [this](std::shared_ptr<Subject>& s) {
-      KFAEnvConfig copy;
-      (copy.*set_)(s->value);
-      return placeOf(s->config.getIterator()) + s->message.toString() +
-             (s->config.hasMsg() ? printed(s->config.getIterator()) : "no message") +
-             printed(copy.getIterator());
-    };
-  }
-
-  std::string name_;
-  Get get_;
-  Set set_;
-};
-
-template <class Class, class Value>
-Property<Class, Value> property(std::string name, int (Class::*get)(Value&) const,
-                                int (Class::*set)(const Value&)) {
-  return {std::move(name), get, set};
+  };
+  using SubjectSP = std::shared_ptr<Subject>;
+  AllocationLaws laws(name, [&](SubjectSP& s) {
+    KFAEnvConfig copy;
+    (copy.*set)(s->value);
+    return placeOf(s->config.getIterator()) + s->message.toString() +
+           (s->config.hasMsg() ? printed(s->config.getIterator()) : "no message") +
+           printed(copy.getIterator());
+  });
+  const std::string other =
+      "<r xmlns='http://kelvarium.internal/webservices/kfa/4.0.0/kfatypes'><unknown/>t<qos><id>x</id><hard>1"
+      "</hard></qos></r>";
+  laws("got", made(full, false), [&](SubjectSP& s) { return (s->config.*get)(s->value); });
+  const auto setter = [&](SubjectSP& s) { return (s->config.*set)(s->value); };
+  laws("set", made(other, true), setter);
+  laws("set again", made(full, true), setter);
+  laws("set without a message", made("", true), setter);
+  laws("removed", made(full, false), setter);
 }
 
-#define PROPERTY(Name) property(#Name, &KFAEnvConfig::get##Name, &KFAEnvConfig::set##Name)
+#define PROPERTY(Name) \
+  [&] { expectProperty(#Name, &KFAEnvConfig::get##Name, &KFAEnvConfig::set##Name, full); }
 
 TEST(Allocations, OfConfigurations) {
-  const auto all = std::make_tuple(
-      PROPERTY(Name), PROPERTY(Hostname), PROPERTY(Addresses), PROPERTY(Nameservers), PROPERTY(SearchDomains),
-      PROPERTY(Architecture), PROPERTY(OS), PROPERTY(Disabled), PROPERTY(ClassID), PROPERTY(QoSes),
-      PROPERTY(Veid), PROPERTY(VERootVar), PROPERTY(OnBoot), PROPERTY(UUID), PROPERTY(VEType),
-      PROPERTY(IPTables), PROPERTY(Capabilities), PROPERTY(Distribution), PROPERTY(OsTemplate),
-      PROPERTY(Templates), PROPERTY(WinsServers), PROPERTY(RatesList), PROPERTY(NetVEths), PROPERTY(TSMode),
-      PROPERTY(Description), PROPERTY(Type), PROPERTY(ConfigCustomized), PROPERTY(VEPrivateVar),
-      PROPERTY(RateBound), PROPERTY(OfflineManagement), PROPERTY(SLMMode), PROPERTY(AllowReboot),
-      PROPERTY(Sample), PROPERTY(OriginSample), PROPERTY(TSLicenseServers), PROPERTY(ServerRoles),
-      PROPERTY(OfflineServices), PROPERTY(Capability));
   const auto* const record = KFL::findRecordType("KFAEnvConfig");
   ASSERT_NE(record, nullptr);
   const std::string full = examples().find(record)->second.xml;
-  Entries entries;
-  std::apply([&](const auto&... each) { (each.addTo(entries, full), ...); }, all);
-  expectLaw("properties", entries);
+
+  const std::function<void()> properties[] = {PROPERTY(Name),
+                                              PROPERTY(Hostname),
+                                              PROPERTY(Addresses),
+                                              PROPERTY(Nameservers),
+                                              PROPERTY(SearchDomains),
+                                              PROPERTY(Architecture),
+                                              PROPERTY(OS),
+                                              PROPERTY(Disabled),
+                                              PROPERTY(ClassID),
+                                              PROPERTY(QoSes),
+                                              PROPERTY(Veid),
+                                              PROPERTY(VERootVar),
+                                              PROPERTY(OnBoot),
+                                              PROPERTY(UUID),
+                                              PROPERTY(VEType),
+                                              PROPERTY(IPTables),
+                                              PROPERTY(Capabilities),
+                                              PROPERTY(Distribution),
+                                              PROPERTY(OsTemplate),
+                                              PROPERTY(Templates),
+                                              PROPERTY(WinsServers),
+                                              PROPERTY(RatesList),
+                                              PROPERTY(NetVEths),
+                                              PROPERTY(TSMode),
+                                              PROPERTY(Description),
+                                              PROPERTY(Type),
+                                              PROPERTY(ConfigCustomized),
+                                              PROPERTY(VEPrivateVar),
+                                              PROPERTY(RateBound),
+                                              PROPERTY(OfflineManagement),
+                                              PROPERTY(SLMMode),
+                                              PROPERTY(AllowReboot),
+                                              PROPERTY(Sample),
+                                              PROPERTY(OriginSample),
+                                              PROPERTY(TSLicenseServers),
+                                              PROPERTY(ServerRoles),
+                                              PROPERTY(OfflineServices),
+                                              PROPERTY(Capability)};
+  for (const auto& expectLaw : properties)
+    expectLaw();
 }
 
 struct Disks {
@@ -428,24 +396,14 @@ Disks disks() {
 }
 
 TEST(Allocations, OfWholeConfigurations) {
-  const auto state = [](Disks& d) {
+  AllocationLaws laws("whole configurations", [](Disks& d) {
     return placeOf(d.config.getIterator()) + printed(d.config.getIterator()) + (d.disks ? "disks" : "");
-  };
-  const Entries entries = {
-      entry(
-          "disks set", &disks, [](Disks& d) { return d.config.setHardDisks(d.disks.get()); }, state),
-      entry(
-          "disks got", &disks, [](Disks& d) { return d.disks.reset(), d.config.getHardDisks(d.disks); },
-          state),
-      entry(
-          "configuration copied", &disks, [](Disks& d) { return d.config = KFAEnvConfig(d.config), 0; },
-          state),
-      entry(
-          "one parameter set", &disks,
-          [](Disks& d) { return d.config.setQoS(KFL::KFLOptionalProperty<KFL::KFLQoS>(KFL::KFLQoS(kLong))); },
-          state),
-  };
-  expectLaw("whole configurations", entries);
+  });
+  using One = KFL::KFLOptionalProperty<KFL::KFLQoS>;
+  laws("disks set", &disks, [](Disks& d) { return d.config.setHardDisks(d.disks.get()); });
+  laws("disks got", &disks, [](Disks& d) { return d.disks.reset(), d.config.getHardDisks(d.disks); });
+  laws("copied", &disks, [](Disks& d) { return d.config = KFAEnvConfig(d.config), 0; });
+  laws("one parameter set", &disks, [](Disks& d) { return d.config.setQoS(One(KFL::KFLQoS(kLong))); });
 }
 
 }  // namespace

@@ -30,15 +30,10 @@ Names names(const KFAEnvConfig& config) {
 // What a row of the table asks of its property; `check` runs the whole life of it.
 struct Row {
   const char* element;
+  std::string_view uri;
   std::size_t elements;  // that the value needs
   std::function<void(const Row&)> check;
   std::function<void(KFAEnvConfig&)> set;
-};
-
-template <class T>
-struct Accessors {
-  int (KFAEnvConfig::*get)(KFLOptionalProperty<T>&) const;
-  int (KFAEnvConfig::*set)(const KFLOptionalProperty<T>&);
 };
 
 template <class T>
@@ -64,47 +59,53 @@ void expectSame(const T& a, const T& b) {
   }
 }
 
-template <class T>
-void checkLife(const Row& row, const Accessors<T>& property, const T& value) {
+template <class Get, class Set, class T>
+void checkLife(const Row& row, Get get, Set set, const T& value) {
   using Optional = KFLOptionalProperty<T>;
   KFAEnvConfig config;
   Optional got(value);
-  EXPECT_EQ((config.*property.get)(got), -1) << "without a message";
+  EXPECT_EQ((config.*get)(got), -1) << "without a message";
   EXPECT_TRUE(got.isSpecified());
   config.setVeid(1);
-  EXPECT_EQ((config.*property.get)(got), 0);
+  EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
 
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ((config.*property.set)(value), 0);
+    EXPECT_EQ((config.*set)(value), 0);
     got = Optional();
-    EXPECT_EQ((config.*property.get)(got), 0);
+    EXPECT_EQ((config.*get)(got), 0);
     ASSERT_TRUE(got.isSpecified());
     expectSame(got.getValue(), value);
     EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(names(config), row.element)), row.elements);
   }
   const KFLMessageIterator it = config.getIterator();
   ASSERT_EQ(it.findChild(row.element), 0);
-  EXPECT_EQ(it.getNamespace(), kTypesURI);
+  EXPECT_EQ(it.getNamespace(), row.uri);
 
   if constexpr (isList<T>) {
-    EXPECT_EQ((config.*property.set)(T()), 0);
+    EXPECT_EQ((config.*set)(T()), 0);
     EXPECT_EQ(std::ranges::count(names(config), row.element), 1);
     got = Optional();
-    EXPECT_EQ((config.*property.get)(got), 0);
+    EXPECT_EQ((config.*get)(got), 0);
     EXPECT_TRUE(got.isSpecified() && got.getValue().empty());
   }
-  EXPECT_EQ((config.*property.set)(Optional()), 0);
-  EXPECT_EQ((config.*property.get)(got), 0);
+  EXPECT_EQ((config.*set)(Optional()), 0);
+  EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
   EXPECT_EQ(names(config), Names{"veid"});
 }
 
-template <class T>
-Row row(const char* element, Accessors<T> property, const T& value, std::size_t elements = 1) {
-  return {element, elements, [=](const Row& self) { checkLife<T>(self, property, value); },
-          [=](KFAEnvConfig& config) { (config.*property.set)(value); }};
+template <class Class, class T>
+Row row(const char* element, int (Class::*get)(KFLOptionalProperty<T>&) const,
+        int (Class::*set)(const KFLOptionalProperty<T>&), const std::type_identity_t<T>& value,
+        std::size_t elements = 1) {
+  const bool isOurs = std::is_same_v<Class, KFAEnvConfig>;
+  return {element, isOurs ? kTypesURI : KFL::kTypesNamespaceURI, elements,
+          [=](const Row& self) { checkLife(self, get, set, value); },
+          [=](KFAEnvConfig& config) { (config.*set)(value); }};
 }
+
+#define ROW(element, Name, ...) row(element, &KFAEnvConfig::get##Name, &KFAEnvConfig::set##Name, __VA_ARGS__)
 
 KFANetVEth device(const char* name, const char* address) {
   KFANetVEth made;
@@ -113,49 +114,55 @@ KFANetVEth device(const char* name, const char* address) {
   return made;
 }
 
-using C = KFAEnvConfig;
-using Words = std::set<std::string>;
+const std::string kText = "text <&> \xC3\xA9";
+const std::set<std::string> kWords{"b", "a"};
 
 std::vector<Row> rows() {
-  const std::string text = "text <&> \xC3\xA9";
-  const Words words{"b", "a"};
-  return {
-      row<std::string>("ve_root", {&C::getVERootVar, &C::setVERootVar}, text),
-      row<std::string>("ve_private", {&C::getVEPrivateVar, &C::setVEPrivateVar}, ""),
-      row<bool>("on_boot", {&C::getOnBoot, &C::setOnBoot}, true),
-      row<bool>("rate_bound", {&C::getRateBound, &C::setRateBound}, false),
-      row<bool>("offline_management", {&C::getOfflineManagement, &C::setOfflineManagement}, true),
-      row<std::string>("slm_mode", {&C::getSLMMode, &C::setSLMMode}, text),
-      row<bool>("is_sample", {&C::getSample, &C::setSample}, true),
-      row<std::string>("origin_sample", {&C::getOriginSample, &C::setOriginSample}, text),
-      row<bool>("allow_reboot", {&C::getAllowReboot, &C::setAllowReboot}, true),
-      row<std::string>("uuid", {&C::getUUID, &C::setUUID}, text),
-      row<int>("ts_mode", {&C::getTSMode, &C::setTSMode}, -2147483647 - 1),
-      row<Words>("iptables", {&C::getIPTables, &C::setIPTables}, words, 2),
-      row<Words>("role", {&C::getServerRoles, &C::setServerRoles}, words, 2),
-      row<Words>("offline_service", {&C::getOfflineServices, &C::setOfflineServices}, words, 2),
-      row<Words>("ts_license_server", {&C::getTSLicenseServers, &C::setTSLicenseServers}, words, 2),
-      row<std::set<KFAEnvCapability>>("capability", {&C::getCapabilities, &C::setCapabilities},
-                                      {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
-      row<KFADistribution>("distribution", {&C::getDistribution, &C::setDistribution},
-                           KFADistribution("debian", "12")),
-      row<KFATemplate>("os_template", {&C::getOsTemplate, &C::setOsTemplate}, KFATemplate("debian", "12")),
-      row<std::vector<KFATemplate>>("template", {&C::getTemplates, &C::setTemplates},
-                                    {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
-      row<std::vector<KFLIPAddress>>("wins_server", {&C::getWinsServers, &C::setWinsServers},
-                                     {"10.0.0.2", "dhcp"}, 2),
-      row<std::vector<KFLInterfaceRate>>("interface_rate", {&C::getRatesList, &C::setRatesList},
-                                         {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
-      row<std::vector<KFANetVEth>>("net_device", {&C::getNetVEths, &C::setNetVEths},
-                                   {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
-      row<KFAVPSType>("ve_type", {&C::getVEType, &C::setVEType}, KFAVPSType(KFAVPSType::kRepair, 102)),
-  };
+  return {ROW("ve_root", VERootVar, kText),
+          ROW("ve_private", VEPrivateVar, ""),
+          ROW("on_boot", OnBoot, true),
+          ROW("rate_bound", RateBound, false),
+          ROW("offline_management", OfflineManagement, true),
+          ROW("slm_mode", SLMMode, kText),
+          ROW("is_sample", Sample, true),
+          ROW("origin_sample", OriginSample, kText),
+          ROW("allow_reboot", AllowReboot, true),
+          ROW("uuid", UUID, kText),
+          ROW("ts_mode", TSMode, -2147483647 - 1),
+          ROW("iptables", IPTables, kWords, 2),
+          ROW("role", ServerRoles, kWords, 2),
+          ROW("offline_service", OfflineServices, kWords, 2),
+          ROW("ts_license_server", TSLicenseServers, kWords, 2),
+          ROW("capability", Capabilities, {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
+          ROW("distribution", Distribution, KFADistribution("debian", "12")),
+          ROW("os_template", OsTemplate, KFATemplate("debian", "12")),
+          ROW("template", Templates, {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
+          ROW("wins_server", WinsServers, {"10.0.0.2", "dhcp"}, 2),
+          ROW("interface_rate", RatesList, {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
+          ROW("net_device", NetVEths, {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
+          ROW("ve_type", VEType, KFAVPSType(KFAVPSType::kRepair, 102))};
+}
+
+std::vector<Row> rowsOfTheCore() {
+  return {ROW("name", Name, kText),
+          ROW("description", Description, ""),
+          ROW("hostname", Hostname, kText),
+          ROW("architecture", Architecture, kText),
+          ROW("type", Type, kText),
+          ROW("nameserver", Nameservers, {"b", "a", "b"}, 3),
+          ROW("search_domain", SearchDomains, kWords, 2),
+          ROW("address", Addresses, {"10.0.0.5/24", "dhcp"}, 2),
+          ROW("qos", QoSes, {KFLQoS("b"), KFLQoS("a")}, 2),
+          ROW("class_id", ClassID, -1),
+          ROW("config_customized", ConfigCustomized, true)};
 }
 
 TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {
-  for (const Row& row : rows()) {
-    SCOPED_TRACE(row.element);
-    row.check(row);
+  for (const auto& all : {rows(), rowsOfTheCore()}) {
+    for (const Row& row : all) {
+      SCOPED_TRACE(row.element);
+      row.check(row);
+    }
   }
 }
 
@@ -236,11 +243,11 @@ TEST(KFAEnvConfig, AnyOrderOfSettersGivesTheOrderOfTheElements) {
   for (const Row& row : rows())
     setters.push_back(row.set);
   const HardDisk::List::KfFS disks;
-  setters.emplace_back([](C& c) { c.setVeid(101); });
-  setters.emplace_back([](C& c) { c.setDisabled(true); });
-  setters.emplace_back([](C& c) { c.setClassID(1); });
-  setters.emplace_back([](C& c) { c.setConfigCustomized(true); });
-  setters.emplace_back([&](C& c) { c.setHardDisks(&disks); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setVeid(101); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setDisabled(true); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setClassID(1); });
+  setters.emplace_back([](KFAEnvConfig& c) { c.setConfigCustomized(true); });
+  setters.emplace_back([&](KFAEnvConfig& c) { c.setHardDisks(&disks); });
   std::mt19937 random(3);
   std::string first;
   for (int round = 0; round < 30; ++round) {
@@ -371,17 +378,6 @@ TEST(KFAEnvConfig, DisksWithoutAFactoryAreNotWritten) {
 }
 
 // --- In messages and searches ------------------------------------------------------------------------------
-
-TEST(KFAEnvConfig, TheTypeTagMakesTheClass) {
-  KFLMessage message;
-  KFLMessageIterator it = message.getIterator();
-  ASSERT_EQ(KFLWriterDerived<KFLEnvConfig>()(it, KFAEnvConfig()), 0);
-  EXPECT_EQ(it.getTypeTag(), "venv_configType");
-  boost::shared_ptr<KFLEnvConfig> made;
-  ASSERT_EQ(KFLReaderDerived<KFLEnvConfig>()(it, made), 0);
-  ASSERT_NE(boost::dynamic_pointer_cast<KFAEnvConfig>(made), nullptr);
-  EXPECT_EQ(made->getKind(), EnvConfigVirtual);
-}
 
 TEST(KFAEnvConfig, FromAnyConfiguration) {
   KFLVEnvConfig plain;

@@ -186,33 +186,29 @@ TEST(KFAEnv, GettersThatFailSayWhere) {
             0);
   const KFLMessageIterator it = message.getIterator();
   const KFAEnvConfig config(&it, KFL::EnvConfigVirtual);
-  const KFAEnvConfig none;
   int veid = 0;
   bool flag = false;
   std::string path;
   KFAEnvConfig::Flag onBoot;
   KFAEnvConfig::NetVEths devices;
   const struct {
-    std::function<int()> get;
+    std::function<int(const KFAEnvConfig&)> get;
     int result;
     std::string starts;
   } rows[] = {
-      {[&] { return config.getVeid(veid); }, -1, "/c/veid: 'x' is no 32-bit number"},
-      {[&] { return config.getDisabled(flag); }, -1, "/c/disabled: 'maybe' is no truth value"},
-      {[&] { return config.getOnBoot(onBoot); }, 0, "/c/on_boot: '2' is no truth value"},
-      {[&] { return config.getVERoot(path); }, -1, "/c: element ve_root is missing"},
-      {[&] { return config.getNetVEths(devices); }, -1,
+      {[&](auto& c) { return c.getVeid(veid); }, -1, "/c/veid: 'x' is no 32-bit number"},
+      {[&](auto& c) { return c.getDisabled(flag); }, -1, "/c/disabled: 'maybe' is no truth value"},
+      {[&](auto& c) { return c.getOnBoot(onBoot); }, 0, "/c/on_boot: '2' is no truth value"},
+      {[&](auto& c) { return c.getVERoot(path); }, -1, "/c: element ve_root is missing"},
+      {[&](auto& c) { return c.getNetVEths(devices); }, -1,
        "/c/net_device: a network device has no interface name"},
-      {[&] { return none.getVeid(veid); }, -1, "the configuration has no message"},
-      {[&] { return none.getOnBoot(onBoot); }, -1, "the configuration has no message"},
-      {[&] { return none.getDisabled(flag); }, -1, "the configuration has no message"},
-      {[&] { return none.getNetVEths(devices); }, -1, "the configuration has no message"},
-      {[&] { return none.getVERoot(path); }, -1, "the configuration has no message"},
   };
   for (const auto& row : rows) {
     KFL::setErrorMessage("%s", "former");
-    EXPECT_EQ(row.get(), row.result) << row.starts;
+    EXPECT_EQ(row.get(config), row.result) << row.starts;
     EXPECT_TRUE(KFL::getErrorMessage().starts_with(row.starts)) << KFL::getErrorMessage();
+    EXPECT_EQ(row.get(KFAEnvConfig()), -1) << row.starts;
+    EXPECT_TRUE(KFL::getErrorMessage().starts_with("the configuration has no message")) << row.starts;
   }
 }
 
@@ -242,22 +238,6 @@ TEST(KFAEnv, TheTechnologyIsRegistered) {
   KFLOptionalProperty<bool> onBoot;
   EXPECT_EQ(config->getOnBoot(onBoot), 0);
   EXPECT_EQ(onBoot, KFLOptionalProperty<bool>(true)) << "all of them work on the same element";
-}
-
-TEST(KFAEnv, TheTypeTagsMakeTheClasses) {
-  KFAEnv env(kEID, boost::make_shared<KFAEnvConfig>());
-  env.setStatus(2);
-  dynamic_cast<KFAEnvConfig&>(*env.getVirtualConfig()).setVeid(101);
-  KFLMessage message;
-  KFLMessageIterator it = message.getIterator();
-  ASSERT_EQ(KFLWriterDerived<KFLEnv>()(it, env), 0);
-  EXPECT_EQ(it.getTypeTag(), "envType");
-  boost::shared_ptr<KFLEnv> read;
-  ASSERT_EQ(KFLReaderDerived<KFLEnv>()(it, read), 0);
-  ASSERT_NE(dynamic_cast<KFAEnv*>(read.get()), nullptr);
-  EXPECT_NE(dynamic_cast<KFAEnvConfig*>(read->getVirtualConfig().get()), nullptr);
-  EXPECT_EQ(read->getSortKey(), 101U);
-  EXPECT_EQ(read->getStatus(), 2);
 }
 
 }  // namespace

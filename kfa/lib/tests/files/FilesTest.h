@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,12 +16,34 @@
 #include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
+#include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAConfigRules.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 inline boost::shared_ptr<KFA::KFAEnvConfigBashParser> envParser() {
   static const auto parser =
       KFA::KFAEnvConfigBashParser::getInstance(KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml"));
   return parser;
+}
+
+inline const KFA::KFAEnvConfigRules& envRules() {
+  static const KFA::KFAEnvConfigRules rules(envParser());
+  return rules;
+}
+
+// The keys of a file, in lower case, and their values.
+inline std::map<std::string, std::string> valuesOf(const std::string& text) {
+  std::map<std::string, std::string> values;
+  const auto get = [&](std::istream& in) {
+    return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
+  };
+  EXPECT_EQ(KFA::readConfigText(text, "f", get), 0) << text;
+  return values;
+}
+
+inline bool has(const std::string& content, const std::string& part) {
+  return content.find(part) != std::string::npos;
 }
 
 inline std::string contentOf(const std::filesystem::path& path) {

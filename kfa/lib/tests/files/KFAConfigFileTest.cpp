@@ -334,7 +334,7 @@ TEST(ConfigFolder, ListsFilesNamedAfterANumber) {
                            "-1.conf", "2147483647.conf", "2147483648.conf", "9.CONF"})
     makeFile(folder / name, "HOSTNAME=h\n");
   KFA::KFAConfigFolder reader(folder.path(), envParser());
-  std::vector<int> veids;
+  std::vector<int> veids{77};
   ASSERT_EQ(reader.list(veids), 0);
   EXPECT_EQ(veids, (std::vector<int>{0, 9, 10, 2147483647}));
   EXPECT_EQ(KFA::KFAConfigFolder(folder / "9.conf", envParser()).list(veids), -1);

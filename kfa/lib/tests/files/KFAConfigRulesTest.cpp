@@ -22,11 +22,6 @@ namespace {
 
 using KFA::KFAConfigChanges;
 
-const KFA::KFAEnvConfigRules& envRules() {
-  static const KFA::KFAEnvConfigRules rules(envParser());
-  return rules;
-}
-
 struct AcceptRow {
   const char* key;
   std::vector<std::string> good;
@@ -152,13 +147,6 @@ std::map<std::string, std::string> linesOf(const std::string& text) {
   for (std::string line; std::getline(in, line);)
     lines[line.substr(0, line.find('='))] += line + "\n";
   return lines;
-}
-
-std::map<std::string, std::string> valuesOf(const std::string& text) {
-  std::istringstream in(text);
-  std::map<std::string, std::string> values;
-  EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values), 0);
-  return values;
 }
 
 // The file when its record has been written over it.

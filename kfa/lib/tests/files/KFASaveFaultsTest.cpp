@@ -170,8 +170,7 @@ States statesOf(const TemporaryFolder& folder) {
 
 // Each file is as before or as after, whole; what a dead run left has its own name.
 void expectWhole(States now, const States& before, const States& after) {
-  now.erase(".new.kfa-new");
-  for (const char* name : {".a.kfa-new", ".a.kfa-backup", ".b.kfa-new", ".real.kfa-new"})
+  for (const char* name : {".new.kfa-new", ".a.kfa-new", ".a.kfa-backup", ".b.kfa-new", ".real.kfa-new"})
     now.erase(name);
   const auto in = [](const States& states, const std::string& name) {
     const auto found = states.find(name);
@@ -363,28 +362,39 @@ Plan at(std::size_t number, bool behind, const std::function<void()>& act) {
   return behind ? Plan{{}, then} : Plan{then, {}};
 }
 
-TEST_P(SaveFaults, TheProcessDiesAtEachCall) {
-  const Save& save = GetParam();
+// Right before and right behind each call of a save, in a folder of its own: acts by the plan that it makes of what is to
+// be done there. Afterwards the save can be made all the same.
+using Planner = std::function<Plan(const std::function<void()>&)>;
+void atEachCall(const char* what, const Save& save,
+                const std::function<void(const TemporaryFolder&, const Outcome&, const Planner&)>& act) {
   const Outcome outcome = withoutFault(save);
   for (std::size_t point = 0; point < 2 * outcome.calls; ++point) {
     SCOPED_TRACE(point);
     const TemporaryFolder folder;
     save.prepare(folder);
+    act(folder, outcome, [&](const std::function<void()>& then) {
+      return onFileSystemOf(save, at(point / 2, point % 2 != 0, then));
+    });
+    expectSavedAgain(save, folder, outcome);
+    if (testing::Test::HasFailure()) return;
+  }
+  std::cout << save.name << ": " << 2 * outcome.calls << what << "\n";
+}
+
+TEST_P(SaveFaults, TheProcessDiesAtEachCall) {
+  const auto die = [](const TemporaryFolder& folder, const Outcome& outcome, const Planner& plan) {
     const pid_t child = fork();
     if (child == 0) {
-      const KFLSystemFaults faults(
-          onFileSystemOf(save, at(point / 2, point % 2 != 0, [] { kill(getpid(), SIGKILL); })));
-      save.run(folder, {});
+      const KFLSystemFaults faults(plan([] { kill(getpid(), SIGKILL); }));
+      GetParam().run(folder, {});
       _exit(1);
     }
     int status = 0;
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFSIGNALED(status));
     expectWhole(statesOf(folder), outcome.before, outcome.after);
-    expectSavedAgain(save, folder, outcome);
-    if (HasFailure()) return;
-  }
-  std::cout << save.name << ": " << 2 * outcome.calls << " deaths\n";
+  };
+  atEachCall(" deaths", GetParam(), die);
 }
 
 // A process that only lives.
@@ -402,46 +412,34 @@ void end(pid_t child) {
 // Whoever forks, in whatever way, the child has no part in the lock; fork() gives it none even of a parent that dies.
 TEST_P(SaveFaults, AChildOfEachCallKeepsNoLock) {
   const Save& save = GetParam();
-  const Outcome outcome = withoutFault(save);
-  for (std::size_t point = 0; point < 2 * outcome.calls; ++point) {
-    for (const auto make : {&fork, &_Fork}) {
-      SCOPED_TRACE(std::to_string(point) + (make == &fork ? " fork" : " _Fork"));
-      const TemporaryFolder folder;
-      save.prepare(folder);
-      pid_t child = 0;
+  for (const auto make : {&fork, &_Fork}) {
+    pid_t child = -1;
+    const auto forkThere = [&](const TemporaryFolder& folder, const Outcome& outcome, const Planner& plan) {
       {
-        const KFLSystemFaults faults(
-            onFileSystemOf(save, at(point / 2, point % 2 != 0, [&] { child = liveOn(make()); })));
+        const KFLSystemFaults faults(plan([&] { child = liveOn(make()); }));
         EXPECT_EQ(save.run(folder, {}), 0) << KFL::getErrorMessage();
       }
       expectUnlocked(folder);
       expectSavedAgain(save, folder, outcome);
       end(child);
-      if (HasFailure()) return;
-    }
+    };
+    atEachCall(make == &fork ? " forks" : " _Forks", save, forkThere);
   }
-  std::cout << save.name << ": " << 4 * outcome.calls << " forks\n";
 }
 
 TEST_P(SaveFaults, AChildOfAWriterThatDiesKeepsNoLock) {
   const Save& save = GetParam();
-  const Outcome outcome = withoutFault(save);
-  for (std::size_t number = 0; number < outcome.calls; ++number) {
-    SCOPED_TRACE(number);
-    const TemporaryFolder folder;
-    save.prepare(folder);
+  const auto dieBehindAFork = [&](const TemporaryFolder& folder, const Outcome& outcome,
+                                  const Planner& plan) {
     int told[2];
     ASSERT_EQ(pipe(told), 0);
-    const auto forkAndStay = [&] {
-      if (fork() == 0) {
-        const pid_t self = getpid();
-        if (::write(told[1], &self, sizeof(self)) != sizeof(self)) _exit(1);
-      }
-      liveOn(0);
-    };
     const pid_t writer = fork();
     if (writer == 0) {
-      const KFLSystemFaults faults(onFileSystemOf(save, at(number, false, forkAndStay)));
+      const KFLSystemFaults faults(plan([&] {
+        const pid_t self = fork() == 0 ? getpid() : 0;
+        if (self != 0 && ::write(told[1], &self, sizeof(self)) != sizeof(self)) _exit(1);
+        liveOn(0);
+      }));
       save.run(folder, {});
       _exit(1);
     }
@@ -453,8 +451,8 @@ TEST_P(SaveFaults, AChildOfAWriterThatDiesKeepsNoLock) {
     kill(child, SIGKILL);
     close(told[0]);
     close(told[1]);
-    if (HasFailure()) return;
-  }
+  };
+  atEachCall(" deaths behind a fork", save, dieBehindAFork);
 }
 
 // What another program, which takes no lock, does to the files at a call.
@@ -467,10 +465,6 @@ struct Meddling {
 
 void appendTo(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::app) << text;
-}
-
-bool has(const std::string& content, const std::string& part) {
-  return content.find(part) != std::string::npos;
 }
 
 fs::path temporaryOf(const fs::path& target) {
@@ -661,130 +655,103 @@ bool mountSmall(const fs::path& path) {
 
 constexpr int kNotPermitted = 77;
 
-// The part with a small file system in the folder "disk"; skips the test where that may not be mounted.
-#define ON_A_SMALL_DISK(part)                                      \
-  do {                                                             \
-    const TemporaryFolder outside;                                 \
-    fs::create_directory(outside / "disk");                        \
-    const int status = inProcess([&] {                             \
-      if (!mountSmall(outside / "disk")) _exit(kNotPermitted);     \
-      setenv("TMPDIR", (outside / "disk").c_str(), 1);             \
-      part();                                                      \
-      umount((outside / "disk").c_str());                          \
-    });                                                            \
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPermitted) \
-      GTEST_SKIP() << "no file system may be mounted here";        \
-    EXPECT_EQ(status, 0);                                          \
-  } while (false)
+// The part with a small file system for its files; skips the test where that may not be mounted.
+void onASmallDisk(const std::function<void(const fs::path& disk)>& part) {
+  const TemporaryFolder outside;
+  const fs::path disk = outside / "disk";
+  fs::create_directory(disk);
+  const int status = inProcess([&] {
+    if (!mountSmall(disk)) _exit(kNotPermitted);
+    setenv("TMPDIR", disk.c_str(), 1);
+    part(disk);
+    umount(disk.c_str());
+  });
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPermitted)
+    GTEST_SKIP() << "no file system may be mounted here";
+  EXPECT_EQ(status, 0);
+}
 
-// As many pages as fit are taken before each call in turn, but for some.
-void saveOnAFullDisk(const Save& save) {
+// What comes over the disk or the folder before a call, for which a save may be refused, and what ends it.
+struct Trouble {
+  std::string name;
+  const char* reason;
+  std::function<void(const TemporaryFolder&)> begin;
+  std::function<void(const TemporaryFolder&)> end;
+};
+
+void saveInTrouble(const Save& save, const std::vector<Trouble>& troubles) {
   std::size_t refusals = 0;
   const Outcome outcome = withoutFault(save);
-  for (std::size_t point = 0; point < outcome.calls; ++point) {
-    for (const std::size_t spared : {0U, 1U, 2U}) {
-      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point) + " " + std::to_string(spared));
+  for (const Trouble& trouble : troubles) {
+    for (std::size_t point = 0; point < outcome.calls; ++point) {
+      SCOPED_TRACE(save.name + (" " + trouble.name) + " " + std::to_string(point));
       const TemporaryFolder folder;
       save.prepare(folder);
-      const fs::path filler = fs::temp_directory_path() / "filler";
       int result = 0;
       {
-        const KFLSystemFaults faults(onFileSystemOf(save, at(point, false, [&] {
-                                                      makeFile(filler, std::string(1 << 17, 'x'));
-                                                      fs::resize_file(filler,
-                                                                      fs::file_size(filler) - spared * 4096);
-                                                    })));
+        const auto begin = [&] { trouble.begin(folder); };
+        const KFLSystemFaults faults(onFileSystemOf(save, at(point, false, begin)));
         result = save.run(folder, quickly());
       }
       if (result != 0) {
-        EXPECT_TRUE(has(KFL::getErrorMessage(), "No space left on device")) << KFL::getErrorMessage();
+        EXPECT_TRUE(has(KFL::getErrorMessage(), trouble.reason)) << KFL::getErrorMessage();
         ++refusals;
       }
+      trouble.end(folder);
       expectWhole(statesOf(folder), outcome.before, outcome.after);
-      fs::remove(filler);
       expectSavedAgain(save, folder, outcome);
       if (testing::Test::HasFailure()) return;
     }
   }
-  std::cout << save.name << ": " << 3 * outcome.calls << " full disks, " << refusals << " refusals\n";
+  std::cout << save.name << ": " << troubles.size() * outcome.calls << " of " << troubles.front().name << ", "
+            << refusals << " refusals\n";
   EXPECT_GT(refusals, 0U);
 }
 
+// As many pages as fit are taken, but for some.
 TEST_P(SaveFaults, TheDiskIsFullAtEachCall) {
-  ON_A_SMALL_DISK([&] { saveOnAFullDisk(GetParam()); });
-}
-
-void saveOnADiskThatIsLocked(const Save& save) {
-  std::size_t refusals = 0;
-  const Outcome outcome = withoutFault(save);
-  const std::string disk = fs::temp_directory_path();
-  const auto remount = [&](unsigned long flags) {
-    return mount("none", disk.c_str(), nullptr, MS_REMOUNT | flags, "size=64k") == 0;
-  };
-  for (std::size_t point = 0; point < outcome.calls; ++point) {
-    SCOPED_TRACE(std::string(save.name) + " " + std::to_string(point));
-    const TemporaryFolder folder;
-    save.prepare(folder);
-    int result = 0;
-    bool isDone = false;
-    {
-      const KFLSystemFaults faults(
-          onFileSystemOf(save, at(point, false, [&] { isDone = remount(MS_RDONLY); })));
-      result = save.run(folder, quickly());
+  onASmallDisk([&](const fs::path& disk) {
+    const fs::path filler = disk / "filler";
+    std::vector<Trouble> troubles;
+    for (const std::size_t spared : {0U, 1U, 2U}) {
+      const auto fill = [=](const TemporaryFolder&) {
+        makeFile(filler, std::string(1 << 17, 'x'));
+        fs::resize_file(filler, fs::file_size(filler) - spared * 4096);
+      };
+      troubles.push_back({"full disks", "No space left on device", fill,
+                          [=](const TemporaryFolder&) { fs::remove(filler); }});
     }
-    if (result != 0) {
-      EXPECT_TRUE(has(KFL::getErrorMessage(), "Read-only file system")) << KFL::getErrorMessage();
-      EXPECT_TRUE(isDone);
-      ++refusals;
-    }
-    EXPECT_TRUE(remount(0));
-    expectWhole(statesOf(folder), outcome.before, outcome.after);
-    expectSavedAgain(save, folder, outcome);
-    if (testing::Test::HasFailure()) return;
-  }
-  std::cout << save.name << ": " << outcome.calls << " read-only disks, " << refusals << " refusals\n";
-  EXPECT_GT(refusals, 0U);
+    saveInTrouble(GetParam(), troubles);
+  });
 }
 
 TEST_P(SaveFaults, TheDiskIsMadeReadOnlyAtEachCall) {
-  ON_A_SMALL_DISK([&] { saveOnADiskThatIsLocked(GetParam()); });
+  onASmallDisk([&](const fs::path& disk) {
+    bool isDone = false;
+    const auto remount = [&](unsigned long flags) {
+      return mount("none", disk.c_str(), nullptr, MS_REMOUNT | flags, "size=64k") == 0;
+    };
+    saveInTrouble(GetParam(), {{"read-only disks", "Read-only file system",
+                                [&](const TemporaryFolder&) { isDone = remount(MS_RDONLY) || isDone; },
+                                [&](const TemporaryFolder&) { EXPECT_TRUE(remount(0)); }}});
+    EXPECT_TRUE(isDone);
+  });
 }
 
 // As a user to whom permissions matter.
-void saveInAFolderThatIsClosed(const Save& save) {
-  if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
-    ADD_FAILURE() << "root cannot become somebody else";
-    return;
-  }
-  std::size_t refusals = 0;
-  const Outcome outcome = withoutFault(save);
-  for (const mode_t mode : {0000, 0500, 0600, 0100}) {
-    for (std::size_t point = 0; point < outcome.calls; ++point) {
-      SCOPED_TRACE(std::string(save.name) + " " + std::to_string(mode) + " " + std::to_string(point));
-      const TemporaryFolder folder;
-      save.prepare(folder);
-      int result = 0;
-      {
-        const KFLSystemFaults faults(
-            onFileSystemOf(save, at(point, false, [&] { chmod(folder.path().c_str(), mode); })));
-        result = save.run(folder, quickly());
-      }
-      if (result != 0) {
-        EXPECT_TRUE(has(KFL::getErrorMessage(), "Permission denied")) << KFL::getErrorMessage();
-        ++refusals;
-      }
-      chmod(folder.path().c_str(), 0700);
-      expectWhole(statesOf(folder), outcome.before, outcome.after);
-      expectSavedAgain(save, folder, outcome);
-      if (testing::Test::HasFailure()) return;
-    }
-  }
-  EXPECT_GT(refusals, 0U);
-}
-
 TEST_P(SaveFaults, TheFolderLosesItsPermissionsAtEachCall) {
   if (std::string(GetParam().name) == "attributes") GTEST_SKIP() << "another's file";
-  EXPECT_EQ(inProcess([&] { saveInAFolderThatIsClosed(GetParam()); }), 0);
+  const auto setMode = [](mode_t mode) {
+    return [mode](const TemporaryFolder& folder) { chmod(folder.path().c_str(), mode); };
+  };
+  const auto part = [&] {
+    ASSERT_TRUE(geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0));
+    std::vector<Trouble> troubles;
+    for (const mode_t mode : {0000, 0500, 0600, 0100})
+      troubles.push_back({"closed folders", "Permission denied", setMode(mode), setMode(0700)});
+    saveInTrouble(GetParam(), troubles);
+  };
+  EXPECT_EQ(inProcess(part), 0);
 }
 
 TEST(FolderFaults, EachCallFails) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
+#include <KFAFunctionality/environment/KFAEnv.h>
 #include <KFAFunctionality/environment/KFAVtInfo.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFALogOptions.h>
@@ -37,6 +38,8 @@ TEST(DerivedRecords, TypeTagsMakeTheClasses) {
   using namespace HardDisk;
   KFANetVEth device;
   device.setName("eth0");
+  EXPECT_EQ(tagThatMakes<KFLEnvConfig>(KFAEnvConfig()), "venv_configType");
+  EXPECT_EQ(tagThatMakes<KFLEnv>(KFAEnv(KFLEID::generate(), boost::make_shared<KFAEnvConfig>())), "envType");
   EXPECT_EQ(tagThatMakes<KFLMigratorCloneOptions>(KFAMigratorCloneOptions()), "clone_optionsType");
   EXPECT_EQ(tagThatMakes<KFLCalculateHWNodeNotes>(KFACalculateHWNodeNotes()), "hw_notesType");
   EXPECT_EQ(tagThatMakes<KFLLogOptions>(KFALogOptions()), "log_optionsType");
@@ -46,6 +49,9 @@ TEST(DerivedRecords, TypeTagsMakeTheClasses) {
   EXPECT_EQ(tagThatMakes<KFLNetDevice>(device), "net_vethType");
   EXPECT_EQ(tagThatMakes<KFLPackage>(KFAPackageKFTemplateStd()), "package_std_kftemplateType");
   EXPECT_EQ(tagThatMakes<List::Base>(List::Images<Zloop>()), "ct_zloop_disk");
+  EXPECT_EQ(tagThatMakes<KFLMigratorCloneOptions>(KFLMigratorCloneOptions()), "clone_optionsType");
+  EXPECT_EQ(tagThatMakes<KFLCalculateHWNodeNotes>(KFLCalculateHWNodeNotes()), "hw_notesType");
+  EXPECT_EQ(tagThatMakes<KFLPackage>(KFLPackage()), "packageType");
 }
 
 TEST(KFAMigratorCloneOptions, FlagIsWrittenOnlyWhenTrueAndSpecifiedOnceRead) {
@@ -53,14 +59,9 @@ TEST(KFAMigratorCloneOptions, FlagIsWrittenOnlyWhenTrueAndSpecifiedOnceRead) {
     const bool isTrue = flag.isSpecified() && flag.getValue();
     Options options;
     options.setKeepSource(flag);
-    KFLMessage message;
-    KFLMessageIterator it = message.getIterator();
-    ASSERT_EQ(it.putObj(options), 0);
-    EXPECT_EQ(it.hasChild(1857), isTrue);
-    Options read;
-    read.setKeepSource(!isTrue);
-    ASSERT_EQ(it.getObj(read), 0);
-    EXPECT_EQ(read.getKeepSource(), Options::Flag(isTrue));
+    EXPECT_EQ(elementsOf(options), isTrue ? Names{"keep_source"} : Names());
+    ASSERT_EQ(readFrom(isTrue ? "<keep_source/>" : "", options), 0);
+    EXPECT_EQ(options.getKeepSource(), Options::Flag(isTrue));
   }
 }
 
@@ -89,29 +90,6 @@ TEST(KFAMigratorCloneOptions, ReadingMakesAConfigurationOrFillsTheOneThatIsThere
   before->getHostname(hostname);
   EXPECT_EQ(hostname, KFAEnvConfig::Text("web2"));
   EXPECT_EQ(options.getVeids(), (std::set<int>{-1, 7}));
-}
-
-// Items before a malformed one stay; only the base part can fail.
-TEST(KFACalculateHWNodeNotes, IsTolerant) {
-  const struct {
-    const char* content;
-    int result;
-    std::size_t excludes, warnings;
-  } rows[] = {
-      {"", 0, 0, 0},
-      {"<statement/><statement><code>many</code></statement><exclude_path/>", 0, 1, 2},
-      {"<exclude_path><path>/a</path><limit>x</limit></exclude_path>", 0, 1, 0},
-      {"<eid>no id</eid><statement/>", -1, 0, 0},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.content);
-    KFACalculateHWNodeNotes notes;
-    EXPECT_EQ(readFrom(row.content, notes), row.result);
-    EXPECT_EQ(notes.getExcludes().size(), row.excludes);
-    EXPECT_EQ(notes.getWarnings().size(), row.warnings);
-    for (const KFAExcludePath& exclude : notes.getExcludes())
-      EXPECT_FALSE(exclude.getLimit().isSpecified());
-  }
 }
 
 }  // namespace

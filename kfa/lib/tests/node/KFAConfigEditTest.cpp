@@ -18,11 +18,6 @@ namespace {
 
 using Map = std::map<std::string, std::string>;
 
-const KFA::KFAEnvConfigRules& envRules() {
-  static const KFA::KFAEnvConfigRules rules(envParser());
-  return rules;
-}
-
 // --- Fixing -------------------------------------------------------------------------------------------------------------
 
 TEST(ConfigFixTest, MakesTheOneRightEdit) {
@@ -43,6 +38,9 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
       {"ONBOOT\xc2\xa0=\xc2\xa0yes\n", "ONBOOT=\"yes\"\n"},
       {"ONBOOT=no\nNAME=a\nONBOOT=yes\n", "NAME=a\nONBOOT=yes\n"},
       {"ARCH=x86\nARCH=x86_64\n", "ARCH=x86\n"},
+      {"NAME=web HOSTNAME=web.example.com\n", "NAME=web\nHOSTNAME=web.example.com\n"},
+      {" NAME='a  b'  ONBOOT=no\r", "NAME='a  b'\nONBOOT=no"},
+      {"DESCRIPTION=web server\n", "DESCRIPTION=\"web server\"\n"},
       // What has no one right answer stays, and so does what is nobody's business.
       {"ONBOOT=maybe\n", "ONBOOT=maybe\n"},
       {"NUMPROC=many\n", "NUMPROC=many\n"},
@@ -51,6 +49,8 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
       {"colour: red\nCOLOUR = red\ncolour=red\ncolour=blue\n",
        "colour: red\nCOLOUR = red\ncolour=red\ncolour=blue\n"},
       {"ONBOOT=no; id\nONBOOT=yes\n", "ONBOOT=no; id\nONBOOT=yes\n"},
+      {"NAME=a; id\nNAME = b | c\nROLES=(a b)\nNAME=a OTHER=b\nNAME=a id\\ x=1\n",
+       "NAME=a; id\nNAME = b | c\nROLES=(a b)\nNAME=a OTHER=b\nNAME=a id\\ x=1\n"},
       {"NAME=\"open\nONBOOT=no\nONBOOT=yes\n", "NAME=\"open\nONBOOT=no\nONBOOT=yes\n"},
       {"", ""},
   };
@@ -64,15 +64,26 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
 // Over texts put together from good and bad lines: fixing twice is fixing once, no value that was taken changes, and no
 // finding is new.
 TEST(ConfigFixTest, KeepsWhatWasTaken) {
-  static const std::string lines[] = {"ONBOOT=yes",     "ONBOOT = no",
-                                      "onboot=TRUE",    "NAME=\"a b\"  # c",
-                                      "NAME: x y",      "NAME=\xe2\x80\x98q\xe2\x80\x99",
-                                      "# note",         "",
-                                      "HOSTNAME=a.b\r", "BACKUP = x",
-                                      "ARCH=x86",       "ARCH=arm",
-                                      "DISABLED=1",     "IP_ADDRESS= 1.2.3.4",
-                                      "NUMPROC=1:2",    "IP_ADDRESS=dhcp",
-                                      "export A=1",     "NAME=z; id"};
+  static const std::string lines[] = {"ONBOOT=yes",
+                                      "ONBOOT = no",
+                                      "onboot=TRUE",
+                                      "NAME=\"a b\"  # c",
+                                      "NAME: x y",
+                                      "NAME=\xe2\x80\x98q\xe2\x80\x99",
+                                      "# note",
+                                      "",
+                                      "HOSTNAME=a.b\r",
+                                      "BACKUP = x",
+                                      "ARCH=x86",
+                                      "ARCH=arm",
+                                      "DISABLED=1",
+                                      "IP_ADDRESS= 1.2.3.4",
+                                      "NUMPROC=1:2",
+                                      "IP_ADDRESS=dhcp",
+                                      "export A=1",
+                                      "NAME=z; id",
+                                      "NAME=k HOSTNAME=l",
+                                      "ROLES=(a b)"};
   std::mt19937 random(5);
   const auto errorsOf = [](const std::string& text) {
     std::set<std::string> keys;
@@ -95,16 +106,6 @@ TEST(ConfigFixTest, KeepsWhatWasTaken) {
 }
 
 // --- Merging ------------------------------------------------------------------------------------------------------------
-
-Map valuesOf(const std::string& text) {
-  Map values;
-  EXPECT_EQ(KFA::readConfigText(text, "merged",
-                                [&](std::istream& in) {
-                                  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
-                                }),
-            0);
-  return values;
-}
 
 std::optional<std::string> valueOf(const Map& values, const std::string& key) {
   const auto found = values.find(key);

@@ -28,17 +28,6 @@ using State = KFANodeChange::File::State;
 
 const KFA::KFARawConfigRules rules;
 
-std::map<std::string, std::string> valuesOf(const std::string& text) {
-  std::map<std::string, std::string> values;
-  EXPECT_EQ(KFA::readConfigText(text, "f",
-                                [&](std::istream& in) {
-                                  return KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values);
-                                }),
-            0)
-      << text;
-  return values;
-}
-
 std::string randomValue(std::mt19937& random) {
   static const std::string pieces[] = {"a", " ",     "'",     "#",     "yes", "=", "\xc3\xa4",
                                        ":", "$VEID", "was: ", "unset", ";",   ","};
@@ -69,7 +58,7 @@ TEST(ChangeListTest, IsReadAsPrintedAndReversed) {
     std::string printed = "\n# FILE x\n";
     for (const KFAChange& change : changes)
       printed += change.toString() + "\n";
-    KFAChangeList read;
+    KFAChangeList read(1);
     ASSERT_EQ(KFA::parseChangeList(printed, "list", read), 0) << KFL::getErrorMessage() << printed;
     ASSERT_EQ(read.size(), changes.size()) << printed;
     auto expected = before;

@@ -13,15 +13,11 @@
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
 #include "../files/FilesTest.h"
+#include "../resources/Vocabularies.h"
 
 namespace {
 
 using Finding = KFA::KFANodeFinding;
-
-boost::shared_ptr<KFL::KFLVocMap> vocabulary() {
-  static const auto loaded = KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml");
-  return loaded;
-}
 
 std::vector<Finding> check(const std::vector<std::string>& texts, KFA::KFANodeCheckOptions options = {}) {
   KFA::KFANodeCheck node(envParser(), std::move(options));
@@ -33,49 +29,39 @@ std::vector<Finding> check(const std::vector<std::string>& texts, KFA::KFANodeCh
   return node.finish();
 }
 
-// The findings of one text as "line:column rule".
-std::vector<std::string> placesOf(const std::string& text) {
-  std::vector<std::string> places;
-  for (const Finding& finding : check({text}))
-    places.push_back(std::to_string(finding.line) + ":" + std::to_string(finding.column) + " " +
-                     finding.rule);
-  return places;
-}
-
 TEST(NodeCheckTest, JudgesAFile) {
-  using Places = std::vector<std::string>;
-  const std::pair<const char*, Places> rows[] = {
-      {"ONBOOT=yes\nNAME=web\n", {}},
-      {"", {}},
-      {"# nothing yet\n", {}},
-      {"<html>\n<body>\n", {"1:1 no-configuration"}},
-      {"\x7f"
-       "ELF\x01\x02\n",
-       {"1:1 no-configuration"}},
-      {"NAME: web\nONBOOT=yes\n", {"1:5 colon"}},
-      {"ONBOOT=yes\ncolour: red\n", {}},
-      {"NAME=\xe2\x80\x9cx\xe2\x80\x9d\n", {"1:6 odd-quote"}},
-      {"NAME=\"\xe2\x80\x9cx\xe2\x80\x9d\xc2\xa0\"\n", {}},
-      {"UUID=5b0c3f0e\n", {"1:6 unworkable-value"}},
-      {"UUID=5b0c3f0e-8a55-4d27-9b7e-0d7f4a1c9e21\n", {}},
-      {"ARCH=sparc\n", {"1:6 unworkable-value"}},
-      {"NAMESERVER=\"192.0.2.1 ns1\"\n", {"1:12 unworkable-value"}},
-      {"NAMESERVER=\"192.0.2.1 2001:db8::1\"\n", {}},
-      {"SEARCHDOMAIN=\"example.com 192.0.2.1/24\"\n", {"1:14 unworkable-value"}},
-      {"HOSTNAME=web_1\n", {"1:10 unworkable-value"}},
-      {"HOSTNAME=-web\n", {"1:10 unworkable-value"}},
-      {"HOSTNAME=web-1.example.com.\n", {}},
-      {"NETIF=\"ifname=eth0,mac=hello\"\n", {"1:7 unworkable-value"}},
-      {"NETIF=\"ifname=eth0,mac=02:00:5e:10:00:01\"\n", {}},
-      {"NUMPROC=300:240\n", {"1:9 unworkable-value"}},
-      {"NUMPROC=240:300\n", {}},
-      {"DISKWEIGHT=-1\n", {"1:12 unworkable-value"}},
-      {"VE_TYPE=repair:1\n", {"1:9 missing-environment"}},
-      {"ORIGIN_SAMPLE=x\n", {"1:15 missing-sample"}},
-      {"BACKUP=x\n", {"1:1 foreign-key"}},
+  // The findings as "line:column rule".
+  const std::pair<std::string, std::vector<const char*>> rows[] = {
+      {"",
+       {"ONBOOT=yes\nNAME=web\n", "", "# nothing yet\n", "ONBOOT=yes\ncolour: red\n",
+        "NAME=\"\xe2\x80\x9cx\xe2\x80\x9d\xc2\xa0\"\n", "UUID=5b0c3f0e-8a55-4d27-9b7e-0d7f4a1c9e21\n",
+        "NAMESERVER=\"192.0.2.1 2001:db8::1\"\n", "HOSTNAME=web-1.example.com.\n",
+        "NETIF=\"ifname=eth0,mac=02:00:5e:10:00:01\"\n", "NUMPROC=240:300\n"}},
+      {"1:1 no-configuration ",
+       {"<html>\n<body>\n",
+        "\x7f"
+        "ELF\x01\x02\n"}},
+      {"1:5 colon ", {"NAME: web\nONBOOT=yes\n"}},
+      {"1:6 odd-quote ", {"NAME=\xe2\x80\x9cx\xe2\x80\x9d\n"}},
+      {"1:6 unworkable-value ", {"UUID=5b0c3f0e\n", "ARCH=sparc\n"}},
+      {"1:12 unworkable-value ", {"NAMESERVER=\"192.0.2.1 ns1\"\n", "DISKWEIGHT=-1\n"}},
+      {"1:14 unworkable-value ", {"SEARCHDOMAIN=\"example.com 192.0.2.1/24\"\n"}},
+      {"1:10 unworkable-value ", {"HOSTNAME=web_1\n", "HOSTNAME=-web\n"}},
+      {"1:7 unworkable-value ", {"NETIF=\"ifname=eth0,mac=hello\"\n"}},
+      {"1:9 unworkable-value ", {"NUMPROC=300:240\n"}},
+      {"1:9 missing-environment ", {"VE_TYPE=repair:1\n"}},
+      {"1:15 missing-sample ", {"ORIGIN_SAMPLE=x\n"}},
+      {"1:1 foreign-key ", {"BACKUP=x\n"}},
   };
-  for (const auto& [text, places] : rows)
-    EXPECT_EQ(placesOf(text), places) << text;
+  for (const auto& [expected, texts] : rows) {
+    for (const char* const text : texts) {
+      std::string places;
+      for (const Finding& finding : check({text}))
+        places +=
+            std::to_string(finding.line) + ":" + std::to_string(finding.column) + " " + finding.rule + " ";
+      EXPECT_EQ(places, expected) << text;
+    }
+  }
   const auto marked = check({"\xef\xbb\xbfONBOOT=yes\nNAME=a\n"});
   ASSERT_FALSE(marked.empty());
   EXPECT_EQ(marked[0].rule, "byte-order-mark");
@@ -97,7 +83,7 @@ TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
        "UUID={5B0C3F0E-8A55-4D27-9B7E-0D7F4A1C9E21}"},
       {"duplicate-name", "NAME=twin", "NAME='twin'"},
       {"duplicate-hostname", "HOSTNAME=Twin.example.com", "HOSTNAME=twin.example.com."},
-      {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv/x"},
+      {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv//y/../x/"},
   };
   std::mt19937 random(1);
   for (const auto& plant : plants) {
@@ -142,7 +128,6 @@ TEST(NodeCheckTest, SaysOfLinesWhatTheRulesSay) {
            any({"", ",nettype=host-routed", ",nettype=h", ",nettype=", ",nettype=host"}) +
            any({"", ",ip=1.1.1.1", ",ip=2.2.2.2", ",ip=2.2.2.2:1.1.1.1", ",dhcp=yes"});
   };
-  const KFA::KFAEnvConfigRules rules(envParser());
   KFA::KFANodeCheck node(envParser(), {});
   std::set<std::string> ofLines;
   for (const auto& rule : KFA::nodeRules().subspan(1, 10))
@@ -162,7 +147,7 @@ TEST(NodeCheckTest, SaysOfLinesWhatTheRulesSay) {
     };
     std::vector<std::string> expected;
     std::vector<std::string> found;
-    for (const auto& finding : KFA::checkConfig(rules, text)) {
+    for (const auto& finding : KFA::checkConfig(envRules(), text)) {
       expected.push_back(show(finding));
       overruled += finding.rule == "overruled-value" ? 1 : 0;
     }
@@ -194,11 +179,11 @@ TEST(NodeCheckTest, HoldsSumsAgainstTheNode) {
 // --- The catalogue ------------------------------------------------------------------------------------------------------
 
 TEST(KeyCatalogueTest, DescribesEveryKeyByWhatItTakes) {
-  const KFA::KFAKeyCatalogue catalogue(envParser(), vocabulary());
-  const KFA::KFAEnvConfigRules rules(envParser());
+  const auto vocabulary = KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml");
+  const KFA::KFAKeyCatalogue catalogue(envParser(), vocabulary);
   EXPECT_EQ(catalogue.getKeys().size(), 27 + envParser()->getQoSMap().size());
   for (const auto& [key, described] : catalogue.getKeys()) {
-    EXPECT_EQ(rules.accept(key, described.example), 0) << KFL::getErrorMessage();
+    EXPECT_EQ(envRules().accept(key, described.example), 0) << KFL::getErrorMessage();
     EXPECT_FALSE(described.form.empty() || described.without.empty() || described.description.empty()) << key;
   }
   const char* const rows[][3] = {
@@ -219,7 +204,9 @@ TEST(KeyCatalogueTest, DescribesEveryKeyByWhatItTakes) {
 
 // --- Advice -------------------------------------------------------------------------------------------------------------
 
-std::set<KFL::KFLQoS> qosesOf(const std::map<std::string, std::pair<long long, long long>>& values) {
+using World = std::map<std::string, std::pair<long long, long long>>;
+
+std::set<KFL::KFLQoS> qosesOf(const World& values) {
   std::set<KFL::KFLQoS> qoses;
   for (const auto& [name, value] : values) {
     KFL::KFLQoS qos(name);
@@ -230,32 +217,36 @@ std::set<KFL::KFLQoS> qosesOf(const std::map<std::string, std::pair<long long, l
   return qoses;
 }
 
-std::size_t violationsOf(const KFA::KFAQVTune& tune, const std::set<KFL::KFLQoS>& qoses) {
-  const KFA::KFAQVTuneParameters parameters = KFA::tuneParameters(qoses);
-  const KFA::KFAQVTuneArray values = tune.arrange(parameters);
-  std::size_t violated = 0;
-  for (const auto& formula : tune.formulas) {
-    KFA::KFAQVParamIDSet used;
-    if (formula.notation.hasMultiple == 0 && tune.checkByFormula(values, formula.notation, used, -1) == 1)
-      ++violated;
+std::size_t violationsOf(KFA::KFAQVTune& tune, const World& world) {
+  KFA::KFAQVFailedFormulas failures;
+  EXPECT_EQ(tune.checkParameters(KFA::tuneParameters(qosesOf(world)), failures), 0);
+  return failures.size();
+}
+
+// The fewest keys with which all is well for some small values of theirs; with all three it always is.
+std::size_t fewestKeys(KFA::KFAQVTune& tune, const World& start) {
+  using Keys = std::vector<std::string>;
+  for (const Keys& keys : {Keys{}, {"a"}, {"b"}, {"c"}, {"a", "b"}, {"a", "c"}, {"b", "c"}}) {
+    for (long long values = 0; values < (keys.size() == 2 ? 49 * 49 : 49); ++values) {
+      World trial = start;
+      long long left = values;
+      for (const std::string& key : keys) {
+        trial[key] = {left % 7, left / 7 % 7};
+        left /= 49;
+      }
+      if (violationsOf(tune, trial) == 0) return keys.size();
+      if (keys.empty()) break;
+    }
   }
-  return violated;
+  return 3;
 }
 
 // Over small worlds: the advice holds when it is followed, and hardly ever takes a key more than the fewest that trying
 // everything finds.
 TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
-  const char* const xml =
-      "<vocabulary version='1'><category words='kelvarium qos'><parameter id='a' kind='2' value_type='1'/>"
-      "<parameter id='b' kind='2' value_type='1'/><parameter id='c' kind='2' value_type='1'/></category>"
-      "<category words='kelvarium tune'>"
-      "<parameter number='1'><expression>a.soft &lt;= a.hard</expression><comment>x</comment></parameter>"
-      "<parameter number='2'><expression>a.hard * 2 &lt;= b.hard &amp;&amp; b.soft &lt;= "
-      "b.hard</expression><comment>x</comment></parameter>"
-      "<parameter number='3'><expression>c.soft >= a.soft + 1</expression><comment>x</comment></parameter>"
-      "</category></vocabulary>";
-  const auto small = KFL::KFLVocMap::loadFromText(xml, "small");
-  ASSERT_TRUE(small) << KFL::getErrorMessage();
+  const auto small =
+      vocabularyOf({{"a", 2}, {"b", 2}, {"c", 2}},
+                   {"a.soft <= a.hard", "a.hard * 2 <= b.hard && b.soft <= b.hard", "c.soft >= a.soft + 1"});
   const auto parser = KFA::KFAEnvConfigBashParser::getInstance(small);
   const KFL::KFLVEnvConfig none;
   KFA::KFAQVTune tune(none, small);
@@ -264,33 +255,10 @@ TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
   std::size_t advised = 0;
   std::size_t excess = 0;
   for (int round = 0; round < 120; ++round) {
-    std::map<std::string, std::pair<long long, long long>> start;
+    World start;
     for (const char* const name : {"a", "b", "c"})
       start[name] = {random() % 4, random() % 4};
-    // The fewest keys: each set of keys, each with all small values.
-    std::size_t fewest = 4;
-    for (unsigned chosen = 0; chosen < 8; ++chosen) {
-      const auto size = static_cast<std::size_t>(__builtin_popcount(chosen));
-      if (size >= fewest) continue;
-      std::vector<std::string> names;
-      for (unsigned i = 0; i < 3; ++i)
-        if ((chosen >> i & 1U) != 0) names.emplace_back(1, static_cast<char>('a' + i));
-      long long worlds = 1;
-      for (std::size_t i = 0; i < size; ++i)
-        worlds *= 49;
-      auto trial = start;
-      // With all three any world will do; two are tried whole.
-      bool works = size == 3;
-      for (long long world = 0; world < worlds && !works; ++world) {
-        long long left = world;
-        for (const std::string& name : names) {
-          trial[name] = {left % 7, left / 7 % 7};
-          left /= 49;
-        }
-        works = violationsOf(tune, qosesOf(trial)) == 0;
-      }
-      if (works) fewest = size;
-    }
+    const std::size_t fewest = fewestKeys(tune, start);
     const KFA::KFAQoSAdvice advice = adviseQoS(tune, *parser, qosesOf(start));
     EXPECT_TRUE(advice.left.empty());
     EXPECT_LE(advice.changes.size(), fewest + 1) << testing::PrintToString(start);
@@ -304,7 +272,7 @@ TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
       after[change.key] = {KFL::strToLonglong(*change.value),
                            KFL::strToLonglong(change.value->substr(colon + 1))};
     }
-    EXPECT_EQ(violationsOf(tune, qosesOf(after)), 0U) << testing::PrintToString(after);
+    EXPECT_EQ(violationsOf(tune, after), 0U) << testing::PrintToString(after);
   }
   EXPECT_GT(advised, 60U);
   EXPECT_LE(excess, advised / 20);

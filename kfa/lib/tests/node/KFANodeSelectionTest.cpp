@@ -34,49 +34,39 @@ class NodeSelectionTest : public testing::Test {
       if (selection.add(word) != 0) names.push_back("error: " + KFL::getErrorMessage());
     for (const auto& file : selection.getFiles())
       names.push_back(std::filesystem::path(file.path).filename());
-    others_ = selection.getOthers().size();
+    others_ = selection.getOthers();
     troubles_ = selection.getTroubles();
     return names;
   }
 
   TemporaryFolder folder_;
-  std::size_t others_ = 0;
+  Paths others_;
   Paths troubles_;
 };
 
 TEST_F(NodeSelectionTest, WordsStandForEnvironments) {
   const std::string all = folder_.path();
-  const struct {
-    Paths words;
-    Paths expected;
-  } rows[] = {
-      {{"101"}, {"101.conf"}},
-      {{"7"}, {"7.conf"}},  // named, whether or not it is there
-      {{"101-110"}, {"101.conf", "102.conf", "110.conf"}},
-      {{"10*"}, {"101.conf", "102.conf"}},
-      {{"1??.conf"}, {"101.conf", "102.conf", "110.conf"}},
-      {{all}, {"9.conf", "101.conf", "102.conf", "110.conf"}},
-      {{all + "/[19]*.conf"}, {"9.conf", "101.conf", "102.conf", "110.conf"}},
-      {{"110", "101-110", "110"}, {"110.conf", "101.conf", "102.conf"}},
-      {{"onboot=no"}, {"101.conf"}},
-      {{"onboot!=no"}, {"9.conf", "102.conf", "110.conf"}},
-      {{"onboot="}, {"102.conf"}},
-      {{"ONBOOT=YES,veid=1*"}, {"110.conf"}},
-      {{"ve_type=repair*"}, {"102.conf"}},
-      {{"ve_type=regular"}, {"9.conf", "101.conf", "110.conf"}},
-      {{"roles=cache"}, {"101.conf"}},
-      {{"arch=x86_64"}, {"110.conf"}},
-      {{"name=a\\,b"}, {"110.conf"}},
-      {{"title=web*"}, {"101.conf"}},
-      {{"title=#102"}, {"102.conf"}},
-      {{"address=192.0.2.0/24"}, {"9.conf"}},
-      {{"address=192.0.2.9"}, {"9.conf"}},
-      {{"address=2001:db8::/32"}, {"102.conf"}},
-      {{"address=dhcp"}, {"110.conf"}},
-      {{"network=lan,mac=02:*"}, {"102.conf"}},
+  const std::pair<Paths, std::vector<Paths>> rows[] = {
+      {{"7.conf"}, {{"7"}}},  // named, whether or not it is there
+      {{"9.conf"}, {{"address=192.0.2.0/24"}, {"address=192.0.2.9"}}},
+      {{"101.conf"}, {{"101"}, {"onboot=no"}, {"roles=cache"}, {"title=web*"}}},
+      {{"102.conf"},
+       {{"onboot="},
+        {"ve_type=repair*"},
+        {"title=#102"},
+        {"address=2001:db8::/32"},
+        {"network=lan,mac=02:*"}}},
+      {{"110.conf"}, {{"ONBOOT=YES,veid=1*"}, {"arch=x86_64"}, {"name=a\\,b"}, {"address=dhcp"}}},
+      {{"101.conf", "102.conf"}, {{"10*"}}},
+      {{"101.conf", "102.conf", "110.conf"}, {{"101-110"}, {"1??.conf"}}},
+      {{"110.conf", "101.conf", "102.conf"}, {{"110", "101-110", "110"}}},
+      {{"9.conf", "102.conf", "110.conf"}, {{"onboot!=no"}}},
+      {{"9.conf", "101.conf", "110.conf"}, {{"ve_type=regular"}}},
+      {{"9.conf", "101.conf", "102.conf", "110.conf"}, {{all}, {all + "/[19]*.conf"}}},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(select(row.words), row.expected) << testing::PrintToString(row.words);
+  for (const auto& [expected, each] : rows)
+    for (const Paths& words : each)
+      EXPECT_EQ(select(words), expected) << testing::PrintToString(words);
 }
 
 TEST_F(NodeSelectionTest, WordsThatStandForNothingAreRefused) {
@@ -99,7 +89,8 @@ TEST_F(NodeSelectionTest, ABrokenFileHidesNoOther) {
   ASSERT_EQ(troubles_.size(), 1U);
   EXPECT_NE(troubles_[0].find("103.conf:1:3"), std::string::npos) << troubles_[0];
   select({folder_.path()});
-  EXPECT_EQ(others_, 2U);  // 0101.conf and notes.txt; what is hidden or a folder is nobody's
+  EXPECT_EQ(others_,
+            (Paths{folder_ / "0101.conf", folder_ / "notes.txt"}));  // what is hidden or a folder is nobody's
 }
 
 // Membership by arithmetic on one big number.

@@ -1,49 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// Disks and disk lists: what is written, what reading needs, which list a message becomes.
+// Which disk list a message becomes.
 #include <string>
 
 #include <KFAFunctionality/storage/KFAHardDisk.h>
 
-#include "../Records.h"
+#include <gtest/gtest.h>
+
+#include <KFLMessage/KFLMessage.h>
 
 namespace {
 
 namespace HardDisk = KFA::HardDisk;
 using HardDisk::List::Images;
 
-constexpr const char* kGUID = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
-
 static_assert(std::string_view(KFA::HardDisk::List::KfFS::s_COMPLEX_TYPE) == "ct_kffs");
 static_assert(std::string_view(KFA::HardDisk::List::Images<KFA::HardDisk::Zloop>::s_COMPLEX_TYPE) ==
               "ct_zloop_disk");
-
-TEST(HardDisk, WhatIsWritten) {
-  EXPECT_EQ(elementsOf(HardDisk::Zloop(1, false)), (Names{"size"}));
-  HardDisk::Zloop image;
-  EXPECT_EQ(elementsOf(image), (Names{"size", "expanded"}));
-  image.setName("root");
-  image.setGUID(KFL::KFLGUID(kGUID));
-  EXPECT_EQ(elementsOf(image), (Names{"id", "path", "size", "expanded"}));
-  EXPECT_EQ(elementsOf(HardDisk::KfFS()), (Names{"disk_quota", "inodes"}));
-  EXPECT_EQ(elementsOf(HardDisk::Loopback()).front(), "device");
-}
-
-TEST(HardDisk, WhatReadingNeeds) {
-  HardDisk::Zloop image;
-  EXPECT_EQ(readFrom("<id>no guid</id><size>x</size>", image), 0);
-  EXPECT_FALSE(image.getExpanded());
-  EXPECT_FALSE(image.getGUID().isValid());
-  HardDisk::KfFS area;
-  EXPECT_EQ(readFrom("", area), 0);
-  HardDisk::Loopback loopback;
-  EXPECT_EQ(readFrom("<id>" + std::string(kGUID) + "</id>", loopback), -1);
-  EXPECT_EQ(readFrom("<device>d</device><mount_point>p</mount_point>", loopback), 0);
-  HardDisk::List::KfFS list;
-  EXPECT_EQ(readFrom("", list), -1);
-  Images<HardDisk::Loopback> images;
-  EXPECT_EQ(readFrom("", images), 0);
-  EXPECT_EQ(readFrom("<disk/>", images), -1);
-}
 
 struct Naming : HardDisk::List::Visitor {
   int visit(const HardDisk::List::KfFS&) override { return 1; }

@@ -4,11 +4,12 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 #include <KFAFunctionality/templates/KFADistribution.h>
+#include <KFAFunctionality/templates/KFAPackageVersion.h>
 #include <KFAFunctionality/templates/KFATemplate.h>
+
+#include "../Records.h"
 
 namespace {
 
@@ -59,6 +60,15 @@ TEST(KFADistribution, TextForm) {
       {"-5", "", "5", ""},
       {"debian-", "debian", "", "debian"},
   });
+}
+
+TEST(KFAPackageVersion, FlagLetsTheVersionBeAbsent) {
+  using Version = KFA::KFAPackageVersion;
+  Version version;
+  EXPECT_EQ(readFrom("", version, Version::Reader()), -1);
+  EXPECT_EQ(readFrom("", version, Version::Reader(true)), 0);
+  EXPECT_EQ(elementsOf(Version(), Version::Writer(true)),
+            (Names{"is_standard", "is_cached", "dependencies"}));
 }
 
 TEST(KFAArchitectureSelector, ExactNamesAlone) {

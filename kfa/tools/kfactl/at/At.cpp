@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <atomic>
 #include <string_view>
-#include <thread>
 
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/access/KFAAgentFiles.h>
 #include <KFARemote/KFARemoteConnection.h>
@@ -126,7 +126,7 @@ void Fleet::runAt(Node& node) const {
   try {
     const AtNode at(openNode(*connection_, node.address));
     node.status = run_(session, words_);
-  } catch (const Trouble& trouble) {
+  } catch (const std::exception& trouble) {
     node.kept.errors.emplace_back(trouble.what());
   }
   session.out().flush();
@@ -134,20 +134,12 @@ void Fleet::runAt(Node& node) const {
 
 int Fleet::run() {
   if (session_.format() == Format::Sarif) throw Trouble("sarif is a form for one node; name it with --at");
-  std::atomic<std::size_t> next = 0;
   {
     Progress progress(nodes_.size());
-    const auto serve = [&] {
-      for (std::size_t i = next++; i < nodes_.size(); i = next++) {
-        runAt(nodes_[i]);
-        progress.step();
-      }
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < std::min(nodes_.size(), kMostThreads); ++i)
-      threads.emplace_back(serve);
-    for (std::thread& thread : threads)
-      thread.join();
+    KFL::runInThreads(nodes_.size(), kMostThreads, [&](std::size_t i) {
+      runAt(nodes_[i]);
+      progress.step();
+    });
   }
   return print();
 }

@@ -2,15 +2,14 @@
 #include "environments/ChangeMany.h"
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <thread>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/node/KFAEnvironmentFilter.h>
 #include <KFAFunctionality/node/KFANodeChange.h>
@@ -31,18 +30,7 @@ using State = KFANodeChange::File::State;
 
 // Files brought to disk at the same time share the waiting.
 void runInThreads(std::size_t count, const KFANodeChange::Work& work) {
-  constexpr std::size_t kMostThreads = 16;
-  std::atomic<std::size_t> next = 0;
-  const auto serve = [&] {
-    for (std::size_t i = next++; i < count; i = next++)
-      work(i);
-  };
-  std::vector<std::thread> threads;
-  for (std::size_t i = 1; i < std::min(count, kMostThreads); ++i)
-    threads.emplace_back(serve);
-  serve();
-  for (std::thread& thread : threads)
-    thread.join();
+  KFL::runInThreads(count, 16, work);
 }
 
 // A key pressed in the midst of a change of many files ends the program when the change is done.
@@ -62,18 +50,6 @@ class SignalsHeld {
  private:
   sigset_t before_{};
 };
-
-KFANodeChange::Edit asLibraryEdit(const ChangeMany::Edit& edit) {
-  return [edit](const std::string& name, const std::string& before, std::string& after) {
-    try {
-      after = edit(name, before);
-      return 0;
-    } catch (const Trouble& trouble) {
-      KFL::setErrorMessage("%s", trouble.what());
-      return -1;
-    }
-  };
-}
 
 std::string countText(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
@@ -163,7 +139,7 @@ int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const
   if (isDryRun() && !single_.how().backupSuffix.empty())
     throw Trouble("--backup has nothing to keep: --dry-run changes no file; leave it out");
   if (from == nullptr) expectFiles(files);
-  KFANodeChange change(asLibraryEdit(edit), single_.how(), nodeFiles());
+  KFANodeChange change(FileChange::forLibrary(edit), single_.how(), nodeFiles());
   for (const auto& file : files)
     from == nullptr ? change.judge(file.path) : change.judgeNew(file.path, *from);
   if (!change.isSound() && !keepGoing_) refuse(change, isSingle);

@@ -17,11 +17,8 @@
 
 namespace kfactl {
 
-namespace {
-
-// The library calls edits through its own interface, which knows results and error texts only.
-KFA::KFAConfigFile::Edit asLibraryEdit(const std::string& name, const FileChange::Edit& edit) {
-  return [name, edit](const std::string& before, std::string& after) {
+KFA::KFANodeFiles::Edit FileChange::forLibrary(const Edit& edit) {
+  return [edit](const std::string& name, const std::string& before, std::string& after) {
     try {
       after = edit(name, before);
       return 0;
@@ -31,8 +28,6 @@ KFA::KFAConfigFile::Edit asLibraryEdit(const std::string& name, const FileChange
     }
   };
 }
-
-}  // namespace
 
 void FileChange::declare(CLI::App& app) {
   app.add_flag("-n,--dry-run", dryRun_, "Change nothing; print the difference that it would make");
@@ -84,7 +79,10 @@ void FileChange::apply(Session& session, const std::string& path, const Edit& ed
   }
   if (nodeAgent()) return create(session, edit(path, readNodeFile(path).text));
   const KFA::KFAConfigFile file(path);
-  const KFA::KFAConfigFile::Edit libraryEdit = asLibraryEdit(path, edit);
+  const KFA::KFAConfigFile::Edit libraryEdit = [&path, named = forLibrary(edit)](const std::string& before,
+                                                                                 std::string& after) {
+    return named(path, before, after);
+  };
   must(output_.empty() ? file.update(libraryEdit, how()) : file.copyTo(output_, libraryEdit, how()));
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/node/KFANodeFiles.h>
 
 namespace CLI {
 class App;
@@ -20,6 +21,8 @@ class FileChange {
  public:
   // The new text of a file, whose name is for messages; failures are thrown.
   using Edit = std::function<std::string(const std::string& name, const std::string& before)>;
+  // The same for the library, whose edits give results and error texts.
+  static KFA::KFANodeFiles::Edit forLibrary(const Edit& edit);
 
   void declare(CLI::App& app);
   // --output alone, for commands that make a file.

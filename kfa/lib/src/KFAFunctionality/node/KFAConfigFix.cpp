@@ -51,6 +51,33 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
+// Whether an unquoted value holds more than words to a shell: an operator, an expansion, or another assignment.
+bool isCode(std::string_view value) {
+  if (value.find_first_of(";&|<>()$`\"'\\") != std::string_view::npos) return true;
+  const std::size_t second = std::min(value.find_first_of(" \t"), value.size());
+  return value.find('=', second) != std::string_view::npos;
+}
+
+// What stands between blanks outside quotes.
+std::vector<std::string> wordsOf(std::string_view text) {
+  std::vector<std::string> words;
+  char quote = 0;
+  bool isInside = false;
+  for (const char c : text) {
+    if (quote == 0 && KFL::isBlank(c)) {
+      isInside = false;
+      continue;
+    }
+    if (!std::exchange(isInside, true)) words.emplace_back();
+    words.back() += c;
+    if (quote == c)
+      quote = 0;
+    else if (quote == 0 && (c == '"' || c == '\''))
+      quote = c;
+  }
+  return words;
+}
+
 // `KEY = value` and `KEY: value` as KEY="value", with what stands in front of them; empty for any other line.
 std::string withoutBlanks(const std::string& text) {
   const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
@@ -66,6 +93,7 @@ std::string withoutBlanks(const std::string& text) {
     comment = "  " + std::string(trimmed(value.substr(hash)));
     value = trimmed(value.substr(0, hash));
   }
+  if (!isQuoted && isCode(value)) return {};
   const std::string quote = isQuoted ? "" : "\"";
   return text.substr(0, end) + "=" + quote + std::string(value) + quote + comment;
 }
@@ -85,6 +113,7 @@ class Fixer {
  private:
   void note(std::size_t line, const std::string& what) { fixes_.push_back({line, what}); }
   void take(const std::string& text);
+  std::vector<std::string> split(const std::string& text) const;
   void fixLine(FixedLine& line);
   void fixValue(FixedLine& line);
   bool isTaken(const std::string& text) const;
@@ -106,12 +135,25 @@ void Fixer::take(const std::string& text) {
   }
   for (ConfigLines lines(left); lines.next();) {
     const bool hasNewline = lines.withNewline().size() > lines.text().size();
-    FixedLine& line =
-        lines_.emplace_back(FixedLine{lines.number(), std::string(lines.text()), hasNewline, false});
-    if (!line.text.ends_with('\r')) continue;
-    line.text.pop_back();
-    note(line.number, "a carriage return taken out");
+    std::string line(lines.text());
+    if (line.ends_with('\r')) {
+      line.pop_back();
+      note(lines.number(), "a carriage return taken out");
+    }
+    const std::vector<std::string> parts = split(line);
+    if (parts.size() > 1) note(lines.number(), "each assignment on a line of its own");
+    for (std::size_t i = 0; i < parts.size(); ++i)
+      lines_.emplace_back(FixedLine{lines.number(), parts[i], hasNewline || i + 1 < parts.size(), false});
   }
+}
+
+// The assignments of a line that is nothing else, one by one; any other line as it is.
+std::vector<std::string> Fixer::split(const std::string& text) const {
+  if (std::count(text.begin(), text.end(), '=') < 2 || ConfigLine(text).isAlone()) return {text};
+  std::vector<std::string> words = wordsOf(text);
+  const bool isSplit =
+      std::all_of(words.begin(), words.end(), [&](const auto& word) { return isTaken(word); });
+  return isSplit ? words : std::vector<std::string>{text};
 }
 
 // Whether a line assigns, alone, a value that one of our keys takes.

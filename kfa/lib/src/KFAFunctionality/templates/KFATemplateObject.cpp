@@ -36,7 +36,7 @@ const KFLFieldTable& KFATemplateObject::fields() {
   static constexpr KFLField rows[] = {
       special<R, std::string, &putStringID, &getNothing>(1010),
       list<R, &R::environments_>(1899),
-      special<R, KFAPackageKFTemplate, &putPackage, &getPackage>(1295).required().mustWrite(),
+      special<R, KFAPackageKFTemplate, &putPackage, &getPackage>(1295).required().atLeastOne().mustWrite(),
   };
   static constexpr KFLFieldTable table{"KFATemplateObject", kTypesURI, "", rows};
   return table;
