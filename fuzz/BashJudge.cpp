@@ -506,7 +506,13 @@ bool awaitsIn(const std::string& line) {
          line.find('{', loop) != std::string::npos;
 }
 
+// Read-only, or computed by bash whatever is assigned.
 int attributesOf(const std::string& name) {
+  for (const char* const computed :
+       {"_", "BASHPID", "BASH_COMMAND", "BASH_SUBSHELL", "DIRSTACK", "EPOCHREALTIME", "EPOCHSECONDS",
+        "HISTCMD", "LINENO", "PIPESTATUS", "RANDOM", "SRANDOM"}) {
+    if (name == computed) return att_noassign;
+  }
   const SHELL_VAR* const variable = find_variable(name.c_str());
   return variable == nullptr ? 0 : variable->attributes;
 }
@@ -527,7 +533,7 @@ void judgeCommand(const std::string& line, const Head& head, const Parsed& parse
   }
   if (others == Assigns::Yes) return;
   const int attributes = attributesOf(head.name);
-  if ((attributes & att_noassign) != 0 || head.name == "_") return;
+  if ((attributes & att_noassign) != 0) return;
   const std::uint32_t perhaps = others == Assigns::Perhaps ? Verdict::kNothing : 0;
   verdict.allowed = perhaps | Verdict::kMalformed;
   if ((attributes & att_readonly) != 0) return;
