@@ -138,6 +138,7 @@ TEST(KFLEnvConfig, CopiesAreIndependentAndCursorsShare) {
   KFLMessage message;
   ASSERT_EQ(message.parse("<c><name>n</name></c>"), 0);
   KFLMessageIterator it = message.getIterator();
+  it.selectNamespace("urn:another");
   KFLVEnvConfig inPlace(&it, EnvConfigReal);
   KFLVEnvConfig copy(inPlace);
   KFLVEnvConfig assigned;
@@ -155,6 +156,8 @@ TEST(KFLEnvConfig, CopiesAreIndependentAndCursorsShare) {
 
   KFLVEnvConfig moved(std::move(inPlace));
   moved.setName("by the moved one");
+  moved.setHostname("h");
+  EXPECT_EQ(message.toString().find("urn:another"), std::string::npos) << message.toString();
   EXPECT_NE(message.toString().find(">by the moved one<"), std::string::npos);
   it = KFLMessageIterator();
   EXPECT_FALSE(KFLEnvConfig(&it, EnvConfigVirtual).hasMsg());

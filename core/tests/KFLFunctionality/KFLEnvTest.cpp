@@ -102,6 +102,7 @@ TEST(KFLEnvFactory, ATypeHasOneFactory) {
   const KFLEnvFactory::ChildFactorySP second(new ChildFactory);
   EXPECT_EQ(factory.getFactory("one"), nullptr);
   EXPECT_EQ(factory.registerEnv("one", {}), -1);
+  EXPECT_TRUE(getErrorMessage().starts_with("no factory was given"));
   EXPECT_EQ(factory.registerEnv("one", first), 0);
   EXPECT_EQ(factory.registerEnv("a", second), 0);
   EXPECT_EQ(factory.registerEnv("one", second), -1);

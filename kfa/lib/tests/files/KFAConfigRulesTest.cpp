@@ -14,6 +14,7 @@
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
@@ -295,6 +296,7 @@ TEST(SetConfigValues, ChangesWhatItIsGivenOrRefuses) {
 
 TEST(SetConfigValues, TakesAnyNameAndValueInARawFile) {
   expectSets(KFA::KFARawConfigRules(), kRawSets);
+  EXPECT_EQ(KFA::KFAGlobalConfigRules().accept("2A", "x"), -1);
 }
 
 struct CheckRow {
@@ -324,6 +326,7 @@ const CheckRow kChecks[] = {
      {"1:1: warning: +=", "2:1: warning: an array", "3:7: warning: a blank"}},
     {"HOSTNAME=a\r\n", {"1:11: warning: a carriage return"}},
     {"ONBOOT=yes\r\n", {"1:8: error: ONBOOT: \"yes\\x0d\" would be", "1:11: warning: a carriage return"}},
+    {"ONBOOT=\x1b\n", {"1:8: error: ONBOOT: \"\\x1b\" would be", "1:8: warning: ONBOOT cannot be"}},
     {"ls \\\nONBOOT=yes\n", {"1:4: warning: the next line belongs"}},
     {"NAME=\"x\nONBOOT=yes\n", {"1:6: error: the double quote is not closed"}},
 };
