@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Records that extend core records: clone options, notes on a node, and the two of the global configuration.
+// Records that extend core records: what makes them, and what they keep beside them.
 #include <string>
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
 #include <KFAFunctionality/environment/KFAEnv.h>
+#include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/environment/KFAVtInfo.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFALogOptions.h>
@@ -90,6 +91,25 @@ TEST(KFAMigratorCloneOptions, ReadingMakesAConfigurationOrFillsTheOneThatIsThere
   before->getHostname(hostname);
   EXPECT_EQ(hostname, KFAEnvConfig::Text("web2"));
   EXPECT_EQ(options.getVeids(), (std::set<int>{-1, 7}));
+}
+
+// Messages of agents that know no sub-type say nothing of it.
+TEST(KFAVPSType, ASubTypeThatIsAbsentStaysAsItWas) {
+  KFAVPSType type(1, 77);
+  ASSERT_EQ(readFrom("<kind>4</kind>", type), 0);
+  EXPECT_EQ(type, KFAVPSType(4, 77));
+}
+
+TEST(KFAVtSettings, OfflineServicesAreEnabledOnceRead) {
+  using List = std::vector<KFAOfflineService>;
+  KFAVtSettings settings;
+  settings.setOfflineServices(List{{"a", true}, {"b", false}});
+  EXPECT_EQ(elementsOf(settings), (Names{"offline_service", "offline_service", "qoses"}));
+  settings.setValues({{"stale", "1"}});
+  ASSERT_EQ(readFrom("<offline_service>a</offline_service><offline_service>b</offline_service>", settings),
+            0);
+  EXPECT_EQ(settings.getOfflineServices(), (KFAVtSettings::OfflineServices(List{{"a", true}, {"b", true}})));
+  EXPECT_TRUE(settings.getValues().empty());
 }
 
 }  // namespace
