@@ -135,6 +135,7 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
        "name=n architecture kind os_template=false is_cached=false uptodate=false"},
       {"KFAPackageKFTemplateStd", "name=n",
        "name=n architecture kind os_template=false is_cached=false uptodate=false is_standard=false"},
+      {"KFATemplateObject", "item{kind=k}", "-/r/item: element name is missing"},
       // Updates.
       {"KFAUpdateServiceSettings", "check_period=Sunday check_interval=1",
        "-/r/check_period: 'Sunday' is no known name; monday, tuesday, wednesday, thursday, friday, saturday "
