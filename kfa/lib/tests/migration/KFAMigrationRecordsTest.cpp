@@ -67,30 +67,17 @@ TEST(KFAMigratorCloneOptions, FlagIsWrittenOnlyWhenTrueAndSpecifiedOnceRead) {
 }
 
 TEST(KFAMigratorCloneOptions, ReadingMakesAConfigurationOrFillsTheOneThatIsThere) {
-  KFLMessage empty;
   Options options;
-  KFLMessageIterator it = empty.getIterator();
-  ASSERT_EQ(it.putObj(options), 0);
-  EXPECT_FALSE(it.hasChild(1185));
-  ASSERT_EQ(it.getObj(options), 0);
-  ASSERT_NE(options.getConfig(), nullptr);
-  EXPECT_FALSE(options.getConfig()->hasMsg());
-
-  const auto source = boost::make_shared<KFAEnvConfig>();
-  source->setHostname(std::string("web2"));
-  Options filled;
-  filled.setConfig(source);
-  filled.setVeids({7, -1});
-  KFLMessage message;
-  KFLMessageIterator at = message.getIterator();
-  ASSERT_EQ(at.putObj(filled), 0);
-  const Options::ConfigSP before = options.getConfig();
-  ASSERT_EQ(at.getObj(options), 0);
-  EXPECT_EQ(options.getConfig(), before);
+  EXPECT_EQ(elementsOf(options), Names());
+  ASSERT_EQ(readFrom("", options), 0);
+  const Options::ConfigSP made = options.getConfig();
+  ASSERT_NE(made, nullptr);
+  EXPECT_FALSE(made->hasMsg());
+  ASSERT_EQ(readFrom("<config><hostname>web2</hostname></config>", options), 0);
+  EXPECT_EQ(options.getConfig(), made);
   KFAEnvConfig::Text hostname;
-  before->getHostname(hostname);
+  made->getHostname(hostname);
   EXPECT_EQ(hostname, KFAEnvConfig::Text("web2"));
-  EXPECT_EQ(options.getVeids(), (std::set<int>{-1, 7}));
 }
 
 // Messages of agents that know no sub-type say nothing of it.
