@@ -34,7 +34,10 @@ extern "C" {
 #include <bash/y.tab.h>
 }
 
-// Not declared by the headers: an error within a subscript makes no jump that would undo what runs around the builtin.
+// Not declared by the headers. The last: an error within a subscript makes no jump that would undo what runs around the
+// builtin.
+extern "C" int last_command_exit_value;
+extern "C" int parser_state;
 extern "C" int no_longjmp_on_fatal_error;
 
 #include "BashVerdict.h"
@@ -47,6 +50,8 @@ constexpr int kRequests = 3;
 constexpr int kAnswers = 4;
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kMarker = "QzJ";
+constexpr std::string_view kNameCharacters =
+    "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
 
 // ---- no way out of this process ----
 
@@ -104,8 +109,11 @@ class Parsed {
     // Some errors make bash give up the whole script.
     procenv_t outer;
     std::memcpy(&outer, &top_level, sizeof outer);
+    const int state = parser_state;
+    reset_parser();
     if (sigsetjmp(top_level, 0) == 0) parse_string(text.data(), name, flags, &command_, nullptr);
     std::memcpy(&top_level, &outer, sizeof outer);
+    parser_state = state;
   }
   ~Parsed() { dispose_command(command_); }
   Parsed(const Parsed&) = delete;
@@ -180,10 +188,25 @@ bool opensExpansion(const std::string& text, std::size_t at, bool isQuoted) {
                          : !isQuoted && isIn(text[at], "<>") && next == '(';
 }
 
-// Forgets what ${x:=y} set.
+// Sets what every script has set, and what an indirect expansion goes through: without it bash looks no further.
+void setWhatIsAsked(const std::string& expansion) {
+  static char script[] = "bash", other[] = "QzV";
+  last_command_exit_value = 0;
+  dollar_vars[0] = script;
+  dollar_vars[1] = expansion.starts_with("${!") ? other : nullptr;
+  bind_variable("_", other, 0);
+  if (!expansion.starts_with("${!")) return;
+  const std::size_t end = std::min(expansion.find_first_not_of(kNameCharacters, 3), expansion.size());
+  const std::string name = expansion.substr(3, end - 3);
+  if (!name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
+      find_variable(name.c_str()) == nullptr)
+    bind_variable(name.c_str(), other, 0);
+}
+
+// Forgets what that and ${x:=y} set.
 void unsetWhatWasSet(const std::string& expansion) {
   std::string name;
-  for (const char c : expansion + " ") {
+  for (const char c : expansion + " QzV bash ") {
     if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_') {
       name += c;
     } else if (!name.empty()) {
@@ -199,17 +222,23 @@ enum class Certainty { No, Unknown, Yes };
 
 // Whether bash calls a ${...} a bad substitution, its commands left out.
 Certainty isBadSubstitution(std::string expansion) {
+  const std::size_t subscript = expansion.find('[');
   for (std::size_t i = 0; i < expansion.size(); ++i) {
     if (expansion[i] == '`' || (expansion[i] == '(' && i > 0 && isIn(expansion[i - 1], "$<>")))
-      expansion[i] = '_';
+      expansion[i] = i < subscript ? '.' : '_';
   }
   const Parsed parsed("A=" + expansion);
   const char* const word = singleAssignment(parsed);
   std::string ignored;
   if (word == nullptr) return Certainty::Unknown;
+  setWhatIsAsked(expansion);
   expand(word, ignored);
-  if (expansion.find('=') != std::string::npos) unsetWhatWasSet(expansion);
-  return complaints.find("bad substitution") == std::string::npos ? Certainty::No : Certainty::Yes;
+  unsetWhatWasSet(expansion);
+  if (complaints.find("bad substitution") == std::string::npos) return Certainty::No;
+  // Its parser may find another end than its expander.
+  const bool isSure =
+      complaints.find("no closing") == std::string::npos && expansion.find("$[") == std::string::npos;
+  return isSure ? Certainty::Yes : Certainty::Unknown;
 }
 
 bool mayHaveBadSubstitution(const std::string& text) {
@@ -228,8 +257,9 @@ struct Unexpanded {
   std::string text;
   std::string expansions[64];
   std::size_t count = 0;
-  bool isBad = false;   // holds an expansion that bash does not know
-  bool isClear = true;  // false where the ends of expansions are in doubt
+  bool isBad = false;        // holds an expansion that bash does not know
+  bool isClear = true;       // false where there are too many
+  bool isAmbiguous = false;  // its parser and its expander read it in two ways
 
   void cut(const std::string& expansion) {
     text += kMarker;
@@ -253,12 +283,14 @@ std::size_t takePiece(const std::string& value, std::size_t at, bool& isQuoted, 
     end = std::min(endOfExpansion(value, at, isQuoted), value.size());
     const std::string expansion = value.substr(at, end - at);
     // Whether bash gets to one that stands within another depends on the variables.
-    result.isBad |= c == '$' && next == '{' && expansion.find("${", 1) == std::string::npos &&
-                    isBadSubstitution(expansion) == Certainty::Yes;
+    const bool isAsked = c == '$' && next == '{' && expansion.find("${", 1) == std::string::npos;
+    const Certainty bad = isAsked ? isBadSubstitution(expansion) : Certainty::No;
+    result.isBad |= bad == Certainty::Yes;
+    result.isAmbiguous |= bad == Certainty::Unknown;
     result.cut(expansion);
     return end;
   } else if (c == '$' && next == '$') {
-    result.isClear &= !isQuoted || at + 2 >= value.size() || !isIn(value[at + 2], "({[");
+    result.isAmbiguous |= isQuoted && at + 2 < value.size() && isIn(value[at + 2], "({");
     result.cut("$$");
     return at + 2;
   } else if ((c == '$' && (isQuoted || !isIn(next, "'\""))) || (c == '~' && !isQuoted)) {
@@ -295,10 +327,21 @@ void cutExpansions(const std::string& value, Unexpanded& result) {
 void setValue(const std::string& value, Verdict& verdict) {
   Unexpanded unexpanded;
   cutExpansions(value, unexpanded);
-  if (unexpanded.isBad) verdict.allowed = Verdict::kMalformed;
+  // Bash marks its own quotes with these two characters.
+  const std::size_t array = std::min(value.find("=("), value.size());
+  // In an array in a substitution a backslash takes other characters when bash parses than when it expands.
+  unexpanded.isAmbiguous |= value.find('\\', array) != std::string::npos;
+  bool isMarked =
+      value.find("$'") != std::string::npos && value.find_first_of("\x01\x7f") != std::string::npos;
+  for (const char* const mark : {"\\\x01", "\\\x7f", "$\x01", "$\x7f"})
+    isMarked |= value.find(mark) != std::string::npos;
+  if (isMarked || unexpanded.isAmbiguous) verdict.allowed |= Verdict::kMalformed;
+  if (unexpanded.isBad && !isMarked)
+    verdict.allowed = Verdict::kMalformed | (verdict.allowed & Verdict::kNothing);
   const Parsed parsed("A=" + unexpanded.text);
   const char* const word = singleAssignment(parsed);
-  if (!unexpanded.isClear || word == nullptr || !expand(word, verdict.value)) return;
+  if (!unexpanded.isClear || unexpanded.isAmbiguous || word == nullptr || !expand(word, verdict.value))
+    return;
   verdict.isValueKnown = true;
   std::size_t at = 0;
   for (std::size_t i = 0; i < unexpanded.count; ++i) {
@@ -451,13 +494,19 @@ std::size_t endOfValue(const std::string& line, std::size_t from, WORD_DESC* wor
   return std::string::npos;
 }
 
-// A backslash at the end joins the next line to this one, unless it stands in a comment.
+// A backslash at the end joins the next line to this one, unless it stands in a comment or is quoted itself.
 bool joinsNextLine(const std::string& line) {
   if (!line.ends_with('\\')) return false;
-  const Parsed next(line + "\n" + std::string(kMarker));
-  const SIMPLE_COM* const command = simple(next.command());
-  return command == nullptr || command->words == nullptr || command->words->next != nullptr ||
-         command->words->word->word != kMarker;
+  const std::string marker(kMarker);
+  const std::string next = Parsed(line + "\n" + marker).print();
+  return next == Parsed(line.substr(0, line.size() - 1) + marker).print();
+}
+
+// After for NAME; { bash waits for a word in, wherever it stands.
+bool awaitsIn(const std::string& line) {
+  const std::size_t loop = std::min(line.find("for"), line.find("select"));
+  return complaints.find("unexpected token `in'") != std::string::npos &&
+         line.find('{', loop) != std::string::npos;
 }
 
 int attributesOf(const std::string& name) {
@@ -482,11 +531,10 @@ void judgeCommand(const std::string& line, const Head& head, const Parsed& parse
   if (others == Assigns::Yes) return;
   const int attributes = attributesOf(head.name);
   if ((attributes & att_noassign) != 0 || head.name == "_") return;
-  if ((attributes & att_readonly) != 0) {
-    verdict.allowed = Verdict::kMalformed;
-    return;
-  }
-  verdict.allowed = others == Assigns::Perhaps ? Verdict::kAssigns | Verdict::kNothing : Verdict::kAssigns;
+  const std::uint32_t perhaps = others == Assigns::Perhaps ? Verdict::kNothing : 0;
+  verdict.allowed = perhaps | Verdict::kMalformed;
+  if ((attributes & att_readonly) != 0) return;
+  verdict.allowed = perhaps | Verdict::kAssigns;
   verdict.first = static_cast<std::uint32_t>(head.value);
   const std::size_t end = endOfValue(line, head.value, word->word, parsed);
   verdict.end = static_cast<std::uint32_t>(end);
@@ -503,11 +551,19 @@ Verdict judge(const std::string& line) {
     verdict.allowed =
         head.form == Head::Form::Element ? Verdict::kMalformed | Verdict::kNothing : Verdict::kMalformed;
     verdict.why = complaints;
+    if (awaitsIn(line)) verdict.allowed |= Verdict::kNothing | Verdict::kAssigns;
+    verdict.first = static_cast<std::uint32_t>(head.value);
+    verdict.end = UINT32_MAX;
     return verdict;
   }
   verdict.why = parsed.print();
   if (head.form == Head::Form::Plain) judgeCommand(line, head, parsed, verdict);
   if (verdict.allowed != Verdict::kMalformed && mayHaveBadSubstitution(line))
+    verdict.allowed |= Verdict::kMalformed;
+  // The next line may be a here-document's as well, and bash expands what it takes for a subscript while it parses.
+  const std::size_t subscript = std::min(line.find('['), line.size());
+  const bool isExpanded = line.find("$$(", subscript) != std::string::npos;
+  if (isExpanded || (line.ends_with('\\') && line.find("<<") != std::string::npos))
     verdict.allowed |= Verdict::kMalformed;
   return verdict;
 }

@@ -45,6 +45,11 @@ constexpr bool isBashMeta(char c) {
   }
 }
 
+// Whether bash marks its own quotes with the character. Within quotes and braces it looks through one.
+constexpr bool isBashMark(char c) {
+  return c == '\x01' || c == '\x7f';
+}
+
 constexpr bool isOneOf(char c, std::string_view characters) {
   return characters.find(c) != std::string_view::npos;
 }

@@ -9,33 +9,6 @@ namespace KFL {
 
 namespace {
 
-// Whether the word is NAME=..., NAME+=... or NAME[...]=...; quotes within the name do not matter to export and its like.
-bool isAssignment(std::string_view word) {
-  KFLBashCursor at(word);
-  at.skipName();
-  if (at.position() == 0) return false;
-  if (at.peek() == '[') {
-    return word.find("]=") != std::string_view::npos || word.find("]+=") != std::string_view::npos;
-  }
-  return at.startsWith("=") || at.startsWith("+=");
-}
-
-bool isQuotedAssignment(std::string_view word) {
-  std::string bare;
-  for (KFLBashCursor at(word); !at.isAtEnd(); at.advance()) {
-    const bool isMark = isOneOf(at.peek(), "\"'\\") || (at.peek() == '$' && isOneOf(at.peek(1), "\"'"));
-    if (!isMark) bare += at.peek();
-  }
-  return isAssignment(bare);
-}
-
-// Commands whose arguments are assignments that the shell keeps.
-bool isAssigner(std::string_view word) {
-  constexpr std::array<std::string_view, 7> kAssigners = {"export", "declare", "typeset", "readonly",
-                                                          "local",  "eval",    "let"};
-  return std::ranges::find(kAssigners, word) != kAssigners.end();
-}
-
 // Behind the bracket that closes the one under the cursor, quotes within it aside; false when none does.
 bool skipBrackets(KFLBashCursor& at) {
   std::size_t depth = 0;
@@ -46,6 +19,8 @@ bool skipBrackets(KFLBashCursor& at) {
       at.advance();
     } else if (quote != '\0') {
       if (c == quote) quote = '\0';
+    } else if (c == '$' && isOneOf(at.peek(1), "({")) {
+      at.advanceTo(at.peek(1) == '(' ? ')' : '}');
     } else if (isOneOf(c, "\"'`")) {
       quote = c;
     } else if (c == '[') {
@@ -56,6 +31,31 @@ bool skipBrackets(KFLBashCursor& at) {
     }
   }
   return false;
+}
+
+// Whether the word is NAME=..., NAME+=... or NAME[...]=...; quotes within the name do not matter to export and its like.
+bool isAssignment(std::string_view word) {
+  KFLBashCursor at(word);
+  at.skipName();
+  if (at.position() == 0) return false;
+  if (at.peek() == '[' && !skipBrackets(at)) return false;
+  return at.startsWith("=") || at.startsWith("+=");
+}
+
+bool isQuotedAssignment(std::string_view word) {
+  std::string bare;
+  for (KFLBashCursor at(word); !at.isAtEnd(); at.advance()) {
+    const bool isMark = isOneOf(at.peek(), "\"'\\`") || (at.peek() == '$' && isOneOf(at.peek(1), "\"'"));
+    if (!isMark) bare += at.peek();
+  }
+  return isAssignment(bare);
+}
+
+// Commands whose arguments are assignments that the shell keeps.
+bool isAssigner(std::string_view word) {
+  constexpr std::array<std::string_view, 7> kAssigners = {"export", "declare", "typeset", "readonly",
+                                                          "local",  "eval",    "let"};
+  return std::ranges::find(kAssigners, word) != kAssigners.end();
 }
 
 // The name between the braces of {name} or {name[subscript]}.
@@ -175,7 +175,8 @@ bool KFLBashScanner::redirectionWord(const Word& word) {
     return true;
   }
   if (!frame.wantsTarget) return isBound;
-  if (isBound && !(frame.takesNumber && isDigit(word.text.front()))) {
+  const bool assigns = frame.mayAssign && isAssignment(word.text);
+  if (assigns || (isBound && !(frame.takesNumber && isDigit(word.text.front())))) {
     refuse(word);
     return true;
   }
@@ -203,8 +204,9 @@ void KFLBashScanner::beginSimple() {
   frame.expect = Expect::Simple;
   frame.hasCommands = true;
   frame.assigner = false;
-  frame.takesArrays = false;
+  frame.takesArrays = frame.amongArrays;
   frame.redirected = false;
+  frame.led = false;
   frame.words = 0;
   frame.assignments = 0;
 }
@@ -221,7 +223,7 @@ void KFLBashScanner::argument(const Word& word) {
     }
     // What stood before the command was for its environment only.
     frame.assigner = isAssigner(word.text);
-    frame.takesArrays = frame.assigner || word.text == "alias";
+    frame.takesArrays = frame.assigner || frame.amongArrays || word.text == "alias";
     frame.assignments = 0;
     frame.command = word.begin;
   } else if (frame.assigner && isQuotedAssignment(word.text)) {
@@ -233,6 +235,7 @@ void KFLBashScanner::argument(const Word& word) {
 
 void KFLBashScanner::endCommand(End end) {
   Frame& frame = top();
+  frame.mayTakeBody = false;
   const bool outermost = frames_.size() == 1;
   if (frame.expect == Expect::Simple) {
     const bool assigns = frame.assignments > 0 && (frame.words == 0 || frame.assigner);
@@ -281,6 +284,7 @@ void KFLBashScanner::oper() {
   const char next = at_.peek(1);
   if (top().wantsTarget) return refuseHere(1);
   top().timed = Timed::No;
+  top().amongArrays = false;
   if (headerOperator()) return;
   switch (c) {
     case '\n':
@@ -308,6 +312,9 @@ void KFLBashScanner::redirection() {
   if (frame.expect == Expect::Compound || frame.expect == Expect::FunctionName || wantsDo(frame))
     return refuseHere(read.length);
   if (frame.expect != Expect::AfterCompound) beginSimple();
+  const bool leads = frame.expect == Expect::Simple && frame.words == 0 && frame.assignments == 0;
+  frame.mayAssign = leads && frame.led && at_.startsWith("&>>");
+  frame.led = leads;
   frame.mayName = false;
   frame.mayTakeBody = false;
   frame.wantsTarget = !read.isWhole;
@@ -321,7 +328,7 @@ void KFLBashScanner::redirection() {
 void KFLBashScanner::redirected() {
   Frame& frame = top();
   frame.wantsTarget = false;
-  frame.redirected = frame.expect == Expect::AfterCompound || frame.assignments > 0;
+  frame.redirected = frame.expect == Expect::AfterCompound || frame.assignments > 0 || frame.words > 0;
   hereDocument_ = hereDocument_ || frame.hereDocument;
 }
 
@@ -342,13 +349,15 @@ void KFLBashScanner::separator(End end, std::size_t length) {
   at_.advance(length);
 }
 
-// mark: the = of an array or the [ of a subscript; behind export and its like only the former means anything.
+// mark: the = of an array or the [ of a subscript; behind export and its like only the former means anything. Behind
+// coproc NAME a command may begin.
 bool KFLBashScanner::acceptsAssignment(const Frame& list, char mark) {
-  if (list.context == Context::Array || list.context == Context::Conditional || list.wantsTarget)
-    return false;
-  if (list.expect == Expect::AfterCompound) return false;
+  if (list.context == Context::Array || list.context == Context::Conditional) return false;
+  if (list.wantsTarget) return list.mayAssign;
+  if (list.expect == Expect::AfterCompound || list.expect == Expect::FunctionName) return false;
   if (list.expect != Expect::Simple) return true;
-  return list.words == 0 ? !list.redirected : list.takesArrays && mark == '=';
+  if (list.mayTakeBody) return true;
+  return !list.redirected && (list.words == 0 || (list.takesArrays && mark == '='));
 }
 
 // Whether the list may end here without a separator.

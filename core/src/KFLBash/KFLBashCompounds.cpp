@@ -137,6 +137,7 @@ bool KFLBashScanner::reservedWord(const Word& word) {
   } else if (isDoWanted && word.text == "{") {
     frame.context = Context::Group;
     frame.phase = 0;
+    frame.hasCommands = false;
     frame.expect = Expect::Optional;
   } else if (frame.expect == Expect::AfterCompound || isDoWanted) {
     refuse(word);
@@ -179,11 +180,15 @@ bool KFLBashScanner::timeOption(const Word& word) {
   return frame.timed != Timed::No || word.text == "--";
 }
 
-// Behind coproc NAME: a compound command, or else NAME was the command.
+// Behind coproc NAME: a compound command, or else NAME was the command; then a word that closes is known at once.
 bool KFLBashScanner::coprocessBody(const Word& word) {
   const Reserved* const reserved = top().mayTakeBody ? findReserved(word.text) : nullptr;
   if (reserved == nullptr || word.text == "time") return false;
-  if (reserved->role != Reserved::Role::Opens) {
+  if (reserved->role >= Reserved::Role::Continues) {
+    endCommand(End::Line);
+    top().expect = Expect::Optional;
+    closingWord(*reserved, word);
+  } else if (reserved->role != Reserved::Role::Opens) {
     refuse(word);
   } else {
     push(reserved->context, 0);

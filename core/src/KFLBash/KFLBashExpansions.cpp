@@ -15,10 +15,24 @@ bool isJoinedLine(const KFLBashCursor& at) {
   return at.peek() == '\\' && at.peek(1) == '\n';
 }
 
+// An @ with the letter that it needs. Bash asks for one only where the parameter has a value, so this matters for those
+// that always have one, and for the letters that tell about the parameter itself.
+bool isTransformed(const KFLBashCursor& at) {
+  return at.peek() != '@' || at.peek(1) == '\0' || (isOneOf(at.peek(1), "UuLQEPAKak") && at.peek(2) == '}');
+}
+
 // Whether this may stand behind a parameter's name: the brace, an operator, or the end of the line.
 bool isOperator(const KFLBashCursor& at, std::string_view operators = kOperators) {
   if (at.peek() == ':' && at.peek(1) == '}') return false;
+  if (at.peek() == '@' && isOneOf(at.peek(1), "aA") && !isTransformed(at)) return false;
   return at.isAtEnd() || at.peek() == '}' || isJoinedLine(at) || isOneOf(at.peek(), operators);
+}
+
+// From the dollar sign to the quote that closes.
+void skipAnsiQuote(KFLBashCursor& at) {
+  for (at.advance(2); !at.isAtEnd() && at.peek() != '\''; at.advance()) {
+    if (at.peek() == '\\') at.advance();
+  }
 }
 
 // Goes behind the bracket that closes a subscript; false when none does within the braces, or nothing stands in it.
@@ -31,6 +45,8 @@ bool skipSubscript(KFLBashCursor& at) {
     const char c = at.peek();
     if (c == '\\' && quote != '\'' && at.peek(1) != '\0') {
       at.advance();
+    } else if (c == '$' && quote == '\0' && at.peek(1) == '\'') {
+      skipAnsiQuote(at);
     } else if (quote != '\0' || c == '"' || c == '\'') {
       if (quote == '\0' || quote == c) quote = quote == '\0' ? c : '\0';
     } else if (c == '[') {
@@ -38,8 +54,9 @@ bool skipSubscript(KFLBashCursor& at) {
     } else if (c == ']' && --brackets == 0) {
       at.advance();
       return true;
-    } else if (c == '{') {
+    } else if (c == '$' && at.peek(1) == '{') {
       ++braces;
+      at.advance();
     } else if (c == '}') {
       --braces;
     }
@@ -47,11 +64,15 @@ bool skipSubscript(KFLBashCursor& at) {
   return false;
 }
 
-// An @ with the letter that it needs. Bash asks for one only where the parameter has a value, so this matters for those
-// that always have one.
-bool isTransformed(const KFLBashCursor& at) {
-  return at.peek() != '@' || at.peek(1) == '\0' ||
-         (isOneOf(at.peek(1), "UuLQEPAKak") && isOneOf(at.peek(2), "}"));
+// ${!x@} and ${!x*}, a list of names; bash does not ask whether the beginning is one.
+bool isNameList(KFLBashCursor at) {
+  if (isDigit(at.peek()) || !isNameCharacter(at.peek())) return false;
+  for (; !at.isAtEnd() && !isOneOf(at.peek(), "#%^,~:-=?+/@}");) {
+    KFLBashCursor end = at;
+    if (at.peek() != '[' || !skipSubscript(end)) end = at.ahead(1);
+    at = end;
+  }
+  return at.startsWith("@}") || (at.peek() == '}' && at.previous() == '*');
 }
 
 // Behind $#: an operator, and behind some of them an operand.
@@ -66,10 +87,11 @@ bool isSpecialParameter(char mark, const KFLBashCursor& at) {
   const KFLBashCursor behind = at.ahead(1);
   if (isOneOf(c, "$?-#") && (mark == '\0' || (mark == '!' && isOneOf(c, "#?"))) && !isTransformed(behind))
     return false;
+  if (mark == '!' && c == '*') return isOperator(behind) && !behind.startsWith("@}");
   if (mark == '\0' && isOneOf(c, "@*$")) return isOperator(behind);
   if (mark == '\0') return isOneOf(c, "?-") && isOperator(behind, kSpecialOperators);
   if (behind.peek() == '}' && isOneOf(c, mark == '#' ? "@*#?$!-" : "@*#?-")) return true;
-  if (mark == '!' && isOneOf(c, "@*#?")) return isOperator(behind, kSpecialOperators);
+  if (mark == '!' && isOneOf(c, "@#?")) return isOperator(behind, kSpecialOperators);
   return mark == '#' ? isCountOperator(at) : isOperator(at);
 }
 
@@ -79,17 +101,21 @@ bool isParameter(KFLBashCursor at) {
   const char mark = at.peek() == '#' || at.peek() == '!' ? at.peek() : '\0';
   if (mark != '\0') at.advance();
   const std::string_view operators = mark == '#' ? std::string_view() : kOperators;
+  if (mark == '!' && isNameList(at)) return true;
   KFLBashCursor end = at;
   if (isDigit(end.peek())) {
     while (isDigit(end.peek()))
       end.advance();
-    return isOperator(end, operators) && (end.since(at.position()) != "0" || isTransformed(end));
+    if (mark == '!' && end.startsWith("@}")) return false;
+  } else {
+    end.skipName();
+    if (end.position() == at.position()) return isSpecialParameter(mark, at);
   }
-  end.skipName();
-  if (end.position() == at.position()) return isSpecialParameter(mark, at);
-  if (end.since(at.position()) == "_" && !isTransformed(end)) return false;
-  if (end.peek() == '[' && !skipSubscript(end)) return false;
-  return isOperator(end, operators) || (mark == '!' && end.startsWith("*}"));
+  const std::string_view name = end.since(at.position());
+  const bool hasValue = mark == '\0' && (name == "0" || name == "_");
+  if (isNameCharacter(at.peek()) && !isDigit(at.peek()) && end.peek() == '[' && !skipSubscript(end))
+    return false;
+  return isOperator(end, operators) && (!hasValue || isTransformed(end));
 }
 
 }  // namespace
@@ -105,11 +131,15 @@ void KFLBashScanner::backquote() {
 }
 
 void KFLBashScanner::dollar(bool quotes) {
+  while (top().context != Context::Word && isBashMark(at_.peek(1))) {
+    doubt(Reason::Ambiguous);
+    at_.advance();
+  }
   switch (at_.peek(1)) {
     case '(':
       return substitution();
     case '{':
-      if (!badSubstitution_ && isOwnText() && !isParameter(at_.ahead(2))) badSubstitution_ = at_.position();
+      if (!isParameter(at_.ahead(2))) doubt(Reason::BadSubstitution);
       return push(Context::Parameter, 2);
     case '[':
       return push(Context::SquareArithmetic, 2);
@@ -119,8 +149,9 @@ void KFLBashScanner::dollar(bool quotes) {
       if (quotes) mark(1);
       return at_.advance();
     case '$':
-      // The process number, whatever follows it; but within double quotes bash wants what looks like $( or ${ closed.
-      return at_.advance(!quotes && (at_.peek(2) == '(' || at_.peek(2) == '{') ? 1 : 2);
+      // The process number, whatever follows it; but within double quotes bash expands what looks like $( or ${.
+      if (!quotes && isOneOf(at_.peek(2), "({")) doubt(Reason::Ambiguous);
+      return at_.advance(2);
     default:
       at_.advance();
   }
@@ -138,6 +169,7 @@ void KFLBashScanner::ansiQuote() {
   mark(2);
   for (at_.advance(2); at_.peek() != '\''; at_.advance()) {
     if (at_.peek() == '\\') at_.advance();
+    if (isBashMark(at_.peek())) doubt(Reason::Ambiguous);
     if (at_.isAtEnd()) return fail(Reason::OpenSingleQuote, opened + 1);
   }
   quoted(KFLBashPiece::Kind::Ansi);
@@ -162,7 +194,6 @@ void KFLBashScanner::inArithmetic(char open, char close) {
       at_.advance();
     } else if (c == '$' && isOneOf(at_.peek(1), "{[") && !isOfFor) {
       // Here bash looks only for the end of the sum, and in a for for its parts: braces and brackets need no partner.
-      top().hasBraces = true;
       at_.advance();
     } else if (quoteOrExpansion(true)) {
       return;
@@ -172,8 +203,7 @@ void KFLBashScanner::inArithmetic(char open, char close) {
   }
 }
 
-// What began as (( and does not end with )) was a subshell: as a command it goes on as one, or is read as one from its
-// beginning; in a substitution bash looks no further than for the parenthesis that closes it.
+// What began as (( and does not end with )) was a subshell: as a command it is read as one from its beginning; in a substitution bash looks no further than for the parenthesis that closes it.
 void KFLBashScanner::closeArithmetic() {
   Frame& frame = top();
   const bool isCommand = frame.context == Context::ArithmeticCommand;
@@ -190,10 +220,9 @@ void KFLBashScanner::closeArithmetic() {
   frame.apart = true;
   frame.expect = Expect::AfterCompound;
   frame.hasCommands = true;
-  // Commands look at braces, which the sum did not. Nobody nests sums this deep; the limit keeps the walk linear.
+  // Nobody nests sums this deep; the limit keeps the walk linear.
   constexpr unsigned int kMostAnew = 16;
-  if (!frame.hasBraces || readAnew_ >= kMostAnew) return;
-  ++readAnew_;
+  if (readAnew_++ >= kMostAnew) return;
   frame.expect = Expect::Optional;
   frame.hasCommands = false;
   at_ = at_.at(frame.opened + 1);

@@ -15,7 +15,7 @@ using Kind = KFLBashLine::Kind;
 using Reason = KFLBashLine::Reason;
 
 // In the order of KFLBashLine::Reason.
-constexpr std::array<const char*, 24> kReasonTexts = {
+constexpr std::array<const char*, 27> kReasonTexts = {
     "",
     "another assignment on the same line: write each on a line of its own",
     "+= is not a plain assignment: write NAME=\"value\"",
@@ -40,9 +40,10 @@ constexpr std::array<const char*, 24> kReasonTexts = {
     "a command must follow the operator",
     "the backslash joins the next line to this one",
     "unexpected ",
+    "no such expansion: ${NAME} is wanted",
+    "a read-only variable of bash",
+    "bash parses this in one way and expands it in another: put it between single quotes",
 };
-constexpr const char* kBadSubstitutionText = "no such expansion: ${NAME} is wanted";
-constexpr const char* kReadOnlyText = "a read-only variable of bash";
 
 KFLBashHead readHead(std::string_view line) {
   KFLBashCursor at(line);
@@ -91,10 +92,10 @@ void judgeScanned(KFLBashLine& result, const KFLBashHead& head, const KFLBashSca
   if (scanner.firstCommand() != Reason::None) {
     return note(result, Kind::Nothing, scanner.firstCommand(), scanner.firstCommandAt());
   }
-  if (scanner.badSubstitution()) {
-    return note(result, Kind::Malformed, Reason::BadSubstitution, *scanner.badSubstitution());
-  }
   judgeName(result, head.name);
+  const KFLBashScanner::Doubt& doubt = scanner.doubt();
+  if (result.kind == Kind::Assignment && doubt.reason != Reason::None)
+    note(result, Kind::Malformed, doubt.reason, doubt.where);
 }
 
 // A[0]=1 is known as an assignment only once the scanner has found the bracket's end.
@@ -161,10 +162,8 @@ KFLBashLine examineBashLine(std::string_view line) {
 
 std::string KFLBashLine::describe() const {
   if (reason == Reason::None) return {};
-  std::string text = "column " + std::to_string(column) + ": ";
-  if (reason == Reason::BadSubstitution) return text + kBadSubstitutionText;
-  if (reason == Reason::ReadOnlyName) return text + kReadOnlyText;
-  text += kReasonTexts[static_cast<std::size_t>(reason)];
+  std::string text =
+      "column " + std::to_string(column) + ": " + kReasonTexts[static_cast<std::size_t>(reason)];
   if (reason != Reason::UnexpectedToken) return text;
   if (token.empty() || token == "\n") return text + "end of the line";
   return text.append("\"").append(token).append("\"");

@@ -49,9 +49,24 @@ void KFLBashScanner::push(Context context, std::size_t length) {
       (!frames_.empty() && context != Context::Word &&
        (top().expect == Expect::Compound || top().expect == Expect::Coprocess || top().mayTakeBody));
   if (frame.apart) ++apart_;
+  if (!frames_.empty()) nest(frame);
   frame.beforePipeline = frame.beforeList = further_.size();
   frames_.push_back(frame);
   at_.advance(length);
+}
+
+// What a frame takes over from the one that it stands in.
+void KFLBashScanner::nest(Frame& frame) {
+  const bool isCommand = frame.context == Context::Command;
+  const bool isList = frame.context < Context::Conditional;
+  frame.around = frame.context == Context::Word                ? Around::Word
+                 : frame.context == Context::DoubleQuote       ? Around::Quotes
+                 : frame.context == Context::ArithmeticCommand ? Around::Nothing
+                                                               : top().around;
+  frame.aroundCommand = isCommand ? top().around : top().aroundCommand;
+  frame.list = isList ? frames_.size() : top().list;
+  const Frame& list = frames_[top().list];
+  frame.amongArrays = isCommand && list.takesArrays && !list.redirected && !list.wantsTarget;
 }
 
 void KFLBashScanner::pop() {

@@ -11,7 +11,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -20,7 +19,7 @@
 #include "KFLBashCharacters.h"
 #include "KFLBashPieces.h"
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 // The assignment with which a line may begin.
 struct KFLBashHead {
@@ -51,8 +50,17 @@ class KFLBashScanner {
   std::size_t firstCommandAt() const { return firstReasonAt_; }
   bool isOtherAssigner() const { return otherAssigner_; }
   bool isArray() const { return array_; }
-  // The first ${...} in the value's own text that no bash can expand.
-  std::optional<std::size_t> badSubstitution() const { return badSubstitution_; }
+  // What bash parses in the value's own text and cannot expand, or expands as something else: the first such place.
+  struct Doubt {
+    Reason reason = Reason::None;
+    std::size_t where = 0;
+
+    // The first one holds.
+    void set(Reason why, std::size_t at) {
+      if (reason == Reason::None) *this = {why, at};
+    }
+  };
+  const Doubt& doubt() const { return doubt_; }
   bool hasHereDocument() const { return hereDocument_; }
 
   // The value of the assignment, once all of it is read.
@@ -103,25 +111,34 @@ class KFLBashScanner {
   // How a simple command ends.
   enum class End : std::uint8_t { Line, Sequence, Background, AndOr, Pipe };
 
+  // In what a substitution stands.
+  enum class Around : std::uint8_t { Nothing, Word, Quotes };
+
   struct Frame {
     Context context;
+    Around around = Around::Nothing;         // in which it stands, or which it is
+    Around aroundCommand = Around::Nothing;  // the like of the substitution in which it stands
+    std::size_t list = 0;                    // the innermost list of commands
     Expect expect = Expect::Optional;
     std::uint8_t phase = 0;
     bool hasCommands = false;
     bool wantsTarget = false;   // behind a redirection operator
     bool hereDocument = false;  // and that one is << or <<-
     bool takesNumber = false;   // or <& or >&
-    bool headDone = false;      // of a word: its = or [ was seen
-    bool assigner = false;      // of a simple command: export and its like
-    bool takesArrays = false;   // they, and alias: NAME=( ) may be an argument
-    bool mayName = false;       // of a simple command: its one word may be a function's name
-    bool mayTakeBody = false;   // or a coprocess's, and a compound command follow
-    bool redirected = false;    // a redirection stands behind an assignment or a compound command
+    bool mayAssign =
+        false;         // or &>> behind other redirections that begin a command: there NAME= is an assignment
+    bool led = false;  // of a simple command: by redirections
+    bool headDone = false;     // of a word: its = or [ was seen
+    bool assigner = false;     // of a simple command: export and its like
+    bool takesArrays = false;  // they, and alias: NAME=( ) may be an argument
+    bool amongArrays = false;  // of a substitution: it stands in such an argument, and no operator yet in it
+    bool mayName = false;      // of a simple command: its one word may be a function's name
+    bool mayTakeBody = false;  // or a coprocess's, and a compound command follow
+    bool redirected = false;   // a redirection stands behind a word or a compound command
     Timed timed = Timed::No;
     bool apart = false;      // what it assigns stays in it: a subshell, a function's body
     bool coprocess = false;  // of a simple command: the like
     bool piped = false;      // behind a |
-    bool hasBraces = false;  // of a sum: ${ or $[ stands in it
     unsigned int words = 0;
     unsigned int assignments = 0;
     std::size_t depth = 0;  // of parentheses or brackets
@@ -146,6 +163,7 @@ class KFLBashScanner {
   Frame& top() { return frames_.back(); }
   const Frame& below() const { return frames_[frames_.size() - 2]; }
   void push(Context context, std::size_t length);
+  void nest(Frame& frame);
   void pop();
   void fail(Reason reason, std::size_t where);
   void refuse(const Word& word);
@@ -165,6 +183,8 @@ class KFLBashScanner {
   bool isProcessSubstitution() const;
   bool isFirstValue() const;
   bool isOwnText() const;
+  void doubt(Reason reason);
+  bool quotesNothing() const;
   void quoted(KFLBashPiece::Kind kind);
   void endText(std::size_t end);
   void gap(KFLBashPiece::Kind kind);
@@ -242,7 +262,7 @@ class KFLBashScanner {
   bool hasParentheses_ = false;  // the value begins with words in parentheses
   unsigned int readAnew_ = 0;    // how many (( were
   bool hereDocument_ = false;
-  std::optional<std::size_t> badSubstitution_;
+  Doubt doubt_;
   bool hasValue_ = false;
   KFLBashPieces pieces_;
 };

@@ -66,6 +66,7 @@ struct KFLBashLine {
     UnexpectedToken,
     BadSubstitution,
     ReadOnlyName,  // UID=5
+    Ambiguous,     // A="$$(": its parser and its expander disagree
   };
 
   Kind kind = Kind::Nothing;

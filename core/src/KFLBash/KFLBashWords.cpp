@@ -18,13 +18,22 @@ void KFLBashScanner::inWord() {
     }
     if (c == '\\') {
       if (at_.peek(1) == '\0') return fail(Reason::OpenLine, at_.position());
-      at_.advance(2);
+      if (quotesNothing() && isFirstValue()) doubt_.set(Reason::Ambiguous, at_.position());
+      at_.advance(quotesNothing() ? 1 : 2);
       continue;
     }
     if (quoteOrExpansion(true)) return;
     if ((c == '=' || c == '[') && !top().headDone && headMark()) return;
     at_.advance();
   }
+}
+
+// Whether the backslash that the automaton stands on takes no character: so it is among the words of an array within a
+// substitution, but for what it takes in double quotes where the substitution stands in them.
+bool KFLBashScanner::quotesNothing() const {
+  if (below().context != Context::Array) return false;
+  const Around around = frames_.back().aroundCommand;
+  return around == Around::Word || (around == Around::Quotes && !isOneOf(at_.peek(1), "$`\"\\\n"));
 }
 
 // The first = or [ of a word; true when it opens an array or a subscript.
@@ -65,11 +74,13 @@ void KFLBashScanner::subscriptEnded() {
 void KFLBashScanner::inQuoted(char close) {
   const bool quotes = close != '"';
   const bool substitutes = close == '}' || close == ']';
+  const bool inPattern = close == ')';
   const char open = close == ']' ? '[' : close == ')' ? '(' : '\0';
   for (;;) {
     const char c = at_.peek();
     if (c == '\0') return finish();
     if (c == '\\') {
+      if (isBashMark(at_.peek(1))) doubt(Reason::Ambiguous);
       at_.advance(2);
     } else if (c == close && top().depth == 0) {
       if (close == '"') mark(1);
@@ -79,6 +90,10 @@ void KFLBashScanner::inQuoted(char close) {
       return isSubscript ? subscriptEnded() : void();
     } else if (substitutes && isProcessSubstitution()) {
       return substitution();
+    } else if (substitutes && isOneOf(c, "<>") && isOneOf(at_.peek(1), "<>")) {
+      at_.advance(2);
+    } else if (inPattern && c == '$' && isOneOf(at_.peek(1), "{[")) {
+      at_.advance();
     } else if (quoteOrExpansion(quotes)) {
       return;
     } else {
@@ -146,6 +161,11 @@ bool KFLBashScanner::isOwnText() const {
     if (context != Context::Array && context != Context::Word && !isQuote) return false;
   }
   return true;
+}
+
+// What begins here keeps bash from taking the value, if it is the value's own text.
+void KFLBashScanner::doubt(Reason reason) {
+  if (isOwnText()) doubt_.set(reason, at_.position());
 }
 
 // Text of the value that ends here: what no other piece has taken.

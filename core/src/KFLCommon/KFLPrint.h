@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <string>
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 // The arguments must not point into the result's own text, since it is replaced by assignment only at the
 // end.

@@ -30,16 +30,18 @@ int KFLCacheShare::takeTurn(std::chrono::milliseconds limit) {
 }
 
 int KFLCacheShare::takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit) {
-  const char* const path = storage.getPath().c_str();
   const int error = storage.getLock().lock(limit, storage.header());
-  if (error == 0) return 0;
+  if (error == 0) {
+    isMarked = isDoubtful = false;
+    return 0;
+  }
   if (error == EAGAIN) {
     const std::uint32_t holder = storage.header() != nullptr ? storage.manager().getHolder() : 0;
     const std::string name = holder != 0 ? "process " + std::to_string(holder) : "another process";
-    setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", path, name.c_str(),
+    setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", path.c_str(), name.c_str(),
                     static_cast<long long>(limit.count()));
   } else {
-    setErrorMessage("cannot lock %s: %s", path, describeError(error).c_str());
+    setErrorMessage("cannot lock %s: %s", path.c_str(), describeError(error).c_str());
   }
   return kCacheNotLocked;
 }
@@ -96,7 +98,7 @@ bool KFLCacheFile::isStillHere() const {
 }
 
 int KFLCacheFile::awaitLock() {
-  return KFLCacheShare::takeLock(*storage_, share_->patience());
+  return share_->takeLock(*storage_, share_->patience());
 }
 
 int KFLCacheFile::lock(Storage& storage) KFL_NO_THREAD_SAFETY_ANALYSIS {

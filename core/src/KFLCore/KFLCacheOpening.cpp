@@ -164,11 +164,12 @@ int removeFaulty(const std::string& path) {
 }  // namespace
 
 int removeLockedCacheFile(const std::string& path, int code) {
-  if (code == kCacheNotLocked) {
+  const int removed = withCode([&] {
+    if (code != kCacheNotLocked) return removeFaulty(path);
     setErrorMessage("cannot remove %s: another process has its lock", path.c_str());
     return -1;
-  }
-  return withCode([&] { return removeFaulty(path); }) == 0 ? 0 : -1;
+  });
+  return removed == 0 ? 0 : -1;
 }
 
 }  // namespace KFL

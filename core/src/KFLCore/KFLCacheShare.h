@@ -37,6 +37,7 @@ struct KFLCacheShare final : KFLRefCounter {
 
   KFLTurn turn;             // before the lock of any file
   bool isProtected = true;  // needs the turn
+  bool isMarked = false;    // needs the turn: the lock word names this process
   bool isDoubtful = false;  // needs the turn: the lock word goes on saying that the file may be half-changed
   const KFLFileLock* proved = nullptr;  // needs the turn: the opening through which the file was proved sound
 
@@ -48,7 +49,7 @@ struct KFLCacheShare final : KFLRefCounter {
   std::chrono::milliseconds patience() const { return std::chrono::milliseconds(timeout.load()); }
   // Waits for the turn, and for the lock of the file that is mapped: each with the code and the text of a wait in vain.
   int takeTurn(std::chrono::milliseconds limit) KFL_TRY_ACQUIRE(0, turn);
-  static int takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit);
+  int takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit);
   // The kept snapshot, which is kept no longer; null when there is none, or somebody uses it.
   boost::intrusive_ptr<KFLCacheHold> takeUnused();
 };

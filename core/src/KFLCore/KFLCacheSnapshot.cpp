@@ -22,7 +22,7 @@ std::time_t tickOf(const struct timespec& time) {
   return time.tv_sec * 1000000000 + time.tv_nsec;
 }
 
-// Whether the path still names the file, as far as that was looked at.
+// Whether the path still names the file, and that was not cut, as far as that was looked at.
 bool isAtPath(KFLCacheShare& share, const KFLCacheStorage& storage) KFL_REQUIRES(share.holdsLock) {
   struct timespec now {};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -30,7 +30,7 @@ bool isAtPath(KFLCacheShare& share, const KFLCacheStorage& storage) KFL_REQUIRES
     share.tick = tickOf(now);
     share.looks = 0;
   }
-  return share.looks++ >= kLooks || storage.isAtPath();
+  return share.looks++ >= kLooks || storage.isAtPath(storage.getSize());
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
       setErrorMessage("%s was cut while it was open", storage->getPath().c_str());
       return int{kCacheNotRemapped};
     }
-    if (const int code = KFLCacheShare::takeLock(*storage, patience); code != 0) return code;
+    if (const int code = share.takeLock(*storage, patience); code != 0) return code;
     KFLLockedCache locked(share, storage);
     if (!locked.manager().isValid()) {
       storage->getLock().letGo(hold.view.getOffset());
@@ -104,8 +104,11 @@ void KFLCacheSnapshot::release() {
       share.current.reset();
     }
   }
-  if (endHold(*hold, share.patience()) != 0)
-    KFL_LOG("KFLCore", kLogWarning, "[%s] %s", __func__, getErrorMessage().c_str());
+  if (endHold(*hold, share.patience()) == 0) return;
+  withCode([] {
+    KFL_LOG("KFLCore", kLogWarning, "[release] %s", getErrorMessage().c_str());
+    return 0;
+  });
 }
 
 std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
@@ -135,7 +138,7 @@ bool KFLCacheFile::useCurrent(KFLCacheSnapshot& snapshot) {
   KFLCacheShare& share = *share_;
   const KFLForkableGuard guard(share.holdsLock);
   KFLCacheHold* const kept = share.current.get();
-  if (kept == nullptr || kept->isForked() || !kept->isCurrent() || !isAtPath(share, *kept->storage))
+  if (kept == nullptr || kept->isForked() || !isAtPath(share, *kept->storage) || !kept->isCurrent())
     return false;
   ++kept->users;
   snapshot.use(share.current);

@@ -34,6 +34,7 @@ constexpr Range kWord{offsetof(KFLCacheHeader, lockWord), offsetof(KFLCacheHeade
 constexpr Range kPlaces{off_t{1} << 40, (off_t{1} << 40) + 1};
 constexpr Range kHeld{off_t{1} << 41, off_t{1} << 42};
 constexpr Range kQueue{(off_t{1} << 42) + 1, off_t{1} << 43};
+constexpr Range kAll{0, kQueue.end};
 
 constexpr Range byteAt(off_t at) {
   return {at, at + 1};
@@ -128,12 +129,12 @@ class KFLFileLock::Ticket {
     int tries = 0;
     do {
       number_ = kQueue.start;
-      for (Range last{}; findLock(lock.descriptor_, {number_, kQueue.end}, last);)
+      for (Range last{}; findLock(lock.getDescriptor(), {number_, kQueue.end}, last);)
         number_ = last.end;
-    } while (setLock(lock.descriptor_, type, byteAt(number_)) == EAGAIN && ++tries < kTries);
+    } while (setLock(lock.getDescriptor(), type, byteAt(number_)) == EAGAIN && ++tries < kTries);
   }
   ~Ticket() {
-    clearLock(lock_.descriptor_, byteAt(number_));
+    clearLock(lock_.getDescriptor(), byteAt(number_));
     wakeAll(constant_);
   }
   Ticket(const Ticket&) = delete;
@@ -143,9 +144,9 @@ class KFLFileLock::Ticket {
   bool isNext() {
     Range before{};
     const Range all{lock_.isSleeperThere() ? lock_.sleeper_ + 1 : kQueue.start, number_};
-    isNext_ = !findLock(lock_.descriptor_, all, before);
+    isNext_ = !findLock(lock_.getDescriptor(), all, before);
     if (isNext_) return true;
-    if (before.start != before_ || isLockedByOthers(lock_.descriptor_, kWord)) asleep_ = microseconds{0};
+    if (before.start != before_ || isLockedByOthers(lock_.getDescriptor(), kWord)) asleep_ = microseconds{0};
     before_ = before.start;
     if (asleep_ < kLongestSleep) return false;
     lock_.sleeper_ = before.start;
@@ -183,23 +184,22 @@ class KFLFileLock::Ticket {
   microseconds asleep_{0};
 };
 
+// In a child that a bare clone() made, the locks are the parent's.
 KFLFileLock::~KFLFileLock() {
-  forked();
+  getForkGeneration();
+  if (isOpen()) clearLock(getDescriptor(), kAll);
 }
 
 int KFLFileLock::open(const std::string& path, int access) {
   KFLMapOptions options;
   options.access = access;
-  const KFLForkPause pause;
-  const int opened = openGuarded(path, options);
-  if (opened < 0) return -opened;
-  descriptor_ = opened;
-  return 0;
+  const int opened = descriptor_.open([&] { return openGuarded(path, options); });
+  return opened < 0 ? -opened : 0;
 }
 
 bool KFLFileLock::isSameFile(const KFLMappedFile& mapped) const {
   struct stat file {};
-  return KFLSystem::fstat(descriptor_, &file) == 0 && mapped.isFile(file.st_dev, file.st_ino);
+  return KFLSystem::fstat(getDescriptor(), &file) == 0 && mapped.isFile(file.st_dev, file.st_ino);
 }
 
 int KFLFileLock::lock(std::chrono::milliseconds timeout, KFLCacheHeader* header, Kind kind) {
@@ -220,36 +220,36 @@ int KFLFileLock::lock(std::chrono::milliseconds timeout, KFLCacheHeader* header,
 }
 
 int KFLFileLock::tryLock(Kind kind) {
-  return setLock(descriptor_, lockType(kind), kWord);
+  return setLock(getDescriptor(), lockType(kind), kWord);
 }
 
 // One that joins the queue between the look and the unlocking finds the word free at its next try.
 void KFLFileLock::unlock(KFLCacheHeader* header) {
-  const bool isAwaited = header != nullptr && isLockedByOthers(descriptor_, kQueue);
-  if (!clearLock(descriptor_, kWord)) forked();
+  const bool isAwaited = header != nullptr && isLockedByOthers(getDescriptor(), kQueue);
+  if (!clearLock(getDescriptor(), kWord)) descriptor_.close();
   if (isAwaited) wakeAll(&header->lockWord);
 }
 
 bool KFLFileLock::isSleeperThere() {
-  if (sleeper_ != 0 && !isLockedByOthers(descriptor_, byteAt(sleeper_))) sleeper_ = 0;
+  if (sleeper_ != 0 && !isLockedByOthers(getDescriptor(), byteAt(sleeper_))) sleeper_ = 0;
   return sleeper_ != 0;
 }
 
 bool KFLFileLock::isQueueEmpty() {
-  return !isLockedByOthers(descriptor_, {isSleeperThere() ? sleeper_ + 1 : kQueue.start, kQueue.end});
+  return !isLockedByOthers(getDescriptor(), {isSleeperThere() ? sleeper_ + 1 : kQueue.start, kQueue.end});
 }
 
 int KFLFileLock::takePlace() {
-  return setLock(descriptor_, F_RDLCK, kPlaces);
+  return setLock(getDescriptor(), F_RDLCK, kPlaces);
 }
 
 bool KFLFileLock::isOnlyUser() {
-  return !maybeLockedByOthers(descriptor_, kPlaces);
+  return !maybeLockedByOthers(getDescriptor(), kPlaces);
 }
 
 int KFLFileLock::hold(std::uint64_t snapshot) {
   const auto entry = held_.try_emplace(snapshot, 0).first;
-  const int error = entry->second == 0 ? setLock(descriptor_, F_RDLCK, heldRange(snapshot)) : 0;
+  const int error = entry->second == 0 ? setLock(getDescriptor(), F_RDLCK, heldRange(snapshot)) : 0;
   if (error == 0)
     ++entry->second;
   else
@@ -261,7 +261,7 @@ void KFLFileLock::letGo(std::uint64_t snapshot) {
   const auto entry = held_.find(snapshot);
   if (entry == held_.end() || --entry->second > 0) return;
   held_.erase(entry);
-  clearLock(descriptor_, heldRange(snapshot));
+  clearLock(getDescriptor(), heldRange(snapshot));
 }
 
 std::uint32_t KFLFileLock::countHeld(std::uint64_t snapshot) const {
@@ -270,7 +270,7 @@ std::uint32_t KFLFileLock::countHeld(std::uint64_t snapshot) const {
 }
 
 bool KFLFileLock::isHeldElsewhere(std::uint64_t snapshot) const {
-  return maybeLockedByOthers(descriptor_, heldRange(snapshot));
+  return maybeLockedByOthers(getDescriptor(), heldRange(snapshot));
 }
 
 int KFLFileLock::findHeld(std::vector<std::uint64_t>& all) const {
@@ -282,7 +282,7 @@ int KFLFileLock::findHeld(std::vector<std::uint64_t>& all) const {
     const Range range = open.back();
     open.pop_back();
     Range found{};
-    const Found answer = lookForLock(descriptor_, range, found);
+    const Found answer = lookForLock(getDescriptor(), range, found);
     if (answer == Found::Unknown) return errno;
     if (answer == Found::Nothing) continue;
     all.push_back(static_cast<std::uint64_t>(found.start - kHeld.start));
@@ -292,12 +292,6 @@ int KFLFileLock::findHeld(std::vector<std::uint64_t>& all) const {
   std::sort(all.begin(), all.end());
   all.erase(std::unique(all.begin(), all.end()), all.end());
   return 0;
-}
-
-// Closing the child's copy leaves the parent's lock alone.
-void KFLFileLock::forked() noexcept {
-  if (isOpen()) KFLSystem::close(descriptor_);
-  descriptor_ = -1;
 }
 
 }  // namespace KFL

@@ -2,8 +2,8 @@
 // The lock on the word of a cache file, the queue of those who wait for it, and the places of those who use the file.
 //
 // Locks are the kernel's, on an open file description that belongs to this object alone: it is never mapped, closed on
-// exec and closed in a forked child, so nothing keeps a lock alive but the process that took it, and the kernel takes it
-// back when that process dies. The ranges of the file that stand for them:
+// exec and closed in a forked child, and its locks are given back by hand before it is closed. So nothing keeps a lock alive
+// but the process that took it, and the kernel takes it back when that process dies. The ranges of the file that stand for them:
 //
 //     24 .. 27               the lock word: for the one who changes the file, or shared by those who only read it
 //     1 << 40                a place among those who use the file: shared by all of them
@@ -34,7 +34,7 @@ namespace KFL {
 
 struct KFLCacheHeader;
 
-class KFLFileLock final : public KFLRefCounter, KFLForkListener {
+class KFLFileLock final : public KFLRefCounter {
  public:
   enum class Kind { Alone, Shared };
 
@@ -44,8 +44,8 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   // Opens the file that the path names; `access` as in KFLMapOptions. 0, or an errno with an error text.
   int open(const std::string& path, int access = KFLMapOptions::Read | KFLMapOptions::Write);
   // False in a forked child of the process that opened it, and when a lock could not be given back but by closing.
-  bool isOpen() const { return descriptor_ >= 0; }
-  int getDescriptor() const { return descriptor_; }
+  bool isOpen() const { return descriptor_.isOpen(); }
+  int getDescriptor() const { return descriptor_.get(); }
   // Whether this is the file that is mapped.
   bool isSameFile(const KFLMappedFile& mapped) const;
 
@@ -76,11 +76,10 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
  private:
   class Ticket;
 
-  void forked() noexcept final;
   bool isQueueEmpty();
   bool isSleeperThere();
 
-  int descriptor_ = -1;
+  KFLOwnDescriptor descriptor_;
   off_t sleeper_ = 0;  // the last ticket that was passed over; 0 when there is none
   std::map<std::uint64_t, std::uint32_t> held_;
 };

@@ -9,6 +9,7 @@
 #include <new>
 
 #include <KFLCommon/KFLLock.h>
+#include <KFLCommon/KFLSystem.h>
 
 namespace KFL {
 
@@ -18,6 +19,7 @@ namespace {
 constinit KFLLock listenersLock;
 constinit KFLForkListener* firstListener = nullptr;
 constinit std::atomic<std::uint64_t> generation{0};
+constinit thread_local bool hasPause = false;  // a handler of signals may fork where this thread has the lock
 
 // Holds 1 in the process that set it, and 0 in a child however that was made: the kernel wipes the page. Null where it
 // cannot.
@@ -43,11 +45,15 @@ struct KFLForkHandlers {
   }
 
   // The list stands still while the process is copied.
-  static void prepare() KFL_NO_THREAD_SAFETY_ANALYSIS { listenersLock.lock(); }
-  static void inParent() KFL_NO_THREAD_SAFETY_ANALYSIS { listenersLock.unlock(); }
+  static void prepare() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    if (!hasPause) listenersLock.lock();
+  }
+  static void inParent() KFL_NO_THREAD_SAFETY_ANALYSIS {
+    if (!hasPause) listenersLock.unlock();
+  }
   static void inChild() KFL_NO_THREAD_SAFETY_ANALYSIS {
     tellListeners();
-    listenersLock.unlock();
+    inParent();
   }
   // Behind a bare clone(), which runs no handlers: the child has one thread, and nobody else who could hold the lock.
   static void inUnannouncedChild() {
@@ -79,14 +85,27 @@ KFLForkListener::~KFLForkListener() {
 
 KFLForkPause::KFLForkPause() KFL_NO_THREAD_SAFETY_ANALYSIS {
   listenersLock.lock();
+  hasPause = true;
 }
 KFLForkPause::~KFLForkPause() KFL_NO_THREAD_SAFETY_ANALYSIS {
+  hasPause = false;
   listenersLock.unlock();
 }
 
 std::uint64_t getForkGeneration() {
   if (mark != nullptr && mark->load(std::memory_order_relaxed) == 0) KFLForkHandlers::inUnannouncedChild();
   return generation.load(std::memory_order_relaxed);
+}
+
+void KFLOwnDescriptor::close() {
+  const KFLForkPause pause;
+  forked();
+}
+
+// Closing the child's copy leaves what the parent has locked alone.
+void KFLOwnDescriptor::forked() noexcept {
+  if (number >= 0) KFLSystem::close(number);
+  number = -1;
 }
 
 // The thread that held it does not exist in the child, so nobody could unlock it.

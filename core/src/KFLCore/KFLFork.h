@@ -47,6 +47,37 @@ class KFLForkPause {
   KFLForkPause& operator=(const KFLForkPause&) = delete;
 };
 
+// Stands before the listener, which may be told as soon as it is one.
+struct KFLOwnNumber {
+  int number = -1;
+};
+
+// A descriptor that belongs to this process alone: a forked child's copy is closed before fork() returns there, and no
+// child is made while it is half opened or half closed.
+//
+// What the open file has locked is to be given back by hand before close(): a child that is late to close its copy, or was
+// made by other means than fork(), would else keep that from everybody.
+class KFLOwnDescriptor final : KFLOwnNumber, KFLForkListener {
+ public:
+  KFLOwnDescriptor() = default;
+  ~KFLOwnDescriptor() override { close(); }
+
+  // Takes what `make` opens, closed on exec, or the negative number that says why it could not. Nothing is open before.
+  template <class Make>
+  int open(Make make) {
+    const KFLForkPause pause;
+    return number = make();
+  }
+  void close();
+
+  // False in a child of the process that opened it; in one that a bare clone() made, behind a getForkGeneration().
+  bool isOpen() const { return number >= 0; }
+  int get() const { return number; }
+
+ private:
+  void forked() noexcept override;
+};
+
 // A mutex that a forked child finds free, whoever held it in the parent.
 class KFL_CAPABILITY("mutex") KFLForkableLock final : KFLForkListener {
  public:

@@ -34,14 +34,16 @@ int KFLLockedCache::enter() {
 
 void KFLLockedCache::mark() {
   const auto self = static_cast<std::uint32_t>(getpid());
+  share_.isMarked = true;
   if (manager().getHolder() != self) manager().setHolder(self);
 }
 
+// A word that names one who died, for whom nobody could put the file right, stays.
 void KFLLockedCache::leave() {
   isMine_ = false;
   KFLCacheHeader* const header = storage_->header();
-  if (header != nullptr && manager().getHolder() != 0 && !share_.isDoubtful) manager().setHolder(0);
-  share_.isDoubtful = false;
+  if (header != nullptr && share_.isMarked && !share_.isDoubtful) manager().setHolder(0);
+  share_.isMarked = share_.isDoubtful = false;
   if (share_.isProtected) storage_->protect(false);
   fileLock().unlock(header);
 }

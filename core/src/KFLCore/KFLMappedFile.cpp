@@ -170,9 +170,10 @@ bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
   return memory_ != nullptr && device_ == device && inode_ == inode;
 }
 
-bool KFLMappedFile::isAtPath() const {
+bool KFLMappedFile::isAtPath(std::size_t least) const {
   struct stat there {};
-  if (KFLSystem::lstat(path_.c_str(), &there) == 0) return isFile(there.st_dev, there.st_ino);
+  if (KFLSystem::lstat(path_.c_str(), &there) == 0)
+    return isFile(there.st_dev, there.st_ino) && there.st_size >= static_cast<off_t>(least);
   return memory_ != nullptr && errno != ENOENT && errno != ENOTDIR;
 }
 

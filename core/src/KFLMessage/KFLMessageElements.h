@@ -13,7 +13,7 @@
 
 #include <KFLMessage/KFLMessageIterator.h>
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 inline constexpr std::size_t kNoElement = static_cast<std::size_t>(-1);
 

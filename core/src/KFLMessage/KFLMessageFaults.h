@@ -13,7 +13,7 @@
 
 #include "KFLMessageElements.h"
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 // A table's rows by element name, those of its base parts included.
 using KFLRowsByName = std::unordered_map<std::string_view, const KFLField*>;

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 // From the name of the class: "KFAUGIDQuotaInfo" gives "ugid_quota_info".
 std::string rootNameOf(std::string_view className);

@@ -7,7 +7,7 @@
 
 #include <KFLMessage/KFLMessageTree.h>
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 inline constexpr std::string_view kXmlnsNamespace = "http://www.w3.org/2000/xmlns/";

@@ -7,7 +7,7 @@
 
 #include <KFLMessage/KFLMessageTree.h>
 
-namespace KFL {
+namespace [[gnu::visibility("hidden")]] KFL {
 
 enum class KFLXMLLayout {
   Compact,   // no white space but what the tree holds

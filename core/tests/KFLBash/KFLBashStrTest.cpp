@@ -89,7 +89,11 @@ const char* const kPlain[] = {
     // A sum ends where its parentheses do, whatever braces stand in it; a command that begins like one looks at braces. time
     // is a plain word directly behind the parenthesis of a substitution.
     "A=$((${x))", "A=$[${x]", "A=<((x);y)", "A=$(()[[ ${!x)", "A=1^; ((${x))", "A=1^; (((${x});y);z)",
-    "A=$(time)", "A=<(time () { x; })", "A=$(x; time { x;})"};
+    "A=$(time)", "A=<(time () { x; })", "A=$(x; time { x;})",
+    // Bash asks for no name before @} and *}, and for no partner where two characters have taken each other.
+    "A=${!x @}${!x]*}${!x[*}${!*~}${!_@}${!0@z}", "A=${x/<>(}", "A=1^; [[ x =~(${) ]]",
+    "A=1^; coproc f A=(x)", "A=1^; if coproc e then x; fi", "A=1^; (($(B=(\\\")x)))",
+    "A=1^; function f[ ((x))", "A=1^ &>>B="};
 
 // Lines and their values, where quotes are taken away.
 constexpr const char* kGives = " => ";
@@ -130,7 +134,7 @@ const Group kNothing[] = {
       "export",     "export A", "export A[0", "\r"}},
     {"a command, for which alone",
      {"A=1 ^cmd", "A= ^1", "A=1 ^2147483648>f", "A=1 ^{a[]}>f", "A=1 ^{a[0]b}>f", "A=1 ^{1}>f", "A=1 >&-^b",
-      "A=1 <& -^b", "A=1 ^cmd \"x\"", "A=1#no ^comment", "A=\"x\" ^\r"}},
+      "A=\"$$(\" ^\")\"", "A= ^{d[${]}>f", "A=1 <& -^b", "A=1 ^cmd \"x\"", "A=1#no ^comment", "A=\"x\" ^\r"}},
     {"the assignment would be made in the background",
      {"A=1 ^&", "A=1^&", "A=1 && x ^&", "A=1 ^& B=2", "A=a^&b", "export A=1 ^&"}},
     {"the assignment would be made within a pipeline",
@@ -155,9 +159,12 @@ const Group kNothing[] = {
 // Lines that bash cannot end or refuses.
 const Group kMalformed[] = {
     {"the double quote is not closed",
-     {"A=^\"", "A=^\"x\\", "export A=^\"x", "A=\"a\" b^\"", "A=\"$(x^\"", "A=\"$$(x^\"", "A=^\"$(x)",
-      "A=(1 ^\"2", "A=\"${a#<(x}^\"", "A[0]=^\"x", "A=1 ^\"x"}},
+     {"A=^\"", "A=^\"x\\", "export A=^\"x", "A=\"a\" b^\"", "A=\"$(x^\"", "A=^\"$(x)", "A=(1 ^\"2",
+      "A=\"${a#<(x}^\"", "A[0]=^\"x", "A=1 ^\"x"}},
     {"the single quote is not closed", {"A=^'x\\", "A=\"x\" ^'y", "A=$^'x\\'", "A=\"${x:-^'}\""}},
+    {"bash parses this in one way",
+     {"A=\"^$$(\"", "A=\"^$$(x)\"", "A=\"a^$${x}\"", "A=\"^\\\x01\"", "A=\"a^\\\x7f\"", "A=\"^$\x01\"",
+      "A=$'\\c^\x01'", "A=\"$(B=(^\\))\"", "A=$'^\x7f'"}},
     {"the backquote is not closed", {"A=^`x", "A=\"^`x\""}},
     {"the command substitution is not closed", {"A=^$(x", "A=^<(x", "A=^$(x # )", "A=${a:-^<(x}"}},
     {"the ${ is not closed", {"A=^${x", "A=$$^${x", "A=^${#", "A=^${!"}},
@@ -187,13 +194,15 @@ const Group kMalformed[] = {
       // Coprocesses, redirections and pipes.
       "A=1; coproc x ^fi^", "A=1; coproc ^!^ x", "A=1; coproc N ^function^ f { x; }", "A=x >o H=^(^7)",
       "A=?,|&^!^", "A=$(time { x;^}^)", "A=<(time ^(^x))", "A=$((${x)})^)^",
-      "A=1; for ((${x;y};)^)^ do z; done"}},
+      "A=1; for ((${x;y};)^)^ do z; done", "A=1; ((^)^ & y)", "A=1; for ((;;)){ ^}^", "export A= >f D=^(^x)",
+      "A=1; <f &>>^B=^", "A=$(B=(\\))^)^"}},
     {"unexpected end of the line", {"A=1 >^"}},
     {"no such expansion",
-     {"A=^${x y}",    "A=\"^${}\"", "A=^${1x}", "A=^${x.y}",  "A=^${x[}",    "A=^${x[0]y}",
-      "A=^${#x[0]y}", "A=^${-x}",   "A=^${$x}", "A=^${!x*y}", "A=^${#x:-y}", "A=^${#@x}",
-      "A=^${!#x}",    "A=^${@[0]}", "A=^${$@}", "A=^${?@x}",  "A=^${0@}",    "A=^${_@}",
-      "A=^${!#@}",    "A=^${#+}",   "A=^${#=}", "A=^${#/}",   "A=^${#%}"}},
+     {"A=^${x y}",        "A=\"^${}\"", "A=^${1x}",   "A=^${x.y}",  "A=^${x[}",    "A=^${x[0]y}",
+      "A=^${#x[0]y}",     "A=^${-x}",   "A=^${$x}",   "A=^${!x*y}", "A=^${#x:-y}", "A=^${#@x}",
+      "A=^${!#x}",        "A=^${@[0]}", "A=^${$@}",   "A=^${?@x}",  "A=^${0@}",    "A=^${_@}",
+      "A=^${!#@}",        "A=^${x@ab}", "A=^${@@aa}", "A=^${!1@}",  "A=^${!*@}",   "A=^${!x:}",
+      "A=^${x[$'\\']#'}", "A=^${#+}",   "A=^${#=}",   "A=^${#/}",   "A=^${#%}"}},
     {"a read-only variable of bash", {"^UID=5", "export ^EUID=\"5\""}}};
 
 const Lines& allLines() {
@@ -352,8 +361,8 @@ bool dependsOnExpansion(const std::string& line, const KFLBashLine& judged) {
 
 // Lines that assign, but not one plain value to one name at their beginning.
 bool isSetAside(const KFLBashLine& judged) {
-  const auto reasons = {Reason::TwoAssignments, Reason::Array,       Reason::Append,
-                        Reason::OtherAssigner,  Reason::IgnoredName, Reason::ReadOnlyName};
+  const auto reasons = {Reason::TwoAssignments, Reason::Array,        Reason::Append,   Reason::OtherAssigner,
+                        Reason::IgnoredName,    Reason::ReadOnlyName, Reason::Ambiguous};
   return std::ranges::count(reasons, judged.reason) > 0 ||
          (judged.kind == Kind::Nothing && judged.name.empty());
 }

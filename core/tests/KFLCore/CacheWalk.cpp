@@ -95,13 +95,13 @@ class Walker {
       before = text;
       const std::int64_t item = follow(record + kKey);
       Block* block = blockOfData(item);
-      if (block == nullptr || block->isFree || !seen.insert(item).second)
+      if (block == nullptr || block->isFree || block->isSnapshot || !seen.insert(item).second)
         return fail("'" + std::string(text) + "' in the snapshot at " + std::to_string(at) +
                     (block == nullptr ? " has no item"
                      : block->isFree  ? " has a free block"
                                       : " shares its item"));
       const std::uint32_t size = word(static_cast<std::uint64_t>(item) + 4);
-      if (size > block->size - 16)
+      if (std::uint64_t{size} + 16 > block->size)
         return fail("the item of '" + std::string(text) + "' is larger than its block");
       ++block->users;
       if (items != nullptr) items->emplace(text, file_.substr(static_cast<std::size_t>(item) + 8, size));

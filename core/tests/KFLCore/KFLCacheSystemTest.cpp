@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every system call of a cache's opening, growth, change, recovery and repair: it fails, once or from there on, or the
 // process dies right before or behind it. What was committed is there, what others hold stays, no lock and no descriptor
-// is left, and the same call then works.
+// is left, and the same call then works. And every call is met by a fork, whose child lives on and has no part in a lock.
+#include <fcntl.h>
+#include <sched.h>
+
+#include <atomic>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <iostream>
+#include <thread>
 #include <vector>
 
 #include <KFLCommon/KFLLog.h>
@@ -21,12 +27,14 @@ namespace fs = std::filesystem;
 
 constexpr KFLCacheLimits kLimits{.growth = 1 << 16, .openings = 3, .maxSize = 1 << 20};
 
-// A use of a cache. The file has five items; what `prepare` does comes before the faults, with the cache open or not.
+// A use of a cache. The file has five items; what `prepare` does comes before the faults, with the cache open or not, and
+// a death behind that.
 struct Use {
   const char* name;
   std::function<void(const std::string& path, KFLCacheFile& cache)> prepare;
   std::function<int(KFLCacheFile& cache)> run;
   const char* missing = "";  // a call that this file system does not know
+  bool isBehindDeath = false;
 };
 
 void startOpen(const std::string&, KFLCacheFile& cache) {
@@ -42,17 +50,19 @@ int holdAndRelease(KFLCacheFile& cache) {
   KFLCacheSnapshot held;
   return cache.hold(held);
 }
-void openAndDie(const std::string& path, KFLCacheFile& cache) {
-  startOpen(path, cache);
-  waitFor(startChild([&] {
-    KFLCacheFile::Storage storage;
-    Cache other = makeCache(path, kLimits);
-    KFLCacheSnapshot held;
-    if (other->initialize(true, true) != 0 || other->hold(held) != 0 || put(*other, "k3", "new") != 0 ||
-        other->lock(storage) != 0)
-      return 1;
-    return raise(SIGKILL);
-  }));
+// Of one who made the file longer, and began to change its heap.
+void haveOneDie(const std::string& path) {
+  EXPECT_EQ(waitFor(startChild([&] {
+              KFLCacheFile::Storage storage;
+              Cache other = openCache(path, kLimits);
+              KFLCacheSnapshot held;
+              if (putLarge(*other) != 0 || other->hold(held) != 0 || removeKey(*other, "large") != 0 ||
+                  other->lock(storage) != 0)
+                return 1;
+              reinterpret_cast<KFLCacheHeader*>(storage->getMemory())->bytesInUse += 8;
+              return raise(SIGKILL);
+            })),
+            -SIGKILL);
 }
 
 std::ostream& operator<<(std::ostream& out, const Use& use) {
@@ -63,12 +73,7 @@ const Use kUses[] = {
     {"make", [](auto& path, auto&) { fs::remove(path); }, open},
     {"open", [](auto&, auto&) {}, open},
     {"open again", startOpen, open},
-    {"open behind a death",
-     [](auto& path, auto& cache) {
-       openAndDie(path, cache);
-       cache.reinit();
-     },
-     open},
+    {"open behind a death", [](auto&, auto&) {}, open, "", true},
     {"put", startOpen, [](auto& cache) { return put(cache, "new", "text"); }},
     {"replace", startOpen, [](auto& cache) { return put(cache, "k3", "other"); }},
     {"remove", startOpen, [](auto& cache) { return removeKey(cache, "k4"); }},
@@ -80,7 +85,14 @@ const Use kUses[] = {
        EXPECT_EQ(putLarge(*openCache(path, kLimits)), 0);
      },
      [](auto& cache) { return put(cache, "k3", "other"); }},
-    {"put behind a death", openAndDie, [](auto& cache) { return put(cache, "new", "text"); }},
+    {"put behind a death", startOpen, [](auto& cache) { return put(cache, "new", "text"); }, "", true},
+    {"hold behind a death", startOpen, holdAndRelease, "", true},
+    {"put behind a death while protected",
+     [](auto& path, auto& cache) {
+       startOpen(path, cache);
+       EXPECT_EQ(cache.setProtected(true), 0);
+     },
+     [](auto& cache) { return put(cache, "new", "text"); }, "", true},
     {"meet another file",
      [](auto& path, auto& cache) {
        startOpen(path, cache);
@@ -97,11 +109,12 @@ const Use kUses[] = {
        EXPECT_EQ(put(*openCache(path, kLimits), "k3", "other"), 0);
      },
      holdAndRelease},
-    {"repair", openAndDie,
+    {"repair", startOpen,
      [](auto& cache) {
        bool alone = false;
        return cache.repair(alone);
-     }},
+     },
+     "", true},
     {"sync", startOpen, [](auto& cache) { return cache.sync(); }},
     {"protect and put", startOpen,
      [](auto& cache) {
@@ -127,6 +140,7 @@ class Place {
     onlooker_ = openCache(path_, kLimits);
     EXPECT_EQ(onlooker_->hold(held_), 0) << getErrorMessage();
     before_ = contentsOf(held_);
+    if (use.isBehindDeath) haveOneDie(path_);
   }
 
   int run() const { return use_.run(*cache_); }
@@ -140,6 +154,11 @@ class Place {
     EXPECT_EQ(put(*other, "mark", "text"), 0) << getErrorMessage();
     EXPECT_EQ(removeKey(*other, "mark"), 0) << getErrorMessage();
     return found;
+  }
+  // Nobody is at work: as long as the heap does not prove sound, the lock word says that.
+  void expectMarked() const {
+    const std::string bytes = readFile(path_);
+    EXPECT_TRUE(bytes.empty() || wordOf(bytes, 24) != 0 || faultOf(path_).empty()) << faultOf(path_);
   }
   // What is held has not changed, and the file proves sound; nothing of it is lost once nobody holds it.
   void expectSound() {
@@ -219,6 +238,7 @@ void CacheSystem::failAt(std::size_t number, int error, bool isOnwards) const {
     SCOPED_TRACE(call + ": " + std::to_string(code) + " " + getErrorMessage());
     EXPECT_TRUE(code == 0 || getErrorMessage().find(place.path()) != std::string::npos);
     EXPECT_TRUE(code == 0 || error != EINTR);
+    place.expectMarked();
     EXPECT_EQ(place.look(), code == 0 ? after_ : place.before());
     EXPECT_EQ(place.run(), 0) << getErrorMessage();
     EXPECT_EQ(place.look(), after_);
@@ -266,6 +286,93 @@ TEST_P(CacheSystem, TheProcessDiesAtEachCall) {
       if (HasFailure()) return;
     }
   std::cout << GetParam().name << ": " << 2 * deaths << " deaths\n";
+}
+
+// Children that live on, each forked by a thread of its own beside the one that calls beside().
+class Children {
+ public:
+  explicit Children(pid_t (*make)()) : make_(make) {}
+  ~Children() {
+    for (Child& child : children_) {
+      if (child.thread.joinable()) child.thread.join();
+      kill(child.process, SIGKILL);
+      waitFor(child.process);
+      ::close(child.number);
+    }
+  }
+
+  // Makes one now, unless its thread has to wait for the caller. A number that was just closed is used again.
+  void beside() {
+    Child& child = children_.emplace_back();
+    child.number = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    child.thread = std::thread([this, &child] {
+      child.maker = gettid();
+      const pid_t made = make_();
+      while (made == 0)
+        pause();
+      child.process = made;
+    });
+    while (child.process == 0 && !isAsleep(child.maker))
+      sched_yield();
+  }
+  std::size_t count() const { return children_.size(); }
+  // The locks that children have when all of them are there, each as the kernel tells it.
+  std::string locks() {
+    std::string all;
+    for (Child& child : children_) {
+      if (child.thread.joinable()) child.thread.join();
+      while (!isAsleep(child.process))
+        sched_yield();
+      const std::string process = "/proc/" + std::to_string(child.process);
+      EXPECT_TRUE(fs::exists(process + "/fd/" + std::to_string(child.number))) << "not its to close";
+      for (const auto& file : fs::directory_iterator(process + "/fdinfo")) {
+        const std::string text = readFile(file.path());
+        if (text.find("lock:") != std::string::npos) all += text.substr(text.find("lock:"));
+      }
+    }
+    return all;
+  }
+
+ private:
+  struct Child {
+    std::thread thread;
+    std::atomic<pid_t> maker = 0, process = 0;
+    int number = -1;
+  };
+  static bool isAsleep(pid_t thread) {
+    char text[64] = {};
+    const int file = ::open(("/proc/" + std::to_string(thread) + "/stat").c_str(), O_RDONLY);
+    const bool isRead = file >= 0 && ::read(file, text, sizeof(text) - 1) > 0;
+    ::close(file);
+    return isRead && std::strstr(text, ") S ") != nullptr;
+  }
+
+  pid_t (*const make_)();
+  std::deque<Child> children_;
+};
+
+TEST_P(CacheSystem, AChildOfEachCallKeepsNoLock) {
+  const pid_t self = getpid();
+  for (const auto make : {&fork, &_Fork}) {
+    SCOPED_TRACE(make == &fork ? "fork" : "_Fork");
+    Place place(GetParam());
+    Children children(make);
+    {
+      const auto meet = [&](const Point&) {
+        if (getpid() == self) children.beside();
+        return 0;
+      };
+      const KFLSystemFaults faults(onFileSystemOf(GetParam(), {meet, [&](const Point& p) { meet(p); }}));
+      EXPECT_EQ(place.run(), 0) << getErrorMessage();
+    }
+    const std::string locks = children.locks();
+    if (make == &fork) {
+      EXPECT_EQ(locks, "");
+    }
+    EXPECT_EQ(place.look(), after_);
+    place.expectSound();
+    std::cout << GetParam().name << ": " << children.count() << " children\n";
+  }
 }
 
 std::string nameOf(const testing::TestParamInfo<Use>& use) {

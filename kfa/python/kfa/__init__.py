@@ -10,7 +10,7 @@ UTF-8 stand in texts as lone surrogates (the error handler "surrogateescape"), a
 """
 
 import os
-from typing import Iterable, List, Mapping, Optional, Tuple, Union
+from typing import Any, Iterable, List, Mapping, Optional, Tuple, Union
 
 from . import _kfa
 from ._kfa import (Configuration, check_text, compare, evaluate, format_config, formulas, get_values, keys, parse_changes,
@@ -42,13 +42,19 @@ def _listed(files: Files) -> Tuple[List[Path], bool]:
     """The files, and whether one was named by itself."""
     if isinstance(files, (str, bytes, os.PathLike)):
         return [files], True
+    if not isinstance(files, Iterable):
+        raise TypeError(f"files: a path or an iterable of paths is wanted, not this {type(files).__name__}")
     return list(files), False
 
 
 def _pairs(changes: Changes) -> List[Tuple[str, Optional[str]]]:
     """The changes as texts; True and False are yes and no."""
     if not isinstance(changes, Mapping):
-        return [(change.key, change.value) for change in changes]
+        listed: List[Any] = list(changes) if isinstance(changes, Iterable) else [changes]
+        for change in listed:
+            if not isinstance(change, KeyChange):
+                raise TypeError(f"changes: a mapping, or what compare() gave, is wanted, not this {type(change).__name__}")
+        return [(change.key, change.value) for change in listed]
     pairs = []
     for key, value in changes.items():
         if isinstance(value, bool):
@@ -99,7 +105,7 @@ def check(files: Files, *, node: Optional[Path] = None, foreign_keys: Optional[I
     `templates` that there are, as NAME or NAME/VERSION, are not judged when left out. `memory` and `disk` are in bytes; this
     machine's when left out, and not judged when 0. A file of several that cannot be read is a finding "unreadable".
     """
-    folder = os.fspath(node) if node is not None else _kfa.default_node()
+    folder = os.fsdecode(node) if node is not None else _kfa.default_node()
     if foreign_keys is None:
         listed = os.path.join(folder, "foreign-keys")
         foreign_keys = _kfa.read_foreign_keys(listed) if os.path.exists(listed) else ()

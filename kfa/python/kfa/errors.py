@@ -58,5 +58,6 @@ def place_of(text: str, file: Optional[str]) -> Tuple[Optional[int], Optional[in
 
 def error_of(text: str, code: int, file: Optional[str]) -> Error:
     """The exception for an error text of the library."""
-    kind = MissingFileError if file and text.endswith(os.strerror(errno.ENOENT)) else Error
+    missing = re.search(f": {re.escape(os.strerror(errno.ENOENT))}(;|$)", text)
+    kind = MissingFileError if missing and file and text.startswith(file) else Error
     return kind(text, code, file or None, *place_of(text, file))

@@ -7,48 +7,38 @@ import uuid
 from typing import Dict, List, Literal, Optional, Tuple, Type, Union
 
 
-class IPv4Address(ipaddress.IPv4Address):
+class _Written:
+    """Keeps the text that an address was made of; one that was calculated has that of the standard library."""
+
+    text: str
+
+    def __init__(self, text: Union[str, int]) -> None:
+        super().__init__(text)  # type: ignore[call-arg]
+        self.text = text if isinstance(text, str) else self.compressed
+
+    def __str__(self) -> str:
+        return self.text
+
+    @property
+    def compressed(self) -> str:
+        """The address in its shortest form, whatever it was written as."""
+        return super().__str__()
+
+
+class IPv4Address(_Written, ipaddress.IPv4Address):
     """An IPv4 address without a network part; str() is the text as it was written."""
 
-    def __init__(self, text: str) -> None:
-        super().__init__(text)
-        self.text = text
 
-    def __str__(self) -> str:
-        return self.text
-
-
-class IPv6Address(ipaddress.IPv6Address):
+class IPv6Address(_Written, ipaddress.IPv6Address):
     """An IPv6 address without a network part; str() is the text as it was written."""
 
-    def __init__(self, text: str) -> None:
-        super().__init__(text)
-        self.text = text
 
-    def __str__(self) -> str:
-        return self.text
-
-
-class IPv4Interface(ipaddress.IPv4Interface):
+class IPv4Interface(_Written, ipaddress.IPv4Interface):
     """An IPv4 address with a network part; str() is the text as it was written."""
 
-    def __init__(self, text: str) -> None:
-        super().__init__(text)
-        self.text = text
 
-    def __str__(self) -> str:
-        return self.text
-
-
-class IPv6Interface(ipaddress.IPv6Interface):
+class IPv6Interface(_Written, ipaddress.IPv6Interface):
     """An IPv6 address with a network part; str() is the text as it was written."""
-
-    def __init__(self, text: str) -> None:
-        super().__init__(text)
-        self.text = text
-
-    def __str__(self) -> str:
-        return self.text
 
 
 #: An address as an object of the standard library's `ipaddress`; a str for what is no address, such as "dhcp". An

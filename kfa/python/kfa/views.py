@@ -5,7 +5,7 @@ import dataclasses
 import ipaddress
 import os
 import uuid
-from typing import Any, Dict, ItemsView, Iterator, Mapping, MutableMapping, Optional, Tuple, Union
+from typing import Any, Dict, ItemsView, Iterator, Mapping, MutableMapping, Optional, Tuple, Union, ValuesView
 
 from . import _kfa
 from .values import Resource, TemplateObject
@@ -25,6 +25,21 @@ def plain(value: Any) -> Any:
     return value
 
 
+_Numbers = Union[Resource, int, Tuple[Optional[int], int]]
+
+
+def _resource_of(id: str, value: _Numbers) -> Resource:
+    """A parameter of that id; an int stands for a limit, a pair for barrier and limit."""
+    if isinstance(value, Resource):
+        value = (value.soft, value.hard)
+    if isinstance(value, tuple) and len(value) != 2:
+        raise ValueError(f"resources: {id}: a pair of barrier and limit is wanted, not {len(value)} values")
+    soft, hard = value if isinstance(value, tuple) else (None, value)
+    if not id:
+        raise ValueError("resources: the id of a parameter is wanted, not an empty text")
+    return Resource(id, hard, soft)
+
+
 class Resources(MutableMapping[str, Resource]):
     """The resource parameters of a configuration by their ids, in any case of letters.
 
@@ -40,13 +55,8 @@ class Resources(MutableMapping[str, Resource]):
             raise KeyError(id)
         return found
 
-    def __setitem__(self, id: str, value: Union[Resource, int, Tuple[Optional[int], int]]) -> None:
-        if isinstance(value, Resource):
-            value = (value.soft, value.hard)
-        soft, hard = value if isinstance(value, tuple) else (None, value)
-        if not id:
-            raise ValueError("resources: the id of a parameter is wanted, not an empty text")
-        self._config._set_resource(Resource(id, hard, soft))
+    def __setitem__(self, id: str, value: _Numbers) -> None:
+        self._config._set_resource(_resource_of(id, value))
 
     def __delitem__(self, id: str) -> None:
         self[id]
@@ -58,12 +68,11 @@ class Resources(MutableMapping[str, Resource]):
     def __len__(self) -> int:
         return len(self._config._resource_ids())
 
-    def replace(self, values: Mapping[str, Union[Resource, int, Tuple[Optional[int], int]]]) -> None:
-        """Makes these the only parameters."""
-        items = dict(values)
-        self.clear()
-        for id, value in items.items():
-            self[id] = value
+    def replace(self, values: Mapping[str, _Numbers]) -> None:
+        """Makes these the only parameters; where one is refused, all stays as it was."""
+        if not isinstance(values, Mapping):
+            raise TypeError(f"resources: a mapping is wanted, not this {type(values).__name__}")
+        self._config._replace_resources([_resource_of(id, value) for id, value in values.items()])
 
     def __repr__(self) -> str:
         return repr(dict(self))
@@ -80,6 +89,17 @@ class _Items(ItemsView[str, TemplateObject]):
         return iter(self._file.items())
 
 
+class _Values(ValuesView[TemplateObject]):
+    """The templates of a cache, all of one moment."""
+
+    def __init__(self, cache: "Cache", file: "_kfa.CacheFile") -> None:
+        super().__init__(cache)
+        self._file = file
+
+    def __iter__(self) -> Iterator[TemplateObject]:
+        return iter([template for _, template in self._file.items()])
+
+
 class Cache(MutableMapping[str, TemplateObject]):
     """The template cache that the processes of a node share: a mapping from keys to templates.
 
@@ -89,6 +109,8 @@ class Cache(MutableMapping[str, TemplateObject]):
 
     def __init__(self, path: Union[str, "os.PathLike[str]", None] = None, *, create: bool = True,
                  timeout: float = 10.0) -> None:
+        if not isinstance(timeout, (int, float)):
+            raise TypeError(f"timeout: a number of seconds is wanted, not this {type(timeout).__name__}")
         if not 0 <= timeout <= 86400:
             raise ValueError("timeout: a number of seconds from 0 to 86400 is wanted")
         self._file = _kfa.CacheFile(path, create, timeout)
@@ -126,9 +148,13 @@ class Cache(MutableMapping[str, TemplateObject]):
         """The items, all of one moment."""
         return _Items(self, self._file)
 
+    def values(self) -> ValuesView[TemplateObject]:
+        """The templates, all of one moment."""
+        return _Values(self, self._file)
+
     def put(self, *templates: TemplateObject) -> None:
         """Puts templates under their own keys, all together."""
-        self.change({template.key: template for template in templates})
+        self.change({_kfa.template_id(template): template for template in templates})
 
     def change(self, items: Mapping[str, Optional[TemplateObject]]) -> None:
         """Puts these items and removes those that are None. Other processes see all of it or nothing."""

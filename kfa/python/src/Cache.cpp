@@ -44,9 +44,9 @@ std::string writeTemplate(const py::object& object) {
 class Cache {
  public:
   Cache(const py::object& path, bool create, double timeout) {
-    const std::string file =
-        path.is_none() ? KFL::getUploadsFolder() + "/template.cache" : std::string(path.cast<Path>());
-    const py::gil_scoped_release release;
+    const std::string file = path.is_none() ? KFL::getUploadsFolder() + "/template.cache"
+                                            : std::string(pathOf(path, {nullptr, "path"}));
+    const Unlocked unlocked;
     if (!create && ::access(file.c_str(), F_OK) != 0)
       throw Failure{file + ": cannot be opened: " + std::strerror(errno), KFL::kCacheNotMapped, file};
     cache_.reset(new Prototype(file));
@@ -58,7 +58,7 @@ class Cache {
   Cache& operator=(const Cache&) = delete;
   // Lets go of the file, for which another may hold the lock.
   ~Cache() {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     cache_.reset();
   }
 
@@ -101,17 +101,17 @@ class Cache {
       else
         changes.put(name, writeTemplate(py::reinterpret_borrow<py::object>(object)));
     }
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     must(cache_->apply(changes), cache_->getPath());
   }
 
   void sync() {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     must(cache_->sync(), cache_->getPath());
   }
 
   bool repair() {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     bool alone = false;
     must(cache_->repair(alone), cache_->getPath());
     return alone;
@@ -119,7 +119,7 @@ class Cache {
 
  private:
   Prototype::Snapshot hold() {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     Prototype::Snapshot snapshot;
     must(cache_->hold(snapshot), cache_->getPath());
     return snapshot;
@@ -147,6 +147,7 @@ void addCache(py::module_& module) {
       .def("apply", &Cache::apply)
       .def("sync", &Cache::sync)
       .def("repair", &Cache::repair);
+  refuseUnmade<Cache>();
   module.def("template_id", [](const py::object& object) {
     return toStr(Convert<KFATemplateObject>::from(object, {nullptr, "template"}).getStringID());
   });

@@ -233,6 +233,14 @@ py::list listResources(const KFAEnvConfig& config) {
   return ids;
 }
 
+// Makes these the only ones; of two with one id the later counts.
+void replaceResources(KFAEnvConfig& config, const py::object& resources) {
+  const auto all = Convert<std::vector<KFL::KFLQoS>>::from(resources, {nullptr, "resources"});
+  must(config.setQoSes(std::set<KFL::KFLQoS>()));
+  for (const KFL::KFLQoS& qos : all)
+    must(config.setQoS(qos));
+}
+
 // --- The message form, and the keys of a file -------------------------------------------------------------------------
 
 Text toMessage(const KFAEnvConfig& config, bool pretty) {
@@ -265,7 +273,7 @@ void checkRoot(const KFL::KFLMessageIterator& root, const std::string& xml, cons
 }
 
 ConfigurationPtr fromMessage(const Content& xml, const Text& name) {
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   KFL::KFLMessage message;
   if (message.parse(xml) != 0) throw Failure{name + ": " + KFL::getErrorMessage(), -1, name};
   const KFL::KFLMessageIterator root = message.getIterator();
@@ -360,6 +368,7 @@ void addConfiguration(py::module_& module) {
     config->initMsg();
     return config;
   }));
+  refuseUnmade<KFAEnvConfig>();
   addProperties(type);
   const auto resources = [](const py::object& self) {
     return py::module_::import("kfa.views").attr("Resources")(self);
@@ -373,6 +382,7 @@ void addConfiguration(py::module_& module) {
   type.def("_resource", &getResource)
       .def("_set_resource", &setResource)
       .def("_remove_resource", &removeResource)
+      .def("_replace_resources", &replaceResources)
       .def("_resource_ids", &listResources)
       .def("to_message", &toMessage, py::arg("pretty") = true, "The configuration as an XML message.")
       .def_static("from_message", &fromMessage, py::arg("xml"), py::arg("name") = "message",

@@ -46,7 +46,7 @@ std::string addressText(py::handle object, const Place& place) {
   std::string text;
   if (takeStr(object, text)) return text;
   if (!py::isinstance(object, valuesAttribute("ADDRESS_TYPES"))) refuse(place, "a str or an address", object);
-  return py::str(object).cast<std::string>();
+  return textOf(py::str(object), place);
 }
 
 long long integerOf(py::handle object, const Place& place, long long least, long long most) {
@@ -63,6 +63,12 @@ std::string textOf(py::handle object, const Place& place) {
   std::string text;
   if (!takeStr(object, text)) refuse(place, "a str", object);
   return text;
+}
+
+Path pathOf(py::handle object, const Place& place) {
+  py::detail::make_caster<Path> path;
+  if (!path.load(object, true)) refuse(place, "a path", object);
+  return py::detail::cast_op<Path>(std::move(path));
 }
 
 py::iterator itemsOf(py::handle object, const Place& place) {

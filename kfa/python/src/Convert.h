@@ -43,6 +43,7 @@ py::object addressOf(const std::string& text);
 std::string addressText(py::handle object, const Place& place);
 long long integerOf(py::handle object, const Place& place, long long least, long long most);
 std::string textOf(py::handle object, const Place& place);
+Path pathOf(py::handle object, const Place& place);
 // The items of an iterable that is neither a text nor a mapping.
 py::iterator itemsOf(py::handle object, const Place& place);
 
@@ -108,11 +109,11 @@ struct Convert<T> {
   }
   static T from(py::handle object, const Place& place) {
     if (object.is_none()) return T();
-    const py::object type = py::module_::import("uuid").attr("UUID");
-    if (!py::isinstance(object, type) && !py::isinstance<py::str>(object))
-      refuse(place, "a uuid.UUID or None", object);
-    T value(std::string_view(py::str(object).cast<std::string>()));
-    if (!value.isValid()) refuse(place, "a UUID", object);
+    const bool isUUID = py::isinstance(object, py::module_::import("uuid").attr("UUID"));
+    if (!isUUID && !py::isinstance<py::str>(object)) refuse(place, "a uuid.UUID or None", object);
+    const std::string text = textOf(py::str(object), place);
+    T value{std::string_view(text)};
+    if (!value.isValid()) throw py::value_error(place.toString() + ": the text of a UUID is wanted");
     return value;
   }
 };
@@ -130,6 +131,16 @@ struct Convert<KFL::KFLOptionalProperty<T>, Leaf> {
   }
 };
 
+template <class T>
+bool isEmptyText(const T& value) {
+  if constexpr (std::same_as<T, std::string>)
+    return value.empty();
+  else if constexpr (std::same_as<T, KFL::KFLIPAddress>)
+    return value.toString().empty();
+  else
+    return false;
+}
+
 template <class Container, class Leaf>
 requires(requires(Container c) {
   typename Container::value_type;
@@ -145,8 +156,13 @@ requires(requires(Container c) {
   static Container from(py::handle object, const Place& place) {
     Container items;
     std::size_t index = 0;
-    for (const py::handle item : itemsOf(object, place))
-      items.insert(items.end(), Convert<Item, Leaf>::from(item, {&place, {}, index++}));
+    for (const py::handle item : itemsOf(object, place)) {
+      const Place here{&place, {}, index++};
+      Item value = Convert<Item, Leaf>::from(item, here);
+      // Messages have no form for an empty text in a list, which would be lost.
+      if (isEmptyText(value)) throw py::value_error(here.toString() + ": a text that is not empty is wanted");
+      items.insert(items.end(), std::move(value));
+    }
     return items;
   }
 };

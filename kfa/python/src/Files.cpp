@@ -52,7 +52,7 @@ ConfigurationPtr parse(const std::string& text, const std::string& name, int vei
 ConfigurationPtr readConfig(const Path& path, const py::object& veid) {
   const int number = veidOf(veid);
   const Vocabulary vocabulary = currentVocabulary();
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   return parse(readText(path), path, number, vocabulary);
 }
 
@@ -94,7 +94,7 @@ void writeConfig(const Path& path, const KFAEnvConfig& config, bool merge, bool 
   KFA::KFAReplaceOptions how;
   how.backupSuffix = backup;
   how.hardLinks = hardLinks;
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   if (merge && ::access(path.c_str(), F_OK) == 0)
     return must(
         KFAConfigFile(path).update([&](const std::string& before,
@@ -150,9 +150,10 @@ py::list describe(const KFANodeChange& change) {
 }
 
 std::vector<std::string> pathsOf(const py::object& files) {
+  const Place place{nullptr, "files"};
   std::vector<std::string> paths;
-  for (const py::handle file : itemsOf(files, {nullptr, "files"}))
-    paths.push_back(file.cast<Path>());
+  for (const py::handle file : itemsOf(files, place))
+    paths.push_back(pathOf(file, {&place, {}, paths.size()}));
   return paths;
 }
 
@@ -175,7 +176,7 @@ py::list changeFiles(const py::object& files, const py::object& changes, bool dr
       },
       how);
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     judgeAndApply(change, paths, {dryRun, keepGoing, create});
   }
   return describe(change);
@@ -197,7 +198,7 @@ py::dict getValues(const Path& path, const py::object& keys) {
   KFA::KFAEnvironmentKeys file(vocabulary.parser);
   if (!isAll) file.want(wanted);
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     must(file.read(readText(path), path), path);
   }
   py::dict values;
@@ -211,14 +212,14 @@ py::dict getValues(const Path& path, const py::object& keys) {
   return values;
 }
 
-void readSide(KFA::KFAEnvironmentKeys& keys, const py::object& side) {
+void readSide(KFA::KFAEnvironmentKeys& keys, const py::object& side, const Place& place) {
   std::string text;
   std::string name = "configuration";
   if (py::isinstance<KFAEnvConfig>(side)) {
     text = formatConfig(side.cast<const KFAEnvConfig&>(), true).cast<Text>();
   } else {
-    name = side.cast<Path>();
-    const py::gil_scoped_release release;
+    name = pathOf(side, place);
+    const Unlocked unlocked;
     text = readText(name);
   }
   must(keys.read(text, name), name);
@@ -228,8 +229,8 @@ py::list compare(const py::object& before, const py::object& after) {
   const Vocabulary vocabulary = currentVocabulary();
   KFA::KFAEnvironmentKeys old(vocabulary.parser);
   KFA::KFAEnvironmentKeys now(vocabulary.parser);
-  readSide(old, before);
-  readSide(now, after);
+  readSide(old, before, {nullptr, "before"});
+  readSide(now, after, {nullptr, "after"});
   return toList(compareEnvironments(old, now));
 }
 

@@ -20,13 +20,14 @@ py::object toPath(const std::string& path) {
 py::tuple select(const py::object& words, const py::object& node) {
   const Vocabulary vocabulary = currentVocabulary();
   const std::string folder =
-      node.is_none() ? KFA::KFANodeSelection::defaultFolder() : std::string(node.cast<Path>());
+      node.is_none() ? KFA::KFANodeSelection::defaultFolder() : std::string(pathOf(node, {nullptr, "node"}));
   std::vector<std::string> wanted;
-  for (const py::handle word : itemsOf(words, {nullptr, "words"}))
-    wanted.push_back(word.cast<Path>());
+  const Place place{nullptr, "words"};
+  for (const py::handle word : itemsOf(words, place))
+    wanted.push_back(pathOf(word, {&place, {}, wanted.size()}));
   KFA::KFANodeSelection selection(folder, [&] { return vocabulary.parser; });
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     if (wanted.empty()) must(selection.addAll(), folder);
     for (const std::string& word : wanted)
       must(selection.add(word), word);
@@ -99,14 +100,15 @@ py::list checkFiles(const py::object& files, bool isSingle, const Path& folder, 
                     const py::object& templates, const py::object& memory, const py::object& disk,
                     const py::object& cpus) {
   std::vector<KFA::KFAEnvironmentFile> all;
-  for (const py::handle file : itemsOf(files, {nullptr, "files"}))
-    all.push_back({file.cast<Path>(), -1});
+  const Place place{nullptr, "files"};
+  for (const py::handle file : itemsOf(files, place))
+    all.push_back({pathOf(file, {&place, {}, all.size()}), -1});
   KFA::KFANodeCheck check(currentVocabulary().parser,
                           optionsOf(foreignKeys, templates, resourcesOf(memory, disk, cpus, folder)));
   std::vector<KFANodeFinding> findings;
   std::vector<KFANodeFinding> lost;
   {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     for (KFA::KFAEnvironmentFile& file : all) {
       std::string text;
       if (KFA::getVeidOfPath(file.path, file.veid) != 0) file.veid = -1;
@@ -132,7 +134,7 @@ py::list checkText(const Content& text, const Path& name) {
 }
 
 std::set<std::string> readForeignKeys(const std::string& path) {
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   std::string text;
   must(KFA::KFAConfigFile(path).read(text), path);
   return KFA::parseForeignKeys(text);

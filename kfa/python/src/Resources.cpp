@@ -106,10 +106,9 @@ KFA::KFAQVTuneParameters parametersFrom(const py::dict& values) {
     const std::string name = textOf(key, {nullptr, "values"});
     if (KFAQVTune::MultipleTuneMap.count(name) != 0) continue;
     const Place place{nullptr, name};
-    const bool isPair = py::isinstance<py::tuple>(value) && py::len(value) == 2;
-    const py::object soft =
-        isPair ? py::object(value[py::int_(0)]) : py::reinterpret_borrow<py::object>(value);
-    const py::object hard = isPair ? py::object(value[py::int_(1)]) : soft;
+    const bool isPair = PyTuple_Check(value.ptr()) && PyTuple_GET_SIZE(value.ptr()) == 2;
+    const py::handle soft = isPair ? py::handle(PyTuple_GET_ITEM(value.ptr(), 0)) : value;
+    const py::handle hard = isPair ? py::handle(PyTuple_GET_ITEM(value.ptr(), 1)) : value;
     parameters[name] = {
         integerOf(soft, place, -kMost - 1, kMost), integerOf(hard, place, -kMost - 1, kMost), {}};
   }
@@ -152,7 +151,7 @@ py::tuple advise(const KFA::KFAEnvConfig& config) {
   KFAQVTune tune(none, vocabulary.map);
   KFA::KFAQoSAdvice advice;
   if (judgeMemoryMode(config, qoses) == KFA::KFAQoSMemoryMode::Formulas) {
-    const py::gil_scoped_release release;
+    const Unlocked unlocked;
     must(adviseQoS(tune, *vocabulary.parser, qoses, advice));
   }
   return py::make_tuple(toList(advice.changes), Convert<std::vector<int>>::to(advice.violated),

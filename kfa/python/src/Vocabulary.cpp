@@ -12,7 +12,7 @@ Vocabulary& current() {
 }
 
 Vocabulary load(const std::string& path) {
-  const py::gil_scoped_release release;
+  const Unlocked unlocked;
   Vocabulary loaded;
   loaded.map = KFL::KFLVocMap::load(path);
   if (loaded.map) loaded.parser = KFA::KFAEnvConfigBashParser::getInstance(loaded.map);

@@ -41,7 +41,10 @@ def test_cache_beside_a_dict(tmp_path: pathlib.Path) -> None:
     assert cache.repair() in (True, False) and run("cache", "verify", cache.path).returncode == 0
     cache.sync()
     other = kfa.Cache(cache.path, create=False)
+    left = iter(other.values())
+    first = next(left)
     cache.clear()
+    assert [first, *left] == [model[key] for key in sorted(model, key=str.encode)]
     assert dict(other) == {}
     for name, error in (("none", KeyError), (5, TypeError), ("x\0y", KeyError)):
         with pytest.raises(error):

@@ -114,6 +114,11 @@ def test_several_properties_and_resources() -> None:
         for config in (config, kfa.Configuration.from_message(config.to_message())):
             assert {name: getattr(config, name) for name in model} == model
             assert dict(config.resources) == resources and len(config.resources) == len(resources)
+            with pytest.raises(TypeError):
+                config.resources = {"a": 1, "b": "x"}
+            assert dict(config.resources) == resources
+        config.resources = {"A": 1, "b": (2, 3), "a": 4}
+        assert dict(config.resources) == {"a": kfa.Resource("a", 4), "b": kfa.Resource("b", 3, 2)}
         json.dumps(config.to_dict())
 
 
@@ -143,11 +148,18 @@ def test_addresses_are_those_of_the_standard_library() -> None:
     assert isinstance(one, ipaddress.IPv4Address) and one in ipaddress.ip_network("203.0.113.0/24")
     assert all(isinstance(other, ipaddress.IPv6Address) for other in rest)
     config.addresses = ["10.0.0.5/255.255.255.0", ipaddress.ip_interface("10.0.0.6/8"), "FE80::1", "dhcp", "01.2.3.4"]
-    kinds = [type(each).__mro__[1].__name__ for each in config.addresses]
-    assert kinds == ["IPv4Interface", "IPv4Interface", "IPv6Address", "object", "object"]
+    kinds = [type(each).__mro__[2:3] for each in config.addresses]
+    assert kinds == [(ipaddress.IPv4Interface,), (ipaddress.IPv4Interface,), (ipaddress.IPv6Address,), (), ()]
     assert [str(each) for each in config.addresses] == ["10.0.0.5/255.255.255.0", "10.0.0.6/8", "FE80::1", "dhcp", "01.2.3.4"]
     assert pickle.loads(pickle.dumps(config.addresses)) == config.addresses
     assert config.addresses[2] == ipaddress.ip_address("fe80::1")
+    # What is calculated from one, and its forms, are the standard library's.
+    for one in config.addresses[:3]:
+        own = ipaddress.ip_interface(str(one)) if "/" in str(one) else ipaddress.ip_address(str(one))
+        assert [str(one + 1), str(one - 1), one.compressed] == [str(own + 1), str(own - 1), own.compressed]
+    for wrong in ([""], ["10.0.0.1", None]):
+        with pytest.raises((TypeError, ValueError), match=r"addresses\[[01]\]"):
+            config.addresses = wrong
 
 
 def test_disks_of_every_kind() -> None:
@@ -164,7 +176,10 @@ def test_disks_of_every_kind() -> None:
         with pytest.raises(kind):
             config.disks = wrong
         assert config.disks == [area]
-    config.disks = [kfa.LoopImage(5, guid=guid)]
+    for wrong in ("", "\udcff", "x" * 36):
+        with pytest.raises(ValueError, match=r"disks\[0\].guid: the text of a UUID"):
+            config.disks = [kfa.LoopImage(5, guid=wrong)]
+    config.disks = [kfa.LoopImage(5, guid=str(guid))]
     with pytest.raises(kfa.Error):
         config.disks = None
     assert config.disks == [kfa.LoopImage(5, guid=guid)]

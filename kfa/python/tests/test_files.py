@@ -7,6 +7,8 @@ import os
 import pathlib
 import pickle
 import random
+import subprocess
+import sys
 import threading
 
 import kfa
@@ -138,6 +140,18 @@ CASES = [
     (lambda path: kfa.set_values(path / "2.conf", {"NO_KEY": "1"}), kfa.Error, None, "'NO_KEY' is no key"),
     (lambda path: kfa.set_values(path / "2.conf", {"ONBOOT": 1.5}), TypeError, None, "onboot: a str is wanted"),
     (lambda path: kfa.set_values(path / "2.conf", {5: "x"}), TypeError, None, "changes: a str is wanted"),
+    (lambda path: kfa.set_values(path / "2.conf", [("ONBOOT", "yes")]), TypeError, None, "changes: a mapping"),
+    (lambda path: kfa.set_values(path / "2.conf", {"NAME": "x"}, backup="a\0b"), kfa.Error, None, "a NUL"),
+    (lambda path: kfa.set_values([path, 5], {}), TypeError, None, "files[1]: a path is wanted, not this int"),
+    (lambda path: kfa.check([5], node=path), TypeError, None, "files[0]: a path"),
+    (lambda path: kfa.compare(kfa.Configuration(), None), TypeError, None, "after: a path"),
+    (lambda path: kfa.select(5, node=path), TypeError, None, "words[0]: a path"),
+    (lambda path: kfa.select(node=path / "none"), kfa.MissingFileError, None, "No such file"),
+    (lambda path: kfa.use_vocabulary(path / "none"), kfa.MissingFileError, None, "No such file"),
+    (lambda path: kfa.Cache(path / "c", timeout="1"), TypeError, None, "timeout: a number"),
+    (lambda path: kfa.Cache(5), TypeError, None, "path: a path is wanted"),
+    (lambda path: kfa.Configuration.__new__(kfa.Configuration).veid, TypeError, None, "never called"),
+    (lambda path: kfa.Cache.__new__(kfa.Cache).path, AttributeError, None, "_file"),
     (lambda path: kfa.get_values(path / "2.conf", "onboot"), TypeError, None, "keys: a list is wanted"),
     (lambda path: kfa.get_values(path / "2.conf", ["nokey"]), kfa.Error, None, "'NOKEY' is no key"),
     (lambda path: kfa.read_config("a\0b"), ValueError, None, "null byte"),
@@ -175,6 +189,22 @@ def test_other_threads_run_while_one_waits_for_a_file(node: pathlib.Path) -> Non
         assert waiting.is_alive() and kfa.read_config(path).on_boot is True
     waiting.join()
     assert done[0].state == "replaced" and kfa.read_config(path).on_boot is False
+
+
+def test_daemons_let_the_interpreter_end(node: pathlib.Path) -> None:
+    """Threads that are in the library when the interpreter ends do not take the process with them."""
+    program = """
+import sys, threading, time, kfa
+def work():
+    while True:
+        kfa.set_values(sys.argv[1], {"ONBOOT": True}, dry_run=True)
+for _ in range(3):
+    threading.Thread(target=work, daemon=True).start()
+time.sleep(0.1)
+"""
+    for _ in range(3):
+        done = subprocess.run([sys.executable, "-c", program, node / "101.conf"], capture_output=True, check=False)
+        assert (done.returncode, done.stderr) == (0, b"")
 
 
 def test_threads_and_forks(node: pathlib.Path) -> None:

@@ -95,7 +95,7 @@ class Parts {
 
 }  // namespace
 
-class KFARemoteConnection::Implementation {
+class [[gnu::visibility("hidden")]] KFARemoteConnection::Implementation {
  public:
   explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
 

@@ -3,7 +3,7 @@
 #ifndef KFAREMOTE_KFAREMOTEORIGIN_H
 #define KFAREMOTE_KFAREMOTEORIGIN_H
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 class KFARemoteOrigin {
  public:

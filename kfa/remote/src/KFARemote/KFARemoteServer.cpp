@@ -135,7 +135,7 @@ int& KFARemoteOrigin::depth() {
   return depth;
 }
 
-class KFARemoteServer::Implementation final : public wire::Agent::Service {
+class [[gnu::visibility("hidden")]] KFARemoteServer::Implementation final : public wire::Agent::Service {
  public:
   Implementation(const KFALibFunctionality& managers, const KFARemoteServerOptions& options)
       : managers_(managers),

@@ -22,7 +22,8 @@ int runElsewhere(Session&, const std::vector<std::string>& words, const RunWords
     arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   ::execv(program.c_str(), arguments.data());
-  throw Trouble("--at needs the program " + program + ", which cannot be run: " + std::strerror(errno));
+  throw Trouble("--at needs the program " + program +
+                " of the package kfactl-at, which cannot be run: " + std::strerror(errno));
 }
 
 }  // namespace kfactl

@@ -59,12 +59,11 @@ void print(Session& session, const std::vector<KFANodeFinding>& findings, const 
 int check(Session& session, const CheckOptions& options) {
   const Severity level = levelOf(options.level);
   Environments environments(session, session.arguments(), WhenNone::All);
-  KFA::KFANodeCheck node(session.environmentParser(), options.node.resolve(session), nodeFiles());
+  const KFA::KFANodeCheckOptions how = options.node.resolve(session);
+  KFA::KFANodeCheck node(session.environmentParser(), how, nodeFiles());
   Document failures = Document::array();
-  environments.each(
-      [&](const auto& file, const Input& input) {
-        node.add({input.name, file.veid}, input.text);
-      },
+  environments.eachAtOnce(
+      judging(session, how, [&](KFA::KFAJudgedFile judged) { node.add(std::move(judged)); }),
       [&](const auto& file, const std::string& why) { failures.push_back(failureOf(file, why)); });
   std::vector<KFANodeFinding> findings = node.finish();
   std::erase_if(findings, [level](const KFANodeFinding& finding) { return finding.severity > level; });

@@ -261,33 +261,43 @@ void addRow(Session& session, Listing& listing, const KFA::KFAEnvironmentFile& f
 
 // A key whose text is not taken shows as something that nobody wrote. What shows as it was written needs no judgement;
 // of lists, addresses show without their networks and devices in part.
-void noteRefusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys,
-                     const std::string& name) {
+std::vector<std::string> refusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys) {
+  std::vector<std::string> reasons;
   std::string shown;
   for (const std::string& key : KFAEnvironmentSummary::keys()) {
     const std::string* const text = keys.getText(key);
     if (text == nullptr) continue;
     const bool isList = key == "ip_address" || key == "netif";
     if (!isList && keys.get(key, shown) && shown == *text) continue;
-    if (rules.accept(key, *text) != 0) printNote(name + ": " + KFL::getErrorMessage());
+    if (rules.accept(key, *text) != 0) reasons.push_back(KFL::getErrorMessage());
   }
+  return reasons;
+}
+
+// For Environments::eachAtOnce(): a row for each file.
+std::function<Environments::Make()> listing(Session& session, Listing& rows) {
+  return [&session, &rows, parser = boost::make_shared<KFA::KFAEnvConfigBashParser>()] {
+    const auto keys = std::make_shared<KFAEnvironmentKeys>(parser);
+    keys->want(KFAEnvironmentSummary::keys());
+    const auto rules = std::make_shared<KFA::KFAEnvConfigRules>(parser);
+    return [&session, &rows, keys, rules](const Environments::File& file, const Input& input) {
+      must(keys->read(input.text, input.name));
+      const KFAEnvironmentSummary summary(*keys, file.veid);
+      return [&session, &rows, &file, summary, name = input.name, reasons = refusedKeys(*rules, *keys)] {
+        addRow(session, rows, file, summary);
+        for (const std::string& reason : reasons)
+          printNote(name + ": " + reason);
+      };
+    };
+  };
 }
 
 int list(Session& session, const Listing::Options& options) {
-  const auto parser = boost::make_shared<KFA::KFAEnvConfigBashParser>();
-  const KFA::KFAEnvConfigRules rules(parser);
   Environments environments(session, session.arguments(), WhenNone::All);
-  KFAEnvironmentKeys keys(parser);
-  keys.want(KFAEnvironmentSummary::keys());
-  Listing listing({"VEID", "TITLE", "TYPE", "ONBOOT", "TEMPLATE", "ADDRESSES"});
-  environments.each(
-      [&](const auto& file, const Input& input) {
-        must(keys.read(input.text, input.name));
-        addRow(session, listing, file, {keys, file.veid});
-        noteRefusedKeys(rules, keys, input.name);
-      },
-      [&](const auto& file, const std::string& why) { listing.add(failureOf(file, why)); });
-  listing.print(session, options, "environments", "environment");
+  Listing rows({"VEID", "TITLE", "TYPE", "ONBOOT", "TEMPLATE", "ADDRESSES"});
+  environments.eachAtOnce(listing(session, rows),
+                          [&](const auto& file, const std::string& why) { rows.add(failureOf(file, why)); });
+  rows.print(session, options, "environments", "environment");
   return environments.status(kFine);
 }
 

@@ -2,8 +2,12 @@
 #include "environments/Environments.h"
 
 #include <algorithm>
+#include <thread>
+#include <utility>
 
 #include <nlohmann/json.hpp>
+
+#include <KFLCommon/KFLThreads.h>
 
 #include "terminal/Node.h"
 #include "terminal/Output.h"
@@ -25,6 +29,15 @@ void noteOthers(const std::vector<std::string>& others) {
             "; names such as 101.conf are");
 }
 
+// What a file is in trouble with is told in its turn.
+Environments::Finish finishOf(const Environments::Make& make, const Environments::File& file) {
+  try {
+    return make(file, readNodeFile(file.path));
+  } catch (const Trouble& trouble) {
+    return [trouble] { throw trouble; };
+  }
+}
+
 }  // namespace
 
 Environments::Environments(Session& session, const std::vector<std::string>& words, WhenNone whenNone) {
@@ -44,19 +57,41 @@ Environments::Environments(Session& session, const std::vector<std::string>& wor
     troubles_.add(trouble);
 }
 
+void Environments::collect(const File& file, const std::function<void()>& part, const Failed& failed) {
+  if (isSingle_) return part();
+  try {
+    part();
+  } catch (const Trouble& trouble) {
+    troubles_.add(trouble.what());
+    if (failed) failed(file, trouble.what());
+  }
+}
+
 void Environments::each(const Part& part, const Failed& failed) {
   expectFiles(files_);
-  for (const File& file : files_) {
-    if (isSingle_) {
-      part(file, readNodeFile(file.path));
-      continue;
-    }
-    try {
-      part(file, readNodeFile(file.path));
-    } catch (const Trouble& trouble) {
-      troubles_.add(trouble.what());
-      if (failed) failed(file, trouble.what());
-    }
+  for (const File& file : files_)
+    collect(
+        file, [&] { part(file, readNodeFile(file.path)); }, failed);
+}
+
+void Environments::eachAtOnce(const std::function<Make()>& maker, const Failed& failed) {
+  constexpr std::size_t kAtOnce = 1024;
+  // What another node has comes through one agent, and what is little is done before a thread has begun.
+  const bool isShared = !nodeAgent() && files_.size() >= 64;
+  const std::size_t helpers = isShared ? std::clamp(std::thread::hardware_concurrency(), 1U, 8U) : 1;
+  expectFiles(files_);
+  std::vector<Make> makes;
+  for (std::size_t i = 0; i < helpers; ++i)
+    makes.push_back(maker());
+  std::vector<Finish> finishes(std::min(kAtOnce, files_.size()));
+  for (std::size_t first = 0; first < files_.size(); first += kAtOnce) {
+    const std::size_t count = std::min(kAtOnce, files_.size() - first);
+    KFL::runInThreads(helpers, helpers, [&](std::size_t helper) {
+      for (std::size_t i = helper; i < count; i += helpers)
+        finishes[i] = finishOf(makes[helper], files_[first + i]);
+    });
+    for (std::size_t i = 0; i < count; ++i)
+      collect(files_[first + i], std::exchange(finishes[i], {}), failed);
   }
 }
 

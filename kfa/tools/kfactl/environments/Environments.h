@@ -39,10 +39,19 @@ class Environments {
   using Failed = std::function<void(const File& file, const std::string& why)>;
   void each(const Part& part, const Failed& failed = {});
 
+  // The same in two halves, for what takes longer than reading a file: a Make does all that concerns its file alone and
+  // gives what is left to do, which is called in this thread and in the order of the files. `maker` is called for each
+  // thread that helps, so what its Make works on need not be shared.
+  using Finish = std::function<void()>;
+  using Make = std::function<Finish(const File& file, const Input& input)>;
+  void eachAtOnce(const std::function<Make()>& maker, const Failed& failed = {});
+
   // The exit status, which is 2 when there was trouble with a file.
   int status(int otherwise) const { return troubles_.status(otherwise); }
 
  private:
+  void collect(const File& file, const std::function<void()>& part, const Failed& failed);
+
   std::vector<File> files_;
   bool isSingle_ = false;
   Troubles troubles_;

@@ -107,4 +107,16 @@ KFA::KFANodeCheckOptions NodeOptions::resolve(Session& session) const {
   return {foreignKeys(session, foreign), templates(cache), resources(session, *this)};
 }
 
+std::function<Environments::Make()> judging(Session& session, const KFA::KFANodeCheckOptions& how,
+                                            const std::function<void(KFA::KFAJudgedFile judged)>& add) {
+  return [parser = session.environmentParser(), keys = how.foreignKeys, add] {
+    const auto judge = std::make_shared<KFA::KFAFileJudge>(parser, keys);
+    return [judge, add](const Environments::File& file, const Input& input) {
+      const auto judged =
+          std::make_shared<KFA::KFAJudgedFile>(judge->judge({input.name, file.veid}, input.text));
+      return [judged, add] { add(std::move(*judged)); };
+    };
+  };
+}
+
 }  // namespace kfactl

@@ -3,9 +3,12 @@
 #ifndef KFACTL_NODEOPTIONS_H
 #define KFACTL_NODEOPTIONS_H
 
+#include <functional>
 #include <string>
 
 #include <KFAFunctionality/node/KFANodeCheck.h>
+
+#include "environments/Environments.h"
 
 namespace CLI {
 class App;
@@ -26,6 +29,10 @@ struct NodeOptions {
   // Reads the files that are named, and asks the machine for what is not given.
   KFA::KFANodeCheckOptions resolve(Session& session) const;
 };
+
+// For Environments::eachAtOnce(): judges each file by itself, and hands the outcome to `add` in the order of the files.
+std::function<Environments::Make()> judging(Session& session, const KFA::KFANodeCheckOptions& how,
+                                            const std::function<void(KFA::KFAJudgedFile judged)>& add);
 
 }  // namespace kfactl
 

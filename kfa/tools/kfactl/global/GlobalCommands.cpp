@@ -114,18 +114,7 @@ std::map<std::string, std::string> valuesOf(const std::string& path) {
 }
 
 int get(Session& session) {
-  const auto values = valuesOf(session.argument(0));
-  if (session.arguments().size() == 1) {
-    printValues(session, Values(values.begin(), values.end()));
-    return kFine;
-  }
-  const std::vector<std::string> keys(session.arguments().begin() + 1, session.arguments().end());
-  return printAskedValues(session, session.argument(0), keys,
-                          [&](const std::string& key, std::string& value) {
-                            const auto found = values.find(key);
-                            if (found != values.end()) value = found->second;
-                            return found != values.end();
-                          });
+  return printNamedOrAll(session, valuesOf(session.argument(0)));
 }
 
 int diff(Session& session) {

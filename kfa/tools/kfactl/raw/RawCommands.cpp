@@ -32,19 +32,7 @@ RawMap readMap(const std::string& path) {
 }
 
 int get(Session& session) {
-  const RawMap values = readMap(session.argument(0));
-  if (session.arguments().size() == 1) {
-    printValues(session, Values(values.begin(), values.end()));
-    return kFine;
-  }
-  const std::vector<std::string> keys(session.arguments().begin() + 1, session.arguments().end());
-  return printAskedValues(session, session.argument(0), keys,
-                          [&](const std::string& key, std::string& value) {
-                            const auto found = values.find(key);
-                            if (found == values.end()) return false;
-                            value = found->second;
-                            return true;
-                          });
+  return printNamedOrAll(session, readMap(session.argument(0)));
 }
 
 Action prepareSet(CLI::App& app) {

@@ -12,6 +12,7 @@
 #include "qos/QosFormulas.h"
 #include "report/ReportPage.h"
 #include "terminal/Cli.h"
+#include "terminal/Node.h"
 
 namespace kfactl {
 
@@ -29,12 +30,11 @@ std::string timeText() {
 
 int report(Session& session, const NodeOptions& options) {
   Environments environments(session, session.arguments(), WhenNone::All);
-  KFA::KFANodeReporter reporter(session.environmentParser(), session.vocabulary(), formulasOf(session),
-                                options.resolve(session));
-  environments.each(
-      [&](const auto& file, const Input& input) {
-        reporter.add({input.name, file.veid}, input.text);
-      },
+  const KFA::KFANodeCheckOptions how = options.resolve(session);
+  KFA::KFANodeReporter reporter(session.environmentParser(), session.vocabulary(), formulasOf(session), how,
+                                nodeFiles());
+  environments.eachAtOnce(
+      judging(session, how, [&](KFA::KFAJudgedFile judged) { reporter.add(std::move(judged)); }),
       [&](const auto& file, const std::string& why) { reporter.addFailure(file, why); });
   session.out().add(pageOf(reporter.finish(), session.node(), timeText()));
   return environments.status(kFine);

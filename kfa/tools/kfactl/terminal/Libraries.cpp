@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,7 +44,9 @@ void refuseForeign(const std::string& name, const fs::path& path) {
   if (status.st_uid != 0 && status.st_uid != ::geteuid())
     throw Trouble(name + ": " + path.string() + " belongs to the user " + std::to_string(status.st_uid) +
                   ", who could put other code there; one that belongs to you or to root is wanted");
-  const bool isOwnGroup = status.st_gid == 0 || status.st_gid == ::getegid();
+  // Behind an access list, the group's bits are the most that any user of the list has.
+  const bool hasList = ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
+  const bool isOwnGroup = !hasList && (status.st_gid == 0 || status.st_gid == ::getegid());
   const mode_t foreign = isOwnGroup ? S_IWOTH : S_IWGRP | S_IWOTH;
   const bool isSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
   if ((status.st_mode & foreign) != 0 && !isSticky)
@@ -72,16 +75,22 @@ constexpr std::array kFatalSignals = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL};
 // The trouble for a library whose code ends the process, made before, since a handler may do little.
 std::string endingText;
 
+bool isLoading = false;
+
 [[noreturn]] void endWithTrouble(int) {
   static_cast<void>(::write(STDERR_FILENO, endingText.data(), endingText.size()) < 0);
   ::_exit(2);
 }
 
-// While it lives, what would end the process by a signal ends it as a trouble of this library.
+// While it lives, what would end the process by a signal or by exit() ends it as a trouble of this library.
 class EndingGuard {
  public:
   explicit EndingGuard(const std::string& name) {
     endingText = "kfactl: " + name + ": its own code failed while it was loaded\n";
+    static const int atEnd = std::atexit([] {
+      if (isLoading) endWithTrouble(0);
+    });
+    isLoading = atEnd == 0;
     struct sigaction action {};
     action.sa_handler = &endWithTrouble;
     for (std::size_t i = 0; i < kFatalSignals.size(); ++i)
@@ -90,6 +99,7 @@ class EndingGuard {
   EndingGuard(const EndingGuard&) = delete;
   EndingGuard& operator=(const EndingGuard&) = delete;
   ~EndingGuard() {
+    isLoading = false;
     for (std::size_t i = 0; i < kFatalSignals.size(); ++i)
       ::sigaction(kFatalSignals.at(i), &before_.at(i), nullptr);
   }

@@ -54,4 +54,19 @@ int printAskedValues(Session& session, const std::string& file, const std::vecto
   return kFinding;
 }
 
+int printNamedOrAll(Session& session, const std::map<std::string, std::string>& values) {
+  const auto& words = session.arguments();
+  if (words.size() == 1) {
+    printValues(session, Values(values.begin(), values.end()));
+    return kFine;
+  }
+  return printAskedValues(session, words.front(), {words.begin() + 1, words.end()},
+                          [&](const std::string& key, std::string& value) {
+                            const auto found = values.find(key);
+                            if (found == values.end()) return false;
+                            value = found->second;
+                            return true;
+                          });
+}
+
 }  // namespace kfactl

@@ -4,6 +4,7 @@
 #define KFACTL_VALUES_H
 
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +23,9 @@ void printValues(Session& session, const Values& values);
 // with a line on standard error, when one has no value.
 int printAskedValues(Session& session, const std::string& file, const std::vector<std::string>& keys,
                      const std::function<bool(const std::string& key, std::string& value)>& find);
+
+// For a command FILE [KEY...]: prints the values of the keys that are named, or all.
+int printNamedOrAll(Session& session, const std::map<std::string, std::string>& values);
 
 }  // namespace kfactl
 

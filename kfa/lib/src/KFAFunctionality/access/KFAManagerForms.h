@@ -45,7 +45,8 @@
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 #include <KFAFunctionality/updates/KFAUpdateList.h>
 
-namespace KFA::forms {
+namespace KFA {
+namespace [[gnu::visibility("hidden")]] forms {
 
 inline constexpr const char* kArguments = "arguments";
 inline constexpr const char* kResult = "result";
@@ -196,6 +197,7 @@ struct First<std::tuple<T, Rest...>> {
 template <class Values>
 using FirstOf = typename First<Values>::Type;
 
-}  // namespace KFA::forms
+}  // namespace forms
+}  // namespace KFA
 
 #endif

@@ -9,7 +9,7 @@ namespace KFL {
 class KFLVEnvConfig;
 }
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // Held by the thread that publishes the positions of a configuration's elements.
 extern KFL::KFLLock configLock;

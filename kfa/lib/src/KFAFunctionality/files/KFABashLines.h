@@ -14,7 +14,7 @@
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // Whether a line KEY="value" assigns the key. What is no such name is kept out of files, which shells source.
 inline bool isAssignableKey(std::string_view key) {

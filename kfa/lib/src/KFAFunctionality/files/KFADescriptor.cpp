@@ -141,36 +141,32 @@ void Descriptor::reset() {
 
 int KFALockedFile::open(const std::string& path, int flags, mode_t mode) {
   reset();
-  descriptor_ = System::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW, mode);
-  return descriptor_ >= 0 ? 0 : errno;
+  flags |= O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
+  return descriptor_.open([&] { return System::open(path.c_str(), flags, mode); }) >= 0 ? 0 : errno;
 }
 
 int KFALockedFile::tryLock(const std::string& path) {
-  if (System::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (System::flock(get(), LOCK_EX | LOCK_NB) == 0) return 0;
   if (errno != EBADF) return errno;
   // Over NFS, a lock for one alone wants a file that is open for writing.
   const int error = open(path, O_RDWR);
   if (error != 0) return error == EACCES || error == EROFS || error == EPERM ? EBADF : error;
-  return System::flock(descriptor_, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+  return System::flock(get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
 }
 
 int KFALockedFile::findName(const std::string& path) const {
   struct stat open {};
   struct stat named {};
-  if (System::fstat(descriptor_, &open) != 0 || System::lstat(path.c_str(), &named) != 0) return errno;
+  if (System::fstat(get(), &open) != 0 || System::lstat(path.c_str(), &named) != 0) return errno;
   return isSameFile(open, named) ? 0 : ENOENT;
 }
 
-// Closing the child's copy leaves the parent's lock alone.
-void KFALockedFile::forked() noexcept {
-  if (descriptor_ >= 0) System::close(descriptor_);
-  descriptor_ = -1;
-}
-
+// In a child that a bare clone() made, the lock is the parent's.
 void KFALockedFile::reset() {
-  if (descriptor_ < 0) return;
-  System::flock(descriptor_, LOCK_UN);
-  forked();
+  KFL::getForkGeneration();
+  if (!isOpen()) return;
+  System::flock(get(), LOCK_UN);
+  descriptor_.close();
 }
 
 Descriptor openForReading(int folder, const std::string& path) {

@@ -36,10 +36,12 @@ class Descriptor {
 // A file that is open, and locked for this process alone. A forked child shares the open file, and with it the lock: the
 // child's copy is closed before fork() returns there, and the lock is released by hand before the file is closed, so that
 // a child that was made by other means keeps it from nobody.
-class KFALockedFile final : KFL::KFLForkListener {
+class KFALockedFile final {
  public:
   KFALockedFile() = default;
-  ~KFALockedFile() override { reset(); }
+  KFALockedFile(const KFALockedFile&) = delete;
+  KFALockedFile& operator=(const KFALockedFile&) = delete;
+  ~KFALockedFile() { reset(); }
 
   // Opens the file, without waiting for the other end of a pipe and without following a link. 0, or an errno.
   int open(const std::string& path, int flags, mode_t mode = 0);
@@ -50,14 +52,13 @@ class KFALockedFile final : KFL::KFLForkListener {
   int findName(const std::string& path) const;
 
   // False in a forked child of the process that opened it.
-  bool isOpen() const { return descriptor_ >= 0; }
-  int get() const { return descriptor_; }
+  bool isOpen() const { return descriptor_.isOpen(); }
+  int get() const { return descriptor_.get(); }
 
  private:
-  void forked() noexcept override;
   void reset();
 
-  int descriptor_ = -1;
+  KFL::KFLOwnDescriptor descriptor_;
 };
 
 // Opens for reading, without waiting for the other end of a pipe. The descriptor is not open, and errno says why, when

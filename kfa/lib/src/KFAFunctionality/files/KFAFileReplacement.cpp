@@ -130,6 +130,8 @@ int KFAFileReplacement::lock(const std::string& path, const KFAReplaceOptions& o
     return refuse("the backup suffix \"" + options.backupSuffix +
                   "\" has a slash; the backup stands in the same folder");
   }
+  if (options.backupSuffix.find('\0') != std::string::npos)
+    return refuse("the backup suffix has a NUL, which no name of a file can hold");
   if (resolve() != 0) return -1;
   return takeTurn(options, mayCreate, createMode);
 }

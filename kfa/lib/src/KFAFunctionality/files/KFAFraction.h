@@ -8,7 +8,7 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // The hundredths of the number that a text begins with; false when there is none or it is out of range.
 bool readFraction(const char* text, long long& hundredths);

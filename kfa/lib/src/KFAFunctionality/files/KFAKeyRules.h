@@ -12,6 +12,11 @@ namespace KFA {
 
 class KFAEnvConfigBashParser;
 
+}  // namespace KFA
+
+namespace [[gnu::visibility("hidden")]] KFA {
+
+
 struct KeyRule {
   enum class Line { First, Last };
 

@@ -7,7 +7,7 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // What an entry asks for and a device, written anew, does not give back, or no device can have; empty when there is no
 // such thing. The order of the fields does not matter, nor do empty texts and flags that have their default.

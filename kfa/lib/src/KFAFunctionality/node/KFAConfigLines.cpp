@@ -65,4 +65,20 @@ bool ConfigLines::next() {
   return true;
 }
 
+KeyPlace placeOfKey(std::string_view text, const std::string& key) {
+  KeyPlace place;
+  ConfigLine line;
+  std::size_t number = 0;
+  const auto isSame = [](char a, char b) { return KFL::toLower(a) == b; };
+  for (std::string_view left = text; !left.empty();) {
+    const std::string_view here = left.substr(0, left.find('\n'));
+    left.remove_prefix(std::min(here.size() + 1, left.size()));
+    ++number;
+    if (std::search(here.begin(), here.end(), key.begin(), key.end(), isSame) == here.end()) continue;
+    line.take(here);
+    if (line.isAssignment() && line.key() == key) place = {number, line.front().size() + 1, here};
+  }
+  return place;
+}
+
 }  // namespace KFA

@@ -11,7 +11,7 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // One line, taken apart. It owns its text.
 class ConfigLine {
@@ -69,6 +69,15 @@ class ConfigLines {
   bool hasNewline_ = false;
   ConfigLine line_;
 };
+
+// Where a text assigns to a key, which is in lower case: the last such line, which counts or else is the one that a person
+// looks for. All 0 and empty where no line does.
+struct KeyPlace {
+  std::size_t line = 0;    // from 1
+  std::size_t column = 0;  // of the value, from 1
+  std::string_view text;   // of the line, within the whole
+};
+KeyPlace placeOfKey(std::string_view text, const std::string& key);
 
 }  // namespace KFA
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <istream>
+#include <utility>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
@@ -40,12 +41,17 @@ bool getKey(const Parser& parser, const KFAEnvConfig& record, const std::string&
 }  // namespace
 
 KFAEnvironmentKeys::KFAEnvironmentKeys(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser)
-    : parser_(parser), record_(std::make_unique<KFAEnvConfig>()) {}
+    : KFAEnvironmentKeys(parser, std::make_shared<const std::set<std::string>>()) {}
+
+KFAEnvironmentKeys::KFAEnvironmentKeys(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
+                                       Wanted wanted)
+    : parser_(parser), wanted_(std::move(wanted)), record_(std::make_unique<KFAEnvConfig>()) {}
 
 void KFAEnvironmentKeys::want(const std::set<std::string>& keys) {
-  wanted_ = keys;
+  std::set<std::string> wanted = keys;
   // Either of the two decides what the other gives.
-  if (wanted_.count("arch") != 0) wanted_.insert("technologies");
+  if (wanted.count("arch") != 0) wanted.insert("technologies");
+  wanted_ = std::make_shared<const std::set<std::string>>(std::move(wanted));
 }
 
 int KFAEnvironmentKeys::read(std::string_view text, const std::string& name) {
@@ -53,7 +59,7 @@ int KFAEnvironmentKeys::read(std::string_view text, const std::string& name) {
   record_->initMsg();
   texts_.clear();
   return readConfigText(text, name, [this](std::istream& in) {
-    WantedPut put(*record_, *parser_, wanted_, texts_);
+    WantedPut put(*record_, *parser_, *wanted_, texts_);
     const int result = parseBashLikeConfig(put, in);
     if (!put.getQoSes().getValue().empty()) {
       put.getQoSes().setSpecified(true);

@@ -32,6 +32,8 @@ class KFAEnvironmentKeys {
 
   // Only these keys, in lower case, are converted from now on; an empty set stands for all.
   void want(const std::set<std::string>& keys);
+  // Another object that wants these keys, and has read nothing.
+  KFAEnvironmentKeys another() const { return KFAEnvironmentKeys(parser_, wanted_); }
 
   // Takes a file's text in the place of the former one: 0, or -1 with an error text that names the malformed line; what
   // the lines before it say is kept.
@@ -55,8 +57,11 @@ class KFAEnvironmentKeys {
   const KFAEnvConfigBashParser& getParser() const { return *parser_; }
 
  private:
+  using Wanted = std::shared_ptr<const std::set<std::string>>;
+  KFAEnvironmentKeys(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, Wanted wanted);
+
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;
-  std::set<std::string> wanted_;
+  Wanted wanted_;
   std::unique_ptr<KFAEnvConfig> record_;
   std::map<std::string, std::string> texts_;
 };

@@ -6,7 +6,8 @@
 //   for (const KFANodeFinding& finding : check.finish()) ...
 //
 // Nothing is printed, nothing is read but the files that repair types and samples name. One object serves one thread and
-// one check; it keeps the texts that it was given.
+// one check; it keeps the texts that it was given. What is judged of a file by itself is most of the work: who has several
+// threads gives each a KFAFileJudge, and add() what they say.
 #ifndef KFAFUNCTIONALITY_NODE_KFANODECHECK_H
 #define KFAFUNCTIONALITY_NODE_KFANODECHECK_H
 
@@ -21,37 +22,15 @@
 #include <boost/shared_ptr.hpp>
 
 #include <KFAFunctionality/KFATypes.h>
-#include <KFAFunctionality/files/KFAConfigCheck.h>
+#include <KFAFunctionality/node/KFAFileJudge.h>
 #include <KFAFunctionality/node/KFANodeFiles.h>
+#include <KFAFunctionality/node/KFANodeFinding.h>
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
 namespace KFA {
 
 class KFAEnvConfigBashParser;
 class KFAEnvironmentKeys;
-
-struct KFANodeFinding {
-  using Severity = KFAConfigFinding::Severity;
-
-  Severity severity = Severity::Error;
-  std::string rule;  // one of nodeRules()
-  std::string file;
-  int veid = -1;
-  // From 1, the column in bytes; 0 for a finding about the whole file, or about the node's folder.
-  std::size_t line = 0;
-  std::size_t column = 0;
-  std::string text;
-  std::string lineText;
-  // The other place of a finding between two files, "FILE:LINE"; empty for others.
-  std::string related = {};
-};
-
-// A kind of finding.
-struct KFANodeRule {
-  const char* name;
-  const char* description;
-};
-std::span<const KFANodeRule> nodeRules();
 
 struct KFANodeCheckOptions {
   // Keys, in lower case, of other tools, of which nothing is said.
@@ -74,8 +53,9 @@ class KFANodeCheck {
   // Judges the text of one file, and keeps what it says for finish(): what is found in it and beside the files before it,
   // by line. Valid until the next call.
   std::span<const KFANodeFinding> add(const KFAEnvironmentFile& file, const std::string& text);
-  // What the file added last says: the keys that are judged, with those of KFAEnvironmentSummary and every resource
-  // parameter among them.
+  // The same for a file that a KFAFileJudge with this parser and these foreign keys has judged.
+  std::span<const KFANodeFinding> add(KFAJudgedFile judged);
+  // What the file added last says.
   const KFAEnvironmentKeys& getKeys() const;
   // All findings, file by file in the order of adding and by line; then those about the node.
   std::vector<KFANodeFinding> finish();
@@ -88,9 +68,6 @@ class KFANodeCheck {
   class Judge;
   std::unique_ptr<Judge> judge_;
 };
-
-// The findings with the worst first; those of one severity keep their order.
-void sortBySeverity(std::vector<KFANodeFinding>& findings);
 
 // Reads a list of keys of other tools: names separated by blanks, "#" begins a comment. In lower case.
 std::set<std::string> parseForeignKeys(const std::string& text);

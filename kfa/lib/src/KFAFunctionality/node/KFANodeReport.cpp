@@ -81,16 +81,17 @@ Report::Violation violationOf(const KFAFormulaFinding& finding, const KFAKeyCata
 
 // --- One report -------------------------------------------------------------------------------------------------------
 
-class KFANodeReporter::Writer {
+class [[gnu::visibility("hidden")]] KFANodeReporter::Writer {
  public:
   Writer(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
          const boost::shared_ptr<KFLVocMap>& vocabulary, const std::shared_ptr<const KFAQVTune>& tune,
-         const KFANodeCheckOptions& options)
+         const KFANodeCheckOptions& options, KFANodeFiles& where)
       : parser_(parser),
         tune_(tune),
         catalogue_(parser, vocabulary),
         node_(options.node),
-        check_(parser, options) {
+        judge_(parser, options.foreignKeys),
+        check_(parser, options, where) {
     report_.sums = {{"Memory guaranteed", true, true, node_.memory, 0, 0, {}},
                     {"Memory limits", false, true, node_.memory, 0, 0, {}},
                     {"Disk space", true, true, node_.disk, 0, 0, {}},
@@ -98,7 +99,8 @@ class KFANodeReporter::Writer {
                     {"Processor time limits", false, false, node_.cpu, 0, 0, {}}};
   }
 
-  void add(const KFAEnvironmentFile& file, const std::string& text);
+  KFAFileJudge& judge() { return judge_; }
+  void add(KFAJudgedFile judged);
   void addFailure(const KFAEnvironmentFile& file, const std::string& why);
   KFANodeReport finish();
 
@@ -124,6 +126,7 @@ class KFANodeReporter::Writer {
   std::shared_ptr<const KFAQVTune> tune_;
   KFAKeyCatalogue catalogue_;
   KFANodeResources node_;
+  KFAFileJudge judge_;
   KFANodeCheck check_;
   KFANodeReport report_;
   std::ptrdiff_t inFiles_ = 0;  // findings that are not about the node
@@ -284,8 +287,10 @@ void KFANodeReporter::Writer::markTwins() {
   });
 }
 
-void KFANodeReporter::Writer::add(const KFAEnvironmentFile& file, const std::string& text) {
-  const auto findings = check_.add(file, text);
+void KFANodeReporter::Writer::add(KFAJudgedFile judged) {
+  const KFAEnvironmentFile file = judged.file;
+  const std::string text = judged.text;
+  const auto findings = check_.add(std::move(judged));
   inFiles_ += static_cast<std::ptrdiff_t>(findings.size());
   report_.environments.emplace_back();
   Report::Environment& environment = report_.environments.back();
@@ -342,13 +347,17 @@ std::size_t KFANodeReport::countViolations() const {
 KFANodeReporter::KFANodeReporter(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
                                  const boost::shared_ptr<KFLVocMap>& vocabulary,
                                  const std::shared_ptr<const KFAQVTune>& tune,
-                                 const KFANodeCheckOptions& options)
-    : writer_(std::make_unique<Writer>(parser, vocabulary, tune, options)) {}
+                                 const KFANodeCheckOptions& options, KFANodeFiles& where)
+    : writer_(std::make_unique<Writer>(parser, vocabulary, tune, options, where)) {}
 
 KFANodeReporter::~KFANodeReporter() = default;
 
 void KFANodeReporter::add(const KFAEnvironmentFile& file, const std::string& text) {
-  writer_->add(file, text);
+  writer_->add(writer_->judge().judge(file, text));
+}
+
+void KFANodeReporter::add(KFAJudgedFile judged) {
+  writer_->add(std::move(judged));
 }
 
 void KFANodeReporter::addFailure(const KFAEnvironmentFile& file, const std::string& why) {

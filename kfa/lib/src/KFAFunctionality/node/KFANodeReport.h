@@ -105,15 +105,18 @@ struct KFANodeReport {
 
 class KFANodeReporter {
  public:
-  // tune: the compiled formulas of the vocabulary (KFAQVTune::getShared()).
+  // tune: the compiled formulas of the vocabulary (KFAQVTune::getShared()). where: as KFANodeCheck has it.
   KFANodeReporter(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
                   const boost::shared_ptr<KFLVocMap>& vocabulary,
-                  const std::shared_ptr<const KFAQVTune>& tune, const KFANodeCheckOptions& options);
+                  const std::shared_ptr<const KFAQVTune>& tune, const KFANodeCheckOptions& options,
+                  KFANodeFiles& where = KFANodeFiles::local());
   KFANodeReporter(const KFANodeReporter&) = delete;
   KFANodeReporter& operator=(const KFANodeReporter&) = delete;
   ~KFANodeReporter();
 
   void add(const KFAEnvironmentFile& file, const std::string& text);
+  // The same for a file that a KFAFileJudge with this parser and these foreign keys has judged.
+  void add(KFAJudgedFile judged);
   // A file that could not be read.
   void addFailure(const KFAEnvironmentFile& file, const std::string& why);
   KFANodeReport finish();

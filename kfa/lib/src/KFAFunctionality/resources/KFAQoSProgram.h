@@ -18,7 +18,7 @@
 
 #include <KFAFunctionality/resources/KFAQoSTune.h>
 
-namespace KFA {
+namespace [[gnu::visibility("hidden")]] KFA {
 
 // Evaluates a formula term by term; see KFAQVTune::checkByFormula.
 int evaluateTerms(const KFAQVTune& tune, const KFAQVTuneArray& values, const KFAQVPolishNotation& formula,
