@@ -328,9 +328,6 @@ void setValue(const std::string& value, Verdict& verdict) {
   Unexpanded unexpanded;
   cutExpansions(value, unexpanded);
   // Bash marks its own quotes with these two characters.
-  const std::size_t array = std::min(value.find("=("), value.size());
-  // In an array in a substitution a backslash takes other characters when bash parses than when it expands.
-  unexpanded.isAmbiguous |= value.find('\\', array) != std::string::npos;
   bool isMarked =
       value.find("$'") != std::string::npos && value.find_first_of("\x01\x7f") != std::string::npos;
   for (const char* const mark : {"\\\x01", "\\\x7f", "$\x01", "$\x7f"})
@@ -509,7 +506,13 @@ bool awaitsIn(const std::string& line) {
          line.find('{', loop) != std::string::npos;
 }
 
+// Read-only, or computed by bash whatever is assigned.
 int attributesOf(const std::string& name) {
+  for (const char* const computed :
+       {"_", "BASHPID", "BASH_COMMAND", "BASH_SUBSHELL", "DIRSTACK", "EPOCHREALTIME", "EPOCHSECONDS",
+        "HISTCMD", "LINENO", "PIPESTATUS", "RANDOM", "SRANDOM"}) {
+    if (name == computed) return att_noassign;
+  }
   const SHELL_VAR* const variable = find_variable(name.c_str());
   return variable == nullptr ? 0 : variable->attributes;
 }
@@ -530,11 +533,14 @@ void judgeCommand(const std::string& line, const Head& head, const Parsed& parse
   }
   if (others == Assigns::Yes) return;
   const int attributes = attributesOf(head.name);
-  if ((attributes & att_noassign) != 0 || head.name == "_") return;
+  if ((attributes & att_noassign) != 0) return;
   const std::uint32_t perhaps = others == Assigns::Perhaps ? Verdict::kNothing : 0;
   verdict.allowed = perhaps | Verdict::kMalformed;
   if ((attributes & att_readonly) != 0) return;
   verdict.allowed = perhaps | Verdict::kAssigns;
+  // In an array in a substitution a backslash takes other characters when bash parses than when it expands.
+  const std::size_t array = std::min(line.find("=(", head.value), line.size());
+  if (line.find('\\', array) != std::string::npos) verdict.allowed |= Verdict::kMalformed;
   verdict.first = static_cast<std::uint32_t>(head.value);
   const std::size_t end = endOfValue(line, head.value, word->word, parsed);
   verdict.end = static_cast<std::uint32_t>(end);

@@ -3,6 +3,7 @@
 // put in the place of the stretch reads back. Nothing is run; see README.md.
 //
 // KFA_FUZZ_DIFFERENCES=FILE appends the differences, each made as short as it gets, and goes on instead of aborting.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -15,6 +16,7 @@
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLText.h>
 
 #include "BashLines.h"
 #include "BashOracle.h"
@@ -28,12 +30,8 @@ using kfl_fuzz::printable;
 using kfl_fuzz::Reading;
 using kfl_fuzz::Verdict;
 
-// Random lines that join those of an input. Run over its seeds as a test, the target holds these alone.
-#ifdef KFA_FUZZ_REPLAY
-constexpr std::size_t kLinesOfAnInput = 0;
-#else
+// Random lines that join those of an input.
 constexpr std::size_t kLinesOfAnInput = 256;
-#endif
 
 std::uint32_t bitOf(int result) {
   switch (result) {
@@ -54,6 +52,30 @@ struct Difference {
   std::string kind, particulars;
 };
 
+// Whether bash would put something in the place of the dollar sign; $VEID and ${VEID} are welcome.
+bool isExpanded(std::string_view rest) {
+  const bool isWelcome =
+      rest.starts_with("${VEID}") ||
+      (rest.starts_with("$VEID") && (rest.size() == 5 || !KFL::isBashName("_" + std::string(1, rest[5]))));
+  return !isWelcome && rest.size() > 1 &&
+         (KFL::isBashName("_" + std::string(1, rest[1])) ||
+          std::string_view("{([@*#?$!-").find(rest[1]) != std::string_view::npos);
+}
+
+// A safe value is what bash reads back from between double quotes, and what it reads back and does not expand is safe.
+std::string checkSafety(const std::string& written, const std::string& value) {
+  if (written.size() < 2 || written.front() != '"' || written.back() != '"') return "";
+  const std::string text = written.substr(1, written.size() - 2);
+  const bool isSafe = KFL::isBashSafe(text, nullptr);
+  if (isSafe && text != value) return "a safe value is read otherwise";
+  for (std::size_t at = 0; isSafe && (at = text.find('$', at)) != std::string::npos; ++at) {
+    if (isExpanded(std::string_view(text).substr(at))) return "a value is called safe that bash expands";
+  }
+  const bool isPrintable = std::ranges::none_of(text, [](char c) { return KFL::isControl(c) && c != '\t'; });
+  const bool isKept = text == value && isPrintable && text.find_first_of("$`\"") == std::string::npos;
+  return isKept && !isSafe ? "a value is called unsafe without need" : "";
+}
+
 Difference compare(const std::string& line, const Verdict& verdict) {
   const Reading reading = kfl_fuzz::readLine(line);
   if (!reading.broken.empty()) return {reading.broken, ""};
@@ -65,6 +87,9 @@ Difference compare(const std::string& line, const Verdict& verdict) {
   if (reading.first != verdict.first || (verdict.end != kUnknown && reading.end != verdict.end))
     return {"stretch", std::to_string(reading.first) + " to " + std::to_string(reading.end)};
   if (verdict.isValueKnown != 0 && reading.value != verdict.value) return {"value", printable(reading.value)};
+  const std::string broken =
+      checkSafety(line.substr(reading.first, reading.end - reading.first), reading.value);
+  if (!broken.empty()) return {broken, ""};
   return {kfl_fuzz::checkReplacement(line, reading, "it's a 'safe' value; #1"), ""};
 }
 

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "BashReading.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KFA_FUZZ_SANITIZED
@@ -17,6 +19,8 @@
 #include <sanitizer/common_interface_defs.h>
 #endif
 
+#include <KFLBash/KFLBashJudge.h>
+#include <KFLBash/KFLBashPieces.h>
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 
@@ -58,12 +62,32 @@ std::string checkExamined(const char* line, std::size_t size, const Reading& rea
   if (reading.result == KFL::kBashMalformed && judged.describe() != KFL::getErrorMessage())
     return "the error text is not the reason";
   if (reading.result != KFL::kBashAssignment) return "";
+  const std::string_view before(line, reading.first);
+  const std::size_t name = before.find_last_of(" \t", reading.first) + 1;
+  if (before.substr(name) != reading.name + "=") return "the name does not stand before the value";
   const bool isSame = judged.name == reading.name && judged.value.data() == line + reading.first &&
                       judged.value.size() == reading.end - reading.first;
   return isSame ? "" : "reading and examining give other stretches";
 }
 
 }  // namespace
+
+std::string checkPlain(std::string_view text) {
+  KFL::KFLBashPlainLine plain;
+  if (!KFL::readPlainBashLine(text, plain)) return "";
+  if (plain.length != std::min(text.find('\n'), text.size())) return "a plain line has another end";
+  std::vector<char> line(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain.length));
+  const KFL::KFLBashJudgement judged = KFL::judgeBashLine({line.data(), line.size()});
+  if (judged.line.name != plain.name || judged.line.reason != KFL::KFLBashLine::Reason::None ||
+      (judged.line.kind == Kind::Assignment) == plain.name.empty() || judged.line.continues)
+    return "a plain line is none to the grammar";
+  if (plain.name.empty()) return "";
+  if (judged.pieces.begin() != plain.first || judged.pieces.end() != plain.end)
+    return "the value of a plain line stands elsewhere to the grammar";
+  const std::size_t end = KFL::unquoteBashValue(line, judged.pieces);
+  const bool isSame = std::string_view(line.data() + plain.first, end - plain.first) == plain.value;
+  return isSame ? "" : "the value of a plain line is another to the grammar";
+}
 
 Reading readLine(const std::string& line) {
   current = &line;
@@ -91,6 +115,7 @@ Reading readLine(const std::string& line) {
   }
   const auto own = blockOf(line, line.size() + 1);
   reading.broken = checkExamined(own.get(), line.size(), reading);
+  if (reading.broken.empty()) reading.broken = checkPlain(line);
   return reading;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace kfl_fuzz {
 
@@ -16,6 +17,9 @@ struct Reading {
   // What it breaks by itself, whatever the line means; empty when nothing.
   std::string broken;
 };
+
+// The first line of the text, where it is plain, means to the grammar what it means without. Gives what breaks it.
+std::string checkPlain(std::string_view text);
 
 // Reads the line from a block that holds it, its NUL and no byte more.
 Reading readLine(const std::string& line);

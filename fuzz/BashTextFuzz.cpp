@@ -24,12 +24,8 @@ namespace {
 using kfl_fuzz::BashLines;
 using kfl_fuzz::Reading;
 
-// Random lines that join those of an input. Run over its seeds as a test, the target reads these alone.
-#ifdef KFA_FUZZ_REPLAY
-constexpr std::size_t kLinesOfAnInput = 0;
-#else
+// Random lines that join those of an input.
 constexpr std::size_t kLinesOfAnInput = 1024;
-#endif
 
 void require(const std::string& broken, const std::string& text) {
   if (broken.empty()) return;

@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include <KFLBash/KFLBashJudge.h>
-#include <KFLBash/KFLBashPieces.h>
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
@@ -74,22 +72,6 @@ std::string model(const std::string& text, Values values) {
   return result;
 }
 
-// The first line of the text, as long as it is plain, both ways.
-void checkPlain(std::string_view text) {
-  KFL::KFLBashPlainLine plain;
-  if (!KFL::readPlainBashLine(text, plain)) return;
-  std::vector<char> line(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(plain.length));
-  const KFL::KFLBashJudgement judged = KFL::judgeBashLine({line.data(), line.size()});
-  require(judged.line.name == plain.name && judged.line.reason == KFL::KFLBashLine::Reason::None,
-          "a plain line is one to the grammar too", text);
-  if (plain.name.empty()) return;
-  require(judged.pieces.begin() == plain.first && judged.pieces.end() == plain.end, "its value stands there",
-          text);
-  const std::size_t end = KFL::unquoteBashValue(line, judged.pieces);
-  require(std::string_view(line.data() + plain.first, end - plain.first) == plain.value, "and is the same",
-          text);
-}
-
 void check(const std::string& text, const Values& changes) {
   require(rewrite(text, {}) == model(text, {}), "a rewrite without values copies every byte");
   const std::string result = rewrite(text, changes);
@@ -120,8 +102,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::erase(input.content, '\0');
   const Values changes = changesOf(input.lines);
   const std::string_view text = input.content;
-  for (std::size_t at = 0; at < text.size(); at = std::min(text.find('\n', at), text.size()) + 1)
-    checkPlain(text.substr(at));
+  for (std::size_t at = 0; at < text.size(); at = std::min(text.find('\n', at), text.size()) + 1) {
+    const std::string broken = kfl_fuzz::checkPlain(text.substr(at));
+    require(broken.empty(), broken.c_str(), text);
+  }
   check(input.content, changes);
   checkSetting(input.content, changes);
   return 0;
