@@ -52,6 +52,12 @@ void KFLLockedCache::leave() {
 int KFLLockedCache::checkSize() {
   const std::uint32_t total = manager().getTotalSize();
   if (total <= storage_->getSize()) return 0;
+  std::size_t fileSize = 0;
+  if (storage_->readFileSize(fileSize) != 0) return kCacheNotRemapped;
+  if (fileSize < total) {
+    setErrorMessage("%s ends at %zu, before its heap does: at %u", share_.path.c_str(), fileSize, total);
+    return kCacheNotRemapped;
+  }
   KFLMapOptions options;
   options.reserve = KFLMapOptions::Inside;
   Storage larger(new KFLCacheStorage(storage_->getPath()));
