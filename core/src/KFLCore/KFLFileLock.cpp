@@ -186,13 +186,28 @@ class KFLFileLock::Ticket {
 
 KFLFileLock::~KFLFileLock() {
   if (isOpen()) clearLock(getDescriptor(), kAll);
+  close();
+}
+
+void KFLFileLock::close() {
+  const KFLForkPause pause;
+  forked();
+}
+
+// Closing the child's copy leaves the parent's lock alone.
+void KFLFileLock::forked() noexcept {
+  if (descriptor_ >= 0) KFLSystem::close(descriptor_);
+  descriptor_ = -1;
 }
 
 int KFLFileLock::open(const std::string& path, int access) {
   KFLMapOptions options;
   options.access = access;
-  const int opened = descriptor_.open([&] { return openGuarded(path, options); });
-  return opened < 0 ? -opened : 0;
+  const KFLForkPause pause;
+  const int opened = openGuarded(path, options);
+  if (opened < 0) return -opened;
+  descriptor_ = opened;
+  return 0;
 }
 
 bool KFLFileLock::isSameFile(const KFLMappedFile& mapped) const {
@@ -224,7 +239,7 @@ int KFLFileLock::tryLock(Kind kind) {
 // One that joins the queue between the look and the unlocking finds the word free at its next try.
 void KFLFileLock::unlock(KFLCacheHeader* header) {
   const bool isAwaited = header != nullptr && isLockedByOthers(getDescriptor(), kQueue);
-  if (!clearLock(getDescriptor(), kWord)) descriptor_.close();
+  if (!clearLock(getDescriptor(), kWord)) close();
   if (isAwaited) wakeAll(&header->lockWord);
 }
 

@@ -34,7 +34,7 @@ namespace KFL {
 
 struct KFLCacheHeader;
 
-class KFLFileLock final : public KFLRefCounter {
+class KFLFileLock final : public KFLRefCounter, KFLForkListener {
  public:
   enum class Kind { Alone, Shared };
 
@@ -44,8 +44,11 @@ class KFLFileLock final : public KFLRefCounter {
   // Opens the file that the path names; `access` as in KFLMapOptions. 0, or an errno with an error text.
   int open(const std::string& path, int access = KFLMapOptions::Read | KFLMapOptions::Write);
   // False in a forked child of the process that opened it, and when a lock could not be given back but by closing.
-  bool isOpen() const { return descriptor_.isOpen(); }
-  int getDescriptor() const { return descriptor_.get(); }
+  bool isOpen() const {
+    getForkGeneration();
+    return descriptor_ >= 0;
+  }
+  int getDescriptor() const { return descriptor_; }
   // Whether this is the file that is mapped.
   bool isSameFile(const KFLMappedFile& mapped) const;
 
@@ -76,11 +79,13 @@ class KFLFileLock final : public KFLRefCounter {
  private:
   class Ticket;
 
+  void close();
+  void forked() noexcept final;
   bool isQueueEmpty();
   bool isSleeperThere();
 
-  KFLOwnDescriptor descriptor_;
-  off_t sleeper_ = 0;  // the last ticket that was passed over; 0 when there is none
+  int descriptor_ = -1;  // as a KFLOwnDescriptor, whose place programs of the last release do not know
+  off_t sleeper_ = 0;    // the last ticket that was passed over; 0 when there is none
   std::map<std::uint64_t, std::uint32_t> held_;
 };
 

@@ -170,6 +170,10 @@ bool KFLMappedFile::isFile(dev_t device, ino_t inode) const {
   return memory_ != nullptr && device_ == device && inode_ == inode;
 }
 
+bool KFLMappedFile::isAtPath() const {
+  return isAtPath(0);
+}
+
 bool KFLMappedFile::isAtPath(std::size_t least) const {
   struct stat there {};
   if (KFLSystem::lstat(path_.c_str(), &there) == 0)

@@ -55,8 +55,9 @@ class KFLMappedFile : public KFLRefCounter {
   std::size_t getFileSize() const;
   // Whether the file that is mapped has these numbers.
   bool isFile(dev_t device, ino_t inode) const;
-  // Whether the path still names the file that is mapped, and that has so many bytes; also when that cannot be told.
-  bool isAtPath(std::size_t least = 0) const;
+  // Whether the path still names the file that is mapped, and that has at least so many bytes; also when that cannot be told.
+  bool isAtPath() const;
+  bool isAtPath(std::size_t least) const;
 
   // Makes the file at least so long, and gives these bytes their space on disk; at once when that was done. 0, or an errno
   // with an error text.
