@@ -67,10 +67,10 @@ bool skipSubscript(KFLBashCursor& at) {
 // ${!x@} and ${!x*}, a list of names; bash does not ask whether the beginning is one.
 bool isNameList(KFLBashCursor at) {
   if (isDigit(at.peek()) || !isNameCharacter(at.peek())) return false;
-  for (; !at.isAtEnd() && !isOneOf(at.peek(), "#%^,~:-=?+/@}");) {
+  for (bool mayClose = true; !at.isAtEnd() && !isOneOf(at.peek(), "#%^,~:-=?+/@}");) {
     KFLBashCursor end = at;
-    if (at.peek() != '[' || !skipSubscript(end)) end = at.ahead(1);
-    at = end;
+    mayClose = mayClose && (at.peek() != '[' || skipSubscript(end));
+    at = mayClose && at.peek() == '[' ? end : at.ahead(1);
   }
   return at.startsWith("@}") || (at.peek() == '}' && at.previous() == '*');
 }
@@ -139,7 +139,8 @@ void KFLBashScanner::dollar(bool quotes) {
     case '(':
       return substitution();
     case '{':
-      if (!isParameter(at_.ahead(2))) doubt(Reason::BadSubstitution);
+      // What follows is looked at once, and not again within it.
+      if (isOwnText() && !isParameter(at_.ahead(2))) doubt(Reason::BadSubstitution);
       return push(Context::Parameter, 2);
     case '[':
       return push(Context::SquareArithmetic, 2);

@@ -169,6 +169,9 @@ TEST(KFLBashStr, TakesAnyDepthAndLength) {
   EXPECT_EQ(kindOf("$((", "1", ") )"), Kind::Assignment);
   EXPECT_EQ(kindOf("1; { ", "", ""), Kind::Malformed);
   EXPECT_EQ(kindOf("=(", "", ""), Kind::Malformed);
+  EXPECT_EQ(kindOf("${x[", "1", "]}"), Kind::Assignment);
+  EXPECT_EQ(kindOf("${!x[[[[[[", "", ""), Kind::Malformed);
+  EXPECT_EQ(kindOf("1; ((", "", ""), Kind::Malformed);
 }
 
 TEST(KFLBashSafe, GivesTheReason) {

@@ -116,31 +116,43 @@ int ConfigAssignments::parse(ConfigAssignment& assignment) {
   return kind;
 }
 
-void ConfigOutput::beginLine(std::string_view line) {
-  lineBegin_ = pending_.size();
+void ConfigOutput::addLine(std::string_view line) {
+  settle();
   pending_.append(line);
+  endLine();
 }
 
-void ConfigOutput::replaceValue(std::size_t first, std::size_t old, const std::string& value) {
-  const std::size_t at = lineBegin_ + first;
-  if (value.size() + 2 > old) {
-    pending_.insert(at + old, value.size() + 2 - old, '"');
+void ConfigOutput::settle() {
+  if (ready_.empty()) return;
+  if (ready_.size() >= kOutputBlock) {
+    handOver();
+    out_.write(ready_.data(), static_cast<std::streamsize>(ready_.size()));
   } else {
-    pending_.erase(at + value.size() + 2, old - value.size() - 2);
+    pending_.append(ready_, 0, ready_.size() - 1);
+    endLine();
   }
-  pending_[at] = '"';
-  value.copy(&pending_[at + 1], value.size());
-  pending_[at + 1 + value.size()] = '"';
+  ready_ = {};
+}
+
+void ConfigOutput::handOver() {
+  if (!pending_.empty()) out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+  pending_.clear();
+}
+
+void ConfigOutput::addReplaced(std::string_view line, std::size_t first, std::size_t size,
+                               std::string_view value) {
+  settle();
+  pending_.append(line, 0, first).append(1, '"').append(value).append(1, '"').append(line, first + size);
+  endLine();
 }
 
 void ConfigOutput::endLine() {
   pending_ += '\n';
-  if (pending_.size() < kOutputBlock) return;
-  out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
-  pending_.clear();
+  if (pending_.size() >= kOutputBlock) handOver();
 }
 
 void ConfigOutput::addAssignment(const std::string& key, const std::string& value) {
+  settle();
   const std::size_t at = pending_.size();
   pending_ += key;
   for (std::size_t i = at; i < pending_.size(); ++i)
@@ -150,8 +162,8 @@ void ConfigOutput::addAssignment(const std::string& key, const std::string& valu
 }
 
 int ConfigOutput::finish() {
-  if (!pending_.empty()) out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
-  pending_.clear();
+  settle();
+  handOver();
   if (!out_.fail()) return 0;
   KFL::setErrorMessage("failed to write output stream");
   return -1;

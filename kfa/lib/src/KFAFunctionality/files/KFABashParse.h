@@ -82,7 +82,8 @@ template <class T>
 class FromStringConverter {
  public:
   explicit FromStringConverter(const std::string& text) { value_.fromString(text); }
-  operator T() const { return value_; }
+  operator T() const& { return value_; }
+  operator T() && { return std::move(value_); }
 
  private:
   T value_;
