@@ -158,6 +158,20 @@ concept TakesViews = requires(P& parser, std::string_view text) {
   parser.putViews(text, text);
 };
 
+// A parser that dismisses most of the names for which it has no value before their keys are made.
+template <class G>
+concept DismissesNames = requires(const G& parser, std::string_view name) {
+  parser.mayHave(name);
+};
+
+template <class G>
+bool mayHave(const G& parser, std::string_view name) {
+  if constexpr (DismissesNames<G>)
+    return parser.mayHave(name);
+  else
+    return true;
+}
+
 // The keys whose lines were rewritten.
 using WrittenKeys = KFAKeyIndex<bool>;
 
@@ -229,7 +243,7 @@ void rewriteLines(G& parser, std::istream& existing, ConfigOutput& out, WrittenK
       out.settle();
       if (!assignments.next()) return;
     }
-    bool isNew = assignments.read(assignment) == KFL::kBashAssignment;
+    bool isNew = assignments.read(assignment) == KFL::kBashAssignment && mayHave(parser, assignment.name);
     if (isNew) {
       assignLower(key, assignment.name);
       value.clear();

@@ -70,11 +70,12 @@ struct Item {
   const Entry* entry;
 };
 
-bool isBefore(const Item& a, const Item& b) {
+// An object, so that sorting has the comparison in it.
+constexpr auto isBefore = [](const Item& a, const Item& b) {
   if (a.word != b.word) return a.word < b.word;
   const int order = a.entry->key().compare(b.entry->key());
   return order != 0 ? order < 0 : a.entry->number < b.entry->number;
-}
+};
 
 // Keeps the order of equal words: byte by byte from the last one, where not all are alike.
 void sortByWord(std::span<Item> items, std::span<Item> spare) {
@@ -226,6 +227,15 @@ int KFARawConfigBashParser::putConfig(const std::map<std::string, std::string>& 
 int KFARawConfigBashParser::ParameterParserPut::put(const std::string& key, const char* value) {
   values_.emplace(key, value);
   return kParameterDone;
+}
+
+KFARawConfigBashParser::ParameterParserGet::ParameterParserGet(
+    const std::map<std::string, std::string>& values)
+    : values_(values), next_(values.begin()) {
+  constexpr std::size_t kFew = 64;
+  if (values.size() > kFew) lengths_ = ~lengths_;
+  for (auto it = values.begin(); it != values.end() && values.size() <= kFew; ++it)
+    lengths_ |= bitOf(it->first.size());
 }
 
 int KFARawConfigBashParser::ParameterParserGet::get(const std::string& key, std::string& value) {
