@@ -467,6 +467,26 @@ void insertLmdb(benchmark::State& state) {
 }
 BENCHMARK(insertLmdb)->Name("InsertLmdb")->Iterations(3)->UseManualTime();
 
+// One batch into a heap of which every other small block is free: how long the lock is held.
+void fragmentedOurs(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const KFL::KFLCacheChanges batch = changesOf({newItems().begin(), newItems().end()});
+  timeSteps(
+      state,
+      [&] {
+        Cache cache = openOurs(folder().fresh("ours-fragmented"));
+        KFL::KFLCacheChanges all, half;
+        for (std::size_t i = 0; i < count; ++i) {
+          all.put(keyOf(kMany + kItems + i), std::string(200, 'v'));
+          if (i % 2 == 0) half.remove(keyOf(kMany + kItems + i));
+        }
+        require(cache->apply(all) == 0 && cache->apply(half) == 0, "half of the items");
+        return cache;
+      },
+      [&](const Cache& cache) { require(cache->apply(batch) == 0, "the batch"); });
+}
+BENCHMARK(fragmentedOurs)->Name("FragmentedOurs")->Arg(40000)->Arg(400000)->Iterations(1)->UseManualTime();
+
 // Puts one item after the other, each in a change of its own, into a file that has them all already.
 template <bool isSynced>
 void putOurs(benchmark::State& state) {

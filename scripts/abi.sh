@@ -18,8 +18,34 @@ libraries() {
   find "$1" -name 'libK*.so' | sort
 }
 
+# symbolsOf LIBRARY [undeclared]: its exported symbols, mangled, that some header which is installed declares; or else those
+# that none does. A symbol is declared when every name that its demangled form is made of stands in a header.
 symbolsOf() {
-  nm -D --defined-only "$1" | awk '{print $NF}' | sed 's/@.*//' | LC_ALL=C sort -u
+  local symbols
+  symbols=$(nm -D --defined-only "$1" | awk '$2 != "A" {print $NF}' | sed 's/@.*//' | LC_ALL=C sort -u)
+  paste <(echo "$symbols") <(c++filt <<<"$symbols") | awk -F '\t' -v wanted="${2:-declared}" '
+    NR == FNR {known[$1]; next}
+    {
+      name = $2
+      sub(/ const$/, "", name)
+      while (gsub(/<[^<>]*>/, "", name)) {}
+      sub(/\(.*/, "", name)
+      gsub(/\[abi:[a-z0-9]*\]|~/, "", name)
+      sub(/.* /, "", name)
+      count = split(name, words, "::")
+      found = "declared"
+      if (name !~ /operator/)
+        for (i = 1; i <= count; ++i) if (!(words[i] in known)) found = "undeclared"
+      if (found == wanted) print $1
+    }' <(declaredNames) -
+}
+
+# The names in the headers that the release build installs.
+declaredNames() {
+  local folder="$kfaTop/build/abi/headers"
+  rm -rf "$folder"
+  cmake --install "$kfaTop/build/release" --component development --prefix "$folder" >/dev/null
+  find "$folder" -name '*.h' -exec grep -ohE '[A-Za-z_][A-Za-z_0-9]*' {} + | sort -u
 }
 
 compareSymbols() {
@@ -52,20 +78,11 @@ updateSymbols() {
   done < <(libraries "$kfaTop/build/release")
 }
 
-# listUndeclared BUILD: "LIBRARY: SYMBOL" for each, by the names that its demangled form is made of.
 listUndeclared() {
-  local library words
-  words=$(mktemp -d)
-  # shellcheck disable=SC2064 # the folder's name now
-  trap "rm -rf '$words'" RETURN
-  cmake --install "$1" --component development --prefix "$words/installed" >/dev/null
-  find "$words/installed" -name '*.h' -exec grep -ohE '[A-Za-z_][A-Za-z_0-9]*' {} + | sort -u >"$words/declared"
+  local library
   while read -r library; do
-    nm -DC --defined-only "$library" | cut -c20- | grep -v 'operator\|^KFA_[0-9]*$' | while read -r symbol; do
-      sed -E ':inner; s/<[^<>]*>//; t inner; s/\(.*//; s/\[abi:[a-z0-9]*\]//g; s/@.*//; s/.* //; s/~//; s/::/\n/g' <<<"$symbol" |
-        grep -qvxFf "$words/declared" && echo "$(basename "$library" .so): $symbol"
-    done
-  done < <(libraries "$1") || true
+    symbolsOf "$library" undeclared | c++filt | sed "s/^/$(basename "$library" .so): /"
+  done < <(libraries "$kfaTop/build/release")
 }
 
 # buildWithTypes SOURCE FOLDER
@@ -100,11 +117,11 @@ compareTypes() {
 case "${1:-}" in
   "" | --update | --undeclared)
     setUp build
-    buildPreset release
+    buildPreset release KFAFunctionality KFARemote
     case "${1:-}" in
       "") compareSymbols ;;
       --update) updateSymbols ;;
-      *) listUndeclared "$kfaTop/build/release" ;;
+      *) listUndeclared ;;
     esac
     ;;
   --types)

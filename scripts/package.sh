@@ -74,7 +74,7 @@ makeRoot() {
     return 1
   }
   mkdir -p "$1/packages"
-  cp "$out"/*.deb "$1/packages"
+  find "$out" -name "*.deb" ! -name "*-dbgsym_*" -exec cp {} "$1/packages" \;
 }
 
 testInstalled() {

@@ -184,9 +184,7 @@ class KFLFileLock::Ticket {
   microseconds asleep_{0};
 };
 
-// In a child that a bare clone() made, the locks are the parent's.
 KFLFileLock::~KFLFileLock() {
-  getForkGeneration();
   if (isOpen()) clearLock(getDescriptor(), kAll);
 }
 

@@ -70,8 +70,11 @@ class KFLOwnDescriptor final : KFLOwnNumber, KFLForkListener {
   }
   void close();
 
-  // False in a child of the process that opened it; in one that a bare clone() made, behind a getForkGeneration().
-  bool isOpen() const { return number >= 0; }
+  // False in a child of the process that opened it, however that was made.
+  bool isOpen() const {
+    getForkGeneration();
+    return number >= 0;
+  }
   int get() const { return number; }
 
  private:

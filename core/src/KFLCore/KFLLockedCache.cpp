@@ -38,9 +38,10 @@ void KFLLockedCache::mark() {
   if (manager().getHolder() != self) manager().setHolder(self);
 }
 
-// A word that names one who died, for whom nobody could put the file right, stays.
+// A word that names one who died, for whom nobody could put the file right, stays. A forked child has nothing to give back.
 void KFLLockedCache::leave() {
   isMine_ = false;
+  if (!fileLock().isOpen()) return;
   KFLCacheHeader* const header = storage_->header();
   if (header != nullptr && share_.isMarked && !share_.isDoubtful) manager().setHolder(0);
   share_.isMarked = share_.isDoubtful = false;

@@ -22,6 +22,8 @@ struct Heard {
 };
 
 void listen(const LogRecord& record, void* context) {
+  // What a sink says itself it does not hear.
+  KFL_LOG("KFLCommon", kLogInfo, "%s", "heard");
   auto& heard = *static_cast<Heard*>(context);
   const KFLLockGuard guard(heard.lock);
   heard.texts.push_back(std::to_string(record.level) + " " + record.module + " " + record.function + " " +
@@ -66,6 +68,7 @@ TEST_F(KFLLogTest, ASinkHearsEveryThread) {
   setLogSink(listen, &heard);
   setLogLevel(99);
   EXPECT_EQ(getLogLevel(), kLogDebug);
+  testing::internal::CaptureStderr();
   std::vector<std::jthread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
@@ -76,6 +79,7 @@ TEST_F(KFLLogTest, ASinkHearsEveryThread) {
   }
   threads.clear();
   setLogSink(nullptr, nullptr);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find(": heard\n"), std::string::npos);
   const KFLLockGuard guard(heard.lock);
   EXPECT_EQ(heard.texts.size(), 400U);
   EXPECT_EQ(heard.texts.front(), "4 KFLCommon operator() 0");

@@ -31,14 +31,17 @@ using Contents = std::map<std::string, std::string>;
 
 class Folder {
  public:
-  Folder() {
-    char name[] = "/tmp/kfacacheXXXXXX";
-    path_ = mkdtemp(name);
-  }
+  Folder() : Folder("/tmp") {}
+  // Where thousands of files would be brought to disk: in memory, if that can be.
+  static Folder inMemory() { return Folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp"); }
   ~Folder() { std::filesystem::remove_all(path_); }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
  private:
+  explicit Folder(const std::string& place) : path_(place + "/kfacacheXXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+  }
+
   std::string path_;
 };
 

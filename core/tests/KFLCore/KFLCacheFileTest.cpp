@@ -3,9 +3,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <random>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -81,14 +78,6 @@ TEST(CacheFile, AWrongWordGivesItsCodeAndMarksTheFileInvalid) {
                                                     : (Contents{{"key", "text"}}));
   }
   setLogLevel(kLogWarning);
-}
-
-TEST(CacheFile, AFileThatIsNotAtFaultIsNotRemoved) {
-  const Folder folder;
-  put(*openCache(folder / "cache"), "key", "text");
-  EXPECT_EQ(removeLockedCacheFile(folder / "cache", -2), 0);
-  EXPECT_EQ(contentsOf(*openCache(folder / "cache")), (Contents{{"key", "text"}}));
-  EXPECT_EQ(removeLockedCacheFile(folder / "missing", -14), 0);
 }
 
 TEST(CacheFile, SomebodyElsesFileIsRefused) {
@@ -174,26 +163,6 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   auto* const memory = static_cast<volatile char*>(storage->getMemory());
   *memory = *memory;
   cache->unlock(storage);
-}
-
-TEST(CacheFile, ThreadsShareOneCache) {
-  const Folder folder;
-  Cache cache = openCache(folder / "cache");
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 50; ++i) {
-        const std::string text = std::to_string(i);
-        EXPECT_EQ(put(*cache, std::to_string(t), text), 0);
-        KFLCacheSnapshot snapshot;
-        EXPECT_EQ(cache->hold(snapshot), 0);
-        EXPECT_EQ(snapshot.getText(snapshot.find(std::to_string(t))), text);
-      }
-    });
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(contentsOf(*cache).size(), 4U);
-  EXPECT_EQ(lostBytes(folder / "cache"), 0U);
 }
 
 TEST(CacheFile, WithoutAFileOpenThereIsACode) {

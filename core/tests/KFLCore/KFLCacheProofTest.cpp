@@ -156,7 +156,7 @@ TEST(KFLCacheProof, EveryFaultIsFoundInOneWalkUpToABlockAtFault) {
 
 // A file that is in use: items of all sizes, snapshots that are held, free blocks between.
 std::string makeUsedFile(std::mt19937& random) {
-  const Folder folder;
+  const Folder folder = Folder::inMemory();
   const Cache cache = openCache(folder / "cache", {.growth = 4096});
   std::vector<KFLCacheSnapshot> held(3);
   for (int step = 0; step < 25; ++step) {

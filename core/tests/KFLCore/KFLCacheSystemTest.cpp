@@ -177,7 +177,7 @@ class Place {
 
  private:
   const Use& use_;
-  const Folder folder_;
+  const Folder folder_ = Folder::inMemory();
   const std::string path_;
   Cache onlooker_;
   KFLCacheSnapshot held_;

@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The heap against a naive twin that knows blocks as a list of sizes, over random calls.
+// The heap against a naive twin that knows what each unit is for, over random calls.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <list>
 #include <map>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <KFLCore/KFLCacheProof.h>
 #include <KFLCore/KFLSharedMemoryManager.h>
 
 namespace {
@@ -23,63 +24,38 @@ struct alignas(8) Memory {
   std::byte bytes[kMemory] = {};
 };
 
-// Blocks in the order of addresses; neighbours that are free are one.
-class Twin {
- public:
-  explicit Twin(std::size_t size) { blocks_.push_back({kHeader, (size - kHeader) / 8, true}); }
+// Every unit of the heap: 'f' when it is free, 'u' when it is in use. What is free side by side is one block.
+struct Twin {
+  std::string units;
+  std::map<std::size_t, std::size_t> used{};  // first units and numbers of units
 
   // Where the data go; 0 when they do not fit.
   std::size_t allocate(std::size_t size) {
-    if (size == 0 || free() < size + 8) return 0;
     const std::size_t need = (size + 7) / 8 + 1;
-    auto best = blocks_.end();
-    for (auto at = blocks_.begin(); at != blocks_.end(); ++at) {
-      if (!at->free || at->units < need) continue;
-      const bool fitsWell = 4 * (at->units - need) <= at->units;
-      if (best == blocks_.end() || fitsWell || at->units < best->units) best = at;
+    if (size == 0 || free() < size + 8) return 0;
+    std::size_t best = 0, room = 0;
+    for (std::size_t at = units.find('f'), end = 0; at != std::string::npos; at = units.find('f', end)) {
+      end = std::min(units.find('u', at), units.size());
+      const bool fits = end - at >= need;
+      const bool fitsWell = fits && 4 * (end - at - need) <= end - at;
+      if (fitsWell || (fits && (room == 0 || end - at < room))) best = at, room = end - at;
       if (fitsWell) break;
     }
-    if (best == blocks_.end()) return 0;
-    if (best->units <= need + 1) {
-      best->free = false;
-      return best->offset + 8;
-    }
-    best->units -= need;
-    const Block tail{best->offset + best->units * 8, need, false};
-    blocks_.insert(std::next(best), tail);
-    return tail.offset + 8;
+    if (room == 0) return 0;
+    const std::size_t taken = room <= need + 1 ? room : need;
+    const std::size_t start = best + room - taken;
+    mark(start, used[start] = taken, 'u');
+    return kHeader + 8 * start + 8;
   }
   void deallocate(std::size_t data) {
-    for (Block& block : blocks_)
-      if (block.offset == data - 8) block.free = true;
-    merge();
+    const std::size_t start = (data - 8 - kHeader) / 8;
+    mark(start, used[start], 'f');
+    used.erase(start);
   }
-  void grow(std::size_t size) {
-    blocks_.push_back({end(), size / 8, true});
-    merge();
-  }
-  std::size_t end() const { return blocks_.back().offset + blocks_.back().units * 8; }
+  void mark(std::size_t start, std::size_t count, char use) { units.replace(start, count, count, use); }
   std::size_t free() const {
-    std::size_t sum = 0;
-    for (const Block& block : blocks_)
-      sum += block.free ? block.units * 8 : 0;
-    return sum;
+    return 8 * static_cast<std::size_t>(std::count(units.begin(), units.end(), 'f'));
   }
-
- private:
-  struct Block {
-    std::size_t offset;
-    std::size_t units;
-    bool free;
-  };
-  void merge() {
-    for (auto at = blocks_.begin(); at != blocks_.end(); ++at)
-      while (at->free && std::next(at) != blocks_.end() && std::next(at)->free) {
-        at->units += std::next(at)->units;
-        blocks_.erase(std::next(at));
-      }
-  }
-  std::list<Block> blocks_;
 };
 
 TEST(SharedMemoryManager, DoesWhatTheTwinDoes) {
@@ -89,7 +65,7 @@ TEST(SharedMemoryManager, DoesWhatTheTwinDoes) {
     Memory memory;
     KFLSharedMemoryManager heap(memory.bytes);
     heap.create(8192, kHeader);
-    Twin twin(8192);
+    Twin twin{std::string((8192 - kHeader) / 8, 'f')};
     std::vector<std::pair<std::size_t, std::size_t>> used;  // offset and size
     for (int step = 0; step < 3000; ++step) {
       const auto what = random() % 100;
@@ -102,17 +78,18 @@ TEST(SharedMemoryManager, DoesWhatTheTwinDoes) {
         std::memset(data, static_cast<int>(offset / 8 % 251), size);
         used.emplace_back(offset, size);
       } else if (what < 99 && !used.empty()) {
-        const auto at = used.begin() + random() % used.size();
-        for (std::size_t i = 0; i < at->second; ++i)
-          ASSERT_EQ(memory.bytes[at->first + i], std::byte(at->first / 8 % 251)) << "step " << step;
-        heap.deallocate(memory.bytes + at->first);
-        twin.deallocate(at->first);
-        used.erase(at);
+        std::swap(used[random() % used.size()], used.back());
+        const auto [offset, size] = used.back();
+        used.pop_back();
+        for (std::size_t i = 0; i < size; ++i)
+          ASSERT_EQ(memory.bytes[offset + i], std::byte(offset / 8 % 251)) << "step " << step;
+        heap.deallocate(memory.bytes + offset);
+        twin.deallocate(offset);
       } else if (what == 99 && heap.getTotalSize() + 512 <= kMemory) {
         heap.grow(512);
-        twin.grow(512);
+        twin.units.append(512 / 8, 'f');
       }
-      ASSERT_EQ(heap.getTotalSize(), twin.end());
+      ASSERT_EQ(heap.getTotalSize(), kHeader + 8 * twin.units.size());
       ASSERT_EQ(heap.getTotalSize() - heap.getBytesInUse(), twin.free());
     }
   }

@@ -9,7 +9,6 @@
 
 #include <KFLFunctionality/KFLIPAddress.h>
 #include <KFLFunctionality/KFLIPv6.h>
-#include <KFLMessage/KFLMessage.h>
 
 namespace {
 
@@ -69,16 +68,6 @@ TEST(KFLIPAddress, TextsAreKeptAndUnderstood) {
 TEST(KFLIPAddress, TextWithANulByteIsNoAddress) {
   EXPECT_FALSE(KFLIPAddress(std::string("10.0.0.5\0", 9)).isValid());
   EXPECT_FALSE(KFLIPAddress(std::string("10.0.0.5/255.0.0.0\0x", 20)).isValid());
-}
-
-TEST(KFLIPAddress, EmptyElementCannotBeRead) {
-  KFL::KFLMessage message;
-  ASSERT_EQ(message.parse("<m><empty/><ip>dhcp</ip></m>"), 0);
-  KFLIPAddress address("10.0.0.1");
-  EXPECT_EQ(message.getIterator().getObj(address, "empty"), -1);
-  EXPECT_EQ(address, KFLIPAddress("10.0.0.1"));
-  EXPECT_EQ(message.getIterator().getObj(address, "ip"), 0);
-  EXPECT_EQ(address, KFLIPAddress("dhcp"));
 }
 
 TEST(KFLIPv4, RefusedTextLeavesTheAddress) {

@@ -160,20 +160,6 @@ TEST(KFLMessageCombinators, ListsStopAtTheFirstItemThatFails) {
   EXPECT_EQ(KFLReaderListEx(PointReader(), "absent", KFLReaderRequired)(it, items), -1);
 }
 
-TEST(KFLMessageCombinators, SimpleValuesAreTheTextOfTheElement) {
-  KFLMessage message("r");
-  KFLMessageIterator it = message.getIterator();
-  const std::vector<std::string> words = {"one", "", "three"};
-  EXPECT_EQ(KFLWriterListEx(KFLWriterSimple<std::string>(), "w")(it, words), 0);
-  EXPECT_EQ(message.toString(), "<r><w>one</w><w/><w>three</w></r>");
-  std::vector<std::string> read;
-  EXPECT_EQ(KFLReaderListEx(KFLReaderSimple<std::string>(), "w")(it, read), 0);
-  EXPECT_EQ(read, words);
-  EXPECT_EQ(it.putObject(true, KFLWriterSimple<bool>(), "flag"), 0);
-  int number = 0;
-  EXPECT_EQ(it.getObject(number, KFLReaderSimple<int>(), "flag"), -1);
-}
-
 struct Base {
   virtual ~Base() = default;
 };

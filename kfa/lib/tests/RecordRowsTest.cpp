@@ -90,6 +90,20 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
       {"KFANetVEth", "name host_routed", "-/r: a network device has no interface name"},
       {"KFANetVEth", "mac=m", "-/r: a network device has no interface name"},
       {"KFANetVEth", "name=eth0", "="},
+      {"KFLEnv", "eid=none", "-/r/eid: \"none\" is no GUID"},
+      {"KFLEnv", "eid=6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413 parent_eid status=7",
+       "eid=6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413 parent_eid=00000000-0000-0000-0000-000000000000 status=7 "
+       "alert_type=0 alert_type=0 alert_type=0 alert_type=0 alert_type=0"},
+      {"KFLEnv",
+       "eid=6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413 parent_eid=00000000-0000-0000-0000-000000000000 status=0 "
+       "alert_type=3 alert_type=1 alert_type=1 alert_type=1 alert_type=4",
+       "="},
+      {"KFLEnv",
+       "eid=6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413 alert_type=3 alert_type=1 alert_type=1 alert_type=1 "
+       "alert_type=4 alert_type=1",
+       "-/r: 6 elements alert_type are too many"},
+      {"KFLEnv", "eid=6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413 alert_type=loud",
+       "-/r/alert_type: 'loud' is no 32-bit number"},
       {"KFLDevMountInfo", "device=d mount_point=p",
        "device=d mount_point=p file_system=auto read_only=false auto_mount=false size=0"},
       {"KFLNetNIC", "name=eth1", "="},
@@ -121,6 +135,7 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
        "name=n architecture kind os_template=false is_cached=false uptodate=false"},
       {"KFAPackageKFTemplateStd", "name=n",
        "name=n architecture kind os_template=false is_cached=false uptodate=false is_standard=false"},
+      {"KFATemplateObject", "item{kind=k}", "-/r/item: element name is missing"},
       // Updates.
       {"KFAUpdateServiceSettings", "check_period=Sunday check_interval=1",
        "-/r/check_period: 'Sunday' is no known name; monday, tuesday, wednesday, thursday, friday, saturday "

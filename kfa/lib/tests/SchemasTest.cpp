@@ -5,9 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,6 +18,7 @@
 #include <KFLMessage/KFLSchemaWriter.h>
 
 #include "MessageExamples.h"
+#include "files/FilesTest.h"
 
 namespace {
 
@@ -33,11 +32,6 @@ namespace fs = std::filesystem;
 [[maybe_unused]] const KFL::KFLFieldTable& (*const libraryIsUsed)() = &KFA::KFANetVEth::fields;
 
 const fs::path kFolder = fs::path(KFA_SOURCE_DIR) / "data/schema";
-
-std::string contentOf(const fs::path& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 TEST(Schemas, FilesAreThoseThatTheTablesMake) {
   std::size_t files = 0;
@@ -55,18 +49,12 @@ TEST(Schemas, FilesAreThoseThatTheTablesMake) {
 // both.
 class SchemasJudge : public testing::Test {
  protected:
-  SchemasJudge() {
-    std::string pattern = fs::temp_directory_path() / "kfa-schemas-XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-  }
-  ~SchemasJudge() override { fs::remove_all(folder_); }
-
   void SetUp() override {
     if (std::system("xmllint --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "xmllint is not installed";
   }
 
   void add(KFLMessage& message, const std::string& file, const std::string& xml) {
-    std::ofstream(folder_ / file) << xml;
+    makeFile(folder_ / file, xml);
     const std::string_view uri = message.getIterator().getNamespace();
     files_[uri == KFL::kTypesNamespaceURI ? KFA::kTypesURI : std::string(uri)].push_back(file);
   }
@@ -78,7 +66,7 @@ class SchemasJudge : public testing::Test {
       for (const std::string& file : files) {
         EXPECT_TRUE(hasLine(output, file + " " + verdict))
             << file << " should be one that " << verdict << ":\n"
-            << contentOf(folder_ / file) << reportOn(file, output);
+            << contentOf(folder_ / file) << output;
       }
     }
   }
@@ -86,7 +74,7 @@ class SchemasJudge : public testing::Test {
  private:
   // What xmllint prints of the files.
   std::string judge(const std::string& uri, const std::vector<std::string>& files) const {
-    std::string command = "cd '" + folder_.string() + "' && xmllint --nonet --noout --schema '";
+    std::string command = "cd '" + folder_.path().string() + "' && xmllint --nonet --noout --schema '";
     for (const KFL::KFLSchema& schema : KFL::makeSchemas())
       if (schema.namespaceUri == uri) command += (kFolder / schema.name).string() + ".xsd'";
     for (const std::string& file : files)
@@ -101,16 +89,7 @@ class SchemasJudge : public testing::Test {
   static bool hasLine(const std::string& output, const std::string& line) {
     return ("\n" + output).find("\n" + line + "\n") != std::string::npos;
   }
-  // The lines of the output that speak of a file.
-  static std::string reportOn(const std::string& file, const std::string& output) {
-    std::istringstream lines(output);
-    std::string report;
-    for (std::string line; std::getline(lines, line);)
-      if (line.starts_with(file)) report += line + "\n";
-    return report.empty() ? output : report;
-  }
-
-  fs::path folder_;
+  TemporaryFolder folder_;
   std::map<std::string, std::vector<std::string>> files_;  // by namespace
 };
 

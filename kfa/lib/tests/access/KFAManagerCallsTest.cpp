@@ -68,7 +68,7 @@ TEST(KFAManagerCalls, AnswerIsThatOfALocalCall) {
   EXPECT_EQ(
       codesOf(direct),
       " 0** 0* -2* -2* 0* -2* -1* 0* 0 0 0* 0 -2 0 -2 0 -2 0* 0* 0 0* 0*** 0** 0* 0* -2* -2* 0* 0 -1 -1 0***"
-      " 0* 0* -2* 0 0 -2 0** -1 0 0 -2 0* -2* 0* 0 0* 0* 0* 0* -2* 0* -2* -2* 0** 0* -2* 0 0* 0* -2* -1* -2"
+      " 0* 0* -2* 0 0 -2 0** -1 0 0 -2 0* -2* 0* 0 0* 0* 0* 0* -2* 0* -2* 0 -2 0** 0* -2* 0 0* 0* -2* -1* -2"
       " 0 -1 0* 0* 0 -2 0 0** 0** -2** 0 0* 0* 0 0* 0* 0 0* 0* 0* 0* 0* -2* -2* -1 0 -2 0 -2");
   for (const KFAManagerOperation& operation : listManagerOperations())
     EXPECT_TRUE(there.loopback->called.contains(std::string(operation.manager) + "." + operation.name))

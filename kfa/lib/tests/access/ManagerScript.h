@@ -229,6 +229,7 @@ class ManagerScript {
     call("install unknown", m, &M::install, kSecond, std::vector{unknown}, changed);
     call("remove", m, &M::remove, kSecond, packages, changed);
     call("remove again", m, &M::remove, kSecond, packages, changed);
+    call("list", m, &M::list, kSecond, packages);
     call("list nobody", m, &M::list, kNobody, packages);
   }
   void callProcesses(KFA::KFAProcessM& m) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory that runs out in configuration files, the files of a node, network entries, vocabularies, formulas, access points,
 // schemas and caches.
+#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
@@ -68,42 +69,23 @@ std::string textOf(const KFAEnvConfig& config) {
   return text;
 }
 
-// A stream that hands its text out in pieces, so that lines are joined.
-class PieceBuffer : public std::streambuf {
- public:
-  explicit PieceBuffer(std::string text) : text_(std::move(text)) {}
-  void rewind() {
-    at_ = 0;
-    setg(nullptr, nullptr, nullptr);
-  }
-
- protected:
-  int underflow() override {
-    if (at_ == text_.size()) return traits_type::eof();
-    const std::size_t size = std::min<std::size_t>(7, text_.size() - at_);
-    char* const begin = text_.data() + at_;
-    setg(begin, begin, begin + size);
-    at_ += size;
-    return traits_type::to_int_type(*begin);
-  }
-
- private:
-  std::string text_;
-  std::size_t at_ = 0;
-};
-
 // --- Parsers --------------------------------------------------------------------------------------------------------
 
+// A file that is read in pieces, so that lines are joined.
 template <class Record>
 struct Reading {
-  Reading(const std::string& text, Record r) : buffer(text), in(&buffer), record(std::move(r)) {}
-  std::istream& begin() {
-    buffer.rewind();
-    in.clear();
-    return in;
+  Reading(const std::string& text, Record r) : record(std::move(r)) {
+    makeFile(folder / "file", text);
+    in.rdbuf()->pubsetbuf(piece, sizeof(piece));
+    in.open(folder / "file");
   }
-  PieceBuffer buffer;
-  std::istream in;
+  std::istream& begin() {
+    in.clear();
+    return in.seekg(0);
+  }
+  TemporaryFolder folder;
+  char piece[7];
+  std::ifstream in;
   Record record;
   std::string out;
 };

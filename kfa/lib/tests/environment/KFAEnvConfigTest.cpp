@@ -315,35 +315,30 @@ TEST(KFAEnvConfig, PathsNeedTheVariableAndTheVeid) {
 namespace Disk = HardDisk::List;
 using DisksSP = boost::shared_ptr<Disk::Base>;
 
+const char* const kGuid = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
+
 template <class Image>
-Disk::Images<Image> images(const char* guid) {
+DisksSP images(const char* guid) {
   Image image;
   image.setGUID(KFLGUID(guid));
-  return Disk::Images<Image>({image, Image()});
+  return boost::make_shared<Disk::Images<Image>>(std::vector<Image>{image, Image()});
 }
-
-const char* const kGuid = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
 
 TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
   HardDisk::KfFS area;
   area.setName("/srv/private/101");
-  const Disk::KfFS boundArea(area);
   const Disk::KfFS freeArea;
-  const auto boundZloop = images<HardDisk::Zloop>(kGuid);
-  const auto freeZloop = images<HardDisk::Zloop>("");
-  const auto boundLoopback = images<HardDisk::Loopback>(kGuid);
-  const Disk::Images<HardDisk::Loopback> noImages;
   const struct {
     const char* what;
-    const Disk::Base* disks;
+    DisksSP disks;
     int result;
   } rows[] = {
-      {"an area with a path", &boundArea, -1},
-      {"an area without", &freeArea, 0},
-      {"an image with a GUID", &boundZloop, -1},
-      {"an image without", &freeZloop, 0},
-      {"a loopback image with a GUID", &boundLoopback, -1},
-      {"no images", &noImages, 0},
+      {"an area with a path", boost::make_shared<Disk::KfFS>(area), -1},
+      {"an area without", boost::make_shared<Disk::KfFS>(), 0},
+      {"an image with a GUID", images<HardDisk::Zloop>(kGuid), -1},
+      {"an image without", images<HardDisk::Zloop>(""), 0},
+      {"a loopback image with a GUID", images<HardDisk::Loopback>(kGuid), -1},
+      {"no images", boost::make_shared<Disk::Images<HardDisk::Loopback>>(), 0},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -351,7 +346,7 @@ TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
     DisksSP disks = boost::make_shared<Disk::KfFS>();
     EXPECT_EQ(config.getHardDisks(disks), 0);
     EXPECT_EQ(disks, nullptr);
-    ASSERT_EQ(config.setHardDisks(row.disks), 0);
+    ASSERT_EQ(config.setHardDisks(row.disks.get()), 0);
     ASSERT_EQ(config.getHardDisks(disks), 0);
     ASSERT_NE(disks, nullptr);
     EXPECT_EQ(typeid(*disks), typeid(*row.disks));

@@ -40,17 +40,12 @@ int setIn(const std::filesystem::path& path, const std::string& key, const std::
   return KFAConfigFile(path).set(kRules, {{key, value}}, {}, how);
 }
 
-// The exit status of a process, or 1000 and the signal that ended it.
-int endOf(pid_t child) {
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
 int inChild(const std::function<int()>& work) {
   const pid_t child = fork();
   if (child == 0) _exit(work());
-  return endOf(child);
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
 }
 
 int locked(const std::filesystem::path& path) {

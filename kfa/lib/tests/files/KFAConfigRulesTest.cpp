@@ -14,6 +14,7 @@
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFile.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
@@ -213,66 +214,69 @@ TEST(SetConfigValues, SetThenGetThenSetBack) {
 
 struct SetRow {
   const char* before;
-  KFAConfigChanges changes;
-  const char* after;  // or the beginning of the error text, "f:"
+  std::string changes;  // KEY=VALUE, with | between them
+  const char* after;    // or the beginning of the error text, "f:"
   KFA::KFASetOptions options = {};
 };
+
+KFAConfigChanges changesOf(const std::string& text) {
+  KFAConfigChanges changes;
+  for (std::size_t at = 0, end = 0; at <= text.size(); at = end + 1) {
+    end = std::min(text.find('|', at), text.size());
+    const std::size_t equals = text.find('=', at);
+    changes.emplace_back(text.substr(at, equals - at), text.substr(equals + 1, end - equals - 1));
+  }
+  return changes;
+}
 
 const KFA::KFASetOptions kUnsafe{true, false};
 const KFA::KFASetOptions kForce{false, true};
 
 const SetRow kSets[] = {
-    {"ONBOOT=no # c\nNAME='x'", {{"OnBoot", "yes"}}, "ONBOOT=\"yes\" # c\nNAME='x'\n"},
-    {"",
-     {{"ve_type", "regular"}, {"NUMPROC", "1"}, {"avnumproc", "2"}, {"ARCH", "x86"}},
+    {"ONBOOT=no # c\nNAME='x'", "OnBoot=yes", "ONBOOT=\"yes\" # c\nNAME='x'\n"},
+    {"", "ve_type=regular|NUMPROC=1|avnumproc=2|ARCH=x86",
      "AVNUMPROC=\"2\"\nARCH=\"x86\"\nVE_TYPE=\"regular\"\nNUMPROC=\"1\"\n"},
     // A host-routed device and IP_ADDRESS must say the same.
-    {"IP_ADDRESS=1.1.1.1\nNETIF='ifname=e,nettype=host-routed,ip=2.2.2.2'\n",
-     {{"IP_ADDRESS", "3.3.3.3"}},
+    {"IP_ADDRESS=1.1.1.1\nNETIF='ifname=e,nettype=host-routed,ip=2.2.2.2'\n", "IP_ADDRESS=3.3.3.3",
      "f: IP_ADDRESS: the host-routed e of NETIF makes IP_ADDRESS \"2.2.2.2\"; the same addresses are wanted"},
-    {"NETIF='ifname=eth0;ifname=venet0,nettype=host-routed,ip=2.2.2.2'\n",
-     {{"IP_ADDRESS", "dhcp"}},
+    {"NETIF='ifname=eth0;ifname=venet0,nettype=host-routed,ip=2.2.2.2'\n", "IP_ADDRESS=dhcp",
      "f: IP_ADDRESS: the host-routed venet0 of NETIF makes"},
-    {"IP_ADDRESS=1.1.1.1\n",
-     {{"NETIF", "ifname=eth0;ifname=eth1,nettype=host-routed"}},
+    {"IP_ADDRESS=1.1.1.1\n", "NETIF=ifname=eth0;ifname=eth1,nettype=host-routed",
      "f: NETIF: the host-routed eth1 of NETIF makes IP_ADDRESS \"\""},
     {"IP_ADDRESS=1.1.1.1\n",
-     {{"NETIF", "ifname=e,nettype=host-routed,ip=2.2.2.2:3.3.3.3"}, {"IP_ADDRESS", "2.2.2.2 3.3.3.3"}},
+     "NETIF=ifname=e,nettype=host-routed,ip=2.2.2.2:3.3.3.3|IP_ADDRESS=2.2.2.2 3.3.3.3",
      "IP_ADDRESS=\"2.2.2.2 3.3.3.3\"\nNETIF=\"ifname=e,nettype=host-routed,ip=2.2.2.2:3.3.3.3\"\n"},
-    {"",
-     {{"NETIF", "ifname=e,nettype=host-routed,ip=2.2.2.2"}},
+    {"", "NETIF=ifname=e,nettype=host-routed,ip=2.2.2.2",
      "NETIF=\"ifname=e,nettype=host-routed,ip=2.2.2.2\"\n"},
-    {"", {{"NETIF", "ifname=eth0;mac=1,speed=2"}}, "f: NETIF: \"mac=1,speed=2\" has no ifname; "},
-    {"TECHNOLOGIES=x86\n", {{"ARCH", "i386"}}, "TECHNOLOGIES=x86\nARCH=\"i386\"\n"},
-    {"TECHNOLOGIES=x86\n", {{"ARCH", "ia64"}}, "f: ARCH: \"ia64\" would be read as \"x86\", since TECHNOLOG"},
-    {"TECHNOLOGIES=x\n",
-     {{"ARCH", "ia64"}, {"TECHNOLOGIES", "ia64"}},
-     "TECHNOLOGIES=\"ia64\"\nARCH=\"ia64\"\n"},
-    {"", {{"ONBOOT", "true"}}, "f: ONBOOT: \"true\" would be read as \"no\"; yes or no is wanted"},
-    {"", {{"ONBOT", "yes"}}, "f: ONBOT: not a key of an environment file"},
-    {"", {{"ONBOOT", "yes"}, {"onboot", "no"}}, "f: ONBOOT is given two values"},
-    {"", {{"ONBOOT", "yes"}, {"onboot", "yes"}}, "ONBOOT=\"yes\"\n"},
-    {"", {{"NAME", "$(reboot)"}}, "f: NAME: character 1: "},
-    {"", {{"NAME", "a\nb"}}, "f: NAME: character 2: a newline", kUnsafe},
-    {"", {{"NAME", std::string("a\0b", 3)}}, "f: NAME: character 2: a NUL", kUnsafe},
-    {"", {{"NAME", "$(reboot)"}}, "NAME=\"$(reboot)\"\n", kUnsafe},
-    {"A=1\nNAME=\"x\nONBOOT=no\n", {{"ONBOOT", "yes"}}, "f:2:6: the double quote is not closed"},
-    {"A=1\nNAME=\"x\nONBOOT=no\n", {{"ONBOOT", "yes"}}, "A=1\nNAME=\"x\nONBOOT=\"yes\"\n", kForce},
-    {"echo \\\nONBOOT=no\n", {{"ONBOOT", "yes"}}, "f:1:6: the next line belongs to this one"},
-    {"cat <<EOF\nONBOOT=no\nEOF\n", {{"ONBOOT", "yes"}}, "f:1:9: the next line belongs to this one"},
-    {"# it's \\\nONBOOT=no\n", {{"ONBOOT", "yes"}}, "# it's \\\nONBOOT=\"yes\"\n"},
+    {"", "NETIF=ifname=eth0;mac=1,speed=2", "f: NETIF: \"mac=1,speed=2\" has no ifname; "},
+    {"TECHNOLOGIES=x86\n", "ARCH=i386", "TECHNOLOGIES=x86\nARCH=\"i386\"\n"},
+    {"TECHNOLOGIES=x86\n", "ARCH=ia64", "f: ARCH: \"ia64\" would be read as \"x86\", since TECHNOLOG"},
+    {"TECHNOLOGIES=x\n", "ARCH=ia64|TECHNOLOGIES=ia64", "TECHNOLOGIES=\"ia64\"\nARCH=\"ia64\"\n"},
+    {"", "ONBOOT=true", "f: ONBOOT: \"true\" would be read as \"no\"; yes or no is wanted"},
+    {"", "ONBOT=yes", "f: ONBOT: not a key of an environment file"},
+    {"", "ONBOOT=yes|onboot=no", "f: ONBOOT is given two values"},
+    {"", "ONBOOT=yes|onboot=yes", "ONBOOT=\"yes\"\n"},
+    {"", "NAME=$(reboot)", "f: NAME: character 1: "},
+    {"", "NAME=a\nb", "f: NAME: character 2: a newline", kUnsafe},
+    {"", std::string("NAME=a\0b", 8), "f: NAME: character 2: a NUL", kUnsafe},
+    {"", "NAME=$(reboot)", "NAME=\"$(reboot)\"\n", kUnsafe},
+    {"A=1\nNAME=\"x\nONBOOT=no\n", "ONBOOT=yes", "f:2:6: the double quote is not closed"},
+    {"A=1\nNAME=\"x\nONBOOT=no\n", "ONBOOT=yes", "A=1\nNAME=\"x\nONBOOT=\"yes\"\n", kForce},
+    {"echo \\\nONBOOT=no\n", "ONBOOT=yes", "f:1:6: the next line belongs to this one"},
+    {"cat <<EOF\nONBOOT=no\nEOF\n", "ONBOOT=yes", "f:1:9: the next line belongs to this one"},
+    {"# it's \\\nONBOOT=no\n", "ONBOOT=yes", "# it's \\\nONBOOT=\"yes\"\n"},
 };
 
 const SetRow kRawSets[] = {
-    {"foo=1\n", {{"FOO", "true"}, {"b_2", "x y"}, {"A", ""}}, "foo=\"true\"\nA=\"\"\nB_2=\"x y\"\n"},
-    {"", {{"2A", "x"}}, "f: 2A: not a name that a shell takes"},
-    {"", {{"a-b", "x"}}, "f: A-B: not a name"},
-    {"", {{"export a", "x"}}, "f: EXPORT A: not a name"},
-    {"", {{"", "x"}}, "f: : not a name"},
-    {"", {{"A", "1"}, {"uid", "0"}}, "f: UID: a variable that bash itself sets"},
-    {"", {{"groups", "0"}}, "f: GROUPS: a variable that bash itself sets"},
-    {"uid=1\n", {{"UID", "0"}}, "uid=\"0\"\n"},
-    {"uid=1\n", {{"UID", "0"}, {"FUNCNAME", "x"}}, "f: FUNCNAME: a variable"},
+    {"foo=1\n", "FOO=true|b_2=x y|A=", "foo=\"true\"\nA=\"\"\nB_2=\"x y\"\n"},
+    {"", "2A=x", "f: 2A: not a name that a shell takes"},
+    {"", "a-b=x", "f: A-B: not a name"},
+    {"", "export a=x", "f: EXPORT A: not a name"},
+    {"", "=x", "f: : not a name"},
+    {"", "A=1|uid=0", "f: UID: a variable that bash itself sets"},
+    {"", "groups=0", "f: GROUPS: a variable that bash itself sets"},
+    {"uid=1\n", "UID=0", "uid=\"0\"\n"},
+    {"uid=1\n", "UID=0|FUNCNAME=x", "f: FUNCNAME: a variable"},
 };
 
 template <std::size_t N>
@@ -280,7 +284,8 @@ void expectSets(const KFA::KFAConfigRules& rules, const SetRow (&rows)[N]) {
   for (const SetRow& row : rows) {
     const bool refused = std::string(row.after).rfind("f:", 0) == 0;
     std::string after = "untouched";
-    EXPECT_EQ(KFA::setConfigValues(rules, row.changes, row.options, row.before, "f", after), refused ? -1 : 0)
+    EXPECT_EQ(KFA::setConfigValues(rules, changesOf(row.changes), row.options, row.before, "f", after),
+              refused ? -1 : 0)
         << row.after << "\n"
         << KFL::getErrorMessage();
     const std::string text = refused ? KFL::getErrorMessage() : after;
@@ -295,6 +300,7 @@ TEST(SetConfigValues, ChangesWhatItIsGivenOrRefuses) {
 
 TEST(SetConfigValues, TakesAnyNameAndValueInARawFile) {
   expectSets(KFA::KFARawConfigRules(), kRawSets);
+  EXPECT_EQ(KFA::KFAGlobalConfigRules().accept("2A", "x"), -1);
 }
 
 struct CheckRow {
@@ -324,6 +330,7 @@ const CheckRow kChecks[] = {
      {"1:1: warning: +=", "2:1: warning: an array", "3:7: warning: a blank"}},
     {"HOSTNAME=a\r\n", {"1:11: warning: a carriage return"}},
     {"ONBOOT=yes\r\n", {"1:8: error: ONBOOT: \"yes\\x0d\" would be", "1:11: warning: a carriage return"}},
+    {"ONBOOT=\x1b\n", {"1:8: error: ONBOOT: \"\\x1b\" would be", "1:8: warning: ONBOOT cannot be"}},
     {"ls \\\nONBOOT=yes\n", {"1:4: warning: the next line belongs"}},
     {"NAME=\"x\nONBOOT=yes\n", {"1:6: error: the double quote is not closed"}},
 };

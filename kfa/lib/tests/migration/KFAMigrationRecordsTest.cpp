@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Records that extend core records: clone options, notes on a node, and the two of the global configuration.
+// Records that extend core records: what makes them, and what they keep beside them.
 #include <string>
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
 #include <KFAFunctionality/environment/KFAEnv.h>
+#include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/environment/KFAVtInfo.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFALogOptions.h>
@@ -66,30 +67,36 @@ TEST(KFAMigratorCloneOptions, FlagIsWrittenOnlyWhenTrueAndSpecifiedOnceRead) {
 }
 
 TEST(KFAMigratorCloneOptions, ReadingMakesAConfigurationOrFillsTheOneThatIsThere) {
-  KFLMessage empty;
   Options options;
-  KFLMessageIterator it = empty.getIterator();
-  ASSERT_EQ(it.putObj(options), 0);
-  EXPECT_FALSE(it.hasChild(1185));
-  ASSERT_EQ(it.getObj(options), 0);
-  ASSERT_NE(options.getConfig(), nullptr);
-  EXPECT_FALSE(options.getConfig()->hasMsg());
-
-  const auto source = boost::make_shared<KFAEnvConfig>();
-  source->setHostname(std::string("web2"));
-  Options filled;
-  filled.setConfig(source);
-  filled.setVeids({7, -1});
-  KFLMessage message;
-  KFLMessageIterator at = message.getIterator();
-  ASSERT_EQ(at.putObj(filled), 0);
-  const Options::ConfigSP before = options.getConfig();
-  ASSERT_EQ(at.getObj(options), 0);
-  EXPECT_EQ(options.getConfig(), before);
+  EXPECT_EQ(elementsOf(options), Names());
+  ASSERT_EQ(readFrom("", options), 0);
+  const Options::ConfigSP made = options.getConfig();
+  ASSERT_NE(made, nullptr);
+  EXPECT_FALSE(made->hasMsg());
+  ASSERT_EQ(readFrom("<config><hostname>web2</hostname></config>", options), 0);
+  EXPECT_EQ(options.getConfig(), made);
   KFAEnvConfig::Text hostname;
-  before->getHostname(hostname);
+  made->getHostname(hostname);
   EXPECT_EQ(hostname, KFAEnvConfig::Text("web2"));
-  EXPECT_EQ(options.getVeids(), (std::set<int>{-1, 7}));
+}
+
+// Messages of agents that know no sub-type say nothing of it.
+TEST(KFAVPSType, ASubTypeThatIsAbsentStaysAsItWas) {
+  KFAVPSType type(1, 77);
+  ASSERT_EQ(readFrom("<kind>4</kind>", type), 0);
+  EXPECT_EQ(type, KFAVPSType(4, 77));
+}
+
+TEST(KFAVtSettings, OfflineServicesAreEnabledOnceRead) {
+  using List = std::vector<KFAOfflineService>;
+  KFAVtSettings settings;
+  settings.setOfflineServices(List{{"a", true}, {"b", false}});
+  EXPECT_EQ(elementsOf(settings), (Names{"offline_service", "offline_service", "qoses"}));
+  settings.setValues({{"stale", "1"}});
+  ASSERT_EQ(readFrom("<offline_service>a</offline_service><offline_service>b</offline_service>", settings),
+            0);
+  EXPECT_EQ(settings.getOfflineServices(), (KFAVtSettings::OfflineServices(List{{"a", true}, {"b", true}})));
+  EXPECT_TRUE(settings.getValues().empty());
 }
 
 }  // namespace

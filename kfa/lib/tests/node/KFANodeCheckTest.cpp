@@ -104,6 +104,7 @@ TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
     EXPECT_EQ(findings[0].rule, plant.rule);
     EXPECT_EQ(findings[0].veid, static_cast<int>(101 + second));
     EXPECT_EQ(findings[0].line, 2U);
+    EXPECT_EQ(findings[0].lineText, plant.second);
     EXPECT_EQ(findings[0].related, "/nowhere/" + std::to_string(101 + first) + ".conf:3");
     EXPECT_EQ(findings[0].severity, Finding::Severity::Error);
   }

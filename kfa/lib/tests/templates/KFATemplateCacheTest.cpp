@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // String IDs of templates, and the cache that the processes of a node share.
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -15,12 +13,13 @@
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLFolders.h>
 
+#include "../files/FilesTest.h"
+
 namespace {
 
 using KFA::KFATemplateCachePrototype;
 using KFA::KFATemplateObject;
 using KFL::KFLEID;
-namespace fs = std::filesystem;
 
 KFATemplateObject makeTemplate(const std::string& name) {
   KFATemplateObject object;
@@ -45,20 +44,15 @@ TEST(KFATemplateObject, StringID) {
 
 class KFATemplateCache : public testing::Test {
  protected:
-  KFATemplateCache() {
-    char name[] = "/tmp/kfauploadsXXXXXX";
-    folder_ = mkdtemp(name);
-    KFL::setUploadsFolder(folder_ + "/");
-  }
+  KFATemplateCache() { KFL::setUploadsFolder((folder_ / "").string()); }
   // The instance of the process goes with its file.
   ~KFATemplateCache() override {
     if (const auto cache = KFATemplateCachePrototype::createInstance()) cache->reinit();
-    fs::remove_all(folder_);
     KFL::setUploadsFolder("");
   }
-  std::string path() const { return folder_ + "/template.cache"; }
+  std::string path() const { return folder_ / "template.cache"; }
 
-  std::string folder_;
+  const TemporaryFolder folder_;
 };
 
 TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
@@ -109,12 +103,12 @@ TEST_F(KFATemplateCache, AFileAtFaultIsReplaced) {
 }
 
 TEST_F(KFATemplateCache, WithoutItsFolderThereIsNone) {
-  KFL::setUploadsFolder(folder_ + "/missing");
+  KFL::setUploadsFolder(folder_ / "missing");
   KFL::setLogLevel(KFL::kLogFatal);
   EXPECT_EQ(KFATemplateCachePrototype::createInstance(), nullptr);
   KFL::setLogLevel(KFL::kLogWarning);
   EXPECT_NE(KFL::getErrorMessage().find("No such file or directory"), std::string::npos);
-  KFL::setUploadsFolder(folder_);
+  KFL::setUploadsFolder(folder_.path());
   EXPECT_NE(KFATemplateCachePrototype::createInstance(), nullptr) << "the next call tries again";
 }
 

@@ -161,9 +161,7 @@ int KFALockedFile::findName(const std::string& path) const {
   return isSameFile(open, named) ? 0 : ENOENT;
 }
 
-// In a child that a bare clone() made, the lock is the parent's.
 void KFALockedFile::reset() {
-  KFL::getForkGeneration();
   if (!isOpen()) return;
   System::flock(get(), LOCK_UN);
   descriptor_.close();
