@@ -118,6 +118,15 @@ bool isParameter(KFLBashCursor at) {
   return isOperator(end, operators) && (!hasValue || isTransformed(end));
 }
 
+// Whether nothing but a few plain words stand between the parenthesis or brace under the cursor and the one that closes it.
+bool closesPlainly(KFLBashCursor at) {
+  const char close = at.peek() == '(' ? ')' : '}';
+  at.advance();
+  while (isNameCharacter(at.peek()) || isOneOf(at.peek(), " ./,:-"))
+    at.advance();
+  return at.peek() == close;
+}
+
 }  // namespace
 
 void KFLBashScanner::backquote() {
@@ -151,7 +160,7 @@ void KFLBashScanner::dollar(bool quotes) {
       return at_.advance();
     case '$':
       // The process number, whatever follows it; but within double quotes bash expands what looks like $( or ${.
-      if (!quotes && isOneOf(at_.peek(2), "({")) doubt(Reason::Ambiguous);
+      if (!quotes && isOneOf(at_.peek(2), "({") && !closesPlainly(at_.ahead(2))) doubt(Reason::Ambiguous);
       return at_.advance(2);
     default:
       at_.advance();

@@ -116,43 +116,31 @@ int ConfigAssignments::parse(ConfigAssignment& assignment) {
   return kind;
 }
 
-void ConfigOutput::addLine(std::string_view line) {
-  settle();
+void ConfigOutput::beginLine(std::string_view line) {
+  lineBegin_ = pending_.size();
   pending_.append(line);
-  endLine();
 }
 
-void ConfigOutput::settle() {
-  if (ready_.empty()) return;
-  if (ready_.size() >= kOutputBlock) {
-    handOver();
-    out_.write(ready_.data(), static_cast<std::streamsize>(ready_.size()));
+void ConfigOutput::replaceValue(std::size_t first, std::size_t old, const std::string& value) {
+  const std::size_t at = lineBegin_ + first;
+  if (value.size() + 2 > old) {
+    pending_.insert(at + old, value.size() + 2 - old, '"');
   } else {
-    pending_.append(ready_, 0, ready_.size() - 1);
-    endLine();
+    pending_.erase(at + value.size() + 2, old - value.size() - 2);
   }
-  ready_ = {};
-}
-
-void ConfigOutput::handOver() {
-  if (!pending_.empty()) out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
-  pending_.clear();
-}
-
-void ConfigOutput::addReplaced(std::string_view line, std::size_t first, std::size_t size,
-                               std::string_view value) {
-  settle();
-  pending_.append(line, 0, first).append(1, '"').append(value).append(1, '"').append(line, first + size);
-  endLine();
+  pending_[at] = '"';
+  value.copy(&pending_[at + 1], value.size());
+  pending_[at + 1 + value.size()] = '"';
 }
 
 void ConfigOutput::endLine() {
   pending_ += '\n';
-  if (pending_.size() >= kOutputBlock) handOver();
+  if (pending_.size() < kOutputBlock) return;
+  out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+  pending_.clear();
 }
 
 void ConfigOutput::addAssignment(const std::string& key, const std::string& value) {
-  settle();
   const std::size_t at = pending_.size();
   pending_ += key;
   for (std::size_t i = at; i < pending_.size(); ++i)
@@ -162,8 +150,8 @@ void ConfigOutput::addAssignment(const std::string& key, const std::string& valu
 }
 
 int ConfigOutput::finish() {
-  settle();
-  handOver();
+  if (!pending_.empty()) out_.write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+  pending_.clear();
   if (!out_.fail()) return 0;
   KFL::setErrorMessage("failed to write output stream");
   return -1;

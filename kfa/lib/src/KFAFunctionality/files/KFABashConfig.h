@@ -14,6 +14,7 @@
 #define KFAFUNCTIONALITY_FILES_KFABASHCONFIG_H
 
 #include <cstddef>
+#include <cstring>
 #include <istream>
 #include <limits>
 #include <ostream>
@@ -73,24 +74,27 @@ class ConfigLines {
 
   // The next line, and what it tells without the grammar; isPlain says whether it does.
   bool next(std::string_view& line, KFL::KFLBashPlainLine& plain, bool& isPlain) {
-    if (nextReady(line, plain, isPlain)) return true;
-    if (!nextAcrossBuffers(line)) return false;
+    const std::string_view ready(at_, static_cast<std::size_t>(end_ - at_));
+    isPlain = !ready.empty() && KFL::readPlainBashLine(ready, plain) && plain.length < ready.size();
+    if (isPlain) {
+      line = ready.substr(0, plain.length);
+      at_ += plain.length + 1;
+      return true;
+    }
+    if (!next(line)) return false;
     isPlain = KFL::readPlainBashLine(line, plain);
     return true;
   }
 
-  // The same for a line that stands in the stream's buffer with its newline: there it stays until next() is called.
-  bool nextReady(std::string_view& line, KFL::KFLBashPlainLine& plain, bool& isPlain) {
-    const std::string_view ready(at_, static_cast<std::size_t>(end_ - at_));
-    isPlain = !ready.empty() && KFL::readPlainBashLine(ready, plain) && plain.length < ready.size();
-    const std::size_t length = isPlain ? plain.length : ready.find('\n');
-    if (length == std::string_view::npos) return false;
-    line = ready.substr(0, length);
-    at_ += length + 1;
+ private:
+  bool next(std::string_view& line) {
+    const void* const newline =
+        at_ == end_ ? nullptr : std::memchr(at_, '\n', static_cast<std::size_t>(end_ - at_));
+    if (newline == nullptr) return nextAcrossBuffers(line);
+    line = {at_, static_cast<std::size_t>(static_cast<const char*>(newline) - at_)};
+    at_ += line.size() + 1;
     return true;
   }
-
- private:
   void latch();
   void release();
   bool nextAcrossBuffers(std::string_view& line);
@@ -128,8 +132,6 @@ class ConfigAssignments {
 
   // Goes to the next line; false at the end.
   bool next() { return lines_.next(line_, plain_, isPlain_); }
-  // The same where ConfigLines::nextReady() has one.
-  bool nextReady() { return lines_.nextReady(line_, plain_, isPlain_); }
   std::string_view line() const { return line_; }
   // What the line assigns: the result of parseBashStr.
   int read(ConfigAssignment& assignment) {
@@ -158,20 +160,6 @@ concept TakesViews = requires(P& parser, std::string_view text) {
   parser.putViews(text, text);
 };
 
-// A parser that dismisses most of the names for which it has no value before their keys are made.
-template <class G>
-concept DismissesNames = requires(const G& parser, std::string_view name) {
-  parser.mayHave(name);
-};
-
-template <class G>
-bool mayHave(const G& parser, std::string_view name) {
-  if constexpr (DismissesNames<G>)
-    return parser.mayHave(name);
-  else
-    return true;
-}
-
 // The keys whose lines were rewritten.
 using WrittenKeys = KFAKeyIndex<bool>;
 
@@ -180,26 +168,18 @@ class ConfigOutput {
  public:
   explicit ConfigOutput(std::ostream& out) : out_(out) {}
 
-  void addLine(std::string_view line);
-  // The same for one with its newline behind it, which stays there until settle(): such lines in a row are one copy.
-  void addReadyLine(std::string_view line) {
-    if (ready_.data() + ready_.size() != line.data()) settle();
-    ready_ = {ready_.empty() ? line.data() : ready_.data(), ready_.size() + line.size() + 1};
-  }
-  void settle();
-  // Adds the line with the quoted value in the place of that stretch.
-  void addReplaced(std::string_view line, std::size_t first, std::size_t size, std::string_view value);
+  void beginLine(std::string_view line);
+  // Puts the quoted value in the place of that stretch of the line begun.
+  void replaceValue(std::size_t first, std::size_t size, const std::string& value);
+  void endLine();
   void addAssignment(const std::string& key, const std::string& value);
   // Hands everything over: 0, or -1 with an error text when the stream has failed.
   int finish();
 
  private:
-  void endLine();
-  void handOver();
-
   std::ostream& out_;
   std::string pending_;
-  std::string_view ready_;
+  std::size_t lineBegin_ = 0;
 };
 
 }  // namespace detail
@@ -237,24 +217,14 @@ void rewriteLines(G& parser, std::istream& existing, ConfigOutput& out, WrittenK
   std::string key;
   std::string value;
   ConfigAssignment assignment;
-  for (;;) {
-    const bool isReady = assignments.nextReady();
-    if (!isReady) {
-      out.settle();
-      if (!assignments.next()) return;
-    }
-    bool isNew = assignments.read(assignment) == KFL::kBashAssignment && mayHave(parser, assignment.name);
-    if (isNew) {
-      assignLower(key, assignment.name);
-      value.clear();
-      isNew = parser.get(key, value) == kParameterDone;
-    }
-    if (isNew) {
-      out.addReplaced(assignments.line(), assignment.first, assignment.size, value);
-      written.add(key, true);
-    } else {
-      isReady ? out.addReadyLine(assignments.line()) : out.addLine(assignments.line());
-    }
+  for (; assignments.next(); out.endLine()) {
+    out.beginLine(assignments.line());
+    if (assignments.read(assignment) != KFL::kBashAssignment) continue;
+    assignLower(key, assignment.name);
+    value.clear();
+    if (parser.get(key, value) != kParameterDone) continue;
+    out.replaceValue(assignment.first, assignment.size, value);
+    written.add(key, true);
   }
 }
 

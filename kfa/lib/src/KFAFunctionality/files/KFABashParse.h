@@ -82,8 +82,7 @@ template <class T>
 class FromStringConverter {
  public:
   explicit FromStringConverter(const std::string& text) { value_.fromString(text); }
-  operator T() const& { return value_; }
-  operator T() && { return std::move(value_); }
+  operator T() const { return value_; }
 
  private:
   T value_;

@@ -229,15 +229,6 @@ int KFARawConfigBashParser::ParameterParserPut::put(const std::string& key, cons
   return kParameterDone;
 }
 
-KFARawConfigBashParser::ParameterParserGet::ParameterParserGet(
-    const std::map<std::string, std::string>& values)
-    : values_(values), next_(values.begin()) {
-  constexpr std::size_t kFew = 64;
-  if (values.size() > kFew) lengths_ = ~lengths_;
-  for (auto it = values.begin(); it != values.end() && values.size() <= kFew; ++it)
-    lengths_ |= bitOf(it->first.size());
-}
-
 int KFARawConfigBashParser::ParameterParserGet::get(const std::string& key, std::string& value) {
   const auto found = values_.find(key);
   if (found == values_.end()) return kParameterUnknown;

@@ -6,13 +6,10 @@
 #ifndef KFAFUNCTIONALITY_FILES_KFARAWCONFIGBASHPARSER_H
 #define KFAFUNCTIONALITY_FILES_KFARAWCONFIGBASHPARSER_H
 
-#include <cstddef>
-#include <cstdint>
 #include <istream>
 #include <map>
 #include <ostream>
 #include <string>
-#include <string_view>
 
 #include <boost/shared_ptr.hpp>
 
@@ -42,20 +39,16 @@ class KFARawConfigBashParser {
 
   class ParameterParserGet {
    public:
-    explicit ParameterParserGet(const std::map<std::string, std::string>& values);
-    // False for most names whose keys have no value; quick.
-    bool mayHave(std::string_view name) const { return (lengths_ & bitOf(name.size())) != 0; }
+    explicit ParameterParserGet(const std::map<std::string, std::string>& values)
+        : values_(values), next_(values.begin()) {}
     // No line can have a key that is not a name: such a one cannot be written (-1002).
     int get(const std::string& key, std::string& value);
     // The keys in ascending order.
     int getNext(const std::string& previous, std::string& next);
 
    private:
-    static constexpr std::uint64_t bitOf(std::size_t length) { return std::uint64_t{1} << (length % 64); }
-
     const std::map<std::string, std::string>& values_;
     std::map<std::string, std::string>::const_iterator next_;
-    std::uint64_t lengths_ = 0;  // of the keys, a bit each
   };
 };
 
