@@ -67,10 +67,10 @@ bool skipSubscript(KFLBashCursor& at) {
 // ${!x@} and ${!x*}, a list of names; bash does not ask whether the beginning is one.
 bool isNameList(KFLBashCursor at) {
   if (isDigit(at.peek()) || !isNameCharacter(at.peek())) return false;
-  for (; !at.isAtEnd() && !isOneOf(at.peek(), "#%^,~:-=?+/@}");) {
+  for (bool mayClose = true; !at.isAtEnd() && !isOneOf(at.peek(), "#%^,~:-=?+/@}");) {
     KFLBashCursor end = at;
-    if (at.peek() != '[' || !skipSubscript(end)) end = at.ahead(1);
-    at = end;
+    mayClose = mayClose && (at.peek() != '[' || skipSubscript(end));
+    at = mayClose && at.peek() == '[' ? end : at.ahead(1);
   }
   return at.startsWith("@}") || (at.peek() == '}' && at.previous() == '*');
 }
@@ -118,6 +118,15 @@ bool isParameter(KFLBashCursor at) {
   return isOperator(end, operators) && (!hasValue || isTransformed(end));
 }
 
+// Whether nothing but a few plain words stand between the parenthesis or brace under the cursor and the one that closes it.
+bool closesPlainly(KFLBashCursor at) {
+  const char close = at.peek() == '(' ? ')' : '}';
+  at.advance();
+  while (isNameCharacter(at.peek()) || isOneOf(at.peek(), " ./,:-"))
+    at.advance();
+  return at.peek() == close;
+}
+
 }  // namespace
 
 void KFLBashScanner::backquote() {
@@ -139,7 +148,8 @@ void KFLBashScanner::dollar(bool quotes) {
     case '(':
       return substitution();
     case '{':
-      if (!isParameter(at_.ahead(2))) doubt(Reason::BadSubstitution);
+      // What follows is looked at once, and not again within it.
+      if (isOwnText() && !isParameter(at_.ahead(2))) doubt(Reason::BadSubstitution);
       return push(Context::Parameter, 2);
     case '[':
       return push(Context::SquareArithmetic, 2);
@@ -150,7 +160,7 @@ void KFLBashScanner::dollar(bool quotes) {
       return at_.advance();
     case '$':
       // The process number, whatever follows it; but within double quotes bash expands what looks like $( or ${.
-      if (!quotes && isOneOf(at_.peek(2), "({")) doubt(Reason::Ambiguous);
+      if (!quotes && isOneOf(at_.peek(2), "({") && !closesPlainly(at_.ahead(2))) doubt(Reason::Ambiguous);
       return at_.advance(2);
     default:
       at_.advance();

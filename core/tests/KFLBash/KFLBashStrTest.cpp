@@ -67,7 +67,7 @@ const Group kMalformed[] = {
       "A=\"${a#<(x}^\"", "A[0]=^\"x", "A=1 ^\"x"}},
     {"the single quote is not closed", {"A=^'x\\", "A=\"x\" ^'y", "A=$^'x\\'", "A=\"${x:-^'}\""}},
     {"bash parses this in one way",
-     {"A=\"^$$(\"", "A=\"^$$(x)\"", "A=\"a^$${x}\"", "A=\"^\\\x01\"", "A=\"a^\\\x7f\"", "A=\"^$\x01\"",
+     {"A=\"^$$(\"", "A=\"^$$(\\)\"", "A=\"a^$${x\"", "A=\"^\\\x01\"", "A=\"a^\\\x7f\"", "A=\"^$\x01\"",
       "A=$'\\c^\x01'", "A=\"$(B=(^\\))\"", "A=$'^\x7f'"}},
     {"the backquote is not closed", {"A=^`x", "A=\"^`x\""}},
     {"the command substitution is not closed", {"A=^$(x", "A=^<(x", "A=^$(x # )", "A=${a:-^<(x}"}},
@@ -169,6 +169,9 @@ TEST(KFLBashStr, TakesAnyDepthAndLength) {
   EXPECT_EQ(kindOf("$((", "1", ") )"), Kind::Assignment);
   EXPECT_EQ(kindOf("1; { ", "", ""), Kind::Malformed);
   EXPECT_EQ(kindOf("=(", "", ""), Kind::Malformed);
+  EXPECT_EQ(kindOf("${x[", "1", "]}"), Kind::Assignment);
+  EXPECT_EQ(kindOf("${!x[[[[[[", "", ""), Kind::Malformed);
+  EXPECT_EQ(kindOf("1; ((", "", ""), Kind::Malformed);
 }
 
 TEST(KFLBashSafe, GivesTheReason) {

@@ -48,7 +48,7 @@ TEST(KFAKFConfigBashParser, FieldsFollowTheLastLineAndTheMapTheFirst) {
 TEST(KFAKFConfigBashParser, WhatIsNoNameStaysOutOfTheFile) {
   KFAVtSettings settings;
   settings.setLockDir(KFAVtSettings::Text("/l"));
-  settings.setValues({{"", "boo"}, {"a b", "1"}, {"1x", "2"}, {"x;reboot", "3"}, {"z", "4"}});
+  settings.setValues({{"", "boo"}, {"a b", "1"}, {"1x", "2"}, {"x;reboot", "3"}, {"b-c", "5"}, {"z", "4"}});
   EXPECT_EQ(write(settings, "", false), "Z=\"4\"\nLOCKDIR=\"/l\"\n");
   std::ostringstream out;
   EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig(settings.getValues(), out, nullptr, false),

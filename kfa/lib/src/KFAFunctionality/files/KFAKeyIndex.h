@@ -4,6 +4,7 @@
 #ifndef KFAFUNCTIONALITY_FILES_KFAKEYINDEX_H
 #define KFAFUNCTIONALITY_FILES_KFAKEYINDEX_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -50,7 +51,8 @@ class KFAKeyIndex {
     T value{};
   };
 
-  static constexpr std::size_t kFirstSize = 128;
+  static constexpr std::size_t kFirstSize = 16;  // a few keys cost little
+  static constexpr std::size_t kUsualSize = 128;
 
   // The beginning and the end of the key, eight bytes at a time.
   static std::uint64_t hashOf(std::string_view key) {
@@ -91,7 +93,7 @@ class KFAKeyIndex {
   }
 
   void grow() {
-    std::vector<Slot> grown(slots_.empty() ? kFirstSize : 2 * slots_.size());
+    std::vector<Slot> grown(slots_.empty() ? kFirstSize : std::max(kUsualSize, 2 * slots_.size()));
     const std::size_t mask = grown.size() - 1;
     for (const Slot& slot : slots_) {
       if (!slot.used) continue;

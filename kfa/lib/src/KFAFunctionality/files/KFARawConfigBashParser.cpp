@@ -70,11 +70,12 @@ struct Item {
   const Entry* entry;
 };
 
-bool isBefore(const Item& a, const Item& b) {
+// An object, so that sorting has the comparison in it.
+constexpr auto isBefore = [](const Item& a, const Item& b) {
   if (a.word != b.word) return a.word < b.word;
   const int order = a.entry->key().compare(b.entry->key());
   return order != 0 ? order < 0 : a.entry->number < b.entry->number;
-}
+};
 
 // Keeps the order of equal words: byte by byte from the last one, where not all are alike.
 void sortByWord(std::span<Item> items, std::span<Item> spare) {
