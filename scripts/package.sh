@@ -103,7 +103,7 @@ testInstalled() {
       echo "package test $name: failed"
     fi
   done < <(awk '/^Tests:/ {name = $2} /^Depends:/ {
-    sub(/^Depends: */, ""); gsub(/,/, " "); gsub(/(kfactl|kfad|libkfa[0-9a-z-]*|kfa-[a-z]*|python3-kfa)( |$)/, ""); print name, $0}' \
+    sub(/^Depends: */, ""); gsub(/,/, " "); gsub(/(kfactl(-at)?|kfad|libkfa[0-9a-z-]*|kfa-[a-z]*|python3-kfa)( |$)/, ""); print name, $0}' \
     "$kfaTop/debian/tests/control")
   return "$status"
 }
