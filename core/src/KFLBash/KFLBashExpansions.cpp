@@ -213,7 +213,8 @@ void KFLBashScanner::inArithmetic(char open, char close) {
   }
 }
 
-// What began as (( and does not end with )) was a subshell: as a command it is read as one from its beginning; in a substitution bash looks no further than for the parenthesis that closes it.
+// What began as (( and does not end with )) was a subshell: as a command it is read as one from its beginning; in a
+// substitution bash looks no further than for the parenthesis that closes it.
 void KFLBashScanner::closeArithmetic() {
   Frame& frame = top();
   const bool isCommand = frame.context == Context::ArithmeticCommand;
