@@ -19,7 +19,9 @@
 #include "KFLBashCharacters.h"
 #include "KFLBashPieces.h"
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 // The assignment with which a line may begin.
 struct KFLBashHead {
@@ -268,5 +270,7 @@ class KFLBashScanner {
 };
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

@@ -7,4 +7,7 @@
 #error "The headers of KFL and KFA are C++20: compile with -std=c++20 or later."
 #endif
 
+// On a class: its members are none of what its library exports.
+#define KFL_HIDDEN [[gnu::visibility("hidden")]]
+
 #endif

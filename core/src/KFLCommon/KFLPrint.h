@@ -6,12 +6,16 @@
 #include <cstdarg>
 #include <string>
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 // The arguments must not point into the result's own text, since it is replaced by assignment only at the
 // end.
 std::string printText(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

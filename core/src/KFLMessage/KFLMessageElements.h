@@ -13,7 +13,9 @@
 
 #include <KFLMessage/KFLMessageIterator.h>
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 inline constexpr std::size_t kNoElement = static_cast<std::size_t>(-1);
 
@@ -51,5 +53,7 @@ class KFLMessageElements {
 };
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

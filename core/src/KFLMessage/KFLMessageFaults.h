@@ -13,7 +13,9 @@
 
 #include "KFLMessageElements.h"
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 // A table's rows by element name, those of its base parts included.
 using KFLRowsByName = std::unordered_map<std::string_view, const KFLField*>;
@@ -57,5 +59,7 @@ class KFLMessageFaults {
 std::string reasonWithout(const std::string& path);
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

@@ -6,11 +6,15 @@
 #include <string>
 #include <string_view>
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 // From the name of the class: "KFAUGIDQuotaInfo" gives "ugid_quota_info".
 std::string rootNameOf(std::string_view className);
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

@@ -7,7 +7,9 @@
 
 #include <KFLMessage/KFLMessageTree.h>
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 inline constexpr std::string_view kXmlNamespace = "http://www.w3.org/XML/1998/namespace";
 inline constexpr std::string_view kXmlnsNamespace = "http://www.w3.org/2000/xmlns/";
@@ -23,5 +25,7 @@ int readXml(std::string_view xml, KFLMessageTree& tree);
 bool isXmlName(std::string_view text);
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

@@ -7,7 +7,9 @@
 
 #include <KFLMessage/KFLMessageTree.h>
 
-namespace [[gnu::visibility("hidden")]] KFL {
+#pragma GCC visibility push(hidden)
+
+namespace KFL {
 
 enum class KFLXMLLayout {
   Compact,   // no white space but what the tree holds
@@ -19,5 +21,7 @@ enum class KFLXMLLayout {
 int writeXml(const KFLMessageTree& tree, KFLNodeIndex element, KFLXMLLayout layout, std::string& out);
 
 }  // namespace KFL
+
+#pragma GCC visibility pop
 
 #endif

@@ -95,7 +95,7 @@ class Parts {
 
 }  // namespace
 
-class [[gnu::visibility("hidden")]] KFARemoteConnection::Implementation {
+class KFL_HIDDEN KFARemoteConnection::Implementation {
  public:
   explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
 

@@ -3,7 +3,9 @@
 #ifndef KFAREMOTE_KFAREMOTEORIGIN_H
 #define KFAREMOTE_KFAREMOTEORIGIN_H
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 class KFARemoteOrigin {
  public:
@@ -20,5 +22,7 @@ class KFARemoteOrigin {
 };
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

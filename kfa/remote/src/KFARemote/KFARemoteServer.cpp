@@ -135,7 +135,7 @@ int& KFARemoteOrigin::depth() {
   return depth;
 }
 
-class [[gnu::visibility("hidden")]] KFARemoteServer::Implementation final : public wire::Agent::Service {
+class KFL_HIDDEN KFARemoteServer::Implementation final : public wire::Agent::Service {
  public:
   Implementation(const KFALibFunctionality& managers, const KFARemoteServerOptions& options)
       : managers_(managers),

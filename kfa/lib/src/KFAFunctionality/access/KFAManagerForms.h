@@ -46,7 +46,9 @@
 #include <KFAFunctionality/updates/KFAUpdateList.h>
 
 namespace KFA {
-namespace [[gnu::visibility("hidden")]] forms {
+#pragma GCC visibility push(hidden)
+
+namespace forms {
 
 inline constexpr const char* kArguments = "arguments";
 inline constexpr const char* kResult = "result";
@@ -198,6 +200,8 @@ template <class Values>
 using FirstOf = typename First<Values>::Type;
 
 }  // namespace forms
+
+#pragma GCC visibility pop
 }  // namespace KFA
 
 #endif

@@ -9,7 +9,9 @@ namespace KFL {
 class KFLVEnvConfig;
 }
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // Held by the thread that publishes the positions of a configuration's elements.
 extern KFL::KFLLock configLock;
@@ -18,5 +20,7 @@ extern KFL::KFLLock configLock;
 int readVeid(const KFL::KFLVEnvConfig* config, int& veid);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

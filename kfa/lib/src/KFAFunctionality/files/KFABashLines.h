@@ -14,7 +14,9 @@
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // Whether a line KEY="value" assigns the key. What is no such name is kept out of files, which shells source.
 inline bool isAssignableKey(std::string_view key) {
@@ -56,5 +58,7 @@ std::string describeFault(const KFL::KFLBashLine& line);
 std::string quoteText(const std::string& text);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

@@ -8,7 +8,9 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // The hundredths of the number that a text begins with; false when there is none or it is out of range.
 bool readFraction(const char* text, long long& hundredths);
@@ -20,5 +22,7 @@ std::string writeFraction(long long hundredths);
 std::string compareFractions(const std::string& asked, const std::string& given);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

@@ -14,8 +14,9 @@ class KFAEnvConfigBashParser;
 
 }  // namespace KFA
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
 
+namespace KFA {
 
 struct KeyRule {
   enum class Line { First, Last };
@@ -42,5 +43,7 @@ const KeyRule* findKeyRule(const KFAEnvConfigBashParser& parser, const std::stri
 std::string compareTexts(const std::string& asked, const std::string& given);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

@@ -7,12 +7,16 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // What an entry asks for and a device, written anew, does not give back, or no device can have; empty when there is no
 // such thing. The order of the fields does not matter, nor do empty texts and flags that have their default.
 std::string findLostNetifWord(const std::string& asked, const std::string& given);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

@@ -11,7 +11,9 @@
 
 #include <KFAFunctionality/KFATypes.h>
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // One line, taken apart. It owns its text.
 class ConfigLine {
@@ -80,5 +82,7 @@ struct KeyPlace {
 KeyPlace placeOfKey(std::string_view text, const std::string& key);
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif

@@ -138,7 +138,7 @@ std::string keyBeforeColon(std::string_view line) {
 
 }  // namespace
 
-class KFAFileJudge::Work {
+class KFL_HIDDEN KFAFileJudge::Work {
  public:
   Work(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
        const std::set<std::string>& foreignKeys)

@@ -50,7 +50,7 @@ std::string plainPath(const std::string& path) {
 
 // --- One check ----------------------------------------------------------------------------------------------------------
 
-class [[gnu::visibility("hidden")]] KFANodeCheck::Judge {
+class KFL_HIDDEN KFANodeCheck::Judge {
  public:
   Judge(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser, KFANodeCheckOptions options,
         KFANodeFiles& where)

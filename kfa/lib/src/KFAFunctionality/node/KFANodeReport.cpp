@@ -81,7 +81,7 @@ Report::Violation violationOf(const KFAFormulaFinding& finding, const KFAKeyCata
 
 // --- One report -------------------------------------------------------------------------------------------------------
 
-class [[gnu::visibility("hidden")]] KFANodeReporter::Writer {
+class KFL_HIDDEN KFANodeReporter::Writer {
  public:
   Writer(const boost::shared_ptr<const KFAEnvConfigBashParser>& parser,
          const boost::shared_ptr<KFLVocMap>& vocabulary, const std::shared_ptr<const KFAQVTune>& tune,

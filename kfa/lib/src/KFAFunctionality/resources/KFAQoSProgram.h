@@ -18,7 +18,9 @@
 
 #include <KFAFunctionality/resources/KFAQoSTune.h>
 
-namespace [[gnu::visibility("hidden")]] KFA {
+#pragma GCC visibility push(hidden)
+
+namespace KFA {
 
 // Evaluates a formula term by term; see KFAQVTune::checkByFormula.
 int evaluateTerms(const KFAQVTune& tune, const KFAQVTuneArray& values, const KFAQVPolishNotation& formula,
@@ -88,5 +90,7 @@ class KFAQVProgram {
 };
 
 }  // namespace KFA
+
+#pragma GCC visibility pop
 
 #endif
