@@ -3,14 +3,14 @@
 #ifndef KFAPYTHON_FAILURE_H
 #define KFAPYTHON_FAILURE_H
 
-#include <cxxabi.h>
 #include <pybind11/pybind11.h>
-#include <unistd.h>
 
 #include <string>
 #include <utility>
 
 #include <KFLCommon/KFLError.h>
+
+#include "Unlocked.h"
 
 namespace kfapy {
 
@@ -29,26 +29,6 @@ struct Failure {
 inline void must(int result, const std::string& file = {}) {
   if (result < 0) fail(file, result);
 }
-
-// While it lives, other threads run. A thread that would go on when the interpreter has ended, as a daemon may, waits for
-// the end of the process: the interpreter would unwind it through destructors, which ends the process by a signal.
-class Unlocked {
- public:
-  Unlocked() : state_(PyEval_SaveThread()) {}
-  Unlocked(const Unlocked&) = delete;
-  Unlocked& operator=(const Unlocked&) = delete;
-  ~Unlocked() {
-    try {
-      PyEval_RestoreThread(state_);
-    } catch (const abi::__forced_unwind&) {
-      for (;;)
-        ::pause();
-    }
-  }
-
- private:
-  PyThreadState* state_;
-};
 
 // An object that was made without __init__() raises TypeError where it is used.
 template <class Class>

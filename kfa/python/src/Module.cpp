@@ -32,6 +32,7 @@ PYBIND11_MODULE(_kfa, module) {
   namespace py = pybind11;
   module.doc() = "The library's functions as the package kfa needs them.";
   py::register_exception_translator(&kfapy::translate);
+  kfapy::Unlocked::awaitAtExit();
   kfapy::addConfiguration(module);
   kfapy::addFiles(module);
   kfapy::addNode(module);
