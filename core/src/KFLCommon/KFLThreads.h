@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <exception>
 #include <functional>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -37,7 +36,7 @@ inline void runInThreads(std::size_t count, std::size_t most, const std::functio
     try {
       while (others.size() + 1 < std::min(count, most))
         others.emplace_back(serve);
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
       // Too many threads, or too little memory for one.
     }
     serve();

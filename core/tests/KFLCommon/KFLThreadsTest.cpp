@@ -5,6 +5,7 @@
 
 #include <array>
 #include <stdexcept>
+#include <system_error>
 
 #include <gtest/gtest.h>
 

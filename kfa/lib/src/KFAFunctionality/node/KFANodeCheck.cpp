@@ -3,18 +3,17 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLGUID.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
-#include <KFAFunctionality/node/KFAChangeList.h>
 #include <KFAFunctionality/node/KFAEnvironmentKeys.h>
 
 #include "KFAConfigLines.h"
