@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "CacheCrew.h"
+#include "CacheTest.h"
 #include "CacheWalk.h"
 
 namespace cachefaults {
@@ -178,7 +179,6 @@ class Schedule {
       else
         order.first = random_.below(static_cast<std::uint32_t>(member.held.size()));
     }
-    if (order.verb == Verb::Open && !member.held.empty()) order.verb = Verb::Find;
     if (order.verb == Verb::Duet && standsStill_) order.verb = Verb::Change;
     return order;
   }
@@ -347,6 +347,7 @@ class Schedule {
       case Verb::Open:
       case Verb::Create:
         member.isOpen = report.code == 0;
+        if (!member.isOpen) member.held.clear();
         isBorn_ = isBorn_ || report.code == 0;
         break;
       case Verb::Close:
@@ -412,7 +413,7 @@ class Schedule {
   // Walks the file as it is now, and holds it against what was committed.
   void look() {
     if (!isBorn_) return;
-    const std::string bytes = bytesOf(path_);
+    const std::string bytes = cachetest::readFile(path_);
     totals_.largestFile = std::max<std::uint64_t>(totals_.largestFile, bytes.size());
     const bool isMoment = somebodyStands() || isUnsettled_;
     const Walk seen = walk(bytes, isMoment  ? Standing::Moment
