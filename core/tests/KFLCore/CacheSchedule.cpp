@@ -24,7 +24,6 @@
 namespace cachefaults {
 namespace {
 
-constexpr std::uint32_t kWorkers = 4;
 constexpr std::int64_t kLongestWait = 1'000'000'000;
 constexpr int kNotLocked = -9;
 
@@ -36,10 +35,8 @@ class Lineage {
     for (std::uint32_t i = 0; i < count; ++i) {
       const std::uint32_t attempt = next_ + i;
       Listing state = states_.rbegin()->second;
-      for (const auto& [key, text] : changesOf(worker, seed, attempt)) {
-        state.erase(key);
-        if (text.has_value()) state.emplace(key, hashOf(*text));
-      }
+      for (const auto& [key, text] : changesOf(worker, seed, attempt))
+        state[numberOf(key)] = text.has_value() ? hashOf(*text) : 0;
       states_.emplace(attempt, std::move(state));
     }
     next_ += count;
@@ -326,7 +323,7 @@ class Schedule {
     Member& member = members_[who];
     const Verb verb = member.order.verb;
     steps_ << " -> " << report.code << (report.died ? ", the child died" : "") << "\n";
-    if (!report.fault.empty()) fail(report.fault);
+    if (!report.fault.empty()) fail(report.fault.str());
     if (!isAllowed(verb, member.order.plan, report.code))
       fail(std::string(nameOf(verb)) + " gave " + std::to_string(report.code));
     if (!somebodyStands() && member.order.plan.event != Event::Wait) {
@@ -387,12 +384,10 @@ class Schedule {
   // What a worker read is a state of each worker's keys between its order and now.
   void judge(std::uint32_t who, const Report& report) {
     if (report.code != 0) return;
+    if (report.items.strangers > 0) fail("a key that is read is nobody's");
     for (std::uint32_t other = 0; other < kWorkers; ++other) {
-      Listing mine;
-      for (const auto& [key, hash] : report.items)
-        if (workerOf(key) == other) mine.emplace(key, hash);
       const std::uint32_t first = members_[who].seenFirst[other];
-      if (!members_[other].lineage.holds(first, std::max(first, started(other)), mine))
+      if (!members_[other].lineage.holds(first, std::max(first, started(other)), report.items.of[other]))
         fail("what " + std::string(1, static_cast<char>('a' + who)) + " reads is no state of the keys of " +
              static_cast<char>('a' + other));
     }
@@ -426,13 +421,14 @@ class Schedule {
   }
 
   void compare(const Walk& seen) {
-    std::array<Listing, kWorkers> items;
+    Listings items;
     for (const auto& [key, text] : seen.items)
-      items[workerOf(key) % kWorkers].emplace(key, hashOf(text));
+      items.add(key, text);
+    if (items.strangers > 0) fail("a key is nobody's");
     for (std::uint32_t who = 0; who < kWorkers; ++who) {
       const std::uint32_t first = std::max(committed(who), settled_[who]);
       Lineage& lineage = members_[who].lineage;
-      const auto found = lineage.match(first, std::max(first, started(who)), items[who]);
+      const auto found = lineage.match(first, std::max(first, started(who)), items.of[who]);
       if (!found.has_value())
         fail("of " + std::string(1, static_cast<char>('a' + who)) + "'s commits " + std::to_string(first) +
              " is not there: " + std::to_string(seen.items.size()) + " records in all");

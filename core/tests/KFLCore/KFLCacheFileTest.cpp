@@ -205,6 +205,18 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   cache->unlock(storage);
 }
 
+TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {
+  const Folder folder;
+  KFLCacheStorage storage(folder / "file");
+  EXPECT_NE(storage.getStorage(8192, nullptr), nullptr);
+  EXPECT_EQ(storage.getStorage(16384, nullptr), nullptr);
+  EXPECT_EQ(storage.getSize(), 8192U);
+  std::int32_t count = 2;
+  EXPECT_FALSE(decRef(count));
+  EXPECT_TRUE(decRef(count));
+  EXPECT_DEATH(decRef(count = -1), "KFLContainers.*decRef");
+}
+
 TEST(CacheFile, WithoutAFileOpenThereIsACode) {
   const Folder folder;
   Cache cache = makeCache(folder / "cache");

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -84,7 +85,7 @@ class Agent {
   // Empty when the file holds together and has all that was committed and is not under a key of the tool.
   std::string missing(Standing standing) const {
     const Walk seen = walk(readFile(path), standing);
-    Listing items;
+    Items items;
     for (const auto& [key, text] : seen.items)
       if (key[1] == '.') items.emplace(key, pathOf(text));
     if (!seen.fault.empty()) return seen.fault;
@@ -93,8 +94,9 @@ class Agent {
                : std::to_string(items.size()) + " records instead of " + std::to_string(committed.size());
   }
 
+  using Items = std::map<std::string, std::uint64_t>;
   const std::string path;
-  Listing committed;
+  Items committed;
 
  private:
   // What tells one message of a template from another, whoever wrote it.
@@ -117,7 +119,7 @@ class Agent {
         committed.erase(key);
         if (text.has_value()) committed.emplace(key, pathOf(*text));
       }
-    EXPECT_EQ(report.fault, "");
+    EXPECT_EQ(report.fault.str(), "");
     return report.code;
   }
 
