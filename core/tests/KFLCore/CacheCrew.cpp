@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <thread>
 #include <type_traits>
@@ -433,6 +434,13 @@ Worker::State Worker::await(std::chrono::milliseconds limit) {
   if (isRead && readAll(answers_, &report_, sizeof(report_))) return state_ = State::Ready;
   bury();
   return state_;
+}
+
+std::int64_t Worker::kept() const {
+  std::int64_t ran = 0;
+  std::int64_t kept = 0;
+  std::ifstream("/proc/" + std::to_string(process_) + "/schedstat") >> ran >> kept;
+  return kept;
 }
 
 void Worker::stop() {

@@ -144,6 +144,8 @@ class Worker {
 
   State state() const { return state_; }
   const Report& report() const { return report_; }
+  // For how long, in nanoseconds, it was ready to run and others had the processors.
+  std::int64_t kept() const;
   int status() const { return status_; }  // of waitpid, when it is dead
 
  private:
