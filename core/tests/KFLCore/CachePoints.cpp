@@ -27,9 +27,9 @@ struct Region {
 };
 
 std::array<Region, 64> regions;
-Plan plan;
+thread_local Plan plan;  // others allocate meanwhile
 void (*waitHere)() = nullptr;
-std::uint32_t moments = 0;
+thread_local std::uint32_t moments = 0;
 bool isWatching = false;                             // whether stores and calls are counted now
 [[maybe_unused]] const void* accessedNow = nullptr;  // what the access that is waited before is of
 
