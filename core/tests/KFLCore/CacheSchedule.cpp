@@ -75,6 +75,7 @@ class Schedule {
     shared_ = new (memory) Shared();
     standsStill_ = random_.chance(40);
     lacksMemory_ = random_.chance(15);
+    isPeaceful_ = random_.chance(12);
     setting_ = {path_, seed, kGrowth[random_.below(4)], random_.chance(20) ? 8U : 0U,
                 std::chrono::milliseconds(standsStill_ ? 12 : 8000)};
     crew_ = random_.chance(30) ? 1 : random_.chance(50) ? 2 : 3 + random_.below(2);
@@ -87,7 +88,7 @@ class Schedule {
 
   std::string run() {
     try {
-      if (random_.chance(35))
+      if (!isPeaceful_ && random_.chance(35))
         oneDeath();
       else
         randomLife();
@@ -106,6 +107,7 @@ class Schedule {
     std::unique_ptr<Worker> worker;
     bool isOpen = false;
     std::vector<std::int64_t> held;  // offsets, -1 where it is not known
+    std::int64_t kept = 0;           // what it read last, likewise
     Lineage lineage;
     Order order;                                      // the last
     std::array<std::uint32_t, kWorkers> seenFirst{};  // what was committed when it was given
@@ -177,6 +179,7 @@ class Schedule {
         order.first = random_.below(static_cast<std::uint32_t>(member.held.size()));
     }
     if (order.verb == Verb::Duet && standsStill_) order.verb = Verb::Change;
+    if (isPeaceful_ && (order.verb == Verb::Fork || order.verb == Verb::Leave)) order.verb = Verb::Find;
     return order;
   }
 
@@ -202,6 +205,7 @@ class Schedule {
     const std::uint32_t who = random_.below(crew_);
     if (!isIdle(who)) return;
     start(who);
+    if (isPeaceful_) return complete(who, pick(who));
     if (members_[who].isOpen && random_.chance(6)) return killIdle(who);
     if (!standsStill_ && random_.chance(10)) return together();
     Order order = pick(who);
@@ -225,9 +229,32 @@ class Schedule {
   }
 
   void complete(std::uint32_t who, const Order& order) {
+    const std::uint32_t current = last_.current;
+    const bool releases = order.verb == Verb::Release && order.first < members_[who].held.size();
+    const std::int64_t released = releases ? members_[who].held[order.first] : 0;
     give(who, order);
     conclude(who);
     look();
+    std::int64_t& kept = members_[who].kept;
+    if (order.verb == Verb::Hold || order.verb == Verb::Find)
+      kept = current;
+    else if (order.verb == Verb::Change || (releases && released == kept))
+      kept = kept == last_.current ? kept : 0;
+    else if (order.verb != Verb::Acquire && order.verb != Verb::Sync && !releases)
+      kept = order.verb == Verb::Duet ? -1 : 0;
+    if (isPeaceful_ && !deaths_) checkFormer();
+  }
+
+  // Nobody died, so no snapshot is there but the current one and those that are held, or were read last by a process.
+  void checkFormer() {
+    std::set<std::int64_t> known{last_.current};
+    for (const Member& member : members_) {
+      known.insert(member.kept);
+      known.insert(member.held.begin(), member.held.end());
+    }
+    for (const auto& [offset, count] : last_.snapshots)
+      if (known.count(offset) == 0 && known.count(-1) == 0)
+        fail("nobody has the snapshot at " + std::to_string(offset));
   }
 
   void killIdle(std::uint32_t who) {
@@ -495,6 +522,7 @@ class Schedule {
   std::array<std::uint32_t, kWorkers> settled_{};  // the attempt that was last seen in the file
   bool standsStill_ = false;                       // whether workers may stand still in this schedule
   bool lacksMemory_ = false;                       // whether allocations fail in it
+  bool isPeaceful_ = false;                        // nobody dies before its end
   std::uint32_t standing_ = 0;                     // how many do
   bool isBorn_ = false;                            // somebody has opened the file
   bool isUnsettled_ = false;  // somebody died in the middle of something, and nobody came behind
