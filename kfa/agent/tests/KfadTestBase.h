@@ -127,6 +127,7 @@ class KfadTestBase : public testing::Test {
     setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
     setenv("KFA_UPLOADS_DIR", (folder / "uploads").c_str(), 1);
     setenv("KFA_LOG_LEVEL", "error", 1);
+    if (!preloaded.empty()) setenv("LD_PRELOAD", preloaded.c_str(), 1);
     if (listening == 3)
       fcntl(3, F_SETFD, 0);
     else
@@ -163,6 +164,7 @@ class KfadTestBase : public testing::Test {
 
   const ScriptFolder folder;
   std::vector<std::string> libraries;
+  std::string preloaded;
   std::string address;
   int listening = -1;
   pid_t child = 0;
