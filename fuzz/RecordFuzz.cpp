@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every registered record: a message is refused with a reason, or read; what was read is written, and that reads and
-// writes again to an equal message, which keeps to the record's field table and of which the check finds nothing lost.
+// writes again to an equal message, which keeps to the record's field table and of which the check finds nothing lost. An
+// object that was used reads as a new one does.
 // The input is the XML of a message that names its record, or bytes that choose a record and make a message of it.
 #include <string>
 #include <string_view>
@@ -72,11 +73,37 @@ bool holdsConfiguration(const KFLMessage& message) {
   return message.toPrettyString().find("config") != std::string::npos;
 }
 
-void check(const KFLRecordType& record, const KFLMessage& message) {
+// Of an environment's type a sub-type that is absent stays as it was.
+void requireNothingLeft(const KFLRecordType& record, const KFLMessage& message, const KFLMessage& former) {
+  KFLRecordType::Object fresh = record.create();
+  KFLRecordType::Object used = record.create();
+  record.read(former.getIterator(), used.get());
+  const int result = record.read(message.getIterator(), fresh.get());
+  require(record.read(message.getIterator(), used.get()) == result, "what was read before counts for nothing",
+          about(record, message));
+  if (result != 0 || std::string_view(record.name()) == "KFAVPSType") return;
+  require(written(record, used.get()).getIterator().isEqualTree(written(record, fresh.get()).getIterator()),
+          "nothing is left of a former value", about(record, former) + about(record, message));
+}
+
+// What nobody has set is written so that it can be read, or refused with a reason.
+void requireNewObject(const KFLRecordType& record) {
+  KFLMessage message(record.rootName());
+  auto it = message.getIterator();
+  KFL::setErrorMessage("%s", "");
+  if (record.write(it, record.create().get()) == 0)
+    readAgain(record, message);
+  else
+    require(!KFL::getErrorMessage().empty(), "a refusal has a reason", record.name());
+}
+
+void check(const KFLRecordType& record, const KFLMessage& message, const KFLMessage& former) {
   KFLRecordType::Object object = record.create();
   KFL::setErrorMessage("%s", "");
   const int result = record.read(message.getIterator(), object.get());
   require(result == 0 || !KFL::getErrorMessage().empty(), "a refusal has a reason", about(record, message));
+  requireNothingLeft(record, message, former);
+  requireNewObject(record);
   KFL::KFLMessageFindings findings;
   require((KFL::checkMessage(message.getIterator(), record, findings) == 0) == (result == 0),
           "the check reads what the record reads", about(record, message));
@@ -111,13 +138,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   KFLMessage message;
   if (input.starts_with('<')) {
     if (message.parse(std::string(input)) != 0) return 0;
-    if (const KFLRecordType* const record = recordOf(message.getIterator())) check(*record, message);
+    kfl_fuzz::Choices choices(input.substr(input.size() / 2));
+    if (const KFLRecordType* const record = recordOf(message.getIterator()))
+      check(*record, message, kfl_fuzz::randomMessage(*record, choices));
     return 0;
   }
   kfl_fuzz::Choices choices(input);
   const KFLRecordType& record = *records()[choices.below(records().size())];
   const KFLMessage made = kfl_fuzz::randomMessage(record, choices);
   std::string text;
-  if (made.print(text) == 0) check(record, made);  // no message brings a text that XML cannot hold
+  if (made.print(text) == 0)  // no message brings a text that XML cannot hold
+    check(record, made, kfl_fuzz::randomMessage(record, choices));
   return 0;
 }

@@ -146,35 +146,42 @@ void checkAddress(const std::string& text) {
 
 template <class Value>
 void checkTemplate(const std::string& text, char separator) {
-  Value value;
+  Value value("former", "9");
   value.fromString(text);
   const std::size_t at = text.rfind(separator);
   const bool hasVersion = at != std::string::npos && decimal(text.substr(at + 1, 1), 1) >= 0;
   require(value.getName() == text.substr(0, at), "the name stands before the last separator", text);
   require(value.getVersion() == (hasVersion ? text.substr(at + 1) : ""), "a version begins with a digit",
           text);
+  const std::string version = hasVersion ? separator + value.getVersion() : "";
+  require(value.toString() == (at == 0 || text.empty() ? "" : value.getName()) + (at == 0 ? "" : version),
+          "what has no name has no text", text);
   Value again;
   again.fromString(value.toString());
   const bool isWhole = hasVersion || value.getName().find(separator) == std::string::npos;
   require(!isWhole || value.getName().empty() || again == value, "what is written reads as the same", text);
 }
 
+// DEVICE:CLASS:RATE, where a device may hold colons itself.
 void checkRate(const std::string& text) {
   const KFL::KFLInterfaceRate rate(text);
-  require(rate.toString() == text, "a rate keeps its text", text);
-  if (!rate.isValid()) {
-    require(rate.getDevice().empty() && rate.getClassID() == -1 && rate.getRate() == -1,
-            "a malformed rate has no parts", text);
-    return;
-  }
   const Texts parts = split(text, ':');
-  require(parts.size() >= 3 && rate.getClassID() >= 0 && rate.getRate() >= 0, "a rate has three parts", text);
-  require(rate.getDevice() == text.substr(0, text.rfind(':', text.rfind(':') - 1)), "the first is the device",
+  const std::size_t count = parts.size();
+  const long long id = count < 3 ? -1 : decimal(parts[count - 2], 18);
+  const long long speed = count < 3 ? -1 : decimal(parts[count - 1], 18);
+  const std::size_t rest = count < 3 ? 0 : parts[count - 2].size() + parts[count - 1].size() + 2;
+  const bool isRate = text.size() > rest && id >= 0 && id <= 2147483647 && speed >= 0;
+  require(rate.toString() == text, "a rate keeps its text", text);
+  if (count > 2 && (parts[count - 2].size() > 18 || parts[count - 1].size() > 18)) return;
+  require(rate.isValid() == isRate, "a rate has three parts", text);
+  require(rate.getDevice() == (isRate ? text.substr(0, text.size() - rest) : ""), "the first is the device",
           text);
-  const KFL::KFLInterfaceRate made(rate.getDevice(), rate.getClassID(), rate.getRate());
-  require(made.isValid() && made.getDevice() == rate.getDevice() && made.getClassID() == rate.getClassID() &&
-              made.getRate() == rate.getRate(),
-          "a rate of the same parts is the same", text);
+  require(rate.getClassID() == (isRate ? id : -1), "the second is the class", text);
+  require(rate.getRate() == (isRate ? speed : -1), "the last is the speed", text);
+  if (!isRate) return;
+  const std::string made =
+      KFL::KFLInterfaceRate(rate.getDevice(), rate.getClassID(), rate.getRate()).toString();
+  require(KFL::KFLInterfaceRate(made).getRate() == speed, "a rate of the same parts is the same", text);
 }
 
 void checkGuid(const std::string& text) {

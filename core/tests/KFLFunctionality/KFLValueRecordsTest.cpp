@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <KFLFunctionality/KFLInterfaceRate.h>
 #include <KFLFunctionality/KFLPackageList.h>
 #include <KFLFunctionality/KFLQoS.h>
 #include <KFLMessage/KFLMessage.h>
@@ -16,6 +17,13 @@ TEST(KFLQoS, SetHoldsEachIdOnce) {
   const std::set<KFL::KFLQoS> set{KFL::KFLQoS("b"), KFL::KFLQoS("a"), again};
   ASSERT_EQ(set.size(), 2U);
   EXPECT_EQ(set.begin()->getID(), "a");
+}
+
+// What rates are made of is the law of the fuzz target ValueFuzz.
+TEST(KFLInterfaceRate, AnEmptyTextIsRefused) {
+  KFL::KFLInterfaceRate rate("eth0", 1, 1024);
+  EXPECT_EQ(rate.fromString(""), -1);
+  EXPECT_EQ(rate.toString(), "eth0:1:1024");
 }
 
 TEST(KFLPackageList, RefusesWhatHasNoClass) {

@@ -172,29 +172,6 @@ TEST(KFLVocMap, NeitherSizeNorDepthHurts) {
   EXPECT_EQ(dump(loaded(document(many))->readCategory({"w99999", "c"})).size(), 1U);
 }
 
-TEST(KFLVocMap, FindsTheCategoryWithTheFewestWords) {
-  const auto map = loaded(document(R"(
-      <category words="kelvarium qos extra"><parameter id="wide"/></category>
-      <category words="qos kelvarium kelvarium"><parameter id="first"/></category>
-      <category words="other qos"><parameter id="second"/></category>
-      <category words="tune"><parameter id="narrow"/></category>)"));
-  using Words = std::set<std::string>;
-  const std::pair<const char*, std::vector<Words>> rows[] = {
-      {"id=first|", {{"qos"}, {"kelvarium"}, {"kelvarium", "qos"}}},
-      {"id=second|", {{"qos", "other"}}},
-      {"id=wide|", {{"extra"}}},
-      {"id=narrow|", {{"tune"}}},
-      {"null", {{"kelvarium", "tune"}, {"QOS"}, {"qo"}, {"kelvarium qos"}, {""}, {}}}};
-  for (const auto& [expected, all] : rows) {
-    for (const Words& words : all) {
-      EXPECT_THAT(dump(map->readCategory(words)), ElementsAre(expected));
-      if (words.size() == 1) {
-        EXPECT_THAT(dump(map->readCategory(*words.begin())), ElementsAre(expected));
-      }
-    }
-  }
-}
-
 TEST(KFLVocIterator, AnswersByNumberAndByName) {
   const auto map =
       loaded(parameter("<parameter id='a' kind='1' value_type='0' number='7'><expression>x</expression>"

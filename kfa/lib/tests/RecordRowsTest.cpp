@@ -87,6 +87,7 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
       {"KFACalculateHWNodeNotes", "exclude_path{path=/a limit=x}", "exclude_path{path=/a}"},
       {"KFACalculateHWNodeNotes", "eid=none statement", "-/r/eid: \"none\" is no GUID"},
       {"KFAMigratorCloneOptions", "", "config:venv_configType"},
+      {"KFAMigratorCloneOptions", "keep_source", "keep_source config:venv_configType"},
       {"KFANetVEth", "name host_routed", "-/r: a network device has no interface name"},
       {"KFANetVEth", "mac=m", "-/r: a network device has no interface name"},
       {"KFANetVEth", "name=eth0", "="},
@@ -167,6 +168,9 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
       {"KFAUpdate", "name size=9223372036854775807 is_installed", "="},
       {"KFAWindowsSystemUpdate", "kind=Hotfix product=p",
        "-/r/kind: 'Hotfix' is no known name; hotfix, servicepack or version is wanted"},
+      {"KFAWindowsSystemUpdate", "product=p", "summary"},  // the mark of the summary tells of the product
+      {"KFAWindowsSystemUpdate", "summary=s product=p", "summary=s"},
+      {"KFAWindowsSystemUpdate", "summary=s", ""},
       {"KFASystemUpdate", "kind=hotfix", "="},
       {"KFAOsTemplateUpdate",
        "app_template:os_template_updateType app_template:ez_template_updateType app_template:updateType",

@@ -334,44 +334,17 @@ TEST(Allocations, OfConfigurations) {
   ASSERT_NE(record, nullptr);
   const std::string full = examples().find(record)->second.xml;
 
-  const std::function<void()> properties[] = {PROPERTY(Name),
-                                              PROPERTY(Hostname),
-                                              PROPERTY(Addresses),
-                                              PROPERTY(Nameservers),
-                                              PROPERTY(SearchDomains),
-                                              PROPERTY(Architecture),
-                                              PROPERTY(OS),
-                                              PROPERTY(Disabled),
-                                              PROPERTY(ClassID),
-                                              PROPERTY(QoSes),
-                                              PROPERTY(Veid),
-                                              PROPERTY(VERootVar),
-                                              PROPERTY(OnBoot),
-                                              PROPERTY(UUID),
-                                              PROPERTY(VEType),
-                                              PROPERTY(IPTables),
-                                              PROPERTY(Capabilities),
-                                              PROPERTY(Distribution),
-                                              PROPERTY(OsTemplate),
-                                              PROPERTY(Templates),
-                                              PROPERTY(WinsServers),
-                                              PROPERTY(RatesList),
-                                              PROPERTY(NetVEths),
-                                              PROPERTY(TSMode),
-                                              PROPERTY(Description),
-                                              PROPERTY(Type),
-                                              PROPERTY(ConfigCustomized),
-                                              PROPERTY(VEPrivateVar),
-                                              PROPERTY(RateBound),
-                                              PROPERTY(OfflineManagement),
-                                              PROPERTY(SLMMode),
-                                              PROPERTY(AllowReboot),
-                                              PROPERTY(Sample),
-                                              PROPERTY(OriginSample),
-                                              PROPERTY(TSLicenseServers),
-                                              PROPERTY(ServerRoles),
-                                              PROPERTY(OfflineServices),
-                                              PROPERTY(Capability)};
+  const std::function<void()> properties[] = {
+      PROPERTY(Name), PROPERTY(Hostname), PROPERTY(Addresses), PROPERTY(Nameservers), PROPERTY(SearchDomains),
+      PROPERTY(Architecture), PROPERTY(OS), PROPERTY(Disabled), PROPERTY(ClassID), PROPERTY(QoSes),
+      // What else there is.
+      PROPERTY(Veid), PROPERTY(VERootVar), PROPERTY(OnBoot), PROPERTY(UUID), PROPERTY(VEType),
+      PROPERTY(IPTables), PROPERTY(Capabilities), PROPERTY(Distribution), PROPERTY(OsTemplate),
+      PROPERTY(Templates), PROPERTY(WinsServers), PROPERTY(RatesList), PROPERTY(NetVEths), PROPERTY(TSMode),
+      PROPERTY(Description), PROPERTY(Type), PROPERTY(ConfigCustomized), PROPERTY(VEPrivateVar),
+      PROPERTY(RateBound), PROPERTY(OfflineManagement), PROPERTY(SLMMode), PROPERTY(AllowReboot),
+      PROPERTY(Sample), PROPERTY(OriginSample), PROPERTY(TSLicenseServers), PROPERTY(ServerRoles),
+      PROPERTY(OfflineServices), PROPERTY(Capability)};
   for (const auto& expectLaw : properties)
     expectLaw();
 }

@@ -216,20 +216,4 @@ TEST(SerializeBashLikeConfig, GivesNoKeyTheValueOfAnother) {
   EXPECT_EQ(out.str(), "A=\"1\"\nB=\"\"\n");
 }
 
-// The file read into the map and written over itself changes nothing but the quotes, and then nothing at all.
-TEST(RawConfig, RewritingAFileWithItsOwnValuesKeepsIt) {
-  const auto rewriteAll = [](const std::string& text) {
-    Values values;
-    std::istringstream in(text);
-    EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->getConfig(in, values), 0);
-    return rewritten(text, values);
-  };
-  for (const auto& path : exampleFiles()) {
-    const std::string text = contentOf(path);
-    const std::string once = rewriteAll(text);
-    EXPECT_EQ(rewriteAll(once), once) << path;
-    EXPECT_EQ(rewritten(text, {}), text) << path;
-  }
-}
-
 }  // namespace

@@ -324,19 +324,4 @@ TEST(EnvConfigBashParser, TellsWhichKeysDiffer) {
       (Changes{{"ip_address", "10.9.9.9"}, {"onboot", "no"}, {"loadlimit", "2.5"}, {"numproc", "1:2"}}));
 }
 
-// Reading the whole file and writing the record over it: what is well written reads back the same, and a second pass
-// changes not a byte.
-TEST(EnvConfigBashParser, WritingARecordOverItsFileSettles) {
-  for (const auto& path : exampleFiles()) {
-    std::string text = contentOf(path);
-    for (int pass = 0; pass < 2; ++pass) {
-      const std::string written = write(read(text), text);
-      if (pass == 1) {
-        EXPECT_EQ(written, text) << path;
-      }
-      text = written;
-    }
-  }
-}
-
 }  // namespace

@@ -79,8 +79,9 @@ TEST(KFANetVEth, WrittenReadsBackToTheSame) {
     KFANetVEth again = read(text);
     EXPECT_EQ(again.toString(), text) << row.first;
     std::vector<KFL::KFLIPAddress> sorted = device.getIPAddresses();
-    std::ranges::stable_partition(
-        sorted, [](const auto& address) { return !KFL::KFLIPv6::isResembling(address.toString()); });
+    std::stable_partition(sorted.begin(), sorted.end(), [](const auto& address) {
+      return !KFL::KFLIPv6::isResembling(address.toString());
+    });
     device.setIPAddresses(sorted);
     EXPECT_EQ(dump(again), dump(device)) << text;
   }

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <limits>
-#include <optional>
-#include <random>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,6 +33,7 @@ class Steps final : public KFAQVEvaluationObserver {
   const KFAQVTune& tune_;
 };
 
+// What formulas come to is held against an evaluator of their trees by the fuzz target FormulaFuzz.
 class QoSEvaluation : public testing::Test {
  protected:
   QoSEvaluation() { setErrorMessage("none"); }
@@ -145,84 +142,6 @@ TEST_F(QoSEvaluation, DepthIsUnbounded) {
   }
   EXPECT_EQ(evaluate("a " + values + sums + "- 1001 == 0"), 0);
   EXPECT_EQ(evaluate(nested + "1" + std::string(1000, ')')), -1);
-}
-
-std::optional<long long> applyPlainly(std::string op, long long left, long long right) {
-  const auto wide = [](long long value) { return static_cast<std::uint64_t>(value); };
-  if (op.rfind("&lt;", 0) == 0) op.replace(0, 4, "<");
-  if (op.rfind("&gt;", 0) == 0) op.replace(0, 4, ">");
-  if (op == "+") return static_cast<long long>(wide(left) + wide(right));
-  if (op == "-") return static_cast<long long>(wide(left) - wide(right));
-  if (op == "*") return static_cast<long long>(wide(left) * wide(right));
-  if (op == "/" && (right == 0 || (left == kLeast && right == -1))) return {};
-  if (op == "/") return left / right;
-  if (op == "<") return left < right;
-  if (op == ">") return left > right;
-  if (op == "<=") return left <= right;
-  if (op == ">=") return left >= right;
-  if (op == "==") return left == right;
-  return left != 0 && right != 0;
-}
-
-// A formula evaluated plainly: the strongest operators first, each level from the left.
-std::optional<long long> evaluatePlainly(std::vector<long long> values, std::vector<std::string> ops) {
-  const std::set<std::string> levels[] = {
-      {"*", "/"}, {"+", "-"}, {"<", ">", "<=", ">=", "==", "&lt;", "&gt;", "&lt;=", "&gt;="}, {"&&"}};
-  for (const std::set<std::string>& level : levels) {
-    for (std::size_t i = 0; i < ops.size();) {
-      const auto at = static_cast<std::ptrdiff_t>(i);
-      if (level.count(ops[i]) == 0) {
-        ++i;
-      } else if (const auto result = applyPlainly(ops[i], values[i], values[i + 1])) {
-        values[i] = *result;
-        values.erase(values.begin() + at + 1);
-        ops.erase(ops.begin() + at);
-      } else {
-        return {};
-      }
-    }
-  }
-  return values[0];
-}
-
-TEST_F(QoSEvaluation, AgreesWithPlainEvaluation) {
-  std::mt19937_64 random(3);
-  const std::vector<std::string> operators = {
-      "+", "-", "*", "/", "<", ">=", "&&", "==", "<=", ">", "&lt;", "&gt;", "&lt;=", "&gt;=", "*", "-"};
-  const long long special[] = {0, 1, -1, 2, kLeast, kMost, 1LL << 32, -(1LL << 31)};
-  const auto number = [&] {
-    return random() % 2 == 0 ? special[random() % 8] : static_cast<long long>(random());
-  };
-  int refused = 0;
-  for (int i = 0; i < 20000; ++i) {
-    for (const char* name : {"a", "b", "c", "d"})
-      values_[name] = {number(), number(), {}};
-    std::vector<long long> values;
-    std::vector<std::string> ops;
-    KFAQVParamIDSet used;
-    std::string formula;
-    for (std::size_t left = 1 + random() % 12; left > 0; --left) {
-      const int id = static_cast<int>(random() % 4);
-      const std::string name(1, static_cast<char>('a' + id));
-      const bool hard = random() % 2 == 0;
-      if (random() % 4 == 0) {
-        values.push_back(static_cast<long long>(random() % 1000));
-        formula += std::to_string(values.back());
-      } else {
-        values.push_back(hard ? values_[name].hard : values_[name].soft);
-        formula += name + (hard ? ".hard" : "");
-        used.insert(id + 1);
-      }
-      if (left > 1) formula += " " + ops.emplace_back(operators[random() % operators.size()]) + " ";
-    }
-    const std::optional<long long> expected = evaluatePlainly(values, ops);
-    ASSERT_EQ(evaluate(formula), !expected ? -1 : *expected == 0 ? 1 : 0) << formula;
-    if (expected) {
-      EXPECT_EQ(used_, used) << formula;
-    }
-    refused += expected ? 0 : 1;
-  }
-  EXPECT_GT(refused, 100);
 }
 
 TEST(QoSParamIDSet, IsAnOrderedSet) {
