@@ -51,7 +51,7 @@ static std::string keyOf(std::uint32_t worker, std::uint32_t number) {
 }
 
 Changes changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt) {
-  Random random(seed * 1000003 + worker * 10007 + attempt);
+  Random random(seed * 1000003 + std::uint64_t{worker} * 10007 + attempt);
   Changes changes;
   for (std::uint32_t left = random.chance(70) ? 1 : 1 + random.below(6); left > 0; --left) {
     const std::uint32_t number = random.below(kKeys);
