@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <thread>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>

@@ -18,14 +18,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <map>
 #include <random>
 #include <system_error>
 #include <thread>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
 #include <KFAFunctionality/node/KFANodeSelection.h>
 

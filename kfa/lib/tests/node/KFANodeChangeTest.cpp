@@ -5,14 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
-#include <map>
 #include <random>
 #include <thread>
 
 #include <KFLCommon/KFLText.h>
 
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
 
 #include "../files/FilesTest.h"

@@ -3,13 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <KFAFunctionality/templates/KFATemplateCache.h>
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLFolders.h>
 
