@@ -4,9 +4,9 @@
 #   save [COUNT]  each system call of a save fails, ends the process, or is met by a fork, another program, a full disk;
 #                 the same with a tracer around kfactl; COUNT (20000) of 64 writers are killed
 #   cache [COUNT [SEED]]
-#                 each system call of a cache's use fails or ends the process; COUNT (100000) processes that use a cache
-#                 file are killed, at any store and call, and so many seeds damage a file that is open, these under the
-#                 address and undefined behaviour sanitizers; SEED (1) is the first
+#                 each system call of a cache's use fails; COUNT (100000) processes that use a cache file are killed, at
+#                 any store and call, and so many seeds damage a file that is open, these under the address and undefined
+#                 behaviour sanitizers; SEED (1) is the first
 # Without a SECTION: all. The status is 1 when anything was lost.
 set -euo pipefail
 

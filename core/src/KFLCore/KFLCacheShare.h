@@ -18,7 +18,8 @@ struct KFLCacheHold final : KFLRefCounter {
   KFLCacheFile::Storage storage;  // the mapping that it was taken from
   KFLSnapshotView view;
   std::uint64_t generation = getForkGeneration();
-  int users = 0;  // needs the share's holdsLock
+  int users = 0;                      // needs the share's holdsLock
+  mutable std::atomic<int> finds{0};  // searches, as far as they are counted
 
   // Whether the file's header names this snapshot still. One look, without a lock.
   bool isCurrent() const {

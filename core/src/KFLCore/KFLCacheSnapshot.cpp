@@ -9,6 +9,8 @@
 #include <KFLCommon/KFLLog.h>
 
 #include "KFLCacheCodes.h"
+#include "KFLDescriptor.h"
+#include "KFLKeySearch.h"
 #include "KFLLockedCache.h"
 
 namespace KFL {
@@ -111,10 +113,27 @@ void KFLCacheSnapshot::release() {
   });
 }
 
+// A page that is mapped for the sake of one key costs several times what reading that key does. So a search reads, until
+// what is left lies in pages that the kernel maps together.
+static std::uint32_t lowerBoundByReading(const KFLCacheHold& hold, std::string_view key, bool& found) {
+  constexpr std::uint32_t kMappedTogether = 64;
+  const KFLSoughtKey sought(key);
+  return firstNotBefore(0, hold.view.size(), found, [&](std::uint32_t index, std::uint32_t left) {
+    char there[kCacheKeySize];
+    const std::uint64_t at = hold.view.getOffset() + snapshotBytes(index);
+    const bool isRead =
+        left > kMappedTogether && KFLMappedReading::read(*hold.storage, {there, sought.size()}, at);
+    return sought.orderOf(isRead ? there : hold.view.records()[index].key);
+  });
+}
+
 std::uint32_t KFLCacheSnapshot::find(std::string_view key) const {
+  constexpr int kByReading = 16;
   if (!isHere() || key.size() >= kCacheKeySize) return kNone;
   bool found = false;
-  const std::uint32_t index = view_.lowerBound(key, found);
+  const bool isCold = hold_->finds.load(std::memory_order_relaxed) < kByReading;
+  if (isCold) hold_->finds.fetch_add(1, std::memory_order_relaxed);
+  const std::uint32_t index = isCold ? lowerBoundByReading(*hold_, key, found) : view_.lowerBound(key, found);
   return found ? index : kNone;
 }
 

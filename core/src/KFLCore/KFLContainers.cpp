@@ -5,6 +5,8 @@
 
 #include <KFLCommon/KFLCheck.h>
 
+#include "KFLKeySearch.h"
+
 namespace KFL {
 
 void incRef(std::int32_t& references) {
@@ -57,26 +59,11 @@ std::string_view KFLSnapshotView::getText(std::uint32_t index) const {
   return {reinterpret_cast<const char*>(item + 1), size};
 }
 
-// Keys end with a NUL, so comparing up to the end of the shorter one, NUL included, decides.
 std::uint32_t KFLSnapshotView::lowerBound(std::string_view key, bool& found, std::uint32_t from) const {
-  char wanted[kCacheKeySize];
-  key.copy(wanted, key.size());
-  wanted[key.size()] = '\0';
+  const KFLSoughtKey sought(key);
   const KFLCacheRecord* const first = records();
-  std::uint32_t low = from;
-  std::uint32_t high = count_;
-  found = false;
-  while (low < high) {
-    const std::uint32_t middle = low + (high - low) / 2;
-    const int order = std::memcmp(first[middle].key, wanted, key.size() + 1);
-    if (order < 0) {
-      low = middle + 1;
-    } else {
-      high = middle;
-      found = found || order == 0;
-    }
-  }
-  return low;
+  return firstNotBefore(from, count_, found,
+                        [&](std::uint32_t index, std::uint32_t) { return sought.orderOf(first[index].key); });
 }
 
 }  // namespace KFL

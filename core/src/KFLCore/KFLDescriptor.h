@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// Inner header, not installed: a file descriptor that closes itself, and what is said when a call fails.
+// Inner header, not installed: a file descriptor that closes itself, what is said when a call fails, and reading a file that
+// is mapped.
 #ifndef KFLCORE_KFLDESCRIPTOR_H
 #define KFLCORE_KFLDESCRIPTOR_H
 
+#include <span>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include <KFLCommon/KFLLanguage.h>
 #include <KFLCommon/KFLSystem.h>
+#include <KFLCore/KFLMappedFile.h>
 
 namespace KFL {
 
@@ -38,6 +41,14 @@ class KFLDescriptor {
 inline std::string describeError(int error) {
   return std::generic_category().message(error);
 }
+
+struct KFLMappedReading {
+  // Whether all of these bytes were read from the file.
+  static bool read(const KFLMappedFile& file, std::span<char> to, std::uint64_t at) {
+    const ssize_t got = KFLSystem::pread(file.file_->get(), to.data(), to.size(), static_cast<off_t>(at));
+    return got == static_cast<ssize_t>(to.size());
+  }
+};
 
 }  // namespace KFL
 

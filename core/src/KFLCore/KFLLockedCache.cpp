@@ -226,15 +226,15 @@ int KFLLockedCache::lower(std::uint64_t offset) {
     std::uint64_t snapshot;
     ~Leaving() { lock.letGo(snapshot); }
   } leaving{fileLock(), offset};
-  const bool isLast = fileLock().countHeld(offset) == 1 && !fileLock().isHeldElsewhere(offset);
   const KFLSnapshotView snapshot(storage_->memory(), static_cast<std::int64_t>(offset));
   const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
   if (references <= 0) return distrust("a snapshot that was held does not hold together");
   mark();
-  if (references > 1 || !isLast) {
-    if (references > 1) storeWord(snapshot.head().references, references - 1);
+  if (references > 1) {
+    storeWord(snapshot.head().references, references - 1);
     return 0;
   }
+  if (fileLock().countHeld(offset) != 1 || fileLock().isHeldElsewhere(offset)) return 0;
   if (manager().getSnapshot() == static_cast<std::int64_t>(offset)) return 0;
   if (const int code = prepare(); code != 0) return code;
   return freeSnapshot(KFLSnapshotView(storage_->memory(), static_cast<std::int64_t>(offset)))

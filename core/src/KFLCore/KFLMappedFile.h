@@ -77,6 +77,7 @@ class KFLMappedFile : public KFLRefCounter {
   int unmap(int error);
 
  private:
+  friend struct KFLMappedReading;
   int mapOpened(std::size_t size, const KFLMapOptions& options);
 
   std::string path_;

@@ -11,8 +11,10 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <memory>
 #include <thread>
+#include <type_traits>
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 
@@ -42,19 +44,23 @@ std::uint64_t hashOf(std::string_view text) {
   return hash;
 }
 
+static std::string keyOf(std::uint32_t worker, std::uint32_t number) {
+  std::string key{static_cast<char>('a' + worker), '.', static_cast<char>('0' + number)};
+  if (number + 1 == kKeys) key.resize(255, 'x');
+  return key;
+}
+
 Changes changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt) {
   Random random(seed * 1000003 + worker * 10007 + attempt);
   Changes changes;
   for (std::uint32_t left = random.chance(70) ? 1 : 1 + random.below(6); left > 0; --left) {
-    const std::uint32_t number = random.below(7);
-    std::string key = std::string(1, static_cast<char>('a' + worker)) + "." + std::to_string(number);
-    if (number == 6) key.resize(255, 'x');
+    const std::uint32_t number = random.below(kKeys);
     std::optional<std::string> text;
     if (random.chance(75))
       text = std::string(random.logarithmic(random.chance(3) ? 60000 : 900),
                          static_cast<char>('A' + random.below(26))) +
              std::to_string(attempt);
-    changes.emplace_back(std::move(key), std::move(text));
+    changes.emplace_back(keyOf(worker, number), std::move(text));
   }
   return changes;
 }
@@ -80,8 +86,14 @@ Changes templatesOf(const Changes& changes) {
   return templates;
 }
 
-std::uint32_t workerOf(const std::string& key) {
-  return key.empty() ? 0 : static_cast<std::uint32_t>(key[0] - 'a');
+void Listings::add(std::string_view key, std::string_view text) {
+  ++records;
+  const std::uint32_t worker = key.size() < 3 ? kWorkers : static_cast<std::uint32_t>(key[0] - 'a');
+  const std::uint32_t number = worker < kWorkers ? static_cast<std::uint32_t>(key[2] - '0') : kKeys;
+  if (number < kKeys && key.starts_with(keyOf(worker, number)))
+    of[worker][number] = hashOf(text);
+  else
+    ++strangers;
 }
 
 const char* nameOf(Verb verb) {
@@ -95,8 +107,9 @@ namespace {
 using namespace KFL;
 using Clock = std::chrono::steady_clock;
 
-// Marks, in the place of a report's length, a worker that waits at its moment.
-constexpr std::uint32_t kWaits = 0xFFFFFFFF;
+// What comes from a worker: a report, or word that it waits at its moment.
+constexpr char kAnswers = 'a';
+constexpr char kWaits = 'w';
 
 bool readAll(int from, void* to, std::size_t size) {
   for (auto* at = static_cast<char*>(to); size > 0;) {
@@ -119,62 +132,12 @@ bool writeAll(int to, const void* from, std::size_t size) {
   return true;
 }
 
-template <class T>
-void add(std::string& bytes, const T& value) {
-  bytes.append(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-template <class T>
-void take(std::string_view& bytes, T& value) {
-  std::memcpy(&value, bytes.data(), sizeof(value));
-  bytes.remove_prefix(sizeof(value));
-}
-void addText(std::string& bytes, std::string_view text) {
-  add(bytes, static_cast<std::uint32_t>(text.size()));
-  bytes.append(text);
-}
-std::string takeText(std::string_view& bytes) {
-  std::uint32_t size = 0;
-  take(bytes, size);
-  std::string text(bytes.substr(0, size));
-  bytes.remove_prefix(size);
-  return text;
-}
+static_assert(std::is_trivially_copyable_v<Report>);
 
-std::string pack(const Report& report) {
-  std::string bytes;
-  add(bytes, report.code);
-  add(bytes, report.isAlone);
-  add(bytes, report.died);
-  add(bytes, report.moments);
-  add(bytes, report.nanoseconds);
-  add(bytes, report.held);
-  addText(bytes, report.fault);
-  add(bytes, static_cast<std::uint32_t>(report.items.size()));
-  for (const auto& [key, hash] : report.items) {
-    addText(bytes, key);
-    add(bytes, hash);
-  }
-  return bytes;
-}
-Report unpack(std::string_view bytes) {
-  Report report;
-  take(bytes, report.code);
-  take(bytes, report.isAlone);
-  take(bytes, report.died);
-  take(bytes, report.moments);
-  take(bytes, report.nanoseconds);
-  take(bytes, report.held);
-  report.fault = takeText(bytes);
-  std::uint32_t count = 0;
-  for (take(bytes, count); count > 0; --count)
-    take(bytes, report.items[takeText(bytes)]);
-  return report;
-}
-
-Listing listingOf(const KFLCacheSnapshot& snapshot) {
-  Listing items;
+Listings listingsOf(const KFLCacheSnapshot& snapshot) {
+  Listings items;
   for (std::uint32_t i = 0; i < snapshot.size(); ++i)
-    items.emplace(snapshot.getKey(i), hashOf(snapshot.getText(i)));
+    items.add(snapshot.getKey(i), snapshot.getText(i));
   return items;
 }
 
@@ -192,9 +155,8 @@ class Hand {
       report_ = {};
       perform(order);
       checkHeld();
-      const std::string bytes = pack(report_);
-      const auto size = static_cast<std::uint32_t>(bytes.size());
-      if (!writeAll(answers_, &size, sizeof(size)) || !writeAll(answers_, bytes.data(), bytes.size())) break;
+      if (!writeAll(answers_, &kAnswers, sizeof(kAnswers)) || !writeAll(answers_, &report_, sizeof(report_)))
+        break;
     }
     _exit(0);
   }
@@ -202,7 +164,7 @@ class Hand {
  private:
   struct Held {
     KFLCacheSnapshot snapshot;
-    Listing items;
+    Listings items;
     KFLSnapshotHead* bare = nullptr;
     KFLCacheFile::Storage storage;
   };
@@ -220,7 +182,7 @@ class Hand {
     begin(plan, waitAtMoment);
     try {
       code = calls();
-      report_.moments = end();
+      end();
     } catch (const std::exception& error) {
       end();
       code = -1000;
@@ -335,7 +297,7 @@ class Hand {
       const std::int64_t key = offsetInFile(held.snapshot.getKey(0).data());
       report_.held = key < 0 ? -1 : key - 12;
     }
-    report_.items = held.items = listingOf(held.snapshot);
+    report_.items = held.items = listingsOf(held.snapshot);
     held_.push_back(std::move(held));
   }
   void acquire(const Plan& plan) {
@@ -361,15 +323,15 @@ class Hand {
   void find(const Plan& plan) {
     KFLCacheSnapshot snapshot;
     report_.code = measure(plan, [&] { return cache_->hold(snapshot); });
-    report_.items = listingOf(snapshot);
+    report_.items = listingsOf(snapshot);
     for (std::uint32_t i = 0; i < snapshot.size(); ++i)
       if (snapshot.find(snapshot.getKey(i)) != i) report_.fault = "a key that is there was not found";
   }
   void checkHeld() {
     for (const Held& held : held_)
-      if (held.bare == nullptr && listingOf(held.snapshot) != held.items)
+      if (held.bare == nullptr && listingsOf(held.snapshot) != held.items)
         report_.fault = "a held snapshot changed: " + std::to_string(held.snapshot.size()) +
-                        " records instead of " + std::to_string(held.items.size());
+                        " records instead of " + std::to_string(held.items.records);
   }
 
   void forkChild(const Order& order) {
@@ -401,9 +363,9 @@ class Hand {
     for (std::uint32_t i = 0; i < order.count && report_.code == 0; ++i) {
       KFLCacheSnapshot snapshot;
       report_.code = measure({}, [&] { return cache_->hold(snapshot); });
-      const Listing items = listingOf(snapshot);
+      const Listings items = listingsOf(snapshot);
       if (report_.code == 0) report_.code = change({Verb::Change, {}, order.first + i, 1});
-      if (listingOf(snapshot) != items) report_.fault = "a held snapshot changed beside another thread";
+      if (listingsOf(snapshot) != items) report_.fault = "a held snapshot changed beside another thread";
     }
     other.join();
     if (report_.code == 0) report_.code = second;
@@ -466,19 +428,19 @@ void Worker::send(const Order& order) {
 Worker::State Worker::await(std::chrono::milliseconds limit) {
   pollfd sources[] = {{answers_, POLLIN, 0}, {processHandle_, POLLIN, 0}};
   if (poll(sources, 2, static_cast<int>(limit.count())) <= 0) return state_;
-  std::uint32_t size = 0;
-  if ((sources[0].revents & POLLIN) == 0 || !readAll(answers_, &size, sizeof(size))) {
-    bury();
-    return state_;
-  }
-  if (size == kWaits) return state_ = State::Waiting;
-  std::string bytes(size, 0);
-  if (!readAll(answers_, bytes.data(), size)) {
-    bury();
-    return state_;
-  }
-  report_ = unpack(bytes);
-  return state_ = State::Ready;
+  char what = 0;
+  const bool isRead = (sources[0].revents & POLLIN) != 0 && readAll(answers_, &what, sizeof(what));
+  if (isRead && what == kWaits) return state_ = State::Waiting;
+  if (isRead && readAll(answers_, &report_, sizeof(report_))) return state_ = State::Ready;
+  bury();
+  return state_;
+}
+
+std::int64_t Worker::kept() const {
+  std::int64_t ran = 0;
+  std::int64_t kept = 0;
+  std::ifstream("/proc/" + std::to_string(process_) + "/schedstat") >> ran >> kept;
+  return kept;
 }
 
 void Worker::stop() {

@@ -8,12 +8,13 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -34,16 +35,31 @@ class Random {
   std::uint64_t state_;
 };
 
-// Keys and the hashes of their texts.
-using Listing = std::map<std::string, std::uint64_t>;
 std::uint64_t hashOf(std::string_view text);
+
+constexpr std::uint32_t kWorkers = 4;
+constexpr std::uint32_t kKeys = 7;
+
+// The hashes of the texts under one worker's keys; 0 where there is none.
+using Listing = std::array<std::uint64_t, kKeys>;
+// What was read in a file or a snapshot.
+struct Listings {
+  std::array<Listing, kWorkers> of{};
+  std::uint32_t records = 0;
+  std::uint32_t strangers = 0;  // that are under no worker's keys
+
+  void add(std::string_view key, std::string_view text);
+  bool operator==(const Listings&) const = default;
+};
 
 // What the worker's attempt of that number changes; no text removes the key. A worker has keys of its own.
 using Changes = std::vector<std::pair<std::string, std::optional<std::string>>>;
 Changes changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt);
 // The same with keys and items as the tool knows them: a template's ID, and its message with the text as its path.
 Changes templatesOf(const Changes& changes);
-std::uint32_t workerOf(const std::string& key);
+inline std::uint32_t numberOf(const std::string& key) {
+  return static_cast<std::uint32_t>(key[2] - '0');
+}
 
 enum class Verb : std::uint8_t {
   Open,    // and again, when it is open
@@ -69,15 +85,28 @@ struct Order {
   std::uint32_t count = 1;
 };
 
+// The beginning of a text, in one piece with what has it.
+class Text {
+ public:
+  Text& operator=(std::string_view text) {
+    bytes_[text.copy(bytes_.data(), bytes_.size() - 1)] = '\0';
+    return *this;
+  }
+  bool empty() const { return bytes_[0] == '\0'; }
+  std::string str() const { return bytes_.data(); }
+
+ private:
+  std::array<char, 200> bytes_{};
+};
+
 struct Report {
   int code = 0;
   bool isAlone = false;          // Repair
   bool died = false;             // Fork: the child did
-  std::uint32_t moments = 0;     // how many there were
   std::int64_t nanoseconds = 0;  // of the calls into the library
   std::int64_t held = -1;        // the offset of the snapshot that is held since
-  Listing items;                 // Hold, Find
-  std::string fault;             // what the worker itself saw wrong
+  Listings items;                // Hold, Find
+  Text fault;                    // what the worker itself saw wrong
 };
 
 // What all workers of a schedule have in common.
@@ -115,6 +144,8 @@ class Worker {
 
   State state() const { return state_; }
   const Report& report() const { return report_; }
+  // For how long, in nanoseconds, it was ready to run and others had the processors.
+  std::int64_t kept() const;
   int status() const { return status_; }  // of waitpid, when it is dead
 
  private:

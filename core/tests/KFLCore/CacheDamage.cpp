@@ -28,6 +28,7 @@
 
 #include "CacheCrew.h"
 #include "CachePoints.h"
+#include "CacheTest.h"
 
 namespace cachefaults {
 namespace {
@@ -134,14 +135,16 @@ class Life {
     call("open", [&] { return cache_->initialize(true, false); });
     for (std::uint32_t i = 0; i < records; ++i)
       put();
+    const bool nodeDies = random_.chance(20);
+    const std::string onDisk = cachetest::readFile(path_);
     Scribbler scribbler(path_, random_);
     scribbler_ = &scribbler;
     self_ = this;
     if (random_.chance(50)) hold();
     for (std::uint32_t left = 3 + random_.below(8); left > 0; --left) {
-      if (random_.chance(60)) scribbler.scribble();
-      if (random_.chance(30)) plan_ = {Event::Wait, random_.logarithmic(300)};
-      if (random_.chance(30)) plan_ = {Event::Wait, random_.logarithmic(20000), true};
+      if (random_.chance(60) && !nodeDies) scribbler.scribble();
+      if (random_.chance(30) && !nodeDies) plan_ = {Event::Wait, random_.logarithmic(300)};
+      if (random_.chance(30) && !nodeDies) plan_ = {Event::Wait, random_.logarithmic(20000), true};
       act();
       plan_ = {};
     }
@@ -150,13 +153,25 @@ class Life {
       cache_.reset();
       return 0;
     });
+    if (nodeDies) mixPages(onDisk);
+    int code = 0;
     call("open again", [&] {
       cache_ = makeCache();
-      return cache_->initialize(true, random_.chance(50));
+      return code = cache_->initialize(true, random_.chance(50));
     });
+    if (code != 0) return;
+    call("put again", [&] { return code = cachetest::put(*cache_, "new", "text"); });
+    if (code == 0 && !cachetest::faultOf(path_).empty()) _exit(93);
   }
 
  private:
+  // The disk has some pages of the file as it was, and others as they are.
+  void mixPages(const std::string& former) {
+    std::string bytes = cachetest::readFile(path_);
+    for (std::size_t page = 0; page < std::min(former.size(), bytes.size()); page += 4096)
+      if (random_.chance(50)) bytes.replace(page, 4096, former, page, 4096);
+    cachetest::writeFile(path_, bytes);
+  }
   boost::intrusive_ptr<KFLCacheFile> makeCache() const {
     KFLCacheLimits limits;
     limits.growth = 4096;
@@ -283,6 +298,7 @@ std::string describe(int status, const Trace& trace) {
                      : WEXITSTATUS(status) == 90 ? "more than 2 s"
                      : WEXITSTATUS(status) == 91 ? "a code without a text"
                      : WEXITSTATUS(status) == 92 ? "a file over its limit"
+                     : WEXITSTATUS(status) == 93 ? "a change that leaves the file at fault"
                                                  : "status " + std::to_string(WEXITSTATUS(status));
   return "damage seed " + std::to_string(trace.seed) + ": " + what + " in " + trace.call.data() + "\n";
 }

@@ -30,10 +30,10 @@ std::array<Region, 64> regions;
 Plan plan;
 void (*waitHere)() = nullptr;
 std::uint32_t moments = 0;
-bool isWatching = false;            // whether stores and calls are counted now
-const void* accessedNow = nullptr;  // what the access that is waited before is of
+bool isWatching = false;                             // whether stores and calls are counted now
+[[maybe_unused]] const void* accessedNow = nullptr;  // what the access that is waited before is of
 
-void reach() {
+[[maybe_unused]] void reach() {
   if (++moments != plan.at) return;
   if (plan.event == Event::Die) kill(getpid(), SIGKILL);
   if (plan.event != Event::Wait || waitHere == nullptr) return;

@@ -36,6 +36,7 @@ class Folder {
   static Folder inMemory() { return Folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp"); }
   ~Folder() { std::filesystem::remove_all(path_); }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& path() const { return path_; }
 
  private:
   explicit Folder(const std::string& place) : path_(place + "/kfacacheXXXXXX") {
@@ -90,6 +91,17 @@ inline Contents contentsOf(KFLCacheFile& cache) {
   KFLCacheSnapshot snapshot;
   EXPECT_EQ(cache.hold(snapshot), 0) << getErrorMessage();
   return contentsOf(snapshot);
+}
+inline int holdOnce(KFLCacheFile& cache) {
+  KFLCacheSnapshot held;
+  return cache.hold(held);
+}
+inline int repairOnce(KFLCacheFile& cache) {
+  bool isAlone = false;
+  return cache.repair(isAlone);
+}
+inline int openAgain(KFLCacheFile& cache) {
+  return cache.initialize(true, true);
 }
 // The first fault of a file that nobody is changing; empty when there is none.
 inline std::string faultOf(const std::string& path) {

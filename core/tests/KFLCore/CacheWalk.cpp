@@ -2,8 +2,6 @@
 #include "CacheWalk.h"
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string_view>
 
@@ -184,11 +182,6 @@ class Walker {
 
 Walk walk(const std::string& file, Standing standing) {
   return Walker(file, standing).run();
-}
-
-std::string bytesOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace cachefaults

@@ -29,9 +29,6 @@ struct Walk {
 
 Walk walk(const std::string& file, Standing standing);
 
-// The file's bytes as they are now; nothing when there is none.
-std::string bytesOf(const std::string& path);
-
 }  // namespace cachefaults
 
 #endif

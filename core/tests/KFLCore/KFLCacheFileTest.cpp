@@ -3,6 +3,8 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <random>
+#include <set>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -10,6 +12,7 @@
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLMappedFile.h>
 
+#include "../KFLCommon/KFLSystemFaults.h"
 #include "CacheTest.h"
 
 namespace {
@@ -78,6 +81,43 @@ TEST(CacheFile, AWrongWordGivesItsCodeAndMarksTheFileInvalid) {
                                                     : (Contents{{"key", "text"}}));
   }
   setLogLevel(kLogWarning);
+}
+
+// The first searches in a snapshot read single keys from the file, if they can, and later ones look at the mapping.
+TEST(CacheFile, FindsWhatASetFinds) {
+  const Folder folder;
+  std::mt19937 random(3);
+  const auto makeKey = [&] {
+    std::string key(random() % 4, 'k');
+    for (auto left = random() % 3; left > 0; --left)
+      key += static_cast<char>(random() % 255 + 1);
+    if (random() % 4 == 0) key.resize(255, 'x');
+    return key;
+  };
+  const KFLSystemFaults::Plan plans[] = {
+      {}, {[](auto& point) { return point.call == "pread" ? EIO : 0; }}, {.isShort = true}};
+  for (const std::size_t size : {0, 1, 63, 64, 65, 200, 3000}) {
+    std::set<std::string> keys;
+    KFLCacheChanges changes;
+    while (keys.size() < size)
+      changes.put(*keys.insert(makeKey()).first, "text");
+    ASSERT_EQ(openCache(folder / std::to_string(size))->apply(changes), 0);
+    for (const KFLSystemFaults::Plan& plan : plans) {
+      SCOPED_TRACE(std::to_string(size) + " keys, plan " + std::to_string(&plan - plans));
+      const Cache cache = openCache(folder / std::to_string(size));
+      KFLCacheSnapshot held;
+      ASSERT_EQ(cache->hold(held), 0);
+      const KFLSystemFaults faults(plan);
+      for (int step = 0; step < 60; ++step) {
+        const auto at = keys.lower_bound(makeKey());
+        const std::string key = step % 2 == 0 || at == keys.end() ? makeKey() : *at;
+        const auto there = keys.find(key);
+        const auto index = static_cast<std::uint32_t>(std::distance(keys.begin(), there));
+        ASSERT_EQ(held.find(key), there == keys.end() ? KFLCacheSnapshot::kNone : index) << key;
+      }
+      EXPECT_EQ(faults.count() > 0, size > 64);
+    }
+  }
 }
 
 TEST(CacheFile, SomebodyElsesFileIsRefused) {
@@ -163,6 +203,18 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   auto* const memory = static_cast<volatile char*>(storage->getMemory());
   *memory = *memory;
   cache->unlock(storage);
+}
+
+TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {
+  const Folder folder;
+  KFLCacheStorage storage(folder / "file");
+  EXPECT_NE(storage.getStorage(8192, nullptr), nullptr);
+  EXPECT_EQ(storage.getStorage(16384, nullptr), nullptr);
+  EXPECT_EQ(storage.getSize(), 8192U);
+  std::int32_t count = 2;
+  EXPECT_FALSE(decRef(count));
+  EXPECT_TRUE(decRef(count));
+  EXPECT_DEATH(decRef(count = -1), "KFLContainers.*decRef");
 }
 
 TEST(CacheFile, WithoutAFileOpenThereIsACode) {

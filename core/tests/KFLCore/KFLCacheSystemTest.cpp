@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every system call of a cache's opening, growth, change, recovery and repair: it fails, once or from there on, or the
-// process dies right before or behind it. What was committed is there, what others hold stays, no lock and no descriptor
-// is left, and the same call then works. And every call is met by a fork, whose child lives on and has no part in a lock.
+// Every system call of a cache's opening, growth, change, recovery and repair fails, once or from there on. What was
+// committed is there, what others hold stays, no lock and no descriptor is left, and the same call then works. And every
+// call is met by a fork, whose child lives on and has no part in a lock. KFLCacheLivesTest has deaths.
 #include <fcntl.h>
 #include <sched.h>
 
@@ -40,15 +40,8 @@ struct Use {
 void startOpen(const std::string&, KFLCacheFile& cache) {
   EXPECT_EQ(cache.initialize(true, true), 0) << getErrorMessage();
 }
-int open(KFLCacheFile& cache) {
-  return cache.initialize(true, true);
-}
 int putLarge(KFLCacheFile& cache) {
   return put(cache, "large", std::string(100000, 'l'));
-}
-int holdAndRelease(KFLCacheFile& cache) {
-  KFLCacheSnapshot held;
-  return cache.hold(held);
 }
 // Of one who made the file longer, and began to change its heap.
 void haveOneDie(const std::string& path) {
@@ -70,10 +63,10 @@ std::ostream& operator<<(std::ostream& out, const Use& use) {
 }
 
 const Use kUses[] = {
-    {"make", [](auto& path, auto&) { fs::remove(path); }, open},
-    {"open", [](auto&, auto&) {}, open},
-    {"open again", startOpen, open},
-    {"open behind a death", [](auto&, auto&) {}, open, "", true},
+    {"make", [](auto& path, auto&) { fs::remove(path); }, openAgain},
+    {"open", [](auto&, auto&) {}, openAgain},
+    {"open again", startOpen, openAgain},
+    {"open behind a death", [](auto&, auto&) {}, openAgain, "", true},
     {"put", startOpen, [](auto& cache) { return put(cache, "new", "text"); }},
     {"replace", startOpen, [](auto& cache) { return put(cache, "k3", "other"); }},
     {"remove", startOpen, [](auto& cache) { return removeKey(cache, "k4"); }},
@@ -86,7 +79,7 @@ const Use kUses[] = {
      },
      [](auto& cache) { return put(cache, "k3", "other"); }},
     {"put behind a death", startOpen, [](auto& cache) { return put(cache, "new", "text"); }, "", true},
-    {"hold behind a death", startOpen, holdAndRelease, "", true},
+    {"hold behind a death", startOpen, holdOnce, "", true},
     {"put behind a death while protected",
      [](auto& path, auto& cache) {
        startOpen(path, cache);
@@ -101,20 +94,15 @@ const Use kUses[] = {
        writeFile(path, bytes);
      },
      [](auto& cache) { return put(cache, "new", "text"); }},
-    {"hold", startOpen, holdAndRelease},
+    {"hold", startOpen, holdOnce},
     {"hold what is newer",
      [](auto& path, auto& cache) {
        startOpen(path, cache);
-       EXPECT_EQ(holdAndRelease(cache), 0);
+       EXPECT_EQ(holdOnce(cache), 0);
        EXPECT_EQ(put(*openCache(path, kLimits), "k3", "other"), 0);
      },
-     holdAndRelease},
-    {"repair", startOpen,
-     [](auto& cache) {
-       bool alone = false;
-       return cache.repair(alone);
-     },
-     "", true},
+     holdOnce},
+    {"repair", startOpen, repairOnce, "", true},
     {"sync", startOpen, [](auto& cache) { return cache.sync(); }},
     {"protect and put", startOpen,
      [](auto& cache) {
@@ -260,32 +248,6 @@ TEST_P(CacheSystem, EachCallFails) {
       }
     }
   std::cout << GetParam().name << ": " << points << " failed calls\n";
-}
-
-// The child opens the file anew, so it is told apart how many calls it makes.
-TEST_P(CacheSystem, TheProcessDiesAtEachCall) {
-  std::size_t deaths = 0;
-  for (bool isOver = false; !isOver; ++deaths)
-    for (const bool isBehind : {false, true}) {
-      SCOPED_TRACE(std::to_string(deaths) + (isBehind ? " behind" : " before"));
-      Place place(GetParam());
-      const auto die = [&](const Point& point) { return point.number == deaths ? raise(SIGKILL) : 0; };
-      const pid_t child = startChild([&] {
-        const KFLSystemFaults faults(onFileSystemOf(
-            GetParam(), isBehind ? Plan{{}, [&](const Point& point) { die(point); }} : Plan{die}));
-        return place.run() == 0 ? 0 : 1;
-      });
-      const int end = waitFor(child);
-      EXPECT_TRUE(end == 0 || end == -SIGKILL) << end;
-      isOver = end == 0;
-      const Contents found = place.look();
-      EXPECT_TRUE(found == after_ || found == place.before());
-      EXPECT_EQ(place.run(), 0) << getErrorMessage();
-      EXPECT_EQ(place.look(), after_);
-      place.expectSound();
-      if (HasFailure()) return;
-    }
-  std::cout << GetParam().name << ": " << 2 * deaths << " deaths\n";
 }
 
 // Children that live on, each forked by a thread of its own beside the one that calls beside().

@@ -99,6 +99,7 @@ TEST(SharedMemoryManager, BrokenStructuresAbort) {
   Memory memory;
   KFLSharedMemoryManager heap(memory.bytes);
   heap.create(4096, kHeader);
+  heap.allocate(500);
   void* const data = heap.allocate(100);
   EXPECT_DEATH(heap.deallocate(memory.bytes + 8), "KFLSharedMemoryManager.*deallocate");
   EXPECT_DEATH(heap.deallocate(static_cast<std::byte*>(data) + 4), "KFLSharedMemoryManager.*deallocate");

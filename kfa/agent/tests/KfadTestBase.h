@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -127,6 +128,7 @@ class KfadTestBase : public testing::Test {
     setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
     setenv("KFA_UPLOADS_DIR", (folder / "uploads").c_str(), 1);
     setenv("KFA_LOG_LEVEL", "error", 1);
+    if (!preloaded.empty()) setenv("LD_PRELOAD", preloaded.c_str(), 1);
     if (listening == 3)
       fcntl(3, F_SETFD, 0);
     else
@@ -152,17 +154,27 @@ class KfadTestBase : public testing::Test {
     return 0;
   }
 
+  // A sanitizer's own memory is not counted.
+  static constexpr long limit([[maybe_unused]] long bytes) {
+#ifdef KFA_SANITIZED
+    return std::numeric_limits<long>::max();
+#else
+    return bytes;
+#endif
+  }
+
   KFARemoteConnectionOptions clientOptions() const {
     KFARemoteConnectionOptions options;
     options.identity.certificate = folder / "pki/client.pem";
     options.identity.key = folder / "pki/client.key";
     options.identity.authority = folder / "pki/ca.pem";
-    options.readTimeout = options.changeTimeout = std::chrono::seconds(20);
+    options.readTimeout = options.changeTimeout = std::chrono::seconds(60);
     return options;
   }
 
   const ScriptFolder folder;
   std::vector<std::string> libraries;
+  std::string preloaded;
   std::string address;
   int listening = -1;
   pid_t child = 0;

@@ -3,8 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+
 #include <KFAFunctionality/templates/KFATemplateCache.h>
 #include <KFLCommon/KFLLog.h>
+#include <KFLCore/KFLFileLock.h>
 #include <KFLCore/KFLFolders.h>
 
 #include "../files/FilesTest.h"
@@ -80,6 +83,18 @@ TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
   EXPECT_EQ(cache->remove(std::string(400, 'x')), 0);
   EXPECT_LT(cache->put(std::string(400, 'x'), found), 0);
   EXPECT_NE(KFL::getErrorMessage().find("a key has at most 255"), std::string::npos);
+}
+
+void endWithoutTheLock(const std::string& path) {
+  boost::intrusive_ptr<KFATemplateCachePrototype> cache(new KFATemplateCachePrototype(path));
+  KFL::KFLFileLock other;
+  if (cache->initialize(true, true) != 0 || other.open(path) != 0 || other.tryLock() != 0) return;
+  cache->setLockTimeout(std::chrono::milliseconds(1));
+  cache.reset();
+}
+
+TEST_F(KFATemplateCache, OneThatEndsWithoutItsLockAborts) {
+  EXPECT_DEATH(endWithoutTheLock(path()), "KFLCacheLogic.*~KFLCacheLogic");
 }
 
 TEST_F(KFATemplateCache, AFileAtFaultIsReplaced) {

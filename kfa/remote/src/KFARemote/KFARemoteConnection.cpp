@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <map>
 #include <random>
-#include <thread>
 #include <utility>
 
 #include <grpcpp/grpcpp.h>
@@ -38,6 +37,7 @@ std::string withPort(const std::string& address) {
 // One agent: what all calls to it share.
 struct Peer {
   std::string address;
+  std::shared_ptr<grpc::Channel> channel;
   std::unique_ptr<wire::Agent::Stub> stub;
 };
 
@@ -105,7 +105,8 @@ class KFL_HIDDEN KFARemoteConnection::Implementation {
     if (!peer) {
       peer = std::make_shared<Peer>();
       peer->address = address;
-      peer->stub = wire::Agent::NewStub(makeChannel(address));
+      peer->channel = makeChannel(address);
+      peer->stub = wire::Agent::NewStub(peer->channel);
     }
     return peer;
   }
@@ -252,12 +253,15 @@ class Call {
                        status.error_code() == grpc::StatusCode::INTERNAL;
     return isCut && !isOver();
   }
-  // Waits before the next sending; false when there is no time left for it.
+  // Waits before the next sending, at most until there is a connection; false when there is no time left for it. A channel
+  // whose calls fail makes no way by itself: it connects while somebody waits for it, and after several failures it
+  // would put that off for longer than this.
   bool pause(int attempt) const {
     thread_local std::minstd_rand random(std::random_device{}());
     const Milliseconds wait((100 << std::min(2 * (attempt - 1), 8)) + static_cast<int>(random() % 50));
     if (Clock::now() + wait >= deadline_) return false;
-    std::this_thread::sleep_for(wait);
+    grpc::experimental::ChannelResetConnectionBackoff(peer_.channel.get());
+    peer_.channel->WaitForConnected(std::chrono::system_clock::now() + wait);
     return true;
   }
 

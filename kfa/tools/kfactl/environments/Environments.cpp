@@ -90,8 +90,9 @@ void Environments::eachAtOnce(const std::function<Make()>& maker, const Failed& 
       for (std::size_t i = helper; i < count; i += helpers)
         finishes[i] = finishOf(makes[helper], files_[first + i]);
     });
+    // What they hold is given back by the threads, which put others in their place.
     for (std::size_t i = 0; i < count; ++i)
-      collect(files_[first + i], std::exchange(finishes[i], {}), failed);
+      collect(files_[first + i], finishes[i], failed);
   }
 }
 

@@ -114,7 +114,7 @@ std::function<Environments::Make()> judging(Session& session, const KFA::KFANode
     return [judge, add](const Environments::File& file, const Input& input) {
       const auto judged =
           std::make_shared<KFA::KFAJudgedFile>(judge->judge({input.name, file.veid}, input.text));
-      return [judged, add] { add(std::move(*judged)); };
+      return [judged, keys = judged->keys, add] { add(std::move(*judged)); };
     };
   };
 }

@@ -2,12 +2,15 @@
 #include <KFAFunctionality/node/KFAFileJudge.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string_view>
 #include <utility>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLGUID.h>
 #include <KFLCommon/KFLText.h>
 
+#include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
 #include <KFAFunctionality/node/KFAEnvironmentKeys.h>
@@ -136,6 +139,12 @@ std::string keyBeforeColon(std::string_view line) {
   return isColon ? KFL::toLower(std::string(line.substr(0, length))) : std::string();
 }
 
+// One text for every way to write a path, as far as the text alone tells.
+std::string plainPath(const std::string& path) {
+  const std::string plain = std::filesystem::path(path).lexically_normal().string();
+  return plain.size() > 1 && plain.ends_with('/') ? plain.substr(0, plain.size() - 1) : plain;
+}
+
 }  // namespace
 
 class KFL_HIDDEN KFAFileJudge::Work {
@@ -160,6 +169,10 @@ class KFL_HIDDEN KFAFileJudge::Work {
   void checkOddLines(const std::string& text);
   void checkOddLine(std::string_view text, std::size_t number, bool mayHaveOddMarks);
   void checkValues(const KFAEnvironmentKeys& keys);
+  void readClaims(const KFAEnvironmentKeys& keys);
+  void claimDevices(const KFAEnvironmentKeys& keys);
+  void claim(KFAClaim claim) { judged_.claims.push_back(std::move(claim)); }
+  void claimAddress(const KFL::KFLIPAddress& address, const char* key, const std::string& network);
 
   const std::set<std::string> foreignKeys_;
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;
@@ -238,8 +251,53 @@ void KFAFileJudge::Work::checkValues(const KFAEnvironmentKeys& keys) {
   }
 }
 
+void KFAFileJudge::Work::claimAddress(const KFL::KFLIPAddress& address, const char* key,
+                                      const std::string& network) {
+  const std::string normal = normalAddress(address.toString());
+  if (!normal.empty()) claim({KFAClaim::Kind::Address, key, normal, normal, network});
+}
+
+void KFAFileJudge::Work::claimDevices(const KFAEnvironmentKeys& keys) {
+  KFAEnvConfig::Addresses addresses;
+  keys.getRecord().getAddresses(addresses);
+  for (const KFL::KFLIPAddress& address : addresses.getValue())
+    claimAddress(address, "ip_address", {});
+  KFAEnvConfig::NetVEths devices;
+  keys.getRecord().getNetVEths(devices);
+  for (const KFANetVEth& device : devices.getValue()) {
+    for (const KFL::KFLIPAddress& address : device.getIPAddresses())
+      claimAddress(address, "netif", device.getNetwork());
+    const std::string mac = normalMac(device.getMAC());
+    if (!mac.empty()) claim({KFAClaim::Kind::Mac, "netif", mac});
+  }
+}
+
+void KFAFileJudge::Work::readClaims(const KFAEnvironmentKeys& keys) {
+  KFLOptionalProperty<KFAVPSType> type;
+  keys.getRecord().getVEType(type);
+  if (type.isSpecified() && type.getValue().getType() == KFAVPSType::kRepair)
+    judged_.repairs = type.getValue().getSubType();
+  claimDevices(keys);
+  std::string value;
+  if (keys.get("uuid", value) && !value.empty()) {
+    const KFL::KFLGUID guid{std::string_view(value)};
+    claim({KFAClaim::Kind::Uuid, "uuid", guid.isValid() ? guid.toString() : value, value});
+  }
+  if (keys.get("name", value)) claim({KFAClaim::Kind::Name, "name", value});
+  if (keys.get("hostname", value)) {
+    const std::string bare = value.ends_with('.') ? value.substr(0, value.size() - 1) : value;
+    claim({KFAClaim::Kind::HostName, "hostname", KFL::toLower(bare), bare});
+  }
+  if (!keys.get("ve_private", value) || value.empty() || judged_.file.veid < 0) return;
+  KFAEnvConfig::veidSubstitute(judged_.file.veid, value);
+  claim({KFAClaim::Kind::PrivateArea, "ve_private", plainPath(value), value});
+}
+
 KFAJudgedFile KFAFileJudge::Work::judge(const KFAEnvironmentFile& file, const std::string& text) {
-  judged_ = {file, text, !isNoConfiguration(text), {}, {}};
+  judged_ = {};
+  judged_.file = file;
+  judged_.text = text;
+  judged_.isConfiguration = !isNoConfiguration(text);
   const auto keys = std::make_shared<KFAEnvironmentKeys>(keys_.another());
   if (!judged_.isConfiguration) {
     static_cast<void>(keys->read({}, {}));
@@ -252,6 +310,7 @@ KFAJudgedFile KFAFileJudge::Work::judge(const KFAEnvironmentFile& file, const st
     // What stands before a malformed line is judged all the same.
     static_cast<void>(keys->read(text, file.path));
     checkValues(*keys);
+    readClaims(*keys);
   }
   judged_.keys = keys;
   return std::move(judged_);

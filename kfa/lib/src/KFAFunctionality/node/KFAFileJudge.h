@@ -21,6 +21,16 @@ namespace KFA {
 class KFAEnvConfigBashParser;
 class KFAEnvironmentKeys;
 
+// What only one environment of a node can have.
+struct KFAClaim {
+  enum class Kind { Address, Mac, Uuid, Name, HostName, PrivateArea };
+  Kind kind;
+  const char* key;   // whose line says so
+  std::string what;  // the same text for every way to write it
+  std::string shown = what;
+  std::string network = {};  // of an address, where its device names one
+};
+
 // A file, and what a judge says of it.
 struct KFAJudgedFile {
   KFAEnvironmentFile file;
@@ -31,6 +41,8 @@ struct KFAJudgedFile {
   // What the file says: the keys that are judged, with those of KFAEnvironmentSummary and every resource parameter among
   // them.
   std::shared_ptr<const KFAEnvironmentKeys> keys;
+  std::vector<KFAClaim> claims;
+  int repairs = -1;  // the number of the environment that this one repairs
 };
 
 class KFAFileJudge {

@@ -2,22 +2,19 @@
 #include <KFAFunctionality/node/KFANodeCheck.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <array>
 #include <iterator>
 #include <map>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
-#include <KFLCommon/KFLGUID.h>
 #include <KFLCommon/KFLText.h>
 
-#include <KFAFunctionality/environment/KFAVPSType.h>
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/node/KFAEnvironmentKeys.h>
 
 #include "KFAConfigLines.h"
-#include "KFAValueCheck.h"
 
 namespace KFA {
 
@@ -39,11 +36,16 @@ std::string percentText(long long hundredths) {
   return KFL::doubleToStr(static_cast<double>(hundredths) / 100) + " %";
 }
 
-// One text for every way to write a path, as far as the text alone tells.
-std::string plainPath(const std::string& path) {
-  const std::string plain = std::filesystem::path(path).lexically_normal().string();
-  return plain.size() > 1 && plain.ends_with('/') ? plain.substr(0, plain.size() - 1) : plain;
-}
+// How a claim that two files make is told; by its kind.
+struct ClaimWords {
+  const char* rule;
+  const char* kind;  // for people
+};
+constexpr ClaimWords kClaimWords[] = {
+    {"duplicate-address", "the address "},    {"duplicate-mac", "the MAC address "},
+    {"duplicate-uuid", "the UUID "},          {"duplicate-name", "the name "},
+    {"duplicate-hostname", "the host name "}, {"duplicate-private", "the private area "},
+};
 
 }  // namespace
 
@@ -84,15 +86,13 @@ class KFL_HIDDEN KFANodeCheck::Judge {
   // At the line of a key of the current file.
   void reportKey(Severity severity, const char* rule, const std::string& key, const std::string& text,
                  const std::string& related = {});
-  void checkOthers();
+  void checkOthers(const std::vector<KFAClaim>& claims);
   void checkRepair();
   void checkSample();
   void checkTemplates(const std::string& key);
-  void checkDevices();
-  // kind: what it is, for people; shown: as they know it.
-  void claim(Owners& owners, const char* rule, const std::string& what, const char* key, const char* kind,
-             const std::string& shown, const std::string& network = {});
-  void claimAddress(const std::string& address, const char* key, const std::string& network);
+  // Whether an environment and the one that it repairs share what is claimed.
+  bool isShared(const KFAClaim& claim, const Environment& owner) const;
+  void check(const KFAClaim& claim);
   void addResources();
   long long resource(const char* key) const;
   void checkSum(const char* rule, const char* what, long long sum, long long has,
@@ -113,7 +113,7 @@ class KFL_HIDDEN KFANodeCheck::Judge {
   std::vector<Environment> environments_;
   std::vector<KFANodeFinding> findings_;
   std::map<std::string, bool> sampleFolders_;
-  Owners addresses_, macs_, uuids_, names_, hostnames_, privates_;
+  std::array<Owners, std::size(kClaimWords)> owners_;
 };
 
 void KFANodeCheck::Judge::reportKey(Severity severity, const char* rule, const std::string& key,
@@ -129,45 +129,30 @@ std::string KFANodeCheck::Judge::placeOf(const Owner& owner) const {
   return environment.file.path + ":" + std::to_string(placeOfKey(environment.text, owner.key).line);
 }
 
-void KFANodeCheck::Judge::claim(Owners& owners, const char* rule, const std::string& what, const char* key,
-                                const char* kind, const std::string& shown, const std::string& network) {
+// Whoever repairs an environment works on its private area.
+bool KFANodeCheck::Judge::isShared(const KFAClaim& claim, const Environment& owner) const {
+  const Environment& self = environments_.back();
+  return claim.kind == KFAClaim::Kind::PrivateArea &&
+         (owner.repairs == self.file.veid || self.repairs == owner.file.veid);
+}
+
+void KFANodeCheck::Judge::check(const KFAClaim& claim) {
   const std::size_t self = environments_.size() - 1;
-  const auto [owner, isFirst] = owners.try_emplace(what, Owner{self, key, network});
-  if (isFirst || owner->second.environment == self) return;
-  const bool isApart = !network.empty() && !owner->second.network.empty() && network != owner->second.network;
-  const std::string place = placeOf(owner->second);
-  reportKey(isApart ? Severity::Warning : Severity::Error, rule, key,
-            kind + shown + " is also that of " + place + (isApart ? ", in another network" : ""), place);
-}
-
-void KFANodeCheck::Judge::claimAddress(const std::string& address, const char* key,
-                                       const std::string& network) {
-  const std::string normal = normalAddress(address);
-  if (normal.empty()) return;
-  claim(addresses_, "duplicate-address", normal, key, "the address ", normal, network);
-}
-
-void KFANodeCheck::Judge::checkDevices() {
-  KFAEnvConfig::Addresses addresses;
-  keys_->getRecord().getAddresses(addresses);
-  for (const KFL::KFLIPAddress& address : addresses.getValue())
-    claimAddress(address.toString(), "ip_address", {});
-  KFAEnvConfig::NetVEths devices;
-  keys_->getRecord().getNetVEths(devices);
-  for (const KFANetVEth& device : devices.getValue()) {
-    for (const KFL::KFLIPAddress& address : device.getIPAddresses())
-      claimAddress(address.toString(), "netif", device.getNetwork());
-    const std::string mac = normalMac(device.getMAC());
-    if (!mac.empty()) claim(macs_, "duplicate-mac", mac, "netif", "the MAC address ", mac);
-  }
+  const auto kind = static_cast<std::size_t>(claim.kind);
+  const auto [at, isFirst] = owners_[kind].try_emplace(claim.what, Owner{self, claim.key, claim.network});
+  const Owner& owner = at->second;
+  if (isFirst || owner.environment == self || isShared(claim, environments_[owner.environment])) return;
+  const bool isApart = !claim.network.empty() && !owner.network.empty() && claim.network != owner.network;
+  const std::string place = placeOf(owner);
+  const auto& [rule, words] = kClaimWords[kind];
+  reportKey(isApart ? Severity::Warning : Severity::Error, rule, claim.key,
+            words + claim.shown + " is also that of " + place + (isApart ? ", in another network" : ""),
+            place);
 }
 
 void KFANodeCheck::Judge::checkRepair() {
-  Environment& environment = environments_.back();
-  KFLOptionalProperty<KFAVPSType> type;
-  keys_->getRecord().getVEType(type);
-  if (!type.isSpecified() || type.getValue().getType() != KFAVPSType::kRepair) return;
-  environment.repairs = type.getValue().getSubType();
+  const Environment& environment = environments_.back();
+  if (environment.repairs < 0) return;
   const std::string number = std::to_string(environment.repairs);
   if (exists(folderOf(environment.file.path) + number + ".conf")) return;
   reportKey(Severity::Error, "missing-environment", "ve_type",
@@ -196,33 +181,13 @@ void KFANodeCheck::Judge::checkTemplates(const std::string& key) {
   }
 }
 
-void KFANodeCheck::Judge::checkOthers() {
-  const Environment& environment = environments_.back();
+void KFANodeCheck::Judge::checkOthers(const std::vector<KFAClaim>& claims) {
   checkRepair();
   checkSample();
   checkTemplates("ostemplate");
   checkTemplates("templates");
-  checkDevices();
-  std::string value;
-  if (keys_->get("uuid", value) && !value.empty()) {
-    const KFL::KFLGUID guid{std::string_view(value)};
-    claim(uuids_, "duplicate-uuid", guid.isValid() ? guid.toString() : value, "uuid", "the UUID ", value);
-  }
-  if (keys_->get("name", value)) claim(names_, "duplicate-name", value, "name", "the name ", value);
-  if (keys_->get("hostname", value)) {
-    const std::string bare = value.ends_with('.') ? value.substr(0, value.size() - 1) : value;
-    claim(hostnames_, "duplicate-hostname", KFL::toLower(bare), "hostname", "the host name ", bare);
-  }
-  if (!keys_->get("ve_private", value) || value.empty() || environment.file.veid < 0) return;
-  KFAEnvConfig::veidSubstitute(environment.file.veid, value);
-  const std::string area = plainPath(value);
-  // Whoever repairs an environment works on its private area.
-  const auto owner = privates_.find(area);
-  if (owner != privates_.end()) {
-    const Environment& other = environments_[owner->second.environment];
-    if (other.repairs == environment.file.veid || environment.repairs == other.file.veid) return;
-  }
-  claim(privates_, "duplicate-private", area, "ve_private", "the private area ", value);
+  for (const KFAClaim& claim : claims)
+    check(claim);
 }
 
 long long KFANodeCheck::Judge::resource(const char* key) const {
@@ -251,10 +216,10 @@ std::span<const KFANodeFinding> KFANodeCheck::Judge::add(KFAJudgedFile judged) {
   const std::size_t first = findings_.size();
   findings_.insert(findings_.end(), std::make_move_iterator(judged.findings.begin()),
                    std::make_move_iterator(judged.findings.end()));
-  environments_.push_back({std::move(judged.file), std::move(judged.text), -1});
+  environments_.push_back({std::move(judged.file), std::move(judged.text), judged.repairs});
   keys_ = std::move(judged.keys);
   if (judged.isConfiguration) {
-    checkOthers();
+    checkOthers(judged.claims);
     addResources();
   }
   const std::span<KFANodeFinding> found(findings_.begin() + static_cast<std::ptrdiff_t>(first),
