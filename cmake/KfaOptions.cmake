@@ -3,7 +3,7 @@
 
 option(KFA_BENCHMARKS "Build the benchmarks" OFF)
 option(KFA_FUZZERS "Build the fuzz targets with libFuzzer (clang only)" OFF)
-option(KFA_COVERAGE "Measure line coverage" OFF)
+option(KFA_COVERAGE "Count which lines and branches run, in profiles/ of the build (clang only)" OFF)
 option(KFA_WERROR "Take warnings for errors" OFF)
 set(KFA_SANITIZE "" CACHE STRING "Sanitizers to build with: address;undefined or thread")
 
@@ -16,8 +16,8 @@ set(KFA_CLANG FALSE)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   set(KFA_CLANG TRUE)
 endif()
-if(KFA_FUZZERS AND NOT KFA_CLANG)
-  message(FATAL_ERROR "KFA_FUZZERS needs clang: set CMAKE_CXX_COMPILER=clang++-14")
+if((KFA_FUZZERS OR KFA_COVERAGE) AND NOT KFA_CLANG)
+  message(FATAL_ERROR "KFA_FUZZERS and KFA_COVERAGE need clang: set CMAKE_CXX_COMPILER=clang++-14")
 endif()
 
 # The clang run-time libraries stand in the program alone, so a shared library leaves their symbols undefined.
@@ -57,8 +57,11 @@ if(KFA_FUZZERS)
   target_compile_options(kf_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KFA_COVERAGE)
-  target_compile_options(kf_options INTERFACE --coverage -fprofile-update=atomic)
-  target_link_options(kf_options INTERFACE --coverage)
+  # The counters are the mapped file itself, one for all processes of a program: what a process that was killed ran counts.
+  set(KFA_PROFILE -fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m%c.profraw)
+  target_compile_options(kf_options INTERFACE ${KFA_PROFILE} -fcoverage-mapping -fprofile-update=atomic
+                                              "SHELL:-mllvm -runtime-counter-relocation")
+  target_link_options(kf_options INTERFACE ${KFA_PROFILE})
 endif()
 
 find_package(Boost 1.74 REQUIRED)

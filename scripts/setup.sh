@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Installs the Debian packages that a kind of work needs and that are missing: setup.sh build|test|bench|fuzz|faults|lint|abi|package ...
+# Installs the Debian packages that a kind of work needs and that are missing: setup.sh build|test|bench|fuzz|coverage|faults|lint|abi|package ...
 # Uses root's rights or sudo, says what it installs, and does nothing when nothing is missing.
 set -euo pipefail
 
@@ -18,12 +18,13 @@ packagesFor() {
     test) echo "$test" ;;
     bench) echo "$build $peers jq libgtest-dev openssl" ;;
     fuzz) echo "$build bash-builtins clang-14 libclang-rt-14-dev llvm-14" ;;
+    coverage) echo "$test clang-14 libclang-rt-14-dev llvm-14" ;;
     faults) echo "$test strace" ;;
     lint) echo "$test $peers clang-14 clang-tidy-14 clang-format-14" ;;
     abi) echo "abigail-tools" ;;
     package) echo "$build debhelper dh-python dpkg-dev doxygen help2man lintian debootstrap" ;;
     *)
-      echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, faults, lint, abi, package" >&2
+      echo "setup.sh: unknown kind '$1'; one of build, test, bench, fuzz, coverage, faults, lint, abi, package" >&2
       return 2
       ;;
   esac
@@ -70,7 +71,7 @@ setUp() {
 
 if [ "${BASH_SOURCE[0]}" = "$0" ]; then
   if [ $# -eq 0 ]; then
-    echo "usage: setup.sh build|test|bench|fuzz|faults|lint|abi|package ..." >&2
+    echo "usage: setup.sh build|test|bench|fuzz|coverage|faults|lint|abi|package ..." >&2
     exit 2
   fi
   setUp "$@"

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLCommon/KFLCheck.h>
 
-#include <string>
-
 #include <gtest/gtest.h>
 
 namespace KFL::test {

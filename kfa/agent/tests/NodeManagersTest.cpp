@@ -9,8 +9,10 @@
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/migration/KFAMigratorCloneOptions.h>
 #include <KFAFunctionality/network/KFANetworkShaping.h>
+#include <KFAFunctionality/templates/KFATemplateCache.h>
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCore/KFLFolders.h>
 
 #include "NodeFolder.h"
 
@@ -201,6 +203,28 @@ TEST_F(NodeManagersTest, RecordsInFilesOfTheirOwnAreKept) {
   std::ofstream(folder / "shaping.xml") << "<net_configuration>";
   EXPECT_EQ(network->getShaping(read), KFAManagerFailed);
   EXPECT_NE(KFL::getErrorMessage().find("shaping.xml"), std::string::npos) << KFL::getErrorMessage();
+}
+
+TEST_F(NodeManagersTest, ATemplateOfSeveralEnvironmentsIsListedOnce) {
+  // The process has one cache; what it had before goes.
+  if (const auto former = KFATemplateCachePrototype::createInstance()) former->reinit();
+  KFL::setUploadsFolder(folder / "samples");
+  const auto cache = KFATemplateCachePrototype::createInstance();
+  ASSERT_NE(cache, nullptr) << KFL::getErrorMessage();
+  KFATemplateObject object;
+  for (const char* const name : {"nginx", "nginx", "mail"}) {
+    object.setName(name);
+    object.setEnvironments({KFLEID::generate()});
+    ASSERT_EQ(cache->putTemplate(object), 0) << KFL::getErrorMessage();
+  }
+  std::vector<KFATEM::PackageSP> listed;
+  EXPECT_EQ(kfad::makeTemplates(files)->list(listed), KFAManagerDone) << KFL::getErrorMessage();
+  std::multiset<std::string> names;
+  for (const KFATEM::PackageSP& one : listed)
+    names.insert(one->getName());
+  EXPECT_EQ(names, (std::multiset<std::string>{"mail", "nginx"}));
+  cache->reinit();
+  KFL::setUploadsFolder("");
 }
 
 }  // namespace

@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // One law for every record: a filled message of it is read and written back the same. The messages are the
 // files of examples/messages; a comment in each names its record. A record without a message fails.
-#include <map>
-#include <string>
 #include <string_view>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <KFAFunctionality/network/KFANetVEth.h>
-#include <KFLCommon/KFLError.h>
-#include <KFLMessage/KFLMessage.h>
-#include <KFLMessage/KFLRecordRegistry.h>
 
 #include "MessageExamples.h"
 

@@ -4,17 +4,9 @@
 // libxml2's xmllint judges.
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <KFAFunctionality/KFATypes.h>
 #include <KFAFunctionality/network/KFANetVEth.h>
-#include <KFLCommon/KFLError.h>
-#include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLSchemaWriter.h>
 
 #include "MessageExamples.h"

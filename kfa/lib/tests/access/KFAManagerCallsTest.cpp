@@ -8,7 +8,6 @@
 #include <random>
 #include <set>
 #include <sstream>
-#include <string>
 
 #include "ManagerScript.h"
 

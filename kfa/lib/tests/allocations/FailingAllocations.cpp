@@ -3,7 +3,6 @@
 #include "FailingAllocations.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <new>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

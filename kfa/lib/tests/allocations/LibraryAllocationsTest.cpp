@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory that runs out in configuration files, the files of a node, network entries, vocabularies, formulas, access points,
 // schemas and caches.
-#include <fstream>
-#include <map>
-#include <memory>
 #include <set>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 #include <boost/smart_ptr/shared_ptr.hpp>
 
@@ -20,12 +12,9 @@
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
-#include <KFAFunctionality/files/KFAConfigRules.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 #include <KFAFunctionality/network/KFANetVEth.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
 #include <KFAFunctionality/node/KFAConfigFix.h>
@@ -39,7 +28,6 @@
 #include <KFAFunctionality/node/KFAValueCheck.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 #include <KFAFunctionality/resources/KFAQoSTune.h>
-#include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheFile.h>
 #include <KFLCore/KFLCacheSnapshot.h>
 #include <KFLMessage/KFLSchemaText.h>

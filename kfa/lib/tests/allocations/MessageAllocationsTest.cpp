@@ -1,21 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory that runs out in messages and records: every registered record, the tree itself, and configurations.
 #include <atomic>
-#include <functional>
-#include <map>
-#include <set>
-#include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <boost/smart_ptr/shared_ptr.hpp>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
-#include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLMessageCheck.h>
-#include <KFLMessage/KFLRecordRegistry.h>
 
 #include "../MessageExamples.h"
 #include "AllocationLaw.h"

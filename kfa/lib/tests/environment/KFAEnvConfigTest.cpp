@@ -7,11 +7,9 @@
 #include <set>
 #include <tuple>
 #include <type_traits>
-#include <vector>
 
 #include <boost/smart_ptr/make_shared.hpp>
 
-#include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLEnv.h>
 
 #include "../Records.h"

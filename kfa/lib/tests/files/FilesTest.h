@@ -3,8 +3,12 @@
 #ifndef KFA_TESTS_FILES_FILESTEST_H
 #define KFA_TESTS_FILES_FILESTEST_H
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -62,6 +66,20 @@ inline testing::AssertionResult refused(int result, const std::string& part) {
   const std::string text = KFL::getErrorMessage();
   if (result == -1 && text.find(part) != std::string::npos) return testing::AssertionSuccess();
   return testing::AssertionFailure() << result << ": " << text;
+}
+
+// How a child of this process ends that does the work: with what it gives, or killed.
+inline int statusOfChild(const std::function<int()>& work) {
+  const pid_t child = fork();
+  if (child == 0) _exit(work());
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+inline int addB(const std::string& before, std::string& after) {
+  after = before + "B=2\n";
+  return 0;
 }
 
 inline std::vector<std::filesystem::path> exampleFiles() {

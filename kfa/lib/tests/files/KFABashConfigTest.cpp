@@ -2,11 +2,8 @@
 #include <KFAFunctionality/files/KFABashConfig.h>
 
 #include <cstdlib>
-#include <map>
 #include <random>
 #include <set>
-
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
 

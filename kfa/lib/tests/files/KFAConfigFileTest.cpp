@@ -5,12 +5,8 @@
 #include <grp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <functional>
-#include <map>
 #include <thread>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
@@ -38,14 +34,6 @@ class ConfigFile : public testing::Test {
 int setIn(const std::filesystem::path& path, const std::string& key, const std::string& value,
           const KFAReplaceOptions& how = {}) {
   return KFAConfigFile(path).set(kRules, {{key, value}}, {}, how);
-}
-
-int inChild(const std::function<int()>& work) {
-  const pid_t child = fork();
-  if (child == 0) _exit(work());
-  int status = 0;
-  waitpid(child, &status, 0);
-  return status;
 }
 
 int locked(const std::filesystem::path& path) {
@@ -132,11 +120,6 @@ TEST_F(ConfigFile, RefusesHardLinksUnlessAskedTo) {
   EXPECT_EQ(setIn(path, "A", "2", {true, "", 1000}), 0);
   EXPECT_EQ(contentOf(path), "A=\"2\"\n");
   EXPECT_EQ(contentOf(folder / "b"), "A=1\n");
-}
-
-int addB(const std::string& before, std::string& after) {
-  after = before + "B=2\n";
-  return 0;
 }
 
 TEST_F(ConfigFile, WritesToAnotherFile) {
@@ -313,7 +296,7 @@ TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
       if (setIn(path, "A", "2", how) != 0) return 2;
       return note == path.string() + ": " + row.note ? 0 : 3;
     };
-    EXPECT_EQ(inChild(work), 0) << std::oct << row.before;
+    EXPECT_EQ(statusOfChild(work), 0) << std::oct << row.before;
     const struct stat after = statusOf(path);
     EXPECT_EQ(std::pair(after.st_uid, after.st_gid),
               std::pair(kWriter, row.group == kShared ? kShared : kWriter));

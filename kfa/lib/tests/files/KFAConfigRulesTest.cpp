@@ -5,17 +5,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 
 #include <KFLBash/KFLBashStr.h>
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigCheck.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
 

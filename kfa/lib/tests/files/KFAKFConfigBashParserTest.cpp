@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 
-#include <map>
-
-#include <KFLCommon/KFLError.h>
-
 #include <KFAFunctionality/environment/KFAVtSettings.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
 #include "FilesTest.h"
 
@@ -114,25 +108,6 @@ TEST(KFAKFConfigBashParser, RewritingTheNodesFile) {
   std::string expected = quoted;
   expected.replace(expected.find("/var/lock/kfa"), 13, "/elsewhere");
   EXPECT_EQ(write(settings, quoted, true), expected);
-}
-
-TEST(KFAGlobalConfigRules, SetReadsBackOrRefuses) {
-  const std::string text = "OFFLINE_SERVICE='a b'\nLOCKDIR=/l # old\n";
-  const struct {
-    KFA::KFAConfigChanges changes;
-    std::string after;  // "-" when it is refused
-  } rows[] = {
-      {{{"LOCKDIR", ""}, {"b", "2"}}, "OFFLINE_SERVICE='a b'\nLOCKDIR=\"\" # old\nB=\"2\"\n"},
-      {{{"offline_service", "c  b c"}}, "OFFLINE_SERVICE=\"c  b c\"\nLOCKDIR=/l # old\n"},
-      {{{"offline_service", ""}}, "OFFLINE_SERVICE=\"\"\nLOCKDIR=/l # old\n"},
-      {{{"offline_service", "a\tb"}}, "-"},
-      {{{"a.b", "1"}}, "-"},
-  };
-  for (const auto& row : rows) {
-    std::string after;
-    const int result = KFA::setConfigValues(KFA::KFAGlobalConfigRules(), row.changes, {}, text, "f", after);
-    EXPECT_EQ(result == 0 ? after : "-", row.after) << KFL::getErrorMessage();
-  }
 }
 
 }  // namespace

@@ -9,23 +9,18 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <map>
 #include <random>
 #include <system_error>
 #include <thread>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
@@ -58,11 +53,6 @@ std::ostream& operator<<(std::ostream& out, const Save& save) {
 
 int set(const fs::path& path, KFAReplaceOptions how) {
   return KFAConfigFile(path).set(kRules, {{"A", "2"}}, {}, how);
-}
-
-int addB(const std::string& before, std::string& after) {
-  after = before + "B=2\n";
-  return 0;
 }
 
 void makeA(const TemporaryFolder& folder) {
@@ -383,14 +373,10 @@ void atEachCall(const char* what, const Save& save,
 
 TEST_P(SaveFaults, TheProcessDiesAtEachCall) {
   const auto die = [](const TemporaryFolder& folder, const Outcome& outcome, const Planner& plan) {
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = statusOfChild([&] {
       const KFLSystemFaults faults(plan([] { kill(getpid(), SIGKILL); }));
-      GetParam().run(folder, {});
-      _exit(1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
+      return GetParam().run(folder, {});
+    });
     ASSERT_TRUE(WIFSIGNALED(status));
     expectWhole(statesOf(folder), outcome.before, outcome.after);
   };
@@ -629,15 +615,11 @@ TEST(SaveAmongOthers, AForkedChildCommitsNothing) {
 
 // Runs a part of a test as a process of its own, and gives its status; its failures are printed.
 int inProcess(const std::function<void()>& part) {
-  const pid_t child = fork();
-  if (child == 0) {
+  return statusOfChild([&] {
     part();
     std::cout << std::flush;
-    _exit(testing::Test::HasFailure() ? 1 : 0);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return status;
+    return testing::Test::HasFailure() ? 1 : 0;
+  });
 }
 
 // A file system of 64 KiB in a folder, which only this process sees.

@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Records that extend core records: what makes them, and what they keep beside them.
-#include <string>
-
-#include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
 #include <KFAFunctionality/environment/KFAEnv.h>

@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <map>
 #include <optional>
 #include <random>
 #include <set>
 
-#include <KFLCommon/KFLText.h>
-
 #include <KFAFunctionality/files/KFAConfigCheck.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 #include <KFAFunctionality/node/KFAConfigFix.h>
 #include <KFAFunctionality/node/KFAConfigMerge.h>
 

@@ -2,17 +2,12 @@
 #include <KFAFunctionality/node/KFANodeChange.h>
 
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <functional>
-#include <map>
 #include <random>
 #include <thread>
 
 #include <KFLCommon/KFLText.h>
 
-#include <KFAFunctionality/files/KFARawConfigBashParser.h>
 #include <KFAFunctionality/node/KFAChangeList.h>
 
 #include "../files/FilesTest.h"
@@ -217,14 +212,8 @@ TEST_F(NodeChangeTest, IsKilledAtEachCall) {
     for (std::size_t point = 0; point < 2 * calls; ++point) {
       SCOPED_TRACE(point);
       begin();
-      const pid_t child = fork();
-      if (child == 0) {
-        run(point, [] { kill(getpid(), SIGKILL); });
-        _exit(1);
-      }
-      int status = 0;
-      waitpid(child, &status, 0);
-      ASSERT_TRUE(WIFSIGNALED(status));
+      const auto dying = [&] { return run(point, [] { kill(getpid(), SIGKILL); }), 1; };
+      ASSERT_TRUE(WIFSIGNALED(statusOfChild(dying)));
       for (int i = 0; i < 2; ++i)
         EXPECT_TRUE(contentOf(path(i)) == "N=1\n" || contentOf(path(i)) == "N=1\nX=\"new\"\n") << i;
       const std::size_t least = calls;

@@ -7,7 +7,6 @@
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVEnvConfig.h>
 
-#include <KFAFunctionality/files/KFAConfigRules.h>
 #include <KFAFunctionality/node/KFAKeyCatalogue.h>
 #include <KFAFunctionality/node/KFAQoSAdvice.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>

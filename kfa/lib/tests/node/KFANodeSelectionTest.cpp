@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeSelection.h>
 
-#include <algorithm>
 #include <random>
 
 #include <KFAFunctionality/node/KFAEnvironmentFilter.h>

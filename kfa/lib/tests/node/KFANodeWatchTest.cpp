@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeWatch.h>
 
-#include <fstream>
-#include <map>
 #include <random>
 #include <set>
 

@@ -6,9 +6,7 @@
 #include <optional>
 #include <random>
 #include <set>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include <KFLCommon/KFLError.h>
 

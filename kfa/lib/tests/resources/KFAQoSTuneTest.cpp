@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include <KFLCommon/KFLError.h>
 #include <KFLFunctionality/KFLVEnvConfig.h>
 

@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // String IDs of templates, and the cache that the processes of a node share.
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <fstream>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include <KFAFunctionality/templates/KFATemplateCache.h>
-#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLFileLock.h>
 #include <KFLCore/KFLFolders.h>
@@ -67,17 +59,14 @@ TEST_F(KFATemplateCache, TheProcessesOfANodeShareIt) {
   object.setEnvironments({user});
   ASSERT_EQ(cache->putTemplate(object), 0) << KFL::getErrorMessage();
 
-  const pid_t child = fork();
-  if (child == 0) {
+  const auto inAnother = [&] {
     const auto there = KFATemplateCachePrototype::createInstance();
     KFATemplateObject found;
     const bool same = there && there->find(object.getStringID(), found) == 0 &&
                       found.getEnvironments().count(user) == 1 && found.getOS().getValue() == "debian";
-    _exit(same && there->putTemplate(makeTemplate("child")) == 0 ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return same && there->putTemplate(makeTemplate("child")) == 0 ? 0 : 1;
+  };
+  EXPECT_EQ(statusOfChild(inAnother), 0);
   KFATemplateObject found;
   const std::string id = makeTemplate("child").getStringID();
   EXPECT_EQ(cache->find(id, found), 0);

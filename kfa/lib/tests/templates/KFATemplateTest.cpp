@@ -2,8 +2,6 @@
 // Versions of packages, and the architectures that are accepted. Text forms are held to their rules by the fuzz target
 // ValueFuzz.
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 #include <KFAFunctionality/templates/KFAPackageVersion.h>

@@ -4,9 +4,6 @@
 #include <KFAFunctionality/updates/KFAUpdate.h>
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 
-#include <string>
-#include <vector>
-
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include "../Records.h"

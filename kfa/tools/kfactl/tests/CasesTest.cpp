@@ -9,7 +9,6 @@
 //
 // "..." at the end of an expected line stands for the rest of it; "> ..." alone, for all further output.
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
