@@ -205,7 +205,12 @@ class Schedule {
     const std::uint32_t who = random_.below(crew_);
     if (!isIdle(who)) return;
     start(who);
-    if (isPeaceful_) return complete(who, pick(who));
+    if (isPeaceful_) {
+      Order order = pick(who);
+      const bool lacks = lacksMemory_ && order.verb != Verb::Duet && random_.chance(40);
+      if (lacks) order.plan = {Event::NoMemory, random_.logarithmic(40)};
+      return complete(who, order);
+    }
     if (members_[who].isOpen && random_.chance(6)) return killIdle(who);
     if (!standsStill_ && random_.chance(10)) return together();
     Order order = pick(who);
@@ -242,7 +247,7 @@ class Schedule {
       kept = kept == last_.current ? kept : 0;
     else if (order.verb != Verb::Acquire && order.verb != Verb::Sync && !releases)
       kept = order.verb == Verb::Duet ? -1 : 0;
-    if (isPeaceful_ && !deaths_) checkFormer();
+    if (isPeaceful_ && !lacksMemory_ && !deaths_) checkFormer();
   }
 
   // Nobody died, so no snapshot is there but the current one and those that are held, or were read last by a process.
