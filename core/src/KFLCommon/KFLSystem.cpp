@@ -11,7 +11,7 @@
 namespace KFL {
 
 #define KFL_SYSTEM_OWN(result, name, parameters, arguments) \
-  .name = [] parameters -> result { return ::name arguments; },
+  .name = [] parameters -> result { return ::name arguments; },  // NOLINT(bugprone-macro-parentheses)
 
 constinit KFLSystem::Calls KFLSystem::calls = {KFL_SYSTEM_CALLS(KFL_SYSTEM_OWN)};
 

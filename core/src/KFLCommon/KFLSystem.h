@@ -87,7 +87,8 @@ class KFLSystem {
 
  public:
   struct Calls {
-#define KFL_SYSTEM_ENTRY(result, name, parameters, arguments) result(*name) parameters;
+#define KFL_SYSTEM_ENTRY(result, name, parameters, arguments) \
+  result(*name) parameters;  // NOLINT(bugprone-macro-parentheses)
     KFL_SYSTEM_CALLS(KFL_SYSTEM_ENTRY)
 #undef KFL_SYSTEM_ENTRY
   };

@@ -189,7 +189,7 @@ namespace fields {
 template <class Container>
 void addAll(Container& items, Container&& added) {
   if (items.empty())
-    items = std::move(added);
+    items = std::move(added);  // NOLINT(bugprone-move-forwarding-reference): items is no rvalue
   else if constexpr (requires { items.merge(added); })
     items.merge(added);
   else

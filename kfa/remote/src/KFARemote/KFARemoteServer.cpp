@@ -153,7 +153,7 @@ class KFL_HIDDEN KFARemoteServer::Implementation final : public wire::Agent::Ser
 
   grpc::Status Describe(grpc::ServerContext* context, const wire::DescribeRequest* request,
                         wire::Description* description) override;
-  grpc::Status Call(grpc::ServerContext* context, const wire::CallRequest* request,
+  grpc::Status Call(grpc::ServerContext* context, const wire::CallRequest* message,
                     grpc::ServerWriter<wire::CallReply>* writer) override;
 
  private:
