@@ -39,9 +39,10 @@ namespace {
 using Key = limited_length_string<kCacheKeySize>;
 static_assert(sizeof(Key) == kCacheKeySize);
 
-// Copies records into another snapshot; their self-relative pointers go on meaning the same items.
+// Copies records into another snapshot; their self-relative pointers go on meaning the same items. In a file that somebody
+// damages meanwhile the two may overlap.
 KFLCacheRecord* copyRecords(KFLCacheRecord* to, const KFLCacheRecord* from, std::uint32_t count) {
-  std::memcpy(to, from, std::size_t{count} * sizeof(KFLCacheRecord));
+  std::memmove(to, from, std::size_t{count} * sizeof(KFLCacheRecord));
   const auto moved = reinterpret_cast<const std::byte*>(to) - reinterpret_cast<const std::byte*>(from);
   for (std::uint32_t i = 0; i < count; ++i)
     to[i].item =

@@ -235,17 +235,15 @@ class Schedule {
 
   void complete(std::uint32_t who, const Order& order) {
     const std::uint32_t current = last_.current;
-    const bool releases = order.verb == Verb::Release && order.first < members_[who].held.size();
-    const std::int64_t released = releases ? members_[who].held[order.first] : 0;
     give(who, order);
     conclude(who);
     look();
     std::int64_t& kept = members_[who].kept;
     if (order.verb == Verb::Hold || order.verb == Verb::Find)
       kept = current;
-    else if (order.verb == Verb::Change || (releases && released == kept))
+    else if (order.verb == Verb::Change)
       kept = kept == last_.current ? kept : 0;
-    else if (order.verb != Verb::Acquire && order.verb != Verb::Sync && !releases)
+    else if (order.verb != Verb::Acquire && order.verb != Verb::Sync && order.verb != Verb::Release)
       kept = order.verb == Verb::Duet ? -1 : 0;
     if (isPeaceful_ && !lacksMemory_ && !deaths_) checkFormer();
   }
