@@ -192,12 +192,15 @@ int KFLCacheFile::applyLocked(const std::vector<const KFLCacheChange*>& changes)
   locked.keep();
   struct Kept {
     KFLCacheShare& share;
+    const Storage& storage;
     boost::intrusive_ptr<KFLCacheHold> hold;
     ~Kept() {
+      if (!hold) return;
+      hold->moveTo(storage);
       const KFLForkableGuard guard(share.holdsLock);
-      if (hold) share.current = std::move(hold);
+      share.current = std::move(hold);
     }
-  } kept{*share_, takeKept()};
+  } kept{*share_, storage_, takeKept()};
   if (kept.hold && !kept.hold->isCurrent()) {
     const std::uint64_t former = kept.hold->view.getOffset();
     kept.hold.reset();

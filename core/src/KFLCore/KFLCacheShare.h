@@ -26,6 +26,12 @@ struct KFLCacheHold final : KFLRefCounter {
     const KFLMappedMemoryManager words = storage->manager();
     return words.isValid() && words.getSnapshot() == static_cast<std::int64_t>(view.getOffset());
   }
+  // Reads through the mapping that the file has now, since an item that took the place of another may lie behind the end of
+  // the one before. For a hold without users.
+  void moveTo(const KFLCacheFile::Storage& now) {
+    storage = now;
+    view = KFLSnapshotView(now->memory(), static_cast<std::int64_t>(view.getOffset()));
+  }
   bool isForked() const { return generation != getForkGeneration(); }
 };
 

@@ -126,6 +126,18 @@ TEST(CacheFile, FindsWhatASetFinds) {
   }
 }
 
+// One store puts the new text in the place of the old one, so the snapshot that the process keeps stays the current one.
+TEST(CacheFile, AKeptSnapshotReadsWhatTheFileGrewFor) {
+  const Folder folder;
+  const Cache cache = openCache(folder / "cache", {.growth = 4096});
+  for (std::size_t size = 1; size < 1000000; size *= 10) {
+    ASSERT_EQ(put(*cache, "key", std::string(size, 'x')), 0);
+    KFLCacheSnapshot snapshot;
+    ASSERT_EQ(cache->hold(snapshot), 0);
+    EXPECT_EQ(snapshot.getText(snapshot.find("key")).size(), size);
+  }
+}
+
 TEST(CacheFile, SomebodyElsesFileIsRefused) {
   const Folder folder;
   openCache(folder / "cache");
