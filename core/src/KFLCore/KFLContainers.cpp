@@ -2,6 +2,7 @@
 #include <KFLCore/KFLContainers.h>
 
 #include <cstring>
+#include <limits>
 
 #include <KFLCommon/KFLCheck.h>
 
@@ -9,8 +10,10 @@
 
 namespace KFL {
 
+// A count that damage has made the greatest one stays; the next recovery counts anew.
 void incRef(std::int32_t& references) {
-  storeWord(references, static_cast<std::int32_t>(static_cast<std::uint32_t>(loadWord(references)) + 1));
+  const std::int32_t count = loadWord(references);
+  if (count < std::numeric_limits<std::int32_t>::max()) storeWord(references, count + 1);
 }
 
 bool decRef(std::int32_t& references) {
