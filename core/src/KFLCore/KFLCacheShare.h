@@ -27,10 +27,13 @@ struct KFLCacheHold final : KFLRefCounter {
     return words.isValid() && words.getSnapshot() == static_cast<std::int64_t>(view.getOffset());
   }
   // Reads through the mapping that the file has now, since an item that took the place of another may lie behind the end of
-  // the one before. For a hold without users.
+  // the one before. For a hold without users; one whose snapshot was damaged meanwhile stays where it is.
   void moveTo(const KFLCacheFile::Storage& now) {
+    if (storage == now) return;
+    const KFLSnapshotView moved(now->memory(), static_cast<std::int64_t>(view.getOffset()));
+    if (!moved.isSound()) return;
     storage = now;
-    view = KFLSnapshotView(now->memory(), static_cast<std::int64_t>(view.getOffset()));
+    view = moved;
   }
   bool isForked() const { return generation != getForkGeneration(); }
 };
