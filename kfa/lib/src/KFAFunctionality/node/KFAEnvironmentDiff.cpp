@@ -20,9 +20,9 @@ bool hasSameText(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& aft
   return old == nullptr || text == nullptr ? old == text : *old == *text;
 }
 
-// The architecture that TECHNOLOGIES gives goes with it.
+// The architecture that TECHNOLOGIES gives, whatever a line of ARCH says beside it, goes with it.
 bool isLost(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& after, const std::string& key) {
-  return key == "arch" && before.getText(key) == nullptr && after.getText(key) != nullptr &&
+  return key == "arch" && after.getText(key) != nullptr && !hasSameText(before, after, key) &&
          !hasSameText(before, after, "technologies");
 }
 
