@@ -243,7 +243,7 @@ class Image {
     for (const std::size_t next : free_) {
       put(at, next - at);
       at = next;
-      inUse -= 8 * word(next + 4);
+      inUse -= std::size_t{8} * word(next + 4);
     }
     put(at, 0 - at);
     const std::pair<std::size_t, std::size_t> words[] = {{4, 1},

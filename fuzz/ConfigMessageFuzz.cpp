@@ -3,7 +3,6 @@
 // of what came back is the same file. The input is the XML of a message, or bytes that make one.
 #include <algorithm>
 #include <iterator>
-#include <numeric>
 #include <set>
 #include <sstream>
 #include <string>
@@ -50,10 +49,11 @@ std::string valuesOf(const KFAEnvConfig& config) {
     std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
     static const std::set<std::string> kSets = {"iptables", "offline_service", "roles", "searchdomain"};
     if (kSets.count(key) != 0) std::sort(words.begin(), words.end());
-    if (!words.empty())
-      all += std::accumulate(words.begin(), words.end(), key + " =",
-                             [](const auto& a, const auto& b) { return a + " " + b; }) +
-             "\n";
+    if (words.empty()) continue;
+    all.append(key).append(" =");
+    for (const std::string& word : words)
+      all.append(" ").append(word);
+    all.append("\n");
   }
   return all;
 }

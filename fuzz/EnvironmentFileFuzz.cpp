@@ -4,11 +4,13 @@
 // known brings the message that they mean, and is written with the same lines. The input is lines KEY=VALUE, a
 // line "--", and the file; its bytes also make a file of their own.
 #include <algorithm>
+#include <initializer_list>
 #include <iterator>
 #include <map>
 #include <numeric>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <KFLBash/KFLBashStr.h>
@@ -58,6 +60,13 @@ std::string messageOf(const KFAEnvConfig& record) {
   return std::accumulate(lines.begin(), lines.end(), std::string());
 }
 
+std::string all(std::initializer_list<std::string_view> parts) {
+  std::string text;
+  for (const std::string_view part : parts)
+    text.append(part).append("--\n");
+  return text;
+}
+
 // The record of a file that gives cause to no word.
 void requireSameAgain(const std::string& text, const KFAEnvConfig& record) {
   for (const std::string& written : {kfl_fuzz::writtenFile(record), kfl_fuzz::mergedFile(record, text)}) {
@@ -65,11 +74,11 @@ void requireSameAgain(const std::string& text, const KFAEnvConfig& record) {
     require(read(written, again), "what is written is read", written);
     require(kfl_fuzz::differences(record, again).empty() && kfl_fuzz::differences(again, record).empty(),
             "what is written reads back as the same record",
-            text + "--\n" + written + "--\n" + kfl_fuzz::differences(record, again));
+            all({text, written, kfl_fuzz::differences(record, again)}));
     // That a device asks for its addresses is told by IP_ADDRESS alone, which then has none to tell.
     const std::string message = messageOf(record);
     require(message.find(">dhcp<") != std::string::npos || message == messageOf(again),
-            "what is written brings the same message", text + messageOf(record) + written + messageOf(again));
+            "what is written brings the same message", all({text, message, written, messageOf(again)}));
   }
   const std::string written = kfl_fuzz::writtenFile(record);
   KFAEnvConfig again;

@@ -112,7 +112,7 @@ std::string environmentFile(Choices& choices) {
     const bool isOdd = choices.oneIn(32);
     const std::string quote = isOdd ? choices.oneOf({"'", "", "$'"}) : "\"";
     text += isOdd ? choices.oneOf({"", "export ", "  ", "#", "A=1; "}) : "";
-    text += key + "=" + quote + value + (quote == "$'" ? "'" : quote);
+    text.append(key).append("=").append(quote).append(value).append(quote == "$'" ? "'" : quote);
     text += isOdd ? choices.oneOf({"", "  # why", ";", "\r", " B=2"}) : "";
     text += "\n";
   }
@@ -137,7 +137,7 @@ std::string differences(const KFA::KFAEnvConfig& before, const KFA::KFAEnvConfig
   environmentParser().diffConfig(before, after, changes);
   std::string text;
   for (const auto& [key, value] : changes)
-    text += key + "=" + value + "\n";
+    text.append(key).append("=").append(value).append("\n");
   return text;
 }
 

@@ -217,7 +217,7 @@ void requireFiles(const Words& words, const Outcome& outcome, const Files& befor
 
 Outcome check(const Words& words, std::string_view standardInput, Files* result = nullptr) {
   const Files before = runs().files();
-  const Outcome outcome = runs().run(words, standardInput);
+  Outcome outcome = runs().run(words, standardInput);
   const Files after = runs().files();
   requireErrors(words, outcome);
   requireFormat(words, outcome);
@@ -344,15 +344,16 @@ Line lineFrom(Choices& choices) {
   Line line{groups[choices.below(groups.size())], nullptr, {}, {}, {}};
   line.command = &line.group->commands[choices.below(line.group->commands.size())];
   const bool isOfCache = std::string_view(line.group->name) == "cache";
-  const auto take = [&](const std::vector<Option>& options, auto& to, std::size_t rare) {
-    for (const Option& option : options)
-      if (choices.oneIn(rare))
-        to.emplace_back(option, option.type.empty()
-                                    ? ""
-                                    : wordFor(option.type, isOfCache && option.name == "--cache", choices));
+  const auto take = [&](const Option& option, auto& to, std::size_t rare) {
+    if (!choices.oneIn(rare)) return;
+    const bool isCacheFile = isOfCache || option.name == "--cache";
+    to.emplace_back(option, option.type.empty() ? "" : wordFor(option.type, isCacheFile, choices));
   };
-  take(globalOptions(), line.globals, 8);
-  take(optionsOf(*line.command), line.options, 3);
+  // Most of those that may stand anywhere leave little of a command to be done.
+  for (const Option& option : globalOptions())
+    take(option, line.globals, option.name == "--format" || option.name == "--json" ? 5 : 40);
+  for (const Option& option : optionsOf(*line.command))
+    take(option, line.options, 3);
   line.arguments = argumentsFor(*line.command, isOfCache, choices);
   return line;
 }

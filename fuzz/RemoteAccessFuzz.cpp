@@ -88,6 +88,15 @@ bool gives(const Line& line, const Words& callers, const KFA::KFAManagerOperatio
                      [&](const std::string& caller) { return isFor(line.name, caller); });
 }
 
+std::string aboutCall(std::string text, const Words& caller, const char* name, const std::string& where) {
+  return text.append("\n")
+      .append(caller.empty() ? "nobody" : caller.back())
+      .append(" ")
+      .append(name)
+      .append(" ")
+      .append(where);
+}
+
 void requireRights(const KFARemoteRights& rights, const std::vector<Line>& lines, const std::string& text) {
   const Words callers[] = {{"a"},  {"a.B"},  {"b.c"},    {"X.b.C"}, {"y.x.b.c"},
                            {".b"}, {"xb.c"}, {"d", "A"}, {},        {"", "c"}};
@@ -105,7 +114,7 @@ void requireRights(const KFARemoteRights& rights, const std::vector<Line>& lines
           return gives(line, caller, *operation, where);
         });
         require(rights.allow(caller, *operation, environment) == isGiven, "everybody has what the lines give",
-                text + "\n" + (caller.empty() ? "nobody" : caller.back()) + " " + name + " " + where);
+                aboutCall(text, caller, name, where));
       }
     }
   }
