@@ -58,7 +58,10 @@ TEST_F(ConfigFile, NamesWhatCannotBeRead) {
       {folder.path(), "a folder; a file is wanted"},
       {folder / "loop", "cannot be opened: Too many levels of symbolic links"},
       {"/proc/self/mem", "cannot be read: Input/output error"},
+      {folder / "long", "cannot be read: File too large"},
   };
+  makeFile(folder / "long", "A=1\n");
+  std::filesystem::resize_file(folder / "long", std::uintmax_t{1} << 40);
   std::filesystem::create_symlink("loop", folder / "loop");
   for (const auto& [name, text] : rows) {
     std::string content = "untouched";
@@ -68,7 +71,7 @@ TEST_F(ConfigFile, NamesWhatCannotBeRead) {
       EXPECT_TRUE(refused(setIn(name, "A", "1"), name + ": " + text));
     }
   }
-  EXPECT_EQ(folder.names(), (Names{"a", "loop"}));
+  EXPECT_EQ(folder.names(), (Names{"a", "long", "loop"}));
 }
 
 TEST_F(ConfigFile, ReadsAPipe) {

@@ -2,14 +2,17 @@
 #include "KFADescriptor.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <KFLCommon/KFLSystem.h>
@@ -103,6 +106,10 @@ int copyExtendedAttributes(int from, int to, std::string& what, std::string& los
   return 0;
 }
 
+bool isThere(int folder, const std::string& path) {
+  return Descriptor(System::openat(folder, path.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW)).isOpen();
+}
+
 bool isSameTime(const timespec& left, const timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
@@ -167,8 +174,29 @@ void KFALockedFile::reset() {
   descriptor_.close();
 }
 
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+std::string temporaryPathOf(const std::string& path, std::string_view suffix) {
+  const std::string folder = folderOf(path);
+  return folder + "." + path.substr(folder.size(), NAME_MAX - suffix.size() - 1).append(suffix);
+}
+
+// Over NFS, a file that others have open has no name for a moment while it is replaced.
 Descriptor openForReading(int folder, const std::string& path) {
-  return Descriptor(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  constexpr int kMostLooks = 10;
+  for (int looks = 1;; ++looks) {
+    Descriptor file(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const int error = errno;
+    if (file.isOpen() || error != ENOENT || looks == kMostLooks) return file;
+    if (looks > 1 && !isThere(folder, temporaryPathOf(path, ".kfa-new"))) {
+      errno = error;
+      return file;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(200 * (looks - 1)));
+  }
 }
 
 int readToEnd(int descriptor, std::string& text, std::size_t& length) {
@@ -181,6 +209,10 @@ int readToEnd(int descriptor, std::string& text, std::size_t& length) {
     length += static_cast<std::size_t>(count);
     if (length > kMaxConfigFileSize) return EFBIG;
   }
+}
+
+bool isTooLong(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_size > static_cast<off_t>(kMaxConfigFileSize);
 }
 
 int compareContent(int descriptor, std::string_view text) {
