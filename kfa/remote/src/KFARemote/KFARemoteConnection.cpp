@@ -227,7 +227,8 @@ class Call {
     setDeadline(context, deadline_);
     parts_.beginAnew();
     const auto reader = peer_.stub->Call(&context, request_);
-    for (wire::CallReply reply; !sent.isRefused && reader->Read(&reply);) {
+    // The reply with the outcome is the last: there is no need to ask for another.
+    for (wire::CallReply reply; !sent.isRefused && !sent.hasOutcome && reader->Read(&reply);) {
       sent.isRefused = !parts_.add(reply);
       if (!reply.has_outcome()) continue;
       sent.hasOutcome = true;

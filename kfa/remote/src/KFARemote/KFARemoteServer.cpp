@@ -16,7 +16,6 @@
 
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/grpcpp.h>
-#include <grpcpp/health_check_service_interface.h>
 #include <grpcpp/resource_quota.h>
 #include <grpcpp/security/tls_credentials_options.h>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -28,6 +27,7 @@
 
 #include <KFARemote/KFARemoteAccess.h>
 #include <KFARemote/KFARemoteChanges.h>
+#include <KFARemote/KFARemoteHealth.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
 
@@ -40,6 +40,9 @@ using Names = std::vector<std::string>;
 
 // A reply is sent when it holds this much.
 constexpr std::size_t kReplyBytes = std::size_t{64} << 10;
+
+// Threads that wait for a call at most; more go as soon as their call is done.
+constexpr int kWaitingThreads = 32;
 
 // The names in the caller's certificate, those that it is for before its common name.
 Names namesOf(const grpc::ServerContext& context) {
@@ -184,6 +187,7 @@ class KFL_HIDDEN KFARemoteServer::Implementation final : public wire::Agent::Ser
   Load load_;
   const std::string instance_;
   std::vector<int> ports_;
+  KFARemoteHealth health_{wire::Agent::service_full_name()};
   std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
   std::unique_ptr<grpc::Server> server_;
   int wake_ = -1;  // tells the thread below to end
@@ -213,6 +217,10 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
   builder.AddChannelArgument(GRPC_ARG_MAX_CONNECTION_AGE_MS, kHour);
   builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, options_.maxCalls);
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
+  // Calls wait for managers rather than for processors: one queue for all of them, of which as many threads stay as
+  // there are callers in a burst, instead of a queue for each processor and threads that come and go with each call.
+  builder.SetSyncServerOption(grpc::ServerBuilder::NUM_CQS, 1);
+  builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS, kWaitingThreads);
   grpc::ResourceQuota quota("kfa-remote");
   // The limit of a request holds when all of it has come; until then this one does.
   quota.Resize(options_.maxReceivedBytes);
@@ -222,7 +230,6 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
 
 int KFARemoteServer::Implementation::start() {
   if (options_.identity.check() != 0 || access_.load() != 0) return -1;
-  grpc::EnableDefaultHealthCheckService(true);
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;
   configure(builder);
@@ -234,6 +241,7 @@ int KFARemoteServer::Implementation::start() {
     acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
         grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentials);
   builder.RegisterService(this);
+  builder.RegisterService(&health_);
   server_ = builder.BuildAndStart();
   for (std::size_t i = 0; i < ports_.size(); ++i) {
     if (server_ && ports_[i] != 0) continue;
@@ -278,7 +286,7 @@ void KFARemoteServer::Implementation::acceptConnections() {
 
 void KFARemoteServer::Implementation::stop(std::chrono::milliseconds grace) {
   if (!server_) return;
-  if (auto* const health = server_->GetHealthCheckService()) health->Shutdown();
+  health_.end();
   if (accepting_.joinable()) {
     const std::uint64_t one = 1;
     if (write(wake_, &one, sizeof one) == sizeof one) accepting_.join();
