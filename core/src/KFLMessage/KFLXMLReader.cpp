@@ -31,10 +31,6 @@ bool isXmlSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-bool isBlankText(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), isXmlSpace);
-}
-
 // What is wrong and what would be right, for what people run into; empty for what the parser names well enough.
 std::string_view explain(XML_Error error) {
   switch (error) {
@@ -400,6 +396,10 @@ int readXml(std::string_view xml, KFLMessageTree& tree) {
     return -1;
   }
   return Reader(xml, tree).read();
+}
+
+bool isBlankText(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), isXmlSpace);
 }
 
 bool isXmlName(std::string_view text) {

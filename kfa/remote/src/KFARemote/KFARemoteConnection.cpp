@@ -296,6 +296,7 @@ class RemoteChannel : public KFAManagerChannel {
     request.set_implementation(implementation_);
     if (about_.isValid()) request.set_about(about_.toString());
     request.set_arguments(arguments);
+    request.set_packed(true);
     return call.run();
   }
 

@@ -41,9 +41,6 @@ using Names = std::vector<std::string>;
 // A reply is sent when it holds this much.
 constexpr std::size_t kReplyBytes = std::size_t{64} << 10;
 
-// Threads that wait for a call at most; more go as soon as their call is done.
-constexpr int kWaitingThreads = 32;
-
 // The names in the caller's certificate, those that it is for before its common name.
 Names namesOf(const grpc::ServerContext& context) {
   Names names;
@@ -217,10 +214,6 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
   builder.AddChannelArgument(GRPC_ARG_MAX_CONNECTION_AGE_MS, kHour);
   builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, options_.maxCalls);
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
-  // Calls wait for managers rather than for processors: one queue for all of them, of which as many threads stay as
-  // there are callers in a burst, instead of a queue for each processor and threads that come and go with each call.
-  builder.SetSyncServerOption(grpc::ServerBuilder::NUM_CQS, 1);
-  builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS, kWaitingThreads);
   grpc::ResourceQuota quota("kfa-remote");
   // The limit of a request holds when all of it has come; until then this one does.
   quota.Resize(options_.maxReceivedBytes);
@@ -383,11 +376,12 @@ int KFARemoteServer::Implementation::checkAbout(const std::string& about) const 
 int KFARemoteServer::Implementation::doCall(const Request& request, const KFAPartSink& sink) const {
   const KFARemoteOrigin origin;
   const KFLAccessProviderSP caller(new KFARemoteCaller(request.callers.front()));
+  const KFAPartForm form = request.message.packed() ? KFAPartForm::Packed : KFAPartForm::Text;
   try {
     if (options_.files && request.message.manager() == kFilesManager)
-      return answerFilesCall(*request.operation, *options_.files, request.arguments, sink);
+      return answerFilesCall(*request.operation, *options_.files, request.arguments, sink, form);
     return answerManagerCall(*request.operation, managers_, caller, request.message.implementation(),
-                             request.arguments, sink);
+                             request.arguments, sink, form);
   } catch (const std::exception& error) {
     setErrorMessage("%s.%s ended without a result: %s", request.operation->manager, request.operation->name,
                     error.what());
@@ -413,7 +407,8 @@ void KFARemoteServer::Implementation::answerChange(const Request& request, const
   const std::string& caller = request.callers.front();
   const std::string key = message.change_id() + caller;
   const std::string name = message.manager() + "." + message.operation();
-  switch (changes_.begin(key, name + "\n" + message.implementation() + "\n" + message.arguments())) {
+  const char* const form = message.packed() ? "\npacked\n" : "\n";
+  switch (changes_.begin(key, name + "\n" + message.implementation() + form + message.arguments())) {
     case KFARemoteChanges::Admission::Repeated:
       repeatAnswer(key, context, replies);
       return;
