@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -249,6 +250,35 @@ TEST_F(ConfigFile, WaitsAsLongAsOthersGetOn) {
   EXPECT_EQ(contentOf(path), std::string(kWriters, 'x'));
   EXPECT_EQ(contentOf(folder / "new"), "N=1\n");
   EXPECT_EQ(folder.names(), (Names{"a", "new"}));
+}
+
+// Who has a lease on a file, as file servers do, is asked for it, and then the file is read and replaced.
+TEST_F(ConfigFile, WaitsForALease) {
+  const auto holdALease = [&] {
+    const int leased = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    sigset_t asked;
+    sigemptyset(&asked);
+    sigaddset(&asked, SIGIO);
+    sigprocmask(SIG_BLOCK, &asked, nullptr);
+    const bool isLeased = fcntl(leased, F_SETLEASE, F_WRLCK) == 0;
+    makeFile(folder / (isLeased ? "leased" : "refused"), "");
+    if (isLeased) sigwaitinfo(&asked, nullptr);
+    sleepFor(20);
+    _exit(0);
+  };
+  for (const bool writes : {false, true}) {
+    const pid_t child = fork();
+    if (child == 0) holdALease();
+    while (folder.names().size() < 2)
+      sleepFor(1);
+    std::string text;
+    EXPECT_EQ(writes ? setIn(path, "A", "2") : KFAConfigFile(path).read(text), 0) << KFL::getErrorMessage();
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    if (std::filesystem::remove(folder / "refused")) GTEST_SKIP() << "this file system has no leases";
+    EXPECT_TRUE(std::filesystem::remove(folder / "leased"));
+  }
+  EXPECT_EQ(contentOf(path), "A=\"2\"\n");
 }
 
 TEST_F(ConfigFile, WaitsForALockAndGivesUp) {

@@ -110,6 +110,12 @@ bool isThere(int folder, const std::string& path) {
   return Descriptor(System::openat(folder, path.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW)).isOpen();
 }
 
+bool isRegular(int folder, const std::string& path) {
+  const Descriptor file(System::openat(folder, path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  return file.isOpen() && System::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isSameTime(const timespec& left, const timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
@@ -190,6 +196,10 @@ Descriptor openForReading(int folder, const std::string& path) {
   for (int looks = 1;; ++looks) {
     Descriptor file(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     const int error = errno;
+    // Somebody has a lease on it, as file servers do, and is asked for it: opening waits for that.
+    if (error == EWOULDBLOCK && !file.isOpen() && isRegular(folder, path))
+      return Descriptor(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    errno = error;
     if (file.isOpen() || error != ENOENT || looks == kMostLooks) return file;
     if (looks > 1 && !isThere(folder, temporaryPathOf(path, ".kfa-new"))) {
       errno = error;

@@ -66,11 +66,11 @@ class KFALockedFile final {
 };
 
 // The folder of a path, with its slash; empty for a name alone.
-std::string folderOf(const std::string& path);
+KFL_HIDDEN std::string folderOf(const std::string& path);
 
 // Where a writer makes the file that takes this one's place: hidden, beside it, and never so long that no file could have
 // the name.
-std::string temporaryPathOf(const std::string& path, std::string_view suffix);
+KFL_HIDDEN std::string temporaryPathOf(const std::string& path, std::string_view suffix);
 
 // Opens for reading, without waiting for the other end of a pipe. The descriptor is not open, and errno says why, when
 // that fails.
@@ -81,7 +81,7 @@ Descriptor openForReading(int folder, const std::string& path);
 int readToEnd(int descriptor, std::string& text, std::size_t& length);
 
 // Whether a file is longer than any that is read, so that none of it is.
-bool isTooLong(const struct stat& status);
+KFL_HIDDEN bool isTooLong(const struct stat& status);
 
 // Whether these bytes are all that the file has: 0, ESTALE when they are not, or another errno.
 int compareContent(int descriptor, std::string_view text);

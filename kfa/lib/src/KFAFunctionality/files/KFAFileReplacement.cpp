@@ -159,6 +159,11 @@ int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
     again = isBeingWritten(temporaryPath_, writer);
     return again ? waitFor(writer) : fail("cannot be opened", hasName(targetPath_) ? ESTALE : ENOENT);
   }
+  if (error == EWOULDBLOCK && System::lstat(targetPath_.c_str(), &status_) == 0) {
+    // Somebody has a lease on it, as file servers do, and is asked for it now.
+    again = turns_.wait(status_);
+    if (again) return 0;
+  }
   if (error != 0) return fail("cannot be opened", error);
   if (System::fstat(target->get(), &status_) != 0) return fail("cannot be opened", errno);
   if (checkKind(status_) != 0) return -1;
