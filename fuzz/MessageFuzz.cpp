@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Message texts: what parses prints, and the print parses again to an equal tree, compact and indented. Taking such a
-// tree apart and together again leaves it whole. A document that the input's bytes make, with its names, texts and
-// references spelled in any way that XML knows, parses to the elements that were meant; cut or with a byte less it is
-// that, or refused at a line that it has.
+// Message texts, and packed ones: what parses prints, and the print parses again to an equal tree, compact, indented and
+// packed. Taking such a tree apart and together again leaves it whole. A document that the input's bytes make, with its
+// names, texts and references spelled in any way that XML knows, parses to the elements that were meant; cut or with a
+// byte less, as a text or packed, it is a tree, or refused at a place that it has.
 #include <algorithm>
 #include <set>
 #include <string>
@@ -230,6 +230,13 @@ void requirePlace(const std::string& text) {
           text);
 }
 
+// A refusal of a packed message names a byte of it, or the one behind.
+void requireByte(const std::string& packed) {
+  const std::string message = KFL::getErrorMessage();
+  require(message.starts_with("byte ") && std::stoul(message.substr(5)) <= packed.size() + 1,
+          "the place is in the bytes");
+}
+
 bool hasAttribute(const KFL::KFLMessageIterator& it, const std::string& space, const std::string& name) {
   std::string otherSpace, otherName, value;
   for (std::size_t i = 0; it.getAttribute(i, otherSpace, otherName, value) == 0; ++i)
@@ -271,12 +278,30 @@ void checkChange(KFL::KFLMessage message, const std::string& text) {
           text + print);
 }
 
+// The packed form has the same elements; with another byte, or cut, it is a tree that prints, or refused.
+void checkPacked(const KFL::KFLMessage& message, const Element& root, Choices& choices) {
+  std::string packed, print;
+  KFL::KFLMessage unpacked, damaged;
+  require(message.pack(packed) == 0 && unpacked.unpack(packed) == 0, "what parses packs and unpacks",
+          message.toString());
+  requireElement(unpacked.getIterator(), root, message.toString());
+  const std::size_t at = choices.below(std::min<std::size_t>(packed.size(), 65536));
+  if (choices.oneIn(2))
+    packed.resize(at);
+  else
+    packed[at] = static_cast<char>(choices.oneIn(2) ? packed[at] + 1 : static_cast<int>(choices.below(256)));
+  if (damaged.unpack(packed) != 0) return requireByte(packed);
+  KFL::KFLMessage again;
+  require(damaged.print(print) == 0 && again.parse(print) == 0, "what unpacks prints as a text", print);
+}
+
 void checkModel(Choices choices) {
   const Element root = elementFrom(choices, 4);
   const std::string text = Speller(choices).document(root);
   KFL::KFLMessage message;
   require(message.parse(text) == 0, "a document parses", text);
   requireElement(message.getIterator(), root, text);
+  checkPacked(message, root, choices);
   std::string damaged = text;
   const std::size_t at = choices.below(std::min<std::size_t>(text.size(), 65536));
   choices.oneIn(2) ? damaged.resize(at) : static_cast<void>(damaged.erase(at, 1));
@@ -296,14 +321,19 @@ void requireEqual(const std::string& text, const KFL::KFLMessage& message, const
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   checkModel(Choices(kfl_fuzz::viewOf(data, size)));
   KFL::KFLMessage message;
-  if (message.parse(std::string(reinterpret_cast<const char*>(data), size)) != 0) {
-    requirePlace(std::string(kfl_fuzz::viewOf(data, size)));
+  const std::string input(kfl_fuzz::viewOf(data, size));
+  const bool isPacked = KFL::KFLMessage::isPacked(input);
+  if ((isPacked ? message.unpack(input) : message.parse(input)) != 0) {
+    isPacked ? requireByte(input) : requirePlace(input);
     return 0;
   }
   std::string text;
   require(message.print(text) == 0, "what parses prints");
   requireEqual(text, message, "the print parses to an equal tree");
   requireEqual(message.toPrettyString(), message, "the indented print parses to an equal tree");
+  KFL::KFLMessage unpacked;
+  require(message.pack(text) == 0 && unpacked.unpack(text) == 0, "what prints packs and unpacks");
+  require(unpacked.getIterator().isEqualTree(message.getIterator()), "the packed form is an equal tree");
 
   const KFL::KFLMessage copy = message;
   require(copy.getIterator().isEqualTree(message.getIterator()), "a copy is equal");

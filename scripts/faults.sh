@@ -25,7 +25,7 @@ runTests() {
     grep -v -E '^\[ (RUN|      OK)' "$log" | tail -n 60
     return 1
   }
-  grep -E '^([a-z ]+: )?[0-9]+ [a-z]' "$log"
+  grep -E '^([a-z ]+: )?[0-9]+ [a-z_]' "$log"
   sed -n 's/^\[  SKIPPED \] \(.*\) (.*/skipped: \1/p' "$log" | sort -u
 }
 

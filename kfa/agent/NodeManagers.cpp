@@ -23,6 +23,7 @@
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 #include <KFAFunctionality/updates/KFAUpdateList.h>
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLLock.h>
 #include <KFLCore/KFLFolders.h>
 #include <KFLMessage/KFLMessage.h>
 
@@ -118,10 +119,29 @@ class Samples : public KFASampleM {
 
 // --- Templates ---------------------------------------------------------------------------------------------
 
+// Lets go of the process's cache before that is destroyed, so that a lock which somebody keeps does not end the agent by a
+// check.
+class CacheEnd {
+ public:
+  ~CacheEnd() {
+    if (cache_) cache_->reinit();
+  }
+  void note(const boost::intrusive_ptr<KFATemplateCachePrototype>& cache) {
+    const KFL::KFLLockGuard guard(lock_);
+    cache_ = cache;
+  }
+
+ private:
+  KFL::KFLLock lock_;
+  boost::intrusive_ptr<KFATemplateCachePrototype> cache_ KFL_GUARDED_BY(lock_);
+};
+
 // Calls `take` with each template of the cache: a code of the managers.
 template <class Take>
 int eachCached(Take take) {
   const auto cache = KFATemplateCachePrototype::createInstance();
+  static CacheEnd end;
+  end.note(cache);
   KFATemplateCachePrototype::Snapshot snapshot;
   if (!cache || cache->hold(snapshot) != 0) return KFAManagerFailed;
   for (std::uint32_t i = 0; i < snapshot.size(); ++i) {

@@ -3,7 +3,8 @@
 //
 // Everything that the libraries do with files goes through KFLSystem, one static function for each call, with the
 // meaning, the result and the errno of the system's own. A call that a signal has cut short is made again, but for close,
-// which has closed all the same. Each is a jump through a table, as a call into the C library is one.
+// which has closed all the same. What opens gives no descriptor of a standard stream that is closed: what somebody writes
+// to that one must not get into a file. Each is a jump through a table, as a call into the C library is one.
 //
 // A test replaces entries of the table, to let any call fail, or to stop the process there. The table may change while
 // no other thread is in one of these functions. A call that is added to the list has all of this.
@@ -11,6 +12,7 @@
 #define KFLCOMMON_KFLSYSTEM_H
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/vfs.h>
@@ -68,24 +70,40 @@
 namespace KFL {
 
 class KFLSystem {
-  enum class Kind { Usual, Once, AnswersError };
+  enum class Kind { Usual, Once, AnswersError, Opens };
 
   static constexpr Kind kindOf(std::string_view name) {
     if (name.starts_with("posix_")) return Kind::AnswersError;
+    if (name.starts_with("open")) return Kind::Opens;
     return name.starts_with("close") ? Kind::Once : Kind::Usual;
+  }
+
+  static int aboveStandardStreams(int descriptor) {
+    if (descriptor < 0 || descriptor >= kFirstDescriptor) return descriptor;
+    const int above = calls.fcntl(descriptor, F_DUPFD_CLOEXEC, kFirstDescriptor);
+    const int error = errno;
+    calls.close(descriptor);
+    errno = error;
+    return above;
   }
 
   template <Kind kind, class Call>
   static auto repeated(Call call) {
     auto result = call();
     if constexpr (kind != Kind::Once && std::is_integral_v<decltype(result)>) {
-      while (kind == Kind::Usual ? result == -1 && errno == EINTR : result == EINTR)
+      while (kind != Kind::AnswersError ? result == -1 && errno == EINTR : result == EINTR)
         result = call();
     }
-    return result;
+    if constexpr (kind == Kind::Opens)
+      return aboveStandardStreams(result);
+    else
+      return result;
   }
 
  public:
+  // The first behind those of the standard streams.
+  static constexpr int kFirstDescriptor = 3;
+
   struct Calls {
 #define KFL_SYSTEM_ENTRY(result, name, parameters, arguments) \
   result(*name) parameters;  // NOLINT(bugprone-macro-parentheses)

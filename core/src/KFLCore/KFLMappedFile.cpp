@@ -119,7 +119,7 @@ int KFLMappedFile::map(std::size_t size, const KFLMapOptions& options) {
 }
 
 int KFLMappedFile::remap(std::size_t size, const KFLMappedFile& previous, const KFLMapOptions& options) {
-  KFLDescriptor same(KFLSystem::fcntl(previous.file_->get(), F_DUPFD_CLOEXEC, 0));
+  KFLDescriptor same(KFLSystem::fcntl(previous.file_->get(), F_DUPFD_CLOEXEC, KFLSystem::kFirstDescriptor));
   if (!same.isOpen()) return failed("map", path_, errno);
   *file_ = std::move(same);
   return mapOpened(size, options);

@@ -11,11 +11,15 @@
 #include <functional>
 #include <limits>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
 
 #include <KFLCommon/KFLLog.h>
+#include <KFLCommon/KFLSystem.h>
+#include <KFLCore/KFLFileLock.h>
 #include <KFLCore/KFLFolders.h>
 
 #include "CacheTest.h"
@@ -114,6 +118,69 @@ TEST(CacheFaults, WaitingIsCountedInTheWaitersOwnTries) {
   kill(holder, SIGCONT);
   EXPECT_EQ(waitFor(waiter), 0);
   EXPECT_EQ(waitFor(holder), 0);
+}
+
+// Others at a file's lock, as the waiter's own looks at it go by: one who has the word for a while, and some who queue and
+// then leave, the first first, or sleep. Counted are the looks, so no clock and no load matters.
+struct Queue {
+  int wordUntil = 0;  // looks
+  int leaveEvery = 0;
+  std::vector<int> waiters = {};
+  int word = -1;
+  int looks = 0;
+  bool isOvertaken = false;
+
+  static int lockAt(const std::string& path, off_t at, off_t length) {
+    const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_start = at;
+    lock.l_len = length;
+    EXPECT_EQ(fcntl(file, F_OFD_SETLK, &lock), 0);
+    return file;
+  }
+  void see(int command, const struct flock& lock) {
+    if (command == F_OFD_SETLK && lock.l_start == 24 && lock.l_type == F_WRLCK)
+      isOvertaken = isOvertaken || (leaveEvery > 0 && !waiters.empty());
+    if (command != F_OFD_GETLK) return;
+    ++looks;
+    if (looks >= wordUntil && word >= 0) close(std::exchange(word, -1));
+    if (looks < wordUntil || leaveEvery == 0 || looks % leaveEvery != 0 || waiters.empty()) return;
+    close(waiters.front());
+    waiters.erase(waiters.begin());
+  }
+};
+
+TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
+  const Folder folder;
+  const std::string path = folder / "cache";
+  openCache(path);
+  for (const auto& [wordUntil, leaveEvery, waiters] :
+       {std::tuple{0, 10, 1}, {0, 10, 3}, {150, 10, 2}, {0, 0, 1}}) {
+    static Queue queue;
+    queue = {wordUntil, leaveEvery};
+    if (wordUntil > 0) queue.word = Queue::lockAt(path, 24, 4);
+    for (int i = 1; i <= waiters; ++i)
+      queue.waiters.push_back(Queue::lockAt(path, (off_t{1} << 42) + i, 1));
+    KFLFileLock lock;
+    ASSERT_EQ(lock.open(path), 0);
+    const auto own = std::exchange(KFLSystem::calls.fcntl, [](int file, int command, std::intptr_t argument) {
+      if (command == F_OFD_SETLK || command == F_OFD_GETLK)
+        queue.see(command, *reinterpret_cast<const struct flock*>(argument));
+      return fcntl(file, command, argument);
+    });
+    EXPECT_EQ(lock.lock(100ms, nullptr), 0);
+    EXPECT_FALSE(queue.isOvertaken);
+    EXPECT_EQ(queue.waiters.size(), leaveEvery == 0 ? 1U : 0U);
+    const int looks = std::exchange(queue.looks, 0);
+    lock.unlock(nullptr);
+    EXPECT_EQ(lock.lock(100ms, nullptr), 0);
+    EXPECT_LT(queue.looks, 10) << "after " << looks;
+    lock.unlock(nullptr);
+    KFLSystem::calls.fcntl = own;
+    for (const int waiter : queue.waiters)
+      close(waiter);
+  }
 }
 
 // An agent that does nothing with the file meanwhile finds it out, whatever it does next.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening, changing and holding a cache file within one process.
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -208,6 +209,23 @@ TEST(CacheFile, ALimitOnTheSizeOfFilesIsACode) {
               return put(*cache, "small", "x") == 0 ? 0 : 3;
             })),
             0);
+}
+
+// What somebody prints there must not get into the file.
+TEST(CacheFile, TakesNoDescriptorOfAClosedStandardStream) {
+  const Folder folder;
+  const auto work = [&] {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+      close(stream);
+    const Cache cache = openCache(folder / "cache");
+    KFLCacheSnapshot snapshot;
+    const bool isDone = put(*cache, "key", std::string(20000, 'x')) == 0 && cache->hold(snapshot) == 0;
+    int open = 0;
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+      open += fcntl(stream, F_GETFD) >= 0 ? 1 : 0;
+    return isDone ? open : -1;
+  };
+  EXPECT_EQ(waitFor(startChild(work)), 0);
 }
 
 TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {

@@ -63,6 +63,81 @@ TEST(CacheFaults, DamageWhileOpenGivesCodes) {
             << damages.slowest << std::endl;
 }
 
+// Lengths of items by their keys; 0 is none.
+using Lengths = std::map<std::string, std::size_t>;
+
+int change(const std::string& path, const Lengths& lengths, const Plan& plan = {}) {
+  if (plan.event == Event::Die) watchMoments();
+  const cachetest::Cache cache = cachetest::openCache(path);
+  KFL::KFLCacheChanges changes;
+  for (const auto& [key, length] : lengths)
+    length > 0 ? changes.put(key, std::string(length, 'x')) : changes.remove(key);
+  begin(plan, nullptr);
+  const int code = cache->apply(changes);
+  const bool isMet = end() >= plan.at && plan.at > 0;
+  return code != 0 ? 2 : isMet ? 1 : 0;
+}
+
+Lengths lengthsOf(const std::string& path) {
+  Lengths lengths;
+  for (const auto& [key, text] : cachetest::contentsOf(*cachetest::openCache(path)))
+    lengths[key] = text.size();
+  return lengths;
+}
+
+// Before each store and call of a change a process dies, and each of its allocations is refused: the change is made or
+// not, and all that was there is kept, whole, and takes no more space than before.
+TEST(CacheFaults, EachMomentOfAChangeKeepsAll) {
+  const Lengths rows[] = {
+      {{"a", 1500}, {"b", 1500}, {"c", 1500}},                        // the file grows
+      {{"a", 40}, {"b", 40}, {"c", 1500}, {"d", 1500}, {"e", 1500}},  // and some of it goes into the gaps
+      {{"1", 90}},                                                    // one takes the place of another
+      {{"0", 0}, {"1", 7}, {"3", 0}, {"9", 0}}                        // several go
+  };
+  const Folder folder = Folder::inMemory();
+  const std::string path = folder / "cache";
+  change(path, {{"0", 60}, {"1", 100}, {"2", 60}, {"3", 100}, {"4", 60}, {"5", 100}, {"6", 1}});
+  change(path, {{"2", 0}, {"4", 0}});
+  std::string prepared = readFile(path);
+  for (std::size_t length = 100; std::filesystem::file_size(path) == prepared.size(); length += 100) {
+    prepared = readFile(path);
+    change(path, {{"6", length}});
+  }
+  cachetest::writeFile(path, prepared);
+  const Lengths before = lengthsOf(path);
+  std::size_t tries = 0;
+  std::size_t grown = 0;
+  for (const Lengths& row : rows) {
+    Lengths after = before;
+    for (const auto& [key, length] : row)
+      after[key] = length;
+    std::erase_if(after, [](const auto& item) { return item.second == 0; });
+    for (const Event event : {Event::Die, Event::NoMemory}) {
+      int result = 1;
+      for (std::uint32_t at = 1; result != 0 && !HasFailure(); ++at, ++tries) {
+        SCOPED_TRACE(row.begin()->first + (event == Event::Die ? " dies " : " has no memory ") +
+                     std::to_string(at));
+        cachetest::writeFile(path, prepared);
+        const Plan plan{event, at};
+        result = cachetest::waitFor(cachetest::startChild([&] { return change(path, row, plan); }));
+        if (event == Event::NoMemory || result >= 0) {
+          EXPECT_EQ(cachetest::lostBytes(path), 0U);
+        }
+        const Lengths now = lengthsOf(path);
+        EXPECT_TRUE(now == after || (now == before && result != 0 && result != 1));
+        EXPECT_EQ(change(path, row), 0);
+        EXPECT_EQ(lengthsOf(path), after);
+        grown += std::filesystem::file_size(path) > prepared.size() ? 1 : 0;
+        EXPECT_EQ(cachetest::faultOf(path), "");
+        EXPECT_EQ(cachetest::lostBytes(path), 0U);
+      }
+    }
+  }
+  EXPECT_GT(tries, 8U);
+  EXPECT_GT(grown, 100U);
+  std::cout << tries << " moments" << std::endl;
+}
+
 // One agent of a file, and what it committed.
 class Agent {
  public:

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The program kfad, with certificates from scripts/certificates.sh and a socket as systemd hands it over: it answers as
 // the managers of its files do, and ends when it is told to.
+#include <fcntl.h>
+
 #include <algorithm>
 #include <regex>
 
@@ -60,7 +62,17 @@ TEST_F(KfadTest, EndsInOrderAndServesAgainAfterADeath) {
     EXPECT_NE(std::ranges::find(names, name), names.end());
   };
   expectAnswer("first");
+  // Also while somebody keeps the lock of the cache that it has open.
+  std::filesystem::create_directory(folder / "uploads");
+  std::vector<KFATEM::PackageSP> templates;
+  EXPECT_EQ(reach<KFATEM>()->list(templates), KFAManagerDone) << KFL::getErrorMessage();
+  const int cache = open((folder / "uploads/template.cache").c_str(), O_RDWR | O_CLOEXEC);
+  struct flock word {
+    F_WRLCK, SEEK_SET, 24, 4, 0
+  };
+  EXPECT_EQ(fcntl(cache, F_OFD_SETLK, &word), 0);
   EXPECT_EQ(end(SIGTERM), 0);
+  close(cache);
   start();
   expectAnswer("second");
   end(SIGKILL);

@@ -168,7 +168,7 @@ class KfadTestBase : public testing::Test {
     options.identity.certificate = folder / "pki/client.pem";
     options.identity.key = folder / "pki/client.key";
     options.identity.authority = folder / "pki/ca.pem";
-    options.readTimeout = options.changeTimeout = std::chrono::seconds(60);
+    options.readTimeout = options.changeTimeout = std::chrono::minutes(10);  // slow builds, busy machines
     return options;
   }
 

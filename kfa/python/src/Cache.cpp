@@ -56,9 +56,10 @@ class Cache {
 
   Cache(const Cache&) = delete;
   Cache& operator=(const Cache&) = delete;
-  // Lets go of the file, for which another may hold the lock.
+  // Lets go of the file first, so that a lock which somebody keeps does not end the interpreter.
   ~Cache() {
     const Unlocked unlocked;
+    if (cache_) cache_->reinit();
     cache_.reset();
   }
 

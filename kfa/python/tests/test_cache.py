@@ -4,6 +4,8 @@
 import os
 import pathlib
 import random
+import subprocess
+import sys
 import threading
 import uuid
 
@@ -80,6 +82,17 @@ def test_cache_shared_by_threads_and_children(tmp_path: pathlib.Path) -> None:
     for thread in threads:
         thread.join()
     assert len(cache) == 7 * 40 and all(value == one for value in cache.values())
+
+
+def test_lock_that_somebody_keeps_ends_no_interpreter(tmp_path: pathlib.Path) -> None:
+    code = f"""if True:
+        import fcntl, struct, kfa
+        cache = kfa.Cache({str(tmp_path / "t.cache")!r}, timeout=0.1)
+        file = open(cache.path, "r+b")
+        fcntl.fcntl(file, fcntl.F_OFD_SETLK, struct.pack("hhqqi0q", fcntl.F_WRLCK, 0, 24, 4, 0))
+        del cache
+        """
+    assert subprocess.run([sys.executable, "-c", code], check=False).returncode == 0
 
 
 def test_files_that_are_no_cache(tmp_path: pathlib.Path) -> None:

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -58,7 +59,10 @@ TEST_F(ConfigFile, NamesWhatCannotBeRead) {
       {folder.path(), "a folder; a file is wanted"},
       {folder / "loop", "cannot be opened: Too many levels of symbolic links"},
       {"/proc/self/mem", "cannot be read: Input/output error"},
+      {folder / "long", "cannot be read: File too large"},
   };
+  makeFile(folder / "long", "A=1\n");
+  std::filesystem::resize_file(folder / "long", std::uintmax_t{1} << 40);
   std::filesystem::create_symlink("loop", folder / "loop");
   for (const auto& [name, text] : rows) {
     std::string content = "untouched";
@@ -68,7 +72,7 @@ TEST_F(ConfigFile, NamesWhatCannotBeRead) {
       EXPECT_TRUE(refused(setIn(name, "A", "1"), name + ": " + text));
     }
   }
-  EXPECT_EQ(folder.names(), (Names{"a", "loop"}));
+  EXPECT_EQ(folder.names(), (Names{"a", "long", "loop"}));
 }
 
 TEST_F(ConfigFile, ReadsAPipe) {
@@ -246,6 +250,35 @@ TEST_F(ConfigFile, WaitsAsLongAsOthersGetOn) {
   EXPECT_EQ(contentOf(path), std::string(kWriters, 'x'));
   EXPECT_EQ(contentOf(folder / "new"), "N=1\n");
   EXPECT_EQ(folder.names(), (Names{"a", "new"}));
+}
+
+// Who has a lease on a file, as file servers do, is asked for it, and then the file is read and replaced.
+TEST_F(ConfigFile, WaitsForALease) {
+  const auto holdALease = [&] {
+    const int leased = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    sigset_t asked;
+    sigemptyset(&asked);
+    sigaddset(&asked, SIGIO);
+    sigprocmask(SIG_BLOCK, &asked, nullptr);
+    const bool isLeased = fcntl(leased, F_SETLEASE, F_WRLCK) == 0;
+    makeFile(folder / (isLeased ? "leased" : "refused"), "");
+    if (isLeased) sigwaitinfo(&asked, nullptr);
+    sleepFor(20);
+    _exit(0);
+  };
+  for (const bool writes : {false, true}) {
+    const pid_t child = fork();
+    if (child == 0) holdALease();
+    while (folder.names().size() < 2)
+      sleepFor(1);
+    std::string text;
+    EXPECT_EQ(writes ? setIn(path, "A", "2") : KFAConfigFile(path).read(text), 0) << KFL::getErrorMessage();
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    if (std::filesystem::remove(folder / "refused")) GTEST_SKIP() << "this file system has no leases";
+    EXPECT_TRUE(std::filesystem::remove(folder / "leased"));
+  }
+  EXPECT_EQ(contentOf(path), "A=\"2\"\n");
 }
 
 TEST_F(ConfigFile, WaitsForALockAndGivesUp) {

@@ -595,6 +595,96 @@ TEST(SaveAmongOthers, LocksWhereALockWantsTheRightToWrite) {
   EXPECT_TRUE(refused(set(folder / "a", {}), "cannot be locked"));
 }
 
+// Nothing that another thread prints gets into a file, where the standard streams are closed. What was opened leaves their
+// places by the very next calls, at which nobody prints here.
+TEST_P(SaveFaults, NobodyPrintsIntoTheFiles) {
+  const Outcome outcome = withoutFault(GetParam());
+  const TemporaryFolder folder;
+  GetParam().prepare(folder);
+  const auto print = [](const Point& point) {
+    for (const int stream : {0, 1, 2})
+      if (point.call != "fcntl" && point.call != "close") static_cast<void>(::write(stream, "noise", 5) < 0);
+    return 0;
+  };
+  const auto work = [&] {
+    for (const int stream : {0, 1, 2})
+      close(stream);
+    const KFLSystemFaults faults(onFileSystemOf(GetParam(), {print, {}}));
+    return GetParam().run(folder, {});
+  };
+  EXPECT_EQ(statusOfChild(work), 0);
+  EXPECT_EQ(statesOf(folder), outcome.after);
+}
+
+// Over a network, what another machine has replaced cannot be used as it was opened, and is opened anew; only a path that
+// cannot be followed, and a folder that cannot be brought to disk behind it all, end a save.
+TEST_P(SaveFaults, BeginsAnewWhereAnotherMachineHasReplacedTheFile) {
+  const Save& save = GetParam();
+  const Outcome outcome = withoutFault(save);
+  std::size_t refusals = 0;
+  for (std::size_t number = 0; number < outcome.calls; ++number) {
+    SCOPED_TRACE(number);
+    const TemporaryFolder folder;
+    save.prepare(folder);
+    bool isRenamed = false;
+    const auto before = [&](const Point& point) {
+      isRenamed = isRenamed || (point.call.starts_with("rename") && point.number < number);
+      return point.number == number ? ESTALE : 0;
+    };
+    {
+      const KFLSystemFaults faults(onFileSystemOf(save, {before, {}}));
+      const int result = save.run(folder, quickly());
+      const std::string_view call = faults.failed();
+      const bool isOfThePath = call == "statfs" || call == "readlink" || call == "lstat" || call == "stat";
+      EXPECT_TRUE(result == 0 || isRenamed || isOfThePath || !outcome.before.contains(save.target))
+          << call << " " << KFL::getErrorMessage();
+      refusals += result != 0 ? 1 : 0;
+    }
+    expectWhole(statesOf(folder), outcome.before, outcome.after);
+    expectSavedAgain(save, folder, outcome);
+    if (HasFailure()) return;
+  }
+  EXPECT_LT(refusals, outcome.calls / 2);
+}
+
+// Over NFS, a file that others have open has no name for a moment while it is replaced; and a name that is out of date
+// stands for a file that has none any more.
+TEST(SaveAmongOthers, WaitsForANameThatIsGoneForAMoment) {
+  for (const char* const back : {"flock", "lstat", "never"}) {
+    const TemporaryFolder folder;
+    makeA(folder);
+    int held = -1;
+    const KFLSystemFaults faults({[&](const Point& point) {
+      if (point.number == 0) {
+        fs::rename(folder / "a", folder / ".nfs1");
+        held = open((folder / ".a.kfa-new").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (*back != 'l') flock(held, LOCK_EX);
+      } else if (held >= 0 && point.call == back) {
+        fs::rename(folder / ".nfs1", folder / "a");
+        fs::remove(folder / ".a.kfa-new");
+        close(std::exchange(held, -1));
+      }
+      return 0;
+    }});
+    const int result = setA(folder, quickly());
+    EXPECT_EQ(result == 0, held < 0) << back << KFL::getErrorMessage();
+    EXPECT_TRUE(held < 0 || has(KFL::getErrorMessage(), "keeps it locked")) << back;
+    EXPECT_EQ(contentOf(folder / (held < 0 ? "a" : ".nfs1")),
+              held < 0 ? "A=\"2\"\n# kept\n" : "A=1\n# kept\n");
+    close(held);
+  }
+  const TemporaryFolder folder;
+  makeA(folder);
+  static int nameless = 2;
+  const auto own = std::exchange(KFL::KFLSystem::calls.fstat, [](int file, struct stat* status) {
+    const int result = fstat(file, status);
+    if (nameless-- > 0) status->st_nlink = 0;
+    return result;
+  });
+  EXPECT_EQ(setA(folder, {}), 0) << KFL::getErrorMessage();
+  KFL::KFLSystem::calls.fstat = own;
+}
+
 // The change that a process made before it forked is its own to commit.
 TEST(SaveAmongOthers, AForkedChildCommitsNothing) {
   const TemporaryFolder folder;

@@ -178,6 +178,23 @@ TEST_F(NodeChangeTest, ANewFileTakesNoOthersPlace) {
   one.judgeNew(path(50), "# sample\n");
   EXPECT_EQ(one.apply(), 0);
   EXPECT_EQ(contentOf(path(50)), "# sample\nX=\"new\"\n");
+  // Nor when it is made after the judging; and what somebody has changed since it was made is not taken back.
+  fs::create_hard_link(path(1), folder_ / "second");
+  for (const char* const what : {"makes", "changes", "nothing"}) {
+    KFANodeChange other = makeChange();
+    other.judgeNew(path(51), "# sample\n");
+    other.judge(path(1));
+    const auto runner = [&](std::size_t count, const KFANodeChange::Work& work) {
+      if (*what == 'm') makeFile(path(51), "N=mine\n");
+      for (std::size_t i = 0; i < count; ++i) {
+        work(i);
+        if (*what == 'c') makeFile(path(51), "N=mine\n");
+      }
+    };
+    EXPECT_EQ(other.apply(false, runner), -1);
+    EXPECT_EQ(contentOf(path(51)), *what == 'n' ? "" : "N=mine\n") << what;
+    EXPECT_EQ(fs::remove(path(51)), *what != 'n');
+  }
 }
 
 // Killed at any call of a change that succeeds or one that breaks off, each file is old or new, and the same change made

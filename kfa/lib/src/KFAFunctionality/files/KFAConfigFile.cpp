@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <sstream>
@@ -26,9 +25,6 @@ namespace KFA {
 namespace {
 
 using System = KFL::KFLSystem;
-
-// How often a change begins anew when a program that does not take the lock has changed the file meanwhile.
-constexpr int kMostTries = 100;
 
 // Writes the keys that are set, and no others.
 class ChangesParser {
@@ -62,8 +58,10 @@ int refuse(const std::string& name, const std::string& what) {
   return -1;
 }
 
+// -1; or 1 for a file that another machine has replaced.
 int fail(const std::string& name, const char* what, int error) {
-  return refuse(name, std::string(what) + ": " + describeError(error));
+  refuse(name, std::string(what) + ": " + describeError(error));
+  return error == ESTALE ? 1 : -1;
 }
 
 // The changes with lower-case keys, each once.
@@ -166,25 +164,32 @@ int getVeidOfPath(const std::string& path, int& veid) {
   return refuse(path, "no VEID in the name; a name such as 101.conf is wanted");
 }
 
-int KFAConfigFile::read(std::string& text) const {
-  const Descriptor file = openForReading(AT_FDCWD, path_);
+// 0 or -1; 1 when another machine has replaced the file, which is to be read anew.
+static int readOnce(const std::string& path, std::string& text) {
+  const Descriptor file = openForReading(AT_FDCWD, path);
   struct stat status {};
-  if (!file.isOpen() || System::fstat(file.get(), &status) != 0)
-    return fail(path_, "cannot be opened", errno);
-  if (S_ISDIR(status.st_mode)) return refuse(path_, "a folder; a file is wanted");
+  if (!file.isOpen() || System::fstat(file.get(), &status) != 0) return fail(path, "cannot be opened", errno);
+  if (S_ISDIR(status.st_mode)) return refuse(path, "a folder; a file is wanted");
   // Opening did not wait for the other end of a pipe; reading does.
   const bool isRegular = S_ISREG(status.st_mode);
   if (!isRegular && System::fcntl(file.get(), F_SETFL, O_RDONLY) != 0)
-    return fail(path_, "cannot be read", errno);
+    return fail(path, "cannot be read", errno);
+  if (isTooLong(status)) return fail(path, "cannot be read", EFBIG);
   std::string content;
-  const auto size = isRegular ? static_cast<std::size_t>(status.st_size) : 0;
-  content.resize(std::min(size, kMaxConfigFileSize) + 1);
+  content.resize((isRegular ? static_cast<std::size_t>(status.st_size) : 0) + 1);
   std::size_t length = 0;
   if (const int error = readToEnd(file.get(), content, length); error != 0)
-    return fail(path_, "cannot be read", error);
+    return fail(path, "cannot be read", error);
   content.resize(length);
   text = std::move(content);
   return 0;
+}
+
+int KFAConfigFile::read(std::string& text) const {
+  int result = 1;
+  for (int tries = 0; tries < kMostTries && result == 1; ++tries)
+    result = readOnce(path_, text);
+  return result == 0 ? 0 : -1;
 }
 
 int KFAConfigFile::read(const boost::function<int(std::istream&)>& getConfig) const {
@@ -203,7 +208,10 @@ int KFAConfigFile::set(const KFAConfigRules& rules, const KFAConfigChanges& chan
 int KFAConfigFile::update(const Edit& edit, const KFAReplaceOptions& how) const {
   for (int tries = 1;; ++tries) {
     KFAFileReplacement replacement;
-    if (replacement.lock(path_, how, false) != 0 || replacement.read() != 0) return -1;
+    if (replacement.lock(path_, how, false) != 0) return -1;
+    const int isRead = replacement.read();
+    if (isRead > 0 && tries < kMostTries) continue;
+    if (isRead != 0) return -1;
     const std::string& before = replacement.getContent();
     std::string after;
     if (edit(before, after) != 0) return -1;

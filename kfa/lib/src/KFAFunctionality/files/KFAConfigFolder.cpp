@@ -97,16 +97,19 @@ int KFAConfigFolder::list(std::vector<int>& veids) {
 
 int KFAConfigFolder::readText(int veid, std::size_t& length) {
   if (openFolder() != 0) return -1;
-  const Descriptor file = openForReading(folder_, nameOf(veid));
-  struct stat status {};
-  if (!file.isOpen() || System::fstat(file.get(), &status) != 0)
-    return fail(getPath(veid), "cannot be opened", errno);
-  if (!S_ISREG(status.st_mode)) {
-    KFL::setErrorMessage("%s: not a regular file; a file is wanted", getPath(veid).c_str());
-    return -1;
+  for (int tries = 1;; ++tries) {
+    const Descriptor file = openForReading(folder_, nameOf(veid));
+    struct stat status {};
+    if (!file.isOpen() || System::fstat(file.get(), &status) != 0)
+      return fail(getPath(veid), "cannot be opened", errno);
+    if (!S_ISREG(status.st_mode)) {
+      KFL::setErrorMessage("%s: not a regular file; a file is wanted", getPath(veid).c_str());
+      return -1;
+    }
+    const int error = isTooLong(status) ? EFBIG : readToEnd(file.get(), text_, length);
+    if (error == 0) return 0;
+    if (error != ESTALE || tries == kMostTries) return fail(getPath(veid), "cannot be read", error);
   }
-  const int error = readToEnd(file.get(), text_, length);
-  return error == 0 ? 0 : fail(getPath(veid), "cannot be read", error);
 }
 
 template <class Read>

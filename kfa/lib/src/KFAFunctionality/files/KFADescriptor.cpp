@@ -2,14 +2,17 @@
 #include "KFADescriptor.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <KFLCommon/KFLSystem.h>
@@ -103,6 +106,16 @@ int copyExtendedAttributes(int from, int to, std::string& what, std::string& los
   return 0;
 }
 
+bool isThere(int folder, const std::string& path) {
+  return Descriptor(System::openat(folder, path.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW)).isOpen();
+}
+
+bool isRegular(int folder, const std::string& path) {
+  const Descriptor file(System::openat(folder, path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  return file.isOpen() && System::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool isSameTime(const timespec& left, const timespec& right) {
   return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
@@ -167,8 +180,33 @@ void KFALockedFile::reset() {
   descriptor_.close();
 }
 
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+std::string temporaryPathOf(const std::string& path, std::string_view suffix) {
+  const std::string folder = folderOf(path);
+  return folder + "." + path.substr(folder.size(), NAME_MAX - suffix.size() - 1).append(suffix);
+}
+
+// Over NFS, a file that others have open has no name for a moment while it is replaced.
 Descriptor openForReading(int folder, const std::string& path) {
-  return Descriptor(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  constexpr int kMostLooks = 10;
+  for (int looks = 1;; ++looks) {
+    Descriptor file(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const int error = errno;
+    // Somebody has a lease on it, as file servers do, and is asked for it: opening waits for that.
+    if (error == EWOULDBLOCK && !file.isOpen() && isRegular(folder, path))
+      return Descriptor(System::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    errno = error;
+    if (file.isOpen() || error != ENOENT || looks == kMostLooks) return file;
+    if (looks > 1 && !isThere(folder, temporaryPathOf(path, ".kfa-new"))) {
+      errno = error;
+      return file;
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(200 * (looks - 1)));
+  }
 }
 
 int readToEnd(int descriptor, std::string& text, std::size_t& length) {
@@ -181,6 +219,10 @@ int readToEnd(int descriptor, std::string& text, std::size_t& length) {
     length += static_cast<std::size_t>(count);
     if (length > kMaxConfigFileSize) return EFBIG;
   }
+}
+
+bool isTooLong(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_size > static_cast<off_t>(kMaxConfigFileSize);
 }
 
 int compareContent(int descriptor, std::string_view text) {

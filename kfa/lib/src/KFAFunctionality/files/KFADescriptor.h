@@ -14,6 +14,10 @@
 
 namespace KFA {
 
+// How often reading or replacing a file begins anew when somebody who does not take its lock, or another machine, has
+// changed it meanwhile.
+inline constexpr int kMostTries = 100;
+
 class Descriptor {
  public:
   explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
@@ -61,6 +65,13 @@ class KFALockedFile final {
   KFL::KFLOwnDescriptor descriptor_;
 };
 
+// The folder of a path, with its slash; empty for a name alone.
+KFL_HIDDEN std::string folderOf(const std::string& path);
+
+// Where a writer makes the file that takes this one's place: hidden, beside it, and never so long that no file could have
+// the name.
+KFL_HIDDEN std::string temporaryPathOf(const std::string& path, std::string_view suffix);
+
 // Opens for reading, without waiting for the other end of a pipe. The descriptor is not open, and errno says why, when
 // that fails.
 Descriptor openForReading(int folder, const std::string& path);
@@ -68,6 +79,9 @@ Descriptor openForReading(int folder, const std::string& path);
 // Reads from where the descriptor stands to its end, into a text that never shrinks; its first `length` bytes are the
 // content. 0, or an errno (EFBIG: longer than kMaxConfigFileSize).
 int readToEnd(int descriptor, std::string& text, std::size_t& length);
+
+// Whether a file is longer than any that is read, so that none of it is.
+KFL_HIDDEN bool isTooLong(const struct stat& status);
 
 // Whether these bytes are all that the file has: 0, ESTALE when they are not, or another errno.
 int compareContent(int descriptor, std::string_view text);

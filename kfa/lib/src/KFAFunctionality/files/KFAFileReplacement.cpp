@@ -24,22 +24,20 @@ using System = KFL::KFLSystem;
 
 constexpr int kMostLinks = 40;
 constexpr mode_t kPrivateMode = 0600;
-constexpr int kMostConflicts = 100;
 
 // Whether a file system does not know a way to rename or to link.
 bool isUnknown(int error) {
   return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
 }
 
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return {};
-  return path.substr(0, slash + 1);
+bool hasName(const std::string& path) {
+  struct stat there {};
+  return System::lstat(path.c_str(), &there) == 0;
 }
 
-// Hidden, and never so long that no file could have the name.
-std::string temporaryNameOf(const std::string& name, std::string_view suffix) {
-  return "." + name.substr(0, NAME_MAX - suffix.size() - 1).append(suffix);
+// Whether a writer is at work on the temporary file; then it is open.
+bool isBeingWritten(const std::string& temporaryPath, KFALockedFile& file) {
+  return file.open(temporaryPath, O_RDONLY) == 0 && file.tryLock(temporaryPath) == EWOULDBLOCK;
 }
 
 // What a run that died can have left under the name of a temporary file.
@@ -82,8 +80,10 @@ int KFAFileReplacement::refuse(const std::string& what) const {
   return -1;
 }
 
+// -1; or 1 for what is no more as it was opened, since another machine has replaced or removed it.
 int KFAFileReplacement::fail(const std::string& what, int error) const {
-  return refuse(what + ": " + describeError(error));
+  refuse(what + ": " + describeError(error));
+  return error == ESTALE ? 1 : -1;
 }
 
 // Waits a moment for the writer that holds the file.
@@ -115,9 +115,8 @@ int KFAFileReplacement::resolve() {
     const std::string to(link, static_cast<std::size_t>(length));
     targetPath_ = to.front() == '/' ? to : folderPath_ + to;
   }
-  const std::string name = targetPath_.substr(folderPath_.size());
-  temporaryPath_ = folderPath_ + temporaryNameOf(name, ".kfa-new");
-  backupTemporaryPath_ = folderPath_ + temporaryNameOf(name, ".kfa-backup");
+  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
+  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
   if (folderPath_.empty()) folderPath_ = ".";
   return 0;
 }
@@ -140,24 +139,36 @@ int KFAFileReplacement::takeTurn(const KFAReplaceOptions& options, bool mayCreat
   options_ = options;
   mode_ = createMode;
   turns_.start(options.lockTimeout);
-  int result = 0;
-  for (bool again = true; again && result == 0;) {
-    again = false;
-    result = openTarget(mayCreate, again);
+  for (int stale = 0; stale < kMostTries;) {
+    bool again = false;
+    const int result = openTarget(mayCreate, again);
+    if (result < 0) return result;
+    if (result == 0 && !again) return 0;
+    stale += result;
   }
-  return result;
+  return -1;
 }
 
 int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
   auto target = std::make_unique<KFALockedFile>();
   const int error = target->open(targetPath_, O_RDONLY);
   if (error == ENOENT && mayCreate) return createTarget(again);
+  if (error == ENOENT) {
+    // Over NFS, a file that others have open has no name for a moment while it is replaced.
+    KFALockedFile writer;
+    again = isBeingWritten(temporaryPath_, writer);
+    return again ? waitFor(writer) : fail("cannot be opened", hasName(targetPath_) ? ESTALE : ENOENT);
+  }
+  if (error == EWOULDBLOCK && System::lstat(targetPath_.c_str(), &status_) == 0) {
+    // Somebody has a lease on it, as file servers do, and is asked for it now.
+    again = turns_.wait(status_);
+    if (again) return 0;
+  }
   if (error != 0) return fail("cannot be opened", error);
   if (System::fstat(target->get(), &status_) != 0) return fail("cannot be opened", errno);
-  if (checkKind(status_) != 0 || lockTarget(*target, again) != 0) return -1;
-  if (again) return 0;
-  if (checkLinks(again) != 0) return -1;
-  if (again) return 0;
+  if (checkKind(status_) != 0) return -1;
+  if (const int result = lockTarget(*target, again); result != 0 || again) return result;
+  if (const int result = checkLinks(again); result != 0 || again) return result;
   mode_ = status_.st_mode & 07777;
   target_ = std::move(target);
   model_ = target_.get();
@@ -166,10 +177,8 @@ int KFAFileReplacement::openTarget(bool mayCreate, bool& again) {
 
 int KFAFileReplacement::lockTarget(KFALockedFile& target, bool& again) {
   const int error = target.tryLock(targetPath_);
-  if (error == EWOULDBLOCK) {
-    again = true;
-    return waitFor(target);
-  }
+  again = error == EWOULDBLOCK || error == ENOENT;
+  if (again) return error == ENOENT ? 0 : waitFor(target);
   if (error == EBADF) {
     return refuse(
         "cannot be locked: its file system, such as NFS, locks a file only for those who may write to it; "
@@ -182,7 +191,8 @@ int KFAFileReplacement::lockTarget(KFALockedFile& target, bool& again) {
   const bool isNamed = System::lstat(targetPath_.c_str(), &named) == 0;
   if (!isNamed && errno != ENOENT) return fail("cannot be opened", errno);
   again = !isNamed || !isSameFile(status_, named);
-  return 0;
+  // A name that is out of date may stand for it still, over a network.
+  return again || status_.st_nlink > 0 ? 0 : fail("cannot be locked", ESTALE);
 }
 
 int KFAFileReplacement::checkKind(const struct stat& status) const {
@@ -208,7 +218,7 @@ int KFAFileReplacement::checkLinks(bool& again) const {
 
 // There is no file to lock: the temporary one stands for it.
 int KFAFileReplacement::createTarget(bool& again) {
-  if (openTemporary() != 0) return -1;
+  if (const int result = openTemporary(); result != 0) return result;
   struct stat status {};
   again = System::lstat(targetPath_.c_str(), &status) == 0;
   if (!again && errno != ENOENT) return fail("cannot be opened", errno);
@@ -219,7 +229,7 @@ int KFAFileReplacement::createTarget(bool& again) {
 int KFAFileReplacement::openTemporary() {
   for (bool again = true; again;) {
     again = false;
-    if (takeTemporary(again) != 0) return -1;
+    if (const int result = takeTemporary(again); result != 0) return result;
   }
   return 0;
 }
@@ -237,7 +247,7 @@ int KFAFileReplacement::takeTemporary(bool& again) {
   error = temporary_->tryLock(temporaryPath_);
   if (error == 0) error = temporary_->findName(temporaryPath_);
   // Somebody may have taken the new file for a stale one.
-  again = error == EWOULDBLOCK || error == ENOENT;
+  again = error == EWOULDBLOCK || error == ENOENT || error == ESTALE;
   if (error == 0) return 0;
   if (again)
     temporary_.reset();
@@ -271,7 +281,7 @@ int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file
     error = 0;
   }
   if (error == 0) error = System::unlink(path.c_str()) == 0 ? 0 : errno;
-  return error == ENOENT ? 0 : error;
+  return error == ENOENT || error == ESTALE ? 0 : error;
 }
 
 // What cannot be removed now is in the way of the next replacement, and named there.
@@ -283,6 +293,7 @@ void KFAFileReplacement::finish() {
 }
 
 int KFAFileReplacement::read() {
+  if (isTooLong(status_)) return fail("cannot be read", EFBIG);
   std::size_t length = 0;
   const int error =
       System::lseek(target_->get(), 0, SEEK_SET) < 0 ? errno : readToEnd(target_->get(), content_, length);
@@ -303,8 +314,8 @@ int KFAFileReplacement::commit(const std::string& text) {
 int KFAFileReplacement::prepare(const std::string& text) {
   if ((target_ && !target_->isOpen()) || (temporary_ && !temporary_->isOpen()))
     return refuse("was locked before this process was forked; begin anew");
-  if (!temporary_ && openTemporary() != 0) return -1;
-  if (writeTemporary(text) != 0) return -1;
+  if (const int result = temporary_ ? 0 : openTemporary(); result != 0) return result;
+  if (const int result = writeTemporary(text); result != 0) return result;
   return target_ && !options_.backupSuffix.empty() ? writeBackup() : 0;
 }
 
@@ -328,12 +339,12 @@ int KFAFileReplacement::writeBackup() {
     return refuse("its backup " + backup + " is the file itself; another suffix is wanted");
   if (exists && S_ISLNK(there.st_mode))
     return refuse("its backup " + backup + " is a symbolic link; another suffix is wanted");
-  if (!isRead_ && read() != 0) return -1;
+  if (const int result = isRead_ ? 0 : read(); result != 0) return result;
   KFAReplaceOptions options = options_;
   options.backupSuffix.clear();
   options.note.clear();
   int result = 1;
-  for (int tries = 0; result == 1 && tries < kMostConflicts; ++tries) {
+  for (int tries = 0; result == 1 && tries < kMostTries; ++tries) {
     KFAFileReplacement copy;
     copy.path_ = copy.targetPath_ = backup;
     copy.folderPath_ = folderPath_;
@@ -351,10 +362,11 @@ int KFAFileReplacement::putInPlace() {
   if (!folder.isOpen() && errno != EACCES)
     return fail("cannot be replaced, since its folder " + folderPath_ + " cannot be opened", errno);
   if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
-  if (checkTemporary() != 0) return -1;
+  if (const int result = checkTemporary(); result != 0) return result;
   if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
   if (!folder.isOpen() || System::fsync(folder.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
-  return fail("is replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
+  fail("is replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
+  return -1;
 }
 
 // Whether the temporary file is still the one that was written.
@@ -401,8 +413,10 @@ int KFAFileReplacement::exchange() const {
     System::unlink(temporaryPath_.c_str());
     return 0;
   }
-  if (!renameBy(RENAME_EXCHANGE))
-    return fail("is replaced, but what another program wrote meanwhile is in " + temporaryPath_, errno);
+  if (!renameBy(RENAME_EXCHANGE)) {
+    fail("is replaced, but what another program wrote meanwhile is in " + temporaryPath_, errno);
+    return -1;
+  }
   return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
 }
 

@@ -59,12 +59,12 @@ class KFAFileReplacement {
   bool exists() const { return target_ != nullptr; }
   // The file's permission bits; those of lock() when it does not exist.
   mode_t getMode() const { return mode_; }
-  // Reads the file that is locked. 0, or -1 with an error text.
+  // Reads the file that is locked. 0, or -1 with an error text; 1, as of commit(), when another machine has replaced it.
   int read();
   const std::string& getContent() const { return content_; }
   // Puts the text in its place. 0, or -1 with an error text; then the file is as it was, unless the text says that it is
-  // replaced. 1, with an error text, when somebody who does not take this lock has changed or made the file meanwhile: it
-  // is as that one left it. Begin anew with a new object, or give up.
+  // replaced. 1, with an error text, when somebody who does not take this lock, or another machine, has changed or made the
+  // file meanwhile: it is as that one left it. Begin anew with a new object, or give up.
   int commit(const std::string& text);
   // For a file that stays as it is.
   void finish();

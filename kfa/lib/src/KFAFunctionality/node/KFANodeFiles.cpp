@@ -62,6 +62,27 @@ void runHere(std::size_t count, const KFANodeFiles::Work& work) {
     work(i);
 }
 
+int refuse(const KFANodeFile& file, const std::string& what) {
+  KFL::setErrorMessage("%s: %s", file.path.c_str(), what.c_str());
+  return -1;
+}
+
+int makeNew(const KFANodeFile& file, const KFAReplaceOptions& how) {
+  KFAFileReplacement replacement;
+  if (replacement.lock(file.path, how, true) != 0) return -1;
+  if (replacement.exists()) return refuse(file, "somebody else has made it meanwhile, and it stays");
+  return replacement.commit(file.after);
+}
+
+// Under its lock, and only as it was made.
+int removeNew(const KFANodeFile& file, const KFAReplaceOptions& how) {
+  KFAFileReplacement replacement;
+  if (replacement.lock(file.path, how, false) != 0 || replacement.read() != 0) return -1;
+  if (replacement.getContent() != file.after) return refuse(file, "another process has changed it meanwhile");
+  if (System::unlink(file.path.c_str()) == 0) return 0;
+  return refuse(file, "cannot be removed: " + std::generic_category().message(errno));
+}
+
 // What was judged is kept up with when another writer was quicker.
 void replaceOne(KFANodeFile& file, const KFANodeFiles::Edit& edit, const KFAReplaceOptions& how) {
   const KFAConfigFile target(file.path);
@@ -73,7 +94,7 @@ void replaceOne(KFANodeFile& file, const KFANodeFiles::Edit& edit, const KFARepl
     after = file.after;
     return 0;
   };
-  const int result = file.isNew ? target.replace(file.after, how) : target.update(editNow, how);
+  const int result = file.isNew ? makeNew(file, how) : target.update(editNow, how);
   file.state = result == 0 ? State::Replaced : State::Failed;
   if (result != 0) file.error = KFL::getErrorMessage();
 }
@@ -83,22 +104,11 @@ void restoreOne(KFANodeFile& file, const KFAReplaceOptions& options) {
   KFAReplaceOptions how = options;
   how.backupSuffix.clear();
   const auto edit = [&file](const std::string& now, std::string& after) {
-    if (now == file.after) {
-      after = file.before;
-      return 0;
-    }
-    KFL::setErrorMessage("%s: another process has changed it meanwhile", file.path.c_str());
-    return -1;
+    if (now != file.after) return refuse(file, "another process has changed it meanwhile");
+    after = file.before;
+    return 0;
   };
-  int result = 0;
-  if (file.isNew) {
-    result = System::unlink(file.path.c_str());
-    if (result != 0)
-      KFL::setErrorMessage("%s: cannot be removed: %s", file.path.c_str(),
-                           std::generic_category().message(errno).c_str());
-  } else {
-    result = KFAConfigFile(file.path).update(edit, how);
-  }
+  const int result = file.isNew ? removeNew(file, how) : KFAConfigFile(file.path).update(edit, how);
   file.state = result == 0 ? State::Restored : State::NotRestored;
   if (result != 0) file.error = KFL::getErrorMessage();
 }
