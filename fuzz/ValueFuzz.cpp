@@ -162,13 +162,20 @@ void checkTemplate(const std::string& text, char separator) {
   require(!isWhole || value.getName().empty() || again == value, "what is written reads as the same", text);
 }
 
+// A number of a rate, of which minus nothing is one.
+long long numberOf(const std::string& text) {
+  const bool isMinusNothing =
+      text.size() > 1 && text.front() == '-' && text.find_first_not_of('0', 1) == std::string::npos;
+  return decimal(isMinusNothing ? text.substr(1) : text, 18);
+}
+
 // DEVICE:CLASS:RATE, where a device may hold colons itself.
 void checkRate(const std::string& text) {
   const KFL::KFLInterfaceRate rate(text);
   const Texts parts = split(text, ':');
   const std::size_t count = parts.size();
-  const long long id = count < 3 ? -1 : decimal(parts[count - 2], 18);
-  const long long speed = count < 3 ? -1 : decimal(parts[count - 1], 18);
+  const long long id = count < 3 ? -1 : numberOf(parts[count - 2]);
+  const long long speed = count < 3 ? -1 : numberOf(parts[count - 1]);
   const std::size_t rest = count < 3 ? 0 : parts[count - 2].size() + parts[count - 1].size() + 2;
   const bool isRate = text.size() > rest && id >= 0 && id <= 2147483647 && speed >= 0;
   require(rate.toString() == text, "a rate keeps its text", text);
