@@ -29,6 +29,25 @@ std::string reprint(const std::string& text) {
   return out;
 }
 
+// Blank texts that come to stand beside elements mean nothing any more, wherever they come from.
+TEST(KFLXML, BlankTextsAreNoneBesideElements) {
+  for (const char* const text : {"<a><b> </b></a>", "<a><b> </b><c/></a>", "<a> </a>"}) {
+    KFLMessage message;
+    ASSERT_EQ(message.parse(text), 0);
+    KFLMessageIterator it = message.getIterator();
+    it.firstChild();
+    it.copyContent(KFLMessage(message).getIterator());
+    it.addEmptyChild("d");
+    KFLMessage blank;
+    ASSERT_EQ(blank.parse("<a> </a>"), 0);
+    it.copyContent(blank.getIterator());
+    KFLMessage again;
+    ASSERT_EQ(again.parse(message.toString()), 0);
+    EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator())) << message.toString();
+    EXPECT_NE(reprint(message.toString()).find("<d/>"), std::string::npos);
+  }
+}
+
 struct Row {
   std::string text, expected;
 };
