@@ -156,7 +156,7 @@ sortMissing() {
         close($2)
         first = count = isCompiled = 0
       }
-      $1 == "FN" { begins[$2] = 1; if ($3 in hasCode) isReal[$2] = 1 }
+      $1 == "FN" { begins[$2] = 1; if ($NF in hasCode) isReal[$2] = 1 }
       $1 == "DA" {
         ++lines
         if ($3 > 0 || $2 in begins) endStretch()

@@ -113,15 +113,6 @@ TEST_F(ConfigFile, FollowsSymbolicLinks) {
   EXPECT_EQ(contentOf(folder / "real/new"), "B=1\n");
 }
 
-TEST_F(ConfigFile, RefusesHardLinksUnlessAskedTo) {
-  std::filesystem::create_hard_link(path, folder / "b");
-  EXPECT_TRUE(refused(setIn(path, "A", "2"), "2 hard links"));
-  EXPECT_TRUE(refused(-1, "--hard-links"));
-  EXPECT_EQ(setIn(path, "A", "2", {true, "", 1000}), 0);
-  EXPECT_EQ(contentOf(path), "A=\"2\"\n");
-  EXPECT_EQ(contentOf(folder / "b"), "A=1\n");
-}
-
 TEST_F(ConfigFile, WritesToAnotherFile) {
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
   EXPECT_EQ(KFAConfigFile(path).copyTo(folder / "b", addB, {}), 0);
