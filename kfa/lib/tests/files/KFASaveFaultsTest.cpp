@@ -182,25 +182,14 @@ void expectUnlocked(const TemporaryFolder& folder) {
   }
 }
 
-std::size_t countDescriptors() {
-  const fs::directory_iterator open("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(open), end(open)));
-}
-
 KFAReplaceOptions quickly(int milliseconds = 20) {
   KFAReplaceOptions how;
   how.lockTimeout = milliseconds;
   return how;
 }
 
-// The plan on a file system that lacks a call.
-Plan onFileSystemOf(const Save& save, Plan plan = {}) {
-  if (*save.missing == '\0') return plan;
-  return {[missing = std::string_view(save.missing), before = plan.before](const Point& point) {
-            const int error = before ? before(point) : 0;
-            return error == 0 && point.call == missing ? EINVAL : error;
-          },
-          plan.after, plan.isShort};
+Plan onFileSystemOf(const Save& save, const Plan& plan = {}) {
+  return plan.without(save.missing, EINVAL);
 }
 
 struct Outcome {
@@ -262,7 +251,7 @@ struct Fault {
 void failAt(const Save& save, const Outcome& outcome, std::size_t number, const Fault& fault) {
   const TemporaryFolder folder;
   save.prepare(folder);
-  const std::size_t descriptors = countDescriptors();
+  const std::size_t descriptors = KFLSystemFaults::countDescriptors();
   bool isNoted = false;
   KFAReplaceOptions how = quickly();
   how.note = [&](const std::string&) { isNoted = true; };
@@ -279,7 +268,7 @@ void failAt(const Save& save, const Outcome& outcome, std::size_t number, const 
     }
   }
   if (result != 0) expectToldWhat(save, folder, fault.error);
-  EXPECT_EQ(countDescriptors(), descriptors);
+  EXPECT_EQ(KFLSystemFaults::countDescriptors(), descriptors);
   expectUnlocked(folder);
   if (isNoted) return;
   expectWhole(statesOf(folder), outcome.before, outcome.after);
@@ -343,15 +332,6 @@ TEST_P(SaveFaults, BringsToDiskBeforeItRenames) {
   EXPECT_GT(renamings, 0U);
 }
 
-// A plan that does something right before or right behind a call.
-Plan at(std::size_t number, bool behind, const std::function<void()>& act) {
-  const auto then = [number, act](const Point& point) {
-    if (point.number == number) act();
-    return 0;
-  };
-  return behind ? Plan{{}, then} : Plan{then, {}};
-}
-
 // Right before and right behind each call of a save, in a folder of its own: acts by the plan that it makes of what is to
 // be done there. Afterwards the save can be made all the same.
 using Planner = std::function<Plan(const std::function<void()>&)>;
@@ -363,7 +343,7 @@ void atEachCall(const char* what, const Save& save,
     const TemporaryFolder folder;
     save.prepare(folder);
     act(folder, outcome, [&](const std::function<void()>& then) {
-      return onFileSystemOf(save, at(point / 2, point % 2 != 0, then));
+      return onFileSystemOf(save, Plan::at(point / 2, point % 2 != 0, then));
     });
     expectSavedAgain(save, folder, outcome);
     if (testing::Test::HasFailure()) return;
@@ -734,7 +714,7 @@ TEST(FolderFaults, EachCallFails) {
     std::size_t calls = 1;
     for (std::size_t number = 0; number < calls; ++number, ++points) {
       SCOPED_TRACE(std::to_string(number) + std::strerror(error));
-      const std::size_t descriptors = countDescriptors();
+      const std::size_t descriptors = KFLSystemFaults::countDescriptors();
       {
         std::vector<int> veids;
         KFA::KFAEnvConfig record;
@@ -768,7 +748,7 @@ TEST(FolderFaults, EachCallFails) {
         const bool isHarmless = error == 0 || (error == EINTR && isOfAPath);
         EXPECT_TRUE(!isHarmless || (result == 0 && read == 0));
       }
-      EXPECT_EQ(countDescriptors(), descriptors);
+      EXPECT_EQ(KFLSystemFaults::countDescriptors(), descriptors);
     }
   }
   std::cout << points << " failed calls of a folder\n";

@@ -188,12 +188,7 @@ TEST_F(NodeChangeTest, IsKilledAtEachCall) {
     std::map<std::string, std::string> after;
     const auto run = [&](std::size_t point, const std::function<void()>& act) {
       KFANodeChange change(&edit, {});
-      const auto now = [&](const KFLSystemFaults::Point& at) {
-        if (at.number == point / 2) act();
-        return 0;
-      };
-      const KFLSystemFaults faults(point % 2 == 0 ? KFLSystemFaults::Plan{now, {}, false}
-                                                  : KFLSystemFaults::Plan{{}, now, false});
+      const KFLSystemFaults faults(KFLSystemFaults::Plan::at(point / 2, point % 2 != 0, act));
       for (int i = 0; i < 2; ++i)
         change.judge(path(i));
       EXPECT_EQ(change.apply() != 0, breaksOff);
