@@ -27,6 +27,7 @@
 #include <KFAFunctionality/templates/KFAPackageInfo.h>
 #include <KFAFunctionality/templates/KFAPackageKFTemplateStd.h>
 #include <KFAFunctionality/templates/KFATemplateConfigInfo.h>
+#include <KFAFunctionality/templates/KFATemplateObject.h>
 #include <KFAFunctionality/updates/KFAUpdate.h>
 #include <KFAFunctionality/updates/KFAUpdateConfig.h>
 #include <KFLFunctionality/KFLIPPoolAllocation.h>
@@ -183,6 +184,26 @@ TEST(RecordAccessors, OfTemplatesAndUpdates) {
   RECORD(KFAUpdateConnection, Direct, Proxy, ProxyExceptions, Repository);
   RECORD(KFAUpdateInstallSource, Value, Standard);
   RECORD(KFAUpdateProduct, ID, Name, InstallType, InstallSource, Location);
+}
+
+// What stands in no message of the record, and what a record can be made of.
+TEST(RecordAccessors, OfWhatHasNoElement) {
+  KFAPackageVersion version;
+  version.setLocation("/srv/packages");
+  EXPECT_EQ(version.getLocation(), "/srv/packages");
+  KFAPackageKFTemplate package;
+  package.setName("nginx");
+  package.setPackages(KFLPackageList());
+  EXPECT_TRUE(package.getPackages().empty());
+  EXPECT_EQ(KFATemplateObject(package).getName(), "nginx");
+  KFAWindowsSystemUpdate update;
+  update.setProduct(std::string("office"));
+  EXPECT_EQ(update.getProduct().getValue(), "office");
+  EXPECT_EQ(HardDisk::Zloop(5, true).getSize(), 5);
+  EXPECT_EQ(HardDisk::KfFS(KFLQoS("a"), KFLQoS("b")).getSecondQuota().getID(), "b");
+  HardDisk::List::Images<HardDisk::Loopback> images;
+  images.setImages({HardDisk::Loopback(KFLDevMountInfo())});
+  EXPECT_EQ(images.getImages().size(), 1U);
 }
 
 }  // namespace

@@ -210,8 +210,13 @@ TEST_F(ConfigFile, ClearsStaleTemporaryFilesUnlessItIsRefused) {
 TEST_F(ConfigFile, RefusesABackupThatLeadsElsewhere) {
   makeFile(folder / "b", "precious");
   std::filesystem::create_symlink("b", folder / "a.old");
-  EXPECT_TRUE(refused(setIn(path, "A", "2", {false, ".old"}), "symbolic link"));
-  EXPECT_EQ(setIn(path, "A", "2", {false, "/../x"}), -1);
+  std::filesystem::create_hard_link(path, folder / "a.same");
+  const std::pair<std::string, const char*> rows[] = {{".old", "is a symbolic link"},
+                                                      {".same", "is the file itself"},
+                                                      {"/../x", "has a slash"},
+                                                      {std::string(".\0x", 3), "has a NUL"}};
+  for (const auto& [suffix, text] : rows)
+    EXPECT_TRUE(refused(setIn(path, "A", "2", {true, suffix}), text));
   EXPECT_EQ(contentOf(path), "A=1\n");
   EXPECT_EQ(contentOf(folder / "b"), "precious");
 }
