@@ -3,8 +3,9 @@
 
 # kf_grpc_sources(TARGET FILE.proto...)
 # Adds what the compilers make of each file to the target, as <TARGET/FILE.pb.h> and <TARGET/FILE.grpc.pb.h>, and links
-# gRPC. The made code is not ours: it is compiled without our warnings. The target kf_made makes all such sources, for
-# tools that read sources without a build.
+# gRPC. A process may hold each name of a file once: protobuf knows this one as TARGET/FILE.proto. The made code is not
+# ours: it is compiled without our warnings. The target kf_made makes all such sources, for tools that read sources
+# without a build.
 add_custom_target(kf_made)
 function(kf_grpc_sources TARGET)
   set(FOLDER ${CMAKE_CURRENT_BINARY_DIR}/made)
@@ -16,8 +17,8 @@ function(kf_grpc_sources TARGET)
     endforeach()
     add_custom_command(OUTPUT ${MADE}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${FOLDER}/${TARGET}
-      COMMAND protobuf::protoc --proto_path=${CMAKE_CURRENT_SOURCE_DIR} --cpp_out=${FOLDER}/${TARGET}
-              --grpc_out=${FOLDER}/${TARGET} --plugin=protoc-gen-grpc=$<TARGET_FILE:gRPC::grpc_cpp_plugin>
+      COMMAND protobuf::protoc --proto_path=${TARGET}=${CMAKE_CURRENT_SOURCE_DIR} --cpp_out=${FOLDER}
+              --grpc_out=${FOLDER} --plugin=protoc-gen-grpc=$<TARGET_FILE:gRPC::grpc_cpp_plugin>
               ${CMAKE_CURRENT_SOURCE_DIR}/${PROTO}
       DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${PROTO} VERBATIM)
     set_source_files_properties(${MADE} PROPERTIES COMPILE_OPTIONS -w)

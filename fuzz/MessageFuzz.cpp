@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Message texts: what parses prints, and the print parses again to an equal tree, compact and indented. Taking such a
-// tree apart and together again leaves it whole.
+// Message texts, and packed ones: what parses prints, and the print parses again to an equal tree, compact, indented and
+// packed. Taking such a tree apart and together again leaves it whole.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -40,14 +40,19 @@ void change(KFL::KFLMessage& message) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   KFL::KFLMessage message;
-  if (message.parse(std::string(reinterpret_cast<const char*>(data), size)) != 0) {
-    require(KFL::getErrorMessage().starts_with("line "), "a refusal names its place");
+  const std::string input(reinterpret_cast<const char*>(data), size);
+  const bool isPacked = KFL::KFLMessage::isPacked(input);
+  if ((isPacked ? message.unpack(input) : message.parse(input)) != 0) {
+    require(KFL::getErrorMessage().starts_with(isPacked ? "byte " : "line "), "a refusal names its place");
     return 0;
   }
   std::string text;
   require(message.print(text) == 0, "what parses prints");
   requireEqual(text, message, "the print parses to an equal tree");
   requireEqual(message.toPrettyString(), message, "the indented print parses to an equal tree");
+  KFL::KFLMessage unpacked;
+  require(message.pack(text) == 0 && unpacked.unpack(text) == 0, "what prints packs and unpacks");
+  require(unpacked.getIterator().isEqualTree(message.getIterator()), "the packed form is an equal tree");
 
   const KFL::KFLMessage copy = message;
   require(copy.getIterator().isEqualTree(message.getIterator()), "a copy is equal");

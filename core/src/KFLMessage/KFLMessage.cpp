@@ -6,6 +6,7 @@
 
 #include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessageTree.h>
+#include <KFLMessage/KFLPackedMessage.h>
 #include <KFLMessage/KFLXMLReader.h>
 #include <KFLMessage/KFLXMLWriter.h>
 
@@ -79,6 +80,26 @@ std::string KFLMessage::toPrettyString() const {
 
 int KFLMessage::print(std::string& out) const {
   return writeXml(tree(), KFLMessageTree::kRoot, KFLXMLLayout::Compact, out);
+}
+
+int KFLMessage::pack(std::string& out) const {
+  return packTree(tree(), out);
+}
+
+int KFLMessage::unpack(std::string_view packed) {
+  if (packed.size() > getSizeLimit()) {
+    setErrorMessage("byte 0: there are %zu bytes; at most %zu are taken", packed.size(), getSizeLimit());
+    return -1;
+  }
+  const boost::intrusive_ptr<KFLMessageTree> fresh(new KFLMessageTree);
+  if (unpackTree(packed, *fresh) != 0) return -1;
+  fresh->closeRoot();
+  tree_ = fresh;
+  return 0;
+}
+
+bool KFLMessage::isPacked(std::string_view bytes) {
+  return bytes.starts_with(kPackedMark);
 }
 
 KFLMessageIterator KFLMessage::getIterator() {

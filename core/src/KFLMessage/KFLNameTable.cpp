@@ -10,7 +10,6 @@ namespace KFL {
 
 namespace {
 
-// Names come from outside: the seed keeps a sender from choosing names that all fall into one slot.
 std::uint64_t makeSeed() {
   std::random_device device;
   return (static_cast<std::uint64_t>(device()) << 32U) | device();
@@ -22,27 +21,46 @@ std::uint64_t mix(std::uint64_t a, std::uint64_t b) {
   return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64U);
 }
 
+std::uint64_t eightBytes(const char* from) {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, from, sizeof bytes);
+  return bytes;
+}
+
+std::uint64_t fewBytes(std::string_view text) {
+  std::uint64_t bytes = 0;
+  for (const char c : text)
+    bytes = bytes << 8U | static_cast<unsigned char>(c);
+  return bytes;
+}
+
 std::uint32_t hashOf(std::string_view text) {
-  static const std::uint64_t seed = makeSeed();
-  constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15U;
+  const std::uint64_t seed = KFLNameTable::seed();
+  const std::uint64_t odd = seed ^ 0x9E3779B97F4A7C15U;
   std::uint64_t hash = seed ^ text.size();
-  const char* at = text.data();
-  std::size_t left = text.size();
-  for (std::uint64_t word = 0; left != 0;) {
-    const std::size_t step = left < sizeof word ? left : sizeof word;
-    word = 0;
-    std::memcpy(&word, at, step);
-    hash = mix(hash ^ word, kOdd ^ seed);
-    at += step;
-    left -= step;
+  if (text.size() < 8) {
+    hash = mix(hash ^ fewBytes(text), odd);
+  } else {
+    const char* const last = text.data() + text.size() - 8;
+    for (const char* at = text.data(); at < last; at += 8)
+      hash = mix(hash ^ eightBytes(at), odd);
+    hash = mix(hash ^ eightBytes(last), odd);
   }
   return static_cast<std::uint32_t>(hash ^ (hash >> 32U));
 }
 
 }  // namespace
 
+std::uint64_t KFLNameTable::seed() {
+  static const std::uint64_t seed = makeSeed();
+  return seed;
+}
+
 std::uint32_t KFLNameTable::find(std::string_view text) const {
-  if (!slots_.empty()) return findHashed(text, hashOf(text));
+  return slots_.empty() ? findLinear(text) : findHashed(text, hashOf(text));
+}
+
+std::uint32_t KFLNameTable::findLinear(std::string_view text) const {
   for (std::size_t i = 0; i < entries_.size(); ++i) {
     const Entry& entry = entries_[i];
     if (entry.size == text.size() && std::memcmp(entry.data, text.data(), text.size()) == 0) {
@@ -62,13 +80,16 @@ std::uint32_t KFLNameTable::findHashed(std::string_view text, std::uint32_t hash
 }
 
 std::uint32_t KFLNameTable::intern(std::string_view text) {
-  if (const std::uint32_t known = find(text); known != 0) return known;
+  const bool isHashed = !slots_.empty();
+  const std::uint32_t hash = hashOf(text);
+  if (const std::uint32_t known = isHashed ? findHashed(text, hash) : findLinear(text); known != 0)
+    return known;
   if (entries_.size() >= std::numeric_limits<std::int32_t>::max()) throw std::bad_alloc();
   if (entries_.size() >= kLinear && 2 * (entries_.size() + 1) > slots_.size()) grow();
   if (entries_.empty()) entries_.reserve(kLinear);
   char* const copy = arena_.take(text.empty() ? 1 : text.size());
   text.copy(copy, text.size());
-  entries_.push_back({copy, text.size(), hashOf(text), NameState::Unknown});
+  entries_.push_back({copy, text.size(), hash, NameState::Unknown});
   const auto number = static_cast<std::uint32_t>(entries_.size());
   if (!slots_.empty()) place(number);
   return number;

@@ -18,6 +18,10 @@ namespace KFL {
 
 class KFLNameTable {
  public:
+  // A number of this process that no sender knows: names come from outside, and this keeps him from choosing them so that
+  // all fall into one slot.
+  static std::uint64_t seed();
+
   explicit KFLNameTable(KFLTextArena& arena) : arena_(arena) {}
 
   // The number of a text; 0 when the table does not have it.
@@ -49,6 +53,7 @@ class KFLNameTable {
   // Tables of up to this size are searched from end to end.
   static constexpr std::size_t kLinear = 8;
 
+  std::uint32_t findLinear(std::string_view text) const;
   std::uint32_t findHashed(std::string_view text, std::uint32_t hash) const;
   void grow();
   void place(std::uint32_t number);

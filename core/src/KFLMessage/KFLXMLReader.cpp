@@ -1,25 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLMessage/KFLXMLReader.h>
 
-#include <expat.h>
-
 #include <algorithm>
 #include <cstring>
 #include <exception>
 #include <limits>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
+#include <KFLMessage/KFLXMLParser.h>
 
 namespace KFL {
 
 namespace {
 
-constexpr char kSeparator = '\x01';
+constexpr char kSeparator = KFLXMLParser::kSeparator;
+// A parser that has read a longer text is not kept: it would keep the room that it took for it.
+constexpr std::size_t kLongestOfKept = std::size_t{64} << 10U;
 // The parser copies what it is given: an ordinary message goes in whole, which is fastest, a huge one in pieces.
 constexpr std::size_t kPiece = std::size_t{16} << 20U;
 // What stands for a line end or a reference comes in a passing buffer, never longer than one character.
@@ -27,17 +27,8 @@ constexpr std::size_t kLongestReference = 4;
 
 constexpr const char* kNotUtf8 = "the text is not UTF-8; messages are";
 
-struct ParserDeleter {
-  void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
-};
-using ParserPointer = std::unique_ptr<XML_ParserStruct, ParserDeleter>;
-
 bool isXmlSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-bool isBlankText(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), isXmlSpace);
 }
 
 // What is wrong and what would be right, for what people run into; empty for what the parser names well enough.
@@ -139,7 +130,7 @@ class Reader {
 
   std::string_view xml_;
   KFLMessageTree& tree_;
-  ParserPointer parser_;
+  KFLXMLParser parser_;
   KFLNodeIndex current_ = KFLMessageTree::kNone;
   std::size_t depth_ = 0;
   bool refused_ = false;
@@ -161,9 +152,7 @@ class Reader {
   std::vector<std::vector<std::uint32_t>> bindings_{1};  // by the numbers of the prefixes
 };
 
-Reader::Reader(std::string_view xml, KFLMessageTree& tree)
-    : xml_(xml), tree_(tree), parser_(XML_ParserCreateNS("UTF-8", kSeparator)) {
-  if (parser_ == nullptr) throw std::bad_alloc();
+Reader::Reader(std::string_view xml, KFLMessageTree& tree) : xml_(xml), tree_(tree) {
   XML_Parser parser = parser_.get();
   XML_SetUserData(parser, this);
   using Text = const XML_Char*;
@@ -180,10 +169,12 @@ int Reader::read() {
     const bool isLast = done + size == xml_.size();
     if (XML_Parse(parser_.get(), xml_.data() + done, static_cast<int>(size), isLast) != XML_STATUS_OK)
       return fail();
-    if (isLast) return 0;
+    if (isLast) break;
     spillText();
     done += size;
   }
+  if (xml_.size() <= kLongestOfKept) parser_.keep();
+  return 0;
 }
 
 // --- Elements -------------------------------------------------------------------------------------------------------
@@ -407,6 +398,10 @@ int readXml(std::string_view xml, KFLMessageTree& tree) {
   return Reader(xml, tree).read();
 }
 
+bool isBlankText(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), isXmlSpace);
+}
+
 bool isXmlName(std::string_view text) {
   if (text.empty()) return false;
   if (std::all_of(text.begin(), text.end(), isAsciiNameCharacter)) return isAsciiNameStart(text.front());
@@ -416,8 +411,7 @@ bool isXmlName(std::string_view text) {
   if (!std::all_of(text.begin(), text.end(), isPlain)) return false;
   if (text.size() > std::numeric_limits<int>::max() - 3) return false;
   // Which other characters a name may hold is the parser's knowledge.
-  const ParserPointer parser(XML_ParserCreateNS("UTF-8", kSeparator));
-  if (parser == nullptr) throw std::bad_alloc();
+  KFLXMLParser parser;
   const std::string element = "<" + std::string(text) + "/>";
   return XML_Parse(parser.get(), element.data(), static_cast<int>(element.size()), XML_TRUE) == XML_STATUS_OK;
 }

@@ -21,6 +21,9 @@ inline constexpr std::size_t kDeepestElement = 256;
 // Reads a document into a new, empty tree: 0, or -1 with an error text "line L, column C: what; what would be right".
 int readXml(std::string_view xml, KFLMessageTree& tree);
 
+// Whether there is nothing but white space in it, which between elements means nothing.
+bool isBlankText(std::string_view text);
+
 // Whether a text can be the local name of an element, by the rule of the reader.
 bool isXmlName(std::string_view text);
 

@@ -486,6 +486,16 @@ int Writer::refuse(KFLNodeIndex element, const std::string& what) {
 
 }  // namespace
 
+const char* faultOfXmlText(std::string_view text) {
+  if (const std::size_t whole = text.size() & ~std::size_t{7}; whole != 0) {
+    std::size_t at = 0;
+    while (at < whole && areAllPlain(eightBytes(text.data() + at)))
+      at += 8;
+    text.remove_prefix(at);
+  }
+  return faultOf(text, classesIn(text, kInText));
+}
+
 int writeXml(const KFLMessageTree& tree, KFLNodeIndex element, KFLXMLLayout layout, std::string& out) {
   out.clear();
   try {

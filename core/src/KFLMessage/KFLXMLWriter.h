@@ -4,6 +4,7 @@
 #define KFLMESSAGE_KFLXMLWRITER_H
 
 #include <string>
+#include <string_view>
 
 #include <KFLMessage/KFLMessageTree.h>
 
@@ -19,6 +20,9 @@ enum class KFLXMLLayout {
 // Replaces `out` by the text of the element with all below it: 0, or -1 with an error text that names the element, and
 // `out` empty.
 int writeXml(const KFLMessageTree& tree, KFLNodeIndex element, KFLXMLLayout layout, std::string& out);
+
+// What keeps a text from standing in XML, as the end of a sentence about it; null when nothing does.
+const char* faultOfXmlText(std::string_view text);
 
 }  // namespace KFL
 

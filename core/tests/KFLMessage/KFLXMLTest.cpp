@@ -22,6 +22,10 @@ std::string reprint(const std::string& text) {
   if (!again.getIterator().isEqualTree(message.getIterator())) return "printed text is another tree: " + out;
   if (again.parse(message.toPrettyString()) != 0) return "indented text is refused: " + getErrorMessage();
   if (!again.getIterator().isEqualTree(message.getIterator())) return "indented text is another tree";
+  std::string packed, packedAgain;
+  if (message.pack(packed) != 0 || again.unpack(packed) != 0) return "not packed: " + getErrorMessage();
+  if (!again.getIterator().isEqualTree(message.getIterator())) return "the packed form is another tree";
+  if (again.pack(packedAgain) != 0 || packedAgain != packed) return "packed again, it is another form";
   return out;
 }
 
@@ -170,10 +174,16 @@ TEST(KFLXML, PrintRefusesWhatXmlCannotCarry) {
     std::string out = "former";
     EXPECT_EQ(message.print(out), row.error.empty() ? 0 : -1) << row.name << row.value;
     KFLMessage again;
+    std::string packed = "former";
     if (row.error.empty()) {
       ASSERT_EQ(again.parse(out), 0) << out << getErrorMessage();
       EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator())) << out;
+      ASSERT_EQ(message.pack(packed) | again.unpack(packed), 0) << getErrorMessage();
+      EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator())) << out;
     } else {
+      EXPECT_TRUE(getErrorMessage().starts_with(row.error)) << getErrorMessage();
+      EXPECT_EQ(message.pack(packed), -1);
+      EXPECT_EQ(packed, "");
       EXPECT_TRUE(getErrorMessage().starts_with(row.error)) << getErrorMessage();
       EXPECT_EQ(out + message.toString(), "");
     }

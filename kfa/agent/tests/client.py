@@ -61,8 +61,16 @@ class Client:
 
 def check_services(channel):
     """Health and reflection, as every gRPC server has them."""
-    health = channel.unary_unary("/grpc.health.v1.Health/Check")(b"", timeout=20)
-    assert health == b"\x08\x01", health
+    check = channel.unary_unary("/grpc.health.v1.Health/Check")
+    watch = channel.unary_stream("/grpc.health.v1.Health/Watch")
+    agent, nobody = b"\x0a\x13kfa.remote.v4.Agent", b"\x0a\x06nobody"
+    serving, unknown = b"\x08\x01", b"\x08\x03"
+    assert [check(name, timeout=20) for name in (b"", agent)] == [serving, serving]
+    assert [next(watch(name, timeout=20)) for name in (b"", agent, nobody)] == [serving, serving, unknown]
+    try:
+        raise AssertionError(check(nobody, timeout=20))
+    except grpc.RpcError as error:
+        assert error.code() == grpc.StatusCode.NOT_FOUND, error
     listing = channel.stream_stream("/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo")
     answer = next(listing(iter([b"\x3a\x00"]), timeout=20))
     assert b"kfa.remote.v4.Agent" in answer and b"grpc.health.v1.Health" in answer, answer

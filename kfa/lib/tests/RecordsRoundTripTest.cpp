@@ -55,6 +55,8 @@ TEST(RecordsRoundTrip, ReadAndWrittenIsTheSame) {
       ASSERT_EQ(it.print(text), 0);
       ASSERT_EQ(reread.parse(text), 0) << KFL::getErrorMessage();
       EXPECT_TRUE(reread.getIterator().isEqualTree(source)) << text;
+      ASSERT_EQ(copy.pack(text) | reread.unpack(text), 0) << KFL::getErrorMessage();
+      EXPECT_TRUE(reread.getIterator().isEqualTree(copy.getIterator())) << reread.toString();
     }
   });
 }

@@ -15,7 +15,7 @@ namespace {
 
 using namespace KFA;
 
-// Carries calls to the managers of this process, as texts.
+// Carries calls to the managers of this process, and the results back as texts or packed.
 struct Loopback : KFAManagerChannel {
   explicit Loopback(const KFALibFunctionality& to) : managers(to) {}
 
@@ -25,11 +25,17 @@ struct Loopback : KFAManagerChannel {
     KFLMessage message;
     EXPECT_EQ(message.parse(arguments), 0) << arguments;
     spoil(message);
-    return answerManagerCall(operation, managers, nullptr, kTechnology, message,
-                             [&](const std::string& part) { return sink(spoilPart(part)); });
+    return answerManagerCall(
+        operation, managers, nullptr, kTechnology, message,
+        [&](const std::string& part) {
+          EXPECT_EQ(KFLMessage::isPacked(part), form == KFAPartForm::Packed);
+          return sink(spoilPart(part));
+        },
+        form);
   }
 
   const KFALibFunctionality& managers;
+  KFAPartForm form = KFAPartForm::Text;
   std::set<std::string> called;
   std::function<void(KFLMessage&)> spoil = [](KFLMessage&) {};
   std::function<std::string(const std::string&)> spoilPart = [](const std::string& part) { return part; };
@@ -64,6 +70,9 @@ TEST(KFAManagerCalls, AnswerIsThatOfALocalCall) {
   const LoopbackNode here, there;
   const std::string direct = ManagerScript::run(localManagers(here.managers, kTechnology));
   EXPECT_EQ(ManagerScript::run(there.stubs()), direct);
+  const LoopbackNode packed;
+  packed.loopback->form = KFAPartForm::Packed;
+  EXPECT_EQ(ManagerScript::run(packed.stubs()), direct);
   EXPECT_EQ(
       codesOf(direct),
       " 0** 0* -2* -2* 0* -2* -1* 0* 0 0 0* 0 -2 0 -2 0 -2 0* 0* 0 0* 0*** 0** 0* 0* -2* -2* 0* 0 -1 -1 0***"

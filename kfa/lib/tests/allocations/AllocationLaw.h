@@ -74,7 +74,8 @@ class AllocationLaw {
     if (std::string fault = tryCall(number, mode); !fault.empty()) return fault;
     resetErrorText();
     const long leaked = failing::liveBlocks() - blocks;
-    if (leaked != 0) return std::to_string(leaked) + " blocks are not given back";
+    // They are fewer where something that had been kept for later calls was given back instead.
+    if (leaked > 0) return std::to_string(leaked) + " blocks are not given back";
     return countOpenFiles() == files ? "" : "a file is left open";
   }
 

@@ -207,6 +207,10 @@ TEST(Allocations, OfTheTree) {
   const auto law = [&](const char* name, int (*call)(Trees&)) { laws(name, &trees, call); };
   law("parse", [](Trees& t) { return t.other.parse(std::string(kMixed)); });
   law("parse a faulty text", [](Trees& t) { return t.other.parse("<r><a>" + kLong + "</b></r>"); });
+  law("pack", [](Trees& t) { return t.message.pack(t.out); });
+  static std::string packed;
+  ASSERT_EQ(trees().message.pack(packed), 0);
+  law("unpack", [](Trees& t) { return t.other.unpack(packed); });
   law("print", [](Trees& t) { return t.message.print(t.out); });
   law("print for people", [](Trees& t) { return t.out = t.message.toPrettyString(), 0; });
   law("print an element", [](Trees& t) { return t.it.print(t.out); });

@@ -227,7 +227,8 @@ class Call {
     setDeadline(context, deadline_);
     parts_.beginAnew();
     const auto reader = peer_.stub->Call(&context, request_);
-    for (wire::CallReply reply; !sent.isRefused && reader->Read(&reply);) {
+    // The reply with the outcome is the last: there is no need to ask for another.
+    for (wire::CallReply reply; !sent.isRefused && !sent.hasOutcome && reader->Read(&reply);) {
       sent.isRefused = !parts_.add(reply);
       if (!reply.has_outcome()) continue;
       sent.hasOutcome = true;
@@ -295,6 +296,7 @@ class RemoteChannel : public KFAManagerChannel {
     request.set_implementation(implementation_);
     if (about_.isValid()) request.set_about(about_.toString());
     request.set_arguments(arguments);
+    request.set_packed(true);
     return call.run();
   }
 

@@ -16,7 +16,6 @@
 
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/grpcpp.h>
-#include <grpcpp/health_check_service_interface.h>
 #include <grpcpp/resource_quota.h>
 #include <grpcpp/security/tls_credentials_options.h>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
@@ -28,6 +27,7 @@
 
 #include <KFARemote/KFARemoteAccess.h>
 #include <KFARemote/KFARemoteChanges.h>
+#include <KFARemote/KFARemoteHealth.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
 
@@ -184,6 +184,7 @@ class KFL_HIDDEN KFARemoteServer::Implementation final : public wire::Agent::Ser
   Load load_;
   const std::string instance_;
   std::vector<int> ports_;
+  KFARemoteHealth health_{wire::Agent::service_full_name()};
   std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
   std::unique_ptr<grpc::Server> server_;
   int wake_ = -1;  // tells the thread below to end
@@ -222,7 +223,6 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
 
 int KFARemoteServer::Implementation::start() {
   if (options_.identity.check() != 0 || access_.load() != 0) return -1;
-  grpc::EnableDefaultHealthCheckService(true);
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;
   configure(builder);
@@ -234,6 +234,7 @@ int KFARemoteServer::Implementation::start() {
     acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
         grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentials);
   builder.RegisterService(this);
+  builder.RegisterService(&health_);
   server_ = builder.BuildAndStart();
   for (std::size_t i = 0; i < ports_.size(); ++i) {
     if (server_ && ports_[i] != 0) continue;
@@ -278,7 +279,7 @@ void KFARemoteServer::Implementation::acceptConnections() {
 
 void KFARemoteServer::Implementation::stop(std::chrono::milliseconds grace) {
   if (!server_) return;
-  if (auto* const health = server_->GetHealthCheckService()) health->Shutdown();
+  health_.end();
   if (accepting_.joinable()) {
     const std::uint64_t one = 1;
     if (write(wake_, &one, sizeof one) == sizeof one) accepting_.join();
@@ -375,11 +376,12 @@ int KFARemoteServer::Implementation::checkAbout(const std::string& about) const 
 int KFARemoteServer::Implementation::doCall(const Request& request, const KFAPartSink& sink) const {
   const KFARemoteOrigin origin;
   const KFLAccessProviderSP caller(new KFARemoteCaller(request.callers.front()));
+  const KFAPartForm form = request.message.packed() ? KFAPartForm::Packed : KFAPartForm::Text;
   try {
     if (options_.files && request.message.manager() == kFilesManager)
-      return answerFilesCall(*request.operation, *options_.files, request.arguments, sink);
+      return answerFilesCall(*request.operation, *options_.files, request.arguments, sink, form);
     return answerManagerCall(*request.operation, managers_, caller, request.message.implementation(),
-                             request.arguments, sink);
+                             request.arguments, sink, form);
   } catch (const std::exception& error) {
     setErrorMessage("%s.%s ended without a result: %s", request.operation->manager, request.operation->name,
                     error.what());
@@ -405,7 +407,8 @@ void KFARemoteServer::Implementation::answerChange(const Request& request, const
   const std::string& caller = request.callers.front();
   const std::string key = message.change_id() + caller;
   const std::string name = message.manager() + "." + message.operation();
-  switch (changes_.begin(key, name + "\n" + message.implementation() + "\n" + message.arguments())) {
+  const char* const form = message.packed() ? "\npacked\n" : "\n";
+  switch (changes_.begin(key, name + "\n" + message.implementation() + form + message.arguments())) {
     case KFARemoteChanges::Admission::Repeated:
       repeatAnswer(key, context, replies);
       return;

@@ -133,6 +133,8 @@ inline constexpr const char* kFilesManager = "files";
 
 // Does a call with this manager, as answerManagerCall does one with those of an implementation.
 int answerFilesCall(const KFAManagerOperation& operation, KFAFilesM& files, const KFLMessage& arguments,
+                    const KFAPartSink& sink, KFAPartForm form);
+int answerFilesCall(const KFAManagerOperation& operation, KFAFilesM& files, const KFLMessage& arguments,
                     const KFAPartSink& sink);
 
 }  // namespace KFA

@@ -148,16 +148,17 @@ int get(const KFLMessageIterator& it, T& value) {
 
 // One value as a message of its own: 0, or -1 with an error text.
 template <class T>
-int printResult(const T& value, std::string& text) {
+int printResult(const T& value, std::string& part, KFAPartForm form = KFAPartForm::Text) {
   KFLMessage message;
   KFLMessageIterator it = message.getIterator();
   it.setName(kResult, kTypesURI);
-  return put(it, value) == 0 && message.print(text) == 0 ? 0 : -1;
+  if (put(it, value) != 0) return -1;
+  return form == KFAPartForm::Packed ? message.pack(part) : message.print(part);
 }
 template <class T>
-int parseResult(const std::string& text, T& value) {
+int parseResult(const std::string& part, T& value) {
   KFLMessage message;
-  if (message.parse(text) != 0) return -1;
+  if ((KFLMessage::isPacked(part) ? message.unpack(part) : message.parse(part)) != 0) return -1;
   const KFLMessageIterator it = message.getIterator();
   if (it.getName() == kResult) return get(it, value);
   setErrorMessage("the root is '%s'; '%s' would be right", std::string(it.getName()).c_str(), kResult);

@@ -52,26 +52,26 @@ int failToTell(const Operation& operation) {
 }
 
 template <class T>
-int sendPart(const Operation& operation, const T& value, const KFAPartSink& sink) {
+int sendPart(const Operation& operation, const T& value, const KFAPartSink& sink, KFAPartForm form) {
   std::string part;
-  if (forms::printResult(value, part) != 0) return failToTell(operation);
+  if (forms::printResult(value, part, form) != 0) return failToTell(operation);
   if (sink(part) == 0) return KFAManagerDone;
   setErrorMessage("the result of %s.%s was not taken", operation.manager, operation.name);
   return KFAManagerUnreachable;
 }
 
 template <class T>
-int sendResult(const Operation& operation, T& result, const KFAPartSink& sink) {
+int sendResult(const Operation& operation, T& result, const KFAPartSink& sink, KFAPartForm form) {
   if constexpr (forms::isVector<T>) {
     int code = KFAManagerDone;
     for (auto item = result.begin(); item != result.end() && code == KFAManagerDone; ++item) {
       // What was sent is let go, so that a long list is not held twice.
       const typename T::value_type sent = std::move(*item);
-      code = sendPart(operation, sent, sink);
+      code = sendPart(operation, sent, sink, form);
     }
     return code;
   } else {
-    return sendPart(operation, result, sink);
+    return sendPart(operation, result, sink, form);
   }
 }
 
@@ -84,7 +84,7 @@ int refuseManager(const Operation& operation, const std::string& implementation)
 // `find` gives the manager, or null, once the arguments are read.
 template <auto Member, class Find>
 int answerWith(const Operation& operation, const std::string& implementation, const KFLMessage& arguments,
-               const KFAPartSink& sink, Find find) {
+               const KFAPartSink& sink, KFAPartForm form, Find find) {
   using Signature = forms::Signature<Member>;
   typename Signature::Values values{};
   if (readArguments(operation, arguments, values, std::make_index_sequence<Signature::kArguments>()) != 0)
@@ -93,7 +93,8 @@ int answerWith(const Operation& operation, const std::string& implementation, co
   if (!manager) return refuseManager(operation, implementation);
   const int code = std::apply([&](auto&... value) { return ((*manager).*Member)(value...); }, values);
   if constexpr (Signature::kResults == 1) {
-    if (code == KFAManagerDone) return sendResult(operation, std::get<Signature::kArguments>(values), sink);
+    if (code == KFAManagerDone)
+      return sendResult(operation, std::get<Signature::kArguments>(values), sink, form);
   }
   return code;
 }
@@ -101,20 +102,20 @@ int answerWith(const Operation& operation, const std::string& implementation, co
 template <class Manager, auto Member>
 int answerLocally(const Operation& operation, const KFALibFunctionality& managers,
                   const KFLAccessProviderSP& ap, const std::string& implementation,
-                  const KFLMessage& arguments, const KFAPartSink& sink) {
-  return answerWith<Member>(operation, implementation, arguments, sink,
+                  const KFLMessage& arguments, const KFAPartSink& sink, KFAPartForm form) {
+  return answerWith<Member>(operation, implementation, arguments, sink, form,
                             [&] { return managers.multiplexer<Manager>().getLocal(ap, implementation); });
 }
 
 // Environments go out as they come: the agent of a node of ten thousand does not hold them all.
 int answerEnvironments(const Operation& operation, const KFALibFunctionality& managers,
                        const KFLAccessProviderSP& ap, const std::string& implementation, const KFLMessage&,
-                       const KFAPartSink& sink) {
+                       const KFAPartSink& sink, KFAPartForm form) {
   const auto manager = managers.multiplexer<KFAEnvM>().getLocal(ap, implementation);
   if (!manager) return refuseManager(operation, implementation);
   int sent = KFAManagerDone;
   const int code = manager->each([&](const KFAEnvM::EnvSP& env) {
-    sent = sendPart(operation, env, sink);
+    sent = sendPart(operation, env, sink, form);
     return sent;
   });
   return sent != KFAManagerDone ? sent : code;
@@ -122,7 +123,7 @@ int answerEnvironments(const Operation& operation, const KFALibFunctionality& ma
 
 // The files of a node have no place among an implementation's managers.
 int answerNoFiles(const Operation& operation, const KFALibFunctionality&, const KFLAccessProviderSP&,
-                  const std::string& implementation, const KFLMessage&, const KFAPartSink&) {
+                  const std::string& implementation, const KFLMessage&, const KFAPartSink&, KFAPartForm) {
   return refuseManager(operation, implementation);
 }
 
@@ -218,15 +219,15 @@ constexpr Operation kOperations[] = {
 
 struct FilesOperation {
   using Answer = int (*)(const Operation& operation, KFAFilesM& files, const KFLMessage& arguments,
-                         const KFAPartSink& sink);
+                         const KFAPartSink& sink, KFAPartForm form);
   Operation operation;
   Answer answer;
 };
 
 template <auto Member>
 int answerOfFiles(const Operation& operation, KFAFilesM& files, const KFLMessage& arguments,
-                  const KFAPartSink& sink) {
-  return answerWith<Member>(operation, {}, arguments, sink, [&files] { return &files; });
+                  const KFAPartSink& sink, KFAPartForm form) {
+  return answerWith<Member>(operation, {}, arguments, sink, form, [&files] { return &files; });
 }
 
 template <auto Member, class... Names>
@@ -267,17 +268,28 @@ int getEnvironmentOfCall(const KFAManagerOperation& operation, const KFLMessage&
 
 int answerManagerCall(const KFAManagerOperation& operation, const KFALibFunctionality& managers,
                       const KFLAccessProviderSP& ap, const std::string& implementation,
+                      const KFLMessage& arguments, const KFAPartSink& sink, KFAPartForm form) {
+  return operation.answer(operation, managers, ap, implementation, arguments, sink, form);
+}
+
+int answerManagerCall(const KFAManagerOperation& operation, const KFALibFunctionality& managers,
+                      const KFLAccessProviderSP& ap, const std::string& implementation,
                       const KFLMessage& arguments, const KFAPartSink& sink) {
-  return operation.answer(operation, managers, ap, implementation, arguments, sink);
+  return answerManagerCall(operation, managers, ap, implementation, arguments, sink, KFAPartForm::Text);
+}
+
+int answerFilesCall(const KFAManagerOperation& operation, KFAFilesM& files, const KFLMessage& arguments,
+                    const KFAPartSink& sink, KFAPartForm form) {
+  for (const FilesOperation& of : kFilesOperations) {
+    if (of.operation.name == std::string_view(operation.name))
+      return of.answer(operation, files, arguments, sink, form);
+  }
+  return refuseManager(operation, {});
 }
 
 int answerFilesCall(const KFAManagerOperation& operation, KFAFilesM& files, const KFLMessage& arguments,
                     const KFAPartSink& sink) {
-  for (const FilesOperation& of : kFilesOperations) {
-    if (of.operation.name == std::string_view(operation.name))
-      return of.answer(operation, files, arguments, sink);
-  }
-  return refuseManager(operation, {});
+  return answerFilesCall(operation, files, arguments, sink, KFAPartForm::Text);
 }
 
 }  // namespace KFA

@@ -34,14 +34,18 @@ enum class KFAOperationKind {
   All,     // runs programs, installs software, or takes away what does not come back
 };
 
-// Takes one part of a result, as the text of its message: 0, or anything else when no more are wanted.
+// How a part of a result is handed on: as the text of its message, or in the packed form (KFLMessage.h), for a transport
+// that carries it to a caller who has said that he reads that.
+enum class KFAPartForm { Text, Packed };
+
+// Takes one part of a result, in either form: 0, or anything else when no more are wanted.
 using KFAPartSink = boost::function<int(const std::string& part)>;
 
 struct KFAManagerOperation {
   static constexpr std::size_t kMaxParameters = 3;
   using Answer = int (*)(const KFAManagerOperation& operation, const KFALibFunctionality& managers,
                          const KFLAccessProviderSP& ap, const std::string& implementation,
-                         const KFLMessage& arguments, const KFAPartSink& sink);
+                         const KFLMessage& arguments, const KFAPartSink& sink, KFAPartForm form);
 
   const char* manager;  // such as "environments"
   const char* name;     // as the member function is called
@@ -66,6 +70,10 @@ int getEnvironmentOfCall(const KFAManagerOperation& operation, const KFLMessage&
 // Does a call with the local manager of this implementation, never with another agent's. The result goes to the sink
 // when the manager is done; a part or argument that has no message form makes it fail. Gives the manager's code, with
 // the error text as it left it; KFAManagerUnreachable when what was done cannot be told.
+int answerManagerCall(const KFAManagerOperation& operation, const KFALibFunctionality& managers,
+                      const KFLAccessProviderSP& ap, const std::string& implementation,
+                      const KFLMessage& arguments, const KFAPartSink& sink, KFAPartForm form);
+// The same, with texts.
 int answerManagerCall(const KFAManagerOperation& operation, const KFALibFunctionality& managers,
                       const KFLAccessProviderSP& ap, const std::string& implementation,
                       const KFLMessage& arguments, const KFAPartSink& sink);

@@ -19,7 +19,7 @@ namespace KFA {
 class KFAManagerChannel {
  public:
   virtual ~KFAManagerChannel();
-  // Carries a call there and hands each part of the result to the sink, in their order; a sink that gives anything but
+  // Carries a call there and hands each part of the result to the sink, in their order and either form; a sink that gives anything but
   // 0 wants no more. The other agent's code with its error text; KFAManagerUnreachable with the reason when it did not
   // answer.
   virtual int call(const KFAManagerOperation& operation, const std::string& arguments,

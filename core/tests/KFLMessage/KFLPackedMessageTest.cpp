@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// The packed form byte by byte. That every tree goes through it unchanged stands with the tests of the text.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <KFLCommon/KFLError.h>
+#include <KFLMessage/KFLMessage.h>
+
+namespace KFL {
+namespace {
+
+using namespace std::string_literals;
+
+// The text of what a packed form holds; the error text when it is refused.
+std::string unpacked(const std::string& packed) {
+  KFLMessage message;
+  if (message.unpack(packed) != 0) return getErrorMessage();
+  return message.toString();
+}
+
+const std::string kSpellings = "\x01\x03\x01"s + "a" + "\x01" + "b" + "\x03" + "urn";
+const std::string kDeep = [] {
+  std::string nodes;
+  for (int i = 0; i < 256; ++i)
+    nodes += "\x06\x00"s;
+  return kSpellings + nodes;
+}();
+
+TEST(KFLPackedMessage, IsReadByteByByte) {
+  const struct {
+    std::string nodes, expected;
+  } rows[] = {
+      {"\x04\x00"s, "<a/>"},
+      {"\x04\x02xy", "<a>xy</a>"},
+      {"\x06\x01x\x08\x00\x01\x01y\x08\x01z\x00"s, "<a>x<b/>y<b>z</b></a>"},
+      {"\x07\x03\x00\x00\x00\x08\x00\x00"s, "<a xmlns=\"urn\"><b/></a>"},
+      {"\x07\x03\x02\x00\x00\x00\x09\x00\x01\x03\x00\x00\x00"s,
+       "<n:a xmlns:n=\"urn\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:type=\"b\">"
+       "<b xmlns:t=\"urn\" xsi:type=\"t:a\"/></n:a>"},
+      {"\x05\x00\x00\x02\x02\x00\x01x\x02\x03\x00\x00"s, "<a b=\"x\" xmlns:a1=\"urn\" a1:b=\"\"/>"},
+      // White space between elements means nothing.
+      {"\x06\x01 \x01\x01\n\x08\x01 \x01\x02 y\x00"s, "<a><b> </b> y</a>"},
+      {"\x84\x00\x80\x00"s, "<a/>"},
+      {"", "byte 10: the message ends within a number"},
+      {"\x04", "byte 11: the message ends within a number"},
+      {"\x04\x02x", "byte 12: the message ends within a text"},
+      {"\x04\x00\x04\x00"s, "byte 12: something follows"},
+      {"\x00"s, "byte 11: there is no root"},
+      {"\x01\x01x", "byte 11: there is no root"},
+      {"\x06\x00\x02"s, "byte 13: this is neither"},
+      {"\x06\x00\x08\x00"s, "byte 14: the message ends within a number"},
+      {"\x10\x00"s, "byte 11: the message has no such spelling"},
+      {"\x05\x04", "byte 12: the message has no such spelling"},
+      {"\x84\x80\x80\x80\x10", "byte 14: a number has more than 32 bits"},
+      {"\x04\x01\x02", "byte 13: holds a control character"},
+      {"\x04\x01\xE9", "byte 13: is not UTF-8"},
+      {"\x05\x00\x00\x02\x02\x00\x01x\x02\x00\x00\x00"s, "byte 21: an attribute stands twice"},
+  };
+  for (const auto& row : rows) {
+    const std::string text = unpacked(kSpellings + row.nodes);
+    EXPECT_EQ(text.substr(0, row.expected.size()), row.expected) << text;
+  }
+  const auto spelled = [](const std::string& a, const std::string& nodes) {
+    return unpacked("\x01\x02"s + static_cast<char>(a.size()) + a + "\x01u" + nodes);
+  };
+  EXPECT_EQ(spelled("1", "\x04\x00"s), "byte 7: a name is none in XML");
+  EXPECT_EQ(spelled("", "\x04\x00"s), "byte 3: a spelling is empty");
+  EXPECT_EQ(spelled("http://www.w3.org/2000/xmlns/", "\x09\x01"s).substr(0, 31),
+            "byte 36: a namespace is XML's o");
+  EXPECT_EQ(spelled("xmlns", "\x09\x00\x00\x01\x01\x00\x00\x00"s).substr(0, 32),
+            "byte 17: an attribute is XML's o");
+  EXPECT_EQ(unpacked("\x02").substr(0, 16), "byte 0: this is ");
+  EXPECT_EQ(unpacked("\x01\xFF\xFF\x03").substr(0, 37), "byte 4: the message ends within its s");
+  EXPECT_EQ(unpacked(kDeep + "\x04\x00"s).substr(0, 26), "byte 523: elements are nes");
+  EXPECT_EQ(unpacked(kDeep + std::string(256, '\0')).size(), 255 * 7 + 4);
+}
+
+// Each byte of a message replaced or left out: refused with its place, or a tree that goes through text and packed form.
+TEST(KFLPackedMessage, SpoiltOneIsRefusedOrWhole) {
+  KFLMessage message;
+  ASSERT_EQ(
+      message.parse(
+          "<a xmlns='u' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' xsi:type='aType'>x<b c='1' "
+          "xmlns:p='v' p:c='2'>\xC3\xA9t\xC3\xA9</b> y <p:d xmlns:p='v'><e xmlns=''/></p:d></a>"),
+      0);
+  std::string packed;
+  ASSERT_EQ(message.pack(packed), 0);
+  int taken = 0;
+  for (std::size_t at = 0; at <= packed.size(); ++at) {
+    EXPECT_EQ(KFLMessage().unpack(packed.substr(0, at)), at < packed.size() ? -1 : 0) << at;
+    for (int byte = -1; byte < 256 && at < packed.size(); ++byte) {
+      std::string spoilt = packed;
+      if (byte < 0)
+        spoilt.erase(at, 1);
+      else
+        spoilt[at] = static_cast<char>(byte);
+      KFLMessage read("former"), again;
+      if (read.unpack(spoilt) != 0) {
+        EXPECT_TRUE(getErrorMessage().starts_with("byte ")) << getErrorMessage();
+        EXPECT_EQ(read.toString(), "<former/>");
+        continue;
+      }
+      ++taken;
+      ASSERT_EQ(again.parse(read.toString()), 0) << getErrorMessage() << " " << at << " " << byte;
+      EXPECT_TRUE(again.getIterator().isEqualTree(read.getIterator())) << read.toString();
+      ASSERT_EQ(read.pack(spoilt) | again.unpack(spoilt), 0);
+      EXPECT_TRUE(again.getIterator().isEqualTree(read.getIterator())) << read.toString();
+    }
+  }
+  EXPECT_GT(taken, 1000);
+}
+
+}  // namespace
+}  // namespace KFL
