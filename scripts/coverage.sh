@@ -113,7 +113,8 @@ printMissing() {
 
 # The lines that nothing ran, sorted: those of functions of which no program has any code, since they run while it is
 # compiled; those for which coverage-unreached.txt gives a reason; and the others. A reason holds for the rest of its
-# stretch: for the lines around it that nothing ran, in the same function.
+# stretch: for the lines around it that nothing ran, in the same function. It is found by the text of one of them, or of the
+# line before them, such as the condition that was never met.
 sortMissing() {
   llvm-profdata-14 show --all-functions "$folder/$1.profdata" | sed -n 's/^  \(.*:\)\?\([^ :]*\):$/\2/p' |
     awk -F '[:,]' -v top="$kfaTop/" '
@@ -127,10 +128,12 @@ sortMissing() {
         }
         return 0
       }
-      function endStretch(  i, j, reason) {
-        for (i = first; i < count && reason == ""; ++i)
-          for (j = 1; j <= entries; ++j)
-            if (entryFile[j] == file && index(textOf(line[i]), entryText[j])) { used[j] = 1; reason = entryReason[j] }
+      function endStretch(  i, j, stretch, reason) {
+        if (first == count) return
+        stretch = textOf(line[first] - 1)
+        for (i = first; i < count; ++i) stretch = stretch "\n" textOf(line[i])
+        for (j = 1; j <= entries; ++j)
+          if (entryFile[j] == file && index(stretch, entryText[j])) { used[j] = 1; reason = entryReason[j] }
         for (i = first; i < count; ++i) {
           if (isCompiled) ++compiled
           else if (reason != "") ++listed[reason]

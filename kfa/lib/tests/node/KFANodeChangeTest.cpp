@@ -24,7 +24,7 @@ using State = KFANodeChange::File::State;
 const KFA::KFARawConfigRules rules;
 
 std::string randomValue(std::mt19937& random) {
-  static const std::string pieces[] = {"a",     " ",     "'",     "#", "yes", "=",  "\xc3\xa4", ":",
+  static const std::string pieces[] = {"a",     " ",     "'",     "#", "yes", "=",   "\xc3\xa4", ":",
                                        "$VEID", "was: ", "unset", ";", ",",   "\\a", "\x01"};
   std::string value;
   for (auto left = random() % 5; left > 0; --left)
