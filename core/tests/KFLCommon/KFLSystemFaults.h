@@ -57,18 +57,21 @@ class KFLSystemFaults {
   KFLSystemFaults() : KFLSystemFaults(Plan{}) {}
   explicit KFLSystemFaults(Plan plan) : plan_(std::move(plan)) {
     current() = this;
+    // NOLINTBEGIN(bugprone-macro-parentheses): types and lists of parameters
 #define KFL_STAND_IN(result, name, parameters, arguments)                        \
   KFL::KFLSystem::calls.name = [] parameters -> result {                         \
     return current()->pass<result>(#name, [&] { return own().name arguments; }); \
   };
     KFL_SYSTEM_CALLS(KFL_STAND_IN)
 #undef KFL_STAND_IN
+    // NOLINTEND(bugprone-macro-parentheses)
     if (plan_.isShort) shorten();
   }
   KFLSystemFaults(const KFLSystemFaults&) = delete;
   KFLSystemFaults& operator=(const KFLSystemFaults&) = delete;
   ~KFLSystemFaults() {
     KFL::KFLSystem::calls = own();
+    current() = nullptr;
   }
 
   std::size_t count() const {

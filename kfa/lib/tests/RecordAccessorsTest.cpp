@@ -105,8 +105,10 @@ void expectAccessors(const char* name, std::initializer_list<Copy<Record>> acces
   EXPECT_EQ(written(*type, &all), written(*type, &filled));
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a class and a part of a name
 #define COPY(r, Record, Name) \
   [](Record& to, const Record& from) { to.BOOST_PP_CAT(set, Name)(from.BOOST_PP_CAT(get, Name)()); },
+// NOLINTEND(bugprone-macro-parentheses)
 #define COPIES(Record, ...) \
   { BOOST_PP_SEQ_FOR_EACH(COPY, Record, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__)) }
 #define RECORD(Record, ...) expectAccessors<Record>(#Record, COPIES(Record, __VA_ARGS__))
