@@ -116,6 +116,8 @@ TEST(KFLXML, RefusesWithLineAndColumn) {
       {"<a b='1' b='2'/>", "line 1, column 10: an attribute stands twice"},
       {"<a xmlns:p='u' xmlns:q='u' p:b='1' q:b='2'/>", "line 1, column 1: an attribute stands twice"},
       {"<a b=1/>", "line 1, column 6: this character cannot stand here"},
+      {"<a><![CDATA[x", "line 1, column 14: a CDATA section is not closed"},
+      {"<a xmlns:xml='u'/>", "line 1, column 1: a prefix or namespace is XML's own"},
       {"<p:a/>", "line 1, column 1: a prefix is not declared"},
       {"<a xmlns:p=''/>", "line 1, column 1: a prefix is declared without a URI"},
       {"<?xml version='1.0' encoding='ISO-8859-1'?><a/>", "line 1, column 1: another encoding is declared"},
