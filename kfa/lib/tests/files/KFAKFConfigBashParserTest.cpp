@@ -2,7 +2,6 @@
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 
 #include <KFAFunctionality/environment/KFAVtSettings.h>
-#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 
 #include "FilesTest.h"
 
@@ -93,21 +92,6 @@ TEST(KFAKFConfigBashParser, OrderOfKeys) {
     settings.setValues(row.values);
     EXPECT_EQ(write(settings, "", false), row.written);
   }
-}
-
-// What is read is written back: bytes and meaning, but for a new value.
-TEST(KFAKFConfigBashParser, RewritingTheNodesFile) {
-  const std::string text = contentOf(KFA_SOURCE_DIR "/examples/node/global.conf");
-  KFAVtSettings settings;
-  ASSERT_EQ(KFA::readGlobalConfig(text, "global.conf", settings), 0);
-  const std::string quoted = write(settings, text, true);
-  EXPECT_EQ(write(read(quoted, settings.getOfflineServices()), quoted, true), quoted);
-  EXPECT_EQ(read(quoted).getValues(), settings.getValues());
-
-  settings.setLockDir(std::string("/elsewhere"));
-  std::string expected = quoted;
-  expected.replace(expected.find("/var/lock/kfa"), 13, "/elsewhere");
-  EXPECT_EQ(write(settings, quoted, true), expected);
 }
 
 }  // namespace
