@@ -219,7 +219,7 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   ASSERT_EQ(cache->lock(storage), 0);
   auto* const memory = static_cast<volatile char*>(storage->getMemory());
   *memory = *memory;
-  cache->unlock(storage);
+  unlock(*cache, storage);
 }
 
 TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {

@@ -45,7 +45,7 @@ int putLarge(KFLCacheFile& cache) {
 }
 // Of one who made the file longer, and began to change its heap.
 void haveOneDie(const std::string& path) {
-  EXPECT_EQ(waitFor(startChild([&] {
+  EXPECT_EQ(waitFor(startChild([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
               KFLCacheFile::Storage storage;
               Cache other = openCache(path, kLimits);
               KFLCacheSnapshot held;
