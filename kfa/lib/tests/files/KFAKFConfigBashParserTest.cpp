@@ -2,6 +2,7 @@
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 
 #include <KFAFunctionality/environment/KFAVtSettings.h>
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 
 #include "FilesTest.h"
 
@@ -73,6 +74,16 @@ TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
     EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), 0);
     EXPECT_EQ(value, row.written);
   }
+}
+
+// The node's own file brings the services that any of its lines names; the last line enables.
+TEST(KFAKFConfigBashParser, TheNodesFileBringsItsServices) {
+  KFAVtSettings settings;
+  ASSERT_EQ(KFA::readGlobalConfig("OFFLINE_SERVICE='b a'\nOFFLINE_SERVICE=a\n", "f", settings), 0);
+  EXPECT_EQ(settings.getOfflineServices().getValue().size(), 2U);
+  std::string value;
+  EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), 0);
+  EXPECT_EQ(value, "a");
 }
 
 TEST(KFAKFConfigBashParser, OrderOfKeys) {
