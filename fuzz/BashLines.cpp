@@ -409,7 +409,11 @@ std::string BashLines::block() {
 }
 
 std::string BashLines::assignment() {
-  return (oneIn(30) ? oneOf(std::to_array<const char*>({"UID", "FUNCNAME", "1A", "A-B", "_", "\xc3\xa9"}))
+  return (oneIn(30) ? oneOf(std::to_array<const char*>(
+                          {"UID",           "EUID",     "PPID",         "SHELLOPTS", "FUNCNAME",
+                           "GROUPS",        "RANDOM",   "SRANDOM",      "LINENO",    "BASHPID",
+                           "BASH_ARGV",     "DIRSTACK", "EPOCHSECONDS", "HISTCMD",   "PIPESTATUS",
+                           "BASH_VERSINFO", "1A",       "A-B",          "_",         "\xc3\xa9"}))
                     : name()) +
          (oneIn(12)
               ? oneOf(std::to_array<const char*>({"+=", "[0]=", "[\"x\"]=", " =", "=(", "[x y]=", "[0]+="}))

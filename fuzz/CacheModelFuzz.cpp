@@ -148,6 +148,16 @@ class Run {
     const int code = proof.check(std::as_bytes(std::span(bytes)));
     require(code == 0, "the file is sound", code == 0 ? "" : proof.faults().front().text);
     require(proof.recordCount() == model_.size(), "the file has as many records as the model");
+    requireFreeBlocks(proof);
+  }
+  // Free space is in one piece where it can be, and no piece of it is too small for anything.
+  static void requireFreeBlocks(const KFL::KFLCacheProof& proof) {
+    bool wasFree = false;
+    proof.forEachBlock([&](const KFL::KFLProvedBlock& block) {
+      const bool isFree = block.use == KFL::KFLBlockUse::Free;
+      require(!isFree || (!wasFree && block.bytes > KFL::kHeapUnit), "free blocks lie apart, and have room");
+      wasFree = isFree;
+    });
   }
 
   Choices choices_;

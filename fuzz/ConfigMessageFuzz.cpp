@@ -1,7 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Configuration messages to a file and back: what the file can hold comes back as it was sent, and the file that is made
 // of what came back is the same file. The input is the XML of a message, or bytes that make one.
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLLog.h>
@@ -32,6 +37,27 @@ bool isSafe(const KFAEnvConfig& config) {
   return true;
 }
 
+// The keys that have a value, as a file holds it: words with one blank between two.
+std::string valuesOf(const KFAEnvConfig& config) {
+  KFAEnvConfig copy(config);
+  KFA::KFAEnvConfigBashParser::updateIp(&copy);
+  KFA::KFAEnvConfigBashParser::ParameterParserGet keys(copy, kfl_fuzz::environmentParser());
+  std::string all;
+  for (std::string key, value; keys.getNext(key, key) == KFA::kParameterDone; value.clear()) {
+    if (keys.get(key, value) != KFA::kParameterDone) continue;
+    std::istringstream in(value);
+    std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+    static const std::set<std::string> kSets = {"iptables", "offline_service", "roles", "searchdomain"};
+    if (kSets.count(key) != 0) std::sort(words.begin(), words.end());
+    if (words.empty()) continue;
+    all.append(key).append(" =");
+    for (const std::string& word : words)
+      all.append(" ").append(word);
+    all.append("\n");
+  }
+  return all;
+}
+
 bool readFile(const std::string& text, KFAEnvConfig& config) {
   KFA::KFAMemoryStream in(text);
   return kfl_fuzz::environmentParser().getConfig(in, config) == 0;
@@ -51,6 +77,8 @@ void check(const KFL::KFLMessage& message) {
   KFAEnvConfig read;
   require(readFile(file, read), "the file of a message is read", file);
   if (!kfl_fuzz::isFaultless(file)) return;
+  const std::string before = valuesOf(sent), after = valuesOf(read);
+  require(before == after, "a file holds what was sent", before + "--\n" + after);
 
   KFAEnvConfig received;
   const KFL::KFLMessage answer = messageOf(read);

@@ -72,7 +72,7 @@ constexpr KeyForm kForms[] = {
     {"NUMPROC", "100:200|100|1:x|-1:9223372036854775807", ""},
     {"CPUWEIGHT", "1000|1:2|99999999999999999999", ""},
     {"CPULIMIT", "12.5|0.25|-1.75|1.234", ""},
-    {"FOREIGN_KEY", "any|thing", " "},
+    {"FOREIGN_KEY", "any|thing|it's `x`", " "},
 };
 
 std::string valueOf(const KeyForm& form, Choices& choices) {
@@ -95,20 +95,24 @@ const KFA::KFAEnvConfigRules& environmentRules() {
   return rules;
 }
 
+KeyAndValue keyAndValue(Choices& choices) {
+  const KeyForm& form = kForms[choices.below(std::size(kForms))];
+  return {form.key, valueOf(form, choices)};
+}
+
 // Most files have each key once, with a value that it takes: what is wrong is one thing among many that are right.
 std::string environmentFile(Choices& choices) {
   std::string text;
   std::set<std::string> keys;
   while (!choices.isAtEnd()) {
-    const KeyForm& form = kForms[choices.below(std::size(kForms))];
-    const std::string value = valueOf(form, choices);
-    const bool isSound = !environmentRules().isKey(KFL::toLower(form.key)) ||
-                         environmentRules().accept(KFL::toLower(form.key), value) == 0;
-    if ((!isSound || !keys.insert(form.key).second) && !choices.oneIn(16)) continue;
+    const auto [key, value] = keyAndValue(choices);
+    const bool isSound = !environmentRules().isKey(KFL::toLower(key)) ||
+                         environmentRules().accept(KFL::toLower(key), value) == 0;
+    if ((!isSound || !keys.insert(key).second) && !choices.oneIn(16)) continue;
     const bool isOdd = choices.oneIn(32);
     const std::string quote = isOdd ? choices.oneOf({"'", "", "$'"}) : "\"";
     text += isOdd ? choices.oneOf({"", "export ", "  ", "#", "A=1; "}) : "";
-    text += form.key + ("=" + quote) + value + (quote == "$'" ? "'" : quote);
+    text.append(key).append("=").append(quote).append(value).append(quote == "$'" ? "'" : quote);
     text += isOdd ? choices.oneOf({"", "  # why", ";", "\r", " B=2"}) : "";
     text += "\n";
   }
@@ -133,7 +137,7 @@ std::string differences(const KFA::KFAEnvConfig& before, const KFA::KFAEnvConfig
   environmentParser().diffConfig(before, after, changes);
   std::string text;
   for (const auto& [key, value] : changes)
-    text += key + "=" + value + "\n";
+    text.append(key).append("=").append(value).append("\n");
   return text;
 }
 

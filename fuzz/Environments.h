@@ -16,6 +16,12 @@ namespace kfl_fuzz {
 const KFA::KFAEnvConfigBashParser& environmentParser();
 const KFA::KFAEnvConfigRules& environmentRules();
 
+// A key of environments, or a foreign one, with a value in its form or near it.
+struct KeyAndValue {
+  std::string key, value;
+};
+KeyAndValue keyAndValue(Choices& choices);
+
 // Lines of a file with the keys of environments and values in their forms, some of them spoilt.
 std::string environmentFile(Choices& choices);
 

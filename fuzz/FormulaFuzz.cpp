@@ -106,6 +106,13 @@ Plain number(Choices& choices) {
       {"16777217", 16777216},
       {"1.1kb", 1126},
       {"1e3", 1000},
+      {"0x10", 16},
+      {"0x1p3", 8},
+      {"1e3kb", 1024000},
+      {"007", 7},
+      {"2KB", 2048},
+      {"1.", 1},
+      {"3.999Mb", 4193255},
       {"3000000000", std::numeric_limits<int>::min()}};
   const auto& [text, value] = kNumbers[choices.below(std::size(kNumbers))];
   Plain made;

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Global files: they hold what a plain map of the same file holds; what is read, written and read again is equal, and so
+// Global files: they hold what a plain reading of the same lines holds; what is read, written and read again is equal, and so
 // is what goes through a message; a value that is set reads back. The input is lines KEY=VALUE, a line "--", and the file.
 #include <algorithm>
 #include <map>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
@@ -17,6 +19,7 @@
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
 
+#include "BashReading.h"
 #include "Fuzzing.h"
 
 namespace {
@@ -41,6 +44,84 @@ bool isWritable(const Values& values) {
                      [](const auto& entry) { return KFL::isBashSafe(entry.second, nullptr); });
 }
 
+// The lines of a file in their order.
+std::vector<std::pair<std::string, std::string>> assignmentsOf(const std::string& text) {
+  std::vector<std::pair<std::string, std::string>> all;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const kfl_fuzz::Reading reading = kfl_fuzz::readLine(line);
+    if (reading.result == KFL::kBashAssignment) all.emplace_back(KFL::toLower(reading.name), reading.value);
+  }
+  return all;
+}
+
+std::vector<std::string> wordsOf(const std::string& value) {
+  std::vector<std::string> words(1);
+  for (const char c : value)
+    c == ' ' ? static_cast<void>(words.emplace_back()) : words.back().push_back(c);
+  std::erase(words, "");
+  return words;
+}
+
+// What the record has beside the map: the last folders, and each service that any line names, those of the last line
+// that names some enabled.
+struct Plain {
+  std::map<std::string, std::string> last;
+  std::vector<std::string> services, enabled;
+  bool hasServices = false;
+
+  explicit Plain(const std::string& text) {
+    for (const auto& [key, value] : assignmentsOf(text)) {
+      last[key] = value;
+      if (key != "offline_service") continue;
+      hasServices = true;
+      if (!value.empty()) enabled = wordsOf(value);
+      for (const std::string& word : wordsOf(value))
+        if (std::find(services.begin(), services.end(), word) == services.end()) services.push_back(word);
+    }
+  }
+};
+
+void requireFolder(const KFAVtSettings::Text& folder, const Plain& plain, const char* key,
+                   const std::string& text) {
+  const auto found = plain.last.find(key);
+  require(folder.isSpecified() == (found != plain.last.end()) &&
+              (found == plain.last.end() || folder.getValue() == found->second),
+          "a folder is that of the last line", text);
+}
+
+void requirePlain(const KFAVtSettings& settings, const Plain& plain, const std::string& text) {
+  requireFolder(settings.getLockDir(), plain, "lockdir", text);
+  requireFolder(settings.getTemplateDir(), plain, "template", text);
+  const auto& services = settings.getOfflineServices();
+  require(services.isSpecified() == plain.hasServices, "services are there when a line names them", text);
+  const auto isSame = [&](const KFA::KFAOfflineService& service, const std::string& name) {
+    const bool isEnabled = std::find(plain.enabled.begin(), plain.enabled.end(), name) != plain.enabled.end();
+    return service.name == name && service.enabled == isEnabled;
+  };
+  require(std::equal(services.getValue().begin(), services.getValue().end(), plain.services.begin(),
+                     plain.services.end(), isSame),
+          "each service is listed, and enabled by the last line", text);
+}
+
+// A new file has each key once, with what the record says of it.
+void requireNewFile(const KFAVtSettings& settings, const Plain& plain) {
+  std::ostringstream out;
+  require(KFA::KFAKFConfigBashParser::getInstance()->putConfig(settings, out, nullptr, false) == 0,
+          "settings are written");
+  Values wanted = settings.getValues();
+  for (const char* const key : {"lockdir", "template"})
+    if (plain.last.count(key) != 0) wanted[key] = plain.last.at(key);
+  if (plain.hasServices) {
+    std::string& names = wanted["offline_service"];
+    names.clear();
+    for (const KFA::KFAOfflineService& service : settings.getOfflineServices().getValue())
+      if (service.enabled) names += (names.empty() ? "" : " ") + service.name;
+  }
+  Values written;
+  require(readRaw(out.str(), written) == 0 && written == wanted, "a new file has each key", out.str());
+}
+
 void requireSameRewritten(const std::string& text, const KFAVtSettings& settings) {
   KFA::KFAMemoryStream existing(text);
   std::ostringstream merged;
@@ -62,6 +143,12 @@ void requireSameByMessage(const KFAVtSettings& settings) {
   KFAVtSettings again;
   require(received.parse(xml) == 0 && received.getIterator().getObj(again) == 0, "the message is read", xml);
   require(isEqual(settings, again), "a message brings the same settings", xml);
+  const auto& sent = settings.getOfflineServices().getValue();
+  const auto& got = again.getOfflineServices().getValue();
+  require(again.getOfflineServices().isSpecified() == settings.getOfflineServices().isSpecified() &&
+              std::equal(sent.begin(), sent.end(), got.begin(), got.end(),
+                         [](const auto& a, const auto& b) { return a.name == b.name && b.enabled; }),
+          "a message brings the names of all services", xml);
 }
 
 void checkSetting(const std::string& line, const std::string& text) {
@@ -95,7 +182,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(isRead == (readRaw(input.content, values) == 0), "the global parser reads what the raw one reads");
   if (!isRead) return 0;
   require(settings.getValues() == values, "every key stands in the map");
-  if (isWritable(values)) requireSameRewritten(input.content, settings);
+  const Plain plain(input.content);
+  requirePlain(settings, plain, input.content);
+  if (isWritable(values) && isWritable(plain.last)) {
+    requireSameRewritten(input.content, settings);
+    requireNewFile(settings, plain);
+  }
   requireSameByMessage(settings);
   return 0;
 }

@@ -36,9 +36,11 @@ std::string rewrite(const std::string& text, const Values& values) {
   return out.str();
 }
 
+// Whether a line can have the key: bash keeps some names for itself.
 bool isPlainName(const std::string& key) {
   const bool isWord = std::all_of(key.begin(), key.end(), [](char c) { return KFL::isAlnum(c) || c == '_'; });
-  return isWord && !key.empty() && !KFL::isDigit(key.front());
+  const std::string line = KFL::toUpper(key) + "=";
+  return isWord && KFL::examineBashLine(line.c_str()).kind == KFL::KFLBashLine::Kind::Assignment;
 }
 
 Values changesOf(const std::vector<std::string>& lines) {
@@ -72,7 +74,21 @@ std::string model(const std::string& text, Values values) {
   return result;
 }
 
+// What the lines assign, up to the first malformed one; of a key that stands twice the first counts.
+int readPlainly(const std::string& text, Values& values) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const kfl_fuzz::Reading reading = kfl_fuzz::readLine(line);
+    if (reading.result == KFL::kBashMalformed) return -1;
+    if (reading.result == KFL::kBashAssignment) values.emplace(KFL::toLower(reading.name), reading.value);
+  }
+  return 0;
+}
+
 void check(const std::string& text, const Values& changes) {
+  Values plain, held;
+  const int wanted = readPlainly(text, plain);
+  require(read(text, held) == wanted && held == plain, "a file holds what its lines assign", text);
   require(rewrite(text, {}) == model(text, {}), "a rewrite without values copies every byte");
   const std::string result = rewrite(text, changes);
   require(result == model(text, changes), "a rewritten file is what the model says", result);

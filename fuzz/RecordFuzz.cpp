@@ -3,6 +3,7 @@
 // writes again to an equal message, which keeps to the record's field table and of which the check finds nothing lost. An
 // object that was used reads as a new one does.
 // The input is the XML of a message that names its record, or bytes that choose a record and make a message of it.
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -86,6 +87,34 @@ void requireNothingLeft(const KFLRecordType& record, const KFLMessage& message, 
           "nothing is left of a former value", about(record, former) + about(record, message));
 }
 
+// The elements that hold a text and nothing else, by their paths.
+void addTexts(const KFL::KFLMessageIterator& it, std::map<std::string, std::string>& texts) {
+  if (it.countChildren() == 0) {
+    if (!it.getText().empty()) texts.emplace(it.getPath(), it.getText());
+    return;
+  }
+  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
+    addTexts(it, texts);
+  it.leaveChild();
+}
+
+// What the schema of the record has, and a message says, is written again: a truth value that is false may be left out, and a
+// Windows update has its product for itself.
+void requireWritten(const KFLRecordType& record, const KFLMessage& message,
+                    const KFL::KFLMessageFindings& findings) {
+  const bool isOfSchema = record.elements() != nullptr &&
+                          kfl_fuzz::schemaFault(message.getIterator(), *record.elements()).empty();
+  if (!isOfSchema || findings.empty() || writingsToRest(message) > 0) return;
+  std::map<std::string, std::string> texts;
+  addTexts(message.getIterator(), texts);
+  for (const auto& finding : findings) {
+    const auto found = texts.find(finding.path);
+    const bool isSaid = found != texts.end() && found->second != "false" && found->second != "0";
+    require(!isSaid || !finding.text.ends_with("does not write it"), "what a message says is written again",
+            finding.path + ": " + finding.text + "\n" + about(record, message));
+  }
+}
+
 // What nobody has set is written so that it can be read, or refused with a reason.
 void requireNewObject(const KFLRecordType& record) {
   KFLMessage message(record.rootName());
@@ -108,6 +137,7 @@ void check(const KFLRecordType& record, const KFLMessage& message, const KFLMess
   require((KFL::checkMessage(message.getIterator(), record, findings) == 0) == (result == 0),
           "the check reads what the record reads", about(record, message));
   if (result != 0) return;
+  requireWritten(record, message, findings);
   for (int more = writingsToRest(message); more > 0; --more)
     object = readAgain(record, written(record, object.get()));
   const KFLMessage first = written(record, object.get());

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -174,6 +175,7 @@ std::string schemaFault(const KFLMessageIterator& element, const KFLFieldTable& 
   std::vector<const KFLField*> rows;
   addRows(table, rows);
   std::map<const KFLField*, int> counts;
+  std::set<const KFLField*> withoutItems;
   std::size_t reached = 0;
   const KFLMessageIterator it = element;
   for (int left = it.firstChild(); left == 0; left = it.nextSibling()) {
@@ -188,6 +190,9 @@ std::string schemaFault(const KFLMessageIterator& element, const KFLFieldTable& 
     const KFLField& row = **found;
     if (++counts[&row] > row.maxElements && row.maxElements != 0 && !table.isInAnyOrder())
       return it.getPath() + ": stands too often";
+    if (!row.noneMarker.isEmpty() && it.getName() == nameOf(row.noneMarker)) withoutItems.insert(&row);
+    if (withoutItems.count(&row) != 0 && counts[&row] > 1)
+      return it.getPath() + ": says that there are none, and does not stand alone";
     if (std::string fault = faultOfElement(it, row); !fault.empty()) return fault;
   }
   for (const KFLField* const row : rows) {

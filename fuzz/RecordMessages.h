@@ -17,7 +17,7 @@ KFL::KFLMessage randomMessage(const KFL::KFLRecordType& record, Choices& choices
 
 // What the schema that the table stands for says against the element; empty when it takes it. Records that bind by
 // functions of their own, and elements that name another type than the row's, are not looked into.
-std::string schemaFault(const KFL::KFLMessageIterator& it, const KFL::KFLFieldTable& table);
+std::string schemaFault(const KFL::KFLMessageIterator& element, const KFL::KFLFieldTable& table);
 
 }  // namespace kfl_fuzz
 

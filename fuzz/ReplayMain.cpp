@@ -89,13 +89,15 @@ class Inputs {
 
 int main(int argc, char** argv) {
   std::vector<fs::path> files;
+  // A target may run in a folder of its own.
   for (int i = 2; i < argc; ++i)
-    addFiles(argv[i], files);
+    addFiles(fs::absolute(argv[i]), files);
   std::sort(files.begin(), files.end());
   if (files.empty()) {
     std::fprintf(stderr, "no input to run over; give a number of inputs, and name seed files or folders\n");
     return 1;
   }
+  const fs::path latest = fs::absolute(fs::path(argv[0]).filename().string() + ".input");
   std::vector<std::string> seeds;
   for (const fs::path& path : files) {
     std::printf("%s\n", path.c_str());
@@ -103,7 +105,6 @@ int main(int argc, char** argv) {
     run(seeds.emplace_back(contentOf(path)));
   }
   Inputs inputs(seeds);
-  const std::string latest = fs::path(argv[0]).filename().string() + ".input";
   for (long i = std::strtol(argv[1], nullptr, 10); i > 0; --i) {
     const std::string input = inputs.next();
     std::ofstream(latest, std::ios::binary) << input;

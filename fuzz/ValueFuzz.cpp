@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Texts of templates, distributions, addresses, rates and GUIDs against plain readings of the same rules, and what is
-// written against what was read.
+// written against what was read. The input is lines; its bytes also make texts that are values, or nearly.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -206,15 +206,82 @@ void checkGuid(const std::string& text) {
   require(KFL::KFLGUID(guid.toString()) == guid, "what is written reads as the same", text);
 }
 
+// --- Texts that are values, or nearly ---------------------------------------------------------------------------------
+
+std::string joined(kfl_fuzz::Choices& choices, const char* words, char separator, std::size_t usual) {
+  const std::size_t count = choices.oneIn(8) ? choices.below(usual + 3) : usual;
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i)
+    text += (i == 0 ? "" : std::string(1, separator)) + choices.wordOf(words);
+  return text;
+}
+
+// A mask has some full parts, one that is partly full, and empty ones; sometimes one is wrong.
+std::string mask(kfl_fuzz::Choices& choices, std::size_t parts, const char* full, const char* some,
+                 char separator) {
+  const std::size_t ones = choices.below(parts + 1);
+  std::string text;
+  for (std::size_t i = 0; i < parts; ++i) {
+    const std::string part = i < ones ? full : i == ones ? choices.wordOf(some) : "0";
+    text += (i == 0 ? "" : std::string(1, separator)) + (choices.oneIn(16) ? choices.wordOf(some) : part);
+  }
+  return text;
+}
+
+std::string addressFrom(kfl_fuzz::Choices& choices) {
+  constexpr const char* kLengths = "0|1|8|24|31|32|33|64|127|128|129|024||-1|+8|4294967297";
+  if (choices.oneIn(2)) {
+    const std::string text = joined(choices, "0|1|9|10|99|100|199|255|256|01|1000|", '.', 4);
+    if (choices.oneIn(3)) return text;
+    return text + "/" +
+           (choices.oneIn(2) ? choices.wordOf(kLengths)
+                             : mask(choices, 4, "255", "0|128|192|254|255|127|129", '.'));
+  }
+  std::string text = joined(choices, "0|1|ffff|abcd|FE80|00|12345|g|", ':', 8);
+  if (choices.oneIn(2))
+    text = joined(choices, "0|1|ffff", ':', 1 + choices.below(3)) +
+           "::" + joined(choices, "1|fe80|0", ':', choices.below(4));
+  if (choices.oneIn(8)) text += choices.oneOf({":10.0.0.1", "10.0.0.256", "1.2.3.4"});
+  if (choices.oneIn(3)) return text;
+  return text + "/" +
+         (choices.oneIn(2) ? choices.wordOf(kLengths)
+                           : mask(choices, 8, "ffff", "0|8000|fff0|fffe|ffff|7fff|8001", ':'));
+}
+
+std::string textFrom(kfl_fuzz::Choices& choices) {
+  switch (choices.below(4)) {
+    case 0: {
+      std::string digits = joined(choices, "00|1F|aF|9a|f0|A0", '0', 16).substr(0, 32);
+      for (const std::size_t at : {8, 13, 18, 23})
+        if (digits.size() >= at) digits.insert(at, choices.oneIn(24) ? "" : "-");
+      digits.resize(std::min<std::size_t>(digits.size(), choices.oneIn(8) ? choices.below(40) : 36));
+      return choices.oneIn(4) ? "{" + digits + choices.oneOf({"}", "", "}}"}) : digits;
+    }
+    case 1:
+      return joined(choices, "eth0|*|venet0|0|1|1024|2147483647|2147483648|007|-1|x|", ':', 3);
+    case 2:
+      return joined(choices, "debian|12|12.4|x86_64|centos||7a|a", choices.oneIn(2) ? '/' : '-', 2);
+    default:
+      return addressFrom(choices);
+  }
+}
+
+void checkAll(const std::string& text) {
+  checkAddress(text);
+  checkTemplate<KFA::KFATemplate>(text, '/');
+  checkTemplate<KFA::KFADistribution>(text, '-');
+  checkRate(text);
+  checkGuid(text);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  for (const std::string& text : split(std::string(kfl_fuzz::viewOf(data, size)), '\n')) {
-    checkAddress(text);
-    checkTemplate<KFA::KFATemplate>(text, '/');
-    checkTemplate<KFA::KFADistribution>(text, '-');
-    checkRate(text);
-    checkGuid(text);
-  }
+  const std::string_view input = kfl_fuzz::viewOf(data, size);
+  for (const std::string& text : split(std::string(input), '\n'))
+    checkAll(text);
+  kfl_fuzz::Choices choices(input);
+  for (int more = 0; more < 16 && !choices.isAtEnd(); ++more)
+    checkAll(textFrom(choices));
   return 0;
 }

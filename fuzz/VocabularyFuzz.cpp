@@ -54,12 +54,16 @@ std::string textOf(const std::vector<Category>& categories) {
   for (const Category& category : categories) {
     xml += "<category words='";
     for (const std::string& word : category.words)
-      xml += word + " ";
+      xml += word + (xml.size() % 2 == 0 ? " " : "\t ");
     xml += "'>";
     for (const Parameter& parameter : category.parameters) {
-      xml += "<parameter id='" + parameter.id + "' number='7'";
+      const bool isSpread = parameter.kind == "2";
+      xml += "<parameter number='7' id='" + parameter.id + (isSpread ? "' value_type='0'" : "'");
       if (!parameter.kind.empty()) xml += " kind='" + parameter.kind + "'";
-      xml += "><expression>" + parameter.expression + "</expression><comment>c</comment></parameter>";
+      xml += isSpread
+                 ? ">\n<comment/> <!-- why --> <expression>\t\n" + parameter.expression +
+                       " </expression><description>d</description>\n</parameter>"
+                 : "><expression>" + parameter.expression + "</expression><comment>c</comment></parameter>";
     }
     xml += "</category>\n";
   }

@@ -190,6 +190,8 @@ void printWritten(Session& session, const Input& input, const KFL::KFLMessage& w
 }
 
 int check(Session& session, const CheckOptions& options) {
+  if (options.print && session.format() == Format::Json)
+    throw Trouble("--print: a message has no json form; leave --format out");
   Document document = Document::array();
   Troubles troubles;
   int status = kFine;

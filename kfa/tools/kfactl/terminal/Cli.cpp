@@ -18,6 +18,7 @@
 #include <KFLCommon/KFLLog.h>
 
 #include "terminal/Hint.h"
+#include "terminal/Input.h"
 #include "terminal/Libraries.h"
 #include "terminal/Node.h"
 #include "terminal/Trouble.h"
@@ -319,6 +320,7 @@ int guarded(std::string& trouble, Part part) {
 
 int runProgram(std::span<const Group* const> groups, int argc, char** argv) {
   holdStandardStreams();
+  renewStandardInput();
   quietLog();
   Session session;
   std::string trouble;

@@ -16,6 +16,8 @@ namespace kfactl {
 
 namespace {
 
+bool isStandardInputRead = false;
+
 std::string readToEnd() {
   std::string text;
   constexpr std::size_t kBlock = std::size_t{1} << 16;
@@ -40,12 +42,15 @@ Input readStandardInput() {
     static const std::string text = readToEnd();
     return {"standard input", text};
   }
-  static bool isRead = false;
-  if (std::exchange(isRead, true)) throw Trouble("standard input can be read only once");
+  if (std::exchange(isStandardInputRead, true)) throw Trouble("standard input can be read only once");
   return {"standard input", readToEnd()};
 }
 
 }  // namespace
+
+void renewStandardInput() {
+  isStandardInputRead = false;
+}
 
 Input readInput(const std::string& path) {
   if (isStandardStream(path)) return readStandardInput();

@@ -12,8 +12,10 @@ struct Input {
   std::string text;
 };
 
-// The whole content.
+// The whole content. Standard input can be read once by a command line.
 Input readInput(const std::string& path);
+// A new command line begins, which may read standard input.
+void renewStandardInput();
 
 inline bool isStandardStream(const std::string& path) {
   return path == "-";

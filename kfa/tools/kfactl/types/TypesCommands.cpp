@@ -81,6 +81,7 @@ int showTags(Session& session) {
 }
 
 int showSchema(Session& session, const std::string& name) {
+  if (session.format() == Format::Json) throw Trouble("a schema has no json form; leave --format out");
   std::string names;
   for (const KFL::KFLSchema& schema : KFL::makeSchemas()) {
     if (schema.name == name) {

@@ -14,6 +14,18 @@ bool hasValue(const KFAEnvironmentKeys& keys, const std::string& key, std::strin
   return keys.getOrText(key, value) && (key != "netif" || !value.empty());
 }
 
+bool hasSameText(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& after, const std::string& key) {
+  const std::string* const old = before.getText(key);
+  const std::string* const text = after.getText(key);
+  return old == nullptr || text == nullptr ? old == text : *old == *text;
+}
+
+// The architecture that TECHNOLOGIES gives, whatever a line of ARCH says beside it, goes with it.
+bool isLost(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& after, const std::string& key) {
+  return key == "arch" && after.getText(key) != nullptr && !hasSameText(before, after, key) &&
+         !hasSameText(before, after, "technologies");
+}
+
 }  // namespace
 
 KFAChangeList compareEnvironments(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& after) {
@@ -24,7 +36,7 @@ KFAChangeList compareEnvironments(const KFAEnvironmentKeys& before, const KFAEnv
   for (std::string key; order.getNext(key, key) == kParameterDone;) {
     std::string old;
     std::string value;
-    const bool had = hasValue(before, key, old);
+    const bool had = hasValue(before, key, old) && !isLost(before, after, key);
     const bool has = hasValue(after, key, value);
     KFAChange change{key, {}, {}, !had};
     if (had) change.before = old;
