@@ -70,13 +70,18 @@ function(kf_check_headers NAME)
   target_link_libraries(${NAME}_headers PRIVATE kf_options ${NAME})
 endfunction()
 
-# kf_test(NAME SOURCES f.cpp... [DEPS targets...] [ENVIRONMENT NAME=VALUE]): a GoogleTest program registered with CTest.
+# kf_test(NAME [SOURCES pattern...] [DEPS targets...] [ENVIRONMENT NAME=VALUE]): a GoogleTest program registered with CTest.
+# Its sources are the files that the patterns stand for, or else every .cpp of the folder.
 function(kf_test NAME)
   if(NOT BUILD_TESTING)
     return()
   endif()
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;ENVIRONMENT" ${ARGN})
-  add_executable(${NAME} ${ARG_SOURCES})
+  if(NOT ARG_SOURCES)
+    set(ARG_SOURCES *.cpp)
+  endif()
+  file(GLOB SOURCES CONFIGURE_DEPENDS ${ARG_SOURCES})
+  add_executable(${NAME} ${SOURCES})
   target_link_libraries(${NAME} PRIVATE kf_options ${ARG_DEPS} GTest::gmock GTest::gtest_main)
   target_compile_definitions(${NAME} PRIVATE KFA_SOURCE_DIR="${PROJECT_SOURCE_DIR}"
                                              KFA_BINARY_DIR="${PROJECT_BINARY_DIR}")

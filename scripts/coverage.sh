@@ -6,6 +6,8 @@
 # NAME is tests (all of them but the next), seeds (the fuzz targets over their seeds and inputs near them), or one test
 # program or fuzz target, such as KFLBashTest or CacheFuzz; none means tests and seeds, each by itself and both. --lines
 # prints every line that nothing ran. What follows "--" goes to ctest: coverage.sh tests -- -R Netif.
+# Tests and seeds together are held against coverage-unreached.txt, which says why some lines are not reached: what is
+# neither reached nor listed there is printed, and so is what is listed and reached.
 # The profiles stay in build/coverage as NAME.profdata. The status is not 0 when a test failed.
 set -euo pipefail
 
@@ -62,7 +64,7 @@ runTests() {
     grep -E '^[0-9]+% tests passed|^\s+[0-9]+ - ' "$folder/$1.log" >&2 || tail -n 20 "$folder/$1.log" >&2
   }
   find "$folder/profiles" -name '*.profraw' -print0 |
-    xargs -0 llvm-profdata-14 merge -sparse -o "$folder/$1.profdata"
+    xargs -0 llvm-profdata-14 merge -o "$folder/$1.profdata"
 }
 
 # FILE LINES RUN BRANCHES TAKEN of each file, and FILE:LINE of each line that nothing ran in NAME.lines. Only what was built
@@ -71,7 +73,7 @@ countLines() {
   local -a objects
   mapfile -t objects < <(find "$folder" -type f -perm -u+x -exec grep -lF __llvm_profile_runtime {} + | sed 's/^/-object=/')
   llvm-cov-14 export -format=lcov "${objects[@]}" -instr-profile "$folder/$1.profdata" -compilation-dir "$kfaTop" \
-    -ignore-filename-regex '/tests/|/(build|examples|fuzz)/' 2>"$folder/$1-cov.log" |
+    -ignore-filename-regex '/tests/|/(build|examples|fuzz)/' 2>"$folder/$1-cov.log" | tee "$folder/$1.lcov" |
     awk -F '[:,]' -v top="$kfaTop/" -v missing="$folder/$1.lines" '
       $1 == "SF" { file = substr($2, length(top) + 1); lines = ran = ways = taken = 0 }
       $1 == "DA" { ++lines; if ($3 > 0) ++ran; else print file ":" $2 >missing }
@@ -109,6 +111,73 @@ printMissing() {
   fi
 }
 
+# The lines that nothing ran, sorted: those of functions of which no program has any code, since they run while it is
+# compiled; those for which coverage-unreached.txt gives a reason; and the others. A reason holds for the rest of its
+# stretch: for the lines around it that nothing ran, in the same function. It is found by the text of one of them, or of the
+# line before them, such as the condition that was never met.
+sortMissing() {
+  llvm-profdata-14 show --all-functions "$folder/$1.profdata" | sed -n 's/^  \(.*:\)\?\([^ :]*\):$/\2/p' |
+    awk -F '[:,]' -v top="$kfaTop/" '
+      function percent(part, whole) { return whole ? sprintf("%.2f %%", 100 * part / whole) : "-" }
+      function textOf(number) { return number in text ? text[number] : "" }
+      # Whether the function whose body begins there says that it can run while the program is compiled.
+      function isConstant(number) {
+        for (; number > 0; --number) {
+          if (textOf(number) ~ /(^|[^A-Za-z_])const(expr|eval)[^A-Za-z_]/) return 1
+          if (textOf(number - 1) ~ /([;{}:]|^)[ \t]*(\/\/.*)?$/) return 0
+        }
+        return 0
+      }
+      function endStretch(  i, j, stretch, reason) {
+        if (first == count) return
+        stretch = textOf(line[first] - 1)
+        for (i = first; i < count; ++i) stretch = stretch "\n" textOf(line[i])
+        for (j = 1; j <= entries; ++j)
+          if (entryFile[j] == file && index(stretch, entryText[j])) { used[j] = 1; reason = entryReason[j] }
+        for (i = first; i < count; ++i) {
+          if (isCompiled) ++compiled
+          else if (reason != "") ++listed[reason]
+          else { ++unknown; print file ":" line[i] ": " textOf(line[i]) }
+        }
+        first = count
+      }
+      FILENAME == "-" { hasCode[$0] = 1; next }
+      FILENAME ~ /[.]txt$/ {
+        if ($0 ~ /^== /) { reason = substr($0, 4); reasons[++reasonCount] = reason }
+        else if ($0 !~ /^(#|$)/) {
+          ++entries
+          entryFile[entries] = substr($0, 1, index($0, ": ") - 1)
+          entryText[entries] = substr($0, index($0, ": ") + 2)
+          entryReason[entries] = reason
+        }
+        next
+      }
+      $1 == "SF" {
+        file = substr($2, length(top) + 1)
+        split("", text); split("", begins); split("", isReal)
+        for (number = 1; (getline row <$2) > 0; ++number) text[number] = row
+        close($2)
+        first = count = isCompiled = 0
+      }
+      $1 == "FN" { begins[$2] = 1; if ($NF in hasCode) isReal[$2] = 1 }
+      $1 == "DA" {
+        ++lines
+        if ($3 > 0 || $2 in begins) endStretch()
+        if ($2 in begins) isCompiled = !($2 in isReal) && isConstant($2)
+        if ($3 > 0) ++ran
+        else line[count++] = $2
+      }
+      $1 == "end_of_record" { endStretch() }
+      END {
+        printf "%d lines are neither reached nor listed\n", unknown
+        for (i = 1; i <= reasonCount; ++i) printf "%7d %s\n", listed[reasons[i]], reasons[i]
+        printf "%7d %s\n", compiled, "of functions that run while the program is compiled"
+        for (i = 1; i <= entries; ++i)
+          if (!(i in used)) print "listed, and reached or gone: " entryFile[i] ": " entryText[i]
+        printf "of the %d lines that can run, %s ran\n", lines - compiled, percent(ran, lines - compiled)
+      }' - "$here/coverage-unreached.txt" "$folder/$1.lcov"
+}
+
 setUp coverage
 targets=()
 for name in "${names[@]}"; do
@@ -134,7 +203,8 @@ for name in "${names[@]}"; do
   report "$name"
 done
 if [ "${#names[@]}" -gt 1 ]; then
-  (cd "$folder" && llvm-profdata-14 merge -sparse "${names[@]/%/.profdata}" -o all.profdata)
+  (cd "$folder" && llvm-profdata-14 merge "${names[@]/%/.profdata}" -o all.profdata)
   report all
+  [ "${names[*]}" != "tests seeds" ] || sortMissing all
 fi
 exit "$status"

@@ -4,8 +4,9 @@
 #include <pthread.h>
 
 #include <cstdarg>
-#include <mutex>
 #include <utility>
+
+#include <KFLCommon/KFLLock.h>
 
 #include "KFLPrint.h"
 
@@ -25,12 +26,15 @@ struct ThreadText {
 thread_local ThreadText* threadText = nullptr;
 thread_local std::size_t textsOfThread = 0;
 
+constinit KFLLock textsLock;
+const KFLForkWaits<textsLock> forkWaits;
+
 class TextList {
  public:
   TextList() : usable_(pthread_key_create(&key_, &TextList::endOfThread) == 0) {}
   ~TextList() {
     if (usable_) pthread_key_delete(key_);
-    const std::lock_guard guard(mutex_);
+    const KFLLockGuard guard(textsLock);
     while (first_ != nullptr)
       delete std::exchange(first_, first_->next);
     threadText = nullptr;
@@ -50,7 +54,6 @@ class TextList {
 
   pthread_key_t key_{};
   bool usable_;
-  std::mutex mutex_;
   ThreadText* first_ = nullptr;
 };
 
@@ -60,7 +63,7 @@ ThreadText* TextList::add() {
   auto* const text = new ThreadText;
   if (!usable_) return text;
   pthread_setspecific(key_, text);
-  const std::lock_guard guard(mutex_);
+  const KFLLockGuard guard(textsLock);
   text->next = first_;
   text->link = &first_;
   if (first_ != nullptr) first_->link = &text->next;
@@ -71,7 +74,7 @@ ThreadText* TextList::add() {
 void TextList::endOfThread(void* ended) {
   auto* const text = static_cast<ThreadText*>(ended);
   threadText = nullptr;
-  const std::lock_guard guard(texts.mutex_);
+  const KFLLockGuard guard(textsLock);
   *text->link = text->next;
   if (text->next != nullptr) text->next->link = text->link;
   delete text;

@@ -4,6 +4,8 @@
 #ifndef KFLCOMMON_KFLLOCK_H
 #define KFLCOMMON_KFLLOCK_H
 
+#include <pthread.h>
+
 #include <mutex>
 
 #include <KFLCommon/KFLThreadAnnotations.h>
@@ -35,6 +37,18 @@ class KFL_SCOPED_CAPABILITY KFLLockGuard {
 
  private:
   KFLLock& lock_;
+};
+
+// Stands beside a static lock, so that no child is forked while somebody holds it: the child finds it free, and what it
+// guards whole. For sections that end soon, do not fork, and take no other such lock but of a library below.
+template <KFLLock& lock>
+class KFLForkWaits {
+ public:
+  KFLForkWaits() { pthread_atfork(&take, &give, &give); }
+
+ private:
+  static void take() KFL_NO_THREAD_SAFETY_ANALYSIS { lock.lock(); }
+  static void give() KFL_NO_THREAD_SAFETY_ANALYSIS { lock.unlock(); }
 };
 
 }  // namespace KFL

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLCommon/KFLLog.h>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 #include <string>
 
@@ -40,6 +42,12 @@ struct Sink {
 
 constinit Sink sink;
 constinit thread_local bool insideSink = false;
+
+// A sink may fork, or take its time: a fork does not wait for one, and the child begins with a new lock.
+[[maybe_unused]] const int forkIsNoticed = pthread_atfork(nullptr, nullptr, [] {
+  new (&sink.mutex) std::shared_mutex;
+  if (insideSink) sink.mutex.lock_shared();
+});
 
 bool readLevelName(std::string_view text, int& level) {
   if (parseInteger(text, level) == 0) return true;

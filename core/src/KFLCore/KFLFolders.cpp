@@ -10,11 +10,13 @@ namespace KFL {
 
 namespace {
 
+constinit KFLLock settingLock;
+const KFLForkWaits<settingLock> forkWaits;
+
 struct Setting {
-  KFLLock lock;
-  std::string path KFL_GUARDED_BY(lock);
-  std::string named KFL_GUARDED_BY(lock);     // by the environment when it was last looked at
-  std::string resolved KFL_GUARDED_BY(lock);  // what that meant then
+  std::string path KFL_GUARDED_BY(settingLock);
+  std::string named KFL_GUARDED_BY(settingLock);     // by the environment when it was last looked at
+  std::string resolved KFL_GUARDED_BY(settingLock);  // what that meant then
 };
 
 Setting& setting() {
@@ -37,7 +39,7 @@ std::string resolve(const std::string& named) {
 
 std::string getUploadsFolder() {
   Setting& set = setting();
-  const KFLLockGuard guard(set.lock);
+  const KFLLockGuard guard(settingLock);
   if (!set.path.empty()) return set.path;
   const char* const named = ::secure_getenv("KFA_UPLOADS_DIR");
   if (named == nullptr || *named == '\0') return kDefaultUploadsFolder;
@@ -50,7 +52,7 @@ std::string getUploadsFolder() {
 
 void setUploadsFolder(const std::string& path) {
   Setting& set = setting();
-  const KFLLockGuard guard(set.lock);
+  const KFLLockGuard guard(settingLock);
   set.path = resolve(path);
 }
 

@@ -14,6 +14,7 @@ namespace {
 
 // Held by those who change the table.
 constinit KFLLock changing;
+const KFLForkWaits<changing> forkWaits;
 
 }  // namespace
 

@@ -70,6 +70,7 @@ namespace {
 // All registries that have a factory, the tables that were replaced, and the types that were ever registered.
 // Constant-initialised.
 constinit KFLLock guard;
+const KFLForkWaits<guard> forkWaits;
 constinit KFLDerivedRegistryData* firstRegistry = nullptr;
 constinit const KFLDerivedRegistryData::Table* retiredTables = nullptr;
 constinit const Entry* firstEntry = nullptr;

@@ -189,7 +189,8 @@ class KFLMessageIterator {
   int copyContent(const KFLMessageIterator& source);
   // The XML text of the current element: 0, or -1 with an error text and `out` empty.
   int print(std::string& out) const;
-  // Whether both subtrees hold the same names, namespaces, types, attributes and texts in the same order.
+  // Whether both subtrees hold the same names, namespaces, types, attributes and texts in the same order. Blank texts beside
+  // elements do not count, as in XML.
   bool isEqualTree(const KFLMessageIterator& other) const;
 
   // --- Records ----------------------------------------------------------------------------------------------------

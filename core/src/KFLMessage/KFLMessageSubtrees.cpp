@@ -4,6 +4,7 @@
 #include <string>
 
 #include <KFLMessage/KFLMessageTree.h>
+#include <KFLMessage/KFLXMLReader.h>
 
 namespace KFL {
 
@@ -133,6 +134,12 @@ void KFLMessageTree::copyBelow(KFLNodeIndex element, const KFLMessageTree& from,
   }
 }
 
+// A blank text means nothing once there are elements beside it: no text form keeps it.
+static std::string_view meaningOf(const KFLMessageNode& node) {
+  const std::string_view text = KFLMessageTree::textOf(node);
+  return node.first != KFLMessageTree::kNone && isBlankText(text) ? std::string_view() : text;
+}
+
 bool KFLMessageTree::isEqual(KFLNodeIndex element, const KFLMessageTree& other,
                              KFLNodeIndex otherElement) const {
   if (effectiveName(element) != other.effectiveName(otherElement)) return false;
@@ -144,7 +151,7 @@ bool KFLMessageTree::isEqual(KFLNodeIndex element, const KFLMessageTree& other,
     const Node& x = at(a);
     const Node& y = other.at(b);
     if ((x.first == kNone) != (y.first == kNone) || x.hasAttributes != y.hasAttributes) return false;
-    if (textOf(x) != textOf(y) || translation.type(x.type) != y.type) return false;
+    if (meaningOf(x) != meaningOf(y) || translation.type(x.type) != y.type) return false;
     if (a != element && (translation.name(x.name) != y.name || translation.ns(x.ns) != y.ns)) return false;
     if (!x.hasAttributes) return true;
     const auto isSameAttribute = [&](const KFLMessageAttribute& p, const KFLMessageAttribute& q) {

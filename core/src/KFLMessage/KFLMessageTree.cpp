@@ -479,7 +479,7 @@ void KFLMessageTree::appendMixedText(KFLNodeIndex element, std::string_view text
   if (first == kNone) return appendText(element, text);
   const KFLNodeIndex last = at(first).prev;
   if (isText(last)) return appendText(last, text);
-  setFirstText(append(element, kTextName, 0), text);
+  if (!isBlankText(text)) setFirstText(append(element, kTextName, 0), text);
 }
 
 const KFLMessageAttributes* KFLMessageTree::attributes(KFLNodeIndex element) const {

@@ -174,7 +174,7 @@ class KFLMessageTree {
   // Gives an element that was just made its text, or throws and takes the element out again.
   void setFirstText(KFLNodeIndex fresh, std::string_view text);
   void appendText(KFLNodeIndex index, std::string_view text);
-  // Text behind what the element holds: its own text, or a text node behind its last child.
+  // Text behind what the element holds: its own text, or a text node behind its last child, unless it would be a blank one.
   void appendMixedText(KFLNodeIndex element, std::string_view text);
 
   // Null when the element has none.

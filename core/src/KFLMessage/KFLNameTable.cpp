@@ -56,6 +56,9 @@ std::uint64_t KFLNameTable::seed() {
   return seed;
 }
 
+// Drawn while the library is loaded: a child that is forked during the first call would wait for its end.
+[[maybe_unused]] static const std::uint64_t seedWasDrawn = KFLNameTable::seed();
+
 std::uint32_t KFLNameTable::find(std::string_view text) const {
   return slots_.empty() ? findLinear(text) : findHashed(text, hashOf(text));
 }

@@ -2,15 +2,16 @@
 #include <KFLMessage/KFLRecordRegistry.h>
 
 #include <algorithm>
-#include <mutex>
 
+#include <KFLCommon/KFLLock.h>
 #include <KFLMessage/KFLRootName.h>
 
 namespace KFL {
 
 namespace {
 
-std::mutex guard;
+constinit KFLLock guard;
+const KFLForkWaits<guard> forkWaits;
 std::vector<const KFLRecordType*>& records() {
   static auto* all = new std::vector<const KFLRecordType*>;
   return *all;
@@ -18,7 +19,7 @@ std::vector<const KFLRecordType*>& records() {
 
 template <class Predicate>
 const KFLRecordType* findIf(Predicate matches) {
-  const std::lock_guard lock(guard);
+  const KFLLockGuard lock(guard);
   const auto found = std::find_if(records().begin(), records().end(), matches);
   return found == records().end() ? nullptr : *found;
 }
@@ -36,12 +37,12 @@ KFLRecordType::KFLRecordType(const char* className, Text namespaceText, Text typ
       create_(creator),
       read_(reader),
       write_(writer) {
-  const std::lock_guard lock(guard);
+  const KFLLockGuard lock(guard);
   records().push_back(this);
 }
 
 KFLRecordType::~KFLRecordType() {
-  const std::lock_guard lock(guard);
+  const KFLLockGuard lock(guard);
   std::erase(records(), this);
 }
 
@@ -69,7 +70,7 @@ const KFLRecordType* findRecordType(std::string_view namespaceUri, std::string_v
 std::vector<const KFLRecordType*> listRecordTypes() {
   std::vector<const KFLRecordType*> sorted;
   {
-    const std::lock_guard lock(guard);
+    const KFLLockGuard lock(guard);
     sorted = records();
   }
   std::sort(sorted.begin(), sorted.end(),

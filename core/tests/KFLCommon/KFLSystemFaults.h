@@ -12,7 +12,9 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -32,27 +34,53 @@ class KFLSystemFaults {
     std::function<void(const Point&)> after = {};
     // Reads and writes move half of what they are asked for.
     bool isShort = false;
+    // A call that this file system does not know, and its errno.
+    std::string_view missing = {};
+    int missingError = 0;
+
+    // Acts right before or right behind the call of that number.
+    static Plan at(std::size_t number, bool isBehind, const std::function<void()>& act) {
+      const auto then = [number, act](const Point& point) {
+        if (point.number == number) act();
+        return 0;
+      };
+      return isBehind ? Plan{{}, then} : Plan{then};
+    }
+    Plan without(std::string_view call, int error) const {
+      Plan plan = *this;
+      plan.missing = call;
+      plan.missingError = error;
+      return plan;
+    }
   };
 
   KFLSystemFaults() : KFLSystemFaults(Plan{}) {}
   explicit KFLSystemFaults(Plan plan) : plan_(std::move(plan)) {
     current() = this;
+    // NOLINTBEGIN(bugprone-macro-parentheses): types and lists of parameters
 #define KFL_STAND_IN(result, name, parameters, arguments)                        \
   KFL::KFLSystem::calls.name = [] parameters -> result {                         \
     return current()->pass<result>(#name, [&] { return own().name arguments; }); \
   };
     KFL_SYSTEM_CALLS(KFL_STAND_IN)
 #undef KFL_STAND_IN
+    // NOLINTEND(bugprone-macro-parentheses)
     if (plan_.isShort) shorten();
   }
   KFLSystemFaults(const KFLSystemFaults&) = delete;
   KFLSystemFaults& operator=(const KFLSystemFaults&) = delete;
   ~KFLSystemFaults() {
     KFL::KFLSystem::calls = own();
+    current() = nullptr;
   }
 
   std::size_t count() const {
     return count_;
+  }
+  // Of this process, but for the one that counts.
+  static std::size_t countDescriptors() {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(open), end(open)));
   }
   // The call that the plan made fail first; empty when it did not.
   std::string_view failed() const {
@@ -94,11 +122,12 @@ class KFLSystemFaults {
   template <class Result, class Call>
   Result pass(std::string_view name, Call call) {
     const Point point{count_++, name};
-    const int error = plan_.before ? plan_.before(point) : 0;
+    const int planned = plan_.before ? plan_.before(point) : 0;
+    const int error = planned == 0 && name == plan_.missing ? plan_.missingError : planned;
     Result result{};
     if (error == 0 || name.starts_with("close") || name == "munmap") result = call();
     if (error != 0) {
-      if (failed_.empty()) failed_ = name;
+      if (failed_.empty() && planned != 0) failed_ = name;
       result = failureOf<Result>(name, error);
     }
     const int own = error != 0 ? error : errno;

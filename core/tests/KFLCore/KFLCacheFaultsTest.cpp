@@ -90,7 +90,7 @@ TEST(CacheFaults, AHolderThatIsStoppedCostsACodeAndNeverTheFile) {
     EXPECT_EQ(put(*cache, "key", "text"), -9);
     EXPECT_THAT(getErrorMessage(), HasSubstr("another thread"));
   }).join();
-  cache->unlock(storage);
+  unlock(*cache, storage);
 
   const pid_t again = startHolder(path, SIGSTOP);
   cache->setInvalidatesStuck(true);
@@ -315,7 +315,7 @@ TEST(CacheFaults, AForkedChildGivesNothingBackForItsParent) {
   for (const auto make : {&fork, &_Fork}) {
     const pid_t child = make();
     if (child == 0) {
-      cache->unlock(storage);
+      unlock(*cache, storage);
       cache.reset();
       _exit(put(*openCache(folder / "other"), "key", "text"));
     }
@@ -325,7 +325,7 @@ TEST(CacheFaults, AForkedChildGivesNothingBackForItsParent) {
   KFLFileLock other;
   EXPECT_EQ(other.open(path), 0);
   EXPECT_EQ(other.tryLock(), EAGAIN);
-  cache->unlock(storage);
+  unlock(*cache, storage);
   EXPECT_EQ(other.tryLock(), 0);
   EXPECT_EQ(wordOf(readFile(path), 24), 0U);
 }

@@ -2,7 +2,6 @@
 // Opening, changing and holding a cache file within one process.
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <iterator>
@@ -139,28 +138,6 @@ TEST(CacheFile, AKeptSnapshotReadsWhatTheFileGrewFor) {
   }
 }
 
-TEST(CacheFile, SomebodyElsesFileIsRefused) {
-  const Folder folder;
-  openCache(folder / "cache");
-  fs::create_symlink(folder / "cache", folder / "link");
-  fs::create_directory(folder / "folder");
-  mkfifo((folder / "pipe").c_str(), 0600);
-  openCache(folder / "open");
-  fs::permissions(folder / "open", fs::perms(0666));
-  openCache(folder / "twice");
-  fs::create_hard_link(folder / "twice", folder / "thrice");
-  const std::pair<const char*, const char*> rows[] = {
-      {"link", "symbolic link"},       {"folder", "directory"},        {"pipe", "not a regular file"},
-      {"open", "everybody may write"}, {"thrice", "second hard link"}, {"no/file", "No such file"}};
-  for (const auto& [name, text] : rows) {
-    SCOPED_TRACE(name);
-    Cache cache = makeCache(folder / name);
-    EXPECT_EQ(cache->initialize(true, true), -2);
-    EXPECT_THAT(getErrorMessage(), HasSubstr(text));
-    EXPECT_THAT(getErrorMessage(), HasSubstr(folder / name));
-  }
-}
-
 TEST(CacheFile, KeysAndSizesBeyondTheLimitsAreRefusedAndNothingIsLost) {
   const Folder folder;
   Cache cache = openCache(folder / "cache", {.growth = 1 << 14, .maxSize = 1 << 16});
@@ -242,7 +219,7 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   ASSERT_EQ(cache->lock(storage), 0);
   auto* const memory = static_cast<volatile char*>(storage->getMemory());
   *memory = *memory;
-  cache->unlock(storage);
+  unlock(*cache, storage);
 }
 
 TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {

@@ -45,7 +45,7 @@ int putLarge(KFLCacheFile& cache) {
 }
 // Of one who made the file longer, and began to change its heap.
 void haveOneDie(const std::string& path) {
-  EXPECT_EQ(waitFor(startChild([&] {
+  EXPECT_EQ(waitFor(startChild([&]() KFL_NO_THREAD_SAFETY_ANALYSIS {
               KFLCacheFile::Storage storage;
               Cache other = openCache(path, kLimits);
               KFLCacheSnapshot held;
@@ -173,17 +173,8 @@ class Place {
   Cache cache_;
 };
 
-Plan onFileSystemOf(const Use& use, Plan plan = {}) {
-  return {[missing = std::string_view(use.missing), before = plan.before](const Point& point) {
-            const int error = before ? before(point) : 0;
-            return error == 0 && point.call == missing ? EOPNOTSUPP : error;
-          },
-          plan.after};
-}
-
-std::size_t countDescriptors() {
-  const fs::directory_iterator open("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(open), end(open)));
+Plan onFileSystemOf(const Use& use, const Plan& plan = {}) {
+  return plan.without(use.missing, EOPNOTSUPP);
 }
 
 class CacheSystem : public testing::TestWithParam<Use> {
@@ -208,7 +199,7 @@ class CacheSystem : public testing::TestWithParam<Use> {
 };
 
 void CacheSystem::failAt(std::size_t number, int error, bool isOnwards) const {
-  const std::size_t descriptors = countDescriptors();
+  const std::size_t descriptors = KFLSystemFaults::countDescriptors();
   {
     Place place(GetParam());
     int code = 0;
@@ -232,7 +223,7 @@ void CacheSystem::failAt(std::size_t number, int error, bool isOnwards) const {
     EXPECT_EQ(place.look(), after_);
     place.expectSound();
   }
-  EXPECT_EQ(countDescriptors(), descriptors);
+  EXPECT_EQ(KFLSystemFaults::countDescriptors(), descriptors);
 }
 
 TEST_P(CacheSystem, EachCallFails) {

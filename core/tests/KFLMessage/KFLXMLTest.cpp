@@ -29,6 +29,25 @@ std::string reprint(const std::string& text) {
   return out;
 }
 
+// Blank texts that come to stand beside elements mean nothing any more, wherever they come from.
+TEST(KFLXML, BlankTextsAreNoneBesideElements) {
+  for (const char* const text : {"<a><b> </b></a>", "<a><b> </b><c/></a>", "<a> </a>"}) {
+    KFLMessage message;
+    ASSERT_EQ(message.parse(text), 0);
+    KFLMessageIterator it = message.getIterator();
+    it.firstChild();
+    it.copyContent(KFLMessage(message).getIterator());
+    it.addEmptyChild("d");
+    KFLMessage blank;
+    ASSERT_EQ(blank.parse("<a> </a>"), 0);
+    it.copyContent(blank.getIterator());
+    KFLMessage again;
+    ASSERT_EQ(again.parse(message.toString()), 0);
+    EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator())) << message.toString();
+    EXPECT_NE(reprint(message.toString()).find("<d/>"), std::string::npos);
+  }
+}
+
 struct Row {
   std::string text, expected;
 };
@@ -97,6 +116,8 @@ TEST(KFLXML, RefusesWithLineAndColumn) {
       {"<a b='1' b='2'/>", "line 1, column 10: an attribute stands twice"},
       {"<a xmlns:p='u' xmlns:q='u' p:b='1' q:b='2'/>", "line 1, column 1: an attribute stands twice"},
       {"<a b=1/>", "line 1, column 6: this character cannot stand here"},
+      {"<a><![CDATA[x", "line 1, column 14: a CDATA section is not closed"},
+      {"<a xmlns:xml='u'/>", "line 1, column 1: a prefix or namespace is XML's own"},
       {"<p:a/>", "line 1, column 1: a prefix is not declared"},
       {"<a xmlns:p=''/>", "line 1, column 1: a prefix is declared without a URI"},
       {"<?xml version='1.0' encoding='ISO-8859-1'?><a/>", "line 1, column 1: another encoding is declared"},

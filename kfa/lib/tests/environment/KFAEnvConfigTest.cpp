@@ -164,19 +164,6 @@ TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {
   }
 }
 
-TEST(KFAEnvConfig, VeidIsMandatory) {
-  KFAEnvConfig config;
-  int veid = 7;
-  config.setOnBoot(true);
-  EXPECT_NE(config.getVeid(veid), 0);
-  EXPECT_EQ(veid, 7);
-  config.setVeid(101);
-  config.setVeid(102);
-  EXPECT_EQ(config.getVeid(veid), 0);
-  EXPECT_EQ(veid, 102);
-  EXPECT_EQ(names(config), (Names{"veid", "on_boot"}));
-}
-
 TEST(KFAEnvConfig, TakingOutWhatIsNotThereAddsNothing) {
   KFAEnvConfig config;
   EXPECT_EQ(config.setCapability({}), 0);
@@ -371,15 +358,6 @@ TEST(KFAEnvConfig, DisksWithoutAFactoryAreNotWritten) {
 }
 
 // --- In messages and searches ------------------------------------------------------------------------------
-
-TEST(KFAEnvConfig, FromAnyConfiguration) {
-  KFLVEnvConfig plain;
-  plain.setHostname(std::string("h"));
-  KFAEnvConfig config(plain);
-  config.setVeid(5);
-  EXPECT_EQ(names(config), (Names{"veid", "hostname"}));
-  EXPECT_EQ(plain.getIterator().countChildren(), 1U);
-}
 
 TEST(KFAEnvConfig, SearchesByNumberAndParent) {
   const KFLEID parent(kGuid);

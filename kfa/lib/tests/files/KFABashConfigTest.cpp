@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <random>
 #include <set>
+#include <stdexcept>
 
 #include "FilesTest.h"
 
@@ -99,6 +100,15 @@ TEST(ConfigLines, LeaveTheStreamBehindTheLastLineGiven) {
   std::string rest;
   std::getline(in, rest);
   EXPECT_EQ(rest, "two");
+}
+
+// What a stream throws ends it, as its state tells.
+TEST(ConfigLines, EndWhereTheStreamThrows) {
+  struct Broken : std::streambuf {
+    int_type underflow() override { throw std::runtime_error("gone"); }
+  } broken;
+  std::istream in(&broken);
+  EXPECT_EQ(readStrings(in), (Lines{{}, std::ios_base::badbit}));
 }
 
 TEST(ReadStringFromStream, GrowsTheBufferToExactlyTheLongestLine) {

@@ -194,15 +194,6 @@ TEST(EnvConfigBashParser, DevicesAreStoredOnlyWhereTheFileOrTheCompletionGaveThe
   }
 }
 
-// A device without a name makes the value one that the record does not hold: its line stays.
-TEST(EnvConfigBashParser, ALineWithANamelessDeviceStays) {
-  const std::string text = "NETIF=\"ifname=eth0;mac=00:11:22:33:44:55\"\nONBOOT=\"yes\"\n";
-  std::istringstream existing(text);
-  std::ostringstream out;
-  EXPECT_EQ(envParser()->putConfig(read(text), out, &existing, true), 0);
-  EXPECT_NE(out.str().find("NETIF=\"ifname=eth0;mac=00:11:22:33:44:55\"\n"), std::string::npos) << out.str();
-}
-
 // The vocabulary spells the id in the record; files, lookups and replacements know it in any case of letters.
 TEST(EnvConfigBashParser, ResourcesAreSpelledAsInTheVocabulary) {
   const auto vocabulary = KFL::KFLVocMap::loadFromText(
@@ -230,26 +221,23 @@ TEST(EnvConfigBashParser, ResourcesAreSpelledAsInTheVocabulary) {
   EXPECT_EQ(out.str().substr(0, out.str().find('\n')), "NumPROC=\"7\"");
 }
 
-TEST(EnvConfigBashParser, SetsTypeAndResourcesEvenWhenThereAreNone) {
-  const KFAEnvConfig record = read("# nothing\n");
-  KFAEnvConfig::Text type;
-  KFAEnvConfig::QoSes qoses;
-  EXPECT_EQ(record.getType(type), 0);
-  EXPECT_EQ(type.getValue(), "kelvarium");
-  EXPECT_EQ(record.getQoSes(qoses), 0);
-  EXPECT_TRUE(qoses.isSpecified() && qoses.getValue().empty());
-}
-
-TEST(EnvConfigBashParser, StopsAtAMalformedLine) {
-  std::istringstream in("ONBOOT=yes\nNAME='open\nHOSTNAME=x\n");
-  KFAEnvConfig record;
-  EXPECT_EQ(envParser()->getConfig(in, record), -1);
-  KFAEnvConfig::Flag onBoot;
-  KFAEnvConfig::Text type;
-  EXPECT_EQ(record.getOnBoot(onBoot), 0);
-  EXPECT_TRUE(onBoot.isSpecified());
-  record.getType(type);
-  EXPECT_FALSE(type.isSpecified());
+// Type and resources are set even where there are none, once all lines are read.
+TEST(EnvConfigBashParser, SetsTheTypeUnlessItStopsAtAMalformedLine) {
+  for (const bool isMalformed : {false, true}) {
+    std::istringstream in(isMalformed ? "ONBOOT=yes\nNAME='open\nHOSTNAME=x\n" : "ONBOOT=yes\n");
+    KFAEnvConfig record;
+    EXPECT_EQ(envParser()->getConfig(in, record), isMalformed ? -1 : 0);
+    KFAEnvConfig::Flag onBoot;
+    KFAEnvConfig::Text type;
+    KFAEnvConfig::QoSes qoses;
+    record.getOnBoot(onBoot);
+    record.getType(type);
+    record.getQoSes(qoses);
+    EXPECT_TRUE(onBoot.isSpecified());
+    EXPECT_EQ(type, isMalformed ? KFAEnvConfig::Text() : KFAEnvConfig::Text("kelvarium"));
+    EXPECT_EQ(qoses.isSpecified(), !isMalformed);
+    EXPECT_TRUE(qoses.getValue().empty());
+  }
 }
 
 std::string keysOf(const KFAEnvConfigBashParser& parser) {

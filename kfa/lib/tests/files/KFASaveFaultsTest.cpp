@@ -182,25 +182,14 @@ void expectUnlocked(const TemporaryFolder& folder) {
   }
 }
 
-std::size_t countDescriptors() {
-  const fs::directory_iterator open("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(open), end(open)));
-}
-
 KFAReplaceOptions quickly(int milliseconds = 20) {
   KFAReplaceOptions how;
   how.lockTimeout = milliseconds;
   return how;
 }
 
-// The plan on a file system that lacks a call.
-Plan onFileSystemOf(const Save& save, Plan plan = {}) {
-  if (*save.missing == '\0') return plan;
-  return {[missing = std::string_view(save.missing), before = plan.before](const Point& point) {
-            const int error = before ? before(point) : 0;
-            return error == 0 && point.call == missing ? EINVAL : error;
-          },
-          plan.after, plan.isShort};
+Plan onFileSystemOf(const Save& save, const Plan& plan = {}) {
+  return plan.without(save.missing, EINVAL);
 }
 
 struct Outcome {
@@ -262,7 +251,7 @@ struct Fault {
 void failAt(const Save& save, const Outcome& outcome, std::size_t number, const Fault& fault) {
   const TemporaryFolder folder;
   save.prepare(folder);
-  const std::size_t descriptors = countDescriptors();
+  const std::size_t descriptors = KFLSystemFaults::countDescriptors();
   bool isNoted = false;
   KFAReplaceOptions how = quickly();
   how.note = [&](const std::string&) { isNoted = true; };
@@ -279,7 +268,7 @@ void failAt(const Save& save, const Outcome& outcome, std::size_t number, const 
     }
   }
   if (result != 0) expectToldWhat(save, folder, fault.error);
-  EXPECT_EQ(countDescriptors(), descriptors);
+  EXPECT_EQ(KFLSystemFaults::countDescriptors(), descriptors);
   expectUnlocked(folder);
   if (isNoted) return;
   expectWhole(statesOf(folder), outcome.before, outcome.after);
@@ -343,15 +332,6 @@ TEST_P(SaveFaults, BringsToDiskBeforeItRenames) {
   EXPECT_GT(renamings, 0U);
 }
 
-// A plan that does something right before or right behind a call.
-Plan at(std::size_t number, bool behind, const std::function<void()>& act) {
-  const auto then = [number, act](const Point& point) {
-    if (point.number == number) act();
-    return 0;
-  };
-  return behind ? Plan{{}, then} : Plan{then, {}};
-}
-
 // Right before and right behind each call of a save, in a folder of its own: acts by the plan that it makes of what is to
 // be done there. Afterwards the save can be made all the same.
 using Planner = std::function<Plan(const std::function<void()>&)>;
@@ -363,7 +343,7 @@ void atEachCall(const char* what, const Save& save,
     const TemporaryFolder folder;
     save.prepare(folder);
     act(folder, outcome, [&](const std::function<void()>& then) {
-      return onFileSystemOf(save, at(point / 2, point % 2 != 0, then));
+      return onFileSystemOf(save, Plan::at(point / 2, point % 2 != 0, then));
     });
     expectSavedAgain(save, folder, outcome);
     if (testing::Test::HasFailure()) return;
@@ -444,9 +424,10 @@ TEST_P(SaveFaults, AChildOfAWriterThatDiesKeepsNoLock) {
 // What another program, which takes no lock, does to the files at a call.
 struct Meddling {
   const char* name;
-  std::function<void(const fs::path& target)> act;
-  // The file afterwards, when the save took place; and when it was refused.
-  std::function<bool(const std::string& content)> keeps;
+  void (*act)(const fs::path& target);
+  // What the file has afterwards, whether the save took place or was refused; and what it never has.
+  const char* kept;
+  const char* never = "nothing";
 };
 
 void appendTo(const fs::path& path, const std::string& text) {
@@ -470,23 +451,21 @@ void writeSecretly(const fs::path& path) {
 }
 
 const Meddling kMeddlings[] = {
-    {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); },
-     [](const std::string& content) { return has(content, "X=9\n"); }},
-    {"overwrites", writeSecretly, [](const std::string& content) { return has(content, "KEPT"); }},
+    {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); }, "X=9\n"},
+    {"overwrites", writeSecretly, "KEPT"},
     {"replaces",
      [](const fs::path& target) {
        makeFile(target.string() + ".theirs", contentOf(target) + "X=9\n");
        fs::rename(target.string() + ".theirs", target);
      },
-     [](const std::string& content) { return has(content, "X=9\n"); }},
-    {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); },
-     [](const std::string&) { return true; }},
+     "X=9\n"},
+    {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); }, ""},
     {"putsATemporary",
      [](const fs::path& target) {
        makeFile(target.string() + ".theirs", "theirs");
        fs::rename(target.string() + ".theirs", temporaryOf(target));
      },
-     [](const std::string& content) { return !has(content, "theirs"); }},
+     "", "theirs"},
 };
 
 // Its change stays, at whatever call of the save it comes, and ours is made or refused.
@@ -514,7 +493,7 @@ TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
           result = save.run(folder, quickly());
         }
         const std::string content = contentOf(folder / save.target);
-        EXPECT_TRUE(other.keeps(content)) << content;
+        EXPECT_TRUE(has(content, other.kept) && !has(content, other.never)) << content;
         EXPECT_EQ(has(content, "A=\"2\""), result == 0) << content;
         if (result != 0) {
           EXPECT_TRUE(has(KFL::getErrorMessage(), "another program")) << KFL::getErrorMessage();
@@ -745,7 +724,7 @@ void onASmallDisk(const std::function<void(const fs::path& disk)>& part) {
 
 // What comes over the disk or the folder before a call, for which a save may be refused, and what ends it.
 struct Trouble {
-  std::string name;
+  const char* name;
   const char* reason;
   std::function<void(const TemporaryFolder&)> begin;
   std::function<void(const TemporaryFolder&)> end;
@@ -753,30 +732,20 @@ struct Trouble {
 
 void saveInTrouble(const Save& save, const std::vector<Trouble>& troubles) {
   std::size_t refusals = 0;
-  const Outcome outcome = withoutFault(save);
   for (const Trouble& trouble : troubles) {
-    for (std::size_t point = 0; point < outcome.calls; ++point) {
-      SCOPED_TRACE(save.name + (" " + trouble.name) + " " + std::to_string(point));
-      const TemporaryFolder folder;
-      save.prepare(folder);
+    const auto meet = [&](const TemporaryFolder& folder, const Outcome& outcome, const Planner& plan) {
       int result = 0;
       {
-        const auto begin = [&] { trouble.begin(folder); };
-        const KFLSystemFaults faults(onFileSystemOf(save, at(point, false, begin)));
+        const KFLSystemFaults faults(plan([&] { trouble.begin(folder); }));
         result = save.run(folder, quickly());
       }
-      if (result != 0) {
-        EXPECT_TRUE(has(KFL::getErrorMessage(), trouble.reason)) << KFL::getErrorMessage();
-        ++refusals;
-      }
+      EXPECT_TRUE(result == 0 || has(KFL::getErrorMessage(), trouble.reason)) << KFL::getErrorMessage();
+      refusals += result == 0 ? 0 : 1;
       trouble.end(folder);
       expectWhole(statesOf(folder), outcome.before, outcome.after);
-      expectSavedAgain(save, folder, outcome);
-      if (testing::Test::HasFailure()) return;
-    }
+    };
+    atEachCall(trouble.name, save, meet);
   }
-  std::cout << save.name << ": " << troubles.size() * outcome.calls << " of " << troubles.front().name << ", "
-            << refusals << " refusals\n";
   EXPECT_GT(refusals, 0U);
 }
 
@@ -790,7 +759,7 @@ TEST_P(SaveFaults, TheDiskIsFullAtEachCall) {
         makeFile(filler, std::string(1 << 17, 'x'));
         fs::resize_file(filler, fs::file_size(filler) - spared * 4096);
       };
-      troubles.push_back({"full disks", "No space left on device", fill,
+      troubles.push_back({" full disks", "No space left on device", fill,
                           [=](const TemporaryFolder&) { fs::remove(filler); }});
     }
     saveInTrouble(GetParam(), troubles);
@@ -803,7 +772,7 @@ TEST_P(SaveFaults, TheDiskIsMadeReadOnlyAtEachCall) {
     const auto remount = [&](unsigned long flags) {
       return mount("none", disk.c_str(), nullptr, MS_REMOUNT | flags, "size=64k") == 0;
     };
-    saveInTrouble(GetParam(), {{"read-only disks", "Read-only file system",
+    saveInTrouble(GetParam(), {{" read-only disks", "Read-only file system",
                                 [&](const TemporaryFolder&) { isDone = remount(MS_RDONLY) || isDone; },
                                 [&](const TemporaryFolder&) { EXPECT_TRUE(remount(0)); }}});
     EXPECT_TRUE(isDone);
@@ -820,7 +789,7 @@ TEST_P(SaveFaults, TheFolderLosesItsPermissionsAtEachCall) {
     ASSERT_TRUE(geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0));
     std::vector<Trouble> troubles;
     for (const mode_t mode : {0000, 0500, 0600, 0100})
-      troubles.push_back({"closed folders", "Permission denied", setMode(mode), setMode(0700)});
+      troubles.push_back({" closed folders", "Permission denied", setMode(mode), setMode(0700)});
     saveInTrouble(GetParam(), troubles);
   };
   EXPECT_EQ(inProcess(part), 0);
@@ -835,7 +804,7 @@ TEST(FolderFaults, EachCallFails) {
     std::size_t calls = 1;
     for (std::size_t number = 0; number < calls; ++number, ++points) {
       SCOPED_TRACE(std::to_string(number) + std::strerror(error));
-      const std::size_t descriptors = countDescriptors();
+      const std::size_t descriptors = KFLSystemFaults::countDescriptors();
       {
         std::vector<int> veids;
         KFA::KFAEnvConfig record;
@@ -869,7 +838,7 @@ TEST(FolderFaults, EachCallFails) {
         const bool isHarmless = error == 0 || (error == EINTR && isOfAPath);
         EXPECT_TRUE(!isHarmless || (result == 0 && read == 0));
       }
-      EXPECT_EQ(countDescriptors(), descriptors);
+      EXPECT_EQ(KFLSystemFaults::countDescriptors(), descriptors);
     }
   }
   std::cout << points << " failed calls of a folder\n";

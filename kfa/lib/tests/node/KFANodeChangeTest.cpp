@@ -24,8 +24,8 @@ using State = KFANodeChange::File::State;
 const KFA::KFARawConfigRules rules;
 
 std::string randomValue(std::mt19937& random) {
-  static const std::string pieces[] = {"a", " ",     "'",     "#",     "yes", "=", "\xc3\xa4",
-                                       ":", "$VEID", "was: ", "unset", ";",   ","};
+  static const std::string pieces[] = {"a",     " ",     "'",     "#", "yes", "=",   "\xc3\xa4", ":",
+                                       "$VEID", "was: ", "unset", ";", ",",   "\\a", "\x01"};
   std::string value;
   for (auto left = random() % 5; left > 0; --left)
     value += pieces[random() % std::size(pieces)];
@@ -205,12 +205,7 @@ TEST_F(NodeChangeTest, IsKilledAtEachCall) {
     std::map<std::string, std::string> after;
     const auto run = [&](std::size_t point, const std::function<void()>& act) {
       KFANodeChange change(&edit, {});
-      const auto now = [&](const KFLSystemFaults::Point& at) {
-        if (at.number == point / 2) act();
-        return 0;
-      };
-      const KFLSystemFaults faults(point % 2 == 0 ? KFLSystemFaults::Plan{now, {}, false}
-                                                  : KFLSystemFaults::Plan{{}, now, false});
+      const KFLSystemFaults faults(KFLSystemFaults::Plan::at(point / 2, point % 2 != 0, act));
       for (int i = 0; i < 2; ++i)
         change.judge(path(i));
       EXPECT_EQ(change.apply() != 0, breaksOff);

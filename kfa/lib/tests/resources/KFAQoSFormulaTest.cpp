@@ -105,6 +105,29 @@ TEST(QoSFormula, TermsAreEncoded) {
   EXPECT_NE(error.reason.find("second list"), std::string::npos) << error.reason;
 }
 
+// Whatever hands out a term that can be changed takes the fast form away.
+TEST(QoSFormula, TermsAreASequenceThatCanBeChanged) {
+  void (*const changes[])(KFAQVTerms&) = {
+      [](auto& terms) { terms[0] = {}; },       [](auto& terms) { terms.at(0) = {}; },
+      [](auto& terms) { terms.front() = {}; },  [](auto& terms) { terms.back() = {}; },
+      [](auto& terms) { *terms.begin() = {}; }, [](auto& terms) { terms.end(); },
+      [](auto& terms) { terms.push_back({}); }, [](auto& terms) { terms.pop_back(); },
+      [](auto& terms) { terms.resize(1); },     [](auto& terms) { terms.clear(); }};
+  const FormulaNames names;
+  for (const auto& change : changes) {
+    KFAQVPolishNotation notation;
+    ASSERT_EQ(names.tune.formFormula("a < 5", notation), 0);
+    notation.terms.reserve(9);
+    EXPECT_NE(notation.terms.program(), nullptr);
+    change(notation.terms);
+    EXPECT_EQ(notation.terms.program(), nullptr) << &change - changes;
+  }
+  const KFAQVTerms terms = {{1, 2}, {3, 4}};
+  EXPECT_TRUE(!terms.empty() && terms.front() == terms[0] && terms.back() == terms.at(1));
+  EXPECT_TRUE(terms.cbegin() == terms.begin() && terms.cend() - 1 == terms.begin() + 1);
+  EXPECT_EQ(terms.data()[1].value, 4);
+}
+
 TEST(QoSFormula, NumbersAreSinglePrecisionAndTruncated) {
   const FormulaNames names;
   // Whatever the program's locale, the point is a point.

@@ -35,6 +35,7 @@ static const Factory<KFAVtSettings, KFLVtSettings> factoryKFAVtSettings;
 static const Factory<KFAEnvConfig, KFLEnvConfig, KFLEnvConfig::Reader> factoryKFAEnvConfig;
 
 KFLLock configLock;
+static const KFL::KFLForkWaits<configLock> forkWaits;
 
 const limited_length_string<16> KFAEnv::type(kTechnologyName);
 

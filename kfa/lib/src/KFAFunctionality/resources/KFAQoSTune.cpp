@@ -77,18 +77,21 @@ struct SharedTune {
   KFAQVTune tune;
 };
 
+constinit KFLLock tunesLock;
+const KFL::KFLForkWaits<tunesLock> forkWaits;
+
 // The checkers by their vocabularies, which they do not keep alive.
 class SharedTunes {
  public:
   std::shared_ptr<const KFAQVTune> find(const KFLVocMapSP& vocabulary) {
-    const KFLLockGuard guard(lock_);
+    const KFLLockGuard guard(tunesLock);
     return findLocked(vocabulary);
   }
 
   // Of two threads that make one at the same time, both go on with the first.
   std::shared_ptr<const KFAQVTune> add(const KFLVocMapSP& vocabulary,
                                        const std::shared_ptr<const KFAQVTune>& tune) {
-    const KFLLockGuard guard(lock_);
+    const KFLLockGuard guard(tunesLock);
     if (auto known = findLocked(vocabulary)) return known;
     std::erase_if(known_, [](const Known& known) { return known.vocabulary.expired(); });
     known_.push_back({vocabulary, tune});
@@ -109,7 +112,6 @@ class SharedTunes {
     return nullptr;
   }
 
-  KFLLock lock_;
   std::vector<Known> known_;
 };
 
