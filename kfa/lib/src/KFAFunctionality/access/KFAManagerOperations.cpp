@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/access/KFAManagerOperations.h>
 
+#include <functional>
+
 #include <KFAFunctionality/access/KFAManagerForms.h>
 
 namespace KFA {
@@ -114,10 +116,11 @@ int answerEnvironments(const Operation& operation, const KFALibFunctionality& ma
   const auto manager = managers.multiplexer<KFAEnvM>().getLocal(ap, implementation);
   if (!manager) return refuseManager(operation, implementation);
   int sent = KFAManagerDone;
-  const int code = manager->each([&](const KFAEnvM::EnvSP& env) {
+  const auto send = [&](const KFAEnvM::EnvSP& env) {
     sent = sendPart(operation, env, sink, form);
     return sent;
-  });
+  };
+  const int code = manager->each(std::cref(send));
   return sent != KFAManagerDone ? sent : code;
 }
 
