@@ -34,7 +34,7 @@ int useTheLibraries() {
 }
 
 TEST(Forks, ChildFindsNoLockOfTheProcessTaken) {
-  KFL::setLogSink([](const KFL::LogRecord&, void*) {}, nullptr);
+  KFL::setLogSink([](const KFL::LogRecord&, void*) { std::this_thread::yield(); }, nullptr);
   std::atomic<bool> isOver{false};
   std::vector<std::thread> threads;
   for (int i = 0; i < 3; ++i) {
@@ -44,11 +44,13 @@ TEST(Forks, ChildFindsNoLockOfTheProcessTaken) {
     });
   }
   int stuck = 0;
-  for (int i = 0; i < 300 && stuck == 0; ++i) {
+  for (int i = 0; i < 1000 && stuck == 0; ++i) {
     const pid_t child = fork();
     if (child == 0) {
       alarm(20);
-      _exit(useTheLibraries());
+      const int failures = useTheLibraries();
+      KFL::setLogSink(nullptr, nullptr);  // waits for whoever is in the former sink
+      _exit(failures);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
