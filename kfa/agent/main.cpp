@@ -80,7 +80,8 @@ void logForJournal(const KFL::LogRecord& record, void*) {
 // 0, or -1 with an error text.
 int findNodeId(const std::string& given, KFLEID& id) {
   if (!given.empty()) return id.fromString(given);
-  constexpr sd_id128_t kAgent = SD_ID128_MAKE(6b, 1f, 0c, 52, 9e, 41, 4d, 0e, a5, 2d, 70, 3a, 88, 19, c4, f6);
+  constexpr sd_id128_t kAgent =
+      SD_ID128_ARRAY(6b, 1f, 0c, 52, 9e, 41, 4d, 0e, a5, 2d, 70, 3a, 88, 19, c4, f6);
   sd_id128_t machine;
   if (sd_id128_get_machine_app_specific(kAgent, &machine) < 0) {
     KFL::setErrorMessage("this machine has no id; --id would give the node one");
