@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <initializer_list>
 #include <iterator>
 #include <string>
@@ -547,6 +548,15 @@ void judgeCommand(const std::string& line, const Head& head, const Parsed& parse
   if (end != std::string::npos) setValue(line.substr(head.value, end - head.value), verdict);
 }
 
+bool hasBrokenCharacter(const std::string& line) {
+  std::mbstate_t state{};
+  for (std::size_t at = 0, size = 0; at < line.size(); at += size) {
+    size = std::mbrlen(&line[at], line.size() - at, &state);
+    if (size == 0 || size > line.size()) return true;
+  }
+  return false;
+}
+
 Verdict judge(const std::string& line) {
   Verdict verdict;
   const Head head = readHead(line);
@@ -565,6 +575,9 @@ Verdict judge(const std::string& line) {
   verdict.why = parsed.print();
   if (head.form == Head::Form::Plain) judgeCommand(line, head, parsed, verdict);
   if (verdict.allowed != Verdict::kMalformed && mayHaveBadSubstitution(line))
+    verdict.allowed |= Verdict::kMalformed;
+  // Of a byte that is no character bash takes what it likes behind the parenthesis of a sum.
+  if (line.find("((") != std::string::npos && hasBrokenCharacter(line))
     verdict.allowed |= Verdict::kMalformed;
   // The next line may be a here-document's as well, and bash expands what it takes for a subscript while it parses.
   const std::size_t subscript = std::min(line.find('['), line.size());

@@ -2,6 +2,7 @@
 #include "BashOracle.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -25,7 +26,10 @@ constexpr std::size_t kLinesOfOneBash = 100000;
 
 bool readExactly(int from, char* to, std::size_t size) {
   for (ssize_t n = 0; size > 0; to += n, size -= static_cast<std::size_t>(n)) {
-    if ((n = read(from, to, size)) <= 0) return false;
+    do
+      n = read(from, to, size);
+    while (n < 0 && errno == EINTR);
+    if (n <= 0) return false;
   }
   return true;
 }
@@ -33,6 +37,7 @@ bool readExactly(int from, char* to, std::size_t size) {
 bool writeExactly(int to, std::string_view text) {
   while (!text.empty()) {
     const ssize_t n = write(to, text.data(), text.size());
+    if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     text.remove_prefix(static_cast<std::size_t>(n));
   }

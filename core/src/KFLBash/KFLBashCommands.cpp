@@ -9,6 +9,22 @@ namespace KFL {
 
 namespace {
 
+// From the dollar sign before a brace or parenthesis to the one that closes it.
+void skipExpansion(KFLBashCursor& at) {
+  const char open = at.peek(1);
+  const char close = open == '(' ? ')' : '}';
+  std::size_t depth = 1;
+  for (at.advance(2); !at.isAtEnd(); at.advance()) {
+    if (at.peek() == '\\') {
+      at.advance();
+    } else if (at.peek() == close) {
+      if (--depth == 0) return;
+    } else if (at.peek() == open && (open == '(' || at.previous() == '$')) {
+      ++depth;
+    }
+  }
+}
+
 // Behind the bracket that closes the one under the cursor, quotes within it aside; false when none does.
 bool skipBrackets(KFLBashCursor& at) {
   std::size_t depth = 0;
@@ -20,7 +36,7 @@ bool skipBrackets(KFLBashCursor& at) {
     } else if (quote != '\0') {
       if (c == quote) quote = '\0';
     } else if (c == '$' && isOneOf(at.peek(1), "({")) {
-      at.advanceTo(at.peek(1) == '(' ? ')' : '}');
+      skipExpansion(at);
     } else if (isOneOf(c, "\"'`")) {
       quote = c;
     } else if (c == '[') {
@@ -42,11 +58,37 @@ bool isAssignment(std::string_view word) {
   return at.startsWith("=") || at.startsWith("+=");
 }
 
+// The text of the $'' under the cursor, which stands on its closing quote afterwards.
+std::string readAnsiQuote(KFLBashCursor& at) {
+  const std::size_t begin = at.position() + 2;
+  for (at.advance(2); !at.isAtEnd() && at.peek() != '\''; at.advance()) {
+    if (at.peek() == '\\') at.advance();
+  }
+  std::string text(at.since(begin));
+  KFLBashPieces pieces;
+  pieces.add(KFLBashPiece::Kind::Ansi, text.size());
+  text.resize(unquoteBashValue(text, pieces));
+  return text;
+}
+
+// The like of a word whose quotes are taken away.
 bool isQuotedAssignment(std::string_view word) {
   std::string bare;
+  char quote = '\0';
   for (KFLBashCursor at(word); !at.isAtEnd(); at.advance()) {
-    const bool isMark = isOneOf(at.peek(), "\"'\\`") || (at.peek() == '$' && isOneOf(at.peek(1), "\"'"));
-    if (!isMark) bare += at.peek();
+    const char c = at.peek();
+    if (c == '$' && quote == '\0' && at.peek(1) == '\'') {
+      bare += readAnsiQuote(at);
+    } else if (quote == '\'' && c != quote) {
+      bare += c;
+    } else if (isOneOf(c, "\"'") && (quote == '\0' || quote == c)) {
+      quote = quote == c ? '\0' : c;
+    } else if (c == '\\' && (quote == '\0' || isOneOf(at.peek(1), "$`\"\\"))) {
+      at.advance();
+      bare += at.peek();
+    } else if (c != '`' && (c != '$' || quote != '\0' || at.peek(1) != '"')) {
+      bare += c;
+    }
   }
   return isAssignment(bare);
 }
@@ -118,6 +160,8 @@ void KFLBashScanner::inList() {
   } else if (isBashMeta(c) && !isProcessSubstitution()) {
     oper();
   } else {
+    // A word that begins with <( is an operator to bash at first.
+    if (isBashMeta(c)) top().takesArrays = top().amongArrays = false;
     push(Context::Word, 0);
   }
 }
@@ -156,6 +200,7 @@ void KFLBashScanner::wordEnded() {
   switch (top().expect) {
     case Expect::FunctionName:
       top().expect = Expect::Compound;
+      top().mayName = true;
       return;
     case Expect::Simple:
       return coprocessBody(word) ? void() : argument(word);
@@ -207,6 +252,7 @@ void KFLBashScanner::beginSimple() {
   frame.takesArrays = frame.amongArrays;
   frame.redirected = false;
   frame.led = false;
+  frame.mayAssignMore = false;
   frame.words = 0;
   frame.assignments = 0;
 }
@@ -214,6 +260,7 @@ void KFLBashScanner::beginSimple() {
 void KFLBashScanner::argument(const Word& word) {
   Frame& frame = top();
   frame.mayName = false;
+  frame.mayAssignMore = (frame.mayTakeBody || frame.mayAssignMore) && isAssignment(word.text);
   frame.mayTakeBody = false;
   if (frame.words == 0) {
     if (isAssignment(word.text)) {
@@ -226,7 +273,7 @@ void KFLBashScanner::argument(const Word& word) {
     frame.takesArrays = frame.assigner || frame.amongArrays || word.text == "alias";
     frame.assignments = 0;
     frame.command = word.begin;
-  } else if (frame.assigner && isQuotedAssignment(word.text)) {
+  } else if (frame.assigner && (isAssignment(word.text) || isQuotedAssignment(word.text))) {
     ++frame.assignments;
     frame.lastAssignment = word.begin;
   }
@@ -317,6 +364,7 @@ void KFLBashScanner::redirection() {
   frame.led = leads;
   frame.mayName = false;
   frame.mayTakeBody = false;
+  frame.mayAssignMore = false;
   frame.wantsTarget = !read.isWhole;
   frame.hereDocument = read.isHereDocument;
   frame.takesNumber = read.takesNumber;
@@ -349,14 +397,25 @@ void KFLBashScanner::separator(End end, std::size_t length) {
   at_.advance(length);
 }
 
+// Whether the word up to here is the name of an assignment (or name+, or with a subscript) in a place where one may stand.
+bool KFLBashScanner::isHead(std::size_t end) const {
+  const Frame& word = frames_.back();
+  KFLBashCursor name = at_.at(word.opened);
+  name.skipName();
+  if (name.position() == word.opened) return false;
+  if (word.hasBracket && name.peek() == '[' && !skipBrackets(name)) return false;
+  if (name.peek() == '+') name.advance();
+  return name.position() == end && frames_.size() > 1 && acceptsAssignment(below(), at_.peek());
+}
+
 // mark: the = of an array or the [ of a subscript; behind export and its like only the former means anything. Behind
-// coproc NAME a command may begin.
+// coproc NAME a command may begin, and its assignments.
 bool KFLBashScanner::acceptsAssignment(const Frame& list, char mark) {
-  if (list.context == Context::Array || list.context == Context::Conditional) return false;
+  if (list.context == Context::Array || list.context == Context::Conditional || isHeader(list)) return false;
   if (list.wantsTarget) return list.mayAssign;
   if (list.expect == Expect::AfterCompound || list.expect == Expect::FunctionName) return false;
   if (list.expect != Expect::Simple) return true;
-  if (list.mayTakeBody) return true;
+  if (list.mayTakeBody || list.mayAssignMore) return true;
   return !list.redirected && (list.words == 0 || (list.takesArrays && mark == '='));
 }
 
@@ -379,8 +438,9 @@ void KFLBashScanner::openParenthesis() {
   Frame& frame = top();
   KFLBashCursor close = at_.ahead(1);
   close.skipBlanks();
-  const bool named = frame.expect == Expect::Simple && frame.mayName;
-  if ((named || frame.expect == Expect::Compound) && close.peek() == ')') {
+  const bool isNamed = frame.mayName && (frame.expect == Expect::Simple || frame.expect == Expect::Compound);
+  if (isNamed && close.peek() == ')') {
+    frame.mayName = false;
     frame.expect = Expect::Compound;
     at_ = close.ahead(1);
   } else if (wantsDo(frame) || (frame.expect == Expect::Simple && !frame.mayTakeBody) ||

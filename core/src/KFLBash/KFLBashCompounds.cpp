@@ -62,9 +62,16 @@ bool KFLBashScanner::wantsDo(const Frame& frame) {
   return frame.context == Context::Loop && frame.phase == kWantsDo;
 }
 
-// The words between for or case and the first list of commands; false elsewhere.
+// Whether words stand between for or case and the first list of commands, or are a clause's patterns: there none is an
+// assignment, whatever it looks like.
+bool KFLBashScanner::isHeader(const Frame& frame) {
+  return frame.context == Context::For || (frame.context == Context::Case && frame.phase != kClause);
+}
+
+// A word of a header; false elsewhere.
 bool KFLBashScanner::headerWord(const Word& word) {
   Frame& frame = top();
+  if (!isHeader(frame)) return false;
   if (frame.context == Context::For) {
     if (frame.phase == kForAfterName && word.text == "do") {
       frame.context = Context::Loop;
@@ -76,7 +83,6 @@ bool KFLBashScanner::headerWord(const Word& word) {
     }
     return true;
   }
-  if (frame.context != Context::Case || frame.phase == kClause) return false;
   if (frame.phase == kPattern && word.text == "esac") {
     compoundEnded();
   } else if ((frame.phase == kIn && word.text != "in") || frame.phase == kAfterPattern) {
@@ -87,9 +93,10 @@ bool KFLBashScanner::headerWord(const Word& word) {
   return true;
 }
 
-// Operators between for or case and the first list of commands; false elsewhere.
+// An operator in a header; false elsewhere.
 bool KFLBashScanner::headerOperator() {
   Frame& frame = top();
+  if (!isHeader(frame)) return false;
   const char c = at_.peek();
   if (frame.context == Context::For) {
     if (c == '(' && at_.peek(1) == '(' && frame.phase == kForName) {
@@ -104,7 +111,6 @@ bool KFLBashScanner::headerOperator() {
     }
     return true;
   }
-  if (frame.context != Context::Case || frame.phase == kClause) return false;
   if (c == '(' && frame.phase == kPattern) {
     frame.phase = kAlternative;
   } else if (c == '|' && frame.phase == kAfterPattern) {

@@ -200,10 +200,15 @@ void KFLBashScanner::inArithmetic(char open, char close) {
       ++top().depth;
       at_.advance();
     } else if (c == ';') {
-      ++top().words;
+      if (top().braces == 0) ++top().words;
       at_.advance();
-    } else if (c == '$' && isOneOf(at_.peek(1), "{[") && !isOfFor) {
-      // Here bash looks only for the end of the sum, and in a for for its parts: braces and brackets need no partner.
+    } else if (c == '$' && isOneOf(at_.peek(1), "{[")) {
+      // Bash looks for the end of the sum first, so these need no partner; then, in a for, for the parts that semicolons
+      // outside of ${ } divide.
+      if (isOfFor && at_.peek(1) == '{') ++top().braces;
+      at_.advance();
+    } else if (c == '}' && top().braces > 0) {
+      --top().braces;
       at_.advance();
     } else if (quoteOrExpansion(true)) {
       return;

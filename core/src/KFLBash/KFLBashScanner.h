@@ -131,19 +131,22 @@ class KFLBashScanner {
         false;         // or &>> behind other redirections that begin a command: there NAME= is an assignment
     bool led = false;  // of a simple command: by redirections
     bool headDone = false;     // of a word: its = or [ was seen
+    bool hasBracket = false;   // the [ was, and a = may follow that opens an array
     bool assigner = false;     // of a simple command: export and its like
     bool takesArrays = false;  // they, and alias: NAME=( ) may be an argument
     bool amongArrays = false;  // of a substitution: it stands in such an argument, and no operator yet in it
     bool mayName = false;      // of a simple command: its one word may be a function's name
     bool mayTakeBody = false;  // or a coprocess's, and a compound command follow
-    bool redirected = false;   // a redirection stands behind a word or a compound command
+    bool mayAssignMore = false;  // or nothing but assignments stand behind that name
+    bool redirected = false;     // a redirection stands behind a word or a compound command
     Timed timed = Timed::No;
     bool apart = false;      // what it assigns stays in it: a subshell, a function's body
     bool coprocess = false;  // of a simple command: the like
     bool piped = false;      // behind a |
     unsigned int words = 0;
     unsigned int assignments = 0;
-    std::size_t depth = 0;  // of parentheses or brackets
+    std::size_t depth = 0;   // of parentheses or brackets
+    std::size_t braces = 0;  // of the ${ in a for's sum
     std::size_t opened = 0;
     std::size_t command = 0;         // of a simple command: where its first word stands
     std::size_t lastAssignment = 0;  // and its last assignment
@@ -225,6 +228,7 @@ class KFLBashScanner {
   void closeParenthesis();
 
   // Compound commands.
+  static bool isHeader(const Frame& frame);
   bool headerWord(const Word& word);
   bool headerOperator();
   bool reservedWord(const Word& word);

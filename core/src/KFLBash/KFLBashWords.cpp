@@ -36,30 +36,27 @@ bool KFLBashScanner::quotesNothing() const {
   return around == Around::Word || (around == Around::Quotes && !isOneOf(at_.peek(1), "$`\"\\\n"));
 }
 
-// The first = or [ of a word; true when it opens an array or a subscript.
+// The first = or [ of a word; true when it opens an array or a subscript. A subscript that opens none may end in front of
+// the array, behind export and its like.
 bool KFLBashScanner::headMark() {
-  top().headDone = true;
   const bool isSubscript = at_.peek() == '[';
+  if (top().hasBracket && (isSubscript || at_.peek(1) != '(')) return false;
+  top().headDone = true;
   if (isSubscript && below().context == Context::Array && at_.position() == top().opened) {
     push(Context::Subscript, 1);
     return true;
   }
   if (!isSubscript && at_.peek(1) != '(') return false;
-  if (!isHead(at_.position())) return false;
+  if (!isHead(at_.position())) {
+    top().hasBracket = isSubscript && acceptsAssignment(below(), '=');
+    top().headDone = !top().hasBracket;
+    return false;
+  }
   if (isSubscript && at_.previous() == '+') return false;
   if (!isSubscript) at_.advance();
   push(isSubscript ? Context::Subscript : Context::Array, 1);
   if (!isSubscript) endText(at_.position());
   return true;
-}
-
-// Whether the word up to here is the name of an assignment (or name+) in a place where one may stand.
-bool KFLBashScanner::isHead(std::size_t end) const {
-  KFLBashCursor name = at_.at(frames_.back().opened);
-  name.skipName();
-  if (name.position() == frames_.back().opened) return false;
-  if (name.peek() == '+') name.advance();
-  return name.position() == end && frames_.size() > 1 && acceptsAssignment(below(), at_.peek());
 }
 
 void KFLBashScanner::subscriptEnded() {
@@ -88,10 +85,12 @@ void KFLBashScanner::inQuoted(char close) {
       const bool isSubscript = top().context == Context::Subscript;
       pop();
       return isSubscript ? subscriptEnded() : void();
-    } else if (substitutes && isProcessSubstitution()) {
-      return substitution();
-    } else if (substitutes && isOneOf(c, "<>") && isOneOf(at_.peek(1), "<>")) {
-      at_.advance(2);
+    } else if (substitutes && isOneOf(c, "<>")) {
+      // Of two of them the second begins nothing. A mark behind one is nothing to bash here.
+      while (isBashMark(at_.peek(1)))
+        at_.advance();
+      if (at_.peek(1) == '(') return substitution();
+      at_.advance(isOneOf(at_.peek(1), "<>") ? 2 : 1);
     } else if (inPattern && c == '$' && isOneOf(at_.peek(1), "{[")) {
       at_.advance();
     } else if (quoteOrExpansion(quotes)) {

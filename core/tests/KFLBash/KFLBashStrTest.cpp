@@ -88,7 +88,7 @@ const Group kMalformed[] = {
       "A=1 > ^>^f", "A=1 2>^2^>f", "A=x >^2^>y", "A=1 {a}>^{a}^>f", "A=1 >&^{a}^>f",
       // Reserved words.
       "A=1; ^then^", "A=1; ^}^", "A=1; ^fi^ x", "A=1; if x; then y; fi ^z^", "A=1; ^in^",
-      "A=1; for i in 1; ^x^; done",
+      "A=1; for i in 1; ^x^; done", "A=1; for i=^(^) do x; done", "A=1; case i=^(^) in x) esac",
       // Conditions.
       "A=1; [[ ^]]^", "A=1; [[ x ^y^ ]]", "A=1; [[ -f ^]]^", "A=1; [[ x = ^]]^", "A=1; [[ ( ^)^ ]]",
       "A=1; [[ x ^|^ y ]]", "A=1; [[ x == a^(^b) ]]", "A=1; [[ x ^(^y) ]]", "A=1; [[ \"-f\" ^x^ ]]",
