@@ -41,7 +41,8 @@ struct Loss {
 using Losses = std::multimap<std::size_t, Loss>;
 
 // Compares what was read with what was written. Children are held against children of the same name: first those that
-// are equal, wherever they stand, then the others in their order.
+// are equal, wherever they stand, then those that share what no other has, such as the key of an item, then the others in
+// their order.
 class Comparison {
  public:
   Comparison(const KFLMessageElements& source, const KFLMessageElements& written)
@@ -99,10 +100,60 @@ class Comparison {
     for (const auto& [hash, children] : equal)
       rest.insert(rest.end(), children.begin(), children.end());
     std::sort(rest.rbegin(), rest.rend());
-    std::unordered_map<std::string_view, std::vector<std::size_t>> byName;
-    for (const std::size_t child : rest)
-      byName[written_[child].name].push_back(child);
+    std::vector<std::size_t> left;
+    std::unordered_set<std::size_t> taken;
+    const Holders holders = holdersOf(rest);
     for (const std::size_t child : unequal) {
+      const std::size_t twin = findTwin(child, holders, taken);
+      if (twin == kNoElement)
+        left.push_back(child);
+      else
+        pairs_.emplace_back(child, twin);
+    }
+    std::erase_if(rest, [&](std::size_t child) { return taken.contains(child); });
+    pairInOrder(left, rest);
+  }
+
+  // Which of the elements has a child with that hash; kNoElement where several have.
+  using Holders = std::unordered_map<std::uint64_t, std::size_t>;
+
+  Holders holdersOf(const std::vector<std::size_t>& elements) const {
+    Holders holders;
+    for (const std::size_t element : elements) {
+      for (std::size_t child = written_[element].firstChild; child != kNoElement;
+           child = written_[child].nextSibling) {
+        const auto [holder, isNew] = holders.emplace(written_[child].hash, element);
+        if (!isNew && holder->second != element) holder->second = kNoElement;
+      }
+    }
+    return holders;
+  }
+
+  // The written element that shares the most with it that no other has, marked as taken; kNoElement when none does.
+  std::size_t findTwin(std::size_t element, const Holders& holders,
+                       std::unordered_set<std::size_t>& taken) const {
+    std::map<std::size_t, std::size_t> shared;
+    std::size_t twin = kNoElement, most = 0;
+    for (std::size_t child = source_[element].firstChild; child != kNoElement;
+         child = source_[child].nextSibling) {
+      const auto holder = holders.find(source_[child].hash);
+      if (holder == holders.end() || holder->second == kNoElement || taken.contains(holder->second) ||
+          written_[holder->second].name != source_[element].name)
+        continue;
+      const std::size_t count = ++shared[holder->second];
+      if (count <= most) continue;
+      most = count;
+      twin = holder->second;
+    }
+    if (twin != kNoElement) taken.insert(twin);
+    return twin;
+  }
+
+  void pairInOrder(const std::vector<std::size_t>& children, const std::vector<std::size_t>& written) {
+    std::unordered_map<std::string_view, std::vector<std::size_t>> byName;
+    for (const std::size_t child : written)
+      byName[written_[child].name].push_back(child);
+    for (const std::size_t child : children) {
       std::vector<std::size_t>& candidates = byName[source_[child].name];
       if (candidates.empty()) {
         add(child, "not kept", source_.countBelow(child), true);
