@@ -3,6 +3,7 @@
 // values with the new ones among them; and a plain line means to the grammar what it means without. The input is lines KEY=VALUE, a line "--", and the file.
 #include <algorithm>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -36,19 +37,20 @@ std::string rewrite(const std::string& text, const Values& values) {
   return out.str();
 }
 
-// Whether a line can have the key: bash keeps some names for itself.
-bool isPlainName(const std::string& key) {
-  const bool isWord = std::all_of(key.begin(), key.end(), [](char c) { return KFL::isAlnum(c) || c == '_'; });
-  const std::string line = KFL::toUpper(key) + "=";
-  return isWord && KFL::examineBashLine(line.c_str()).kind == KFL::KFLBashLine::Kind::Assignment;
-}
+// Names that bash keeps for itself; a key is in lower case, and then only "_" is one of them.
+const std::set<std::string> kOfBash = {
+    "BASHOPTS",    "BASHPID",       "BASH_ARGC",     "BASH_ARGV", "BASH_COMMAND",  "BASH_LINENO",
+    "BASH_SOURCE", "BASH_SUBSHELL", "BASH_VERSINFO", "DIRSTACK",  "EPOCHREALTIME", "EPOCHSECONDS",
+    "EUID",        "FUNCNAME",      "GROUPS",        "HISTCMD",   "LINENO",        "PIPESTATUS",
+    "PPID",        "RANDOM",        "SHELLOPTS",     "SRANDOM",   "UID",           "_"};
 
 Values changesOf(const std::vector<std::string>& lines) {
   Values changes;
   for (const std::string& line : lines) {
     const std::string key = KFL::toLower(line.substr(0, line.find('=')));
     const std::string value = line.substr(std::min(line.size(), key.size() + 1));
-    if (isPlainName(key) && KFL::isBashSafe(value, nullptr) && value.find('\0') == std::string::npos)
+    if (KFL::isBashName(key) && key != "_" && KFL::isBashSafe(value, nullptr) &&
+        value.find('\0') == std::string::npos)
       changes[key] = value;
   }
   if (changes.empty()) changes["fuzz_key"] = "$VEID 'x' # y";
@@ -70,7 +72,7 @@ std::string model(const std::string& text, Values values) {
     result += line + "\n";
   }
   for (const auto& [key, value] : left)
-    result += KFL::toUpper(key) + "=\"" + value + "\"\n";
+    result += (kOfBash.count(KFL::toUpper(key)) != 0 ? key : KFL::toUpper(key)) + "=\"" + value + "\"\n";
   return result;
 }
 

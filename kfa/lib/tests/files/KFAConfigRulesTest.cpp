@@ -270,6 +270,9 @@ const SetRow kRawSets[] = {
     {"", "groups=0", "f: GROUPS: a variable that bash itself sets"},
     {"uid=1\n", "UID=0", "uid=\"0\"\n"},
     {"uid=1\n", "UID=0|FUNCNAME=x", "f: FUNCNAME: a variable"},
+    {"b=1\nA=1\n", "A=x\"", "f:2:6: the double quote is not closed; nobody could read", kUnsafe},
+    {"", "A=x\\", "f:1:3: the double quote is not closed; nobody could read", kUnsafe},
+    {"", "A=\"b\"", "A=\"\"b\"\"\n", kUnsafe},
 };
 
 template <std::size_t N>

@@ -38,16 +38,17 @@ TEST(KFAKFConfigBashParser, FieldsFollowTheLastLineAndTheMapTheFirst) {
   EXPECT_EQ(Parser::ParameterParserGet(settings).get("other", value), -1001);
 }
 
-// A file that is sourced takes no line that assigns nothing, or runs something.
+// A file that is sourced takes no line that assigns nothing, or runs something, or that bash refuses.
 TEST(KFAKFConfigBashParser, WhatIsNoNameStaysOutOfTheFile) {
   KFAVtSettings settings;
   settings.setLockDir(KFAVtSettings::Text("/l"));
-  settings.setValues({{"", "boo"}, {"a b", "1"}, {"1x", "2"}, {"x;reboot", "3"}, {"b-c", "5"}, {"z", "4"}});
-  EXPECT_EQ(write(settings, "", false), "Z=\"4\"\nLOCKDIR=\"/l\"\n");
+  settings.setValues(
+      {{"", "boo"}, {"a b", "1"}, {"1x", "2"}, {"x;reboot", "3"}, {"b-c", "5"}, {"uid", "6"}, {"z", "4"}});
+  EXPECT_EQ(write(settings, "", false), "uid=\"6\"\nLOCKDIR=\"/l\"\nZ=\"4\"\n");
   std::ostringstream out;
   EXPECT_EQ(KFA::KFARawConfigBashParser::getInstance()->putConfig(settings.getValues(), out, nullptr, false),
             0);
-  EXPECT_EQ(out.str(), "Z=\"4\"\n");
+  EXPECT_EQ(out.str(), "uid=\"6\"\nZ=\"4\"\n");
 }
 
 TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {

@@ -231,8 +231,9 @@ void rewriteLines(G& parser, std::istream& existing, ConfigOutput& out, WrittenK
 }  // namespace detail
 
 // Writes what the parser has. With merge and an existing file every line of that is copied first, only the values of
-// the parser's keys replaced; keys that it lacks are appended in upper case, in the order of getNext. 0, or -1 with an
-// error text when the output stream has failed.
+// the parser's keys replaced; keys that it lacks are appended in upper case, in the order of getNext; one that bash keeps
+// for itself in upper case, such as UID, as the parser gives it. 0, or -1 with an error text when the output stream has
+// failed.
 template <class G>
 int serializeBashLikeConfig(G& parser, std::ostream& out, std::istream* existing, bool merge) {
   detail::ConfigOutput output(out);

@@ -114,6 +114,34 @@ int refuseFaultyLines(std::string_view text, const std::string& name) {
   return 0;
 }
 
+bool assigns(std::string_view text, const std::string& key) {
+  for (BashLines lines(text); lines.next();) {
+    const KFL::KFLBashLine line = lines.examine();
+    if (line.kind == KFL::KFLBashLine::Kind::Assignment && KFL::toLower(std::string(line.name)) == key)
+      return true;
+  }
+  return false;
+}
+
+// Refuses names that a line would have in lower case only, unless one has it so.
+int refuseKeptNames(std::string_view text, const KFAConfigChanges& changes, const std::string& name) {
+  for (const auto& [key, value] : changes) {
+    const std::string upper = KFL::toUpper(key);
+    if (isKeptByBash(upper) && !assigns(text, key))
+      return refuse(name,
+                    upper + ": a variable that bash itself sets and no file can; another name is wanted");
+  }
+  return 0;
+}
+
+// A value that is no safe text may end its line elsewhere, but nobody may be kept from reading the file.
+int refuseUnreadable(std::string_view text, const std::string& name) {
+  if (refuseFaultyLines(text, name) == 0) return 0;
+  const std::string fault = KFL::getErrorMessage();
+  KFL::setErrorMessage("%s; nobody could read the file any more", fault.c_str());
+  return -1;
+}
+
 }  // namespace
 
 int setConfigValues(const KFAConfigRules& rules, const KFAConfigChanges& changes,
@@ -124,13 +152,14 @@ int setConfigValues(const KFAConfigRules& rules, const KFAConfigChanges& changes
   if (normalize(rules, changes, name, normal) != 0) return -1;
   if (acceptAll(rules, normal, options, name, unsafe) != 0) return -1;
   const bool faulty = refuseFaultyLines(text, name) != 0;
-  if (faulty && !options.force) return -1;
+  if ((faulty && !options.force) || refuseKeptNames(text, normal, name) != 0) return -1;
 
   KFAMemoryStream existing(text);
   std::ostringstream out;
   ChangesParser parser(normal);
   if (serializeBashLikeConfig(parser, out, &existing, true) != 0) return refuse(name, KFL::getErrorMessage());
   std::string after = std::move(out).str();
+  if (unsafe && !faulty && refuseUnreadable(after, name) != 0) return -1;
   if (!unsafe && !faulty && rules.readsBack(after, normal) != 0) return refuse(name, KFL::getErrorMessage());
   result = std::move(after);
   return 0;

@@ -27,7 +27,7 @@ namespace KFA {
 inline constexpr std::size_t kMaxConfigFileSize = std::size_t{1} << 30;
 
 struct KFASetOptions {
-  // Takes values that a shell would not read back as they stand; a newline never.
+  // Takes values that a shell would not read back as they stand, as long as it can read the file; a newline never.
   bool allowUnsafe = false;
   // Rewrites a file in which a quote or a line is left open, or that cannot be read.
   bool force = false;

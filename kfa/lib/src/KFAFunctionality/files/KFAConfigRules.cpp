@@ -113,15 +113,12 @@ void KFARawConfigRules::order(KFAConfigChanges& changes) const {
   std::sort(changes.begin(), changes.end());
 }
 
-// A line that has the key in lower case may assign it where an added one, in upper case, does not.
 int KFARawConfigRules::readsBack(const std::string& text, const KFAConfigChanges& changes) const {
   KFAMemoryStream stream(text);
   std::map<std::string, std::string> values;
   const int result = KFARawConfigBashParser::getInstance()->getConfig(stream, values);
   for (const auto& [key, value] : changes) {
     const auto found = values.find(key);
-    if (found == values.end() && !isAssignable(KFL::toUpper(key)))
-      return refuse(key, "a variable that bash itself sets and no file can; another name is wanted");
     if (result != 0) continue;
     if (found == values.end()) return refuse(key, "would not be read back");
     const std::string loss = compareTexts(value, found->second);
