@@ -37,6 +37,16 @@ bool isSafe(const KFAEnvConfig& config) {
   return true;
 }
 
+// The pieces of a value: devices, or words. A device without a text, as venet0 is, leaves its semicolon.
+std::vector<std::string> piecesOf(const std::string& key, const std::string& value) {
+  std::istringstream in(value);
+  std::vector<std::string> pieces;
+  if (key != "netif") return {std::istream_iterator<std::string>(in), {}};
+  for (std::string device; std::getline(in, device, ';');)
+    if (!device.empty()) pieces.push_back(device);
+  return pieces;
+}
+
 // The keys that have a value, as a file holds it: words with one blank between two.
 std::string valuesOf(const KFAEnvConfig& config) {
   KFAEnvConfig copy(config);
@@ -45,8 +55,7 @@ std::string valuesOf(const KFAEnvConfig& config) {
   std::string all;
   for (std::string key, value; keys.getNext(key, key) == KFA::kParameterDone; value.clear()) {
     if (keys.get(key, value) != KFA::kParameterDone) continue;
-    std::istringstream in(value);
-    std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+    std::vector<std::string> words = piecesOf(key, value);
     static const std::set<std::string> kSets = {"iptables", "offline_service", "roles", "searchdomain"};
     if (kSets.count(key) != 0) std::sort(words.begin(), words.end());
     if (words.empty()) continue;

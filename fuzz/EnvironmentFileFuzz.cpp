@@ -67,6 +67,16 @@ std::string all(std::initializer_list<std::string_view> parts) {
   return text;
 }
 
+// Whether a device but venet0 is the first that is host-routed: its addresses become those of IP_ADDRESS when the record is
+// written, and then those of venet0.
+bool isRoutedElsewhere(const KFAEnvConfig& record) {
+  KFAEnvConfig::NetVEths devices;
+  require(record.getNetVEths(devices) == 0, "a record has its devices");
+  for (const KFA::KFANetVEth& device : devices.getValue())
+    if (device.getHostRouted()) return device.getName() != "venet0";
+  return false;
+}
+
 // The record of a file that gives cause to no word.
 void requireSameAgain(const std::string& text, const KFAEnvConfig& record) {
   for (const std::string& written : {kfl_fuzz::writtenFile(record), kfl_fuzz::mergedFile(record, text)}) {
@@ -77,8 +87,9 @@ void requireSameAgain(const std::string& text, const KFAEnvConfig& record) {
             all({text, written, kfl_fuzz::differences(record, again)}));
     // That a device asks for its addresses is told by IP_ADDRESS alone, which then has none to tell.
     const std::string message = messageOf(record);
-    require(message.find(">dhcp<") != std::string::npos || message == messageOf(again),
-            "what is written brings the same message", all({text, message, written, messageOf(again)}));
+    const bool isOther = message.find(">dhcp<") != std::string::npos || isRoutedElsewhere(record);
+    require(isOther || message == messageOf(again), "what is written brings the same message",
+            all({text, message, written, messageOf(again)}));
   }
   const std::string written = kfl_fuzz::writtenFile(record);
   KFAEnvConfig again;
