@@ -13,6 +13,7 @@
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
+#include <KFAFunctionality/node/KFAEnvironmentText.h>
 
 #include "Environments.h"
 #include "RecordMessages.h"
@@ -85,9 +86,10 @@ void check(const KFL::KFLMessage& message) {
   const std::string file = kfl_fuzz::writtenFile(sent);
   KFAEnvConfig read;
   require(readFile(file, read), "the file of a message is read", file);
-  if (!kfl_fuzz::isFaultless(file)) return;
+  if (KFA::checkWritable(kfl_fuzz::environmentParser(), sent, {}, "f") != 0) return;
   const std::string before = valuesOf(sent), after = valuesOf(read);
   require(before == after, "a file holds what was sent", before + "--\n" + after);
+  if (!kfl_fuzz::isFaultless(file)) return;
 
   KFAEnvConfig received;
   const KFL::KFLMessage answer = messageOf(read);

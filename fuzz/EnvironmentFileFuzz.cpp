@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <KFLBash/KFLBashStr.h>
+#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
@@ -21,6 +22,7 @@
 #include <KFAFunctionality/files/KFAConfigFile.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/files/KFARawConfigBashParser.h>
+#include <KFAFunctionality/node/KFAEnvironmentText.h>
 
 #include "Environments.h"
 
@@ -77,6 +79,14 @@ bool isRoutedElsewhere(const KFAEnvConfig& record) {
   return false;
 }
 
+// What was read from a file can be written into one, if only shells read its values back.
+void requireWritable(const std::string& text, const KFAEnvConfig& record) {
+  const KFAEnvConfig whole = KFA::withoutCompletion(kfl_fuzz::environmentParser(), record);
+  if (KFA::checkWritable(kfl_fuzz::environmentParser(), whole, {}, "f") == 0) return;
+  const std::string fault = KFL::getErrorMessage();
+  require(fault.find("would be read as") == std::string::npos, "what was read can be written", text + fault);
+}
+
 // The record of a file that gives cause to no word.
 void requireSameAgain(const std::string& text, const KFAEnvConfig& record) {
   for (const std::string& written : {kfl_fuzz::writtenFile(record), kfl_fuzz::mergedFile(record, text)}) {
@@ -102,6 +112,7 @@ void check(const std::string& text) {
   const bool isRead = read(text, record);
   requireFindings(text, isRead);
   if (!isRead) return;
+  requireWritable(text, record);
   if (kfl_fuzz::isFaultless(text))
     requireSameAgain(text, record);
   else
