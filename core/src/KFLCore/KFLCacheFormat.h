@@ -177,6 +177,13 @@ T* objectAt(std::span<std::byte> bytes, std::int64_t offset) {
   return reinterpret_cast<T*>(bytes.data() + offset);
 }
 
+// The like of what begins the data of a block; null also where none can begin, so that a wrong pointer changes no header.
+template <class T>
+T* dataAt(std::span<std::byte> bytes, std::int64_t offset) {
+  constexpr std::int64_t kFirst = kCacheHeaderSize + sizeof(KFLHeapBlock);
+  return offset < kFirst || offset % kHeapUnit != 0 ? nullptr : objectAt<T>(bytes, offset);
+}
+
 }  // namespace KFL
 
 #endif

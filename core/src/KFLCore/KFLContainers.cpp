@@ -23,7 +23,7 @@ bool decRef(std::int32_t& references) {
 }
 
 KFLSnapshotView::KFLSnapshotView(std::span<std::byte> memory, std::int64_t offset) : memory_(memory) {
-  auto* const head = objectAt<KFLSnapshotHead>(memory, offset);
+  auto* const head = dataAt<KFLSnapshotHead>(memory, offset);
   if (head == nullptr) return;
   const std::uint32_t count = loadWord(head->count);
   if (count > loadWord(head->capacity) || !liesWithin(offset, snapshotBytes(count), memory.size())) return;
@@ -44,7 +44,7 @@ KFLItemHead* KFLSnapshotView::findItem(std::uint32_t index, std::uint32_t& size)
   const std::int32_t& pointer = records()[index].item;
   const auto at = reinterpret_cast<const std::byte*>(&pointer) - memory_.data();
   const std::int64_t offset = targetOf(static_cast<std::uint64_t>(at), loadWord(pointer));
-  auto* const item = objectAt<KFLItemHead>(memory_, offset);
+  auto* const item = dataAt<KFLItemHead>(memory_, offset);
   if (item == nullptr) return nullptr;
   size = loadWord(item->size);
   return liesWithin(offset, itemBytes(size), memory_.size()) ? item : nullptr;
