@@ -505,7 +505,9 @@ class Patch {
     after_.clear();
     at_ = 0;
   }
+  void requireMark() const { require(!lacksMark_, "a line that no newline ends is marked", name_); }
   void beginHunk(const std::string& line) {
+    requireMark();
     std::size_t first = 0, first2 = 0;
     left_ = right_ = 1;
     std::istringstream in(line.substr(4));
@@ -524,13 +526,16 @@ class Patch {
     const std::string content = line.substr(1);
     if (line.front() == '\\') {
       if (last_ != '-' && !after_.empty()) after_.pop_back();
+      lacksMark_ = false;
       return;
     }
+    requireMark();
     last_ = line.front();
     if (last_ != '+') {
       const std::string held = at_ < before_.size() ? before_[at_] : "(none)";
       require(held == content || held + "\n" == content, "a difference shows the lines that there are",
               line + held);
+      lacksMark_ = !held.ends_with('\n');
       ++at_;
       --left_;
     }
@@ -541,6 +546,7 @@ class Patch {
   }
   void finish() {
     if (name_.empty()) return;
+    requireMark();
     for (; at_ < before_.size(); ++at_)
       after_ += before_[at_];
     files_[name_] = after_;
@@ -552,6 +558,7 @@ class Patch {
   std::vector<std::string> before_;
   std::size_t at_ = 0, left_ = 0, right_ = 0;
   char last_ = ' ';
+  bool lacksMark_ = false;  // the line before has no newline, and must be told so
 };
 
 bool isChange(const Line& line) {
@@ -700,6 +707,24 @@ std::size_t errorsOf(const std::string& file) {
   return outcome.out.empty() ? 0 : Json::parse(outcome.out).size();
 }
 
+// Several files are fixed as each alone is.
+void checkFixOfMany(Choices& choices) {
+  const std::string other = environmentOf(choices);
+  if (other == "given") return;
+  const std::string given = runs().content("given"), before = runs().content(other);
+  const Words both{"config", "fix", "--apply", "given", other};
+  const Outcome outcome = check(both, {});
+  const std::string fixed = runs().content("given"), otherFixed = runs().content(other);
+  runs().put("given", given);
+  runs().put(other, before);
+  const Outcome first = check({"config", "fix", "--apply", "given"}, {});
+  const Outcome second = check({"config", "fix", "--apply", other}, {});
+  require(outcome.status == std::max(first.status, second.status), "the status is that of the worst",
+          all(both, outcome));
+  require(runs().content("given") == fixed && runs().content(other) == otherFixed,
+          "several files are fixed as each alone is", fixed + "--\n" + otherFixed);
+}
+
 // What is fixed stays so, and nothing gets worse.
 void checkFix() {
   const std::size_t errors = errorsOf("given");
@@ -780,7 +805,7 @@ void checkTogether(const std::string& given, Choices& choices) {
     case 3:
       return checkMessage(choices);
     case 4:
-      return checkFix();
+      return choices.oneIn(2) ? checkFixOfMany(choices) : checkFix();
     case 5:
       return checkMerge(choices);
     case 6:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFAEnvironmentText.h>
 
-#include <map>
 #include <sstream>
 #include <utility>
 
@@ -47,47 +46,28 @@ int refuseOpenLines(const std::string& name, std::string_view text) {
   return 0;
 }
 
-// The keys of the record that have a value, with what a file would hold.
-std::map<std::string, std::string> valuesOf(const KFAEnvConfigBashParser& parser,
-                                            const KFAEnvConfig& config) {
-  KFAEnvConfig written(config);
-  KFAEnvConfigBashParser::updateIp(&written);
-  KFAEnvConfigBashParser::ParameterParserGet keys(written, parser);
-  std::map<std::string, std::string> values;
-  std::string value;
-  for (std::string key; keys.getNext(key, key) == kParameterDone;)
-    if (keys.get(key, value) == kParameterDone) values[key] = value;
-  return values;
-}
-
-// A device without a text, as venet0 is, leaves its semicolon.
-std::string withoutEmptyDevices(const std::string& value) {
-  std::string devices;
+// What NETIF of a file would hold; empty when the record has no devices. One without a text, as venet0 is, leaves nothing.
+std::string devicesOf(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config) {
+  std::string value, devices;
+  if (KFAEnvConfigBashParser::ParameterParserGet(config, parser).get("netif", value) != kParameterDone)
+    return devices;
   KFL::getToken tokens(value.c_str(), ";", 0);
   for (std::string_view device; tokens.next(device);)
     devices.append(devices.empty() ? "" : ";").append(device);
   return devices;
 }
 
-// Whether a file with the values gives them back: a network whose name has a comma becomes another one.
-int refuseOtherValues(const KFAEnvConfigBashParser& parser, const std::map<std::string, std::string>& values,
-                      const std::string& name) {
-  std::string file;
-  for (const auto& [key, value] : values)
-    file.append(KFL::toUpper(key)).append("=\"").append(value).append("\"\n");
+// Whether a file gives the devices back: a network whose name has a comma becomes another one.
+int refuseOtherDevices(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
+                       const std::string& name) {
+  const std::string written = devicesOf(parser, config);
   KFAEnvConfig read;
-  if (readEnvironment(parser, file, name, read) != 0) return -1;
-  std::map<std::string, std::string> given = valuesOf(parser, withoutCompletion(parser, read));
-  for (const auto& [key, value] : values) {
-    const bool isDevices = key == "netif";
-    const std::string wanted = isDevices ? withoutEmptyDevices(value) : value;
-    const std::string got = isDevices ? withoutEmptyDevices(given[key]) : given[key];
-    if (wanted == got) continue;
-    setErrorMessage("%s: %s: %s would be read as %s", name.c_str(), KFL::toUpper(key).c_str(),
-                    quoteText(wanted).c_str(), quoteText(got).c_str());
-    return -1;
-  }
-  return 0;
+  if (readEnvironment(parser, "NETIF=\"" + written + "\"\n", name, read) != 0) return -1;
+  const std::string given = devicesOf(parser, read);
+  if (given == written) return 0;
+  setErrorMessage("%s: NETIF: %s would be read as %s", name.c_str(), quoteText(written).c_str(),
+                  quoteText(given).c_str());
+  return -1;
 }
 
 }  // namespace
@@ -119,16 +99,19 @@ KFAEnvConfig withoutCompletion(const KFAEnvConfigBashParser& parser, const KFAEn
 
 int checkWritable(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
                   const KFASetOptions& options, const std::string& name) {
-  const std::map<std::string, std::string> values = valuesOf(parser, config);
+  KFAEnvConfig written(config);
+  KFAEnvConfigBashParser::updateIp(&written);
+  KFAEnvConfigBashParser::ParameterParserGet keys(written, parser);
+  std::string value;
   std::string reason;
-  for (const auto& [key, value] : values) {
-    if (KFL::isBashSafe(value, &reason)) continue;
+  for (std::string key; keys.getNext(key, key) == kParameterDone;) {
+    if (keys.get(key, value) != kParameterDone || KFL::isBashSafe(value, &reason)) continue;
     if (options.allowUnsafe && value.find('\n') == std::string::npos) continue;
     setErrorMessage("%s: %s: %s; a text that a shell reads back as it stands is wanted", name.c_str(),
                     KFL::toUpper(key).c_str(), reason.c_str());
     return -1;
   }
-  return options.allowUnsafe ? 0 : refuseOtherValues(parser, values, name);
+  return options.allowUnsafe ? 0 : refuseOtherDevices(parser, config, name);
 }
 
 int writeEnvironment(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
