@@ -664,14 +664,20 @@ void checkPrinted(Choices& choices) {
   }
 }
 
-// A value that is set is there, and each other one as it was.
+// A value that is set is there, and each other one as it was, as a try has shown.
 void checkSet(Choices& choices) {
   const std::string group = choices.oneOf({"raw", "config", "global"});
   const auto [key, value] = kfl_fuzz::keyAndValue(choices);
   const Words get{"raw", "get", "given", "--json"};
   const Outcome before = check(get, {});
   const Words words{group, "set", "given", key + "=" + value};
-  if (check(words, {}).status != 0 || before.status != 0) return;
+  const Files former = runs().files();
+  Files latter;
+  const Outcome shown = check({group, "set", "--dry-run", "given", key + "=" + value}, {});
+  const Outcome set = check(words, {}, &latter);
+  require(set.status == 2 || Patch(former).apply(shown.out) == latter, "what is set is what was shown",
+          all(words, shown));
+  if (set.status != 0 || before.status != 0) return;
   const Outcome after = check(get, {});
   require(after.status == 0, "a file that was changed can be read", all(words, after));
   Json was = Json::parse(before.out), is = Json::parse(after.out);
