@@ -58,11 +58,7 @@ std::string valuesOf(const KFAEnvConfig& config) {
     if (keys.get(key, value) != KFA::kParameterDone) continue;
     std::vector<std::string> words = piecesOf(key, value);
     static const std::set<std::string> kSets = {"iptables", "offline_service", "roles", "searchdomain"};
-    // A word of a message that has a blank is several in a file, and none of a set stands there twice.
-    if (kSets.count(key) != 0) {
-      std::sort(words.begin(), words.end());
-      words.erase(std::unique(words.begin(), words.end()), words.end());
-    }
+    if (kSets.count(key) != 0) std::sort(words.begin(), words.end());
     if (words.empty()) continue;
     all.append(key).append(" =");
     for (const std::string& word : words)

@@ -84,7 +84,7 @@ void requireWritable(const std::string& text, const KFAEnvConfig& record) {
   const KFAEnvConfig whole = KFA::withoutCompletion(kfl_fuzz::environmentParser(), record);
   if (KFA::checkWritable(kfl_fuzz::environmentParser(), whole, {}, "f") == 0) return;
   const std::string fault = KFL::getErrorMessage();
-  require(fault.find("would be read as") == std::string::npos, "what was read can be written", text + fault);
+  require(fault.find("would be read") == std::string::npos, "what was read can be written", text + fault);
 }
 
 // The record of a file that gives cause to no word.

@@ -10,6 +10,7 @@
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFABashLines.h>
+#include <KFAFunctionality/files/KFABashParse.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/node/KFAConfigLines.h>
 
@@ -70,6 +71,32 @@ int refuseOtherDevices(const KFAEnvConfigBashParser& parser, const KFAEnvConfig&
   return -1;
 }
 
+// Whether each text of a list is one word, as a file holds it.
+template <class Record, class Property>
+int refuseOtherWords(const KFAEnvConfig& config, int (Record::*get)(Property&) const, const char* key,
+                     const std::string& name) {
+  Property words;
+  if ((config.*get)(words) != 0) return 0;
+  for (const std::string& word : words.getValue()) {
+    if (!word.empty() && word.find_first_of(spaceDelimiterProvider::delimiterLine) == std::string::npos)
+      continue;
+    setErrorMessage("%s: %s: %s would be read otherwise; each is one word", name.c_str(), key,
+                    quoteText(word).c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int refuseOtherLists(const KFAEnvConfig& config, const std::string& name) {
+  using R = KFAEnvConfig;
+  const bool isRefused = refuseOtherWords(config, &R::getNameservers, "NAMESERVER", name) != 0 ||
+                         refuseOtherWords(config, &R::getSearchDomains, "SEARCHDOMAIN", name) != 0 ||
+                         refuseOtherWords(config, &R::getIPTables, "IPTABLES", name) != 0 ||
+                         refuseOtherWords(config, &R::getServerRoles, "ROLES", name) != 0 ||
+                         refuseOtherWords(config, &R::getOfflineServices, "OFFLINE_SERVICE", name) != 0;
+  return isRefused ? -1 : 0;
+}
+
 }  // namespace
 
 int readEnvironment(const KFAEnvConfigBashParser& parser, std::string_view text, const std::string& name,
@@ -111,7 +138,8 @@ int checkWritable(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& conf
                     KFL::toUpper(key).c_str(), reason.c_str());
     return -1;
   }
-  return options.allowUnsafe ? 0 : refuseOtherDevices(parser, config, name);
+  if (options.allowUnsafe) return 0;
+  return refuseOtherLists(config, name) != 0 ? -1 : refuseOtherDevices(parser, config, name);
 }
 
 int writeEnvironment(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
