@@ -23,8 +23,6 @@ KFLBashJudgement judgeBashLine(std::string_view line);
 // not keep its text.
 bool isReadOnlyBashName(std::string_view name);
 bool isIgnoredBashName(std::string_view name);
-// Either; it may not be empty. Quick for nearly all names.
-bool isSpecialBashName(std::string_view name);
 
 }  // namespace KFL
 

@@ -50,6 +50,7 @@ bool isIgnoredBashName(std::string_view name) {
 }
 
 bool isSpecialBashName(std::string_view name) {
+  if (name.empty()) return false;
   const std::uint32_t lengths = kLengths[static_cast<unsigned char>(name.front())];
   if (name.size() >= 32 || ((lengths >> name.size()) & 1U) == 0) return false;
   return isReadOnlyBashName(name) || isIgnoredBashName(name);

@@ -110,6 +110,10 @@ bool readPlainBashLine(std::string_view text, KFLBashPlainLine& plain);
 // Whether the text can be the name of an assignment: letters, digits and underscores, no digit first.
 bool isBashName(std::string_view text);
 
+// Whether bash keeps that name for itself, as it does UID, which it does not let be set, and LINENO, which it computes: no
+// line assigns it. In lower case none but "_" is.
+bool isSpecialBashName(std::string_view name);
+
 // Whether bash reads KEY="value", with this value put between the quotes as it stands, back as the same text
 // and runs nothing. $VEID and ${VEID} are welcome, although bash expands them. When it is not safe and reason
 // is not null, *reason says why and at which character.

@@ -7,8 +7,6 @@
 #include <new>
 #include <streambuf>
 
-#include "KFABashLines.h"
-
 namespace KFA {
 
 namespace {
@@ -143,8 +141,12 @@ void ConfigOutput::endLine() {
 }
 
 void ConfigOutput::addAssignment(const std::string& key, const std::string& value) {
-  const std::string upper = KFL::toUpper(key);
-  pending_.append(isKeptByBash(upper) ? key : upper).append("=\"").append(value).append(1, '"');
+  const std::size_t at = pending_.size();
+  pending_ += key;
+  for (std::size_t i = at; i < pending_.size(); ++i)
+    pending_[i] = KFL::toUpper(pending_[i]);
+  if (KFL::isSpecialBashName(std::string_view(pending_).substr(at))) pending_.replace(at, key.size(), key);
+  pending_.append("=\"").append(value).append(1, '"');
   endLine();
 }
 

@@ -24,11 +24,6 @@ inline bool isAssignableKey(std::string_view key) {
          std::all_of(key.begin(), key.end(), [](char c) { return KFL::isAlnum(c) || c == '_'; });
 }
 
-// Whether bash keeps the name for itself, as it does UID: no line can assign it. In lower case none is.
-inline bool isKeptByBash(const std::string& name) {
-  return KFL::isBashName(name) && KFL::examineBashLine(name + "=").kind != KFL::KFLBashLine::Kind::Assignment;
-}
-
 class BashLines {
  public:
   explicit BashLines(std::string_view text) : stream_(text) {}

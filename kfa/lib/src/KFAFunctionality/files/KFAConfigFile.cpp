@@ -127,7 +127,7 @@ bool assigns(std::string_view text, const std::string& key) {
 int refuseKeptNames(std::string_view text, const KFAConfigChanges& changes, const std::string& name) {
   for (const auto& [key, value] : changes) {
     const std::string upper = KFL::toUpper(key);
-    if (isKeptByBash(upper) && !assigns(text, key))
+    if (KFL::isSpecialBashName(upper) && !assigns(text, key))
       return refuse(name,
                     upper + ": a variable that bash itself sets and no file can; another name is wanted");
   }
