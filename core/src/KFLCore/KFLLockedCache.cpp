@@ -22,6 +22,12 @@ void setCount(std::int32_t& references, std::int32_t right) {
   if (references != right) storeWord(references, right);
 }
 
+// Whether one more may be counted on it. The current snapshot is somebody's, and damage may have made the count the greatest.
+bool canBeHeld(const KFLSnapshotView& snapshot) {
+  const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
+  return references > 0 && references < INT32_MAX;
+}
+
 }  // namespace
 
 int KFLLockedCache::enter() {
@@ -91,8 +97,7 @@ int KFLLockedCache::judge() {
   if (fileSize < firstSize && storage_->reserve(firstSize) != 0) return kCacheNotMapped;
   if (const int code = enter(); code != 0) return code;
   const KFLSnapshotView snapshot(storage_->memory(), manager().getSnapshot());
-  const bool isSound = snapshot.isSound() && loadWord(snapshot.head().references) > 0;
-  if (isSound && manager().isInitialized() && manager().isUsable(storage_->getSize())) return 0;
+  if (canBeHeld(snapshot) && manager().isInitialized() && manager().isUsable(storage_->getSize())) return 0;
   return recover();
 }
 
@@ -203,14 +208,13 @@ int KFLLockedCache::distrust(const char* what) {
 int KFLLockedCache::acquire(KFLSnapshotView& snapshot) {
   for (int tries = 0; tries < 2; ++tries) {
     snapshot = KFLSnapshotView(storage_->memory(), manager().getSnapshot());
-    const std::int32_t references = snapshot.isSound() ? loadWord(snapshot.head().references) : 0;
-    if (references > 0 && references < INT32_MAX) {
+    if (canBeHeld(snapshot)) {
       if (const int error = fileLock().hold(snapshot.getOffset()); error != 0) {
         setErrorMessage("cannot lock %s: %s", share_.path.c_str(), describeError(error).c_str());
         return kCacheNotLocked;
       }
       mark();
-      storeWord(snapshot.head().references, references + 1);
+      incRef(snapshot.head().references);
       return 0;
     }
     if (const int code = distrust("its snapshot cannot be held"); code != 0) return code;
