@@ -25,8 +25,13 @@ void skipExpansion(KFLBashCursor& at) {
   }
 }
 
+// Nobody writes a longer one; what stands in substitutions is looked at again for each that it stands in, and the limit
+// keeps that linear.
+constexpr std::size_t kLongestSubscript = 1024;
+
 // Behind the bracket that closes the one under the cursor, quotes within it aside; false when none does.
-bool skipBrackets(KFLBashCursor& at) {
+bool skipBrackets(KFLBashCursor& from) {
+  KFLBashCursor at(from.next(kLongestSubscript));
   std::size_t depth = 0;
   char quote = '\0';
   for (; !at.isAtEnd(); at.advance()) {
@@ -42,7 +47,7 @@ bool skipBrackets(KFLBashCursor& at) {
     } else if (c == '[') {
       ++depth;
     } else if (c == ']' && --depth == 0) {
-      at.advance();
+      from.advance(at.position() + 1);
       return true;
     }
   }
@@ -71,11 +76,21 @@ std::string readAnsiQuote(KFLBashCursor& at) {
   return text;
 }
 
+// Whether more of the word would not tell more of what its text begins with; nameEnd goes to the end of the name.
+bool isDecided(std::string_view text, std::size_t& nameEnd) {
+  while (nameEnd < text.size() && isNameCharacter(text[nameEnd]))
+    ++nameEnd;
+  const std::string_view mark = text.substr(nameEnd);
+  if (mark.empty() || mark == "+") return false;
+  return nameEnd == 0 || mark.front() != '[' || mark.size() > kLongestSubscript;
+}
+
 // The like of a word whose quotes are taken away.
 bool isQuotedAssignment(std::string_view word) {
   std::string bare;
+  std::size_t nameEnd = 0;
   char quote = '\0';
-  for (KFLBashCursor at(word); !at.isAtEnd(); at.advance()) {
+  for (KFLBashCursor at(word); !at.isAtEnd() && !isDecided(bare, nameEnd); at.advance()) {
     const char c = at.peek();
     if (c == '$' && quote == '\0' && at.peek(1) == '\'') {
       bare += readAnsiQuote(at);

@@ -172,6 +172,10 @@ TEST(KFLBashStr, TakesAnyDepthAndLength) {
   EXPECT_EQ(kindOf("${x[", "1", "]}"), Kind::Assignment);
   EXPECT_EQ(kindOf("${!x[[[[[[", "", ""), Kind::Malformed);
   EXPECT_EQ(kindOf("1; ((", "", ""), Kind::Malformed);
+  EXPECT_EQ(kindOf("$(export ", "x", ")"), Kind::Assignment);
+  EXPECT_EQ(kindOf("$(export \"\"B[", "x", "])"), Kind::Assignment);
+  EXPECT_EQ(kindOf("$({a[", "x", "]}>f)"), Kind::Assignment);
+  EXPECT_EQ(kindOf("$(B[", "x", "]=1)"), Kind::Assignment);
 }
 
 TEST(KFLBashSafe, GivesTheReason) {
