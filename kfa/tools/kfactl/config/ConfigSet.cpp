@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl config set and unset: changes of one environment or many.
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -48,30 +49,41 @@ void reverseAll(KFA::KFAChangeList& changes, const std::string& name) {
                     " does not say what it was; a list as 'kfactl config diff' prints it is wanted");
 }
 
+// The changes of a part of a list that begins behind so many lines.
+KFA::KFAChangeList parsePart(const std::string& part, std::size_t linesBefore, const std::string& name) {
+  KFA::KFAChangeList changes;
+  // An error names the line of the whole.
+  if (KFA::parseChangeList(part, name, changes) != 0)
+    must(KFA::parseChangeList(std::string(linesBefore, '\n') + part, name, changes));
+  return changes;
+}
+
 // The list on standard input. Lines "# FILE name" begin the changes of that file.
 ChangesByFile readChanges(bool isReversed) {
   constexpr std::string_view kHeading = "# FILE ";
   const Input input = readInput("-");
-  std::map<std::string, std::string> texts;
-  std::string name;
-  std::size_t number = 0;
-  for (std::string_view rest = input.text; !rest.empty();) {
+  ChangesByFile changes;
+  std::string name, part;
+  std::size_t number = 0, begin = 0;
+  const auto endPart = [&] {
+    KFA::KFAChangeList list = parsePart(part, begin, input.name);
+    if (isReversed) reverseAll(list, input.name);
+    if (list.empty()) return;
+    KFA::KFAChangeList& all = changes[name];
+    all.insert(all.end(), std::make_move_iterator(list.begin()), std::make_move_iterator(list.end()));
+  };
+  for (std::string_view rest = input.text; !rest.empty(); ++number) {
     const std::string_view line = rest.substr(0, rest.find('\n'));
     rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-    if (line.starts_with(kHeading)) name = line.substr(kHeading.size());
-    // Each text has the lines of the others as blank ones, so that an error names the right line.
-    std::string& text = texts[name];
-    text.append(number - static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')), '\n');
-    text.append(line).append("\n");
-    ++number;
+    if (line.starts_with(kHeading)) {
+      endPart();
+      name = line.substr(kHeading.size());
+      begin = number;
+      part.clear();
+    }
+    part.append(line).append("\n");
   }
-  ChangesByFile changes;
-  for (const auto& [file, text] : texts) {
-    KFA::KFAChangeList list;
-    must(KFA::parseChangeList(text, input.name, list));
-    if (isReversed) reverseAll(list, input.name);
-    if (!list.empty()) changes.emplace(file, std::move(list));
-  }
+  endPart();
   return changes;
 }
 
