@@ -177,7 +177,9 @@ std::size_t endOfExpansion(const std::string& text, std::size_t at, bool isQuote
   const char close = open == '(' ? ')' : open == '{' ? '}' : open == '[' ? ']' : '`';
   const std::string quote = isQuoted ? "\"" : "";
   for (std::size_t end = at + 1; (end = text.find(close, end)) != std::string::npos; ++end) {
-    if (isOneWord(quote + text.substr(at, end + 1 - at) + quote)) return end + 1;
+    std::string word = quote;
+    word.append(text, at, end + 1 - at).append(quote);
+    if (isOneWord(word)) return end + 1;
   }
   return std::string::npos;
 }
