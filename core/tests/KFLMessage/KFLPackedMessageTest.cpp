@@ -76,6 +76,22 @@ TEST(KFLPackedMessage, IsReadByteByByte) {
   EXPECT_EQ(unpacked(kDeep + std::string(256, '\0')).size(), 255 * 7 + 4);
 }
 
+// A root that nobody has named goes as the name that its text has.
+TEST(KFLPackedMessage, HoldsARootWithoutAName) {
+  KFLMessage message;
+  message.getIterator().putValue(std::string("x"), "a");
+  std::string packed;
+  ASSERT_EQ(message.pack(packed), 0) << getErrorMessage();
+  EXPECT_EQ(unpacked(packed), message.toString());
+}
+
+TEST(KFLPackedMessage, IsRefusedWhenItIsTooLarge) {
+  const std::size_t limit = KFLMessage::getSizeLimit();
+  KFLMessage::setSizeLimit(8);
+  EXPECT_EQ(unpacked("123456789"), "byte 0: there are 9 bytes; at most 8 are taken");
+  KFLMessage::setSizeLimit(limit);
+}
+
 // Each byte of a message replaced or left out: refused with its place, or a tree that goes through text and packed form.
 TEST(KFLPackedMessage, SpoiltOneIsRefusedOrWhole) {
   KFLMessage message;

@@ -121,12 +121,12 @@ void ConfigOutput::beginLine(std::string_view line) {
   pending_.append(line);
 }
 
-void ConfigOutput::replaceValue(std::size_t first, std::size_t old, const std::string& value) {
+void ConfigOutput::replaceValue(std::size_t first, std::size_t size, const std::string& value) {
   const std::size_t at = lineBegin_ + first;
-  if (value.size() + 2 > old) {
-    pending_.insert(at + old, value.size() + 2 - old, '"');
+  if (value.size() + 2 > size) {
+    pending_.insert(at + size, value.size() + 2 - size, '"');
   } else {
-    pending_.erase(at + value.size() + 2, old - value.size() - 2);
+    pending_.erase(at + value.size() + 2, size - value.size() - 2);
   }
   pending_[at] = '"';
   value.copy(&pending_[at + 1], value.size());
