@@ -841,7 +841,7 @@ Words splitWords(const std::string& line) {
   Words words;
   std::istringstream in(line);
   for (std::string word; std::getline(in, word, '\t');)
-    words.push_back(word);
+    words.push_back(word.substr(0, word.find('\0')));  // no argument has more
   return words;
 }
 
