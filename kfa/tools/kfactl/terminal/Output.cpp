@@ -192,7 +192,9 @@ std::size_t displayWidth(std::string_view text) {
 }
 
 std::string assignment(const std::string& key, const std::string& value) {
-  std::string line = KFL::toUpper(key) + "=";
+  std::string line = KFL::toUpper(key);
+  if (KFL::isSpecialBashName(line)) line = key;
+  line += "=";
   std::string shown;
   appendPrintable(shown, value, false);
   if (shown != value) {
