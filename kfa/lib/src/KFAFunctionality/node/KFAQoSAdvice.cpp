@@ -154,7 +154,7 @@ std::optional<long long> Adviser::nearest(const Values& values, const std::strin
   long long good = 1;
   while (good < room && !isGood(good)) {
     bad = good;
-    good *= 2;
+    good = good > room / 2 ? room : good * 2;
   }
   good = std::min(good, room);
   if (good <= 0 || !isGood(good)) return std::nullopt;
