@@ -175,6 +175,48 @@ TEST(ConfigMergeTest, AgreesWithAMergeOfEachKey) {
   EXPECT_LT(conflicts, 4500U);
 }
 
+// Of copies that repeat keys: what each line of a key says, in their order, is that of the copy that changed it; whatever else
+// would come out is a conflict, in which no line of either copy is missing.
+TEST(ConfigMergeTest, GivesARepeatedKeyWhatOneCopySays) {
+  std::mt19937 random(12);
+  const auto make = [&random] {
+    std::string text;
+    for (auto left = random() % 6; left > 0; --left)
+      text += std::string(random() % 3 == 0 ? "b=" : "a=") + (random() % 2 == 0 ? "0\n" : "1\n");
+    return text;
+  };
+  // Without what only says the same again.
+  const auto saidOf = [](const std::string& text, char key) {
+    std::string said;
+    for (std::size_t at = 0; (at = text.find(std::string(1, key) + "=", at)) != std::string::npos; ++at)
+      if (said.empty() || said.back() != text[at + 2]) said += text[at + 2];
+    return said;
+  };
+  int conflicts = 0;
+  for (int round = 0; round < 5000; ++round) {
+    const std::string base = make(), ours = random() % 4 == 0 ? base : make(), theirs = make();
+    const KFA::KFAConfigMerge merged = KFA::mergeConfig(base, ours, theirs);
+    const std::string inputs = base + "--\n" + ours + "--\n" + theirs + "--\n" + merged.text;
+    for (const char key : {'a', 'b'}) {
+      const std::string was = saidOf(base, key), one = saidOf(ours, key), two = saidOf(theirs, key);
+      const bool isConflict =
+          std::count(merged.conflicts.begin(), merged.conflicts.end(), std::string(1, key)) > 0;
+      conflicts += isConflict;
+      if (isConflict) {
+        const std::string last = one.empty() ? "" : std::string{key, '=', one.back()};
+        ASSERT_TRUE(has(merged.text, last)) << inputs;
+      } else {
+        ASSERT_TRUE(one == two || one == was || two == was) << inputs;
+        ASSERT_EQ(saidOf(merged.text, key), one == was ? two : one) << inputs;
+      }
+    }
+  }
+  EXPECT_GT(conflicts, 500);
+  EXPECT_LT(conflicts, 9000);
+  EXPECT_EQ(KFA::mergeConfig("A=1\nX=\nA=1\n", "X=\nA=1\n", "A=2\nX=\nA=1\n").text,
+            "X=\n<<<<<<< ours\nA=1\n=======\nA=2\nA=1\n>>>>>>> theirs\n");
+}
+
 TEST(ConfigMergeTest, MarksAConflictAsGitDoes) {
   const KFA::KFAConfigMerge merged = KFA::mergeConfig("# top\nA=1  # why\nB=1\n", "# top\nA=2\nB=1  # mine\n",
                                                       "# top\nA=3\nB=1  # theirs\nC=4\n", {"HEAD", "topic"});
