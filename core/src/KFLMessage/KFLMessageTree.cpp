@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -144,6 +145,7 @@ KFLNodeIndex KFLMessageTree::insert(KFLNodeIndex parent, std::uint32_t name, std
   const KFLNodeIndex index = newNode(parent, name, ns);
   Node& node = at(index);
   Node& behind = at(before);
+  noteChange();
   node.next = before;
   node.prev = behind.prev;
   behind.prev = index;
@@ -156,6 +158,7 @@ KFLNodeIndex KFLMessageTree::insert(KFLNodeIndex parent, std::uint32_t name, std
 }
 
 void KFLMessageTree::unlink(KFLNodeIndex index) {
+  noteChange();
   const Node& node = at(index);
   Node& above = at(node.parent);
   const KFLNodeIndex last = at(above.first).prev;
@@ -182,6 +185,7 @@ void KFLMessageTree::setApart(KFLNodeIndex index) {
 
 // Below the parent, behind a child of it; in front of all for kNone.
 void KFLMessageTree::linkBehind(KFLNodeIndex index, KFLNodeIndex parent, KFLNodeIndex prev) {
+  noteChange();
   Node& node = at(index);
   Node& above = at(parent);
   const KFLNodeIndex last = above.first == kNone ? index : at(above.first).prev;
@@ -313,6 +317,7 @@ void KFLMessageTree::freeReleased() {
 }
 
 void KFLMessageTree::freeNode(KFLNodeIndex index) {
+  noteChange();
   Node& node = at(index);
   dropText(node);
   if (node.hasAttributes) attributes_.erase(index);
@@ -436,6 +441,7 @@ KFLNodeIndex KFLMessageTree::copyApart(KFLNodeIndex element) {
 }
 
 void KFLMessageTree::swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
+  noteChange();
   std::swap(at(a).first, at(b).first);
   std::swap(at(a).text, at(b).text);
   std::swap(at(a).textSize, at(b).textSize);
@@ -581,6 +587,8 @@ std::size_t KFLMessageTree::memoryUsed() const {
     for (const KFLMessageAttribute& attribute : attributes)
       bytes += attribute.value.capacity();
   }
+  if (const std::unique_lock<KFLLock> guard(countsLock_, std::try_to_lock); guard)
+    bytes += counts_.memoryUsed();
   return bytes;
 }
 

@@ -149,6 +149,8 @@ class KFLMessageTree {
   std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
   // Takes out what the element holds: children, text, attributes.
   void clear(KFLNodeIndex element);
+  // Says that an element may have another name, or another place among its siblings, than before.
+  void noteChange() noexcept { ++changes_; }
 
   // What an element is like; given back by undo() or forget(), the last one first. New children go before `before`, where
   // that is one.
@@ -194,7 +196,8 @@ class KFLMessageTree {
   bool isEqual(KFLNodeIndex element, const KFLMessageTree& other, KFLNodeIndex otherElement) const;
   // Whether `element` is `top` or stands below it.
   bool isWithin(KFLNodeIndex element, KFLNodeIndex top) const;
-  // The element's path from the root, such as /message/net_device[2]/name.
+  // The element's path from the root, such as /message/net_device[2]/name. The paths of all children of an element take
+  // one walk along them for each name.
   std::string path(KFLNodeIndex element) const;
 
   std::size_t nodeCount() const { return used_; }
@@ -230,6 +233,14 @@ class KFLMessageTree {
       node = at(node).next;
     return node;
   }
+
+  // Where a child stands among those of its name, from 1 on, and how many there are.
+  struct Place {
+    std::uint32_t position = 0;
+    std::uint32_t count = 0;
+  };
+  Place placeOf(KFLNodeIndex element) const;
+  Place placeAmongMany(KFLNodeIndex element) const;  // with countsLock_ held
 
   bool isOwnXmlName(std::uint32_t name) const;
   KFLNodeIndex newNode(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
@@ -282,6 +293,32 @@ class KFLMessageTree {
   };
   std::vector<Removed> removed_;
   std::vector<std::size_t> marks_;  // for each mark, how many there were when it was made
+
+  // How far the children of parents with many were counted: children that are added at the end leave it good.
+  struct Counts {
+    struct Walk {
+      KFLNodeIndex last = kNone;
+      std::uint32_t steps = 0;
+      std::uint32_t count = 0;
+    };
+    std::uint64_t changes = 0;                      // those of the tree that it knows of
+    std::unordered_map<std::uint64_t, Walk> walks;  // by parent and name
+    std::unordered_map<std::uint64_t, std::uint32_t>
+        noted;  // by child and name: how many there are up to the child
+
+    std::size_t memoryUsed() const {
+      return walks.size() * (sizeof(*walks.begin()) + sizeof(void*)) +
+             noted.size() * (sizeof(*noted.begin()) + sizeof(void*)) +
+             (walks.bucket_count() + noted.bucket_count()) * sizeof(void*);
+    }
+  };
+  static constexpr std::uint32_t kManySteps = 32;  // a count is noted with each of so many children
+  static std::uint64_t countKey(KFLNodeIndex node, std::uint32_t name) {
+    return (std::uint64_t{node} << 32) | name;
+  }
+  std::uint64_t changes_ = 0;
+  mutable KFLLock countsLock_;
+  mutable Counts counts_;  // its owner holds countsLock_
 
   struct Hold {
     Node* node = nullptr;  // nodes never move, and what finds them does

@@ -38,11 +38,23 @@ class TwinWalk {
   void step() {
     static constexpr const char* names[] = {"veid", "value", "own_name", "x"};
     static constexpr void (TwinWalk::*kSteps[])(const std::string&) = {
-        &TwinWalk::add,     &TwinWalk::add,           &TwinWalk::insertBeforeFirst,
-        &TwinWalk::setText, &TwinWalk::find,          &TwinWalk::find,
-        &TwinWalk::leave,   &TwinWalk::removeOrClear, &TwinWalk::removeAll,
-        &TwinWalk::addText, &TwinWalk::guarded};
+        &TwinWalk::add,           &TwinWalk::add,       &TwinWalk::insertBeforeFirst,
+        &TwinWalk::setText,       &TwinWalk::find,      &TwinWalk::find,
+        &TwinWalk::removeOrClear, &TwinWalk::removeAll, &TwinWalk::find,
+        &TwinWalk::leave,         &TwinWalk::leave,     &TwinWalk::rename,
+        &TwinWalk::addMany,       &TwinWalk::addText,   &TwinWalk::guarded};
     (this->*kSteps[pick(std::size(kSteps))])(names[pick(std::size(names))]);
+    ASSERT_EQ(it_.getPath(), pathOf(*at_));
+    std::vector<const Twin*> elements;
+    for (const Twin& child : at_->children)
+      if (!child.name.empty()) elements.push_back(&child);
+    if (elements.empty()) return;
+    const std::size_t place = pick(elements.size());
+    const KFLMessageIterator it(it_);
+    it.firstChild();
+    for (std::size_t i = 0; i < place; ++i)
+      it.nextSibling();
+    ASSERT_EQ(it.getPath(), pathOf(*elements[place]));
   }
 
   void compare() {
@@ -56,6 +68,15 @@ class TwinWalk {
 
  private:
   std::size_t pick(std::size_t count) { return random_() % count; }
+  static std::string pathOf(const Twin& twin) {
+    if (twin.parent == nullptr) return "/" + twin.name;
+    std::size_t position = 0, count = 0;
+    for (const Twin& sibling : twin.parent->children) {
+      if (sibling.name == twin.name) ++count;
+      if (&sibling == &twin) position = count;
+    }
+    return pathOf(*twin.parent) + "/" + twin.name + (count > 1 ? "[" + std::to_string(position) + "]" : "");
+  }
 
   void add(const std::string& name) {
     it_.addChild(name);
@@ -72,6 +93,17 @@ class TwinWalk {
         std::ranges::find_if(at_->children, [](const Twin& child) { return !child.name.empty(); });
     at_->children.insert(first, {name, {}, {}, at_});
   }
+  void addMany(const std::string& name) {
+    for (std::size_t i = at_->children.size() < 200 ? pick(80) : 0; i-- > 0;) {
+      it_.addEmptyChild(name);
+      at_->children.push_back({name, {}, {}, at_});
+    }
+  }
+  void rename(const std::string& name) {
+    if (at_->parent == nullptr) return;
+    it_.setName(name, {});
+    at_->name = name;
+  }
   void setText(const std::string&) {
     at_->text = std::string(pick(5) == 0 ? pick(2000) : pick(40), static_cast<char>('a' + pick(26)));
     it_.putValue(at_->text);
@@ -87,6 +119,7 @@ class TwinWalk {
   }
   void removeOrClear(const std::string&) {
     if (at_->parent == nullptr || pick(8) == 0) return clear("");
+    held_ = pick(2) == 0 ? KFLElementHold(it_) : KFLElementHold();
     it_.removeCurrent();
     Twin* const removed = std::exchange(at_, at_->parent);
     at_->children.remove_if([removed](const Twin& child) { return &child == removed; });
@@ -191,6 +224,7 @@ class TwinWalk {
   std::mt19937 random_;
   KFLMessage message_{"root"};
   KFLMessageIterator it_ = message_.getIterator();
+  KFLElementHold held_;
   Twin root_{"root", {}, {}};
   Twin* at_ = &root_;
   int guards_ = 0;
