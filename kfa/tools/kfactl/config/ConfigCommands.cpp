@@ -51,7 +51,9 @@ constexpr Command kCommands[] = {
      "  kfactl config diff 101.conf 102.conf | kfactl config set 103 -",
      prepareSet},
     {"unset", "FILE... KEY...", "Take keys out, with every other line kept",
-     "The lines of these keys go, their comments with them. All files are changed or none, as by set.\n\n"
+     "The lines of these keys go, their comments with them. All files are changed or none, as by set. A line "
+     "that a\n"
+     "command of several lines may need, such as an if, goes by --force alone.\n\n"
      "Examples:\n"
      "  kfactl config unset 101 DESCRIPTION\n"
      "  kfactl config unset --dry-run '*' SLMMODE SLMMEMORYLIMIT",

@@ -56,18 +56,25 @@ bool takeUnset(std::string_view line, KFAChange& change) {
   return true;
 }
 
-// Drops the lines of these keys. A malformed line is refused, or by force left as it is.
+// Drops the lines of these keys. A malformed line is refused, or by force left as it is; so is a line that may be all there is
+// in a compound command, or behind an operator.
 int removeKeys(const std::set<std::string>& keys, bool byForce, const std::string& text,
                const std::string& name, std::string& result) {
   result.clear();
+  std::size_t part = 0;
   for (ConfigLines lines(text); lines.next();) {
     const ConfigLine& line = lines.line();
+    if (part == 0 && line.isPart()) part = lines.number();
     if (line.isMalformed() && !byForce) return refuse(name, lines.number(), line.fault());
     if (!line.isAssignment() || keys.count(line.key()) == 0) {
       result += lines.withNewline();
     } else if (!line.isAlone()) {
       return refuse(name, lines.number(),
                     "more than " + KFL::toUpper(line.key()) + " stands on this line, and would go with it");
+    } else if (part != 0 && !byForce) {
+      return refuse(name, part,
+                    "a command of several lines, of which line " + std::to_string(lines.number()) +
+                        " may be one; take " + KFL::toUpper(line.key()) + " out by hand, or force it");
     }
   }
   return 0;

@@ -41,9 +41,9 @@ std::string quoteForShell(const std::string& text);
 // Reads the text form; blank lines and comments are skipped. 0, or -1 with an error text that names the line.
 int parseChangeList(std::string_view text, const std::string& name, KFAChangeList& changes);
 
-// Makes the changes in the text of a file: lines of keys that are unset go, everything else as setConfigValues does. With
-// options.force a line in which something is left open stays as it is, and so may the result be. 0, or -1 with an error text
-// when a change is refused.
+// Makes the changes in the text of a file: lines of keys that are unset go, everything else as setConfigValues does. A line
+// is refused to go that may be within a command of several lines. With options.force it goes, and a line in which something is
+// left open stays as it is. 0, or -1 with an error text when a change is refused.
 int applyChanges(const KFAConfigRules& rules, const KFAChangeList& changes, const KFASetOptions& options,
                  const std::string& text, const std::string& name, std::string& result);
 

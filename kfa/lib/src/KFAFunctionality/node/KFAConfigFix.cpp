@@ -101,7 +101,8 @@ std::string withoutBlanks(const std::string& text) {
 // The lines that assign to a key, from 1.
 struct Assigning {
   std::size_t first = 0;
-  std::size_t last = 0;
+  std::size_t last = 0;  // that gives a value, if any does
+  bool gives = false;
 };
 
 class Fixer {
@@ -141,11 +142,16 @@ class Fixer {
 };
 
 void Fixer::findAssigning(const std::string& text) {
+  const auto* const rules = dynamic_cast<const KFAEnvConfigRules*>(&rules_);
   for (ConfigLines lines(text); lines.next();) {
     if (!lines.line().isAssignment()) continue;
-    Assigning& here = assigning_[lines.line().key()];
-    here.last = lines.number();
-    if (here.first == 0) here.first = here.last;
+    const ConfigLine& line = lines.line();
+    Assigning& here = assigning_[line.key()];
+    // Behind a line that gives a value, one that gives none does not count.
+    const bool gives = rules == nullptr || !rules->passesOver(line.key(), line.value());
+    if (gives || !here.gives) here.last = lines.number();
+    here.gives = here.gives || gives;
+    if (here.first == 0) here.first = lines.number();
   }
 }
 
@@ -262,21 +268,26 @@ void Fixer::fixLine(FixedLine& fixed) {
   }
 }
 
-// Of several lines with one key only the one that counts stays, where the others are alone on theirs.
+// Of several lines with one key only the one that counts stays, where its value is taken and the others are alone on theirs.
+// What stands within a command of several lines, or behind one, is left alone: a shell may not come to it.
 void Fixer::dropIdle() {
-  std::map<std::string, FixedLine*> counting;
+  std::map<std::string, std::vector<FixedLine*>> repeated;
+  bool isOpen = false;
   for (FixedLine& fixed : lines_) {
     const ConfigLine line(fixed.text);
     if (line.isMalformed()) return;
-    if (!line.isAssignment() || !rules_.isKey(line.key())) continue;
-    const auto [entry, isFirst] = counting.try_emplace(line.key(), &fixed);
-    if (isFirst) continue;
-    FixedLine* idle = rules_.firstLineCounts(line.key()) ? &fixed : std::exchange(entry->second, &fixed);
-    const ConfigLine idleLine(idle->text);
-    if (!idleLine.isAlone()) continue;
-    idle->isGone = true;
-    note(idle->number, KFL::toUpper(line.key()) + " taken out, which line " +
-                           std::to_string(entry->second->number) + " decides");
+    isOpen = isOpen || line.isPart();
+    if (!isOpen && line.isAssignment() && rules_.isKey(line.key())) repeated[line.key()].push_back(&fixed);
+  }
+  for (const auto& [key, all] : repeated) {
+    const FixedLine* const counting = rules_.firstLineCounts(key) ? all.front() : all.back();
+    if (all.size() == 1 || rules_.accept(key, ConfigLine(counting->text).value()) != 0) continue;
+    for (FixedLine* idle : all) {
+      if (idle == counting || !ConfigLine(idle->text).isAlone()) continue;
+      idle->isGone = true;
+      note(idle->number,
+           KFL::toUpper(key) + " taken out, which line " + std::to_string(counting->number) + " decides");
+    }
   }
 }
 

@@ -45,6 +45,14 @@ bool ConfigLine::isAlone() const {
   return first == behind.end() || *first == '#';
 }
 
+bool ConfigLine::isPart() const {
+  if (isSilent() || (isAssignment() && isAlone())) return false;
+  // The grammar says what is open of a line that assigns, and of no other one.
+  const std::string assigning = "A=1; " + text_;
+  return judged_.continues ||
+         KFL::examineBashLine(assigning.c_str()).kind == KFL::KFLBashLine::Kind::Malformed;
+}
+
 std::string ConfigLine::fault() const {
   const std::string text = judged_.describe();
   const std::size_t column = text.find(": ");

@@ -40,6 +40,9 @@ class ConfigLine {
   std::string_view rest() const;
   // Whether nothing but blanks and a comment stands behind the value.
   bool isAlone() const;
+  // Whether it is part of a command of several lines: it begins a compound command, a list or a here-document, or goes on
+  // with one. A blank line, a comment, and an assignment that is alone do not tell.
+  bool isPart() const;
   // What is wrong, without the column.
   std::string fault() const;
 

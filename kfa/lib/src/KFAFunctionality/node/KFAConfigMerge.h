@@ -3,7 +3,8 @@
 //
 // The merged text is ours with what theirs did to the base: values, keys that are new or gone, comments. A value that
 // both have changed to different ones stands between conflict marks, as git writes them. Comments of both sides stay.
-// Lines are compared by what they say: a value that is only quoted in another way is no change. Any thread.
+// Lines are compared by what they say: a value that is only quoted in another way is no change. The lines of a key that a copy
+// repeats are one conflict where both have changed what they say, or their merge would say something else. Any thread.
 #ifndef KFAFUNCTIONALITY_NODE_KFACONFIGMERGE_H
 #define KFAFUNCTIONALITY_NODE_KFACONFIGMERGE_H
 

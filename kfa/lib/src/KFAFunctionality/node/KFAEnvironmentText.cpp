@@ -140,7 +140,8 @@ int refuseOtherDevices(const Copies& copies) {
     } else {
       const std::string asked = sent[i].toString();
       const std::string there = i < given.size() ? given[i].toString() : std::string();
-      const std::string how = asked == there ? "otherwise; an address has no comma" : "as " + quoteText(there);
+      const std::string how =
+          asked == there ? "otherwise; an address has no comma" : "as " + quoteText(there);
       setErrorMessage("%s: NETIF: %s would be read %s", copies.name.c_str(), quoteText(asked).c_str(),
                       how.c_str());
     }
