@@ -384,12 +384,17 @@ void KFLWriteGuard::undo() noexcept {
 }
 
 KFLContentGuard::KFLContentGuard(const KFLMessageIterator& it) : tree_(it.tree_), element_(it.element_) {
-  if (tree_) copy_ = tree_->copyApart(element_);
+  if (!tree_) return;
+  copy_ = tree_->copyApart(element_);
+  removed_ = static_cast<std::uint32_t>(tree_->removedCount());
 }
 
 KFLContentGuard::~KFLContentGuard() {
   if (!tree_) return;
-  if (!isKept_) tree_->swapContent(element_, copy_);
+  if (!isKept_) {
+    tree_->putBack(removed_);
+    tree_->swapContent(element_, copy_);
+  }
   tree_->freeApart(copy_);
 }
 

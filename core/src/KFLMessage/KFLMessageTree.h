@@ -142,21 +142,26 @@ class KFLMessageTree {
   KFLNodeIndex append(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
   // A new node before one of the parent's children; at the end when that is kNone or no child of it.
   KFLNodeIndex insert(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns, KFLNodeIndex before);
-  // Takes an element out, with all below it. Not for the root.
-  void remove(KFLNodeIndex element) noexcept;
+  // Takes an element out, with all below it. Not for the root. While there is a mark it stands apart, to be put back, and
+  // this throws, and changes nothing, where there is no memory to note it; else it takes none.
+  void remove(KFLNodeIndex element);
   // Takes out every child of this name; the number taken out.
-  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name) noexcept;
+  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
   // Takes out what the element holds: children, text, attributes.
   void clear(KFLNodeIndex element);
   // Says that an element may have another name, or another place among its siblings, than before.
   void noteChange() noexcept { ++changes_; }
 
-  // What an element is like; given back by undo() or forget(). New children go before `before`, where that is one.
+  // What an element is like; given back by undo() or forget(), the last one first. New children go before `before`, where
+  // that is one.
   using Mark = KFLElementMark;
   Mark mark(KFLNodeIndex element, KFLNodeIndex before);
-  // Takes out the children that were added since, and gives back name, type and texts; what was removed stays removed.
+  // Puts back what was removed anywhere since, takes out the children that were added, and gives back name, type and texts.
   void undo(const Mark& mark) noexcept;
   void forget(const Mark& mark) noexcept;
+  // The number of elements that stand apart to be put back; and puts back those that came behind so many.
+  std::size_t removedCount() const { return removed_.size(); }
+  void putBack(std::size_t count) noexcept;
 
   // A node apart that holds a copy of an element's children and text, until it is freed.
   KFLNodeIndex copyApart(KFLNodeIndex element);
@@ -242,7 +247,12 @@ class KFLMessageTree {
   void addBlock();
   void unlink(KFLNodeIndex index);
   void drop(KFLNodeIndex index) noexcept;
-  void joinTextsAround(KFLNodeIndex element);
+  void joinTexts(KFLNodeIndex parent, KFLNodeIndex prev) noexcept;
+  void setApart(KFLNodeIndex index);
+  void linkBehind(KFLNodeIndex index, KFLNodeIndex parent, KFLNodeIndex prev);
+  void swapAllContent(KFLNodeIndex a, KFLNodeIndex b) noexcept;
+  void freeTexts(const Mark& mark) noexcept;
+  void freeRemoved() noexcept;
   KFLNodeIndex keepText(KFLNodeIndex index);
   void giveTextBack(KFLNodeIndex index, KFLNodeIndex kept) noexcept;
   void freeSubtree(KFLNodeIndex top);
@@ -280,10 +290,10 @@ class KFLMessageTree {
       std::uint32_t steps = 0;
       std::uint32_t count = 0;
     };
-    std::uint64_t changes = 0;                      // those of the tree that it knows of
-    std::unordered_map<std::uint64_t, Walk> walks;  // by parent and name
-    std::unordered_map<std::uint64_t, std::uint32_t>
-        noted;  // by child and name: how many there are up to the child
+    std::uint64_t changes = 0;  // those of the tree that it knows of
+    // By parent and name; and by child and name, how many there are up to the child.
+    std::unordered_map<std::uint64_t, Walk> walks;
+    std::unordered_map<std::uint64_t, std::uint32_t> noted;
 
     std::size_t memoryUsed() const {
       return walks.size() * (sizeof(*walks.begin()) + sizeof(void*)) +
@@ -299,7 +309,19 @@ class KFLMessageTree {
   mutable KFLLock countsLock_;
   mutable Counts counts_;  // its owner holds countsLock_
 
+  // What was taken out while there are marks: an element that stood below `parent` behind `prev`, or at the front where that
+  // is kNone; or a node apart with all that `parent` held.
+  struct Removed {
+    KFLNodeIndex node;
+    KFLNodeIndex parent;
+    KFLNodeIndex prev;
+    bool isContent;
+  };
+  std::vector<Removed> removed_;
+  std::vector<std::size_t> marks_;  // for each mark, how many there were when it was made
+
   struct Hold {
+    Node* node = nullptr;  // nodes never move, and what finds them does
     std::uint32_t count = 0;
     bool isApart = false;
   };
