@@ -283,6 +283,17 @@ class KFLMessageTree {
   std::unordered_map<KFLNodeIndex, KFLMessageAttributes> attributes_;
   bool isRootOpen_ = true;
 
+  // What was taken out while there are marks: an element that stood below `parent` behind `prev`, or at the front where that
+  // is kNone; or a node apart with all that `parent` held.
+  struct Removed {
+    KFLNodeIndex node;
+    KFLNodeIndex parent;
+    KFLNodeIndex prev;
+    bool isContent;
+  };
+  std::vector<Removed> removed_;
+  std::vector<std::size_t> marks_;  // for each mark, how many there were when it was made
+
   // How far the children of parents with many were counted: children that are added at the end leave it good.
   struct Counts {
     struct Walk {
@@ -290,10 +301,10 @@ class KFLMessageTree {
       std::uint32_t steps = 0;
       std::uint32_t count = 0;
     };
-    std::uint64_t changes = 0;  // those of the tree that it knows of
-    // By parent and name; and by child and name, how many there are up to the child.
-    std::unordered_map<std::uint64_t, Walk> walks;
-    std::unordered_map<std::uint64_t, std::uint32_t> noted;
+    std::uint64_t changes = 0;                      // those of the tree that it knows of
+    std::unordered_map<std::uint64_t, Walk> walks;  // by parent and name
+    std::unordered_map<std::uint64_t, std::uint32_t>
+        noted;  // by child and name: how many there are up to the child
 
     std::size_t memoryUsed() const {
       return walks.size() * (sizeof(*walks.begin()) + sizeof(void*)) +
@@ -308,17 +319,6 @@ class KFLMessageTree {
   std::uint64_t changes_ = 0;
   mutable KFLLock countsLock_;
   mutable Counts counts_;  // its owner holds countsLock_
-
-  // What was taken out while there are marks: an element that stood below `parent` behind `prev`, or at the front where that
-  // is kNone; or a node apart with all that `parent` held.
-  struct Removed {
-    KFLNodeIndex node;
-    KFLNodeIndex parent;
-    KFLNodeIndex prev;
-    bool isContent;
-  };
-  std::vector<Removed> removed_;
-  std::vector<std::size_t> marks_;  // for each mark, how many there were when it was made
 
   struct Hold {
     Node* node = nullptr;  // nodes never move, and what finds them does
