@@ -32,7 +32,7 @@ bool canBeHeld(const KFLSnapshotView& snapshot) {
 
 int KFLLockedCache::enter() {
   if (const int code = checkSize(); code != 0) return code;
-  if (share_.isProtected && storage_->protect(true) != 0) return kCacheNotMapped;
+  if (storage_->isProtected() && storage_->protect(true) != 0) return kCacheNotMapped;
   if (manager().getHolder() == 0) return 0;
   mark();
   return recover();

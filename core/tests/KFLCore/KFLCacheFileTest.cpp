@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <set>
@@ -225,6 +226,27 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
 TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {
   const Folder folder;
   KFLCacheStorage storage(folder / "file");
+// Whatever became of the protection, and of the mapping that it was for.
+TEST(CacheFile, WhatWasHeldUnderProtectionCanBeGivenBack) {
+  const auto grow = [](KFLCacheFile& cache) { return put(cache, "key", std::string(20000, 'x')); };
+  const std::function<int(KFLCacheFile&)> acts[] = {
+      openAgain, [](KFLCacheFile& cache) { return cache.reinit() + openAgain(cache); },
+      [&](KFLCacheFile& cache) { return grow(cache) + cache.setProtected(false); }};
+  for (const auto& act : acts) {
+    const Folder folder;
+    const Cache cache = openCache(folder / "cache");
+    KFLCacheSnapshot held;
+    KFLCacheFile::Storage storage;
+    EXPECT_EQ(cache->setProtected(true) + cache->hold(held), 0);
+    KFLSnapshotHead* const also = cache->acquireSnapshot(storage);
+    EXPECT_EQ(act(*cache), 0);
+    held.release();
+    EXPECT_EQ(cache->releaseSnapshot(also, storage), 0);
+    EXPECT_EQ(grow(*cache), 0);
+    EXPECT_EQ(lostBytes(folder / "cache"), 0U);
+  }
+}
+
   EXPECT_NE(storage.getStorage(8192, nullptr), nullptr);
   EXPECT_EQ(storage.getStorage(16384, nullptr), nullptr);
   EXPECT_EQ(storage.getSize(), 8192U);
