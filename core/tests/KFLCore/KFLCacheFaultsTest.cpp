@@ -183,6 +183,38 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
   }
 }
 
+// Behind those who wait by then, and with its whole patience, since nobody has kept the lock for so long.
+TEST(CacheFaults, OneThatWasPassedOverHasItsTurnOnceItIsAwake) {
+  const Folder folder;
+  const Cache cache = openCache(folder / "cache");
+  const pid_t sleeper = startChild([&] {
+    const Cache mine = openCache(folder / "cache");
+    mine->setLockTimeout(100ms);
+    raise(SIGSTOP);
+    return put(*mine, "key", "text") == 0 ? 0 : 1;
+  });
+  int status = 0;
+  waitpid(sleeper, &status, WUNTRACED);
+  KFLCacheFile::Storage storage;
+  ASSERT_EQ(cache->lock(storage), 0);
+  int turns = 0;
+  const auto takeTurn = [&] {
+    std::this_thread::sleep_for(30ms);
+    unlock(*cache, storage);
+    EXPECT_EQ(cache->lock(storage), 0);
+  };
+  kill(sleeper, SIGCONT);
+  std::this_thread::sleep_for(30ms);
+  kill(sleeper, SIGSTOP);
+  takeTurn();
+  kill(sleeper, SIGCONT);
+  for (; turns < 20 && waitpid(sleeper, &status, WNOHANG) == 0; ++turns)
+    takeTurn();
+  unlock(*cache, storage);
+  EXPECT_EQ(status, 0);
+  EXPECT_LE(turns, 3);
+}
+
 // An agent that does nothing with the file meanwhile finds it out, whatever it does next.
 TEST(CacheFaults, AFileThatWasCutIsACode) {
   const auto putOne = [](KFLCacheFile& cache) { return put(cache, "key", "text"); };
