@@ -80,7 +80,8 @@ int KFLCacheFile::lockCurrent() {
 int KFLCacheFile::lockOpened() {
   if (const int code = awaitLock(); code != 0) return code;
   KFLLockedCache locked(*share_, storage_);
-  if (storage_->getFileSize() < locked.manager().getTotalSize() || !isStillHere()) return 1;
+  const std::size_t size = storage_->getFileSize();
+  if (size < sizeof(KFLCacheHeader) || size < locked.manager().getTotalSize() || !isStillHere()) return 1;
   const int code = locked.enter();
   showBase();
   if (code == 0) {

@@ -48,11 +48,11 @@ void KFLLockedCache::mark() {
 void KFLLockedCache::leave() {
   isMine_ = false;
   if (!fileLock().isOpen()) return;
-  KFLCacheHeader* const header = storage_->header();
-  if (header != nullptr && share_.isMarked && !share_.isDoubtful) manager().setHolder(0);
+  if (share_.isMarked && !share_.isDoubtful && storage_->getFileSize() >= sizeof(KFLCacheHeader))
+    manager().setHolder(0);
   share_.isMarked = share_.isDoubtful = false;
   if (share_.isProtected) storage_->protect(false);
-  fileLock().unlock(header);
+  fileLock().unlock(storage_->header());
 }
 
 int KFLLockedCache::checkSize() {

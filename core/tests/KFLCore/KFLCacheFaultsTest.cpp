@@ -215,30 +215,52 @@ TEST(CacheFaults, OneThatWasPassedOverHasItsTurnOnceItIsAwake) {
   EXPECT_LE(turns, 3);
 }
 
-// An agent that does nothing with the file meanwhile finds it out, whatever it does next.
+struct CutUser {
+  Cache cache;
+  KFLCacheSnapshot held = {};
+  KFLCacheFile::Storage storage = {};
+  KFLSnapshotHead* also = nullptr;
+  KFLCacheFile::Storage locked = {};
+};
+
+// An agent that does nothing with the file meanwhile finds it out, whatever it does next, and at its end.
 TEST(CacheFaults, AFileThatWasCutIsACode) {
-  const auto putOne = [](KFLCacheFile& cache) { return put(cache, "key", "text"); };
-  const auto close = [](KFLCacheFile& cache) { return cache.reinit(); };
-  const std::function<int(KFLCacheFile&)> calls[] = {putOne, holdOnce, repairOnce, openAgain, close};
+  const struct {
+    std::function<int(CutUser&)> call;
+    bool isLocked = false;
+  } rows[] = {{[](CutUser& u) { return put(*u.cache, "key", "text"); }},
+              {[](CutUser& u) { return holdOnce(*u.cache); }},
+              {[](CutUser& u) { return repairOnce(*u.cache); }},
+              {[](CutUser& u) { return openAgain(*u.cache); }},
+              {[](CutUser& u) { return u.cache->reinit(); }},
+              {[](CutUser& u) { return u.cache->sync(); }},
+              {[](CutUser& u) { return u.cache->setProtected(true); }},
+              {[](CutUser& u) { return u.cache->acquireSnapshot(u.locked) == nullptr ? -1 : 0; }},
+              {[](CutUser& u) { return u.cache->releaseSnapshot(u.also, u.storage) == -10 ? -10 : 99; }},
+              {[](CutUser& u) { return u.held.release(), 0; }},
+              {[](CutUser& u) { return u.held = KFLCacheSnapshot(), u.cache.reset(), 0; }},
+              {[](CutUser& u) { return unlock(*u.cache, u.locked), 0; }, true}};
   const Folder folder;
+  const std::string path = folder / "cache";
   for (const std::uintmax_t size : {0, 40, 56, 1000, 4096, 20000})
-    for (const auto& call : calls)
+    for (const auto& row : rows)
       EXPECT_EQ(waitFor(startChild([&] {
                   setLogLevel(kLogFatal);
-                  const std::string path = folder / "cache";
-                  Cache cache = openCache(path);
-                  fill(*cache, 200);
-                  if (contentsOf(*cache).size() != 200) return 1;
+                  CutUser user{openCache(path)};
+                  fill(*user.cache, 200);
+                  if (user.cache->hold(user.held) != 0 || user.held.size() != 200) return 1;
+                  user.also = user.cache->acquireSnapshot(user.storage);
+                  if (row.isLocked && user.cache->lock(user.locked) != 0) return 3;
                   fs::resize_file(path, size);
                   std::this_thread::sleep_for(15ms);
-                  const int code = call(*cache);
+                  const int code = row.call(user);
                   if (code < 0) removeLockedCacheFile(path, code);
-                  cache.reset();
+                  user = {};
                   fs::remove(path);
-                  return 0;
+                  return code > 0 ? 2 : 0;
                 })),
                 0)
-          << size;
+          << size << " " << &row - rows;
 }
 
 TEST(CacheFaults, SomebodyElsesBytesAreNoNewCache) {
