@@ -55,6 +55,14 @@ void KFLLockedCache::leave() {
   fileLock().unlock(storage_->header());
 }
 
+// What validateHeader() finds wrong, as the proof has it.
+std::string KFLLockedCache::describeHeader(int code) const {
+  if (code == kCacheInvalid) return "it is marked invalid";
+  KFLCacheProof proof;
+  proof.check(storage_->memory().first(sizeof(KFLCacheHeader)));
+  return proof.faults().empty() ? "its header is being changed" : proof.faults().front().text;
+}
+
 int KFLLockedCache::checkSize() {
   const std::uint32_t total = manager().getTotalSize();
   if (total <= storage_->getSize()) return 0;
@@ -85,8 +93,7 @@ int KFLLockedCache::judge() {
     return 0;
   }
   if (const int code = manager().validateHeader(); code != 0) {
-    setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(),
-                    code == kCacheInvalid ? "it is marked invalid" : "a word of its header is wrong");
+    setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(), describeHeader(code).c_str());
     return code;
   }
   if (manager().getTotalSize() > fileSize) {

@@ -70,6 +70,8 @@ TEST(CacheFile, AWrongWordGivesItsCodeAndMarksTheFileInvalid) {
     writeFile(path, bytes);
     EXPECT_EQ(cache->initialize(true, false), row.when == Opening ? row.code : 0);
     EXPECT_EQ(cache->isAccessible(), row.when != Opening);
+    const bool isNamed = row.code < -10 && row.code != -14;
+    EXPECT_THAT(getErrorMessage(), HasSubstr(isNamed ? std::to_string(row.word) : ""));
     if (row.when == Opening) {
       EXPECT_EQ(readFile(path).substr(0, 56), bytes.substr(0, 56)) << "not to be touched without being asked";
       EXPECT_EQ(cache->initialize(true, true), row.code);
@@ -223,9 +225,6 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   unlock(*cache, storage);
 }
 
-TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {
-  const Folder folder;
-  KFLCacheStorage storage(folder / "file");
 // Whatever became of the protection, and of the mapping that it was for.
 TEST(CacheFile, WhatWasHeldUnderProtectionCanBeGivenBack) {
   const auto grow = [](KFLCacheFile& cache) { return put(cache, "key", std::string(20000, 'x')); };
@@ -247,6 +246,9 @@ TEST(CacheFile, WhatWasHeldUnderProtectionCanBeGivenBack) {
   }
 }
 
+TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {
+  const Folder folder;
+  KFLCacheStorage storage(folder / "file");
   EXPECT_NE(storage.getStorage(8192, nullptr), nullptr);
   EXPECT_EQ(storage.getStorage(16384, nullptr), nullptr);
   EXPECT_EQ(storage.getSize(), 8192U);
