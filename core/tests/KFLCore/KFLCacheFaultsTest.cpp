@@ -410,7 +410,9 @@ int workOnASmallDisk(const std::string& folder) {
   }
   Cache cache = openCache(path);
   for (const std::size_t size : {60000, 600, 60}) {
+    const auto before = fs::file_size(path);
     const int code = put(*cache, "new", std::string(size, 'y'));
+    if (code != 0 && fs::file_size(path) != before) return 6;
     if (code != 0 && (code != kCacheFull || getErrorMessage().find("No space left") == std::string::npos))
       return 3;
     if (code == 0) twin["new"] = std::string(size, 'y');

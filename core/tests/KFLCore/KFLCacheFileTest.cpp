@@ -186,6 +186,7 @@ TEST(CacheFile, ALimitOnTheSizeOfFilesIsACode) {
               setrlimit(RLIMIT_FSIZE, &limit);
               if (put(*cache, "large", std::string(1 << 20, 'x')) != kCacheFull) return 1;
               if (getErrorMessage().find("File too large") == std::string::npos) return 2;
+              if (fs::file_size(folder / "cache") != 8192) return 4;
               return put(*cache, "small", "x") == 0 ? 0 : 3;
             })),
             0);
