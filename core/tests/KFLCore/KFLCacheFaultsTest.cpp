@@ -125,6 +125,7 @@ TEST(CacheFaults, WaitingIsCountedInTheWaitersOwnTries) {
 struct Queue {
   int wordUntil = 0;  // looks
   int leaveEvery = 0;
+  std::size_t sleepers = 0;
   std::vector<int> waiters = {};
   int word = -1;
   int looks = 0;
@@ -141,11 +142,11 @@ struct Queue {
   }
   void see(int command, const struct flock& lock) {
     if (command == F_OFD_SETLK && lock.l_start == 24 && lock.l_type == F_WRLCK)
-      isOvertaken = isOvertaken || (leaveEvery > 0 && !waiters.empty());
+      isOvertaken = isOvertaken || waiters.size() > sleepers;
     if (command != F_OFD_GETLK) return;
     ++looks;
     if (looks >= wordUntil && word >= 0) close(std::exchange(word, -1));
-    if (looks < wordUntil || leaveEvery == 0 || looks % leaveEvery != 0 || waiters.empty()) return;
+    if (looks < wordUntil || waiters.size() <= sleepers || looks % leaveEvery != 0) return;
     close(waiters.front());
     waiters.erase(waiters.begin());
   }
@@ -155,13 +156,14 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
   const Folder folder;
   const std::string path = folder / "cache";
   openCache(path);
-  for (const auto& [wordUntil, leaveEvery, waiters] :
-       {std::tuple{0, 10, 1}, {0, 10, 3}, {150, 10, 2}, {0, 0, 1}}) {
+  for (const auto& [wordUntil, leaveEvery, waiters, sleepers] :
+       {std::tuple{0, 10, 1, 0U}, {0, 10, 3, 0U}, {150, 10, 2, 0U}, {0, 10, 1, 1U}, {0, 100, 2, 1U}}) {
     static Queue queue;
-    queue = {wordUntil, leaveEvery};
+    queue = {wordUntil, leaveEvery, sleepers};
     if (wordUntil > 0) queue.word = Queue::lockAt(path, 24, 4);
-    for (int i = 1; i <= waiters; ++i)
-      queue.waiters.push_back(Queue::lockAt(path, (off_t{1} << 42) + i, 1));
+    for (int i = 1; i <= waiters; ++i)  // sleepers come first, but opened the file last
+      queue.waiters.push_back(
+          Queue::lockAt(path, (off_t{1} << 42) + (sleepers > 0 ? waiters + 1 - i : i), 1));
     KFLFileLock lock;
     ASSERT_EQ(lock.open(path), 0);
     const auto own = std::exchange(KFLSystem::calls.fcntl, [](int file, int command, std::intptr_t argument) {
@@ -171,7 +173,7 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
     });
     EXPECT_EQ(lock.lock(100ms, nullptr), 0);
     EXPECT_FALSE(queue.isOvertaken);
-    EXPECT_EQ(queue.waiters.size(), leaveEvery == 0 ? 1U : 0U);
+    EXPECT_EQ(queue.waiters.size(), sleepers);
     const int looks = std::exchange(queue.looks, 0);
     lock.unlock(nullptr);
     EXPECT_EQ(lock.lock(100ms, nullptr), 0);
