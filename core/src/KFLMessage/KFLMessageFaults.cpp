@@ -76,11 +76,20 @@ const KFLRowsByName& KFLMessageFaults::rowsOf(const KFLFieldTable* table) {
   return at->second;
 }
 
-// The table of an element that names its type; else that of the row which it belongs to. The row's own table comes
-// first: a disk shares its type tag with a list of such disks.
-const KFLFieldTable* KFLMessageFaults::tableOfElement(const KFLMessageIterator& it,
-                                                      const KFLFieldTable* rowTable) {
-  if (it.getTypeTag().empty()) return rowTable;
+// Whether who reads the row chooses a class by the type tag. Of a record that tells no table nothing is known.
+bool KFLMessageFaults::readsByType(const KFLField& row) const {
+  if (row.table == nullptr) return row.valueType.empty();
+  return row.isPolymorphic ||
+         (row.shape == KFLFieldShape::Special && std::ranges::any_of(derived_, [&row](const auto& info) {
+            return info.base == row.table().record();
+          }));
+}
+
+// The table of an element whose type tag names its class; else that of the row which it belongs to. The row's own table
+// comes first: a disk shares its type tag with a list of such disks.
+const KFLFieldTable* KFLMessageFaults::tableOfElement(const KFLMessageIterator& it, const KFLField& row) {
+  const KFLFieldTable* const rowTable = tableOfRow(row);
+  if (it.getTypeTag().empty() || !readsByType(row)) return rowTable;
   const bool isOfRow = rowTable != nullptr && it.getTypeTag() == rowTable->typeTag() &&
                        it.getTypeNamespace() == rowTable->namespaceUri();
   if (isOfRow) return rowTable;
@@ -105,7 +114,7 @@ KFLExpectation KFLMessageFaults::expect(const KFLExpectation& parent, const KFLM
   if (row->shape == KFLFieldShape::Map) return {};
   const bool isList = row->shape == KFLFieldShape::List;
   if (isList && child.cursor.isEmptyElement() && !row->isPolymorphic) return {};
-  return {row, tableOfElement(child.cursor, tableOfRow(*row)), row->shape == KFLFieldShape::Container};
+  return {row, tableOfElement(child.cursor, *row), row->shape == KFLFieldShape::Container};
 }
 
 // A registry with a default takes every type.

@@ -42,7 +42,8 @@ class KFLMessageFaults {
 
  private:
   const KFLRowsByName& rowsOf(const KFLFieldTable* table);
-  const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLFieldTable* rowTable);
+  bool readsByType(const KFLField& row) const;
+  const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLField& row);
   KFLExpectation expect(const KFLExpectation& parent, const KFLMessageElement& child, KFLFaultScope scope);
   std::string faultOf(std::size_t index);
   std::string faultOfType(const KFLMessageIterator& it, const KFLFieldTable& base) const;
