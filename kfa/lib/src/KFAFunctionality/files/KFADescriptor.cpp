@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <system_error>
 #include <thread>
@@ -50,6 +51,8 @@ class FileSizeSignalBlocked {
   bool wasPending_;
 };
 
+constexpr const char* kMark = "user.kfa.replaces";
+
 // The names of a file's extended attributes; none where the file system has no such thing.
 int listAttributes(int descriptor, std::vector<std::string>& names) {
   const ssize_t size = System::flistxattr(descriptor, nullptr, 0);
@@ -59,6 +62,7 @@ int listAttributes(int descriptor, std::vector<std::string>& names) {
   if (read < 0) return errno;
   for (std::size_t at = 0; at < static_cast<std::size_t>(read); at += names.back().size() + 1)
     names.emplace_back(list.c_str() + at);
+  names.erase(std::remove(names.begin(), names.end(), kMark), names.end());
   return 0;
 }
 
@@ -104,6 +108,17 @@ int copyExtendedAttributes(int from, int to, std::string& what, std::string& los
     if (error != 0) lost += (lost.empty() ? "" : ", ") + what;
   }
   return 0;
+}
+
+std::string describeReplaced(const struct stat& status) {
+  std::string text;
+  for (const auto number :
+       {static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
+        static_cast<std::int64_t>(status.st_mtim.tv_sec), static_cast<std::int64_t>(status.st_mtim.tv_nsec),
+        static_cast<std::int64_t>(status.st_mode), static_cast<std::int64_t>(status.st_uid),
+        static_cast<std::int64_t>(status.st_gid)})
+    text += std::to_string(number) + ' ';
+  return text;
 }
 
 bool isThere(int folder, const std::string& path) {
@@ -178,6 +193,11 @@ void KFALockedFile::reset() {
   if (!isOpen()) return;
   System::flock(get(), LOCK_UN);
   descriptor_.close();
+}
+
+int KFALockedFile::keepWritten(std::string_view text) {
+  text_ = text;
+  return System::fstat(get(), &written_);
 }
 
 std::string folderOf(const std::string& path) {
@@ -255,6 +275,29 @@ bool hasSameContent(const struct stat& left, const struct stat& right) {
 
 bool isUnchanged(const struct stat& left, const struct stat& right) {
   return isSameFile(left, right) && hasSameContent(left, right) && isSameTime(left.st_ctim, right.st_ctim);
+}
+
+bool hasSameOwner(const struct stat& left, const struct stat& right) {
+  return left.st_mode == right.st_mode && left.st_uid == right.st_uid && left.st_gid == right.st_gid;
+}
+
+void markReplacing(int descriptor, const struct stat& replaced) {
+  const std::string mark = describeReplaced(replaced);
+  System::fsetxattr(descriptor, kMark, mark.data(), mark.size(), 0);
+}
+
+void removeMark(int descriptor) {
+  System::fremovexattr(descriptor, kMark);
+}
+
+bool isMarked(int descriptor) {
+  std::string mark;
+  return readAttribute(descriptor, kMark, mark) == 0;
+}
+
+bool isMarked(int descriptor, const struct stat& replaced) {
+  std::string mark;
+  return readAttribute(descriptor, kMark, mark) == 0 && mark == describeReplaced(replaced);
 }
 
 int copyAttributes(int from, int to, std::string& what, std::string& lost) {
