@@ -9,14 +9,12 @@
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/node/KFAQoSAdvice.h>
-#include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
-#include "environments/Environment.h"
 #include "environments/Environments.h"
 #include "qos/QosFormulas.h"
+#include "qos/QosParameters.h"
 #include "terminal/Document.h"
 #include "terminal/Session.h"
-#include "terminal/Trouble.h"
 
 namespace kfactl {
 
@@ -61,12 +59,10 @@ int adviseQos(Session& session) {
   int status = kFine;
   environments.each(
       [&](const auto& file, const Input& input) {
-        const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
-        KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
-        must(config.getQoSes(qoses));
+        const Resources resources = readResources(session, input);
         KFA::KFAQoSAdvice advice;
-        if (judgeMemoryMode(config, qoses.getValue()) == KFA::KFAQoSMemoryMode::Formulas)
-          advice = adviseQoS(*tune, *parser, qoses.getValue());
+        if (resources.mode() == KFA::KFAQoSMemoryMode::Formulas)
+          advice = adviseQoS(*tune, *parser, resources.qoses);
         if (!advice.violated.empty()) status = kFinding;
         if (session.format() == Format::Table)
           print(session, file.path, advice);
