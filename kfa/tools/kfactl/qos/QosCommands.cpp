@@ -128,10 +128,7 @@ void printFinding(Output& out, const Finding& finding, const KFA::KFAKeyCatalogu
 
 // What the memory mode decides without the formulas, else how many formulas hold and do not.
 std::string sumOf(const Judgement& judgement) {
-  if (judgement.mode == KFA::KFAQoSMemoryMode::Managed)
-    return "the memory mode leaves all to slmmemorylimit; no formula applies";
-  if (judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing)
-    return "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return textOf(judgement.mode);
   return std::to_string(judgement.count(State::Holds)) + " hold, " +
          std::to_string(judgement.count(State::Violated)) + " violated, " +
          std::to_string(judgement.count(State::NotCheckable)) + " not checkable";
@@ -154,11 +151,10 @@ void printFaults(Output& out, const std::string& name, const Judgement& judgemen
 }
 
 Document describe(const Judgement& judgement) {
-  constexpr const char* kModes[] = {"formulas", "managed", "limit_missing"};
   Document formulas = Document::array();
   for (const Finding& finding : judgement.findings)
     formulas.push_back(describe(finding));
-  Document document = {{"memory_mode", kModes[static_cast<std::size_t>(judgement.mode)]}};
+  Document document = {{"memory_mode", wordFor(judgement.mode)}};
   document["formulas"] = std::move(formulas);
   return document;
 }
@@ -189,19 +185,25 @@ class Checker {
       printDocument(session_, isSingle() ? all_.front() : all_, "check",
                     isSingle() ? "formula" : "environment");
     else if (!isSingle())
-      session_.out().addLine(std::to_string(violated_) + (violated_ == 1 ? " formula" : " formulas") +
-                             " violated in " + std::to_string(files_) + " of " +
-                             std::to_string(environments_.files().size()) + " files");
-    return environments_.status(files_ == 0 ? kFine : kFinding);
+      session_.out().addLine(sum());
+    return environments_.status(files_ + missing_ == 0 ? kFine : kFinding);
   }
 
  private:
   bool isSingle() const { return environments_.isSingle(); }
   const KFA::KFAKeyCatalogue* catalogue() const { return catalogue_ ? &*catalogue_ : nullptr; }
 
+  std::string sum() const {
+    return std::to_string(violated_) + (violated_ == 1 ? " formula" : " formulas") + " violated in " +
+           std::to_string(files_) + " of " + std::to_string(environments_.files().size()) + " files" +
+           (missing_ == 0 ? "" : "; slmmemorylimit has no value in " + std::to_string(missing_));
+  }
+
   void add(const KFA::KFAEnvironmentFile& file, const Judgement& judgement) {
-    violated_ += judgement.count(State::Violated);
-    files_ += judgement.isFine() ? 0 : 1;
+    const std::size_t violated = judgement.count(State::Violated);
+    violated_ += violated;
+    files_ += violated == 0 ? 0 : 1;
+    missing_ += judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing ? 1 : 0;
     if (session_.format() != Format::Table)
       all_.push_back(isSingle() ? describe(judgement) : documentOf(file, describe(judgement)));
     else if (isSingle())
@@ -215,7 +217,8 @@ class Checker {
   std::optional<KFA::KFAKeyCatalogue> catalogue_;
   Document all_ = Document::array();
   std::size_t violated_ = 0;
-  std::size_t files_ = 0;
+  std::size_t files_ = 0;    // with a formula that is
+  std::size_t missing_ = 0;  // without the one limit that their mode wants
 };
 
 Action prepareCheck(CLI::App& app) {
@@ -404,7 +407,9 @@ constexpr Command kCommands[] = {
      "fails) or not checkable (with the parameters that have no value). Of many environments, all of the "
      "node when "
      "none is\n"
-     "named, what is wrong is printed, and a summary. Status 1 when a formula is violated.\n\n"
+     "named, what is wrong is printed, and a summary. Status 1 when a formula is violated, or when the "
+     "memory\n"
+     "mode is slm and slmmemorylimit has no value.\n\n"
      "Examples:\n"
      "  kfactl qos check\n"
      "  kfactl qos check 101.conf\n"
@@ -414,10 +419,11 @@ constexpr Command kCommands[] = {
      "Few keys, and of these the least change; printed as a command that makes it. Formulas for which no "
      "change was "
      "found are\n"
-     "named. Status 1 when a formula is violated.\n\n"
+     "named. Status 1 when a formula is violated, or when the memory mode is slm and slmmemorylimit has no\n"
+     "value.\n\n"
      "Examples:\n"
      "  kfactl qos advise 114\n"
-     "  kfactl --json qos advise",
+     "  kfactl --json qos advise 101-103 114",
      withoutOptions<adviseQos>},
     {"formulas", "", "List the formulas of the vocabulary",
      "The formulas in the order in which they are checked.\n\n"

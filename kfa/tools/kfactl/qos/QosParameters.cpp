@@ -86,6 +86,17 @@ class Parameters {
 
 }  // namespace
 
+const char* wordFor(KFA::KFAQoSMemoryMode mode) {
+  constexpr const char* kModes[] = {"formulas", "managed", "limit_missing"};
+  return kModes[static_cast<std::size_t>(mode)];
+}
+
+const char* textOf(KFA::KFAQoSMemoryMode mode) {
+  return mode == KFA::KFAQoSMemoryMode::Managed
+             ? "the memory mode leaves all to slmmemorylimit; no formula applies"
+             : "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+}
+
 Resources readResources(Session& session, const Input& input) {
   const auto parser = session.environmentParser();
   Parameters parameters(parser);

@@ -23,6 +23,10 @@ struct Resources {
   KFA::KFAQoSMemoryMode mode() const { return judgeMemoryMode(config, qoses); }
 };
 
+// A memory mode in documents, and for people what one decides that leaves the formulas out.
+const char* wordFor(KFA::KFAQoSMemoryMode mode);
+const char* textOf(KFA::KFAQoSMemoryMode mode);
+
 // Reads them. A file with a value that would be read as another one is refused, and so is one that is none.
 Resources readResources(Session& session, const Input& input);
 
