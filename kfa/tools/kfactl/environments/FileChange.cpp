@@ -33,11 +33,7 @@ void FileChange::declare(CLI::App& app) {
   app.add_flag("-n,--dry-run", dryRun_, "Change nothing; print the difference that it would make");
   declareOutput(app);
   app.add_option("--backup", how_.backupSuffix, "Keep the old content under the file's name with this suffix")
-      ->type_name("SUFFIX")
-      ->check([](const std::string& suffix) {
-        return std::string(suffix.empty() ? "an empty suffix names the file itself; write for example .old"
-                                          : "");
-      });
+      ->type_name("SUFFIX");
   app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
   app.add_flag("--force", options_.force, "Rewrite a file in which a quote or a line is left open");
   app.add_flag("--hard-links", how_.hardLinks,
