@@ -130,6 +130,7 @@ std::string sampleText(Session& session, const std::string& from, KFA::KFAChange
 int create(Session& session, const SetOptions& options, FilesAndChanges words) {
   Environments environments(session, words.files, WhenNone::Refuse);
   if (!environments.isSingle()) throw Trouble("--create makes one environment; name one FILE or VEID");
+  options.change.refuseForNew(environments.files());
   const std::string text = sampleText(session, options.from, words.changes);
   const KFA::KFAEnvConfigRules rules(session.environmentParser());
   const ChangesByFile changes = {{{}, words.changes}};
