@@ -177,6 +177,9 @@ int set(Session& session, const SetOptions& options) {
   } else if (words.changes.empty() && !options.create) {
     throw Trouble("KEY=VALUE is missing; write for example ONBOOT=yes");
   }
+  if (words.files.size() > 1 && std::count(words.files.begin(), words.files.end(), "-") != 0)
+    throw Trouble(
+        "- reads a list in the place of KEY=VALUE, or else one FILE; leave it out, or name it alone");
   checkKeys(session, words.changes);
   if (options.create) return create(session, options, std::move(words));
   changes[{}] = words.changes;

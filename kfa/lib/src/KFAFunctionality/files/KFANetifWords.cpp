@@ -115,13 +115,25 @@ std::string describe(const std::string& name, const std::string& value) {
   return row == nullptr || row->form == nullptr ? fault : fault + "; " + row->form + " is wanted";
 }
 
+// A sound address can only be lost to a server that gives it.
+std::string describeLost(const Fields& asked, const std::string& name, const std::string& value) {
+  auto server = asked.find("dhcp");
+  if (server == asked.end()) server = asked.find("dhcp6");
+  const Row* const row = findRow(name);
+  const bool isAddress = (name == "ip" || name == "ip6") && isSound(*row, value);
+  if (!isAddress || server == asked.end() || server->second.front() != "yes") return describe(name, value);
+  return quoteText(name + "=" + value) + " is not kept beside " + server->first +
+         "=yes, since a server gives the address; one of the two is wanted";
+}
+
 }  // namespace
 
 std::string findLostNetifWord(const std::string& asked, const std::string& given) {
   const Fields there = fieldsOf(given);
-  for (const auto& [name, values] : fieldsOf(asked)) {
+  const Fields here = fieldsOf(asked);
+  for (const auto& [name, values] : here) {
     const auto found = there.find(name);
-    if (found == there.end() || found->second != values) return describe(name, values.front());
+    if (found == there.end() || found->second != values) return describeLost(here, name, values.front());
     const Row* const row = findRow(name);
     for (const std::string& value : values) {
       if (row == nullptr || !isSound(*row, value)) return describe(name, value);
