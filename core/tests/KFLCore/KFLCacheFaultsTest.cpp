@@ -412,16 +412,17 @@ int workOnASmallDisk(const std::string& folder) {
   }
   Cache cache = openCache(path);
   for (const std::size_t size : {60000, 600, 60}) {
-    const auto before = fs::file_size(path);
     const int code = put(*cache, "new", std::string(size, 'y'));
-    if (code != 0 && fs::file_size(path) != before) return 6;
     if (code != 0 && (code != kCacheFull || getErrorMessage().find("No space left") == std::string::npos))
       return 3;
     if (code == 0) twin["new"] = std::string(size, 'y');
   }
   if (contentsOf(*cache) != twin) return 4;
   fs::remove(folder + "/filler");
-  return put(*cache, "new", std::string(60000, 'y')) == 0 && faultOf(path).empty() ? 0 : 5;
+  if (put(*cache, "new", std::string(60000, 'y')) != 0) return 5;
+  const auto before = std::pair(fs::file_size(path), fs::space(folder).free);
+  if (put(*cache, "large", std::string(1 << 20, 'y')) != kCacheFull) return 6;
+  return before == std::pair(fs::file_size(path), fs::space(folder).free) && faultOf(path).empty() ? 0 : 7;
 }
 
 TEST(CacheFaults, AFullDiskIsACode) {
