@@ -465,6 +465,8 @@ const Meddling kMeddlings[] = {
     {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); }, "X=9\n"},
     {"overwrites", writeSecretly, "KEPT"},
     {"replaces", [](const fs::path& target) { replaceBy(target, "X=9\n"); }, "X=9\n"},
+    {"closes", [](const fs::path& target) { chmod(target.c_str(), 0400); }, ""},
+    {"marks", [](const fs::path& target) { setxattr(target.c_str(), "user.origin", "theirs", 6, 0); }, ""},
     {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); }, ""},
     {"putsATemporary",
      [](const fs::path& target) {
@@ -501,6 +503,9 @@ TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
         const std::string content = contentOf(folder / save.target);
         EXPECT_TRUE(has(content, other.kept) && !has(content, other.never)) << content;
         EXPECT_EQ(has(content, "A=\"2\""), result == 0) << content;
+        const std::string name = other.name;
+        EXPECT_TRUE(name != "closes" || stateOf(folder / save.target).starts_with("100400"));
+        EXPECT_TRUE(name != "marks" || has(stateOf(folder / save.target), "user.origin=theirs"));
         if (result != 0) {
           EXPECT_TRUE(has(KFL::getErrorMessage(), "another program")) << KFL::getErrorMessage();
           EXPECT_TRUE(has(content, "A=1")) << content;

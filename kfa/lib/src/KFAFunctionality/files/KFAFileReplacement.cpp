@@ -357,6 +357,7 @@ int KFAFileReplacement::writeTemporary(const std::string& text) {
   const int error = model_ == nullptr ? 0 : copyAttributes(model_->get(), temporary_->get(), what, lost);
   if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
   if (!lost.empty() && options_.note) options_.note(path_ + ": its " + lost + " cannot be kept");
+  if (target_) target_->keepAttributes();
   const bool isOnDisk =
       System::fsync(temporary_->get()) == 0 && (!target_ || temporary_->keepWritten(text) == 0);
   return isOnDisk ? 0 : fail("cannot be written, and is as it was", errno);
@@ -422,7 +423,10 @@ int KFAFileReplacement::checkTarget() const {
   if (!exists || !isUnchanged(now, status_)) return refuseChanged();
   const int error = isRead_ ? compareContent(target_->get(), content_) : 0;
   if (error != 0 && error != ESTALE) return fail("cannot be read", error);
-  return error == 0 ? 0 : refuseChanged();
+  // Reading a long file takes its time.
+  const bool isSame =
+      error == 0 && System::lstat(targetPath_.c_str(), &now) == 0 && isUnchanged(now, status_);
+  return isSame ? 0 : refuseChanged();
 }
 
 int KFAFileReplacement::refuseChanged() const {
@@ -483,7 +487,8 @@ int KFAFileReplacement::checkOld() const {
   if (System::lstat(temporaryPath_.c_str(), &there) != 0) return errno == ENOENT ? 0 : errno;
   if (System::fstat(target_->get(), &old) != 0) return errno;
   if (!isSameFile(old, there)) return ESTALE;
-  if (!hasSameContent(old, status_)) return ESTALE;
+  if (!hasSameContent(old, status_) || !hasSameOwner(old, status_)) return ESTALE;
+  if (!target_->hasKeptAttributes()) return ESTALE;
   try {
     return isRead_ ? compareContent(target_->get(), content_) : 0;
   } catch (const std::bad_alloc&) {
