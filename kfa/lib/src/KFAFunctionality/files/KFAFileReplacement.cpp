@@ -98,29 +98,43 @@ int KFAFileReplacement::waitFor(const KFALockedFile& file) {
 }
 
 int KFAFileReplacement::resolve() {
-  targetPath_ = path_;
+  if (const int result = follow(targetPath_, folderPath_); result != 0) return result;
+  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
+  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
+  if (folderPath_.empty()) folderPath_ = ".";
+  return 0;
+}
+
+// Whether the path still leads to the target: a link may be another one by now, or none.
+bool KFAFileReplacement::isStillNamed() const {
+  if (targetPath_ == path_) return true;
+  std::string target;
+  std::string folder;
+  return follow(target, folder) == 0 && target == targetPath_;
+}
+
+// Where the path leads, and in which folder that is: 0, or as of fail().
+int KFAFileReplacement::follow(std::string& target, std::string& folder) const {
+  target = path_;
   char link[PATH_MAX];
   for (int links = 0;; ++links) {
-    folderPath_ = folderOf(targetPath_);
+    folder = folderOf(target);
     struct statfs system {};
-    const bool known = System::statfs(folderPath_.empty() ? "." : folderPath_.c_str(), &system) == 0;
+    const bool known = System::statfs(folder.empty() ? "." : folder.c_str(), &system) == 0;
     if (!known) return fail("cannot be opened", errno);
     // The names in this folder stand for what a process has open, and not for files in it.
     if (system.f_type == PROC_SUPER_MAGIC) {
       return refuse(
           "stands for what a process has open; a file's own name is wanted, or - for standard output");
     }
-    const ssize_t length = System::readlink(targetPath_.c_str(), link, sizeof(link));
+    const ssize_t length = System::readlink(target.c_str(), link, sizeof(link));
     if (length < 0 && errno != EINVAL && errno != ENOENT) return fail("cannot be opened", errno);
     if (length < 0) break;
     if (links == kMostLinks || length == static_cast<ssize_t>(sizeof(link)))
       return fail("cannot be opened", ELOOP);
     const std::string to(link, static_cast<std::size_t>(length));
-    targetPath_ = to.front() == '/' ? to : folderPath_ + to;
+    target = to.front() == '/' ? to : folder + to;
   }
-  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
-  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
-  if (folderPath_.empty()) folderPath_ = ".";
   return 0;
 }
 
@@ -394,6 +408,7 @@ int KFAFileReplacement::putInPlace() {
   // A folder that may be written but not read cannot be brought to disk by hand.
   if (!folder.isOpen() && errno != EACCES)
     return fail("cannot be replaced, since its folder " + folderPath_ + " cannot be opened", errno);
+  if (!isStillNamed()) return refuseChanged();
   if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
   if (const int result = checkTemporary(); result != 0) return result;
   if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
@@ -488,7 +503,7 @@ int KFAFileReplacement::checkOld() const {
   if (System::fstat(target_->get(), &old) != 0) return errno;
   if (!isSameFile(old, there)) return ESTALE;
   if (!hasSameContent(old, status_) || !hasSameOwner(old, status_)) return ESTALE;
-  if (!target_->hasKeptAttributes()) return ESTALE;
+  if (!target_->hasKeptAttributes() || !isStillNamed()) return ESTALE;
   try {
     return isRead_ ? compareContent(target_->get(), content_) : 0;
   } catch (const std::bad_alloc&) {
