@@ -337,7 +337,7 @@ void KFAFileReplacement::finish() {
 }
 
 int KFAFileReplacement::read() {
-  if (isTooLong(status_)) return fail("cannot be read", EFBIG);
+  if (isTooLong(status_)) return fail("longer than 1 GiB, so it cannot be read", EFBIG);
   std::size_t length = 0;
   const int error =
       System::lseek(target_->get(), 0, SEEK_SET) < 0 ? errno : readToEnd(target_->get(), content_, length);
