@@ -38,23 +38,12 @@ class TwinWalk {
   void step() {
     static constexpr const char* names[] = {"veid", "value", "own_name", "x"};
     static constexpr void (TwinWalk::*kSteps[])(const std::string&) = {
-        &TwinWalk::add,           &TwinWalk::add,       &TwinWalk::insertBeforeFirst,
-        &TwinWalk::setText,       &TwinWalk::find,      &TwinWalk::find,
-        &TwinWalk::removeOrClear, &TwinWalk::removeAll, &TwinWalk::find,
-        &TwinWalk::leave,         &TwinWalk::leave,     &TwinWalk::rename,
-        &TwinWalk::addMany,       &TwinWalk::addText,   &TwinWalk::guarded};
+        &TwinWalk::add,       &TwinWalk::add,     &TwinWalk::insertBeforeFirst, &TwinWalk::setText,
+        &TwinWalk::find,      &TwinWalk::find,    &TwinWalk::removeOrClear,     &TwinWalk::leave,
+        &TwinWalk::removeAll, &TwinWalk::addText, &TwinWalk::guarded,           &TwinWalk::find,
+        &TwinWalk::rename,    &TwinWalk::addMany};
     (this->*kSteps[pick(std::size(kSteps))])(names[pick(std::size(names))]);
-    ASSERT_EQ(it_.getPath(), pathOf(*at_));
-    std::vector<const Twin*> elements;
-    for (const Twin& child : at_->children)
-      if (!child.name.empty()) elements.push_back(&child);
-    if (elements.empty()) return;
-    const std::size_t place = pick(elements.size());
-    const KFLMessageIterator it(it_);
-    it.firstChild();
-    for (std::size_t i = 0; i < place; ++i)
-      it.nextSibling();
-    ASSERT_EQ(it.getPath(), pathOf(*elements[place]));
+    comparePaths();
   }
 
   void compare() {
@@ -68,14 +57,28 @@ class TwinWalk {
 
  private:
   std::size_t pick(std::size_t count) { return random_() % count; }
-  static std::string pathOf(const Twin& twin) {
+  static std::string nameOf(const Twin& twin) {
     if (twin.parent == nullptr) return "/" + twin.name;
     std::size_t position = 0, count = 0;
     for (const Twin& sibling : twin.parent->children) {
       if (sibling.name == twin.name) ++count;
       if (&sibling == &twin) position = count;
     }
-    return pathOf(*twin.parent) + "/" + twin.name + (count > 1 ? "[" + std::to_string(position) + "]" : "");
+    return nameOf(*twin.parent) + "/" + twin.name + (count > 1 ? "[" + std::to_string(position) + "]" : "");
+  }
+
+  // Those of the current element and of one of its children.
+  void comparePaths() {
+    ASSERT_EQ(it_.getPath(), nameOf(*at_));
+    const auto isElement = [](const Twin& child) { return !child.name.empty(); };
+    const auto count = static_cast<std::size_t>(std::ranges::count_if(at_->children, isElement));
+    if (count == 0) return;
+    auto child = std::ranges::find_if(at_->children, isElement);
+    const KFLMessageIterator it(it_);
+    it.firstChild();
+    for (std::size_t i = pick(count); i-- > 0; it.nextSibling())
+      child = std::find_if(std::next(child), at_->children.end(), isElement);
+    ASSERT_EQ(it.getPath(), nameOf(*child));
   }
 
   void add(const std::string& name) {
@@ -164,6 +167,7 @@ class TwinWalk {
       changeUnderGuard(pick(2) == 0 ? "veid" : "x");
       it_ = it;
       at_ = follow(path);
+      comparePaths();
     }
     --guards_;
     if (pick(2) == 0) {

@@ -25,6 +25,9 @@ using System = KFL::KFLSystem;
 constexpr int kMostLinks = 40;
 constexpr mode_t kPrivateMode = 0600;
 
+// What another program wrote has the name of a temporary file; no call on a file gives this error.
+constexpr int kOthers = ENOTUNIQ;
+
 // Whether a file system does not know a way to rename or to link.
 bool isUnknown(int error) {
   return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
@@ -95,29 +98,43 @@ int KFAFileReplacement::waitFor(const KFALockedFile& file) {
 }
 
 int KFAFileReplacement::resolve() {
-  targetPath_ = path_;
+  if (const int result = follow(targetPath_, folderPath_); result != 0) return result;
+  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
+  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
+  if (folderPath_.empty()) folderPath_ = ".";
+  return 0;
+}
+
+// Whether the path still leads to the target: a link may be another one by now, or none.
+bool KFAFileReplacement::isStillNamed() const {
+  if (targetPath_ == path_) return true;
+  std::string target;
+  std::string folder;
+  return follow(target, folder) == 0 && target == targetPath_;
+}
+
+// Where the path leads, and in which folder that is: 0, or as of fail().
+int KFAFileReplacement::follow(std::string& target, std::string& folder) const {
+  target = path_;
   char link[PATH_MAX];
   for (int links = 0;; ++links) {
-    folderPath_ = folderOf(targetPath_);
+    folder = folderOf(target);
     struct statfs system {};
-    const bool known = System::statfs(folderPath_.empty() ? "." : folderPath_.c_str(), &system) == 0;
+    const bool known = System::statfs(folder.empty() ? "." : folder.c_str(), &system) == 0;
     if (!known) return fail("cannot be opened", errno);
     // The names in this folder stand for what a process has open, and not for files in it.
     if (system.f_type == PROC_SUPER_MAGIC) {
       return refuse(
           "stands for what a process has open; a file's own name is wanted, or - for standard output");
     }
-    const ssize_t length = System::readlink(targetPath_.c_str(), link, sizeof(link));
+    const ssize_t length = System::readlink(target.c_str(), link, sizeof(link));
     if (length < 0 && errno != EINVAL && errno != ENOENT) return fail("cannot be opened", errno);
     if (length < 0) break;
     if (links == kMostLinks || length == static_cast<ssize_t>(sizeof(link)))
       return fail("cannot be opened", ELOOP);
     const std::string to(link, static_cast<std::size_t>(length));
-    targetPath_ = to.front() == '/' ? to : folderPath_ + to;
+    target = to.front() == '/' ? to : folder + to;
   }
-  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
-  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
-  if (folderPath_.empty()) folderPath_ = ".";
   return 0;
 }
 
@@ -244,6 +261,8 @@ int KFAFileReplacement::takeTemporary(bool& again) {
   if (error != 0)
     return fail("cannot be replaced, since no file can be made in its folder " + folderPath_, error);
   temporary_ = std::move(made);
+  // Before it has a single byte, so that it is never taken for another's.
+  if (target_) markReplacing(temporary_->get(), status_);
   error = temporary_->tryLock(temporaryPath_);
   if (error == 0) error = temporary_->findName(temporaryPath_);
   // Somebody may have taken the new file for a stale one.
@@ -263,11 +282,15 @@ int KFAFileReplacement::clearStale() {
   if (error == EWOULDBLOCK) return waitFor(file);
   const std::string inTheWay = "cannot be replaced, since " + temporaryPath_ + " is in the way";
   if (error == EEXIST) return refuse(inTheWay + " and was not left by a run that died; remove it");
+  if (error == kOthers) {
+    return refuse("a run that died took away what another program had just written, and that is in " +
+                  moveAside() + "; take from there what is wanted, and try again");
+  }
   return error == 0 ? 0 : fail(inTheWay, error);
 }
 
 // Removes what a writer that died has left under this name: 0, or an errno. One that lives holds a lock on it: then
-// EWOULDBLOCK, and the file is open. EEXIST for what no writer leaves.
+// EWOULDBLOCK, and the file is open. EEXIST for what no writer leaves, kOthers for what another program wrote.
 int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file) const {
   struct stat status {};
   if (System::lstat(path.c_str(), &status) != 0) return errno == ENOENT ? 0 : errno;
@@ -280,8 +303,29 @@ int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file
     // Another user's; whoever writes to it has the lock on the target, which is this process's.
     error = 0;
   }
+  if (error == 0 && path == temporaryPath_ && isOthers(file, status)) return kOthers;
   if (error == 0) error = System::unlink(path.c_str()) == 0 ? 0 : errno;
   return error == ENOENT || error == ESTALE ? 0 : error;
+}
+
+// Whether a writer that died behind its exchange has left what another program wrote: the target says what it took the
+// place of, and this is neither that, unchanged, nor a new file.
+bool KFAFileReplacement::isOthers(const KFALockedFile& file, const struct stat& status) const {
+  if (!target_ || status.st_size == 0 || isSameFile(status, status_)) return false;
+  return file.isOpen() && isMarked(target_->get()) && !isMarked(target_->get(), status) &&
+         !isMarked(file.get());
+}
+
+// Gives what has the temporary file's name one that nobody removes, and says which; the old one where that fails.
+std::string KFAFileReplacement::moveAside() const {
+  for (int number = 1; number <= kMostTries; ++number) {
+    const std::string suffix = ".kfa-kept" + (number == 1 ? std::string() : std::to_string(number));
+    std::string kept = temporaryPathOf(targetPath_, suffix);
+    if (System::renameat2(AT_FDCWD, temporaryPath_.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) == 0)
+      return kept;
+    if (errno != EEXIST) break;
+  }
+  return temporaryPath_;
 }
 
 // What cannot be removed now is in the way of the next replacement, and named there.
@@ -293,7 +337,7 @@ void KFAFileReplacement::finish() {
 }
 
 int KFAFileReplacement::read() {
-  if (isTooLong(status_)) return fail("cannot be read", EFBIG);
+  if (isTooLong(status_)) return fail("longer than 1 GiB, so it cannot be read", EFBIG);
   std::size_t length = 0;
   const int error =
       System::lseek(target_->get(), 0, SEEK_SET) < 0 ? errno : readToEnd(target_->get(), content_, length);
@@ -327,7 +371,10 @@ int KFAFileReplacement::writeTemporary(const std::string& text) {
   const int error = model_ == nullptr ? 0 : copyAttributes(model_->get(), temporary_->get(), what, lost);
   if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
   if (!lost.empty() && options_.note) options_.note(path_ + ": its " + lost + " cannot be kept");
-  return System::fsync(temporary_->get()) == 0 ? 0 : fail("cannot be written, and is as it was", errno);
+  if (target_) target_->keepAttributes();
+  const bool isOnDisk =
+      System::fsync(temporary_->get()) == 0 && (!target_ || temporary_->keepWritten(text) == 0);
+  return isOnDisk ? 0 : fail("cannot be written, and is as it was", errno);
 }
 
 int KFAFileReplacement::writeBackup() {
@@ -361,9 +408,11 @@ int KFAFileReplacement::putInPlace() {
   // A folder that may be written but not read cannot be brought to disk by hand.
   if (!folder.isOpen() && errno != EACCES)
     return fail("cannot be replaced, since its folder " + folderPath_ + " cannot be opened", errno);
+  if (!isStillNamed()) return refuseChanged();
   if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
   if (const int result = checkTemporary(); result != 0) return result;
   if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
+  if (target_) removeMark(temporary_->get());
   if (!folder.isOpen() || System::fsync(folder.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
   fail("is replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
   return -1;
@@ -389,7 +438,10 @@ int KFAFileReplacement::checkTarget() const {
   if (!exists || !isUnchanged(now, status_)) return refuseChanged();
   const int error = isRead_ ? compareContent(target_->get(), content_) : 0;
   if (error != 0 && error != ESTALE) return fail("cannot be read", error);
-  return error == 0 ? 0 : refuseChanged();
+  // Reading a long file takes its time.
+  const bool isSame =
+      error == 0 && System::lstat(targetPath_.c_str(), &now) == 0 && isUnchanged(now, status_);
+  return isSame ? 0 : refuseChanged();
 }
 
 int KFAFileReplacement::refuseChanged() const {
@@ -409,15 +461,37 @@ int KFAFileReplacement::exchange() const {
     return checkTemporary() == 0 ? refuseChanged() : -1;
   }
   const int error = checkOld();
-  if (error == 0) {
-    System::unlink(temporaryPath_.c_str());
-    return 0;
+  if (error != 0) return putBack(error);
+  System::unlink(temporaryPath_.c_str());
+  return 0;
+}
+
+// Undoes an exchange. What had the name by then was put there later than what has it now, so if that is not the new file
+// as it was written, it has to get the name back; and so on, until nobody came between. 1 or -1.
+int KFAFileReplacement::putBack(int error) const {
+  struct stat expected = temporary_->getWritten();
+  for (int tries = 1; tries <= kMostTries; ++tries) {
+    struct stat put {};
+    struct stat taken {};
+    System::lstat(temporaryPath_.c_str(), &put);
+    if (!renameBy(RENAME_EXCHANGE)) {
+      const int reason = errno;
+      temporary_->reset();
+      const char* const what = tries == 1 ? "is replaced, but" : "is as another program left it, but";
+      fail(std::string(what) + " what was written before is in " + moveAside(), reason);
+      return -1;
+    }
+    const bool isKnown = System::lstat(temporaryPath_.c_str(), &taken) == 0 && isSameFile(taken, expected) &&
+                         hasSameContent(taken, expected) && hasSameOwner(taken, expected);
+    if (isKnown && tries > 1) break;
+    if (isKnown && compareContent(temporary_->get(), temporary_->getText()) == 0)
+      return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
+    expected = put;
   }
-  if (!renameBy(RENAME_EXCHANGE)) {
-    fail("is replaced, but what another program wrote meanwhile is in " + temporaryPath_, errno);
-    return -1;
-  }
-  return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
+  temporary_->reset();
+  return refuse(
+      "another program has changed it while it was replaced, and it is as that one left it; what was " +
+      ("written before is in " + moveAside()));
 }
 
 // Whether the old file, which has the temporary one's name now, is what was read: 0, ESTALE, or another errno.
@@ -428,7 +502,8 @@ int KFAFileReplacement::checkOld() const {
   if (System::lstat(temporaryPath_.c_str(), &there) != 0) return errno == ENOENT ? 0 : errno;
   if (System::fstat(target_->get(), &old) != 0) return errno;
   if (!isSameFile(old, there)) return ESTALE;
-  if (!hasSameContent(old, status_)) return ESTALE;
+  if (!hasSameContent(old, status_) || !hasSameOwner(old, status_)) return ESTALE;
+  if (!target_->hasKeptAttributes() || !isStillNamed()) return ESTALE;
   try {
     return isRead_ ? compareContent(target_->get(), content_) : 0;
   } catch (const std::bad_alloc&) {

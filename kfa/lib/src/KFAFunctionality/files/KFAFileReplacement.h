@@ -89,6 +89,8 @@ class KFAFileReplacement {
   };
 
   int resolve();
+  bool isStillNamed() const;
+  int follow(std::string& target, std::string& folder) const;
   int takeTurn(const KFAReplaceOptions& options, bool mayCreate, mode_t createMode);
   int openTarget(bool mayCreate, bool& again);
   int lockTarget(KFALockedFile& target, bool& again);
@@ -99,6 +101,8 @@ class KFAFileReplacement {
   int takeTemporary(bool& again);
   int clearStale();
   int removeStale(const std::string& path, KFALockedFile& file) const;
+  bool isOthers(const KFALockedFile& file, const struct stat& status) const;
+  std::string moveAside() const;
   int prepare(const std::string& text);
   int writeTemporary(const std::string& text);
   int writeBackup();
@@ -106,6 +110,7 @@ class KFAFileReplacement {
   int checkTemporary() const;
   int checkTarget() const;
   int exchange() const;
+  int putBack(int error) const;
   int checkOld() const;
   bool renameBy(unsigned flags) const;
   int rename() const;

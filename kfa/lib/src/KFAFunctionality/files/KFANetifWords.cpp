@@ -132,12 +132,24 @@ std::string findNamedTwice(std::string_view entry) {
   return {};
 }
 
+// A sound address can only be lost to a server that gives it.
+std::string describeLost(const Fields& asked, const std::string& name, const std::string& value) {
+  auto server = asked.find("dhcp");
+  if (server == asked.end()) server = asked.find("dhcp6");
+  const Row* const row = findRow(name);
+  const bool isAddress = (name == "ip" || name == "ip6") && isSound(*row, value);
+  if (!isAddress || server == asked.end() || server->second.front() != "yes") return describe(name, value);
+  return quoteText(name + "=" + value) + " is not kept beside " + server->first +
+         "=yes, since a server gives the address; one of the two is wanted";
+}
+
 }  // namespace
 
 std::string findLostNetifWord(const std::string& asked, const std::string& given) {
   const Fields there = fieldsOf(given);
   if (std::string twice = findNamedTwice(asked); !twice.empty()) return twice;
-  for (const auto& [name, values] : fieldsOf(asked)) {
+  const Fields here = fieldsOf(asked);
+  for (const auto& [name, values] : here) {
     const Row* const row = findRow(name);
     for (const std::string& value : values) {
       if (row != nullptr && isSound(*row, value)) continue;
@@ -147,7 +159,7 @@ std::string findLostNetifWord(const std::string& asked, const std::string& given
                       : describe(name, value);
     }
     const auto found = there.find(name);
-    if (found == there.end() || found->second != values) return describe(name, values.front());
+    if (found == there.end() || found->second != values) return describeLost(here, name, values.front());
   }
   return {};
 }
