@@ -57,6 +57,16 @@ void expectSame(const T& a, const T& b) {
   }
 }
 
+// Elements that others put there, one before all others and one behind.
+void addStrays(const KFAEnvConfig& config, const char* element) {
+  KFLMessageIterator it = config.getIterator();
+  const KFLMessageIterator first(it);
+  it.addEmptyChild(element);
+  first.firstChild();
+  it.setInsertionPoint(first);
+  it.addEmptyChild(element);
+}
+
 template <class Get, class Set, class T>
 void checkLife(const Row& row, Get get, Set set, const T& value) {
   using Optional = KFLOptionalProperty<T>;
@@ -64,11 +74,14 @@ void checkLife(const Row& row, Get get, Set set, const T& value) {
   Optional got(value);
   EXPECT_EQ((config.*get)(got), -1) << "without a message";
   EXPECT_TRUE(got.isSpecified());
+  config.initMsg();
+  addStrays(config, "veid");
   config.setVeid(1);
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
 
   for (int i = 0; i < 2; ++i) {
+    addStrays(config, row.element);
     EXPECT_EQ((config.*set)(value), 0);
     got = Optional();
     EXPECT_EQ((config.*get)(got), 0);
@@ -87,6 +100,7 @@ void checkLife(const Row& row, Get get, Set set, const T& value) {
     EXPECT_EQ((config.*get)(got), 0);
     EXPECT_TRUE(got.isSpecified() && got.getValue().empty());
   }
+  addStrays(config, row.element);
   EXPECT_EQ((config.*set)(Optional()), 0);
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
@@ -354,6 +368,9 @@ TEST(KFAEnvConfig, DisksWithoutAFactoryAreNotWritten) {
   KFAEnvConfig config;
   const ForeignList foreign;
   EXPECT_EQ(config.setHardDisks(&foreign), -1);
+  EXPECT_TRUE(names(config).empty());
+  addStrays(config, "disk_list");
+  EXPECT_EQ(config.setHardDisks(nullptr), 0);
   EXPECT_TRUE(names(config).empty());
 }
 
