@@ -47,6 +47,8 @@ class Reading {
  public:
   Reading(std::span<const std::byte> bytes, bool isWhole) : bytes_(bytes), isWhole_(isWhole) {}
 
+  // Whether every block is free or reached, and every count 1: of a whole file that is sound.
+  bool isTidy() { return isSound() && isWhole_ && !isShared_ && used_.size() == blocks_.size(); }
   bool isSound() {
     try {
       readHeader();
@@ -104,7 +106,8 @@ class Reading {
     mustBe(blocks_[data - 8] - 8 >= least);
     return data;
   }
-  void mustBeCounted(std::int64_t at) const {
+  void mustBeCounted(std::int64_t at) {
+    isShared_ = isShared_ || word(at) != 1;
     mustBe(!isWhole_ || (word(at) >= 1 && word(at) < 0x80000000LL));
   }
   void readSnapshot() {
@@ -129,6 +132,7 @@ class Reading {
   const bool isWhole_;
   std::map<std::int64_t, std::int64_t> blocks_;  // their bytes, by where they begin
   std::set<std::int64_t> used_;
+  bool isShared_ = false;
 };
 
 // --- A file of its own ------------------------------------------------------------------------------------------------
@@ -354,6 +358,8 @@ void check(std::span<const std::byte> bytes) {
   if (isKept) requireReadable({bytes.begin(), bytes.end()}, kept);
   require(isSound == Reading(bytes, true).isSound() && isKept == Reading(bytes, false).isSound(),
           "the proof says what the format does", isSound || isKept ? "sound" : whole.faults().front().text);
+  require(whole.isTidy() == Reading(bytes, true).isTidy(),
+          "the proof says whether anything is to be given back");
   useFile(bytes);
 }
 

@@ -1,105 +1,83 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "CacheCrew.h"
 
-#include <poll.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
-#include <csignal>
-#include <cstring>
+#include <ctime>
 #include <exception>
-#include <fstream>
-#include <memory>
+#include <functional>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
-#include <boost/smart_ptr/intrusive_ptr.hpp>
-
-#include <KFLCommon/KFLError.h>
-#include <KFLCore/KFLCacheFile.h>
-#include <KFLCore/KFLCacheSnapshot.h>
+#include <KFLCommon/KFLLog.h>
 
 namespace cachefaults {
 
-std::uint64_t Random::next() {
-  state_ += 0x9E3779B97F4A7C15;
-  std::uint64_t mixed = state_;
-  mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
-  mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
-  return mixed ^ (mixed >> 31);
-}
-
 std::uint32_t Random::logarithmic(std::uint32_t end) {
-  const double exponent = static_cast<double>(next() >> 11) / static_cast<double>(std::uint64_t{1} << 53);
-  return static_cast<std::uint32_t>(std::pow(static_cast<double>(end), exponent));
+  return static_cast<std::uint32_t>(std::pow(end, below(1U << 30) / static_cast<double>(1U << 30)));
 }
 
-std::uint64_t hashOf(std::string_view text) {
-  std::uint64_t hash = 0xCBF29CE484222325;
-  for (const char byte : text)
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
-  return hash;
+Digest digestOf(const Contents& items) {
+  Digest digest{};
+  for (const auto& [key, text] : items) {
+    const std::size_t worker =
+        key.size() > 2 && key[1] == '.' ? static_cast<std::size_t>(key[0] - 'a') : kWorkers;
+    digest[std::min<std::size_t>(worker, kWorkers)] += std::hash<std::string>()(key + "=" + text);
+  }
+  return digest;
 }
 
-static std::string keyOf(std::uint32_t worker, std::uint32_t number) {
-  std::string key{static_cast<char>('a' + worker), '.', static_cast<char>('0' + number)};
-  if (number + 1 == kKeys) key.resize(255, 'x');
-  return key;
-}
-
-Changes changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt) {
+KFL::KFLCacheChanges changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt) {
   Random random(seed * 1000003 + std::uint64_t{worker} * 10007 + attempt);
-  Changes changes;
+  KFL::KFLCacheChanges changes;
   for (std::uint32_t left = random.chance(70) ? 1 : 1 + random.below(6); left > 0; --left) {
-    const std::uint32_t number = random.below(kKeys);
-    std::optional<std::string> text;
+    std::string key{static_cast<char>('a' + worker), '.', static_cast<char>('0' + random.below(7))};
+    if (key[2] == '6') key.resize(255, 'x');
+    const std::size_t length = random.logarithmic(random.chance(3) ? 60000 : 900);
     if (random.chance(75))
-      text = std::string(random.logarithmic(random.chance(3) ? 60000 : 900),
-                         static_cast<char>('A' + random.below(26))) +
-             std::to_string(attempt);
-    changes.emplace_back(keyOf(worker, number), std::move(text));
+      changes.put(key,
+                  std::string(length, static_cast<char>('A' + random.below(26))) + std::to_string(attempt));
+    else
+      changes.remove(key);
   }
   return changes;
 }
 
-Changes templatesOf(const Changes& changes) {
-  static const std::string kTypes = "http://kelvarium.internal/webservices/kf";
-  Changes templates;
-  for (const auto& [key, text] : changes) {
-    if (key.size() > 200) continue;
-    const std::string id = key + ".application.x86_64.debian-12.1";
-    std::optional<std::string> message;
-    if (text.has_value())
-      message =
-          "<template_object xmlns=\"" + kTypes + "a/4.0.0/kfatypes\" xmlns:core=\"" + kTypes +
-          "l/4.0.0/types\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\"><id>" + id +
-          "</id><item xsi:type=\"package_kftemplateType\"><core:name>" + key +
-          "</core:name><core:architecture>x86_64</core:architecture><core:version>1</core:version>"
-          "<core:os>debian-12</core:os><core:kind>application</core:kind><os_template>false</os_template>"
-          "<is_cached>true</is_cached><uptodate>true</uptodate><path>" +
-          *text + "</path></item></template_object>";
-    templates.emplace_back(id, std::move(message));
+KFL::KFLCacheChanges templatesOf(const KFL::KFLCacheChanges& changes) {
+  static const std::string kExample =
+      cachetest::readFile(KFA_SOURCE_DIR "/examples/messages/templateobject.xml");
+  KFL::KFLCacheChanges templates;
+  for (const auto& [key, text] : changes.all()) {
+    std::string message = kExample;
+    for (std::size_t at; key.size() < 200 && (at = message.find("nginx")) != std::string::npos;)
+      message.replace(at, 5, key);
+    const std::size_t id = message.find("<id>") + 4;
+    const std::string name = message.substr(id, message.find("</id>") - id);
+    if (key.size() < 200 && !text) templates.remove(name);
+    if (key.size() < 200 && text) templates.put(name, message.insert(message.find("<path>") + 6, *text));
   }
   return templates;
 }
 
-void Listings::add(std::string_view key, std::string_view text) {
-  ++records;
-  const std::uint32_t worker = key.size() < 3 ? kWorkers : static_cast<std::uint32_t>(key[0] - 'a');
-  const std::uint32_t number = worker < kWorkers ? static_cast<std::uint32_t>(key[2] - '0') : kKeys;
-  if (number < kKeys && key.starts_with(keyOf(worker, number)))
-    of[worker][number] = hashOf(text);
-  else
-    ++strangers;
+void changeItems(Contents& items, const KFL::KFLCacheChanges& changes) {
+  for (const auto& [key, text] : changes.all())
+    if (text)
+      items[key] = *text;
+    else
+      items.erase(key);
 }
 
-const char* nameOf(Verb verb) {
-  static constexpr const char* kNames[] = {"open", "create", "close", "change", "hold", "acquire", "release",
-                                           "find", "repair", "sync",  "fork",   "duet", "leave"};
-  return kNames[static_cast<std::size_t>(verb)];
+Progress& progressOf(std::uint32_t worker) {
+  static auto* const all = static_cast<Progress*>(
+      mmap(nullptr, kWorkers * sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  return all[worker];
 }
 
 namespace {
@@ -107,160 +85,92 @@ namespace {
 using namespace KFL;
 using Clock = std::chrono::steady_clock;
 
-// What comes from a worker: a report, or word that it waits at its moment.
-constexpr char kAnswers = 'a';
-constexpr char kWaits = 'w';
-
-bool readAll(int from, void* to, std::size_t size) {
-  for (auto* at = static_cast<char*>(to); size > 0;) {
-    const ssize_t got = read(from, at, size);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return false;
-    at += got;
-    size -= static_cast<std::size_t>(got);
-  }
-  return true;
-}
-bool writeAll(int to, const void* from, std::size_t size) {
-  for (const auto* at = static_cast<const char*>(from); size > 0;) {
-    const ssize_t put = write(to, at, size);
-    if (put < 0 && errno == EINTR) continue;
-    if (put <= 0) return false;
-    at += put;
-    size -= static_cast<std::size_t>(put);
-  }
-  return true;
-}
-
-static_assert(std::is_trivially_copyable_v<Report>);
-
-Listings listingsOf(const KFLCacheSnapshot& snapshot) {
-  Listings items;
-  for (std::uint32_t i = 0; i < snapshot.size(); ++i)
-    items.add(snapshot.getKey(i), snapshot.getText(i));
-  return items;
-}
+static_assert(std::is_trivially_copyable_v<Report> && std::is_trivially_copyable_v<Order>);
 
 // The other side: what runs in the worker's process.
 class Hand {
  public:
-  Hand(const Setting& setting, std::uint32_t number, Progress& progress, int orders, int answers)
-      : setting_(setting), number_(number), progress_(progress), orders_(orders), answers_(answers) {
+  Hand(const Setting& setting, std::uint32_t number, int line)
+      : setting_(setting), number_(number), line_(line) {
     self_ = this;
   }
 
-  [[noreturn]] void run() {
-    watchMoments();
-    for (Order order; readAll(orders_, &order, sizeof(order));) {
-      report_ = {};
-      perform(order);
-      checkHeld();
-      if (!writeAll(answers_, &kAnswers, sizeof(kAnswers)) || !writeAll(answers_, &report_, sizeof(report_)))
-        break;
-    }
-    _exit(0);
+  [[noreturn]] void run();
+  int open();
+  int close();
+  int change();
+  int hold();
+  int acquire();
+  int release();
+  int find();
+  int repair() {
+    return measure([&] { return cache_->repair(report_.isAlone); });
   }
+  int sync() {
+    return measure([&] { return cache_->sync(); });
+  }
+  int forkChild();
+  int duet();
+  int leave() { _exit(0); }
 
  private:
   struct Held {
     KFLCacheSnapshot snapshot;
-    Listings items;
+    Digest items{};
     KFLSnapshotHead* bare = nullptr;
     KFLCacheFile::Storage storage;
   };
 
   static void waitAtMoment() {
-    char go = 0;
-    if (!writeAll(self_->answers_, &kWaits, sizeof(kWaits)) || !readAll(self_->orders_, &go, 1)) _exit(0);
+    Report word;
+    word.waits = true;
+    word.accessed = accessed();
+    ::send(self_->line_, &word, sizeof(word), MSG_NOSIGNAL);
+    Order go;
+    if (recv(self_->line_, &go, sizeof(go), 0) <= 0) _exit(0);
+  }
+  void blame(const std::string& fault) {
+    if (report_.fault[0] == '\0') fault.copy(report_.fault.data(), report_.fault.size() - 1);
+  }
+
+  void mustBe(bool holds, const char* fault) {
+    if (!holds && !setting_.isDamaged) blame(fault);
   }
 
   // Runs calls into the library with the order's plan, and measures them.
   template <class Calls>
-  int measure(const Plan& plan, Calls calls) {
+  int measure(Calls calls) {
     const auto start = Clock::now();
-    int code = 0;
-    begin(plan, waitAtMoment);
+    int code = -1000;
+    begin(order_.plan, waitAtMoment);
     try {
       code = calls();
       end();
     } catch (const std::exception& error) {
       end();
-      code = -1000;
-      report_.fault = std::string("an exception came out: ") + error.what();
+      blame(std::string("an exception came out: ") + error.what());
     }
     report_.nanoseconds += std::chrono::nanoseconds(Clock::now() - start).count();
     return code;
   }
 
-  void perform(const Order& order) {
-    const std::size_t texts = countErrorMessages();
-    switch (order.verb) {
-      case Verb::Open:
-        report_.code = open(order.plan, false);
-        break;
-      case Verb::Create:
-        report_.code = open(order.plan, true);
-        break;
-      case Verb::Close:
-        report_.code = measure(order.plan, [&] { return close(); });
-        break;
-      case Verb::Change:
-        report_.code = change(order);
-        break;
-      case Verb::Hold:
-        hold(order.plan);
-        break;
-      case Verb::Acquire:
-        acquire(order.plan);
-        break;
-      case Verb::Release:
-        release(order);
-        break;
-      case Verb::Find:
-        find(order.plan);
-        break;
-      case Verb::Repair:
-        report_.code = measure(order.plan, [&] { return cache_->repair(report_.isAlone); });
-        break;
-      case Verb::Sync:
-        report_.code = measure(order.plan, [&] { return cache_->sync(); });
-        break;
-      case Verb::Fork:
-        forkChild(order);
-        break;
-      case Verb::Duet:
-        duet(order);
-        break;
-      case Verb::Leave:
-        _exit(0);
+  // Every byte that a snapshot shows must be there, and every key is found.
+  Digest read(const KFLCacheSnapshot& snapshot) {
+    Contents items;
+    for (std::uint32_t i = 0; i < snapshot.size() && (i < 100 || !setting_.isDamaged); ++i) {
+      const std::string_view text = snapshot.getText(i);
+      const std::size_t skipped = setting_.isDamaged && text.size() > 64 ? text.size() - 64 : 0;
+      items.emplace(snapshot.getKey(i), text.substr(skipped));
+      mustBe(snapshot.find(snapshot.getKey(i)) == i, "a key that is there was not found");
     }
-    if (report_.code < 0 && order.verb != Verb::Fork && report_.fault.empty() &&
-        countErrorMessages() == texts)
-      report_.fault = "a code without a text";
+    mustBe(items.size() == snapshot.size(), "a key stands twice");
+    return digestOf(items);
   }
-
-  void makeCache() {
-    if (cache_ != nullptr) return;
-    KFLCacheLimits limits;
-    limits.growth = setting_.growth;
-    limits.spareRecords = setting_.spareRecords;
-    cache_.reset(new KFLCacheFile(setting_.path, limits));
-    cache_->setLockTimeout(setting_.lockTimeout);
+  void checkHeld() {
+    for (const Held& held : held_)
+      if (held.bare == nullptr) mustBe(read(held.snapshot) == held.items, "a held snapshot changed");
   }
-  int open(const Plan& plan, bool afresh) {
-    makeCache();
-    const int code = measure(plan, [&] {
-      int result = cache_->initialize(true, afresh);
-      if (result != 0 && afresh) {
-        removeLockedCacheFile(setting_.path, result);
-        result = cache_->initialize(true, false);
-      }
-      return result;
-    });
-    if (code != 0) close();
-    return code;
-  }
-  int close() {
+  int drop() {
     for (Held& held : held_)
       if (held.bare != nullptr) cache_->releaseSnapshot(held.bare, held.storage);
     held_.clear();
@@ -268,179 +178,197 @@ class Hand {
     return 0;
   }
 
-  int change(const Order& order) {
-    int code = 0;
-    for (std::uint32_t attempt = order.first; attempt < order.first + order.count && code == 0; ++attempt) {
-      KFLCacheChanges changes;
-      const Changes plain = changesOf(number_, setting_.seed, attempt);
-      for (const auto& [key, text] : setting_.areTemplates ? templatesOf(plain) : plain) {
-        if (text.has_value())
-          changes.put(key, *text);
-        else
-          changes.remove(key);
-      }
-      progress_.started = attempt;
-      code = measure(order.plan, [&] {
-        const int result = cache_->apply(changes);
-        if (result == 0) progress_.committed = attempt;
-        return result;
-      });
-    }
-    return code;
-  }
-
-  void hold(const Plan& plan) {
-    Held held;
-    report_.code = measure(plan, [&] { return cache_->hold(held.snapshot); });
-    if (report_.code != 0) return;
-    if (held.snapshot.size() > 0) {
-      const std::int64_t key = offsetInFile(held.snapshot.getKey(0).data());
-      report_.held = key < 0 ? -1 : key - 12;
-    }
-    report_.items = held.items = listingsOf(held.snapshot);
-    held_.push_back(std::move(held));
-  }
-  void acquire(const Plan& plan) {
-    Held held;
-    report_.code = measure(plan, [&] {
-      held.bare = cache_->acquireSnapshot(held.storage);
-      return held.bare == nullptr ? kCacheNotLocked : 0;
-    });
-    if (report_.code != 0) return;
-    report_.held = offsetInFile(held.bare);
-    held_.push_back(std::move(held));
-  }
-  void release(const Order& order) {
-    if (order.first >= held_.size()) return;
-    Held held = std::move(held_[order.first]);
-    held_.erase(held_.begin() + static_cast<std::ptrdiff_t>(order.first));
-    report_.code = measure(order.plan, [&] {
-      if (held.bare != nullptr) return cache_->releaseSnapshot(held.bare, held.storage);
-      held.snapshot.release();
-      return 0;
-    });
-  }
-  void find(const Plan& plan) {
-    KFLCacheSnapshot snapshot;
-    report_.code = measure(plan, [&] { return cache_->hold(snapshot); });
-    report_.items = listingsOf(snapshot);
-    for (std::uint32_t i = 0; i < snapshot.size(); ++i)
-      if (snapshot.find(snapshot.getKey(i)) != i) report_.fault = "a key that is there was not found";
-  }
-  void checkHeld() {
-    for (const Held& held : held_)
-      if (held.bare == nullptr && listingsOf(held.snapshot) != held.items)
-        report_.fault = "a held snapshot changed: " + std::to_string(held.snapshot.size()) +
-                        " records instead of " + std::to_string(held.items.records);
-  }
-
-  void forkChild(const Order& order) {
-    const pid_t child = fork();
-    if (child == 0) {
-      prctl(PR_SET_PDEATHSIG, SIGKILL);
-      for (const Held& held : held_)
-        if (held.snapshot.size() != 0) _exit(98);
-      const int code = change(order);
-      _exit(code == 0 ? 0 : code == kCacheNotLocked ? 9 : report_.fault.empty() ? 97 : 96);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    report_.died = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-    if (report_.died || status == 0) return;
-    report_.code = WIFEXITED(status) && WEXITSTATUS(status) == 9 ? kCacheNotLocked : -1001;
-    const bool isRefused = order.plan.event == Event::NoMemory && status >> 8 == 97;
-    if (report_.code != kCacheNotLocked && !isRefused)
-      report_.fault = status >> 8 == 96 ? "an exception came out in a forked child"
-                                        : "a forked child ended with " + std::to_string(status);
-  }
-
-  void duet(const Order& order) {
-    std::atomic<int> second{0};
-    std::thread other([&] {
-      for (std::uint32_t i = 0; i < order.count && second == 0; ++i)
-        second = order.first % 2 == 0 ? repairOnce() : openOnce();
-    });
-    for (std::uint32_t i = 0; i < order.count && report_.code == 0; ++i) {
-      KFLCacheSnapshot snapshot;
-      report_.code = measure({}, [&] { return cache_->hold(snapshot); });
-      const Listings items = listingsOf(snapshot);
-      if (report_.code == 0) report_.code = change({Verb::Change, {}, order.first + i, 1});
-      if (listingsOf(snapshot) != items) report_.fault = "a held snapshot changed beside another thread";
-    }
-    other.join();
-    if (report_.code == 0) report_.code = second;
-  }
-  int repairOnce() {
-    bool isAlone = false;
-    return cache_->repair(isAlone);
-  }
-  int openOnce() {
-    const boost::intrusive_ptr<KFLCacheFile> another(new KFLCacheFile(setting_.path));
-    return another->initialize(true, false);
-  }
-
   static Hand* self_;
 
   const Setting& setting_;
   const std::uint32_t number_;
-  Progress& progress_;
-  const int orders_;
-  const int answers_;
-  boost::intrusive_ptr<KFLCacheFile> cache_;
+  const int line_;
+  cachetest::Cache cache_;
   std::vector<Held> held_;
+  Order order_;
   Report report_;
 };
 Hand* Hand::self_ = nullptr;
 
+// In the order of the verbs.
+constexpr struct {
+  const char* name;
+  int (Hand::*run)();
+} kVerbs[] = {{"open", &Hand::open},       {"create", &Hand::open},    {"close", &Hand::close},
+              {"change", &Hand::change},   {"hold", &Hand::hold},      {"acquire", &Hand::acquire},
+              {"release", &Hand::release}, {"find", &Hand::find},      {"repair", &Hand::repair},
+              {"sync", &Hand::sync},       {"fork", &Hand::forkChild}, {"duet", &Hand::duet},
+              {"leave", &Hand::leave}};
+
+void Hand::run() {
+  watchMoments();
+  if (setting_.isDamaged) setLogLevel(kLogFatal);
+  while (recv(line_, &order_, sizeof(order_), 0) > 0) {
+    report_ = {};
+    const std::size_t texts = countErrorMessages();
+    const std::clock_t start = std::clock();
+    report_.code = (this->*kVerbs[static_cast<std::size_t>(order_.verb)].run)();
+    report_.processor = (std::clock() - start) * 1000000 / CLOCKS_PER_SEC;
+    if (report_.code < 0 && order_.verb != Verb::Fork && countErrorMessages() == texts)
+      blame("a code without a text");
+    checkHeld();
+    if (::send(line_, &report_, sizeof(report_), MSG_NOSIGNAL) <= 0) break;
+  }
+  _exit(0);
+}
+
+int Hand::open() {
+  if (cache_ == nullptr) cache_ = cachetest::makeCache(setting_.path, setting_.limits);
+  cache_->setLockTimeout(setting_.lockTimeout);
+  const bool isAfresh = order_.verb == Verb::Create;
+  const int code = measure([&] {
+    const int result = cache_->initialize(true, isAfresh);
+    if (result == 0 || !isAfresh) return result;
+    removeLockedCacheFile(setting_.path, result);
+    return cache_->initialize(true, false);
+  });
+  return code == 0 ? 0 : drop() + code;
+}
+int Hand::close() {
+  return measure([&] { return drop(); });
+}
+
+int Hand::change() {
+  int code = 0;
+  for (std::uint32_t attempt = order_.first; attempt < order_.first + order_.count && code == 0; ++attempt) {
+    KFLCacheChanges changes = changesOf(number_, setting_.seed, attempt);
+    if (setting_.areTemplates) changes = templatesOf(changes);
+    Progress& progress = progressOf(number_);
+    progress.started = attempt;
+    code = measure([&] {
+      const int result = cache_->apply(changes);
+      if (result == 0) progress.committed = attempt;
+      return result;
+    });
+  }
+  return code;
+}
+
+int Hand::hold() {
+  Held held;
+  const int code = measure([&] { return cache_->hold(held.snapshot); });
+  if (code != 0) return code;
+  if (held.snapshot.size() > 0) {
+    const std::int64_t key = offsetInFile(held.snapshot.getKey(0).data());
+    report_.held = key < 0 ? -1 : key - 12;
+  }
+  report_.items = held.items = read(held.snapshot);
+  held_.push_back(std::move(held));
+  return 0;
+}
+int Hand::acquire() {
+  Held held;
+  const int code = measure([&] {
+    held.bare = cache_->acquireSnapshot(held.storage);
+    return held.bare == nullptr ? kCacheNotLocked : 0;
+  });
+  if (code != 0) return code;
+  report_.held = offsetInFile(held.bare);
+  held_.push_back(std::move(held));
+  return 0;
+}
+int Hand::release() {
+  if (order_.first >= held_.size()) return 0;
+  Held held = std::move(held_[order_.first]);
+  held_.erase(held_.begin() + order_.first);
+  return measure([&] {
+    if (held.bare != nullptr) return cache_->releaseSnapshot(held.bare, held.storage);
+    held.snapshot.release();
+    return 0;
+  });
+}
+int Hand::find() {
+  KFLCacheSnapshot snapshot;
+  const int code = measure([&] {
+    const int result = cache_->hold(snapshot);
+    if (order_.plan.countsLoads) read(snapshot);
+    return result;
+  });
+  report_.items = read(snapshot);
+  return code;
+}
+
+int Hand::forkChild() {
+  const pid_t child = cachetest::startChild([&] {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    for (const Held& held : held_)
+      if (held.snapshot.size() != 0) return 98;
+    const int code = change();
+    return code == 0 ? 0 : code == kCacheNotLocked ? 9 : report_.fault[0] == '\0' ? 97 : 96;
+  });
+  const int result = cachetest::waitFor(child);
+  report_.died = result == -SIGKILL;
+  if (report_.died || result == 0) return 0;
+  if (result != 9 && (result != 97 || order_.plan.event != Event::NoMemory))
+    blame("a forked child ended with " + std::to_string(result));
+  return result == 9 ? kCacheNotLocked : -1001;
+}
+
+int Hand::duet() {
+  const Order whole = order_;
+  std::atomic<int> second{0};
+  std::thread other([&] {
+    for (std::uint32_t i = 0; i < whole.count && second == 0; ++i)
+      second = whole.first % 2 == 0 ? cachetest::repairOnce(*cache_)
+                                    : cachetest::makeCache(setting_.path)->initialize(true, false);
+  });
+  int code = 0;
+  order_.count = 1;
+  for (std::uint32_t i = 0; i < whole.count && code == 0; ++i) {
+    KFLCacheSnapshot snapshot;
+    code = cache_->hold(snapshot);
+    const Digest items = read(snapshot);
+    order_.first = whole.first + i;
+    if (code == 0) code = change();
+    mustBe(read(snapshot) == items, "a held snapshot changed beside another thread");
+  }
+  other.join();
+  return code != 0 ? code : second.load();
+}
+
 }  // namespace
 
-Worker::Worker(const Setting& setting, std::uint32_t number, Progress& progress) {
-  int orders[2];
-  int answers[2];
-  if (pipe(orders) != 0 || pipe(answers) != 0) std::abort();
+const char* nameOf(Verb verb) {
+  return kVerbs[static_cast<std::size_t>(verb)].name;
+}
+
+Worker::Worker(const Setting& setting, std::uint32_t number) {
+  int ends[2];
+  progressOf(number);  // is there before the process
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) std::abort();
+  const struct timeval limit { 20, 0 };
+  setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
   process_ = fork();
   if (process_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::close(orders[1]);
-    ::close(answers[0]);
-    Hand(setting, number, progress, orders[0], answers[1]).run();
+    ::close(ends[0]);
+    Hand(setting, number, ends[1]).run();
   }
-  ::close(orders[0]);
-  ::close(answers[1]);
-  orders_ = orders[1];
-  answers_ = answers[0];
-  processHandle_ = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
+  ::close(ends[1]);
+  line_ = ends[0];
 }
 
 Worker::~Worker() {
   if (state_ != State::Dead) die();
-  ::close(orders_);
-  ::close(answers_);
-  ::close(processHandle_);
+  ::close(line_);
 }
 
 void Worker::send(const Order& order) {
   state_ = State::Busy;
-  report_ = {};
-  writeAll(orders_, &order, sizeof(order));
+  ::send(line_, &order, sizeof(order), MSG_NOSIGNAL);
 }
 
-Worker::State Worker::await(std::chrono::milliseconds limit) {
-  pollfd sources[] = {{answers_, POLLIN, 0}, {processHandle_, POLLIN, 0}};
-  if (poll(sources, 2, static_cast<int>(limit.count())) <= 0) return state_;
-  char what = 0;
-  const bool isRead = (sources[0].revents & POLLIN) != 0 && readAll(answers_, &what, sizeof(what));
-  if (isRead && what == kWaits) return state_ = State::Waiting;
-  if (isRead && readAll(answers_, &report_, sizeof(report_))) return state_ = State::Ready;
-  bury();
-  return state_;
-}
-
-std::int64_t Worker::kept() const {
-  std::int64_t ran = 0;
-  std::int64_t kept = 0;
-  std::ifstream("/proc/" + std::to_string(process_) + "/schedstat") >> ran >> kept;
-  return kept;
+Worker::State Worker::await() {
+  const ssize_t got = recv(line_, &report_, sizeof(report_), 0);
+  if (got > 0) return state_ = report_.waits ? State::Waiting : State::Ready;
+  if (got < 0 && errno == EAGAIN) return state_;
+  waitpid(process_, &status_, 0);
+  return state_ = State::Dead;
 }
 
 void Worker::stop() {
@@ -451,17 +379,12 @@ void Worker::stop() {
 
 void Worker::resume() {
   kill(process_, SIGCONT);
-  const char go = 1;
-  if (state_ == State::Waiting) writeAll(orders_, &go, 1);
+  if (state_ == State::Waiting) send({});
   state_ = State::Busy;
 }
 
 void Worker::die() {
   kill(process_, SIGKILL);
-  bury();
-}
-
-void Worker::bury() {
   waitpid(process_, &status_, 0);
   state_ = State::Dead;
 }

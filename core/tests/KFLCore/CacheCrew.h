@@ -12,54 +12,36 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <optional>
+#include <random>
 #include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "CachePoints.h"
+#include "CacheTest.h"
 
 namespace cachefaults {
 
-class Random {
+using cachetest::Contents;
+
+class Random : public std::mt19937_64 {
  public:
-  explicit Random(std::uint64_t seed) : state_(seed) {}
-  std::uint64_t next();
-  std::uint32_t below(std::uint32_t end) { return static_cast<std::uint32_t>(next() % end); }
+  using std::mt19937_64::mt19937_64;
+  std::uint32_t below(std::size_t end) { return static_cast<std::uint32_t>((*this)() % end); }
   bool chance(std::uint32_t percent) { return below(100) < percent; }
   // From 1 to about the end, each order of magnitude as often as another.
   std::uint32_t logarithmic(std::uint32_t end);
-
- private:
-  std::uint64_t state_;
 };
-
-std::uint64_t hashOf(std::string_view text);
 
 constexpr std::uint32_t kWorkers = 4;
-constexpr std::uint32_t kKeys = 7;
 
-// The hashes of the texts under one worker's keys; 0 where there is none.
-using Listing = std::array<std::uint64_t, kKeys>;
-// What was read in a file or a snapshot.
-struct Listings {
-  std::array<Listing, kWorkers> of{};
-  std::uint32_t records = 0;
-  std::uint32_t strangers = 0;  // that are under no worker's keys
+// What tells one set of items from another, for the items of each worker; the last is of those that are nobody's.
+using Digest = std::array<std::uint64_t, kWorkers + 1>;
+Digest digestOf(const Contents& items);
 
-  void add(std::string_view key, std::string_view text);
-  bool operator==(const Listings&) const = default;
-};
-
-// What the worker's attempt of that number changes; no text removes the key. A worker has keys of its own.
-using Changes = std::vector<std::pair<std::string, std::optional<std::string>>>;
-Changes changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt);
+// What the worker's attempt of that number changes. A worker has keys of its own.
+KFL::KFLCacheChanges changesOf(std::uint32_t worker, std::uint64_t seed, std::uint32_t attempt);
 // The same with keys and items as the tool knows them: a template's ID, and its message with the text as its path.
-Changes templatesOf(const Changes& changes);
-inline std::uint32_t numberOf(const std::string& key) {
-  return static_cast<std::uint32_t>(key[2] - '0');
-}
+KFL::KFLCacheChanges templatesOf(const KFL::KFLCacheChanges& changes);
+void changeItems(Contents& items, const KFL::KFLCacheChanges& changes);
 
 enum class Verb : std::uint8_t {
   Open,    // and again, when it is open
@@ -80,63 +62,53 @@ const char* nameOf(Verb verb);
 
 struct Order {
   Verb verb = Verb::Find;
-  Plan plan;
+  Plan plan = {};
   std::uint32_t first = 0;
   std::uint32_t count = 1;
 };
 
-// The beginning of a text, in one piece with what has it.
-class Text {
- public:
-  Text& operator=(std::string_view text) {
-    bytes_[text.copy(bytes_.data(), bytes_.size() - 1)] = '\0';
-    return *this;
-  }
-  bool empty() const { return bytes_[0] == '\0'; }
-  std::string str() const { return bytes_.data(); }
-
- private:
-  std::array<char, 200> bytes_{};
-};
-
 struct Report {
+  bool waits = false;  // at its moment, which is an access of that place in the file, or -1
+  std::int64_t accessed = -1;
   int code = 0;
-  bool isAlone = false;          // Repair
-  bool died = false;             // Fork: the child did
-  std::int64_t nanoseconds = 0;  // of the calls into the library
-  std::int64_t held = -1;        // the offset of the snapshot that is held since
-  Listings items;                // Hold, Find
-  Text fault;                    // what the worker itself saw wrong
+  bool isAlone = false;              // Repair
+  bool died = false;                 // Fork: the child did
+  std::int64_t nanoseconds = 0;      // of the calls into the library
+  std::int64_t processor = 0;        // microseconds of it, for all of the order
+  std::int64_t held = -1;            // the offset of the snapshot that is held since
+  Digest items = {};                 // Hold, Find
+  std::array<char, 200> fault = {};  // what the worker itself saw wrong
 };
 
 // What all workers of a schedule have in common.
 struct Setting {
   std::string path;
   std::uint64_t seed = 0;
-  std::uint32_t growth = 0x1000000;
-  std::uint32_t spareRecords = 0;
+  KFL::KFLCacheLimits limits = {};
   std::chrono::milliseconds lockTimeout{5000};
   bool areTemplates = false;
+  bool isDamaged = false;  // what is read may be anything
 };
 
-// Attempts of one worker's number, in memory that processes share.
+// Attempts of a worker's number, in memory that processes share.
 struct Progress {
-  std::atomic<std::uint32_t> started;
-  std::atomic<std::uint32_t> committed;
+  std::atomic<std::uint32_t> started, committed;
 };
+Progress& progressOf(std::uint32_t worker);
 
 class Worker {
  public:
   enum class State { Ready, Busy, Waiting, Dead };
 
-  Worker(const Setting& setting, std::uint32_t number, Progress& progress);
+  Worker(const Setting& setting, std::uint32_t number);
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
   ~Worker();
 
   void send(const Order& order);
-  // Until the order is done, the worker waits at its moment, or is dead: the state. Busy when none of it happened in time.
-  State await(std::chrono::milliseconds limit = std::chrono::seconds(20));
+  // Until the order is done, the worker waits at its moment, or is dead: the state. Busy when none of it happened in 20 s.
+  State await();
+  State perform(const Order& order) { return send(order), await(); }
   void stop();    // wherever it is
   void resume();  // one that waits or was stopped
   // SIGKILL, and its end.
@@ -144,18 +116,12 @@ class Worker {
 
   State state() const { return state_; }
   const Report& report() const { return report_; }
-  // For how long, in nanoseconds, it was ready to run and others had the processors.
-  std::int64_t kept() const;
   int status() const { return status_; }  // of waitpid, when it is dead
 
  private:
-  void bury();
-
   State state_ = State::Ready;
   pid_t process_ = -1;
-  int processHandle_ = -1;
-  int orders_ = -1;
-  int answers_ = -1;
+  int line_ = -1;
   int status_ = 0;
   Report report_;
 };

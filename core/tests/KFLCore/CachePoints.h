@@ -4,7 +4,7 @@
 // it makes no difference when. The same for its allocations, one of which fails.
 //
 // Mapped files are protected while a moment is looked for, so each store faults, is counted, and is done alone. The calls
-// are caught by a filter, counted, and made from there. One thread; other architectures than x86-64 have no moments.
+// are those of KFLSystem. One thread; other architectures than x86-64 have no moments.
 #ifndef KFLCORE_TESTS_CACHEPOINTS_H
 #define KFLCORE_TESTS_CACHEPOINTS_H
 
@@ -20,9 +20,9 @@ struct Plan {
   bool countsLoads = false;  // each load from a mapped file is a moment, too
 };
 
-// Once in a process, before it maps a cache file; its children inherit it.
+// Once in a process, before it maps a cache file; its children have it, too.
 void watchMoments();
-// From now on; `wait` is called in a signal handler.
+// From now on; `wait` is called there, maybe in a signal handler.
 void begin(const Plan& plan, void (*wait)());
 // The number of moments since then, up to the one that was waited at.
 std::uint32_t end();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A second reader of cache files, made from the description of the format alone: it shares no code with the library, so
-// that a fault which both of the library's own readers have does not hide.
+// What a cache file holds, and whether it holds together: by KFLCacheProof, which the fuzz target CacheFuzz holds against
+// a plain reading of the format, and, beyond that, who has what of it.
 #ifndef KFLCORE_TESTS_CACHEWALK_H
 #define KFLCORE_TESTS_CACHEWALK_H
 
@@ -18,16 +18,15 @@ enum class Standing {
 };
 
 struct Walk {
-  std::string fault;  // the first thing that is wrong; empty when the file holds together
+  std::string fault;                         // something that is wrong; empty when the file holds together
   std::map<std::string, std::string> items;  // of the current snapshot
-  std::map<std::uint32_t, std::int32_t>
-      snapshots;              // offset to references; the current one and those still held
-  std::uint32_t current = 0;  // its offset
-  std::uint64_t heapEnd = 0;
-  std::uint64_t lost = 0;  // bytes of blocks that are neither free nor reached by a snapshot
+  std::map<std::int64_t, std::int32_t>
+      snapshots;             // offset to references; the current one and those still held
+  std::int64_t current = 0;  // its offset
+  std::uint64_t lost = 0;    // bytes of blocks that are neither free nor reached by a snapshot
 };
 
-Walk walk(const std::string& file, Standing standing);
+Walk walk(std::string file, Standing standing);
 
 }  // namespace cachefaults
 
