@@ -3,7 +3,6 @@
 #include <random>
 #include <set>
 
-#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/node/KFAConfigFix.h>
 #include <KFAFunctionality/node/KFAConfigMerge.h>
 
@@ -15,6 +14,7 @@ using Map = std::map<std::string, std::string>;
 
 // --- Fixing -------------------------------------------------------------------------------------------------------------
 
+// That what is fixed stays so, and gets no worse, is a law of the fuzz target KfactlFuzz.
 TEST(ConfigFixTest, MakesTheOneRightEdit) {
   const struct {
     const char* before;
@@ -53,36 +53,7 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
     std::vector<KFA::KFAConfigFix> fixes;
     EXPECT_EQ(fixConfig(envRules(), row.before, fixes), row.after) << row.before;
     EXPECT_EQ(fixes.empty(), std::string(row.before) == row.after) << row.before;
-  }
-}
-
-// Over texts put together from good and bad lines: fixing twice is fixing once, no value that was taken changes, and no
-// finding is new.
-TEST(ConfigFixTest, KeepsWhatWasTaken) {
-  static const std::string lines[] = {
-      "ONBOOT=yes", "HOSTNAME=a.b\r",
-      // Some with a fault.
-      "ONBOOT = no", "onboot=TRUE", "NAME=\"a b\"  # c", "NAME: x y", "NAME=\xe2\x80\x98q\xe2\x80\x99",
-      "# note", "", "BACKUP = x", "ARCH=x86", "ARCH=arm", "DISABLED=1", "IP_ADDRESS= 1.2.3.4", "NUMPROC=1:2",
-      "IP_ADDRESS=dhcp", "export A=1", "NAME=z; id", "NAME=k HOSTNAME=l", "ROLES=(a b)"};
-  std::mt19937 random(5);
-  const auto errorsOf = [](const std::string& text) {
-    std::set<std::string> keys;
-    for (const auto& finding : checkConfig(envRules(), text))
-      if (finding.severity == KFA::KFAConfigFinding::Severity::Error) keys.insert(finding.text);
-    return keys;
-  };
-  for (int round = 0; round < 2000; ++round) {
-    std::string text = random() % 5 == 0 ? "\xef\xbb\xbf" : "";
-    for (auto left = random() % 7; left > 0; --left)
-      text += lines[random() % std::size(lines)] + "\n";
-    std::vector<KFA::KFAConfigFix> fixes;
-    const std::string fixed = fixConfig(envRules(), text, fixes);
-    std::vector<KFA::KFAConfigFix> again;
-    ASSERT_EQ(fixConfig(envRules(), fixed, again), fixed) << text;
-    ASSERT_TRUE(again.empty()) << text;
-    for (const std::string& error : errorsOf(fixed))
-      ASSERT_EQ(errorsOf(text).count(error), 1U) << text << error;
+    EXPECT_EQ(fixConfig(envRules(), row.after, fixes), row.after) << row.before;
   }
 }
 
