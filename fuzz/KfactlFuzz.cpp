@@ -5,7 +5,7 @@
 // another way, a change is the difference that --dry-run shows, and what one command prints another one takes.
 //
 // The input is command lines, words separated by tabulators, a line "--", and the content of the file `given`; its bytes
-// also choose a line of the tables, a row of commands that belong together, and, where there is no "--", the content.
+// also choose a line of the tables or a row of commands that belong together, and, where there is no "--", the content.
 #include <algorithm>
 #include <functional>
 #include <map>
@@ -664,31 +664,112 @@ void checkPrinted(Choices& choices) {
   }
 }
 
-// A value that is set is there, and each other one as it was, as a try has shown.
+// The lines of `after` that are not among those of `before`; whether the last one has a newline does not matter.
+std::size_t newLines(const std::string& before, const std::string& after) {
+  std::vector<std::string> was = linesOf(before), is = linesOf(after), rest;
+  std::sort(was.begin(), was.end());
+  std::sort(is.begin(), is.end());
+  std::set_difference(is.begin(), is.end(), was.begin(), was.end(), std::back_inserter(rest));
+  return rest.size();
+}
+
+// A value that is set is there, in one line, and each other one as it was, as a try has shown; beside the file, too.
 void checkSet(Choices& choices) {
   const std::string group = choices.oneOf({"raw", "config", "global"});
   const auto [key, value] = kfl_fuzz::keyAndValue(choices);
+  const std::string change = key + "=" + value;
   const Words get{"raw", "get", "given", "--json"};
   const Outcome before = check(get, {});
-  const Words words{group, "set", "given", key + "=" + value};
   const Files former = runs().files();
   Files latter;
-  const Outcome shown = check({group, "set", "--dry-run", "given", key + "=" + value}, {});
+  const Outcome shown = check({group, "set", "--dry-run", "given", change}, {});
+  const Outcome beside = check({group, "set", "--output", "result", "given", change}, {});
+  const std::string result = beside.status == 2 ? "" : runs().content("result");
+  std::filesystem::remove("result");
+  const Words words{group, "set", "given", change};
   const Outcome set = check(words, {}, &latter);
   require(set.status == 2 || Patch(former).apply(shown.out) == latter, "what is set is what was shown",
           all(words, shown));
+  require(beside.status == set.status && (set.status == 2 || result == latter["given"]),
+          "the result is what the file would be", all(words, set) + all(words, beside));
   if (set.status != 0 || before.status != 0) return;
+  require(newLines(former.at("given"), latter["given"]) <= 1, "one line changes",
+          latter["given"] + all(words, set));
   const Outcome after = check(get, {});
   require(after.status == 0, "a file that was changed can be read", all(words, after));
   Json was = Json::parse(before.out), is = Json::parse(after.out);
   std::string lower = key;
   std::transform(lower.begin(), lower.end(), lower.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  require(!is[lower].is_string() || is[lower] == kfl_fuzz::within(key + "=" + value).substr(key.size() + 1),
+  require(!is[lower].is_string() || is[lower] == kfl_fuzz::within(change).substr(key.size() + 1),
           "what is set reads back", all(words, after));
   was.erase(lower);
   is.erase(lower);
   require(was == is, "each other value stays", all(words, after));
+}
+
+// What is printed for a shell reads as the value, whatever bytes that has.
+void checkQuoted(Choices& choices) {
+  std::string text, spelled;
+  for (std::size_t more = choices.below(12) + 1; more > 0; --more)
+    text +=
+        choices.oneOf({"a", "'", "\"", "$", "`", "\\", " ", "\t", "\xc3\xa4", "#", "=", "!", "\xff", "\x1b"});
+  for (const char c : text) {
+    constexpr const char* kDigits = "0123456789abcdef";
+    spelled += {'\\', 'x', kDigits[static_cast<unsigned char>(c) >> 4U], kDigits[c & 15]};
+  }
+  runs().put("given", "DESCRIPTION=$'" + spelled + "'\n");
+  const Words get{"raw", "get", "given"}, diff{"config", "diff", "empty", "given"};
+  for (const Words& words : {get, diff}) {
+    const Outcome outcome = check(words, {});
+    if (words == diff && outcome.status == 2) continue;
+    runs().put("printed", outcome.out);
+    const Outcome read = check({"raw", "get", "printed", "DESCRIPTION", "--json"}, {});
+    const Outcome direct = check({"raw", "get", "given", "DESCRIPTION", "--json"}, {});
+    require(read.status == 0 && read.out == direct.out, "what is printed for a shell reads as the value",
+            all(words, outcome) + all(words, read));
+  }
+}
+
+// An environment with limits that may lie in the wrong order.
+std::string limitsFrom(Choices& choices) {
+  std::string text;
+  for (const char* const name :
+       {"NUMPROC", "AVNUMPROC", "OPENFILES", "TCPSOCKETS", "PHYSMEMORY", "SWAPSPACE"}) {
+    if (choices.oneIn(4)) continue;
+    const std::string soft = choices.oneOf({"20", "10", "30", "0", "600"});
+    text += name + ("=\"" + soft) + ":" + choices.oneOf({"20", "30", "10", "600"}) + "\"\n";
+  }
+  if (choices.oneIn(8))
+    text += choices.oneOf({"SLMMODE=\"slm\"\n", "SLMMODE=\"all\"\nSLMMEMORYLIMIT=\"5\"\n"});
+  return text;
+}
+
+bool isBroken(const Json& judgement) {
+  const auto isViolated = [](const Json& formula) { return formula.at("state") == "violated"; };
+  const Json& formulas = judgement.at("formulas");
+  return judgement.at("memory_mode") == "limit_missing" ||
+         std::any_of(formulas.begin(), formulas.end(), isViolated);
+}
+
+// The status tells whether a formula is violated, in each format, of one file as of several.
+void checkFormulas(Choices& choices) {
+  Words words{"qos", "check"};
+  for (const char* const name : {"given", "beside"}) {
+    if (words.size() > 2 && choices.oneIn(2)) continue;
+    runs().put(name, limitsFrom(choices));
+    words.emplace_back(name);
+  }
+  const int status = check(words, {}).status;
+  words.emplace_back("--json");
+  const Outcome outcome = check(words, {});
+  require(status == outcome.status && status != 2, "each format has the same status", all(words, outcome));
+  const Json document = Json::parse(outcome.out);
+  const bool broken = document.is_object()
+                          ? isBroken(document)
+                          : std::any_of(document.begin(), document.end(),
+                                        [](const Json& file) { return isBroken(file.at("data")); });
+  require((status == 1) == broken, "a formula that is violated gives a status", all(words, outcome));
 }
 
 // A faultless file goes through its message, which says what TECHNOLOGIES makes of the architecture.
@@ -805,9 +886,11 @@ void checkCache(Choices& choices) {
   runs().mustPrint({"cache", "verify", "cache"});
 }
 
-void checkTogether(const std::string& given, Choices& choices) {
+constexpr std::size_t kRows = 10;
+
+void checkTogether(std::size_t row, const std::string& given, Choices& choices) {
   runs().renew(given);
-  switch (choices.below(8)) {
+  switch (row) {
     case 0:
       return checkDifferences(choices);
     case 1:
@@ -822,6 +905,14 @@ void checkTogether(const std::string& given, Choices& choices) {
       return checkMerge(choices);
     case 6:
       return checkCompletion(choices);
+    case 7:
+      for (int texts = 0; texts < 8; ++texts)
+        checkQuoted(choices);
+      return;
+    case 8:
+      for (int pairs = 0; pairs < 4; ++pairs)
+        checkFormulas(choices);
+      return;
     default:
       return checkCache(choices);
   }
@@ -859,12 +950,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::string& line : split.lines)
       check(splitWords(line), split.content);
   } else {
-    const Line line = lineFrom(choices);
+    const std::size_t row = choices.below(2 * kRows);
+    const bool isLine = row >= kRows;
+    const Line line = isLine ? lineFrom(choices) : Line();
     Choices rest(choices);
     split.content = choices.oneIn(4) ? choices.bytes(300) : kfl_fuzz::environmentFile(choices);
     if (!split.content.empty() && rest.oneIn(4)) split.content.pop_back();
-    checkLine(line, split.content, rest);
-    checkTogether(split.content, rest);
+    isLine ? checkLine(line, split.content, rest) : checkTogether(row, split.content, rest);
   }
   return 0;
 }

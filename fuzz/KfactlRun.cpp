@@ -267,13 +267,15 @@ std::string KfactlRun::content(const std::string& path) const {
   return contentOf(path);
 }
 
-// A slash stays where no root can be before it: behind a name, in a word that is no option.
+// A slash stays where no root can be before it: behind a name, in a word or in the value of an option.
 std::string within(std::string word) {
   word = word.substr(0, word.find('\0'));
   for (std::size_t at = 0; (at = word.find("..", at)) != std::string::npos;)
     word.erase(at, 1);
   const auto endsName = [&](std::size_t at) {
-    return word.front() == '-' ? word.substr(0, at).ends_with("conf") : at > 0;
+    if (word.front() != '-') return at > 0;
+    const std::size_t sign = word.find('=');
+    return sign < at ? at > sign + 1 : word.substr(0, at).ends_with("conf");
   };
   for (std::size_t at = 0; at < word.size(); ++at)
     if (word[at] == '/' && !endsName(at)) word[at] = '_';

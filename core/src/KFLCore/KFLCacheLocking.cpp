@@ -36,7 +36,7 @@ int KFLCacheShare::takeLock(const KFLCacheStorage& storage, std::chrono::millise
     return 0;
   }
   if (error == EAGAIN) {
-    const std::uint32_t holder = storage.header() != nullptr ? storage.manager().getHolder() : 0;
+    const std::uint32_t holder = storage.getLock().readWord();
     const std::string name = holder != 0 ? "process " + std::to_string(holder) : "another process";
     setErrorMessage("cannot lock %s: %s holds it since more than %lld ms", path.c_str(), name.c_str(),
                     static_cast<long long>(limit.count()));
@@ -80,7 +80,8 @@ int KFLCacheFile::lockCurrent() {
 int KFLCacheFile::lockOpened() {
   if (const int code = awaitLock(); code != 0) return code;
   KFLLockedCache locked(*share_, storage_);
-  if (storage_->getFileSize() < locked.manager().getTotalSize() || !isStillHere()) return 1;
+  const std::size_t size = storage_->getFileSize();
+  if (size < sizeof(KFLCacheHeader) || size < locked.manager().getTotalSize() || !isStillHere()) return 1;
   const int code = locked.enter();
   showBase();
   if (code == 0) {

@@ -55,7 +55,9 @@ int KFLCacheFile::initialize(bool, bool invalidateOnFailure) {
     invalidates_ = invalidateOnFailure;
     isWanted_ = false;
     int code = openLocked(invalidateOnFailure);
-    if (code == kCacheNotLocked && invalidatesStuck_ && storage_) storage_->manager().invalidate();
+    if (code == kCacheNotLocked && invalidatesStuck_ && storage_ &&
+        storage_->getFileSize() >= sizeof(KFLCacheHeader))
+      storage_->manager().invalidate();
     isWanted_ = code == 0;
     if (code != 0) {
       detach();

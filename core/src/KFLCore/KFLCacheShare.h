@@ -21,6 +21,8 @@ struct KFLCacheHold final : KFLRefCounter {
   int users = 0;                      // needs the share's holdsLock
   mutable std::atomic<int> finds{0};  // searches, as far as they are counted
 
+  // Whether the file was cut, when what is mapped of it may not be touched. 0 or a code with an error text.
+  int checkFile() const;
   // Whether the file's header names this snapshot still. One look, without a lock.
   bool isCurrent() const {
     const KFLMappedMemoryManager words = storage->manager();
@@ -53,13 +55,16 @@ struct KFLCacheShare final : KFLRefCounter {
 
   KFLForkableLock holdsLock;
   boost::intrusive_ptr<KFLCacheHold> current KFL_GUARDED_BY(holdsLock);  // kept, whether or not it is used
-  std::time_t tick KFL_GUARDED_BY(holdsLock) = 0;  // of the clock, in which the path was looked at
-  int looks KFL_GUARDED_BY(holdsLock) = 0;         // so often
+  std::time_t tick KFL_GUARDED_BY(holdsLock) =
+      0;                                    // of the clock, in which the path, or the file, was looked at
+  int looks KFL_GUARDED_BY(holdsLock) = 0;  // so often
 
   std::chrono::milliseconds patience() const { return std::chrono::milliseconds(timeout.load()); }
   // Waits for the turn, and for the lock of the file that is mapped: each with the code and the text of a wait in vain.
   int takeTurn(std::chrono::milliseconds limit) KFL_TRY_ACQUIRE(0, turn);
   int takeLock(const KFLCacheStorage& storage, std::chrono::milliseconds limit);
+  // Whether this is one of the first looks in a tick of the kernel's clock, which may cost a system call.
+  bool isLookDue() KFL_REQUIRES(holdsLock);
   // The kept snapshot, which is kept no longer; null when there is none, or somebody uses it.
   boost::intrusive_ptr<KFLCacheHold> takeUnused();
 };

@@ -24,18 +24,26 @@ std::time_t tickOf(const struct timespec& time) {
   return time.tv_sec * 1000000000 + time.tv_nsec;
 }
 
-// Whether the path still names the file, and that was not cut, as far as that was looked at.
-bool isAtPath(KFLCacheShare& share, const KFLCacheStorage& storage) KFL_REQUIRES(share.holdsLock) {
+}  // namespace
+
+bool KFLCacheShare::isLookDue() {
   struct timespec now {};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  if (tickOf(now) != share.tick) {
-    share.tick = tickOf(now);
-    share.looks = 0;
+  if (tickOf(now) != tick) {
+    tick = tickOf(now);
+    looks = 0;
   }
-  return share.looks++ >= kLooks || storage.isAtPath(storage.getSize());
+  return looks++ < kLooks;
 }
 
-}  // namespace
+int KFLCacheHold::checkFile() const {
+  std::size_t size = 0;
+  if (storage->readFileSize(size) != 0) return kCacheNotMapped;
+  if (size >= storage->getSize()) return 0;
+  setErrorMessage("%s was cut while it was open: to %zu bytes, of %zu that were mapped",
+                  storage->getPath().c_str(), size, storage->getSize());
+  return kCacheNotRemapped;
+}
 
 boost::intrusive_ptr<KFLCacheHold> KFLCacheShare::takeUnused() {
   const KFLForkableGuard guard(holdsLock);
@@ -53,14 +61,10 @@ int endHold(KFLCacheHold& hold, std::chrono::milliseconds patience) noexcept {
     if (const int code = share.takeTurn(patience); code != 0) return code;
     const KFLTurnEnd end(share.turn);
     KFLCacheFile::Storage storage = hold.storage;
-    std::size_t size = 0;
-    if (storage->readFileSize(size) != 0) return int{kCacheNotMapped};
-    if (size < storage->getSize()) {
-      setErrorMessage("%s was cut while it was open", storage->getPath().c_str());
-      return int{kCacheNotRemapped};
-    }
+    if (const int code = hold.checkFile(); code != 0) return code;
     if (const int code = share.takeLock(*storage, patience); code != 0) return code;
     KFLLockedCache locked(share, storage);
+    if (const int code = hold.checkFile(); code != 0) return code;
     if (!locked.manager().isValid()) {
       storage->getLock().letGo(hold.view.getOffset());
       return 0;
@@ -102,7 +106,8 @@ void KFLCacheSnapshot::release() {
     const KFLForkableGuard guard(share.holdsLock);
     if (--hold->users > 0) return;
     if (share.current == hold) {
-      if (hold->isCurrent()) return;
+      const bool isCut = share.isLookDue() && hold->storage->getFileSize() < hold->storage->getSize();
+      if (!isCut && hold->isCurrent()) return;
       share.current.reset();
     }
   }
@@ -157,8 +162,9 @@ bool KFLCacheFile::useCurrent(KFLCacheSnapshot& snapshot) {
   KFLCacheShare& share = *share_;
   const KFLForkableGuard guard(share.holdsLock);
   KFLCacheHold* const kept = share.current.get();
-  if (kept == nullptr || kept->isForked() || !isAtPath(share, *kept->storage) || !kept->isCurrent())
-    return false;
+  if (kept == nullptr || kept->isForked()) return false;
+  const KFLCacheStorage& file = *kept->storage;
+  if ((share.isLookDue() && !file.isAtPath(file.getSize())) || !kept->isCurrent()) return false;
   ++kept->users;
   snapshot.use(share.current);
   return true;
@@ -173,7 +179,7 @@ int KFLCacheFile::holdLocked(KFLCacheSnapshot& snapshot, boost::intrusive_ptr<KF
   const KFLForkableGuard guard(share.holdsLock);
   KFLCacheHold* const kept = share.current.get();
   const bool isThere =
-      kept != nullptr && !kept->isForked() && kept->isCurrent() && kept->storage->isSameOpening(*storage_);
+      kept != nullptr && !kept->isForked() && kept->storage->isSameOpening(*storage_) && kept->isCurrent();
   if (!isThere) {
     if (const int code = locked.acquire(made->view); code != 0) return code;
     made->share = share_;
@@ -212,6 +218,7 @@ int KFLCacheFile::releaseSnapshot(KFLSnapshotHead* snapshot, Storage& storage) {
     const boost::intrusive_ptr<KFLCacheHold> hold(new KFLCacheHold);
     hold->share = share_;
     hold->storage = held;
+    if (const int code = hold->checkFile(); code != 0) return code;
     const auto offset = static_cast<std::int64_t>(held->manager().offsetOf(snapshot));
     hold->view = KFLSnapshotView(held->memory(), offset);
     if (hold->view.isSound()) return endHold(*hold, share_->patience());

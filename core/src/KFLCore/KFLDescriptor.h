@@ -4,6 +4,7 @@
 #ifndef KFLCORE_KFLDESCRIPTOR_H
 #define KFLCORE_KFLDESCRIPTOR_H
 
+#include <atomic>
 #include <span>
 #include <string>
 #include <system_error>
@@ -41,6 +42,12 @@ class KFLDescriptor {
 inline std::string describeError(int error) {
   return std::generic_category().message(error);
 }
+
+// What a mapped file has besides the words of its class, whose layout programs know.
+struct KFLMappedFile::Opened : KFLDescriptor {
+  using KFLDescriptor::operator=;
+  std::atomic<bool> isProtected{false};
+};
 
 struct KFLMappedReading {
   // Whether all of these bytes were read from the file.

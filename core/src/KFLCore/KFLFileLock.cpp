@@ -13,6 +13,7 @@
 #include <climits>
 #include <cstddef>
 #include <ctime>
+#include <utility>
 
 #include <KFLCommon/KFLSystem.h>
 #include <KFLCore/KFLCacheFormat.h>
@@ -34,10 +35,15 @@ constexpr Range kWord{offsetof(KFLCacheHeader, lockWord), offsetof(KFLCacheHeade
 constexpr Range kPlaces{off_t{1} << 40, (off_t{1} << 40) + 1};
 constexpr Range kHeld{off_t{1} << 41, off_t{1} << 42};
 constexpr Range kQueue{(off_t{1} << 42) + 1, off_t{1} << 43};
-constexpr Range kAll{0, kQueue.end};
+constexpr Range kPassed{(off_t{1} << 43) + 1, off_t{1} << 44};
+constexpr Range kAll{0, kPassed.end};
 
 constexpr Range byteAt(off_t at) {
   return {at, at + 1};
+}
+// Where it is said that this ticket, or a later one, is passed over.
+constexpr Range passedFrom(off_t ticket) {
+  return {kPassed.start + ticket - kQueue.start, kPassed.end};
 }
 constexpr Range heldRange(std::uint64_t snapshot) {
   return byteAt(kHeld.start + static_cast<off_t>(snapshot));
@@ -90,6 +96,14 @@ bool findLock(int descriptor, const Range& range, Range& found) {
   return lookForLock(descriptor, range, found) == Found::Lock;
 }
 
+// The one that begins first.
+bool findFirstLock(int descriptor, const Range& range, Range& found) {
+  if (!findLock(descriptor, range, found)) return false;
+  for (Range earlier{}; findLock(descriptor, {range.start, found.start}, earlier);)
+    found = earlier;
+  return true;
+}
+
 bool isLockedByOthers(int descriptor, const Range& range) {
   Range ignored{};
   return findLock(descriptor, range, ignored);
@@ -102,20 +116,20 @@ bool maybeLockedByOthers(int descriptor, const Range& range) {
 
 constexpr microseconds kLongestNap{1000};
 
-// Sleeps until the word changes or somebody wakes those who wait for it, a millisecond at most.
-void awaitWord(const std::uint32_t* word, std::uint32_t seen) {
+// Sleeps until the word changes or somebody wakes those who wait for it, a millisecond at most. True when it was woken. Here
+// and below the kernel alone looks at the word: a waiter outlives the cutting of the file.
+bool awaitWord(const std::uint32_t* word, std::uint32_t seen) {
   const struct timespec nap { 0, microseconds(kLongestNap).count() * 1000 };
-  if (word == nullptr ||
-      (syscall(SYS_futex, word, FUTEX_WAIT, seen, &nap, nullptr, 0) != 0 && errno == EFAULT))
-    nanosleep(&nap, nullptr);
+  if (word != nullptr) {
+    if (syscall(SYS_futex, word, FUTEX_WAIT, seen, &nap, nullptr, 0) == 0) return true;
+    if (errno != EFAULT) return false;
+  }
+  nanosleep(&nap, nullptr);
+  return false;
 }
 
 void wakeAll(const std::uint32_t* word) {
   if (word != nullptr) syscall(SYS_futex, word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
-}
-
-std::uint32_t load(const std::uint32_t* word) {
-  return word != nullptr ? __atomic_load_n(word, __ATOMIC_ACQUIRE) : 0;
 }
 
 }  // namespace
@@ -125,44 +139,43 @@ class KFLFileLock::Ticket {
  public:
   // Those behind the first wait on a word that never changes.
   Ticket(KFLFileLock& lock, int type, const std::uint32_t* word, const std::uint32_t* constant)
-      : lock_(lock), word_(word), constant_(constant) {
-    int tries = 0;
-    do {
-      number_ = kQueue.start;
-      for (Range last{}; findLock(lock.getDescriptor(), {number_, kQueue.end}, last);)
-        number_ = last.end;
-    } while (setLock(lock.getDescriptor(), type, byteAt(number_)) == EAGAIN && ++tries < kTries);
+      : lock_(lock), type_(type), word_(word), constant_(constant) {
+    take(kQueue.start);
   }
-  ~Ticket() {
-    clearLock(lock_.getDescriptor(), byteAt(number_));
-    wakeAll(constant_);
-  }
+  ~Ticket() { giveUp(number_); }
   Ticket(const Ticket&) = delete;
   Ticket& operator=(const Ticket&) = delete;
 
   // Whether nobody who is awake came before.
   bool isNext() {
+    if (wakings_ >= kVainWakings || isLockedByOthers(lock_.getDescriptor(), passedFrom(number_))) queueAnew();
     Range before{};
     const Range all{lock_.isSleeperThere() ? lock_.sleeper_ + 1 : kQueue.start, number_};
-    isNext_ = !findLock(lock_.getDescriptor(), all, before);
+    isNext_ = !findFirstLock(lock_.getDescriptor(), all, before);
     if (isNext_) return true;
     if (before.start != before_ || isLockedByOthers(lock_.getDescriptor(), kWord)) asleep_ = microseconds{0};
     before_ = before.start;
     if (asleep_ < kLongestSleep) return false;
-    lock_.sleeper_ = before.start;
+    lock_.passOver(before.start);
     return isNext_ = true;
   }
-  // What stands in the way.
+  // What stands in the way: another one whenever somebody let go of the word, as far as that can be told.
   std::uint64_t obstacle() const {
-    return (isNext_ ? 0 : static_cast<std::uint64_t>(before_ - kQueue.start + 1)) << 32 | load(word_);
+    const std::uint64_t turn = isNext_ ? turns_ : static_cast<std::uint64_t>(before_ - kQueue.start + 1);
+    return (turn << 1 | (isNext_ ? 1 : 0)) << 32 | lock_.readWord();
   }
+  // Behind a try in vain.
   microseconds nap() {
+    if (std::exchange(isWoken_, false)) {
+      ++turns_;
+      ++wakings_;
+    }
     if (++naps_ <= kYields) {
       sched_yield();
       return microseconds{1};
     }
     if (isNext_) {
-      awaitWord(word_, load(word_));
+      isWoken_ = awaitWord(word_, lock_.readWord());
     } else {
       awaitWord(constant_, kCacheMagic);
     }
@@ -173,14 +186,50 @@ class KFLFileLock::Ticket {
  private:
   static constexpr int kYields = 16;
   static constexpr microseconds kLongestSleep{20000};
+  // The lock went to others so often: programs of the last release do not say that they pass a place over.
+  static constexpr int kVainWakings = 2;
+
+  // The place behind the last, and behind those who were passed over: others may say so of one that is empty by now.
+  bool take(off_t from) {
+    const int descriptor = lock_.getDescriptor();
+    for (int tries = 0; tries < kTries; ++tries) {
+      number_ = from;
+      for (Range last{}; findLock(descriptor, {number_, kQueue.end}, last);)
+        number_ = last.end;
+      for (Range last{}; findLock(descriptor, passedFrom(number_), last);)
+        number_ = kQueue.start + (last.end - kPassed.start);
+      const int error = setLock(descriptor, type_, byteAt(number_));
+      if (error != EAGAIN) return error == 0;
+    }
+    return false;
+  }
+  void giveUp(off_t number) const {
+    clearLock(lock_.getDescriptor(), byteAt(number));
+    wakeAll(constant_);
+  }
+  // A place that was passed over would be for as long as it is taken, also while its holder is awake.
+  void queueAnew() {
+    const off_t former = number_;
+    wakings_ = 0;
+    if (take(former + 1)) {
+      ++turns_;
+      giveUp(former);
+    } else {
+      number_ = former;
+    }
+  }
 
   KFLFileLock& lock_;
+  int type_;
   const std::uint32_t* word_;
   const std::uint32_t* constant_;
   off_t number_ = 0;
   off_t before_ = 0;
   bool isNext_ = false;
+  bool isWoken_ = false;
   int naps_ = 0;
+  int wakings_ = 0;
+  std::uint64_t turns_ = 0;
   microseconds asleep_{0};
 };
 
@@ -243,9 +292,22 @@ void KFLFileLock::unlock(KFLCacheHeader* header) {
   if (isAwaited) wakeAll(&header->lockWord);
 }
 
+std::uint32_t KFLFileLock::readWord() const {
+  std::uint32_t word = 0;
+  const ssize_t got = KFLSystem::pread(getDescriptor(), &word, sizeof(word), kWord.start);
+  return got == sizeof(word) ? word : 0;
+}
+
 bool KFLFileLock::isSleeperThere() {
-  if (sleeper_ != 0 && !isLockedByOthers(getDescriptor(), byteAt(sleeper_))) sleeper_ = 0;
+  if (sleeper_ != 0 && !isLockedByOthers(getDescriptor(), byteAt(sleeper_))) passOver(0);
   return sleeper_ != 0;
+}
+
+// Says so in the file, too, where the sleeper sees it. What cannot be said costs that one no more than its place.
+void KFLFileLock::passOver(off_t ticket) {
+  if (sleeper_ != 0) clearLock(getDescriptor(), byteAt(passedFrom(sleeper_).start));
+  sleeper_ = ticket;
+  if (ticket != 0) setLock(getDescriptor(), F_RDLCK, byteAt(passedFrom(ticket).start));
 }
 
 bool KFLFileLock::isQueueEmpty() {

@@ -9,10 +9,11 @@
 //     1 << 40                a place among those who use the file: shared by all of them
 //     (1 << 41) + offset     the snapshot at this offset: shared by all who hold it
 //     (1 << 42) + ticket     a place in the queue for the lock word, from 1 on
+//     (1 << 43) + ticket     this place and those before it are passed over: shared by all who do so
 //
 // Waiters are served in the order of their tickets. One that sleeps while the word is free is passed over after a while,
-// so the queue is fair and yet never in the way. A futex on the word tells the next one that it is free; that is a hint,
-// and the kernel's lock is the truth.
+// so the queue is fair and yet never in the way; once it is awake it sees that, and queues anew, behind the last. A futex
+// on the word tells the next one that it is free; that is a hint, and the kernel's lock is the truth.
 //
 // Any thread may call; threads of one process that share the object must take turns by other means.
 #ifndef KFLCORE_KFLFILELOCK_H
@@ -58,6 +59,8 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   // 0, EAGAIN while another holds it, or another errno. Does not queue.
   int tryLock(Kind kind = Kind::Alone);
   void unlock(KFLCacheHeader* header);
+  // The lock word as it stands in the file: who is changing that, or 0; also when it cannot be read. Needs no lock.
+  std::uint32_t readWord() const;
 
   // The rest needs the lock.
 
@@ -83,6 +86,7 @@ class KFLFileLock final : public KFLRefCounter, KFLForkListener {
   void forked() noexcept final;
   bool isQueueEmpty();
   bool isSleeperThere();
+  void passOver(off_t ticket);
 
   int descriptor_ = -1;  // as a KFLOwnDescriptor, whose place programs of the last release do not know
   off_t sleeper_ = 0;    // the last ticket that was passed over; 0 when there is none

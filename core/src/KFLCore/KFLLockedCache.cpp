@@ -32,7 +32,7 @@ bool canBeHeld(const KFLSnapshotView& snapshot) {
 
 int KFLLockedCache::enter() {
   if (const int code = checkSize(); code != 0) return code;
-  if (share_.isProtected && storage_->protect(true) != 0) return kCacheNotMapped;
+  if (storage_->isProtected() && storage_->protect(true) != 0) return kCacheNotMapped;
   if (manager().getHolder() == 0) return 0;
   mark();
   return recover();
@@ -48,11 +48,19 @@ void KFLLockedCache::mark() {
 void KFLLockedCache::leave() {
   isMine_ = false;
   if (!fileLock().isOpen()) return;
-  KFLCacheHeader* const header = storage_->header();
-  if (header != nullptr && share_.isMarked && !share_.isDoubtful) manager().setHolder(0);
+  if (share_.isMarked && !share_.isDoubtful && storage_->getFileSize() >= sizeof(KFLCacheHeader))
+    manager().setHolder(0);
   share_.isMarked = share_.isDoubtful = false;
   if (share_.isProtected) storage_->protect(false);
-  fileLock().unlock(header);
+  fileLock().unlock(storage_->header());
+}
+
+// What validateHeader() finds wrong, as the proof has it.
+std::string KFLLockedCache::describeHeader(int code) const {
+  if (code == kCacheInvalid) return "it is marked invalid";
+  KFLCacheProof proof;
+  proof.check(storage_->memory().first(sizeof(KFLCacheHeader)));
+  return proof.faults().empty() ? "its header is being changed" : proof.faults().front().text;
 }
 
 int KFLLockedCache::checkSize() {
@@ -85,8 +93,7 @@ int KFLLockedCache::judge() {
     return 0;
   }
   if (const int code = manager().validateHeader(); code != 0) {
-    setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(),
-                    code == kCacheInvalid ? "it is marked invalid" : "a word of its header is wrong");
+    setErrorMessage("%s is no valid cache file: %s", share_.path.c_str(), describeHeader(code).c_str());
     return code;
   }
   if (manager().getTotalSize() > fileSize) {

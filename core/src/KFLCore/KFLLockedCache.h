@@ -7,6 +7,7 @@
 #define KFLCORE_KFLLOCKEDCACHE_H
 
 #include <span>
+#include <string>
 #include <vector>
 
 #include "KFLCacheShare.h"
@@ -64,6 +65,7 @@ class KFLLockedCache {
   };
 
   KFLFileLock& fileLock() const { return storage_->getLock(); }
+  std::string describeHeader(int code) const;
   int checkSize();
   int proveOrRebuild();
   int prepare();

@@ -96,8 +96,7 @@ int openGuarded(const std::string& path, const KFLMapOptions& options) {
   return file.release();
 }
 
-KFLMappedFile::KFLMappedFile(const std::string& path)
-    : path_(path), file_(std::make_unique<KFLDescriptor>()) {}
+KFLMappedFile::KFLMappedFile(const std::string& path) : path_(path), file_(std::make_unique<Opened>()) {}
 
 KFLMappedFile::~KFLMappedFile() {
   unmap(0);
@@ -150,6 +149,7 @@ int KFLMappedFile::mapOpened(std::size_t size, const KFLMapOptions& options) {
   if (memory == MAP_FAILED) return failed("map", path_, errno);
   memory_ = memory;
   size_ = size;
+  file_->isProtected = false;
   return 0;
 }
 
@@ -201,7 +201,13 @@ int KFLMappedFile::syncToDisk() const {
 
 int KFLMappedFile::protect(bool writable) const {
   const int access = PROT_READ | (writable ? PROT_WRITE : 0);
-  return KFLSystem::mprotect(memory_, size_, access) == 0 ? 0 : failed("protect", path_, errno);
+  if (KFLSystem::mprotect(memory_, size_, access) != 0) return failed("protect", path_, errno);
+  file_->isProtected = !writable;
+  return 0;
+}
+
+bool KFLMappedFile::isProtected() const {
+  return file_->isProtected;
 }
 
 std::size_t KFLMappedFile::getPageSize() {

@@ -20,8 +20,6 @@
 
 namespace KFL {
 
-class KFLDescriptor;
-
 // How a file is mapped.
 struct KFLMapOptions {
   enum Access { Read = 1, Write = 2, Create = 4 };
@@ -69,6 +67,8 @@ class KFLMappedFile : public KFLRefCounter {
   int syncToDisk() const;
   // Lets the memory be written, or only be read. 0, or an errno with an error text.
   int protect(bool writable) const;
+  // Whether the memory may only be read since protect() said so.
+  bool isProtected() const;
 
   static std::size_t getPageSize();
 
@@ -78,10 +78,11 @@ class KFLMappedFile : public KFLRefCounter {
 
  private:
   friend struct KFLMappedReading;
+  struct Opened;
   int mapOpened(std::size_t size, const KFLMapOptions& options);
 
   std::string path_;
-  std::unique_ptr<KFLDescriptor> file_;
+  std::unique_ptr<Opened> file_;
   void* memory_ = nullptr;
   std::size_t size_ = 0;
   dev_t device_ = 0;

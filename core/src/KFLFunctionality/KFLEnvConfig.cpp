@@ -280,7 +280,7 @@ void KFLEnvConfig::noteFirst() {
 void KFLEnvConfig::removeElement(KFLElementID id) {
   if (isKnownToLack(id)) return;
   initMsg();
-  it_.removeElement(it_.childOf(id));
+  it_.removeChildren(id);
 }
 
 int KFLEnvConfig::getName(Text& name) const {

@@ -14,6 +14,7 @@
 // Accessors: a getter returns 0, with the value specified exactly when its element could be read, or -1, with
 // an error text, without a message, with the value left alone. An element that cannot be read leaves an error
 // text too. A setter makes the message where there is none; given an unspecified value it removes the element.
+// What it sets takes the place of all elements of the name, where others put several.
 // A list is one element per item; a specified, empty list is one empty element, so an empty text or
 // address cannot be an item and is left out. An item that cannot be written ends the list: -1, with an error
 // text.
@@ -149,8 +150,10 @@ class KFLEnvConfig {
   template <class T>
   int setMember(const KFLEnvProperty& property, const KFLOptionalProperty<T>& value);
 
-  // Takes the first element of this id out, making the message where there is none.
+  // Takes the elements of this id out, making the message where there is none.
   void removeElement(KFLElementID id);
+
+  std::vector<KFLMessageIterator> elementsNamed(KFLElementID id) const;
 
   // Says that there is no message: -1.
   static int failWithoutMessage();
@@ -199,7 +202,6 @@ class KFLEnvConfig {
   class Ranks;
   // The child before which the element goes; none for the end.
   KFLMessageIterator findPlace(KFLElementID id);
-  std::vector<KFLMessageIterator> elementsNamed(KFLElementID id) const;
   // The items as elements at the property's place, or the marker of an empty list.
   template <class Container, class Put>
   int addItems(const KFLEnvProperty& property, const Container& items, const Put& put);
@@ -322,12 +324,13 @@ int KFLEnvConfig::putMandatory(const KFLEnvProperty& property, const T& value) {
     return 0;
   }
   MessageGuard message(*this);
-  const KFLMessageIterator old = it_.childOf(property.id);
+  const std::vector<KFLMessageIterator> old = elementsNamed(property.id);
   const Placement placement(*this, property);
   KFLWriteGuard guard(it_);
   addElement(property.id, value);
   guard.keep();
-  it_.removeElement(old);
+  for (const KFLMessageIterator& element : old)
+    it_.removeElement(element);
   message.keep();
   return 0;
 }

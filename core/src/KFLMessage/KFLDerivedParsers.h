@@ -13,9 +13,11 @@
 
 #include <atomic>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include <boost/smart_ptr/shared_ptr.hpp>
@@ -185,7 +187,8 @@ class KFLReaderDerived {
     it.getTypeName(tag);
     const auto* factory = KFLDerivedParserFactory<Base, Key>::find(tag);
     if (factory == nullptr && allowDefault_) factory = KFLDerivedParserFactory<Base, Key>::findDefault();
-    if (factory == nullptr) return it.fail("the type '" + tag + "' is not known here");
+    if (factory == nullptr)
+      return it.fail("the type '" + tag + "' is not known here; " + knownTags() + " is wanted");
     Base* object = nullptr;
     const int result = factory->read(it, object);
     if (result == 0) out.reset(object);
@@ -193,6 +196,16 @@ class KFLReaderDerived {
   }
 
  private:
+  static std::string knownTags() {
+    std::set<std::string> tags;
+    for (KFLDerivedTypeInfo& info : KFLDerivedParserFactory<Base, Key>::data().list())
+      tags.insert(std::move(info.tag));
+    std::string known;
+    for (const std::string& tag : tags)
+      known += (known.empty() ? "one of " : ", ") + tag;
+    return known.empty() ? "a type of a library that is loaded" : known;
+  }
+
   bool allowDefault_;
 };
 

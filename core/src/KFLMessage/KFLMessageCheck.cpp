@@ -192,6 +192,8 @@ class Reasons {
     for (const auto& [index, text] : faultOf_)
       if (!losses_.contains(index)) losses_.emplace(index, Loss{text});
     addUnknown();
+    for (KFLMessageFinding& ignored : faults_.findIgnored())
+      if (!isInsideLoss(ignored.element)) losses_.emplace(ignored.element, Loss{std::move(ignored.text)});
     KFLMessageFindings findings;
     for (auto& [index, loss] : losses_)
       findings.push_back({source_.path(index), index, std::move(loss.text)});
@@ -203,15 +205,10 @@ class Reasons {
   void noteStops() {
     for (const auto& [index, text] : faultOf_) {
       std::size_t item = index;
-      while (item != 0 && !isListed(item))
+      while (item != 0 && !faults_.isItem(item))
         item = source_[item].parent;
       if (item != 0) stopped_.emplace(source_[item].parent, source_[item].name);
     }
-  }
-  bool isListed(std::size_t index) {
-    const KFLField* const row = faults_.rowOf(index);
-    return row != nullptr && (row->shape == KFLFieldShape::List || row->shape == KFLFieldShape::Map ||
-                              row->shape == KFLFieldShape::Container);
   }
 
   // What is not known within what is lost or not known itself has its reason there.
@@ -225,26 +222,22 @@ class Reasons {
     return index != kNoElement;
   }
 
-  std::string recordOf(std::size_t index) const {
-    const KFLFieldTable* const table = faults_.at(source_[index].parent).table;
-    return table == nullptr ? "the record" : table->record();
-  }
-
   // Why an element that could be read is not kept.
   std::string reasonFor(std::size_t index) {
     const KFLMessageElement& element = source_[index];
     const std::string name(element.name);
-    if (!faults_.hasPlace(index)) return recordOf(index) + " has no such element";
+    if (!faults_.hasPlace(index)) return faults_.ownerOf(index) + " has no such element";
     if (stopped_.contains({element.parent, element.name}))
       return "reading ends at an element " + name + " that cannot be read";
     const auto below = faultOf_.upper_bound(index);
     if (below != faultOf_.end() && below->first <= index + source_.countBelow(index))
       return "something in it cannot be read";
     if (isRepeated(index)) return "an equal one stands before it";
-    if (element.position > 1 && !isListed(index)) return "only the first " + name + " is read";
+    if (element.position > 1 && !faults_.isItem(index)) return "only the first " + name + " is read";
     if (element.text.empty() && element.firstChild == kNoElement) return "it is empty";
-    if (element.position > 1) return recordOf(index) + " keeps one with its key, which stands before it";
-    return recordOf(index) + " does not write it";
+    if (element.position > 1)
+      return faults_.ownerOf(index) + " keeps one with its key, which stands before it";
+    return faults_.ownerOf(index) + " does not write it";
   }
 
   // Whether an element before it is equal. Each is asked for once, in document order.

@@ -35,7 +35,8 @@ struct KFLMessageCheckResult {
 // Reads the record from the current element, writes it into a message of its own, and compares the two: order and
 // spelling of values do not matter. 0, with `findings` in document order, none for a message that is kept whole; -1,
 // with an error text and `findings` saying what stands in the way, when the record cannot be read or written. An element
-// whose value cannot be read is a finding also where the record reads on, and where it keeps the element as it is.
+// whose value cannot be read, or that is never read, is a finding also where the record reads on, and where it keeps the
+// element as it is.
 int checkMessage(const KFLMessageIterator& it, const KFLRecordType& record, KFLMessageFindings& findings,
                  KFLMessageCheckResult* result = nullptr);
 
@@ -44,8 +45,9 @@ enum class KFLFaultScope {
   Any,       // whatever a field cannot take
 };
 
-// The elements that cannot be read as the table says, or lack a required element, in document order. A null table knows
-// nothing.
+// The elements that cannot be read as the table says, or lack a required element, in document order; with Any also those
+// that are never read, as they stand behind the only one of their name that is, or behind the end of their list. A null
+// table knows nothing.
 KFLMessageFindings findFaults(const KFLMessageIterator& it, const KFLFieldTable* table, KFLFaultScope scope);
 
 }  // namespace KFL

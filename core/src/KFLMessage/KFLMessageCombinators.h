@@ -260,7 +260,7 @@ class KFLWriterPointerDataT : public KFLWriterBaseT<DerivedWriter> {
   template <class Base>
   int operator()(KFLMessageIterator& it, const Base* obj) const {
     const auto* const derived = castToDerived<const Derived>(obj);
-    return derived == nullptr ? -1 : DerivedWriter()(it, *derived);
+    return derived == nullptr ? it.fail(getErrorMessage()) : DerivedWriter()(it, *derived);
   }
 };
 
@@ -271,7 +271,7 @@ class KFLReaderPointerDataT {
   template <class Base>
   int operator()(const KFLMessageIterator& it, Base* obj) const {
     auto* const derived = castToDerived<Derived>(obj);
-    return derived == nullptr ? -1 : DerivedReader()(it, *derived);
+    return derived == nullptr ? it.fail(getErrorMessage()) : DerivedReader()(it, *derived);
   }
 };
 

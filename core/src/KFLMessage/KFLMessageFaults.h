@@ -24,7 +24,8 @@ using KFLRowsByName = std::unordered_map<std::string_view, const KFLField*>;
 struct KFLExpectation {
   const KFLField* row = nullptr;  // none for the top, and for what is not looked at
   const KFLFieldTable* table = nullptr;
-  bool isContainer = false;  // only its children are
+  bool isContainer = false;         // only its children are
+  const KFLField* entry = nullptr;  // the map whose entry it is
 };
 
 class KFLMessageFaults {
@@ -34,22 +35,29 @@ class KFLMessageFaults {
 
   // What cannot be read, in document order.
   KFLMessageFindings find();
+  // What no reader gets to, though it could be read: what stands behind the only element that is read, or behind the end
+  // of a list.
+  KFLMessageFindings findIgnored() const;
   // Whether what the element stands in has a place for it.
-  bool hasPlace(std::size_t index);
-  // The row of its name in the table of what it stands in; null when there is none.
-  const KFLField* rowOf(std::size_t index);
-  const KFLExpectation& at(std::size_t index) const { return expected_[index]; }
+  bool hasPlace(std::size_t index) const;
+  // Whether it is one of any number: an item of a list or a map.
+  bool isItem(std::size_t index) const;
+  // The record that it stands in, or the element there that is none.
+  std::string ownerOf(std::size_t index) const;
 
  private:
-  const KFLRowsByName& rowsOf(const KFLFieldTable* table);
-  const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLFieldTable* rowTable);
+  const KFLRowsByName& rowsOf(const KFLFieldTable* table) const;
+  const KFLField* rowOf(std::size_t index) const;
+  std::string_view idOf(std::size_t item) const;
+  bool readsByType(const KFLField& row) const;
+  const KFLFieldTable* tableOfElement(const KFLMessageIterator& it, const KFLField& row);
   KFLExpectation expect(const KFLExpectation& parent, const KFLMessageElement& child, KFLFaultScope scope);
   std::string faultOf(std::size_t index);
   std::string faultOfType(const KFLMessageIterator& it, const KFLFieldTable& base) const;
   std::string refusalOf(std::size_t index) const;
 
   const KFLMessageElements& elements_;
-  std::unordered_map<const KFLFieldTable*, KFLRowsByName> rows_;
+  mutable std::unordered_map<const KFLFieldTable*, KFLRowsByName> rows_;
   std::unordered_map<std::string, const KFLFieldTable*> tablesByType_;
   std::vector<KFLDerivedTypeInfo> derived_;
   std::vector<KFLExpectation> expected_;

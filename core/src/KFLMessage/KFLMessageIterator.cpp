@@ -257,6 +257,7 @@ void KFLMessageIterator::setName(std::string_view name, std::string_view namespa
   const std::uint32_t ns = tree_->internNamespace(namespaceUri);
   tree_->at(element_).name = number & 0x7FFFFFFFU;
   tree_->at(element_).ns = ns;
+  tree_->noteChange();
   if (element_ == KFLMessageTree::kRoot) tree_->closeRoot();
 }
 
@@ -373,6 +374,7 @@ void KFLWriteGuard::keep() {
 
 void KFLWriteGuard::undo() noexcept {
   it_.tree_->undo(mark_);
+  it_.tree_->noteChange();
   it_.element_ = mark_.element;
   it_.namespace_ = namespace_;
   it_.insertParent_ = insertParent_;
@@ -382,12 +384,17 @@ void KFLWriteGuard::undo() noexcept {
 }
 
 KFLContentGuard::KFLContentGuard(const KFLMessageIterator& it) : tree_(it.tree_), element_(it.element_) {
-  if (tree_) copy_ = tree_->copyApart(element_);
+  if (!tree_) return;
+  copy_ = tree_->copyApart(element_);
+  removed_ = static_cast<std::uint32_t>(tree_->removedCount());
 }
 
 KFLContentGuard::~KFLContentGuard() {
   if (!tree_) return;
-  if (!isKept_) tree_->swapContent(element_, copy_);
+  if (!isKept_) {
+    tree_->putBack(removed_);
+    tree_->swapContent(element_, copy_);
+  }
   tree_->freeApart(copy_);
 }
 

@@ -307,8 +307,9 @@ class KFLCursorGuard {
 
 // Unless keep() was called, undoes at its end what was done through the cursor since: children that were added to the
 // current element, its text, its type and the name of a root, and position, selected namespace and insertion point of
-// the cursor. What was removed meanwhile stays removed: remove last. For writers, which an exception may leave at any
-// allocation; undoing takes no memory. The guards of one element end in the reverse order of their making.
+// the cursor. What was removed meanwhile, anywhere in the message, is put back. For writers, which an exception may leave at
+// any allocation; undoing takes no memory, but removing takes some while a guard lives. The guards of one message end in the
+// reverse order of their making.
 class KFLWriteGuard {
  public:
   explicit KFLWriteGuard(KFLMessageIterator& it);
@@ -347,6 +348,7 @@ class KFLContentGuard {
   std::uint32_t element_;
   std::uint32_t copy_ = 0;
   bool isKept_ = false;
+  std::uint32_t removed_ = 0;
 };
 
 // Keeps the element under a cursor, with all below it. When the element, or one that it stands in, is removed from the

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Copying, comparing and locating subtrees. All of it walks by parent and sibling links: depth costs nothing.
 #include <algorithm>
+#include <mutex>
 #include <string>
 
 #include <KFLMessage/KFLMessageTree.h>
@@ -183,19 +184,57 @@ bool KFLMessageTree::isEqual(KFLNodeIndex element, const KFLMessageTree& other,
   }
 }
 
+// Waits for no other thread, which the process may have lost in a fork.
+KFLMessageTree::Place KFLMessageTree::placeOf(KFLNodeIndex element) const {
+  Place place;
+  std::uint32_t steps = 0;
+  const KFLNodeIndex parent = at(element).parent;
+  KFLNodeIndex sibling = parent == kNone ? kNone : at(parent).first;
+  for (; sibling != kNone; sibling = at(sibling).next) {
+    if (++steps == kManySteps) {
+      const std::unique_lock<KFLLock> guard(countsLock_, std::try_to_lock);
+      if (guard) return placeAmongMany(element);
+    }
+    if (at(sibling).name == at(element).name) ++place.count;
+    if (sibling == element) place.position = place.count;
+  }
+  return place;
+}
+
+// Who reads a message from outside may ask for the place of each child, so no child is walked over more than a few times
+// for a name.
+KFLMessageTree::Place KFLMessageTree::placeAmongMany(KFLNodeIndex element) const {
+  const std::uint32_t name = at(element).name;
+  const KFLNodeIndex parent = at(element).parent;
+  if (counts_.changes != changes_) {
+    counts_.walks.clear();
+    counts_.noted.clear();
+    counts_.changes = changes_;
+  }
+  Counts::Walk& walk = counts_.walks[countKey(parent, name)];
+  KFLNodeIndex next = walk.last == kNone ? at(parent).first : at(walk.last).next;
+  for (; next != kNone; next = at(next).next) {
+    const std::uint32_t count = walk.count + (at(next).name == name ? 1 : 0);
+    if (walk.steps % kManySteps == 0) counts_.noted[countKey(next, name)] = count;
+    walk = {next, walk.steps + 1, count};
+  }
+  std::uint32_t behind = 0;
+  auto noted = counts_.noted.find(countKey(element, name));
+  for (KFLNodeIndex sibling = element; noted == counts_.noted.end() && sibling != at(parent).first;) {
+    if (at(sibling).name == name) ++behind;
+    sibling = at(sibling).prev;
+    noted = counts_.noted.find(countKey(sibling, name));
+  }
+  return {behind + (noted == counts_.noted.end() ? 0 : noted->second), walk.count};
+}
+
 std::string KFLMessageTree::path(KFLNodeIndex element) const {
   std::vector<std::string> steps;
   for (KFLNodeIndex index = element; index != kNone; index = at(index).parent) {
     if (isText(index)) continue;
     std::string step = "/" + std::string(effectiveName(index));
-    const KFLNodeIndex parent = at(index).parent;
-    std::size_t position = 0;
-    std::size_t count = 0;
-    for (KFLNodeIndex i = parent == kNone ? kNone : at(parent).first; i != kNone; i = at(i).next) {
-      if (at(i).name == at(index).name) ++count;
-      if (i == index) position = count;
-    }
-    if (count > 1) step += "[" + std::to_string(position) + "]";
+    const Place place = placeOf(index);
+    if (place.count > 1) step += "[" + std::to_string(place.position) + "]";
     steps.push_back(std::move(step));
   }
   std::string path;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -144,6 +145,7 @@ KFLNodeIndex KFLMessageTree::insert(KFLNodeIndex parent, std::uint32_t name, std
   const KFLNodeIndex index = newNode(parent, name, ns);
   Node& node = at(index);
   Node& behind = at(before);
+  noteChange();
   node.next = before;
   node.prev = behind.prev;
   behind.prev = index;
@@ -156,6 +158,7 @@ KFLNodeIndex KFLMessageTree::insert(KFLNodeIndex parent, std::uint32_t name, std
 }
 
 void KFLMessageTree::unlink(KFLNodeIndex index) {
+  noteChange();
   const Node& node = at(index);
   Node& above = at(node.parent);
   const KFLNodeIndex last = at(above.first).prev;
@@ -173,26 +176,53 @@ void KFLMessageTree::drop(KFLNodeIndex index) noexcept {
   freeSubtree(index);
 }
 
-// A text node that comes to stand behind no element becomes a part of the text before it.
-void KFLMessageTree::joinTextsAround(KFLNodeIndex element) {
-  const KFLNodeIndex next = at(element).next;
-  const KFLNodeIndex parent = at(element).parent;
-  const bool isFirst = at(parent).first == element;
-  if (next == kNone || !isText(next) || (!isFirst && !isText(at(element).prev))) return;
-  appendText(isFirst ? parent : at(element).prev, text(next));
-  drop(next);
+void KFLMessageTree::setApart(KFLNodeIndex index) {
+  Node& node = at(index);
+  node.parent = kNone;
+  node.next = kNone;
+  node.prev = index;
 }
 
-void KFLMessageTree::remove(KFLNodeIndex element) noexcept {
+// Below the parent, behind a child of it; in front of all for kNone.
+void KFLMessageTree::linkBehind(KFLNodeIndex index, KFLNodeIndex parent, KFLNodeIndex prev) {
+  noteChange();
+  Node& node = at(index);
+  Node& above = at(parent);
+  const KFLNodeIndex last = above.first == kNone ? index : at(above.first).prev;
+  node.parent = parent;
+  node.prev = prev == kNone ? last : prev;
+  KFLNodeIndex& link = prev == kNone ? above.first : at(prev).next;
+  node.next = std::exchange(link, index);
+  at(node.next != kNone ? node.next : above.first).prev = index;
+}
+
+// Text nodes that have come to stand behind no element become a part of the text before them, which is the parent's own
+// for kNone. Without memory for that, all stay.
+void KFLMessageTree::joinTexts(KFLNodeIndex parent, KFLNodeIndex prev) noexcept {
+  if (prev != kNone && (at(prev).parent != parent || !isText(prev))) return;
   try {
-    joinTextsAround(element);
+    for (;;) {
+      const KFLNodeIndex next = prev == kNone ? at(parent).first : at(prev).next;
+      if (next == kNone || !isText(next)) return;
+      appendText(prev == kNone ? parent : prev, text(next));
+      drop(next);
+    }
   } catch (const std::bad_alloc&) {
-    // Both texts stay; removing takes no memory.
+    return;
   }
-  drop(element);
 }
 
-std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t name) noexcept {
+void KFLMessageTree::remove(KFLNodeIndex element) {
+  const KFLNodeIndex parent = at(element).parent;
+  const KFLNodeIndex prev = at(parent).first == element ? kNone : at(element).prev;
+  if (!marks_.empty()) removed_.push_back({element, parent, prev, false});
+  unlink(element);
+  if (!marks_.empty()) return setApart(element);
+  joinTexts(parent, prev);
+  freeSubtree(element);
+}
+
+std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t name) {
   std::size_t removed = 0;
   for (KFLNodeIndex child = findChild(parent, name); child != kNone; ++removed) {
     const KFLNodeIndex next = findNext(child, name);
@@ -203,6 +233,13 @@ std::size_t KFLMessageTree::removeChildren(KFLNodeIndex parent, std::uint32_t na
 }
 
 void KFLMessageTree::clear(KFLNodeIndex element) {
+  if (!marks_.empty()) {
+    removed_.reserve(std::max(removed_.size() + 1, removed_.capacity()));
+    const KFLNodeIndex apart = newNode(kNone, 0, 0);
+    swapAllContent(element, apart);
+    removed_.push_back({apart, element, kNone, true});
+    return;
+  }
   Node& node = at(element);
   for (KFLNodeIndex child = std::exchange(node.first, kNone); child != kNone;) {
     freeSubtree(std::exchange(child, at(child).next));
@@ -231,7 +268,9 @@ void KFLMessageTree::freeSubtree(KFLNodeIndex top) {
 
 void KFLMessageTree::hold(KFLNodeIndex element) {
   const KFLLockGuard guard(holdLock_);
-  ++holds_[element].count;
+  Hold& hold = holds_[element];
+  hold.node = &at(element);
+  ++hold.count;
   hasHolds_.store(true, std::memory_order_release);
 }
 
@@ -239,7 +278,7 @@ void KFLMessageTree::release(KFLNodeIndex element) noexcept {
   const KFLLockGuard guard(holdLock_);
   const auto found = holds_.find(element);
   if (--found->second.count != 0) return;
-  if (found->second.isApart) at(element).next = std::exchange(released_, element);
+  if (found->second.isApart) found->second.node->next = std::exchange(released_, element);
   holds_.erase(found);
   hasHolds_.store(!holds_.empty() || released_ != kNone, std::memory_order_release);
 }
@@ -257,10 +296,7 @@ bool KFLMessageTree::setHeldApart(KFLNodeIndex top) {
     if (held != holds_.end()) {
       held->second.isApart = true;
       if (index != top) unlink(index);
-      Node& node = at(index);
-      node.parent = kNone;
-      node.next = kNone;
-      node.prev = index;
+      setApart(index);
       if (index == top) return true;
     }
     if (next == kNone) return false;
@@ -281,6 +317,7 @@ void KFLMessageTree::freeReleased() {
 }
 
 void KFLMessageTree::freeNode(KFLNodeIndex index) {
+  noteChange();
   Node& node = at(index);
   dropText(node);
   if (node.hasAttributes) attributes_.erase(index);
@@ -327,11 +364,11 @@ KFLMessageTree::Mark KFLMessageTree::mark(KFLNodeIndex element, KFLNodeIndex bef
   mark.hasAttributes = node.hasAttributes;
   mark.isRootOpen = isRootOpen_;
   mark.ownText = keepText(element);
-  if (mark.last == kNone || !isText(mark.last)) return mark;
   try {
-    mark.lastText = keepText(mark.last);
+    if (mark.last != kNone && isText(mark.last)) mark.lastText = keepText(mark.last);
+    marks_.push_back(removed_.size());
   } catch (...) {
-    forget(mark);
+    freeTexts(mark);
     throw;
   }
   return mark;
@@ -339,6 +376,7 @@ KFLMessageTree::Mark KFLMessageTree::mark(KFLNodeIndex element, KFLNodeIndex bef
 
 void KFLMessageTree::undo(const Mark& mark) noexcept {
   const KFLNodeIndex element = mark.element;
+  putBack(marks_.back());
   while (at(element).first != kNone && at(at(element).first).prev != mark.last)
     drop(at(at(element).first).prev);
   if (mark.before != kNone && at(mark.before).parent == element) {
@@ -360,8 +398,35 @@ void KFLMessageTree::undo(const Mark& mark) noexcept {
 }
 
 void KFLMessageTree::forget(const Mark& mark) noexcept {
+  freeTexts(mark);
+  marks_.pop_back();
+  if (marks_.empty() && !removed_.empty()) freeRemoved();
+}
+
+void KFLMessageTree::freeTexts(const Mark& mark) noexcept {
   if (mark.ownText != kNone) freeNode(mark.ownText);
   if (mark.lastText != kNone) freeNode(mark.lastText);
+}
+
+// The last one first: each then finds the elements before it where they stood, and what was added since between them.
+void KFLMessageTree::putBack(std::size_t count) noexcept {
+  for (; removed_.size() > count; removed_.pop_back()) {
+    const Removed& last = removed_.back();
+    if (last.isContent) {
+      swapAllContent(last.parent, last.node);
+      freeSubtree(last.node);
+    } else {
+      linkBehind(last.node, last.parent, last.prev);
+    }
+  }
+}
+
+void KFLMessageTree::freeRemoved() noexcept {
+  for (const Removed& removed : removed_)
+    if (!removed.isContent) joinTexts(removed.parent, removed.prev);
+  for (const Removed& removed : removed_)
+    freeSubtree(removed.node);
+  removed_ = {};
 }
 
 KFLNodeIndex KFLMessageTree::copyApart(KFLNodeIndex element) {
@@ -376,6 +441,7 @@ KFLNodeIndex KFLMessageTree::copyApart(KFLNodeIndex element) {
 }
 
 void KFLMessageTree::swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
+  noteChange();
   std::swap(at(a).first, at(b).first);
   std::swap(at(a).text, at(b).text);
   std::swap(at(a).textSize, at(b).textSize);
@@ -383,6 +449,19 @@ void KFLMessageTree::swapContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
     for (KFLNodeIndex child = at(parent).first; child != kNone; child = at(child).next)
       at(child).parent = parent;
   }
+}
+
+void KFLMessageTree::swapAllContent(KFLNodeIndex a, KFLNodeIndex b) noexcept {
+  swapContent(a, b);
+  auto ofA = attributes_.extract(a), ofB = attributes_.extract(b);
+  for (auto* const attributes : {&ofA, &ofB}) {
+    if (attributes->empty()) continue;
+    attributes->key() = attributes == &ofA ? b : a;
+    attributes_.insert(std::move(*attributes));
+  }
+  const std::uint32_t hasAttributes = at(a).hasAttributes;
+  at(a).hasAttributes = at(b).hasAttributes;
+  at(b).hasAttributes = hasAttributes & 1U;
 }
 
 // --- Texts and attributes -------------------------------------------------------------------------------------------
@@ -498,7 +577,8 @@ void KFLMessageTree::setAttributes(KFLNodeIndex element, KFLMessageAttributes at
 
 std::size_t KFLMessageTree::memoryUsed() const {
   std::size_t bytes = sizeof *this + chunkCount_ * kChunk * sizeof(Node) + chunkRoom_ * sizeof(Node*) +
-                      blocks_.capacity() * sizeof(Node*) + arena_.memoryUsed() + names_.memoryUsed() +
+                      blocks_.capacity() * sizeof(Node*) + removed_.capacity() * sizeof(Removed) +
+                      marks_.capacity() * sizeof(std::size_t) + arena_.memoryUsed() + names_.memoryUsed() +
                       namespaces_.memoryUsed() + types_.memoryUsed() +
                       attributes_.bucket_count() * sizeof(void*);
   for (const auto& [element, attributes] : attributes_) {
@@ -507,6 +587,8 @@ std::size_t KFLMessageTree::memoryUsed() const {
     for (const KFLMessageAttribute& attribute : attributes)
       bytes += attribute.value.capacity();
   }
+  if (const std::unique_lock<KFLLock> guard(countsLock_, std::try_to_lock); guard)
+    bytes += counts_.memoryUsed();
   return bytes;
 }
 

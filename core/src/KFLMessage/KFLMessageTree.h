@@ -142,19 +142,26 @@ class KFLMessageTree {
   KFLNodeIndex append(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
   // A new node before one of the parent's children; at the end when that is kNone or no child of it.
   KFLNodeIndex insert(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns, KFLNodeIndex before);
-  // Takes an element out, with all below it. Not for the root.
-  void remove(KFLNodeIndex element) noexcept;
+  // Takes an element out, with all below it. Not for the root. While there is a mark it stands apart, to be put back, and
+  // this throws, and changes nothing, where there is no memory to note it; else it takes none.
+  void remove(KFLNodeIndex element);
   // Takes out every child of this name; the number taken out.
-  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name) noexcept;
+  std::size_t removeChildren(KFLNodeIndex parent, std::uint32_t name);
   // Takes out what the element holds: children, text, attributes.
   void clear(KFLNodeIndex element);
+  // Says that an element may have another name, or another place among its siblings, than before.
+  void noteChange() noexcept { ++changes_; }
 
-  // What an element is like; given back by undo() or forget(). New children go before `before`, where that is one.
+  // What an element is like; given back by undo() or forget(), the last one first. New children go before `before`, where
+  // that is one.
   using Mark = KFLElementMark;
   Mark mark(KFLNodeIndex element, KFLNodeIndex before);
-  // Takes out the children that were added since, and gives back name, type and texts; what was removed stays removed.
+  // Puts back what was removed anywhere since, takes out the children that were added, and gives back name, type and texts.
   void undo(const Mark& mark) noexcept;
   void forget(const Mark& mark) noexcept;
+  // The number of elements that stand apart to be put back; and puts back those that came behind so many.
+  std::size_t removedCount() const { return removed_.size(); }
+  void putBack(std::size_t count) noexcept;
 
   // A node apart that holds a copy of an element's children and text, until it is freed.
   KFLNodeIndex copyApart(KFLNodeIndex element);
@@ -189,7 +196,8 @@ class KFLMessageTree {
   bool isEqual(KFLNodeIndex element, const KFLMessageTree& other, KFLNodeIndex otherElement) const;
   // Whether `element` is `top` or stands below it.
   bool isWithin(KFLNodeIndex element, KFLNodeIndex top) const;
-  // The element's path from the root, such as /message/net_device[2]/name.
+  // The element's path from the root, such as /message/net_device[2]/name. The paths of all children of an element take
+  // one walk along them for each name.
   std::string path(KFLNodeIndex element) const;
 
   std::size_t nodeCount() const { return used_; }
@@ -226,12 +234,25 @@ class KFLMessageTree {
     return node;
   }
 
+  // Where a child stands among those of its name, from 1 on, and how many there are.
+  struct Place {
+    std::uint32_t position = 0;
+    std::uint32_t count = 0;
+  };
+  Place placeOf(KFLNodeIndex element) const;
+  Place placeAmongMany(KFLNodeIndex element) const;  // with countsLock_ held
+
   bool isOwnXmlName(std::uint32_t name) const;
   KFLNodeIndex newNode(KFLNodeIndex parent, std::uint32_t name, std::uint32_t ns);
   void addBlock();
   void unlink(KFLNodeIndex index);
   void drop(KFLNodeIndex index) noexcept;
-  void joinTextsAround(KFLNodeIndex element);
+  void joinTexts(KFLNodeIndex parent, KFLNodeIndex prev) noexcept;
+  void setApart(KFLNodeIndex index);
+  void linkBehind(KFLNodeIndex index, KFLNodeIndex parent, KFLNodeIndex prev);
+  void swapAllContent(KFLNodeIndex a, KFLNodeIndex b) noexcept;
+  void freeTexts(const Mark& mark) noexcept;
+  void freeRemoved() noexcept;
   KFLNodeIndex keepText(KFLNodeIndex index);
   void giveTextBack(KFLNodeIndex index, KFLNodeIndex kept) noexcept;
   void freeSubtree(KFLNodeIndex top);
@@ -262,7 +283,45 @@ class KFLMessageTree {
   std::unordered_map<KFLNodeIndex, KFLMessageAttributes> attributes_;
   bool isRootOpen_ = true;
 
+  // What was taken out while there are marks: an element that stood below `parent` behind `prev`, or at the front where that
+  // is kNone; or a node apart with all that `parent` held.
+  struct Removed {
+    KFLNodeIndex node;
+    KFLNodeIndex parent;
+    KFLNodeIndex prev;
+    bool isContent;
+  };
+  std::vector<Removed> removed_;
+  std::vector<std::size_t> marks_;  // for each mark, how many there were when it was made
+
+  // How far the children of parents with many were counted: children that are added at the end leave it good.
+  struct Counts {
+    struct Walk {
+      KFLNodeIndex last = kNone;
+      std::uint32_t steps = 0;
+      std::uint32_t count = 0;
+    };
+    std::uint64_t changes = 0;                      // those of the tree that it knows of
+    std::unordered_map<std::uint64_t, Walk> walks;  // by parent and name
+    std::unordered_map<std::uint64_t, std::uint32_t>
+        noted;  // by child and name: how many there are up to the child
+
+    std::size_t memoryUsed() const {
+      return walks.size() * (sizeof(*walks.begin()) + sizeof(void*)) +
+             noted.size() * (sizeof(*noted.begin()) + sizeof(void*)) +
+             (walks.bucket_count() + noted.bucket_count()) * sizeof(void*);
+    }
+  };
+  static constexpr std::uint32_t kManySteps = 32;  // a count is noted with each of so many children
+  static std::uint64_t countKey(KFLNodeIndex node, std::uint32_t name) {
+    return (std::uint64_t{node} << 32) | name;
+  }
+  std::uint64_t changes_ = 0;
+  mutable KFLLock countsLock_;
+  mutable Counts counts_;  // its owner holds countsLock_
+
   struct Hold {
+    Node* node = nullptr;  // nodes never move, and what finds them does
     std::uint32_t count = 0;
     bool isApart = false;
   };

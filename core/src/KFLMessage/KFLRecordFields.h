@@ -272,7 +272,9 @@ template <class Value>
 struct KFLTextWriter : KFLUntypedWriter {
   int operator()(KFLMessageIterator& it, const Value& value) const {
     const std::string& text = value.toString();
-    return text.empty() && Value().fromString(text) != 0 ? -1 : it.putValue(text);
+    const std::size_t before = countErrorMessages();
+    if (!text.empty() || Value().fromString(text) == 0) return it.putValue(text);
+    return it.fail(countErrorMessages() != before ? getErrorMessage() : "an empty text is not read");
   }
 };
 template <class Value>

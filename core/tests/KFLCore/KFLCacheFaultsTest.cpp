@@ -125,6 +125,7 @@ TEST(CacheFaults, WaitingIsCountedInTheWaitersOwnTries) {
 struct Queue {
   int wordUntil = 0;  // looks
   int leaveEvery = 0;
+  std::size_t sleepers = 0;
   std::vector<int> waiters = {};
   int word = -1;
   int looks = 0;
@@ -141,11 +142,11 @@ struct Queue {
   }
   void see(int command, const struct flock& lock) {
     if (command == F_OFD_SETLK && lock.l_start == 24 && lock.l_type == F_WRLCK)
-      isOvertaken = isOvertaken || (leaveEvery > 0 && !waiters.empty());
+      isOvertaken = isOvertaken || waiters.size() > sleepers;
     if (command != F_OFD_GETLK) return;
     ++looks;
     if (looks >= wordUntil && word >= 0) close(std::exchange(word, -1));
-    if (looks < wordUntil || leaveEvery == 0 || looks % leaveEvery != 0 || waiters.empty()) return;
+    if (looks < wordUntil || waiters.size() <= sleepers || looks % leaveEvery != 0) return;
     close(waiters.front());
     waiters.erase(waiters.begin());
   }
@@ -155,13 +156,14 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
   const Folder folder;
   const std::string path = folder / "cache";
   openCache(path);
-  for (const auto& [wordUntil, leaveEvery, waiters] :
-       {std::tuple{0, 10, 1}, {0, 10, 3}, {150, 10, 2}, {0, 0, 1}}) {
+  for (const auto& [wordUntil, leaveEvery, waiters, sleepers] :
+       {std::tuple{0, 10, 1, 0U}, {0, 10, 3, 0U}, {150, 10, 2, 0U}, {0, 10, 1, 1U}, {0, 100, 2, 1U}}) {
     static Queue queue;
-    queue = {wordUntil, leaveEvery};
+    queue = {wordUntil, leaveEvery, sleepers};
     if (wordUntil > 0) queue.word = Queue::lockAt(path, 24, 4);
-    for (int i = 1; i <= waiters; ++i)
-      queue.waiters.push_back(Queue::lockAt(path, (off_t{1} << 42) + i, 1));
+    for (int i = 1; i <= waiters; ++i)  // sleepers come first, but opened the file last
+      queue.waiters.push_back(
+          Queue::lockAt(path, (off_t{1} << 42) + (sleepers > 0 ? waiters + 1 - i : i), 1));
     KFLFileLock lock;
     ASSERT_EQ(lock.open(path), 0);
     const auto own = std::exchange(KFLSystem::calls.fcntl, [](int file, int command, std::intptr_t argument) {
@@ -171,7 +173,7 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
     });
     EXPECT_EQ(lock.lock(100ms, nullptr), 0);
     EXPECT_FALSE(queue.isOvertaken);
-    EXPECT_EQ(queue.waiters.size(), leaveEvery == 0 ? 1U : 0U);
+    EXPECT_EQ(queue.waiters.size(), sleepers);
     const int looks = std::exchange(queue.looks, 0);
     lock.unlock(nullptr);
     EXPECT_EQ(lock.lock(100ms, nullptr), 0);
@@ -183,30 +185,84 @@ TEST(CacheFaults, WaitersAreServedInTheirOrderAndSleepersArePassedOver) {
   }
 }
 
-// An agent that does nothing with the file meanwhile finds it out, whatever it does next.
-TEST(CacheFaults, AFileThatWasCutIsACode) {
-  const auto putOne = [](KFLCacheFile& cache) { return put(cache, "key", "text"); };
-  const auto close = [](KFLCacheFile& cache) { return cache.reinit(); };
-  const std::function<int(KFLCacheFile&)> calls[] = {putOne, holdOnce, repairOnce, openAgain, close};
+// Behind those who wait by then, and with its whole patience, since nobody has kept the lock for so long.
+TEST(CacheFaults, OneThatWasPassedOverHasItsTurnOnceItIsAwake) {
   const Folder folder;
+  const Cache cache = openCache(folder / "cache");
+  const pid_t sleeper = startChild([&] {
+    const Cache mine = openCache(folder / "cache");
+    mine->setLockTimeout(100ms);
+    raise(SIGSTOP);
+    return put(*mine, "key", "text") == 0 ? 0 : 1;
+  });
+  int status = 0;
+  waitpid(sleeper, &status, WUNTRACED);
+  KFLCacheFile::Storage storage;
+  ASSERT_EQ(cache->lock(storage), 0);
+  int turns = 0;
+  const auto takeTurn = [&] {
+    std::this_thread::sleep_for(30ms);
+    unlock(*cache, storage);
+    EXPECT_EQ(cache->lock(storage), 0);
+  };
+  kill(sleeper, SIGCONT);
+  std::this_thread::sleep_for(30ms);
+  kill(sleeper, SIGSTOP);
+  takeTurn();
+  kill(sleeper, SIGCONT);
+  for (; turns < 20 && waitpid(sleeper, &status, WNOHANG) == 0; ++turns)
+    takeTurn();
+  unlock(*cache, storage);
+  EXPECT_EQ(status, 0);
+  EXPECT_LE(turns, 3);
+}
+
+struct CutUser {
+  Cache cache;
+  KFLCacheSnapshot held = {};
+  KFLCacheFile::Storage storage = {};
+  KFLSnapshotHead* also = nullptr;
+  KFLCacheFile::Storage locked = {};
+};
+
+// An agent that does nothing with the file meanwhile finds it out, whatever it does next, and at its end.
+TEST(CacheFaults, AFileThatWasCutIsACode) {
+  const struct {
+    std::function<int(CutUser&)> call;
+    bool isLocked = false;
+  } rows[] = {{[](CutUser& u) { return put(*u.cache, "key", "text"); }},
+              {[](CutUser& u) { return holdOnce(*u.cache); }},
+              {[](CutUser& u) { return repairOnce(*u.cache); }},
+              {[](CutUser& u) { return openAgain(*u.cache); }},
+              {[](CutUser& u) { return u.cache->reinit(); }},
+              {[](CutUser& u) { return u.cache->sync(); }},
+              {[](CutUser& u) { return u.cache->setProtected(true); }},
+              {[](CutUser& u) { return u.cache->acquireSnapshot(u.locked) == nullptr ? -1 : 0; }},
+              {[](CutUser& u) { return u.cache->releaseSnapshot(u.also, u.storage) == -10 ? -10 : 99; }},
+              {[](CutUser& u) { return u.held.release(), 0; }},
+              {[](CutUser& u) { return u.held = KFLCacheSnapshot(), u.cache.reset(), 0; }},
+              {[](CutUser& u) { return unlock(*u.cache, u.locked), 0; }, true}};
+  const Folder folder;
+  const std::string path = folder / "cache";
   for (const std::uintmax_t size : {0, 40, 56, 1000, 4096, 20000})
-    for (const auto& call : calls)
+    for (const auto& row : rows)
       EXPECT_EQ(waitFor(startChild([&] {
                   setLogLevel(kLogFatal);
-                  const std::string path = folder / "cache";
-                  Cache cache = openCache(path);
-                  fill(*cache, 200);
-                  if (contentsOf(*cache).size() != 200) return 1;
+                  CutUser user{openCache(path)};
+                  fill(*user.cache, 200);
+                  if (user.cache->hold(user.held) != 0 || user.held.size() != 200) return 1;
+                  user.also = user.cache->acquireSnapshot(user.storage);
+                  if (row.isLocked && user.cache->lock(user.locked) != 0) return 3;
                   fs::resize_file(path, size);
                   std::this_thread::sleep_for(15ms);
-                  const int code = call(*cache);
+                  const int code = row.call(user);
                   if (code < 0) removeLockedCacheFile(path, code);
-                  cache.reset();
+                  user = {};
                   fs::remove(path);
-                  return 0;
+                  return code > 0 ? 2 : 0;
                 })),
                 0)
-          << size;
+          << size << " " << &row - rows;
 }
 
 TEST(CacheFaults, SomebodyElsesBytesAreNoNewCache) {
@@ -363,7 +419,10 @@ int workOnASmallDisk(const std::string& folder) {
   }
   if (contentsOf(*cache) != twin) return 4;
   fs::remove(folder + "/filler");
-  return put(*cache, "new", std::string(60000, 'y')) == 0 && faultOf(path).empty() ? 0 : 5;
+  if (put(*cache, "new", std::string(60000, 'y')) != 0) return 5;
+  const auto before = std::pair(fs::file_size(path), fs::space(folder).free);
+  if (put(*cache, "large", std::string(1 << 20, 'y')) != kCacheFull) return 6;
+  return before == std::pair(fs::file_size(path), fs::space(folder).free) && faultOf(path).empty() ? 0 : 7;
 }
 
 TEST(CacheFaults, AFullDiskIsACode) {

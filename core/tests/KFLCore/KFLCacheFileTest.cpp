@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <set>
@@ -69,6 +70,8 @@ TEST(CacheFile, AWrongWordGivesItsCodeAndMarksTheFileInvalid) {
     writeFile(path, bytes);
     EXPECT_EQ(cache->initialize(true, false), row.when == Opening ? row.code : 0);
     EXPECT_EQ(cache->isAccessible(), row.when != Opening);
+    const bool isNamed = row.code < -10 && row.code != -14;
+    EXPECT_THAT(getErrorMessage(), HasSubstr(isNamed ? std::to_string(row.word) : ""));
     if (row.when == Opening) {
       EXPECT_EQ(readFile(path).substr(0, 56), bytes.substr(0, 56)) << "not to be touched without being asked";
       EXPECT_EQ(cache->initialize(true, true), row.code);
@@ -183,6 +186,7 @@ TEST(CacheFile, ALimitOnTheSizeOfFilesIsACode) {
               setrlimit(RLIMIT_FSIZE, &limit);
               if (put(*cache, "large", std::string(1 << 20, 'x')) != kCacheFull) return 1;
               if (getErrorMessage().find("File too large") == std::string::npos) return 2;
+              if (fs::file_size(folder / "cache") != 8192) return 4;
               return put(*cache, "small", "x") == 0 ? 0 : 3;
             })),
             0);
@@ -220,6 +224,27 @@ TEST(CacheFile, AProtectedMappingIsWritableUnderTheLockAlone) {
   auto* const memory = static_cast<volatile char*>(storage->getMemory());
   *memory = *memory;
   unlock(*cache, storage);
+}
+
+// Whatever became of the protection, and of the mapping that it was for.
+TEST(CacheFile, WhatWasHeldUnderProtectionCanBeGivenBack) {
+  const auto grow = [](KFLCacheFile& cache) { return put(cache, "key", std::string(20000, 'x')); };
+  const std::function<int(KFLCacheFile&)> acts[] = {
+      openAgain, [](KFLCacheFile& cache) { return cache.reinit() + openAgain(cache); },
+      [&](KFLCacheFile& cache) { return grow(cache) + cache.setProtected(false); }};
+  for (const auto& act : acts) {
+    const Folder folder;
+    const Cache cache = openCache(folder / "cache");
+    KFLCacheSnapshot held;
+    KFLCacheFile::Storage storage;
+    EXPECT_EQ(cache->setProtected(true) + cache->hold(held), 0);
+    KFLSnapshotHead* const also = cache->acquireSnapshot(storage);
+    EXPECT_EQ(act(*cache), 0);
+    held.release();
+    EXPECT_EQ(cache->releaseSnapshot(also, storage), 0);
+    EXPECT_EQ(grow(*cache), 0);
+    EXPECT_EQ(lostBytes(folder / "cache"), 0U);
+  }
 }
 
 TEST(CacheFile, AStorageIsMappedOnceAndACountIsNeverNegative) {

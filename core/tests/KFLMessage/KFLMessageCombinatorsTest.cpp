@@ -183,7 +183,7 @@ TEST(KFLMessageCombinators, PointersOfAnotherClassAreRefused) {
   Other other;
   Base* const none = nullptr;
   EXPECT_EQ(writer(it, static_cast<const Base*>(none)), -1);
-  EXPECT_THAT(getErrorMessage(), testing::HasSubstr("there is no object"));
+  EXPECT_THAT(getErrorMessage(), testing::StartsWith("/r: there is no object"));
   EXPECT_EQ(writer(it, static_cast<const Base*>(&other)), -1);
   EXPECT_EQ(message.toString(), "<r/>");
   EXPECT_EQ(writer(it, static_cast<const Base*>(&derived)), 0);
@@ -192,7 +192,7 @@ TEST(KFLMessageCombinators, PointersOfAnotherClassAreRefused) {
   EXPECT_EQ(derived.x, 4);
   EXPECT_EQ(reader(it, static_cast<Base*>(&other)), -1);
   EXPECT_EQ(getErrorMessage(),
-            "there is KFL::(anonymous namespace)::Other; an object of the class KFL::(anonymous "
+            "/r: there is KFL::(anonymous namespace)::Other; an object of the class KFL::(anonymous "
             "namespace)::Derived is wanted");
   EXPECT_EQ(reader(it, none), -1);
 }

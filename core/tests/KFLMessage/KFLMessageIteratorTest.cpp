@@ -12,6 +12,7 @@
 
 #include <KFLCommon/KFLError.h>
 #include <KFLMessage/KFLMessage.h>
+#include <KFLMessage/KFLRecordFields.h>
 
 namespace KFL {
 namespace {
@@ -326,6 +327,13 @@ struct Empty {
   };
 };
 
+struct Word {
+  std::string text;
+  int fromString(const std::string& from) { return from.empty() ? -1 : (text = from, 0); }
+  const std::string& toString() const { return text; }
+  using Writer = KFLTextWriter<Word>;
+};
+
 // What fails leaves a text of its own, which says where.
 TEST(KFLMessageIterator, EveryFailureSaysWhere) {
   KFLMessage message = parsed("<a><b>1</b><b>x<c/></b></a>");
@@ -349,6 +357,7 @@ TEST(KFLMessageIterator, EveryFailureSaysWhere) {
       {[&] { return it.putObj(object, 999999); }, "/a/b[2]: the vocabulary has no element 999999"},
       {[&] { return it.addEmptyChild(999999); }, "/a/b[2]: the vocabulary has no element 999999"},
       {[&] { return it.addEmptyChild(std::string()); }, "/a/b[2]: an element without a name"},
+      {[&] { return it.putObj(Word()); }, "/a/b[2]: an empty text is not read"},
       {[&] { return it.copyContent(none); }, "/a/b[2]: nothing can be copied"},
       {[&] { return none.getValue(text); }, "the cursor stands on no element"},
       {[&] { return none.putValue("v", "x"); }, "the cursor stands on no element"},

@@ -201,6 +201,10 @@ TEST(RecordAccessors, OfWhatHasNoElement) {
   KFAWindowsSystemUpdate update;
   update.setProduct(std::string("office"));
   EXPECT_EQ(update.getProduct().getValue(), "office");
+  // A message without a product leaves none behind, and the mark as it is.
+  ASSERT_EQ(KFLMessage("r").getIterator().getObj(update), 0);
+  EXPECT_EQ(update.getProduct().getValue(), "");
+  EXPECT_TRUE(update.getProduct().isSpecified());
   EXPECT_EQ(HardDisk::Zloop(5, true).getSize(), 5);
   EXPECT_EQ(HardDisk::KfFS(KFLQoS("a"), KFLQoS("b")).getSecondQuota().getID(), "b");
   HardDisk::List::Images<HardDisk::Loopback> images;

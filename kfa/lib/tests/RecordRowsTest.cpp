@@ -111,7 +111,9 @@ TEST(RecordRows, AreReadAndWrittenOrRefused) {
       {"KFLNetNIC", "ip_address", "-/r/ip_address: an IP address is empty"},
       {"KFLQoS", "id=a hard=2", "="},
       {"KFLPackageList", "", ""},
-      {"KFLPackageList", "package{name=a}", "-/r/package: the type '' is not known here"},
+      {"KFLPackageList", "package{name=a}",
+       "-/r/package: the type '' is not known here; one of packageType, package_kftemplateType, "
+       "package_std_kftemplateType is wanted"},
       {"KFLPackageList", "package:packageType{kind=k}", "-/r/package: element name is missing"},
       {"KFLPackageList", "package:otherType",
        "-/r/package: the type 'http://kelvarium.internal/webservices/kfl/4.0.0/types:otherType' is not known "

@@ -73,17 +73,31 @@ Binding reading(const KFLRecordType& record, const std::string& xml) {
   return binding;
 }
 
+// Gives the texts at and below the cursor another value, where the record can be read then.
+void alter(const Binding& binding, KFLMessageIterator it) {
+  if (it.countChildren() == 0) {
+    const std::string text(it.getText());
+    for (const std::string& other : {kLong, std::string("1"), text}) {
+      if (!text.empty()) it.putValue(other);
+      if (binding.record->read(binding.it, binding.record->create().get()) == 0) return;
+    }
+  }
+  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
+    alter(binding, it);
+}
+
 // The object has other contents, which reading replaces.
 Binding rereading(const KFLRecordType& record, const std::string& xml) {
   Binding binding = reading(record, xml);
   record.read(parsed(xml).getIterator(), binding.object.get());
-  KFLMessageIterator child = binding.it;
-  for (int left = child.firstChild(); left == 0; left = child.nextSibling()) {
-    const std::string text(child.getText());
-    if (text.empty() || child.countChildren() != 0) continue;
-    child.putValue(kLong);
-    if (record.read(binding.it, record.create().get()) != 0) child.putValue(text);
-  }
+  alter(binding, binding.it);
+  return binding;
+}
+
+// The element holds the record already, and each part of it is replaced.
+Binding rewriting(const KFLRecordType& record, const std::string& xml) {
+  Binding binding = reading(record, xml);
+  record.read(binding.it, binding.object.get());
   return binding;
 }
 
@@ -106,7 +120,8 @@ TEST(Allocations, OfEveryRecord) {
   forEachExample([&](const KFLRecordType& record, const Example& example, const KFLMessage&) {
     for (const auto& [what, prepare, call] : {std::tuple(" read", &reading, &Binding::read),
                                               {" read again", &rereading, &Binding::read},
-                                              {" written", &writing, &Binding::write}}) {
+                                              {" written", &writing, &Binding::write},
+                                              {" written again", &rewriting, &Binding::write}}) {
       const auto binding = [&, make = prepare] { return make(record, example.xml); };
       laws(example.file + what, binding, call);
     }

@@ -53,6 +53,16 @@ std::string elementsNamed(const std::string& name, const KFAEnvConfig& config) {
 
 // --- Properties --------------------------------------------------------------------------------------------
 
+// Elements that others put there, one before all others and one behind.
+void addStrays(const KFAEnvConfig& config, const std::string& element) {
+  KFLMessageIterator it = config.getIterator();
+  const KFLMessageIterator first(it);
+  it.addEmptyChild(element);
+  first.firstChild();
+  it.setInsertionPoint(first);
+  it.addEmptyChild(element);
+}
+
 // The property is absent, then as in the example, then empty if it can be, then absent again.
 template <class Class, class T>
 void expectLife(const std::string& element, int (Class::*get)(KFLOptionalProperty<T>&) const,
@@ -63,11 +73,14 @@ void expectLife(const std::string& element, int (Class::*get)(KFLOptionalPropert
   EXPECT_EQ((full.*get)(value), 0);
   EXPECT_EQ((config.*get)(value), -1) << "without a message";
   ASSERT_TRUE(value.isSpecified());
+  config.initMsg();
+  addStrays(config, "veid");
   config.setVeid(1);
   got = value;
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
   for (int i = 0; i < 2; ++i) {
+    addStrays(config, element);
     EXPECT_EQ((config.*set)(value), 0);
     EXPECT_EQ(elementsNamed(element, config), elementsNamed(element, full));
     EXPECT_EQ(std::ranges::count(names(full), element) + 1U, names(config).size());
@@ -79,6 +92,7 @@ void expectLife(const std::string& element, int (Class::*get)(KFLOptionalPropert
     EXPECT_EQ((config.*get)(got), 0);
     EXPECT_TRUE(got.isSpecified() && got.getValue().empty());
   }
+  addStrays(config, element);
   EXPECT_EQ((config.*set)({}), 0);
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
@@ -282,6 +296,9 @@ TEST(KFAEnvConfig, DisksWithoutAFactoryAreNotWritten) {
   KFAEnvConfig config;
   const ForeignList foreign;
   EXPECT_EQ(config.setHardDisks(&foreign), -1);
+  EXPECT_TRUE(names(config).empty());
+  addStrays(config, "disk_list");
+  EXPECT_EQ(config.setHardDisks(nullptr), 0);
   EXPECT_TRUE(names(config).empty());
 }
 

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <chrono>
 #include <thread>
@@ -288,19 +289,35 @@ TEST_F(ConfigFile, WaitsForALockAndGivesUp) {
   release.join();
 }
 
+constexpr uid_t kWriter = 65534;
+
+// Of entries such as u6g4m6o0; U and G are another user and group, W is the writer.
+std::string aclOf(const std::string& entries) {
+  std::string acl("\2\0\0\0", 4);
+  for (std::size_t i = 0; i < entries.size(); i += 2) {
+    const std::map<char, char> tags = {{'u', 1}, {'U', 2},  {'W', 2}, {'g', 4},
+                                       {'G', 8}, {'m', 16}, {'o', 32}};
+    const std::uint32_t id = entries[i] == 'W' ? kWriter : std::isupper(entries[i]) != 0 ? 5555 : ~0U;
+    acl += {tags.at(entries[i]), 0, static_cast<char>(entries[i + 1] - '0'), 0};
+    acl.append(reinterpret_cast<const char*>(&id), sizeof(id));
+  }
+  return acl;
+}
+
 using ROOT_ConfigFile = ConfigFile;
 // What somebody may write to who does not own it is changed, with as much of its owner, group and mode as he may keep;
 // nobody gets a right that he did not have.
 TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";
   constexpr uid_t kOwner = 12345;
-  constexpr uid_t kWriter = 65534;
   constexpr gid_t kShared = 23456;
   struct Case {
     gid_t group;
     mode_t before;
     mode_t after;
     const char* note;
+    std::string acl = {};
+    std::string aclAfter = {};
   };
   const Case cases[] = {
       {kShared, 0664, 0664, "its owner cannot be kept"},
@@ -310,12 +327,21 @@ TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
       {kOwner, 0646, 0644, "its owner, group cannot be kept"},
       {kOwner, 02676, 0666, "its owner, group cannot be kept"},
       {kOwner, 0606, 0600, "its owner, group cannot be kept"},
+      {kShared, 0, 0660, "its owner cannot be kept", "u6U6W6g4m6o0", "u6U6W6g4m6o0"},
+      {kOwner, 0, 0660, "its owner, group cannot be kept", "u6U6W6g4m6o0", "u6U6W6g0m6o0"},
+      {kOwner, 0, 0664, "its owner, group cannot be kept", "u6W6g6G6m6o4", "u6W6g4G6m6o4"},
+      {kOwner, 0, 0664, "its owner, group cannot be kept", "u6W6g6G2m6o4", "u6W6g0G2m6o4"},
+      {kOwner, 0, 0660, "its owner, group cannot be kept", "u6W6g2m6o4", "u6W6g0m6o0"},
   };
   chmod(folder.path().c_str(), 0777);
   for (const Case& row : cases) {
     makeFile(path, "A=1\n");
     ASSERT_EQ(chown(path.c_str(), kOwner, row.group), 0);
     ASSERT_EQ(chmod(path.c_str(), row.before), 0);
+    const std::string acl = aclOf(row.acl);
+    if (!row.acl.empty()) {
+      ASSERT_EQ(setxattr(path.c_str(), "system.posix_acl_access", acl.data(), acl.size(), 0), 0);
+    }
     const auto work = [&] {
       std::string note;
       KFAReplaceOptions how;
@@ -330,6 +356,11 @@ TEST_F(ROOT_ConfigFile, ChangesTheFilesOfOthersInASharedFolder) {
     EXPECT_EQ(std::pair(after.st_uid, after.st_gid),
               std::pair(kWriter, row.group == kShared ? kShared : kWriter));
     EXPECT_EQ(after.st_mode & 07777, row.after) << std::oct << row.before;
+    std::string aclAfter(100, '\0');
+    const ssize_t size = getxattr(path.c_str(), "system.posix_acl_access", aclAfter.data(), aclAfter.size());
+    EXPECT_EQ(aclAfter.substr(0, size < 0 ? 0 : static_cast<std::size_t>(size)),
+              row.acl.empty() ? "" : aclOf(row.aclAfter))
+        << row.acl;
     EXPECT_EQ(contentOf(path), "A=\"2\"\n");
     std::filesystem::remove(path);
   }

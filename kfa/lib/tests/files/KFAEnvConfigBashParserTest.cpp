@@ -71,7 +71,9 @@ const std::tuple<const char*, const char*, const char*> kValues[] = {
     {"cpulimit", "CPULIMIT=nan", "(none)"},
     {"cpulimit", "CPULIMIT=abc", "(none)"},
     {"cpulimit", "CPULIMIT=7\nCPULIMIT=abc", "7"},
-    {"netif", "NETIF='ifname=eth0;mac=00:11:22:33:44:55'", "(none)"},
+    {"netif", "NETIF='ifname=eth0;mac=00:11:22:33:44:55'", ""},
+    {"netif", "NETIF='ifname=venet0'\nNETIF='ifname=eth0;mac=1;ifname=eth1'",
+     "ifname=venet0,network=,mac=,nettype=bridged,dhcp=no"},
     {"onbot", "ONBOT=yes", "-1001"},
 };
 
@@ -119,9 +121,14 @@ TEST(EnvConfigBashParser, DevicesAreStoredOnlyWhereTheFileOrTheCompletionGaveThe
     std::string record, file;
     bool isKept;
   } rows[] = {
-      {known, "ONBOOT=yes", true},         {unreadable, "ONBOOT=yes", true},
-      {other + noAddress, "", true},       {other, "", false},
-      {known, "NETIF=ifname=eth1", false}, {noAddress, "NETIF=ifname=eth1", false},
+      {known, "ONBOOT=yes", true},
+      {unreadable, "ONBOOT=yes", true},
+      {other + noAddress, "", true},
+      {other, "", false},
+      {known, "NETIF=ifname=eth1", false},
+      {noAddress, "NETIF=ifname=eth1", false},
+      {known, "NETIF=ifname=eth1\\;mac=1", true},
+      {known, "NETIF=mac=1\\;ifname=eth1", true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.record + " " + row.file);
@@ -140,6 +147,12 @@ TEST(EnvConfigBashParser, DevicesAreStoredOnlyWhereTheFileOrTheCompletionGaveThe
     const KFL::KFLMessageIterator root = message.getIterator();
     KFAEnvConfig config(&root, KFL::EnvConfigVirtual);
     const std::string before = devicesOf(config);
+    if (const std::string key = "NETIF="; row.file.starts_with(key)) {
+      KFAEnvConfig copy(config);
+      KFAEnvConfigBashParser::ParameterParserPut parser(copy, *envParser());
+      EXPECT_EQ(parser.put("netif", row.file.substr(key.size()).c_str()), row.isKept ? -1 : 0);
+      EXPECT_EQ(devicesOf(copy) == before, row.isKept) << devicesOf(copy);
+    }
     std::istringstream in(row.file);
     EXPECT_EQ(envParser()->getConfig(in, config), 0);
     EXPECT_EQ(devicesOf(config) == before, row.isKept) << devicesOf(config);

@@ -132,6 +132,8 @@ std::string nameOf(const testing::TestParamInfo<Save>& save) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, SaveFaults, testing::ValuesIn(kSaves), nameOf);
 
+using States = std::map<std::string, std::string>;
+
 // All of a file that a save keeps or changes.
 std::string stateOf(const fs::path& path) {
   struct stat status {};
@@ -142,14 +144,17 @@ std::string stateOf(const fs::path& path) {
   std::string names(1024, '\0');
   std::string value(1024, '\0');
   const ssize_t size = listxattr(path.c_str(), names.data(), names.size());
+  States attributes;
   for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(std::strlen(&names[at])) + 1) {
     const ssize_t length = getxattr(path.c_str(), &names[at], value.data(), value.size());
-    out << ' ' << &names[at] << '=' << value.substr(0, static_cast<std::size_t>(length));
+    attributes[&names[at]] = value.substr(0, static_cast<std::size_t>(length));
   }
+  // What a writer notes for the case that it dies.
+  attributes.erase("user.kfa.replaces");
+  for (const auto& [name, attribute] : attributes)
+    out << ' ' << name << '=' << attribute;
   return out.str() + '\n' + contentOf(path);
 }
-
-using States = std::map<std::string, std::string>;
 
 States statesOf(const TemporaryFolder& folder) {
   States states;
@@ -221,6 +226,7 @@ Outcome withoutFault(const Save& save, bool isShort = false) {
     outcome.calls = faults.count();
   }
   outcome.after = statesOf(folder);
+  EXPECT_LT(getxattr((folder / save.target).c_str(), "user.kfa.replaces", nullptr, 0), 0);
   expectKept(save, outcome);
   return outcome;
 }
@@ -434,6 +440,11 @@ void appendTo(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::app) << text;
 }
 
+void replaceBy(const fs::path& path, const std::string& more) {
+  makeFile(path.string() + ".theirs", contentOf(path) + more);
+  fs::rename(path.string() + ".theirs", path);
+}
+
 fs::path temporaryOf(const fs::path& target) {
   return target.parent_path() / ("." + target.filename().string() + ".kfa-new");
 }
@@ -453,12 +464,7 @@ void writeSecretly(const fs::path& path) {
 const Meddling kMeddlings[] = {
     {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); }, "X=9\n"},
     {"overwrites", writeSecretly, "KEPT"},
-    {"replaces",
-     [](const fs::path& target) {
-       makeFile(target.string() + ".theirs", contentOf(target) + "X=9\n");
-       fs::rename(target.string() + ".theirs", target);
-     },
-     "X=9\n"},
+    {"replaces", [](const fs::path& target) { replaceBy(target, "X=9\n"); }, "X=9\n"},
     {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); }, ""},
     {"putsATemporary",
      [](const fs::path& target) {
@@ -504,6 +510,50 @@ TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
     }
   }
   std::cout << points << " meddlings\n";
+}
+
+// Two changes, one on each side of the exchange, behind which the process goes on, dies or can rename no more: each stands in
+// the file, or in one that a text names and no save removes.
+TEST(SaveAmongOthers, LosesNoneOfTwoChangesAroundTheExchange) {
+  using Change = void (*)(const fs::path&, const std::string&);
+  const auto isKeptAside = [](const TemporaryFolder& folder, const char* value) {
+    const int result = KFAConfigFile(folder / "a").set(kRules, {{"A", value}}, {}, {});
+    return static_cast<bool>(refused(result, (folder / ".a.kfa-kept").string()));
+  };
+  for (const auto& [first, second, end] : std::initializer_list<std::tuple<Change, Change, std::string>>{
+           {appendTo, appendTo, "goes on"},
+           {appendTo, replaceBy, "goes on"},
+           {replaceBy, appendTo, "goes on"},
+           {replaceBy, replaceBy, "goes on"},
+           {appendTo, appendTo, "dies"},
+           {replaceBy, appendTo, "dies"},
+           {appendTo, replaceBy, "renames no more"},
+           {replaceBy, appendTo, "renames no more"}}) {
+    SCOPED_TRACE(end);
+    const TemporaryFolder folder;
+    makeA(folder);
+    const int status = statusOfChild([&, first = first, second = second, end = end] {
+      int renamings = 0;
+      const auto before = [&](const Point& point) {
+        renamings += point.call == "renameat2" ? 1 : 0;
+        if (point.call == "renameat2" && renamings == 1) first(folder / "a", "X=8\n");
+        return point.call == "renameat2" && renamings == 2 && end == "renames no more" ? EIO : 0;
+      };
+      const auto after = [&](const Point& point) {
+        if (point.call != "renameat2" || renamings != 1) return;
+        second(folder / "a", "Y=9\n");
+        if (end == "dies") kill(getpid(), SIGKILL);
+      };
+      const KFLSystemFaults faults({before, after});
+      return isKeptAside(folder, "2") ? 2 : 1;
+    });
+    EXPECT_EQ(WIFSIGNALED(status) ? 0 : WEXITSTATUS(status), end == "dies" ? 0 : 2);
+    EXPECT_EQ(isKeptAside(folder, "3"), end == "dies");
+    EXPECT_EQ(setA(folder, {}), 0) << KFL::getErrorMessage();
+    EXPECT_TRUE(has(contentOf(folder / "a"), "Y=9\n") && has(contentOf(folder / "a"), "A=\"2\""));
+    EXPECT_TRUE(has(contentOf(folder / ".a.kfa-kept"), "X=8\n"));
+    EXPECT_EQ(folder.names(), (std::vector<std::string>{".a.kfa-kept", "a"}));
+  }
 }
 
 TEST(SaveAmongOthers, OverwritesNoFileThatIsMadeMeanwhile) {

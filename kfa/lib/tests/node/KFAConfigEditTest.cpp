@@ -3,8 +3,10 @@
 #include <random>
 #include <set>
 
+#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/node/KFAConfigFix.h>
 #include <KFAFunctionality/node/KFAConfigMerge.h>
+#include <KFAFunctionality/node/KFAEnvironmentDiff.h>
 
 #include "../files/FilesTest.h"
 
@@ -14,7 +16,6 @@ using Map = std::map<std::string, std::string>;
 
 // --- Fixing -------------------------------------------------------------------------------------------------------------
 
-// That what is fixed stays so, and gets no worse, is a law of the fuzz target KfactlFuzz.
 TEST(ConfigFixTest, MakesTheOneRightEdit) {
   const struct {
     const char* before;
@@ -29,6 +30,7 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
       {"  NAME: web 1\n", "  NAME=\"web 1\"\n"},
       {"ONBOOT: On\n", "ONBOOT=\"yes\"\n"},
       {"NAME = 'web 1'\n", "NAME='web 1'\n"},
+      {"NETIF: ifname=eth0,dhcp=yes\n", "NETIF=\"ifname=eth0,dhcp=yes\"\n"},
       {"NAME=\xe2\x80\x9cweb 1\xe2\x80\x9d\n", "NAME=\"web 1\"\n"},
       {"ONBOOT\xc2\xa0=\xc2\xa0yes\n", "ONBOOT=\"yes\"\n"},
       {"ONBOOT=no\nNAME=a\nONBOOT=yes\n", "NAME=a\nONBOOT=yes\n"},
@@ -36,6 +38,18 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
       {"NAME=web HOSTNAME=web.example.com\n", "NAME=web\nHOSTNAME=web.example.com\n"},
       {" NAME='a  b'  ONBOOT=no\r", "NAME='a  b'\nONBOOT=no"},
       {"DESCRIPTION=web server\n", "DESCRIPTION=\"web server\"\n"},
+      // What did not assign does not come to count in the place of what did.
+      {"ONBOOT=\"no\"\nONBOOT = yes\n", "ONBOOT=\"no\"\nONBOOT = yes\n"},
+      {"NAME=\"ok\"\nNAME: bad name\n", "NAME=\"ok\"\nNAME: bad name\n"},
+      {"HOSTNAME=a\nNAME=x HOSTNAME=b\n", "HOSTNAME=a\nNAME=x HOSTNAME=b\n"},
+      {"NAME=w\nNAME=x NAME=y\n", "NAME=w\nNAME=x NAME=y\n"},
+      {"ARCH = x86\nARCH=x86_64\n", "ARCH = x86\nARCH=x86_64\n"},
+      {"\xef\xbb\xbf"
+       "ARCH=x86\r\nARCH=x86_64\n",
+       "\xef\xbb\xbf"
+       "ARCH=x86\nARCH=x86_64\n"},
+      {"ONBOOT = yes\nONBOOT=no\n", "ONBOOT=no\n"},
+      {"ARCH=ia64\nTECHNOLOGIES = x86\nNAME=a\r\n", "ARCH=ia64\nTECHNOLOGIES = x86\nNAME=a\n"},
       // What has no one right answer stays, and so does what is nobody's business.
       {"ONBOOT=maybe\n", "ONBOOT=maybe\n"},
       {"NUMPROC=many\n", "NUMPROC=many\n"},
@@ -53,7 +67,95 @@ TEST(ConfigFixTest, MakesTheOneRightEdit) {
     std::vector<KFA::KFAConfigFix> fixes;
     EXPECT_EQ(fixConfig(envRules(), row.before, fixes), row.after) << row.before;
     EXPECT_EQ(fixes.empty(), std::string(row.before) == row.after) << row.before;
-    EXPECT_EQ(fixConfig(envRules(), row.after, fixes), row.after) << row.before;
+  }
+}
+
+// The values that a record takes of a text, but those with marks that a fix takes out.
+Map takenOf(const std::string& text) {
+  KFA::KFAEnvironmentKeys keys(envParser());
+  Map taken;
+  if (keys.read(text, "f") != 0) return taken;
+  for (const auto& [key, value] : keys.getTexts())
+    if (value.find_first_of("\r\xe2") == std::string::npos && envRules().accept(key, value) == 0)
+      keys.getOrText(key, taken[key]);
+  return taken;
+}
+
+// Over texts put together from good and bad lines: fixing twice is fixing once, no value that was taken changes, and no
+// finding is new.
+TEST(ConfigFixTest, KeepsWhatWasTaken) {
+  static const std::string lines[] = {
+      "ONBOOT=yes", "HOSTNAME=a.b\r",
+      // Some with a fault.
+      "ONBOOT = no", "onboot=TRUE", "NAME=\"a b\"  # c", "NAME: x y", "NAME=\xe2\x80\x98q\xe2\x80\x99",
+      "# note", "", "BACKUP = x", "ARCH=x86", "ARCH=arm", "DISABLED=1", "IP_ADDRESS= 1.2.3.4", "NUMPROC=1:2",
+      "IP_ADDRESS=dhcp", "export A=1", "NAME=z; id", "NAME=k HOSTNAME=l", "ROLES=(a b)",
+      // Some that could come to say otherwise.
+      "HOSTNAME=m NAME=n", "ARCH = x86_64", "TECHNOLOGIES = ia64", "TECHNOLOGIES=x86", "ONBOOT=yes \r",
+      "IP_ADDRESS=1.2.3.4", "NETIF: ifname=venet0,nettype=host-routed,ip=9.9.9.9", "NUMPROC = 3:4"};
+  std::mt19937 random(5);
+  const auto errorsOf = [](const std::string& text) {
+    std::set<std::string> keys;
+    for (const auto& finding : checkConfig(envRules(), text))
+      if (finding.severity == KFA::KFAConfigFinding::Severity::Error) keys.insert(finding.text);
+    return keys;
+  };
+  for (int round = 0; round < 2000; ++round) {
+    std::string text = random() % 5 == 0 ? "\xef\xbb\xbf" : "";
+    for (auto left = random() % 7; left > 0; --left)
+      text += lines[random() % std::size(lines)] + "\n";
+    std::vector<KFA::KFAConfigFix> fixes;
+    const std::string fixed = fixConfig(envRules(), text, fixes);
+    std::vector<KFA::KFAConfigFix> again;
+    ASSERT_EQ(fixConfig(envRules(), fixed, again), fixed) << text;
+    ASSERT_TRUE(again.empty()) << text;
+    for (const std::string& error : errorsOf(fixed))
+      ASSERT_EQ(errorsOf(text).count(error), 1U) << text << error;
+    const Map after = takenOf(fixed);
+    for (const auto& [key, value] : takenOf(text)) {
+      const auto found = after.find(key);
+      ASSERT_TRUE(found != after.end() && found->second == value) << key << "\n" << text << "----\n" << fixed;
+    }
+  }
+}
+
+// --- Comparing ----------------------------------------------------------------------------------------------------------
+
+// Over all pairs of files that say the architecture in one way and another: the differences of two make the second of the
+// first, and read backwards the first of the second. What they say was unset was.
+TEST(EnvironmentDiffTest, LeadsThereAndBackForEveryArchitecture) {
+  std::vector<std::string> files;
+  for (const std::string arch : {"", "ARCH=\"ia64\"\n", "ARCH=\"x86\"\n", "ARCH=i386\n", "ARCH=\"x86;\"\n"})
+    for (const std::string technologies :
+         {"", "TECHNOLOGIES=\"x86 nptl\"\n", "TECHNOLOGIES=\"nptl x86_64\"\n", "TECHNOLOGIES=ia64\n"})
+      files.push_back(arch + technologies);
+  const auto read = [](const std::string& text) {
+    KFA::KFAEnvironmentKeys keys(envParser());
+    EXPECT_EQ(keys.read(text, "f"), 0);
+    return keys;
+  };
+  const auto after = [&](const std::string& text, KFA::KFAChangeList changes) {
+    std::string result;
+    EXPECT_EQ(applyChanges(envRules(), changes, {}, text, "f", result), 0) << text << KFL::getErrorMessage();
+    return result;
+  };
+  for (const std::string& first : files) {
+    for (const std::string& second : files) {
+      const KFA::KFAEnvironmentKeys before = read(first);
+      KFA::KFAChangeList changes = compareEnvironments(before, read(second));
+      std::string arch;
+      const std::string* const line = before.getText("arch");
+      const bool isOverruled = line != nullptr && before.get("arch", arch) && arch != *line;
+      for (const KFA::KFAChange& change : changes)
+        EXPECT_TRUE(!change.wasUnset || isOverruled || before.getText(change.key) == nullptr)
+            << first << "----\n"
+            << second << change.toString();
+      const std::string there = after(first, changes);
+      EXPECT_TRUE(compareEnvironments(read(there), read(second)).empty()) << first << "----\n" << second;
+      std::for_each(changes.begin(), changes.end(), [](auto& change) { change.reverse(); });
+      const std::string back = after(there, changes);
+      EXPECT_TRUE(compareEnvironments(read(back), before).empty()) << first << "----\n" << second << back;
+    }
   }
 }
 
@@ -144,6 +246,48 @@ TEST(ConfigMergeTest, AgreesWithAMergeOfEachKey) {
   }
   EXPECT_GT(conflicts, 500U);
   EXPECT_LT(conflicts, 4500U);
+}
+
+// Of copies that repeat keys: what each line of a key says, in their order, is that of the copy that changed it; whatever else
+// would come out is a conflict, in which no line of either copy is missing.
+TEST(ConfigMergeTest, GivesARepeatedKeyWhatOneCopySays) {
+  std::mt19937 random(12);
+  const auto make = [&random] {
+    std::string text;
+    for (auto left = random() % 6; left > 0; --left)
+      text += std::string(random() % 3 == 0 ? "b=" : "a=") + (random() % 2 == 0 ? "0\n" : "1\n");
+    return text;
+  };
+  // Without what only says the same again.
+  const auto saidOf = [](const std::string& text, char key) {
+    std::string said;
+    for (std::size_t at = 0; (at = text.find(std::string(1, key) + "=", at)) != std::string::npos; ++at)
+      if (said.empty() || said.back() != text[at + 2]) said += text[at + 2];
+    return said;
+  };
+  int conflicts = 0;
+  for (int round = 0; round < 5000; ++round) {
+    const std::string base = make(), ours = random() % 4 == 0 ? base : make(), theirs = make();
+    const KFA::KFAConfigMerge merged = KFA::mergeConfig(base, ours, theirs);
+    const std::string inputs = base + "--\n" + ours + "--\n" + theirs + "--\n" + merged.text;
+    for (const char key : {'a', 'b'}) {
+      const std::string was = saidOf(base, key), one = saidOf(ours, key), two = saidOf(theirs, key);
+      const bool isConflict =
+          std::count(merged.conflicts.begin(), merged.conflicts.end(), std::string(1, key)) > 0;
+      conflicts += isConflict;
+      if (isConflict) {
+        const std::string last = one.empty() ? "" : std::string{key, '=', one.back()};
+        ASSERT_TRUE(has(merged.text, last)) << inputs;
+      } else {
+        ASSERT_TRUE(one == two || one == was || two == was) << inputs;
+        ASSERT_EQ(saidOf(merged.text, key), one == was ? two : one) << inputs;
+      }
+    }
+  }
+  EXPECT_GT(conflicts, 500);
+  EXPECT_LT(conflicts, 9000);
+  EXPECT_EQ(KFA::mergeConfig("A=1\nX=\nA=1\n", "X=\nA=1\n", "A=2\nX=\nA=1\n").text,
+            "X=\n<<<<<<< ours\nA=1\n=======\nA=2\nA=1\n>>>>>>> theirs\n");
 }
 
 TEST(ConfigMergeTest, MarksAConflictAsGitDoes) {

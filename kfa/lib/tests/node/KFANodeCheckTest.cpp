@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeCheck.h>
 
+#include <algorithm>
+#include <array>
+#include <map>
 #include <random>
 #include <set>
+#include <sstream>
 
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVEnvConfig.h>
 
+#include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/node/KFAKeyCatalogue.h>
 #include <KFAFunctionality/node/KFAQoSAdvice.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
@@ -276,6 +281,187 @@ TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
   }
   EXPECT_GT(advised, 60U);
   EXPECT_LE(excess, advised / 20);
+}
+
+// A vocabulary with the file of an environment.
+struct Case {
+  KFL::KFLVocMapSP vocabulary;
+  boost::shared_ptr<KFA::KFAEnvConfigBashParser> parser;
+  KFL::KFLVEnvConfig none;
+  KFA::KFAQVTune tune;
+
+  explicit Case(const KFL::KFLVocMapSP& map)
+      : vocabulary(map), parser(KFA::KFAEnvConfigBashParser::getInstance(map)), tune(none, map) {
+    EXPECT_EQ(tune.init(), 0);
+  }
+
+  std::set<KFL::KFLQoS> read(const KFA::KFAConfigChanges& values) const {
+    KFA::KFAEnvConfig record;
+    std::string text;
+    for (const auto& [key, value] : values)
+      text += key + "=\"" + value + "\"\n";
+    std::istringstream in(text);
+    EXPECT_EQ(parser->getConfig(in, record), 0) << text;
+    KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
+    EXPECT_EQ(record.getQoSes(qoses), 0);
+    return qoses.getValue();
+  }
+
+  // By formula, and parameter that QOS stands for: 0, 1, or -1 where it cannot be told.
+  std::map<std::pair<int, int>, int> judge(const KFA::KFAConfigChanges& values) const {
+    const KFA::KFAQVTuneParameters parameters = KFA::tuneParameters(read(values));
+    std::map<std::pair<int, int>, int> results;
+    for (const KFA::KFAQVFormula& formula : tune.formulas) {
+      const KFA::KFAQVParamIDList one{-1};
+      for (const int id : formula.notation.hasMultiple != 0 ? *formula.notation.multipleList : one) {
+        KFA::KFAQVParamIDSet used;
+        results[{formula.identifier, id}] =
+            std::max(-1, tune.checkByFormula(tune.arrange(parameters), formula.notation, used, id));
+      }
+    }
+    return results;
+  }
+};
+
+void put(KFA::KFAConfigChanges& values, const std::string& key, const std::string& value) {
+  for (auto& [known, text] : values)
+    if (known == key) text = value;
+}
+
+std::string showAdvice(const KFA::KFAQoSAdvice& advice) {
+  std::string text;
+  for (const KFA::KFAChange& change : advice.changes)
+    text += change.key + "=" + *change.value + " ";
+  for (const int number : advice.left)
+    text += "!" + std::to_string(number) + " ";
+  return text;
+}
+
+TEST(QoSAdviceTest, FindsTheWay) {
+  const TestParameters pairs{{"a", 2}, {"b", 2}};
+  const struct {
+    TestParameters parameters;
+    std::vector<std::string> formulas;
+    KFA::KFAConfigChanges values;
+    const char* advice;
+  } rows[] = {
+      // What cannot be told any more is not cured.
+      {{{"a", 1}, {"b", 1}}, {"b <= 0", "a / b >= 100"}, {{"a", "50"}, {"b", "5"}}, "a=500 !1 "},
+      {{{"a", 1}, {"b", 1}}, {"b <= 0", "a / b >= 10"}, {{"a", "50"}, {"b", "5"}}, "!1 "},
+      // What a file can hold: 99.99 is read as 99.98, and far up every second number is.
+      {{{"f", kFraction}}, {"f >= 9999"}, {{"f", "50"}}, "f=100 "},
+      {{{"f", kFraction}}, {"f <= 9999"}, {{"f", "200"}}, "f=99.98 "},
+      {{{"f", kFraction}}, {"f == 9999"}, {{"f", "200"}}, "!1 "},
+      {{{"f", kFraction}}, {"f > 2000000000"}, {{"f", "1"}}, "f=20000002 "},
+      // Both sides of a pair, up to no limit at all.
+      {pairs,
+       {"a.soft <= a.hard && a.hard <= b.hard && b.hard <= 16"},
+       {{"a", "20:40"}, {"b", "8:16"}},
+       "a=16:16 "},
+      {{{"a", 1}}, {"a * 2 < 0"}, {{"a", "5"}}, "!1 "},
+      {{{"a", 1}, {"b", 1}},
+       {"a >= b", "b >= 2mb * 2mb * 2mb - 1"},
+       {{"a", "5"}, {"b", "9223372036854775807"}},
+       "a=9223372036854775807 "},
+      // A number that was moved too far comes back.
+      {pairs, {"b.soft / 3 > a.hard * 3", "50 < b.hard"}, {{"a", "100"}, {"b", "1:0"}}, "b=903:51 "},
+      // One without a way, and one that would break another, leave the others theirs.
+      {pairs, {"a < 0", "b > 7"}, {{"a", "1"}, {"b", "2"}}, "b=8:2 !1 "},
+      {pairs, {"a.hard <= 5", "a.hard >= 10", "b.hard < 3"}, {{"a", "10"}, {"b", "2:9"}}, "b=2:2 !1 "},
+      // However the vocabulary spells the average that nobody gave.
+      {{{"AvNumProc", 2}, {"NumProc", 2}}, {"AvNumProc <= 10"}, {{"numproc", "50:60"}}, "numproc=21:60 "},
+  };
+  for (const auto& row : rows) {
+    const Case one(vocabularyOf(row.parameters, row.formulas));
+    EXPECT_EQ(showAdvice(adviseQoS(one.tune, *one.parser, one.read(row.values))), row.advice)
+        << row.formulas[0];
+  }
+  // Many at once, each of which is easily cured.
+  const Case all(KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml"));
+  const KFA::KFAConfigChanges many{
+      {"numproc", "2:1"},       {"openfiles", "2:1"},      {"physmemory", "2:1"},  {"swapspace", "2:1"},
+      {"kernelmemory", "1:0"},  {"tcpsendbuffers", "2:1"}, {"diskspace", "512:1"}, {"diskinodes", "1:0"},
+      {"virtualmemory", "2:1"}, {"lockedmemory", "9:9"},   {"cpulimit", "50"},     {"cpuguarantee", "100"}};
+  const KFA::KFAConfigChanges chained{
+      {"numproc", "300:240"}, {"avnumproc", "400:400"}, {"openfiles", "512:640"}, {"tcpsockets", "400:440"},
+      {"physmemory", "8:9"},  {"virtualmemory", "4:5"}, {"cpulimit", "50"},       {"cpuguarantee", "62.5"}};
+  for (const auto& values : {many, chained})
+    EXPECT_TRUE(adviseQoS(all.tune, *all.parser, all.read(values)).left.empty());
+}
+
+// Over any formulas: a file takes the advice, which cures what it says, breaks nothing, and in which no number could be
+// nearer to what it was by one, by half of the way, or altogether.
+TEST(QoSAdviceTest, IsTakenCuresAndBreaksNothing) {
+  std::mt19937 random(3);
+  const auto any = [&random](std::initializer_list<const char*> words) {
+    return std::string(words.begin()[random() % words.size()]);
+  };
+  const auto side = [&any] { return any({"p", "q", "r", "f"}) + any({".soft", ".hard"}); };
+  const auto sum = [&] {
+    return any({"", "", "", "9999 + ", "2000000000 - "}) + side() +
+           any({"", "", "", " * 3", " / 7", " + 10", " - 50"}) + (random() % 6 == 0 ? " / " + side() : "");
+  };
+  const auto compare = [&] { return sum() + any({" <= ", " >= ", " < ", " > ", " == "}) + sum(); };
+  const auto number = [&any] {
+    return any({"0", "1", "5", "50", "99", "100", "300", "1000", "123456789", "9223372036854775807"});
+  };
+  std::size_t cured = 0;
+  for (int round = 0; round < 400; ++round) {
+    std::vector<std::string> formulas;
+    for (auto left = 1 + random() % 4; left > 0; --left)
+      formulas.push_back(compare() + (random() % 4 == 0 ? " && " + compare() : ""));
+    if (random() % 3 == 0) formulas.push_back("QOS.hard >= " + number().substr(0, 4));
+    const Case one(vocabularyOf({{"p", 2}, {"q", 2}, {"r", 1}, {"f", kFraction}}, formulas));
+    const KFA::KFAConfigChanges start{{"p", number() + any({":", ":1"}) + number()},
+                                      {random() % 8 == 0 ? "x" : "q", number() + any({"", ":20"})},
+                                      {"r", number()},
+                                      {"f", any({"0", "1", "50", "99.5", "12.25", "20000000"})}};
+    SCOPED_TRACE(testing::PrintToString(formulas) + testing::PrintToString(start));
+    const KFA::KFAQoSAdvice advice = adviseQoS(one.tune, *one.parser, one.read(start));
+    auto after = start;
+    for (const KFA::KFAChange& change : advice.changes) {
+      EXPECT_EQ(KFA::KFAEnvConfigRules(one.parser).accept(change.key, *change.value), 0)
+          << KFL::getErrorMessage();
+      put(after, change.key, *change.value);
+    }
+    const auto before = one.judge(start);
+    const auto results = one.judge(after);
+    for (const auto& [check, result] : results) {
+      const bool isLeft = std::ranges::count(advice.left, check.first) != 0;
+      EXPECT_TRUE(result == 0 || result == before.at(check)) << check.first;
+      EXPECT_TRUE(result != 1 || isLeft) << check.first;
+      EXPECT_GE(std::ranges::count(advice.violated, check.first), before.at(check));
+    }
+    cured += advice.changes.empty() || !advice.left.empty() ? 0 : 1;
+    const auto isAsGood = [&](const KFA::KFAChange& change, const std::string& value) {
+      auto trial = after;
+      put(trial, change.key, value);
+      for (const auto& [check, result] : one.judge(trial))
+        if (result != 0 && result != results.at(check)) return false;
+      return true;
+    };
+    for (const KFA::KFAChange& change : advice.changes) {
+      EXPECT_FALSE(isAsGood(change, *change.before)) << showAdvice(advice);
+      if (change.key == "f") continue;
+      const auto sidesOf = [](const std::string& text) {
+        return std::array{KFL::strToLonglong(text), KFL::strToLonglong(text.substr(text.find(':') + 1))};
+      };
+      const auto was = sidesOf(*change.before);
+      const auto is = sidesOf(*change.value);
+      for (const std::size_t i : {0, 1}) {
+        for (const long long nearer : {is[i] + (was[i] > is[i] ? 1 : -1), is[i] / 2 + was[i] / 2, was[i]}) {
+          auto trial = is;
+          trial[i] = nearer;
+          if (is[i] == was[i] || nearer == is[i]) continue;
+          const std::string text = change.key == "r"
+                                       ? std::to_string(nearer)
+                                       : std::to_string(trial[0]) + ":" + std::to_string(trial[1]);
+          EXPECT_FALSE(isAsGood(change, text)) << showAdvice(advice) << change.key << "=" << text;
+        }
+      }
+    }
+  }
+  EXPECT_GT(cured, 90U);
 }
 
 }  // namespace

@@ -3,14 +3,16 @@
 #ifndef TESTS_RESOURCES_VOCABULARIES_H
 #define TESTS_RESOURCES_VOCABULARIES_H
 
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <KFLFunctionality/KFLVocMap.h>
 
-// Parameters with their kinds; 0: none is given.
+// Parameters with their kinds; 0: none is given; kFraction: a single value that is fractional.
 using TestParameters = std::vector<std::pair<std::string, int>>;
+inline constexpr int kFraction = -1;
 
 inline TestParameters manyParameters(int count) {
   TestParameters parameters;
@@ -31,7 +33,9 @@ inline KFL::KFLVocMapSP vocabularyOf(const TestParameters& parameters,
                                      const std::vector<std::string>& formulas) {
   std::string xml = "<vocabulary version='1'><category words='kelvarium qos'>";
   for (const auto& [id, kind] : parameters) {
-    xml += "<parameter id='" + id + "'" + (kind != 0 ? " kind='" + std::to_string(kind) + "'" : "") + "/>";
+    xml += "<parameter id='" + id + "'" +
+           (kind != 0 ? " kind='" + std::to_string(std::abs(kind)) + "'" : "") +
+           (kind == kFraction ? " value_type='0'/>" : "/>");
   }
   xml += "</category><category words='kelvarium tune'>";
   int number = 0;

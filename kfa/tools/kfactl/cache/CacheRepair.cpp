@@ -1,7 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cache/CacheRepair.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
@@ -17,7 +23,7 @@ namespace {
 using KFL::KFLProofScope;
 
 constexpr const char* kDamagedSuffix = ".damaged";
-constexpr const char* kNewSuffix = ".repair";
+constexpr const char* kNewSuffix = ".repair.XXXXXX";
 
 int giveBack(Session& session, const std::string& path) {
   const CacheImage before(path, {KFLProofScope::Kept});
@@ -66,10 +72,14 @@ Salvage salvage(CacheImage& image) {
   return result;
 }
 
-// A name that is taken while the object is there, and free before and after it.
+// An empty file of a name that nobody had, gone with the object. The name is made of the template.
 class ScratchFile {
  public:
-  explicit ScratchFile(std::string path) : path_(std::move(path)) { ::unlink(path_.c_str()); }
+  explicit ScratchFile(std::string path) : path_(std::move(path)) {
+    const int file = ::mkostemp(path_.data(), O_CLOEXEC);
+    if (file < 0) throw Trouble(path_ + ": no new file can be made: " + std::strerror(errno));
+    ::close(file);
+  }
   ~ScratchFile() { ::unlink(path_.c_str()); }
   ScratchFile(const ScratchFile&) = delete;
   ScratchFile& operator=(const ScratchFile&) = delete;
@@ -89,10 +99,11 @@ std::string bytesWith(const KFL::KFLCacheChanges& items, const std::string& path
   return {reinterpret_cast<const char*>(image.bytes().data()), image.bytes().size()};
 }
 
-// The first that no file has: .damaged, .damaged.1, and so on.
+// The first that nothing has, not even a link that leads nowhere: .damaged, .damaged.1, and so on.
 std::string freeSuffix(const std::string& path) {
   std::string suffix = kDamagedSuffix;
-  for (int number = 1; ::access((path + suffix).c_str(), F_OK) == 0; ++number)
+  struct stat there {};
+  for (int number = 1; ::lstat((path + suffix).c_str(), &there) == 0; ++number)
     suffix = std::string(kDamagedSuffix) + "." + std::to_string(number);
   return suffix;
 }

@@ -31,18 +31,11 @@ void read(KFA::KFAEnvironmentKeys& keys, const std::string& path) {
   must(keys.read(input.text, input.name));
 }
 
-// The path of the one environment that a word names.
-std::string pathOf(Session& session, const std::string& word) {
-  const Environments environments(session, {word}, WhenNone::Refuse);
-  if (!environments.isSingle()) throw Trouble("'" + word + "': one environment is wanted here, or a folder");
-  return environments.files().front().path;
-}
-
 int diffFiles(Session& session) {
   KFA::KFAEnvironmentKeys before(session.environmentParser());
   KFA::KFAEnvironmentKeys after(session.environmentParser());
-  read(before, pathOf(session, session.argument(0)));
-  read(after, pathOf(session, session.argument(1)));
+  read(before, pathOfOne(session, session.argument(0)));
+  read(after, pathOfOne(session, session.argument(1)));
   const KFA::KFAChangeList changes = compareEnvironments(before, after);
   printChanges(session, changes);
   return changes.empty() ? kFine : kFinding;
@@ -118,12 +111,15 @@ struct MergeOptions {
 int merge(Session& session, const MergeOptions& options) {
   KFA::KFAMergeLabels labels;
   if (!options.name.empty()) labels = {"ours:" + options.name, "theirs:" + options.name};
-  const std::string base = readInput(session.argument(0)).text;
-  const std::string ours = readInput(session.argument(1)).text;
-  const std::string theirs = readInput(session.argument(2)).text;
+  const std::string path = pathOfOne(session, session.argument(1));
+  if (options.inPlace && isStandardStream(path))
+    throw Trouble("--in-place writes OURS, and - is standard input; name a file, or leave it out");
+  const std::string base = readInput(pathOfOne(session, session.argument(0))).text;
+  const std::string ours = readInput(path).text;
+  const std::string theirs = readInput(pathOfOne(session, session.argument(2))).text;
   const KFA::KFAConfigMerge merged = mergeConfig(base, ours, theirs, labels);
   if (options.inPlace)
-    must(KFA::KFAConfigFile(session.argument(1)).replace(merged.text, {}));
+    must(KFA::KFAConfigFile(path).replace(merged.text, {}));
   else
     session.out().add(merged.text);
   if (merged.conflicts.empty()) return kFine;

@@ -119,6 +119,22 @@ struct GetOptions {
   Listing::Options listing;
 };
 
+// Of these keys: one whose text is not taken shows as something that nobody wrote. What shows as it was written needs no
+// judgement; of lists, addresses show without their networks and devices in part.
+std::vector<std::string> refusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys,
+                                     const std::set<std::string>& shownKeys) {
+  std::vector<std::string> reasons;
+  std::string shown;
+  for (const std::string& key : shownKeys) {
+    const std::string* const text = keys.getText(key);
+    if (text == nullptr) continue;
+    const bool isList = key == "ip_address" || key == "netif";
+    if (!isList && keys.get(key, shown) && shown == *text) continue;
+    if (rules.accept(key, *text) != 0) reasons.push_back(KFL::getErrorMessage());
+  }
+  return reasons;
+}
+
 std::set<std::string> lowerOf(const std::vector<std::string>& keys) {
   std::set<std::string> lower;
   for (const std::string& key : keys)
@@ -204,9 +220,16 @@ int get(Session& session, const GetOptions& options) {
   if (words.keys.empty()) throw Trouble("KEY is missing; 'kfactl config keys' lists them all");
   const bool isTable = options.columns || !options.listing.sort.empty() || options.listing.noHeader;
   Environments environments(session, words.files, WhenNone::All);
-  KFAEnvironmentKeys values(parserFor(session, words.keys));
-  values.want(lowerOf(words.keys));
-  const auto read = [&values](const Input& input) { must(values.read(input.text, input.name)); };
+  const auto parser = parserFor(session, words.keys);
+  const KFA::KFAEnvConfigRules rules(parser);
+  const std::set<std::string> wanted = lowerOf(words.keys);
+  KFAEnvironmentKeys values(parser);
+  values.want(wanted);
+  const auto read = [&](const Input& input) {
+    must(values.read(input.text, input.name));
+    for (const std::string& reason : refusedKeys(rules, values, wanted))
+      printNote(input.name + ": " + reason);
+  };
   int status = kFine;
   if (environments.isSingle() && !isTable) {
     environments.each([&](const auto&, const Input& input) {
@@ -259,21 +282,6 @@ void addRow(Session& session, Listing& listing, const KFA::KFAEnvironmentFile& f
               session.format() == Format::Table ? Document() : describe(file, listed));
 }
 
-// A key whose text is not taken shows as something that nobody wrote. What shows as it was written needs no judgement;
-// of lists, addresses show without their networks and devices in part.
-std::vector<std::string> refusedKeys(const KFA::KFAConfigRules& rules, const KFAEnvironmentKeys& keys) {
-  std::vector<std::string> reasons;
-  std::string shown;
-  for (const std::string& key : KFAEnvironmentSummary::keys()) {
-    const std::string* const text = keys.getText(key);
-    if (text == nullptr) continue;
-    const bool isList = key == "ip_address" || key == "netif";
-    if (!isList && keys.get(key, shown) && shown == *text) continue;
-    if (rules.accept(key, *text) != 0) reasons.push_back(KFL::getErrorMessage());
-  }
-  return reasons;
-}
-
 // For Environments::eachAtOnce(): a row for each file.
 std::function<Environments::Make()> listing(Session& session, Listing& rows) {
   return [&session, &rows, parser = boost::make_shared<KFA::KFAEnvConfigBashParser>()] {
@@ -283,7 +291,8 @@ std::function<Environments::Make()> listing(Session& session, Listing& rows) {
     return [&session, &rows, keys, rules](const Environments::File& file, const Input& input) {
       must(keys->read(input.text, input.name));
       const KFAEnvironmentSummary summary(*keys, file.veid);
-      return [&session, &rows, &file, summary, name = input.name, reasons = refusedKeys(*rules, *keys)] {
+      return [&session, &rows, &file, summary, name = input.name,
+              reasons = refusedKeys(*rules, *keys, KFAEnvironmentSummary::keys())] {
         addRow(session, rows, file, summary);
         for (const std::string& reason : reasons)
           printNote(name + ": " + reason);

@@ -130,6 +130,7 @@ std::string sampleText(Session& session, const std::string& from, KFA::KFAChange
 int create(Session& session, const SetOptions& options, FilesAndChanges words) {
   Environments environments(session, words.files, WhenNone::Refuse);
   if (!environments.isSingle()) throw Trouble("--create makes one environment; name one FILE or VEID");
+  options.change.refuseForNew(environments.files());
   const std::string text = sampleText(session, options.from, words.changes);
   const KFA::KFAEnvConfigRules rules(session.environmentParser());
   const ChangesByFile changes = {{{}, words.changes}};
@@ -176,6 +177,9 @@ int set(Session& session, const SetOptions& options) {
   } else if (words.changes.empty() && !options.create) {
     throw Trouble("KEY=VALUE is missing; write for example ONBOOT=yes");
   }
+  if (words.files.size() > 1 && std::count(words.files.begin(), words.files.end(), "-") != 0)
+    throw Trouble(
+        "- reads a list in the place of KEY=VALUE, or else one FILE; leave it out, or name it alone");
   checkKeys(session, words.changes);
   if (options.create) return create(session, options, std::move(words));
   changes[{}] = words.changes;

@@ -125,6 +125,17 @@ void ChangeMany::declare(CLI::App& app, bool ofMany) {
   app.add_flag("--keep-going", keepGoing_, "Change what can be changed, and report the rest");
 }
 
+void ChangeMany::refuseForNew(const Files& files) const {
+  if (!single_.output().empty())
+    throw Trouble("--create makes the file that is named; name " + single_.output() +
+                  " in its place, or leave --output out");
+  if (!single_.how().backupSuffix.empty())
+    throw Trouble("--backup has nothing to keep: --create makes a file where there is none; leave it out");
+  for (const auto& file : files)
+    if (isStandardStream(file.path))
+      throw Trouble("--create makes a file, and - is standard input; name a FILE or VEID");
+}
+
 int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const Edit& edit,
                       const std::string* from) const {
   const bool isElsewhere =
@@ -133,8 +144,7 @@ int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const
     if (files.size() != 1) throw Trouble("--output takes the result of one file; leave it out");
     if (session.format() != Format::Table)
       throw Trouble("a configuration file has no json or xml form; leave --format out");
-    single_.apply(session, files.front().path, edit);
-    return kFine;
+    return single_.apply(session, files.front().path, edit);
   }
   if (isDryRun() && !single_.how().backupSuffix.empty())
     throw Trouble("--backup has nothing to keep: --dry-run changes no file; leave it out");

@@ -35,6 +35,8 @@ class ChangeMany {
   void declare(CLI::App& app, bool ofMany);
 
   const KFA::KFASetOptions& options() const { return single_.options(); }
+  // Refuses what a file that is to be made has no use for.
+  void refuseForNew(const Files& files) const;
   // As --dry-run does.
   void setDryRun() { dryRun_ = true; }
 

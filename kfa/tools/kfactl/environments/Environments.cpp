@@ -96,6 +96,12 @@ void Environments::eachAtOnce(const std::function<Make()>& maker, const Failed& 
   }
 }
 
+std::string pathOfOne(Session& session, const std::string& word) {
+  const Environments environments(session, {word}, WhenNone::Refuse);
+  if (!environments.isSingle()) throw Trouble("'" + word + "': one environment is wanted here");
+  return environments.files().front().path;
+}
+
 Document documentOf(const KFA::KFAEnvironmentFile& file) {
   Document document = {{"file", isStandardStream(file.path) ? "standard input" : file.path}};
   document["veid"] = file.veid >= 0 ? Document(file.veid) : Document();

@@ -57,6 +57,9 @@ class Environments {
   Troubles troubles_;
 };
 
+// The path of the one environment that a word names.
+std::string pathOfOne(Session& session, const std::string& word);
+
 // The object that stands for a file in a list: its name and its VEID, null where it has none.
 Document documentOf(const KFA::KFAEnvironmentFile& file);
 // The same with what there is to say of it as "data", or why there is nothing as "error".

@@ -33,13 +33,10 @@ void FileChange::declare(CLI::App& app) {
   app.add_flag("-n,--dry-run", dryRun_, "Change nothing; print the difference that it would make");
   declareOutput(app);
   app.add_option("--backup", how_.backupSuffix, "Keep the old content under the file's name with this suffix")
-      ->type_name("SUFFIX")
-      ->check([](const std::string& suffix) {
-        return std::string(suffix.empty() ? "an empty suffix names the file itself; write for example .old"
-                                          : "");
-      });
+      ->type_name("SUFFIX");
   app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
-  app.add_flag("--force", options_.force, "Rewrite a file in which a quote or a line is left open");
+  app.add_flag("--force", options_.force,
+               "Rewrite a file in which a quote or a line is left open; such lines become comments");
   app.add_flag("--hard-links", how_.hardLinks,
                "Replace a file that has other hard links, which keep the old content");
 }
@@ -66,16 +63,19 @@ void FileChange::refuseBackup() const {
                 "; leave it out");
 }
 
-void FileChange::apply(Session& session, const std::string& path, const Edit& edit) const {
+int FileChange::show(Session& session, const std::string& name, const std::string& before,
+                     const std::string& after) {
+  printUnifiedDiff(session.out(), name, before, after);
+  return before == after ? kFine : kFinding;
+}
+
+int FileChange::apply(Session& session, const std::string& path, const Edit& edit) const {
   if (isShown(path)) refuseBackup();
   if (isShown(path) || isStandardStream(path)) {
     const Input input = readNodeFile(path);
     const std::string after = edit(input.name, input.text);
-    if (dryRun_)
-      printUnifiedDiff(session.out(), input.name, input.text, after);
-    else
-      create(session, after);
-    return;
+    const bool isOfInput = dryRun_ && (output_.empty() || isStandardStream(output_));
+    return isOfInput ? show(session, input.name, input.text, after) : create(session, after);
   }
   if (nodeAgent()) return create(session, edit(path, readNodeFile(path).text));
   const KFA::KFAConfigFile file(path);
@@ -84,26 +84,29 @@ void FileChange::apply(Session& session, const std::string& path, const Edit& ed
     return named(path, before, after);
   };
   must(output_.empty() ? file.update(libraryEdit, how()) : file.copyTo(output_, libraryEdit, how()));
+  return kFine;
 }
 
-void FileChange::merge(Session& session, const std::string& path, const Edit& edit) const {
+int FileChange::merge(Session& session, const std::string& path, const Edit& edit) const {
   FileChange change = *this;
   if (output_.empty()) change.output_ = "-";
-  change.apply(session, path, edit);
+  return change.apply(session, path, edit);
 }
 
-void FileChange::create(Session& session, const std::string& text) const {
-  if (output_.empty() || isStandardStream(output_)) {
-    refuseBackup();
-    session.out().add(text);
-  } else if (dryRun_) {
-    refuseBackup();
+int FileChange::create(Session& session, const std::string& text) const {
+  const bool isPrinted = output_.empty() || isStandardStream(output_);
+  if (isPrinted || dryRun_) refuseBackup();
+  if (dryRun_) {
     std::error_code error;
-    const bool exists = std::filesystem::exists(output_, error);
-    printUnifiedDiff(session.out(), output_, exists ? readInput(output_).text : std::string(), text);
-  } else {
-    must(KFA::KFAConfigFile(output_).replace(text, how()));
+    const bool exists = !isPrinted && std::filesystem::exists(output_, error);
+    return show(session, isPrinted ? "standard output" : output_,
+                exists ? readInput(output_).text : std::string(), text);
   }
+  if (isPrinted)
+    session.out().add(text);
+  else
+    must(KFA::KFAConfigFile(output_).replace(text, how()));
+  return kFine;
 }
 
 }  // namespace kfactl

@@ -34,14 +34,18 @@ class FileChange {
   bool isDryRun() const { return dryRun_; }
   const std::string& output() const { return output_; }
 
-  // Changes the file at `path` as the options say. "-" is read from standard input and written to standard output.
-  void apply(Session& session, const std::string& path, const Edit& edit) const;
+  // Changes the file at `path` as the options say: the exit status, 1 where --dry-run shows a difference. "-" is read from
+  // standard input and written to standard output.
+  int apply(Session& session, const std::string& path, const Edit& edit) const;
   // The same, but the result goes to standard output unless --output is given.
-  void merge(Session& session, const std::string& path, const Edit& edit) const;
+  int merge(Session& session, const std::string& path, const Edit& edit) const;
   // Makes the text a file of its own, as --output says; standard output unless it is given.
-  void create(Session& session, const std::string& text) const;
+  int create(Session& session, const std::string& text) const;
 
  private:
+  // Prints the difference: the exit status.
+  static int show(Session& session, const std::string& name, const std::string& before,
+                  const std::string& after);
   // Whether a change of the file at `path` is printed, and no file changed.
   bool isShown(const std::string& path) const;
   // For changes that replace no file.

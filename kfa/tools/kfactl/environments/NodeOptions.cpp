@@ -96,11 +96,14 @@ void NodeOptions::declare(CLI::App& app) {
       ->type_name("FILE");
   app.add_option("--cache", cache, "The template cache that tells which templates there are")
       ->type_name("FILE");
-  app.add_option("--memory", memory, "The node's memory, such as 64G; this machine's when left out")
+  app.add_option("--memory", memory,
+                 "The node's memory, such as 64G; this machine's when left out, not judged when 0")
       ->type_name("SIZE");
-  app.add_option("--disk", disk, "The node's disk space; that of the node's folder when left out")
+  app.add_option("--disk", disk,
+                 "The node's disk space; that of the node's folder when left out, not judged when 0")
       ->type_name("SIZE");
-  app.add_option("--cpus", cpus, "The node's processors; this machine's when left out")->type_name("COUNT");
+  app.add_option("--cpus", cpus, "The node's processors; this machine's when left out, not judged when 0")
+      ->type_name("COUNT");
 }
 
 KFA::KFANodeCheckOptions NodeOptions::resolve(Session& session) const {

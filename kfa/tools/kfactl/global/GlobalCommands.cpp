@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
@@ -146,22 +148,34 @@ std::string slipOf(const std::string& word) {
   return nearest == KFL::toUpper(word) ? std::string() : nearest;
 }
 
+// Where keys that look like slips stand first.
+void addSlips(const Input& input, std::vector<KFA::KFANodeFinding>& findings) {
+  std::set<std::string> seen;
+  std::size_t number = 0;
+  for (std::string_view rest = input.text; !rest.empty();) {
+    const std::string text(rest.substr(0, rest.find('\n')));
+    rest.remove_prefix(std::min(text.size() + 1, rest.size()));
+    ++number;
+    const KFL::KFLBashLine line = KFL::examineBashLine(text.c_str());
+    const std::string key = KFL::toLower(std::string(line.name));
+    if (line.kind != KFL::KFLBashLine::Kind::Assignment || !seen.insert(key).second) continue;
+    const std::string nearest = slipOf(key);
+    if (nearest.empty()) continue;
+    findings.push_back({KFA::KFANodeFinding::Severity::Warning, "foreign-key", input.name, -1, number,
+                        static_cast<std::size_t>(line.name.data() - text.c_str()) + 1,
+                        KFL::toUpper(key) + " means nothing here; did you mean " + nearest + "?", text});
+  }
+}
+
 int check(Session& session) {
   const Input input = readInput(session.argument(0));
   std::vector<KFA::KFANodeFinding> findings;
   for (KFA::KFAConfigFinding& finding : checkConfig(KFA::KFAGlobalConfigRules(), input.text))
     findings.push_back({finding.severity, finding.rule, input.name, -1, finding.line, finding.column,
                         finding.text, finding.lineText});
-  for (const auto& [key, value] : valuesOf(session.argument(0)))
-    if (const std::string nearest = slipOf(key); !nearest.empty())
-      findings.push_back({KFA::KFANodeFinding::Severity::Warning,
-                          "foreign-key",
-                          input.name,
-                          -1,
-                          0,
-                          0,
-                          KFL::toUpper(key) + " means nothing here; did you mean " + nearest + "?",
-                          {}});
+  addSlips(input, findings);
+  std::stable_sort(findings.begin(), findings.end(),
+                   [](const auto& a, const auto& b) { return a.line < b.line; });
   const bool isFine = std::all_of(findings.begin(), findings.end(), [](const auto& finding) {
     return finding.severity == KFA::KFANodeFinding::Severity::Note;
   });

@@ -92,7 +92,7 @@ int fromConfig(Session& session, const std::string& veid, const FileChange& chan
     throw Trouble("--veid is for one environment; name one FILE");
   std::string text;
   environments.each([&](const auto&, const Input& input) { text += messageTextOf(session, input, veid); });
-  change.create(session, text);
+  static_cast<void>(change.create(session, text));
   return environments.status(kFine);
 }
 
@@ -154,13 +154,12 @@ int toConfig(Session& session, const std::string& mergePath, const FileChange& c
   must(KFA::checkWritable(*parser, config, change.options(), input.name));
   if (mergePath.empty()) {
     noteReplaced(change);
-    change.create(session, writeConfiguration(*parser, config, change, nullptr, {}));
-    return kFine;
+    return change.create(session, writeConfiguration(*parser, config, change, nullptr, {}));
   }
-  change.merge(session, mergePath, [&](const std::string& name, const std::string& before) {
-    return writeConfiguration(*parser, config, change, &before, name);
-  });
-  return kFine;
+  return change.merge(session, pathOfOne(session, mergePath),
+                      [&](const std::string& name, const std::string& before) {
+                        return writeConfiguration(*parser, config, change, &before, name);
+                      });
 }
 
 Action prepareToConfig(CLI::App& app) {

@@ -9,28 +9,31 @@
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/node/KFAQoSAdvice.h>
-#include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
-#include "environments/Environment.h"
 #include "environments/Environments.h"
 #include "qos/QosFormulas.h"
+#include "qos/QosParameters.h"
 #include "terminal/Document.h"
 #include "terminal/Session.h"
-#include "terminal/Trouble.h"
 
 namespace kfactl {
 
 namespace {
 
-Document describe(const KFA::KFAQoSAdvice& advice) {
+Document describe(KFA::KFAQoSMemoryMode mode, const KFA::KFAQoSAdvice& advice) {
   Document changes = Document::array();
   for (const KFA::KFAChange& change : advice.changes)
     changes.push_back({{"key", change.key}, {"value", *change.value}, {"before", *change.before}});
-  return {{"violated", advice.violated}, {"changes", std::move(changes)}, {"left", advice.left}};
+  return {{"memory_mode", wordFor(mode)},
+          {"violated", advice.violated},
+          {"changes", std::move(changes)},
+          {"left", advice.left}};
 }
 
-void print(Session& session, const std::string& name, const KFA::KFAQoSAdvice& advice) {
+void print(Session& session, const std::string& name, KFA::KFAQoSMemoryMode mode,
+           const KFA::KFAQoSAdvice& advice) {
   Output& out = session.out();
+  if (mode == KFA::KFAQoSMemoryMode::LimitMissing) out.addLine("# " + printable(name) + ": " + textOf(mode));
   if (advice.violated.empty()) return;
   out.addLine("# " + printable(name) + ": violated: " + numbersOf(advice.violated));
   if (!advice.changes.empty()) out.addLine(commandFor(name, advice.changes));
@@ -61,17 +64,15 @@ int adviseQos(Session& session) {
   int status = kFine;
   environments.each(
       [&](const auto& file, const Input& input) {
-        const KFA::KFAEnvConfig config = readEnvironment(session, input, {});
-        KFL::KFLOptionalProperty<std::set<KFL::KFLQoS>> qoses;
-        must(config.getQoSes(qoses));
+        const Resources resources = readResources(session, input);
         KFA::KFAQoSAdvice advice;
-        if (judgeMemoryMode(config, qoses.getValue()) == KFA::KFAQoSMemoryMode::Formulas)
-          advice = adviseQoS(*tune, *parser, qoses.getValue());
-        if (!advice.violated.empty()) status = kFinding;
+        const KFA::KFAQoSMemoryMode mode = resources.mode();
+        if (mode == KFA::KFAQoSMemoryMode::Formulas) advice = adviseQoS(*tune, *parser, resources.qoses);
+        if (!advice.violated.empty() || mode == KFA::KFAQoSMemoryMode::LimitMissing) status = kFinding;
         if (session.format() == Format::Table)
-          print(session, file.path, advice);
+          print(session, file.path, mode, advice);
         else
-          all.push_back(documentOf(file, describe(advice)));
+          all.push_back(documentOf(file, describe(mode, advice)));
       },
       [&](const auto& file, const std::string& why) { all.push_back(failureOf(file, why)); });
   if (session.format() != Format::Table) printDocument(session, all, "environments", "environment");

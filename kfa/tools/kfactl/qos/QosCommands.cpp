@@ -3,28 +3,21 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
-#include <set>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVocMap.h>
 
-#include <KFAFunctionality/environment/KFAEnvConfig.h>
-#include <KFAFunctionality/files/KFABashConfig.h>
-#include <KFAFunctionality/files/KFAConfigCheck.h>
-#include <KFAFunctionality/files/KFAConfigFile.h>
-#include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 #include <KFAFunctionality/node/KFAKeyCatalogue.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
 
-#include "environments/Environment.h"
 #include "environments/Environments.h"
 #include "qos/QosAdvise.h"
 #include "qos/QosFormulas.h"
+#include "qos/QosParameters.h"
 #include "terminal/Cli.h"
 #include "terminal/Document.h"
 #include "terminal/Trouble.h"
@@ -135,10 +128,7 @@ void printFinding(Output& out, const Finding& finding, const KFA::KFAKeyCatalogu
 
 // What the memory mode decides without the formulas, else how many formulas hold and do not.
 std::string sumOf(const Judgement& judgement) {
-  if (judgement.mode == KFA::KFAQoSMemoryMode::Managed)
-    return "the memory mode leaves all to slmmemorylimit; no formula applies";
-  if (judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing)
-    return "the memory mode is slm, but slmmemorylimit has no value; no formula applies";
+  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return textOf(judgement.mode);
   return std::to_string(judgement.count(State::Holds)) + " hold, " +
          std::to_string(judgement.count(State::Violated)) + " violated, " +
          std::to_string(judgement.count(State::NotCheckable)) + " not checkable";
@@ -161,90 +151,21 @@ void printFaults(Output& out, const std::string& name, const Judgement& judgemen
 }
 
 Document describe(const Judgement& judgement) {
-  constexpr const char* kModes[] = {"formulas", "managed", "limit_missing"};
   Document formulas = Document::array();
   for (const Finding& finding : judgement.findings)
     formulas.push_back(describe(finding));
-  Document document = {{"memory_mode", kModes[static_cast<std::size_t>(judgement.mode)]}};
+  Document document = {{"memory_mode", wordFor(judgement.mode)}};
   document["formulas"] = std::move(formulas);
   return document;
 }
 
-// The key of a line that assigns, in lower case.
-std::string keyOf(std::string line) {
-  char* name = nullptr;
-  char* value = nullptr;
-  unsigned int first = 0, last = 0;
-  return KFL::parseBashStr(line.data(), &name, &value, &first, &last) == 0 ? KFL::toLower(name)
-                                                                           : std::string();
-}
-
-// Refuses the first line with a resource parameter whose value is no number: it reads as another one, or as none, and a
-// judgement would be about a file that is not there.
-void refuseUnreadable(const boost::shared_ptr<const KFA::KFAEnvConfigBashParser>& parser,
-                      const Input& input) {
-  for (const auto& finding : checkConfig(KFA::KFAEnvConfigRules(parser), input.text)) {
-    if (finding.severity == KFA::KFAConfigFinding::Severity::Error &&
-        parser->getQoSMap().count(keyOf(finding.lineText)) != 0)
-      throw Trouble(input.name + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
-                    ": " + finding.text);
-  }
-}
-
-// Whether a value is one or two numbers that are read as they stand: digits, not more than 64 bits hold, or for a
-// fraction single precision.
-bool isPlain(const KFA::KFAEnvConfigBashParser::QoSDefinition& form, std::string_view value) {
-  const std::size_t most = form.valueType == 1 ? 18 : 7;
-  const auto isNumber = [most](std::string_view digits) {
-    return !digits.empty() && digits.size() <= most && (digits.size() == 1 || digits.front() != '0') &&
-           std::all_of(digits.begin(), digits.end(), [](char c) { return KFL::isDigit(c); });
-  };
-  const std::size_t colon = form.kind == 2 ? value.find(':') : std::string_view::npos;
-  if (colon == std::string_view::npos) return isNumber(value);
-  return isNumber(value.substr(0, colon)) && isNumber(value.substr(colon + 1));
-}
-
-// What of an environment the check needs; the rest of its file is passed over.
-class Parameters {
- public:
-  explicit Parameters(const boost::shared_ptr<const KFA::KFAEnvConfigBashParser>& parser)
-      : parser_(*parser), rules_(parser), put_(config_, *parser) {
-    config_.initMsg();
-  }
-
-  int put(const std::string& key, const char* value) {
-    const auto known = parser_.getQoSMap().find(key);
-    if (known == parser_.getQoSMap().end())
-      return key == kMode ? put_.put(key, value) : KFA::kParameterUnknown;
-    isRead_ = isRead_ && (isPlain(known->second, value) || rules_.accept(key, value) == 0);
-    return put_.put(key, value);
-  }
-
-  // Whether every value is read as it stands.
-  bool isRead() const { return isRead_; }
-  const KFA::KFAEnvConfig& config() const { return config_; }
-  const std::set<KFL::KFLQoS>& qoses() { return put_.getQoSes().getValue(); }
-
- private:
-  static constexpr const char* kMode = "slmmode";
-
-  const KFA::KFAEnvConfigBashParser& parser_;
-  KFA::KFAEnvConfigRules rules_;
-  KFA::KFAEnvConfig config_;
-  KFA::KFAEnvConfigBashParser::ParameterParserPut put_;
-  bool isRead_ = true;
-};
-
 Judgement judge(Session& session, const Input& input) {
-  const auto parser = session.environmentParser();
-  Parameters parameters(parser);
-  must(KFA::readConfigText(input.text, input.name,
-                           [&](std::istream& in) { return KFA::parseBashLikeConfig(parameters, in); }));
-  if (!parameters.isRead()) refuseUnreadable(parser, input);
+  const Resources resources = readResources(session, input);
+  if (resources.mode() == KFA::KFAQoSMemoryMode::Formulas)
+    return judgeQoSes(*formulasOf(session), resources.config, resources.qoses);
   Judgement judgement;
-  judgement.mode = judgeMemoryMode(parameters.config(), parameters.qoses());
-  if (judgement.mode != KFA::KFAQoSMemoryMode::Formulas) return judgement;
-  return judgeQoSes(*formulasOf(session), parameters.config(), parameters.qoses());
+  judgement.mode = resources.mode();
+  return judgement;
 }
 
 // The judgements of the environments that are named, shown one by one.
@@ -264,19 +185,25 @@ class Checker {
       printDocument(session_, isSingle() ? all_.front() : all_, "check",
                     isSingle() ? "formula" : "environment");
     else if (!isSingle())
-      session_.out().addLine(std::to_string(violated_) + (violated_ == 1 ? " formula" : " formulas") +
-                             " violated in " + std::to_string(files_) + " of " +
-                             std::to_string(environments_.files().size()) + " files");
-    return environments_.status(files_ == 0 ? kFine : kFinding);
+      session_.out().addLine(sum());
+    return environments_.status(files_ + missing_ == 0 ? kFine : kFinding);
   }
 
  private:
   bool isSingle() const { return environments_.isSingle(); }
   const KFA::KFAKeyCatalogue* catalogue() const { return catalogue_ ? &*catalogue_ : nullptr; }
 
+  std::string sum() const {
+    return std::to_string(violated_) + (violated_ == 1 ? " formula" : " formulas") + " violated in " +
+           std::to_string(files_) + " of " + std::to_string(environments_.files().size()) + " files" +
+           (missing_ == 0 ? "" : "; slmmemorylimit has no value in " + std::to_string(missing_));
+  }
+
   void add(const KFA::KFAEnvironmentFile& file, const Judgement& judgement) {
-    violated_ += judgement.count(State::Violated);
-    files_ += judgement.isFine() ? 0 : 1;
+    const std::size_t violated = judgement.count(State::Violated);
+    violated_ += violated;
+    files_ += violated == 0 ? 0 : 1;
+    missing_ += judgement.mode == KFA::KFAQoSMemoryMode::LimitMissing ? 1 : 0;
     if (session_.format() != Format::Table)
       all_.push_back(isSingle() ? describe(judgement) : documentOf(file, describe(judgement)));
     else if (isSingle())
@@ -290,7 +217,8 @@ class Checker {
   std::optional<KFA::KFAKeyCatalogue> catalogue_;
   Document all_ = Document::array();
   std::size_t violated_ = 0;
-  std::size_t files_ = 0;
+  std::size_t files_ = 0;    // with a formula that is
+  std::size_t missing_ = 0;  // without the one limit that their mode wants
 };
 
 Action prepareCheck(CLI::App& app) {
@@ -479,7 +407,9 @@ constexpr Command kCommands[] = {
      "fails) or not checkable (with the parameters that have no value). Of many environments, all of the "
      "node when "
      "none is\n"
-     "named, what is wrong is printed, and a summary. Status 1 when a formula is violated.\n\n"
+     "named, what is wrong is printed, and a summary. Status 1 when a formula is violated, or when the "
+     "memory\n"
+     "mode is slm and slmmemorylimit has no value.\n\n"
      "Examples:\n"
      "  kfactl qos check\n"
      "  kfactl qos check 101.conf\n"
@@ -489,10 +419,11 @@ constexpr Command kCommands[] = {
      "Few keys, and of these the least change; printed as a command that makes it. Formulas for which no "
      "change was "
      "found are\n"
-     "named. Status 1 when a formula is violated.\n\n"
+     "named. Status 1 when a formula is violated, or when the memory mode is slm and slmmemorylimit has no\n"
+     "value.\n\n"
      "Examples:\n"
      "  kfactl qos advise 114\n"
-     "  kfactl --json qos advise",
+     "  kfactl --json qos advise 101-103 114",
      withoutOptions<adviseQos>},
     {"formulas", "", "List the formulas of the vocabulary",
      "The formulas in the order in which they are checked.\n\n"

@@ -164,8 +164,31 @@ void printHelp(Session& session, const Level& level, CLI::App& app) {
   session.out().add(app.help());
 }
 
+// An empty text would count as not given, and the command do what the option was to keep it from.
+[[noreturn]] void refuseEmptyValue(const Level& level, const CLI::Option& option) {
+  throw Trouble("--" + option.get_lnames().front() + " is empty; " + option.get_type_name() +
+                " is wanted, or leave it out; " + seeHelp(level));
+}
+
+// `--name=`, whose value would be the next word.
+void checkJoined(const Level& level, const CLI::App& app, const Words& words) {
+  for (const std::string& word : words) {
+    if (word == "--") return;
+    if (!word.starts_with("--") || word.find('=') != word.size() - 1) continue;
+    const CLI::Option* const option = app.get_option_no_throw(word.substr(0, word.size() - 1));
+    if (option != nullptr && !option->get_type_name().empty()) refuseEmptyValue(level, *option);
+  }
+}
+
+void checkValues(const Level& level, const CLI::App& app) {
+  for (const CLI::Option* option : app.get_options({}))
+    for (const std::string& value : option->results())
+      if (value.empty() && !option->get_type_name().empty()) refuseEmptyValue(level, *option);
+}
+
 // Takes the options out of the words: false when help or the version was asked for, and printed.
 bool takeOptions(Session& session, const Level& level, CLI::App& app, Words& words) {
+  checkJoined(level, app, words);
   std::reverse(words.begin(), words.end());
   try {
     app.parse(std::move(words));
@@ -178,6 +201,7 @@ bool takeOptions(Session& session, const Level& level, CLI::App& app, Words& wor
   } catch (const CLI::ParseError& error) {
     throw Trouble(std::string(error.what()) + "; " + seeHelp(level));
   }
+  checkValues(level, app);
   words = app.remaining();
   return true;
 }
@@ -211,18 +235,30 @@ std::string expectedForm(const Level& level) {
          seeHelp(level);
 }
 
-// Holds the arguments against the command's form, such as "FILE [KEY...]".
-void checkArguments(const Level& level, std::size_t count) {
-  std::istringstream form(level.arguments);
-  std::size_t most = 0;
-  bool many = false;
-  Words required;
-  for (std::string name; form >> name; ++most) {
-    many = many || name.find("...") != std::string::npos;
-    if (name.front() != '[') required.push_back(name.substr(0, name.find("...")));
+// An empty argument is a variable of a shell that was not set, but for what may be any text.
+void checkEmptyArguments(const Level& level, const Words& names, const Words& words) {
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string& name = names[std::min(i, names.size() - 1)];
+    if (words[i].empty() && name != "TEXT" && name != "WORD")
+      throw Trouble(name + " is empty; " + expectedForm(level));
   }
-  if (count < required.size()) throw Trouble(required[count] + " is missing; " + expectedForm(level));
-  if (count > most && !many) throw Trouble("too many arguments; " + expectedForm(level));
+}
+
+// Holds the arguments against the command's form, such as "FILE [KEY...]".
+void checkArguments(const Level& level, const Words& words) {
+  std::istringstream form(level.arguments);
+  bool many = false;
+  Words names, required;
+  for (std::string word; form >> word;) {
+    many = many || word.find("...") != std::string::npos;
+    const std::size_t begin = word.front() == '[' ? 1 : 0;
+    names.push_back(word.substr(begin, word.find_first_of(".]") - begin));
+    if (begin == 0) required.push_back(names.back());
+  }
+  if (words.size() < required.size())
+    throw Trouble(required[words.size()] + " is missing; " + expectedForm(level));
+  if (words.size() > names.size() && !many) throw Trouble("too many arguments; " + expectedForm(level));
+  checkEmptyArguments(level, names, words);
 }
 
 void takeFormat(Session& session, const Level& level, unsigned formats) {
@@ -255,7 +291,7 @@ int runCommand(Session& session, const std::string& path, const Command& command
   const auto option = std::find_if(words.begin(), words.end(), isOption);
   if (option != words.end()) refuseOption(level, app, *option);
   words.insert(words.end(), plain.begin(), plain.end());
-  checkArguments(level, words.size());
+  checkArguments(level, words);
   takeFormat(session, level, command.formats);
   session.setArguments(std::move(words));
   loadLibraries(session.librariesOption());

@@ -362,7 +362,7 @@ int KFAEnvConfig::setHardDisks(const HardDisk::List::Base* disks) {
         "the environment's disks are bound to storage; they must be removed there before others are set");
     return -1;
   }
-  const KFLMessageIterator old = it_.childOf(property("disk_list").id);
+  const std::vector<KFLMessageIterator> old = elementsNamed(property("disk_list").id);
   int result = 0;
   if (disks != nullptr) {
     const Placement placement(*this, property("disk_list"));
@@ -372,7 +372,8 @@ int KFAEnvConfig::setHardDisks(const HardDisk::List::Base* disks) {
     it_.leaveChild();
     if (result == 0) guard.keep();
   }
-  it_.removeElement(old);
+  for (const KFLMessageIterator& element : old)
+    it_.removeElement(element);
   message.keep();
   return result;
 }

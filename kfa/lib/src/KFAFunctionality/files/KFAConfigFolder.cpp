@@ -36,19 +36,14 @@ std::string nameOf(int veid) {
 class SomeKeys {
  public:
   SomeKeys(std::span<const std::string_view> keys, KFAEnvConfig& record, const KFAEnvConfigBashParser& parser)
-      : keys_(keys), record_(record), parser_(record, parser) {}
+      : keys_(keys), parser_(record, parser) {}
 
   int put(const std::string& key, const char* value) {
-    if (std::ranges::find(keys_, key) == keys_.end()) return kParameterUnknown;
-    const int result = parser_.put(key, value);
-    // As in a record that is read whole, a list with a device that cannot be written is none.
-    if (result != 0 && key == "netif") record_.setNetVEths({});
-    return result;
+    return std::ranges::find(keys_, key) == keys_.end() ? kParameterUnknown : parser_.put(key, value);
   }
 
  private:
   std::span<const std::string_view> keys_;
-  KFAEnvConfig& record_;
   KFAEnvConfigBashParser::ParameterParserPut parser_;
 };
 

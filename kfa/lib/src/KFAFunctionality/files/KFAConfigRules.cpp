@@ -69,6 +69,15 @@ const KFANetVEth* findOverruling(const KFAEnvConfig::NetVEths& devices,
   return isItself && std::find(list.begin(), list.end(), kDHCP) != list.end() ? nullptr : &*routed;
 }
 
+// Whether a shell, sourcing NAME="", gives a variable of this name its value.
+bool isAssignable(const std::string& name) {
+  const std::string line = name + "=\"\"";
+  const KFL::KFLBashLine judged = KFL::examineBashLine(line.c_str());
+  return judged.kind == KFL::KFLBashLine::Kind::Assignment && judged.name == name;
+}
+
+}  // namespace
+
 int refuseOverruling(const std::string& key, const KFAEnvConfig& record) {
   KFAEnvConfig::NetVEths devices;
   KFAEnvConfig::Addresses addresses;
@@ -83,15 +92,6 @@ int refuseOverruling(const std::string& key, const KFAEnvConfig& record) {
                          quoteText(list) + "; the same addresses are wanted in both");
 }
 
-// Whether a shell, sourcing NAME="", gives a variable of this name its value.
-bool isAssignable(const std::string& name) {
-  const std::string line = name + "=\"\"";
-  const KFL::KFLBashLine judged = KFL::examineBashLine(line.c_str());
-  return judged.kind == KFL::KFLBashLine::Kind::Assignment && judged.name == name;
-}
-
-}  // namespace
-
 KFAConfigRules::~KFAConfigRules() = default;
 
 bool KFARawConfigRules::isKey(const std::string&) const {
@@ -105,6 +105,8 @@ bool KFARawConfigRules::firstLineCounts(const std::string&) const {
 
 int KFARawConfigRules::accept(const std::string& key, const std::string&) const {
   if (isAssignable(key)) return 0;
+  if (isAssignableKey(key))
+    return refuse(key, "a variable that bash itself sets and no file can; another name is wanted");
   return refuse(
       key, "not a name that a shell takes; letters, digits and underscores are wanted, and no digit first");
 }

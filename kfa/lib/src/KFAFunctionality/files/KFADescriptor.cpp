@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <system_error>
 #include <thread>
@@ -50,6 +51,8 @@ class FileSizeSignalBlocked {
   bool wasPending_;
 };
 
+constexpr const char* kMark = "user.kfa.replaces";
+
 // The names of a file's extended attributes; none where the file system has no such thing.
 int listAttributes(int descriptor, std::vector<std::string>& names) {
   const ssize_t size = System::flistxattr(descriptor, nullptr, 0);
@@ -59,6 +62,7 @@ int listAttributes(int descriptor, std::vector<std::string>& names) {
   if (read < 0) return errno;
   for (std::size_t at = 0; at < static_cast<std::size_t>(read); at += names.back().size() + 1)
     names.emplace_back(list.c_str() + at);
+  names.erase(std::remove(names.begin(), names.end(), kMark), names.end());
   return 0;
 }
 
@@ -72,9 +76,35 @@ int readAttribute(int descriptor, const std::string& name, std::string& value) {
   return 0;
 }
 
-int copyAttribute(int from, int to, const std::string& name) {
+constexpr std::string_view kAcl = "system.posix_acl_access";
+
+// What an ACL gives the file's group and all others, for a file that lost that group: what each of them had, and none whom
+// an entry of another group might have kept from it.
+void narrowAcl(std::string& acl) {
+  constexpr std::size_t kHeader = 4;
+  constexpr std::size_t kEntry = 8;
+  enum Tag : char { kGroupObject = 0x04, kGroup = 0x08, kMask = 0x10, kOther = 0x20 };
+  const auto eachRight = [&acl](auto act) {
+    for (std::size_t at = kHeader; at + kEntry <= acl.size(); at += kEntry)
+      act(acl[at], acl[at + 2]);
+  };
+  char ofAll = S_IRWXO;
+  char ofGroups = S_IRWXO;
+  eachRight([&](char tag, char right) {
+    if (tag == kGroupObject || tag == kMask || tag == kOther) ofAll &= right;
+    if (tag == kGroup) ofGroups &= right;
+  });
+  eachRight([&](char tag, char& right) {
+    if (tag == kGroupObject) right = static_cast<char>(ofAll & ofGroups);
+    if (tag == kOther) right = ofAll;
+  });
+}
+
+// `isGroupLost`: the file could not be given the group of the other one.
+int copyAttribute(int from, int to, const std::string& name, bool isGroupLost) {
   std::string wanted;
   if (const int error = readAttribute(from, name, wanted); error != 0) return error;
+  if (isGroupLost && name == kAcl) narrowAcl(wanted);
   std::string there;
   if (readAttribute(to, name, there) == 0 && there == wanted) return 0;
   return System::fsetxattr(to, name.c_str(), wanted.data(), wanted.size(), 0) == 0 ? 0 : errno;
@@ -85,7 +115,7 @@ bool isOthersToSet(const std::string& name, int error) {
   return (error == EPERM || error == EACCES || error == ENOTSUP) && name.starts_with("security.");
 }
 
-int copyExtendedAttributes(int from, int to, std::string& what, std::string& lost) {
+int copyExtendedAttributes(int from, int to, bool isGroupLost, std::string& what, std::string& lost) {
   what = "extended attributes";
   std::vector<std::string> wanted;
   std::vector<std::string> there;
@@ -99,11 +129,22 @@ int copyExtendedAttributes(int from, int to, std::string& what, std::string& los
   }
   for (const std::string& name : wanted) {
     what = "attribute " + name;
-    const int error = copyAttribute(from, to, name);
+    const int error = copyAttribute(from, to, name, isGroupLost);
     if (error != 0 && !isOthersToSet(name, error)) return error;
     if (error != 0) lost += (lost.empty() ? "" : ", ") + what;
   }
   return 0;
+}
+
+std::string describeReplaced(const struct stat& status) {
+  std::string text;
+  for (const auto number :
+       {static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
+        static_cast<std::int64_t>(status.st_mtim.tv_sec), static_cast<std::int64_t>(status.st_mtim.tv_nsec),
+        static_cast<std::int64_t>(status.st_mode), static_cast<std::int64_t>(status.st_uid),
+        static_cast<std::int64_t>(status.st_gid)})
+    text += std::to_string(number) + ' ';
+  return text;
 }
 
 bool isThere(int folder, const std::string& path) {
@@ -178,6 +219,11 @@ void KFALockedFile::reset() {
   if (!isOpen()) return;
   System::flock(get(), LOCK_UN);
   descriptor_.close();
+}
+
+int KFALockedFile::keepWritten(std::string_view text) {
+  text_ = text;
+  return System::fstat(get(), &written_);
 }
 
 std::string folderOf(const std::string& path) {
@@ -257,6 +303,29 @@ bool isUnchanged(const struct stat& left, const struct stat& right) {
   return isSameFile(left, right) && hasSameContent(left, right) && isSameTime(left.st_ctim, right.st_ctim);
 }
 
+bool hasSameOwner(const struct stat& left, const struct stat& right) {
+  return left.st_mode == right.st_mode && left.st_uid == right.st_uid && left.st_gid == right.st_gid;
+}
+
+void markReplacing(int descriptor, const struct stat& replaced) {
+  const std::string mark = describeReplaced(replaced);
+  System::fsetxattr(descriptor, kMark, mark.data(), mark.size(), 0);
+}
+
+void removeMark(int descriptor) {
+  System::fremovexattr(descriptor, kMark);
+}
+
+bool isMarked(int descriptor) {
+  std::string mark;
+  return readAttribute(descriptor, kMark, mark) == 0;
+}
+
+bool isMarked(int descriptor, const struct stat& replaced) {
+  std::string mark;
+  return readAttribute(descriptor, kMark, mark) == 0 && mark == describeReplaced(replaced);
+}
+
 int copyAttributes(int from, int to, std::string& what, std::string& lost) {
   struct stat wanted {};
   struct stat there {};
@@ -265,8 +334,15 @@ int copyAttributes(int from, int to, std::string& what, std::string& lost) {
   what = "owner and group";
   mode_t mode = wanted.st_mode & 07777;
   if (const int error = copyOwner(wanted, there, to, mode, lost); error != 0) return error;
-  if (const int error = copyExtendedAttributes(from, to, what, lost); error != 0) return error;
+  const bool isGroupLost = lost.ends_with("group");
+  if (const int error = copyExtendedAttributes(from, to, isGroupLost, what, lost); error != 0) return error;
   what = "mode";
+  std::string acl;
+  // The bits of the group are those of the mask then, and all are as the ACL has them.
+  if (isGroupLost && readAttribute(to, std::string(kAcl), acl) == 0) {
+    if (System::fstat(to, &there) != 0) return errno;
+    mode = (mode & ~mode_t{ACCESSPERMS}) | (there.st_mode & ACCESSPERMS);
+  }
   return System::fchmod(to, mode) == 0 ? 0 : errno;
 }
 

@@ -58,11 +58,17 @@ class KFALockedFile final {
   // False in a forked child of the process that opened it.
   bool isOpen() const { return descriptor_.isOpen(); }
   int get() const { return descriptor_.get(); }
-
- private:
   void reset();
 
+  // Keeps, of a file that is whole, how it is; the text stays the caller's. 0, or -1 and errno.
+  int keepWritten(std::string_view text);
+  const struct stat& getWritten() const { return written_; }
+  std::string_view getText() const { return text_; }
+
+ private:
   KFL::KFLOwnDescriptor descriptor_;
+  struct stat written_ {};
+  std::string_view text_;
 };
 
 // The folder of a path, with its slash; empty for a name alone.
@@ -97,6 +103,17 @@ inline bool isSameFile(const struct stat& left, const struct stat& right) {
 bool hasSameContent(const struct stat& left, const struct stat& right);
 // Whether nothing was done to the file between the two looks at it: neither content nor attributes are others.
 bool isUnchanged(const struct stat& left, const struct stat& right);
+
+// Whether both looks saw the same owner, group and mode.
+bool hasSameOwner(const struct stat& left, const struct stat& right);
+
+// Says on a new file which one it is to take the place of, as that one is now. It stays where a file system has no
+// attributes of users, or while this process may not write to the file; no copy of a file has it.
+void markReplacing(int descriptor, const struct stat& replaced);
+void removeMark(int descriptor);
+// Whether a file says so of any other file, or of this one as it is.
+bool isMarked(int descriptor);
+bool isMarked(int descriptor, const struct stat& replaced);
 
 // Owner, extended attributes (ACLs are such) and mode, from one open file to another. 0, or an errno, with what could
 // not be kept. Where this process may not give the file its owner, or an attribute that is the system's own, the file goes

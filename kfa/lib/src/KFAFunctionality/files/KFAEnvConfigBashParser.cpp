@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
 
+#include <algorithm>
 #include <iterator>
 #include <string_view>
 
@@ -62,9 +63,32 @@ template <class T, auto setter, auto getter, class In = FromStringConverter<T>,
 using ListKey = KFABashParseGenericList<Record, ListOf<T>, setter, getter,
                                         std::back_insert_iterator<std::vector<T>>, In, Out, Delimiters>;
 
-using DevicesKey =
+using DevicesList =
     ListKey<KFANetVEth, &Record::setNetVEths, &Record::getNetVEths, FromStringConverter<KFANetVEth>,
             ToStringConverter<KFANetVEth>, semicolonDelimiterProvider>;
+
+// A list with a device that cannot be written is none: a part of it, written back, would cost the file the rest.
+class DevicesKey : public DevicesList {
+ public:
+  // 0, or -1 with an error text; then the devices are as before.
+  static int read(const char* value, Devices& devices) {
+    Devices list;
+    split(value, list);
+    const auto& all = list.getValue();
+    if (std::ranges::any_of(all, [](const KFANetVEth& device) { return device.getName().empty(); })) {
+      KFL::setErrorMessage("a network device of NETIF has no ifname; one such as ifname=eth0 is wanted");
+      return -1;
+    }
+    devices = std::move(list);
+    return 0;
+  }
+
+  using DevicesList::operator();
+  int operator()(const char*, const char* value, KFL::KFLEnvConfig& record) override {
+    Devices devices;
+    return read(value, devices) == 0 ? static_cast<Record&>(record).setNetVEths(devices) : -1;
+  }
+};
 
 using TypeText = KFL::KFLOptionalProperty<KFAVPSType>;
 using TypeKey = KFABashParseString<Record, TypeText, &Record::setVEType, &Record::getVEType,
@@ -224,9 +248,7 @@ class KFAEnvConfigBashParser::FileParser {
       if (*fixed != nullptr) (**fixed)(key_.c_str(), value_.c_str(), record_);
       return;
     }
-    devices_.value().clear();
-    DevicesKey::split(value_.c_str(), devices_);
-    hasDevices_ = true;
+    if (DevicesKey::read(value_.c_str(), devices_) == 0) hasDevices_ = true;
   }
 
   // What was read before the malformed line.
@@ -254,11 +276,8 @@ class KFAEnvConfigBashParser::FileParser {
     if (readQoS(form, text, qos) == kParameterDone) qoses_[form.place] = qos;
   }
 
-  // A list with a device that cannot be written is none: a part of it, written back, would cost the file the rest.
   void store() {
-    if (record_.setNetVEths(devices_) == 0) return;
-    failWith("can't set VEth list: %s", KFL::getErrorMessage());
-    record_.setNetVEths({});
+    if (record_.setNetVEths(devices_) != 0) failWith("can't set VEth list: %s", KFL::getErrorMessage());
   }
 
   KFAEnvConfig& record_;

@@ -25,6 +25,9 @@ using System = KFL::KFLSystem;
 constexpr int kMostLinks = 40;
 constexpr mode_t kPrivateMode = 0600;
 
+// What another program wrote has the name of a temporary file; no call on a file gives this error.
+constexpr int kOthers = ENOTUNIQ;
+
 // Whether a file system does not know a way to rename or to link.
 bool isUnknown(int error) {
   return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
@@ -244,6 +247,8 @@ int KFAFileReplacement::takeTemporary(bool& again) {
   if (error != 0)
     return fail("cannot be replaced, since no file can be made in its folder " + folderPath_, error);
   temporary_ = std::move(made);
+  // Before it has a single byte, so that it is never taken for another's.
+  if (target_) markReplacing(temporary_->get(), status_);
   error = temporary_->tryLock(temporaryPath_);
   if (error == 0) error = temporary_->findName(temporaryPath_);
   // Somebody may have taken the new file for a stale one.
@@ -263,11 +268,15 @@ int KFAFileReplacement::clearStale() {
   if (error == EWOULDBLOCK) return waitFor(file);
   const std::string inTheWay = "cannot be replaced, since " + temporaryPath_ + " is in the way";
   if (error == EEXIST) return refuse(inTheWay + " and was not left by a run that died; remove it");
+  if (error == kOthers) {
+    return refuse("a run that died took away what another program had just written, and that is in " +
+                  moveAside() + "; take from there what is wanted, and try again");
+  }
   return error == 0 ? 0 : fail(inTheWay, error);
 }
 
 // Removes what a writer that died has left under this name: 0, or an errno. One that lives holds a lock on it: then
-// EWOULDBLOCK, and the file is open. EEXIST for what no writer leaves.
+// EWOULDBLOCK, and the file is open. EEXIST for what no writer leaves, kOthers for what another program wrote.
 int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file) const {
   struct stat status {};
   if (System::lstat(path.c_str(), &status) != 0) return errno == ENOENT ? 0 : errno;
@@ -280,8 +289,29 @@ int KFAFileReplacement::removeStale(const std::string& path, KFALockedFile& file
     // Another user's; whoever writes to it has the lock on the target, which is this process's.
     error = 0;
   }
+  if (error == 0 && path == temporaryPath_ && isOthers(file, status)) return kOthers;
   if (error == 0) error = System::unlink(path.c_str()) == 0 ? 0 : errno;
   return error == ENOENT || error == ESTALE ? 0 : error;
+}
+
+// Whether a writer that died behind its exchange has left what another program wrote: the target says what it took the
+// place of, and this is neither that, unchanged, nor a new file.
+bool KFAFileReplacement::isOthers(const KFALockedFile& file, const struct stat& status) const {
+  if (!target_ || status.st_size == 0 || isSameFile(status, status_)) return false;
+  return file.isOpen() && isMarked(target_->get()) && !isMarked(target_->get(), status) &&
+         !isMarked(file.get());
+}
+
+// Gives what has the temporary file's name one that nobody removes, and says which; the old one where that fails.
+std::string KFAFileReplacement::moveAside() const {
+  for (int number = 1; number <= kMostTries; ++number) {
+    const std::string suffix = ".kfa-kept" + (number == 1 ? std::string() : std::to_string(number));
+    std::string kept = temporaryPathOf(targetPath_, suffix);
+    if (System::renameat2(AT_FDCWD, temporaryPath_.c_str(), AT_FDCWD, kept.c_str(), RENAME_NOREPLACE) == 0)
+      return kept;
+    if (errno != EEXIST) break;
+  }
+  return temporaryPath_;
 }
 
 // What cannot be removed now is in the way of the next replacement, and named there.
@@ -327,7 +357,9 @@ int KFAFileReplacement::writeTemporary(const std::string& text) {
   const int error = model_ == nullptr ? 0 : copyAttributes(model_->get(), temporary_->get(), what, lost);
   if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
   if (!lost.empty() && options_.note) options_.note(path_ + ": its " + lost + " cannot be kept");
-  return System::fsync(temporary_->get()) == 0 ? 0 : fail("cannot be written, and is as it was", errno);
+  const bool isOnDisk =
+      System::fsync(temporary_->get()) == 0 && (!target_ || temporary_->keepWritten(text) == 0);
+  return isOnDisk ? 0 : fail("cannot be written, and is as it was", errno);
 }
 
 int KFAFileReplacement::writeBackup() {
@@ -364,6 +396,7 @@ int KFAFileReplacement::putInPlace() {
   if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
   if (const int result = checkTemporary(); result != 0) return result;
   if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
+  if (target_) removeMark(temporary_->get());
   if (!folder.isOpen() || System::fsync(folder.get()) == 0 || errno == EINVAL || errno == EROFS) return 0;
   fail("is replaced, but its folder " + folderPath_ + " cannot be brought to disk", errno);
   return -1;
@@ -409,15 +442,37 @@ int KFAFileReplacement::exchange() const {
     return checkTemporary() == 0 ? refuseChanged() : -1;
   }
   const int error = checkOld();
-  if (error == 0) {
-    System::unlink(temporaryPath_.c_str());
-    return 0;
+  if (error != 0) return putBack(error);
+  System::unlink(temporaryPath_.c_str());
+  return 0;
+}
+
+// Undoes an exchange. What had the name by then was put there later than what has it now, so if that is not the new file
+// as it was written, it has to get the name back; and so on, until nobody came between. 1 or -1.
+int KFAFileReplacement::putBack(int error) const {
+  struct stat expected = temporary_->getWritten();
+  for (int tries = 1; tries <= kMostTries; ++tries) {
+    struct stat put {};
+    struct stat taken {};
+    System::lstat(temporaryPath_.c_str(), &put);
+    if (!renameBy(RENAME_EXCHANGE)) {
+      const int reason = errno;
+      temporary_->reset();
+      const char* const what = tries == 1 ? "is replaced, but" : "is as another program left it, but";
+      fail(std::string(what) + " what was written before is in " + moveAside(), reason);
+      return -1;
+    }
+    const bool isKnown = System::lstat(temporaryPath_.c_str(), &taken) == 0 && isSameFile(taken, expected) &&
+                         hasSameContent(taken, expected) && hasSameOwner(taken, expected);
+    if (isKnown && tries > 1) break;
+    if (isKnown && compareContent(temporary_->get(), temporary_->getText()) == 0)
+      return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
+    expected = put;
   }
-  if (!renameBy(RENAME_EXCHANGE)) {
-    fail("is replaced, but what another program wrote meanwhile is in " + temporaryPath_, errno);
-    return -1;
-  }
-  return error == ESTALE ? refuseChanged() : fail("cannot be read, and is as it was", error);
+  temporary_->reset();
+  return refuse(
+      "another program has changed it while it was replaced, and it is as that one left it; what was " +
+      ("written before is in " + moveAside()));
 }
 
 // Whether the old file, which has the temporary one's name now, is what was read: 0, ESTALE, or another errno.

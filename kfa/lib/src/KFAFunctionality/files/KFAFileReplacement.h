@@ -99,6 +99,8 @@ class KFAFileReplacement {
   int takeTemporary(bool& again);
   int clearStale();
   int removeStale(const std::string& path, KFALockedFile& file) const;
+  bool isOthers(const KFALockedFile& file, const struct stat& status) const;
+  std::string moveAside() const;
   int prepare(const std::string& text);
   int writeTemporary(const std::string& text);
   int writeBackup();
@@ -106,6 +108,7 @@ class KFAFileReplacement {
   int checkTemporary() const;
   int checkTarget() const;
   int exchange() const;
+  int putBack(int error) const;
   int checkOld() const;
   bool renameBy(unsigned flags) const;
   int rename() const;

@@ -10,6 +10,7 @@
 
 namespace KFA {
 
+class KFAEnvConfig;
 class KFAEnvConfigBashParser;
 
 }  // namespace KFA
@@ -41,6 +42,10 @@ const KeyRule* findKeyRule(const KFAEnvConfigBashParser& parser, const std::stri
 
 // The comparison of texts that say the same only when they are equal.
 std::string compareTexts(const std::string& asked, const std::string& given);
+
+// Refuses a record in which a host-routed device gives IP_ADDRESS other addresses, once it is written: 0, or -1 with an
+// error text that begins with the key, which is the one that was set.
+int refuseOverruling(const std::string& key, const KFAEnvConfig& record);
 
 }  // namespace KFA
 

@@ -115,17 +115,51 @@ std::string describe(const std::string& name, const std::string& value) {
   return row == nullptr || row->form == nullptr ? fault : fault + "; " + row->form + " is wanted";
 }
 
+// A field but that of addresses, which add up, that is given two values: the last one alone would be kept.
+std::string findNamedTwice(std::string_view entry) {
+  std::map<std::string_view, std::string_view> values;
+  while (!entry.empty()) {
+    const std::string_view field = trimFront(entry.substr(0, entry.find(',')));
+    const std::size_t equals = field.find('=');
+    const std::string_view name = field.substr(0, equals);
+    if (name == "ip6") break;
+    const bool isSingle = equals != std::string_view::npos && name != "ip" && findRow(name) != nullptr;
+    const auto value = isSingle ? field.substr(equals + 1) : std::string_view();
+    if (isSingle && values.emplace(name, value).first->second != value)
+      return quoteText(std::string(field)) + " is not taken; one " + std::string(name) + " is wanted";
+    entry.remove_prefix(std::min(entry.find(','), entry.size() - 1) + 1);
+  }
+  return {};
+}
+
+// A sound address can only be lost to a server that gives it.
+std::string describeLost(const Fields& asked, const std::string& name, const std::string& value) {
+  auto server = asked.find("dhcp");
+  if (server == asked.end()) server = asked.find("dhcp6");
+  const Row* const row = findRow(name);
+  const bool isAddress = (name == "ip" || name == "ip6") && isSound(*row, value);
+  if (!isAddress || server == asked.end() || server->second.front() != "yes") return describe(name, value);
+  return quoteText(name + "=" + value) + " is not kept beside " + server->first +
+         "=yes, since a server gives the address; one of the two is wanted";
+}
+
 }  // namespace
 
 std::string findLostNetifWord(const std::string& asked, const std::string& given) {
   const Fields there = fieldsOf(given);
-  for (const auto& [name, values] : fieldsOf(asked)) {
-    const auto found = there.find(name);
-    if (found == there.end() || found->second != values) return describe(name, values.front());
+  if (std::string twice = findNamedTwice(asked); !twice.empty()) return twice;
+  const Fields here = fieldsOf(asked);
+  for (const auto& [name, values] : here) {
     const Row* const row = findRow(name);
     for (const std::string& value : values) {
-      if (row == nullptr || !isSound(*row, value)) return describe(name, value);
+      if (row != nullptr && isSound(*row, value)) continue;
+      const bool isBehind = row != nullptr && row->kind == Row::Kind::V6List && &value != &values.front();
+      return isBehind ? quoteText(value) + " is not taken behind ip6=, which comes last; " + row->form +
+                            " is wanted"
+                      : describe(name, value);
     }
+    const auto found = there.find(name);
+    if (found == there.end() || found->second != values) return describeLost(here, name, values.front());
   }
   return {};
 }

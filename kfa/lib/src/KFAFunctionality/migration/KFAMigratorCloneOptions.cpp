@@ -47,13 +47,17 @@ KFAMigratorCloneOptions::~KFAMigratorCloneOptions() = default;
 const KFLFieldTable& KFAMigratorCloneOptions::fields() {
   using R = KFAMigratorCloneOptions;
   using B = Binding;
+  static constexpr KFLField config = special<R, KFAEnvConfig, &B::putConfig, &B::getConfig>(1185);
   static constexpr KFLField rows[] = {
       base<R, KFLMigratorCloneOptions>(),
       B::keepSourceRow(),
-      special<R, KFAEnvConfig, &B::putConfig, &B::getConfig>(1185),
+      config,
       list<R, &R::veids_>(1002),
   };
-  static constexpr KFLFieldTable table{"KFAMigratorCloneOptions", kRelocatorURI, "clone_optionsType", rows};
+  // The configuration is the caller's own object: read last, once nothing else can throw.
+  static constexpr KFLField readRows[] = {rows[0], rows[1], rows[3], config};
+  static constexpr KFLFieldTable table{"KFAMigratorCloneOptions", kRelocatorURI, "clone_optionsType", rows,
+                                       readRows};
   return table;
 }
 

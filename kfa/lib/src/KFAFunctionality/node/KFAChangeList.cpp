@@ -56,23 +56,13 @@ bool takeUnset(std::string_view line, KFAChange& change) {
   return true;
 }
 
-// Lines that keep a text from being read, as comments: nothing of them is lost, and the rest can be read again.
-std::string withFaultyLinesAsComments(const std::string& text) {
-  std::string result;
-  for (ConfigLines lines(text); lines.next();) {
-    const bool isFaulty = lines.line().isMalformed() || lines.line().judged().continues;
-    result += (isFaulty ? "# " : "") + lines.withNewline();
-  }
-  return result;
-}
-
-// Drops the lines of these keys.
-int removeKeys(const std::set<std::string>& keys, const std::string& text, const std::string& name,
-               std::string& result) {
+// Drops the lines of these keys. A malformed line is refused, or by force left as it is.
+int removeKeys(const std::set<std::string>& keys, bool byForce, const std::string& text,
+               const std::string& name, std::string& result) {
   result.clear();
   for (ConfigLines lines(text); lines.next();) {
     const ConfigLine& line = lines.line();
-    if (line.isMalformed()) return refuse(name, lines.number(), line.fault());
+    if (line.isMalformed() && !byForce) return refuse(name, lines.number(), line.fault());
     if (!line.isAssignment() || keys.count(line.key()) == 0) {
       result += lines.withNewline();
     } else if (!line.isAlone()) {
@@ -156,8 +146,8 @@ int applyChanges(const KFAConfigRules& rules, const KFAChangeList& changes, cons
                          KFL::toUpper(key).c_str());
     return -1;
   }
-  std::string rest = options.force ? withFaultyLinesAsComments(text) : text;
-  if (!unset.empty() && removeKeys(unset, std::string(rest), name, rest) != 0) return -1;
+  std::string rest = text;
+  if (!unset.empty() && removeKeys(unset, options.force, text, name, rest) != 0) return -1;
   if (!values.empty()) return setConfigValues(rules, values, options, rest, name, result);
   result = std::move(rest);
   return 0;

@@ -42,8 +42,8 @@ std::string quoteForShell(const std::string& text);
 int parseChangeList(std::string_view text, const std::string& name, KFAChangeList& changes);
 
 // Makes the changes in the text of a file: lines of keys that are unset go, everything else as setConfigValues does. With
-// options.force a line in which something is left open becomes a comment, so that the result can be read. 0, or -1 with an
-// error text when a change is refused.
+// options.force a line in which something is left open stays as it is, and so may the result be. 0, or -1 with an error text
+// when a change is refused.
 int applyChanges(const KFAConfigRules& rules, const KFAChangeList& changes, const KFASetOptions& options,
                  const std::string& text, const std::string& name, std::string& result);
 

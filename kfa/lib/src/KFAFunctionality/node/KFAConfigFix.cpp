@@ -98,11 +98,20 @@ std::string withoutBlanks(const std::string& text) {
   return text.substr(0, end) + "=" + quote + std::string(value) + quote + comment;
 }
 
+// The lines that assign to a key, from 1.
+struct Assigning {
+  std::size_t first = 0;
+  std::size_t last = 0;
+};
+
 class Fixer {
  public:
-  Fixer(const KFAConfigRules& rules, std::vector<KFAConfigFix>& fixes) : rules_(rules), fixes_(fixes) {}
+  // isStrict: no line comes to assign to a key that it did not assign to.
+  Fixer(const KFAConfigRules& rules, std::vector<KFAConfigFix>& fixes, bool isStrict)
+      : rules_(rules), fixes_(fixes), isStrict_(isStrict) {}
 
   std::string run(const std::string& text) {
+    findAssigning(text);
     take(text);
     for (FixedLine& line : lines_)
       fixLine(line);
@@ -112,8 +121,11 @@ class Fixer {
 
  private:
   void note(std::size_t line, const std::string& what) { fixes_.push_back({line, what}); }
+  void findAssigning(const std::string& text);
+  bool displaces(const std::string& key, std::size_t line) const;
+  bool mayBecome(const std::string& before, const std::string& after, std::size_t line) const;
   void take(const std::string& text);
-  std::vector<std::string> split(const std::string& text) const;
+  std::vector<std::string> split(const std::string& text, std::size_t number) const;
   void fixLine(FixedLine& line);
   void fixValue(FixedLine& line);
   bool isTaken(const std::string& text) const;
@@ -123,24 +135,52 @@ class Fixer {
 
   const KFAConfigRules& rules_;
   std::vector<KFAConfigFix>& fixes_;
+  const bool isStrict_;
+  std::map<std::string, Assigning> assigning_;
   std::vector<FixedLine> lines_;
 };
+
+void Fixer::findAssigning(const std::string& text) {
+  for (ConfigLines lines(text); lines.next();) {
+    if (!lines.line().isAssignment()) continue;
+    Assigning& here = assigning_[lines.line().key()];
+    here.last = lines.number();
+    if (here.first == 0) here.first = here.last;
+  }
+}
+
+// Whether an assignment to the key, new in this line, would count in the place of one that there was.
+bool Fixer::displaces(const std::string& key, std::size_t line) const {
+  const auto found = assigning_.find(key);
+  if (found == assigning_.end()) return false;
+  return rules_.firstLineCounts(key) ? line < found->second.first : line >= found->second.last;
+}
+
+// What was taken stays, so a line that only looks like an assignment is none that another one of its key belies.
+bool Fixer::mayBecome(const std::string& before, const std::string& after, std::size_t line) const {
+  const ConfigLine is(after);
+  if (!is.isAssignment() || !rules_.isKey(is.key())) return true;
+  const ConfigLine was(before);
+  if (was.isAssignment() && was.key() == is.key()) return true;
+  return !isStrict_ && !displaces(is.key(), line);
+}
 
 void Fixer::take(const std::string& text) {
   constexpr std::string_view kMark = "\xef\xbb\xbf";
   std::string_view left = text;
-  if (left.starts_with(kMark)) {
+  const std::string first = text.substr(0, text.find('\n'));
+  if (left.starts_with(kMark) && mayBecome(first, first.substr(kMark.size()), 1)) {
     left.remove_prefix(kMark.size());
     note(1, "a byte order mark taken out");
   }
   for (ConfigLines lines(left); lines.next();) {
     const bool hasNewline = lines.withNewline().size() > lines.text().size();
     std::string line(lines.text());
-    if (line.ends_with('\r')) {
+    if (line.ends_with('\r') && mayBecome(line, line.substr(0, line.size() - 1), lines.number())) {
       line.pop_back();
       note(lines.number(), "a carriage return taken out");
     }
-    const std::vector<std::string> parts = split(line);
+    const std::vector<std::string> parts = split(line, lines.number());
     if (parts.size() > 1) note(lines.number(), "each assignment on a line of its own");
     for (std::size_t i = 0; i < parts.size(); ++i)
       lines_.emplace_back(FixedLine{lines.number(), parts[i], hasNewline || i + 1 < parts.size(), false});
@@ -148,11 +188,12 @@ void Fixer::take(const std::string& text) {
 }
 
 // The assignments of a line that is nothing else, one by one; any other line as it is.
-std::vector<std::string> Fixer::split(const std::string& text) const {
-  if (std::count(text.begin(), text.end(), '=') < 2 || ConfigLine(text).isAlone()) return {text};
+std::vector<std::string> Fixer::split(const std::string& text, std::size_t number) const {
+  if (ConfigLine(text).judged().reason != KFL::KFLBashLine::Reason::TwoAssignments) return {text};
   std::vector<std::string> words = wordsOf(text);
-  const bool isSplit =
-      std::all_of(words.begin(), words.end(), [&](const auto& word) { return isTaken(word); });
+  const bool isSplit = std::all_of(words.begin(), words.end(), [&](const auto& word) {
+    return isTaken(word) && mayBecome(text, word, number);
+  });
   return isSplit ? words : std::vector<std::string>{text};
 }
 
@@ -195,7 +236,9 @@ void Fixer::fixLine(FixedLine& fixed) {
     const std::string plain = withPlainMarks(fixed.text);
     const std::string both = withoutBlanks(plain);
     for (const std::string& candidate : {plain, both}) {
-      if (candidate.empty() || candidate == fixed.text || !isTaken(candidate)) continue;
+      if (candidate.empty() || candidate == fixed.text || !isTaken(candidate) ||
+          !mayBecome(fixed.text, candidate, fixed.number))
+        continue;
       note(fixed.number, "blanks and quotes of a word processor replaced");
       fixed.text = candidate;
       break;
@@ -207,7 +250,7 @@ void Fixer::fixLine(FixedLine& fixed) {
     FixedLine trial{fixed.number, candidate, true, false};
     const std::size_t count = fixes_.size();
     if (!candidate.empty()) fixValue(trial);
-    if (candidate.empty() || !isTaken(trial.text)) {
+    if (candidate.empty() || !isTaken(trial.text) || !mayBecome(fixed.text, trial.text, fixed.number)) {
       fixes_.resize(count);
       return;
     }
@@ -247,12 +290,37 @@ std::string Fixer::join() const {
   return text;
 }
 
+// The values that the keys take of a text, but those with marks that are none of theirs.
+KFAConfigChanges takenOf(const KFAConfigRules& rules, const std::string& text) {
+  std::map<std::string, std::string> values;
+  for (ConfigLines lines(text); lines.next();) {
+    const ConfigLine& line = lines.line();
+    if (!line.isAssignment() || !rules.isKey(line.key())) continue;
+    const auto [entry, isNew] = values.try_emplace(line.key(), line.value());
+    if (!isNew && !rules.firstLineCounts(line.key())) entry->second = line.value();
+  }
+  std::erase_if(values, [&](const auto& entry) {
+    return entry.second.ends_with('\r') || hasOddBytes(entry.second) ||
+           rules.accept(entry.first, entry.second) != 0;
+  });
+  KFAConfigChanges taken(values.begin(), values.end());
+  // Where two keys contradict each other, what one of them says is not taken.
+  if (rules.readsBack(text, taken) != 0)
+    std::erase_if(taken, [&](const auto& value) { return rules.readsBack(text, {value}) != 0; });
+  return taken;
+}
+
 }  // namespace
 
 std::string fixConfig(const KFAConfigRules& rules, const std::string& text,
                       std::vector<KFAConfigFix>& fixes) {
   fixes.clear();
-  std::string fixed = Fixer(rules, fixes).run(text);
+  std::string fixed = Fixer(rules, fixes, false).run(text);
+  // A new line of one key can overrule another key, as TECHNOLOGIES does ARCH.
+  if (fixed != text && rules.readsBack(fixed, takenOf(rules, text)) != 0) {
+    fixes.clear();
+    fixed = Fixer(rules, fixes, true).run(text);
+  }
   std::stable_sort(fixes.begin(), fixes.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
   return fixed;
 }

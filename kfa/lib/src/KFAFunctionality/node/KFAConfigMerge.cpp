@@ -40,6 +40,7 @@ struct Side {
         kept.key = line.key();
         kept.value = line.value();
         kept.isAlone = line.isAlone();
+        byKey[kept.key].push_back(&kept);
       }
       const std::string name = kept.key.empty() ? "#" + kept.text : "=" + kept.key;
       kept.id = name + "#" + std::to_string(counts[name]++);
@@ -55,6 +56,7 @@ struct Side {
   }
 
   Lines lines;
+  std::map<std::string, std::vector<const Line*>> byKey;
   std::map<std::string, const Line*> byId;
 };
 
@@ -63,10 +65,23 @@ bool saysTheSame(const Line* a, const Line* b) {
   return a->text == b->text || (!a->key.empty() && a->isAlone && b->isAlone && a->value == b->value);
 }
 
+using Keys = std::set<std::string>;
+
+// What the lines of a key assign one after the other, but for what only says again what the line before it said.
+std::vector<std::string> valuesOf(const Side& side, const std::string& key) {
+  std::vector<std::string> values;
+  const auto found = side.byKey.find(key);
+  if (found == side.byKey.end()) return values;
+  for (const Line* line : found->second)
+    if (values.empty() || values.back() != line->value) values.push_back(line->value);
+  return values;
+}
+
 class Merger {
  public:
-  Merger(const Side& base, const Side& ours, const Side& theirs, const KFAMergeLabels& labels)
-      : base_(base), ours_(ours), theirs_(theirs), labels_(labels) {}
+  // The lines of each of the keys in `whole` are one conflict.
+  Merger(const Side& base, const Side& ours, const Side& theirs, const KFAMergeLabels& labels, Keys whole)
+      : base_(base), ours_(ours), theirs_(theirs), labels_(labels), whole_(std::move(whole)) {}
 
   KFAConfigMerge run() {
     placeAdditions();
@@ -84,11 +99,15 @@ class Merger {
   void addBehind(const std::string& id);
   void mergeLine(const Line& line);
   void conflict(const Line* ours, const Line* theirs);
+  bool isOfWhole(const Line& line);
+  void putAll(const Side& side, const std::string& key);
 
   const Side& base_;
   const Side& ours_;
   const Side& theirs_;
   const KFAMergeLabels& labels_;
+  const Keys whole_;
+  Keys done_;  // of these
   // What theirs has and ours has not, behind the line of ours that precedes it.
   std::map<std::string, std::vector<const Line*>> additions_;
   KFAConfigMerge merge_;
@@ -113,11 +132,32 @@ void Merger::conflict(const Line* ours, const Line* theirs) {
   merge_.conflicts.push_back(ours != nullptr ? ours->key : theirs->key);
 }
 
+void Merger::putAll(const Side& side, const std::string& key) {
+  const auto found = side.byKey.find(key);
+  if (found == side.byKey.end()) return;
+  for (const Line* line : found->second)
+    put(line->text);
+}
+
+// Whether the line is one of several that are a conflict together, which stands where the first of them was.
+bool Merger::isOfWhole(const Line& line) {
+  if (whole_.count(line.key) == 0) return false;
+  if (!done_.insert(line.key).second) return true;
+  put("<<<<<<< " + labels_.ours);
+  putAll(ours_, line.key);
+  put("=======");
+  putAll(theirs_, line.key);
+  put(">>>>>>> " + labels_.theirs);
+  merge_.conflicts.push_back(line.key);
+  return true;
+}
+
 // Lines of theirs that ours lacks: new ones come in, those that ours took out stay out.
 void Merger::addBehind(const std::string& id) {
   const auto found = additions_.find(id);
   if (found == additions_.end()) return;
   for (const Line* line : found->second) {
+    if (isOfWhole(*line)) continue;
     const Line* const former = base_.find(line->id);
     if (former == nullptr)
       put(line->text);
@@ -127,6 +167,7 @@ void Merger::addBehind(const std::string& id) {
 }
 
 void Merger::mergeLine(const Line& ours) {
+  if (isOfWhole(ours)) return;
   const Line* const base = base_.find(ours.id);
   const Line* const theirs = theirs_.find(ours.id);
   if (saysTheSame(&ours, theirs)) {
@@ -147,6 +188,24 @@ void Merger::mergeLine(const Line& ours) {
   if (theirs != nullptr) put(theirs->text);  // only theirs has changed it; without, theirs took it out
 }
 
+// The keys that a copy repeats, where the merge of their lines, each for itself, does not say what the copy says that
+// changed them; or where both did, and differently.
+Keys findUnclear(const Side& base, const Side& ours, const Side& theirs, const KFAConfigMerge& merge) {
+  Keys repeated;
+  for (const Side* side : {&base, &ours, &theirs})
+    for (const auto& [key, lines] : side->byKey)
+      if (lines.size() > 1) repeated.insert(key);
+  if (repeated.empty()) return repeated;
+  const Side merged(merge.text);
+  const Keys conflicting(merge.conflicts.begin(), merge.conflicts.end());
+  std::erase_if(repeated, [&](const std::string& key) {
+    const auto was = valuesOf(base, key), one = valuesOf(ours, key), two = valuesOf(theirs, key);
+    const bool isClear = (one == two || one == was || two == was) && conflicting.count(key) == 0;
+    return isClear && valuesOf(merged, key) == (one == was ? two : one);
+  });
+  return repeated;
+}
+
 }  // namespace
 
 KFAConfigMerge mergeConfig(const std::string& base, const std::string& ours, const std::string& theirs,
@@ -154,7 +213,10 @@ KFAConfigMerge mergeConfig(const std::string& base, const std::string& ours, con
   const Side baseSide(base);
   const Side oursSide(ours);
   const Side theirsSide(theirs);
-  return Merger(baseSide, oursSide, theirsSide, labels).run();
+  KFAConfigMerge merge = Merger(baseSide, oursSide, theirsSide, labels, {}).run();
+  Keys unclear = findUnclear(baseSide, oursSide, theirsSide, merge);
+  if (unclear.empty()) return merge;
+  return Merger(baseSide, oursSide, theirsSide, labels, std::move(unclear)).run();
 }
 
 }  // namespace KFA

@@ -3,7 +3,10 @@
 
 #include <string>
 
+#include <KFLCommon/KFLText.h>
+
 #include <KFAFunctionality/files/KFABashConfig.h>
+#include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 
 namespace KFA {
 
@@ -20,10 +23,22 @@ bool hasSameText(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& aft
   return old == nullptr || text == nullptr ? old == text : *old == *text;
 }
 
-// The architecture that TECHNOLOGIES gives, whatever a line of ARCH says beside it, goes with it.
+// Whether TECHNOLOGIES gives the architecture, and no line of ARCH says the same beside it.
+bool isDecidedByTechnologies(const KFAEnvironmentKeys& keys) {
+  const std::string* const technologies = keys.getText("technologies");
+  const std::string* const arch = keys.getText("arch");
+  std::string value;
+  if (technologies == nullptr || (arch != nullptr && keys.get("arch", value) && value == *arch)) return false;
+  KFL::getToken words(technologies->c_str(), " \t\n\v\f\r", 0);
+  while (const char* const word = words.get(nullptr))
+    if (KFAArchitectureSelector()(word)) return true;
+  return false;
+}
+
+// The architecture that TECHNOLOGIES gives goes with it.
 bool isLost(const KFAEnvironmentKeys& before, const KFAEnvironmentKeys& after, const std::string& key) {
   return key == "arch" && after.getText(key) != nullptr && !hasSameText(before, after, key) &&
-         !hasSameText(before, after, "technologies");
+         !hasSameText(before, after, "technologies") && isDecidedByTechnologies(before);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFAEnvironmentKeys.h>
 
-#include <algorithm>
 #include <istream>
+#include <unordered_set>
 #include <utility>
 
 #include <KFAFunctionality/files/KFABashConfig.h>
@@ -100,8 +100,9 @@ std::vector<std::string> KFAEnvironmentKeys::getAddresses() const {
 
 std::vector<std::string> addressesOf(const KFAEnvConfig& config) {
   std::vector<std::string> all;
-  const auto add = [&all](const std::string& address) {
-    if (std::find(all.begin(), all.end(), address) == all.end()) all.push_back(address);
+  std::unordered_set<std::string> seen;
+  const auto add = [&](const std::string& address) {
+    if (seen.insert(address).second) all.push_back(address);
   };
   KFAEnvConfig::Addresses addresses;
   config.getAddresses(addresses);

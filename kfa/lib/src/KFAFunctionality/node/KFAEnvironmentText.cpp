@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFAEnvironmentText.h>
 
+#include <algorithm>
+#include <set>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
@@ -10,7 +13,7 @@
 
 #include <KFAFunctionality/files/KFABashConfig.h>
 #include <KFAFunctionality/files/KFABashLines.h>
-#include <KFAFunctionality/files/KFABashParse.h>
+#include <KFAFunctionality/files/KFAKeyRules.h>
 #include <KFAFunctionality/files/KFAMemoryStream.h>
 #include <KFAFunctionality/node/KFAConfigLines.h>
 
@@ -47,54 +50,135 @@ int refuseOpenLines(const std::string& name, std::string_view text) {
   return 0;
 }
 
-// What NETIF of a file would hold; empty when the record has no devices. One without a text, as venet0 is, leaves nothing.
-std::string devicesOf(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config) {
-  std::string value, devices;
-  if (KFAEnvConfigBashParser::ParameterParserGet(config, parser).get("netif", value) != kParameterDone)
-    return devices;
-  KFL::getToken tokens(value.c_str(), ";", 0);
-  for (std::string_view device; tokens.next(device);)
-    devices.append(devices.empty() ? "" : ";").append(device);
-  return devices;
+const std::string& textOf(const std::string& word) {
+  return word;
+}
+const std::string& textOf(const KFL::KFLIPAddress& address) {
+  return address.toString();
+}
+std::string textOf(const KFL::KFLInterfaceRate& rate) {
+  return rate.toString();
 }
 
-// Whether a file gives the devices back: a network whose name has a comma becomes another one.
-int refuseOtherDevices(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
-                       const std::string& name) {
-  const std::string written = devicesOf(parser, config);
-  KFAEnvConfig read;
-  if (readEnvironment(parser, "NETIF=\"" + written + "\"\n", name, read) != 0) return -1;
-  const std::string given = devicesOf(parser, read);
-  if (given == written) return 0;
-  setErrorMessage("%s: NETIF: %s would be read as %s", name.c_str(), quoteText(written).c_str(),
-                  quoteText(given).c_str());
+// What was written into a file, and what was read from it.
+struct Copies {
+  const KFAEnvConfig& written;
+  const KFAEnvConfig& read;
+  const std::string& name;
+};
+
+template <class Record, class Property>
+int refuseOtherList(const Copies& copies, int (Record::*get)(Property&) const, const char* key) {
+  Property sent, given;
+  if ((copies.written.*get)(sent) != 0) return 0;
+  (copies.read.*get)(given);
+  if (sent.getValue() == given.getValue()) return 0;
+  std::set<std::string> there;
+  for (const auto& item : given.getValue())
+    there.insert(textOf(item));
+  for (const auto& item : sent.getValue()) {
+    if (there.count(textOf(item)) != 0) continue;
+    setErrorMessage("%s: %s: %s would be read otherwise; each is one word", copies.name.c_str(), key,
+                    quoteText(textOf(item)).c_str());
+    return -1;
+  }
+  setErrorMessage("%s: %s would be read as another list", copies.name.c_str(), key);
   return -1;
 }
 
-// Whether each text of a list is one word, as a file holds it.
-template <class Record, class Property>
-int refuseOtherWords(const KFAEnvConfig& config, int (Record::*get)(Property&) const, const char* key,
-                     const std::string& name) {
-  Property words;
-  if ((config.*get)(words) != 0) return 0;
-  for (const std::string& word : words.getValue()) {
-    if (!word.empty() && word.find_first_of(spaceDelimiterProvider::delimiterLine) == std::string::npos)
-      continue;
-    setErrorMessage("%s: %s: %s would be read otherwise; each is one word", name.c_str(), key,
-                    quoteText(word).c_str());
-    return -1;
-  }
-  return 0;
+// Templates are left out: a file can give them names that it does not give back, and what was read stays writable.
+int refuseOtherLists(const Copies& copies) {
+  using R = KFAEnvConfig;
+  const bool isRefused = refuseOtherList(copies, &R::getAddresses, "IP_ADDRESS") != 0 ||
+                         refuseOtherList(copies, &R::getRatesList, "RATE") != 0 ||
+                         refuseOtherList(copies, &R::getNameservers, "NAMESERVER") != 0 ||
+                         refuseOtherList(copies, &R::getSearchDomains, "SEARCHDOMAIN") != 0 ||
+                         refuseOtherList(copies, &R::getIPTables, "IPTABLES") != 0 ||
+                         refuseOtherList(copies, &R::getServerRoles, "ROLES") != 0 ||
+                         refuseOtherList(copies, &R::getOfflineServices, "OFFLINE_SERVICE") != 0;
+  return isRefused ? -1 : 0;
 }
 
-int refuseOtherLists(const KFAEnvConfig& config, const std::string& name) {
-  using R = KFAEnvConfig;
-  const bool isRefused = refuseOtherWords(config, &R::getNameservers, "NAMESERVER", name) != 0 ||
-                         refuseOtherWords(config, &R::getSearchDomains, "SEARCHDOMAIN", name) != 0 ||
-                         refuseOtherWords(config, &R::getIPTables, "IPTABLES", name) != 0 ||
-                         refuseOtherWords(config, &R::getServerRoles, "ROLES", name) != 0 ||
-                         refuseOtherWords(config, &R::getOfflineServices, "OFFLINE_SERVICE", name) != 0;
-  return isRefused ? -1 : 0;
+// The addresses of a device that a file holds, IPv4 before IPv6; none where DHCP gives them.
+std::vector<std::string> addressesOf(const KFANetVEth& device) {
+  std::vector<std::string> all;
+  if (device.getDHCP()) return all;
+  for (const KFL::KFLIPAddress& address : device.getIPAddresses())
+    all.push_back(address.toString());
+  std::stable_partition(all.begin(), all.end(),
+                        [](const std::string& text) { return !KFL::KFLIPv6::isResembling(text); });
+  return all;
+}
+
+bool isSameDevice(const KFANetVEth& a, const KFANetVEth& b) {
+  return a.getName() == b.getName() && a.getNetwork() == b.getNetwork() && a.getMAC() == b.getMAC() &&
+         a.getHostRouted() == b.getHostRouted() && a.getGateway() == b.getGateway() &&
+         a.getGatewayV6() == b.getGatewayV6() && a.getDHCP() == b.getDHCP() &&
+         a.getDHCPv6() == b.getDHCPv6() && addressesOf(a) == addressesOf(b);
+}
+
+// The devices of a record, those first that NETIF holds.
+std::vector<KFANetVEth> devicesOf(const KFAEnvConfig& config) {
+  KFAEnvConfig::NetVEths devices;
+  config.getNetVEths(devices);
+  std::vector<KFANetVEth>& all = devices.value();
+  std::stable_partition(all.begin(), all.end(), [](const auto& device) { return !isCompletion(device); });
+  return std::move(all);
+}
+
+// Each device must come back as it was sent. That a file always gives a venet0 does not matter.
+int refuseOtherDevices(const Copies& copies) {
+  const std::vector<KFANetVEth> sent = devicesOf(copies.written);
+  const std::vector<KFANetVEth> given = devicesOf(copies.read);
+  for (std::size_t i = 0; i < sent.size(); ++i) {
+    if (i < given.size() && isSameDevice(sent[i], given[i])) continue;
+    if (isCompletion(sent[i])) {
+      setErrorMessage(
+          "%s: the host-routed venet0 has no text but IP_ADDRESS, which would not give it back; "
+          "its addresses alone are wanted, the same as those of any other host-routed device",
+          copies.name.c_str());
+    } else {
+      const std::string asked = sent[i].toString();
+      const std::string there = i < given.size() ? given[i].toString() : std::string();
+      const std::string how = asked == there ? "otherwise; an address has no comma" : "as " + quoteText(there);
+      setErrorMessage("%s: NETIF: %s would be read %s", copies.name.c_str(), quoteText(asked).c_str(),
+                      how.c_str());
+    }
+    return -1;
+  }
+  const auto isOther = [](const KFANetVEth& device) { return !isCompletion(device); };
+  const bool isMore = sent.size() < given.size() && isOther(given[sent.size()]);
+  if (isMore) setErrorMessage("%s: NETIF would be read as more devices", copies.name.c_str());
+  return isMore ? -1 : 0;
+}
+
+// The devices that NETIF holds, beside the addresses; venet0 speaks for IP_ADDRESS itself.
+KFAEnvConfig withoutCompletions(const KFAEnvConfig& config) {
+  KFAEnvConfig::NetVEths devices;
+  config.getNetVEths(devices);
+  std::erase_if(devices.value(), isCompletion);
+  KFAEnvConfig others(config);
+  others.setNetVEths(devices);
+  return others;
+}
+
+// Whether a file gives back each list and each device, and does so again when what it gives is written.
+int refuseOtherRecord(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
+                      const std::string& name) {
+  std::string text;
+  KFAEnvConfig written(config);
+  KFAEnvConfig read;
+  if (writeEnvironment(parser, config, {}, nullptr, name, text) != 0) return -1;
+  if (readEnvironment(parser, text, name, read) != 0) return -1;
+  KFAEnvConfigBashParser::updateIp(&written);
+  const Copies copies{written, read, name};
+  if (refuseOtherLists(copies) != 0 || refuseOtherDevices(copies) != 0) return -1;
+  if (refuseOverruling("ip_address", withoutCompletions(config)) == 0 &&
+      refuseOverruling("ip_address", read) == 0)
+    return 0;
+  const std::string reason = KFL::getErrorMessage();
+  setErrorMessage("%s: %s", name.c_str(), reason.c_str());
+  return -1;
 }
 
 }  // namespace
@@ -138,8 +222,7 @@ int checkWritable(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& conf
                     KFL::toUpper(key).c_str(), reason.c_str());
     return -1;
   }
-  if (options.allowUnsafe) return 0;
-  return refuseOtherLists(config, name) != 0 ? -1 : refuseOtherDevices(parser, config, name);
+  return options.allowUnsafe ? 0 : refuseOtherRecord(parser, config, name);
 }
 
 int writeEnvironment(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,

@@ -1,18 +1,39 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFAFunctionality/node/KFANodeChange.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLSystem.h>
 
 namespace KFA {
 
 using State = KFANodeChange::File::State;
 
+namespace {
+
+// A pipe or a terminal would be read from, or waited for, before the writer refused it.
+int refuseOtherKinds(const std::string& path) {
+  struct stat status {};
+  const bool isOther = KFL::KFLSystem::stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
+                       !S_ISDIR(status.st_mode);
+  if (!isOther) return 0;
+  KFL::setErrorMessage(
+      "%s: not a regular file, so it cannot be replaced; - stands for standard input and output",
+      path.c_str());
+  return -1;
+}
+
+}  // namespace
+
 const KFANodeChange::File& KFANodeChange::judge(const std::string& path) {
   File& file = files_.emplace_back();
   file.path = path;
-  if (where_.read(path, file.before) != 0 || edit_(path, file.before, file.after) != 0) {
+  const bool isHere = &where_ == &KFANodeFiles::local();
+  if ((isHere && refuseOtherKinds(path) != 0) || where_.read(path, file.before) != 0 ||
+      edit_(path, file.before, file.after) != 0) {
     file.state = State::Refused;
     file.error = KFL::getErrorMessage();
   } else if (file.after != file.before) {

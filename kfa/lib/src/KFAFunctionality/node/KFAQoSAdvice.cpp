@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <compare>
 #include <limits>
-#include <map>
 #include <optional>
 #include <queue>
 #include <tuple>
@@ -12,16 +12,20 @@
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/files/KFAEnvConfigBashParser.h>
+#include <KFAFunctionality/files/KFAFraction.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
+#include <KFAFunctionality/resources/KFAQoSOperators.h>
 
 namespace KFA {
 
 namespace {
 
 constexpr std::size_t kMostSteps = 400;
+// For a formula that is left when all were searched for at once.
+constexpr std::size_t kMostStepsForOne = 60;
 // How many keys a violated formula is taken to cost still; one key may cure several.
 constexpr double kExpectedKeys = 0.4;
-constexpr long long kLargest = std::numeric_limits<long long>::max() / 4;
+constexpr long long kLargest = std::numeric_limits<long long>::max();
 
 struct Value {
   long long soft = 0;
@@ -31,125 +35,249 @@ struct Value {
   auto operator<=>(const Value&) const = default;
 };
 
-using Values = std::map<std::string, Value>;
+using Values = std::vector<Value>;  // in the order of the parameters
 
-// One formula, and for one over QOS the parameter that it is about.
-struct Violation {
+// How a value is written, which tells the numbers that it can have.
+enum class Form { Pair, Single, Fraction, None };
+
+struct Parameter {
+  std::string name;
+  Form form = Form::None;
+};
+
+// A formula, and for one over QOS the parameter that it is about.
+struct Check {
   const KFAQVFormula* formula = nullptr;
   int multiple = -1;
-  KFAQVParamIDSet used;
 };
+
+// What became of the checks: 0 holds, 1 violated, -1 not checkable.
+using Results = std::vector<signed char>;
+
+// How a value is moved. Bringing: a barrier that goes up takes the limit along, a limit that goes down the barrier, where
+// the two would cross.
+struct Move {
+  bool hard = false;
+  int direction = 1;
+  bool isBringing = false;
+};
+constexpr Move kMoves[] = {{false, -1, false}, {false, 1, false}, {false, 1, true},
+                           {true, -1, false},  {true, 1, false},  {true, -1, true}};
 
 // Values on the way from what there is to what is wanted.
 struct State {
   Values values;
-  std::size_t keys = 0;  // that differ from what there is
-  double distance = 0;   // by how much, in proportion
-  std::size_t violated = 0;
+  std::size_t keys = 0;    // that differ from what there is
+  double distance = 0;     // by how much, in proportion
+  std::size_t wanted = 0;  // checks that are to hold and do not
+  std::size_t broken = 0;  // others that came to less than they were
 
-  double cost() const { return static_cast<double>(keys) + kExpectedKeys * static_cast<double>(violated); }
+  std::size_t open() const { return wanted + broken; }
+  double cost() const { return static_cast<double>(keys) + kExpectedKeys * static_cast<double>(open()); }
   // The cheapest comes first; of equals, the one with the least change.
   bool operator<(const State& other) const {
     return std::make_tuple(cost(), distance) > std::make_tuple(other.cost(), other.distance);
   }
 };
 
+// The number itself where a file can hold it, else the next one in the direction that it can; nothing where there is none
+// near. Numbers in single precision stand further apart than hundredths where they are large.
+std::optional<long long> heldFrom(long long number, int direction, Form form) {
+  constexpr int kMostTries = 64;
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  if (form != Form::Fraction) return number;
+  for (int i = 0; i < kMostTries; ++i) {
+    long long read = 0;
+    if (!readFraction(writeFraction(number).c_str(), read)) return std::nullopt;
+    if (read == number) return number;
+    const bool isBeyond = direction < 0 ? read < number : read > number;
+    const auto near = static_cast<float>(static_cast<double>(number) / 100.0);
+    const double next = std::trunc(std::nextafter(near, direction < 0 ? -kInfinity : kInfinity) * 100.0);
+    if (!isBeyond && !(std::abs(next) < static_cast<double>(kLargest))) return std::nullopt;
+    const long long beyond = isBeyond ? read : static_cast<long long>(next);
+    number = direction < 0 ? std::min(number - 1, beyond) : std::max(number + 1, beyond);
+  }
+  return std::nullopt;
+}
+
+// Tells whether sums and products wrapped, which makes of a number that is far too large one that seems to do.
+class WrapWatch final : public KFAQVEvaluationObserver {
+ public:
+  void step(const KFAQVTermType& term, long long left, long long right, long long) override {
+    const std::string_view operation = operators::kTable[static_cast<std::size_t>(term.value)].text;
+    long long result = 0;
+    hasWrapped_ = hasWrapped_ || (operation == "+" && __builtin_add_overflow(left, right, &result)) ||
+                  (operation == "-" && __builtin_sub_overflow(left, right, &result)) ||
+                  (operation == "*" && __builtin_mul_overflow(left, right, &result));
+  }
+  bool hasWrapped() const { return hasWrapped_; }
+
+ private:
+  bool hasWrapped_ = false;
+};
+
 class Adviser {
  public:
-  Adviser(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given)
-      : tune_(tune), parser_(parser) {
-    for (const KFLQoS& qos : given)
-      start_[qos.getID()] = {qos.getSoft().isSpecified() ? qos.getSoft().getValue() : qos.getHard(),
-                             qos.getHard(), qos.getSoft().isSpecified()};
-  }
+  Adviser(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given);
 
   KFAQoSAdvice run();
 
  private:
-  static KFAQVTuneParameters parametersOf(const Values& values);
-  std::vector<Violation> violationsOf(const Values& values) const;
-  bool holds(const Values& values, const Violation& violation) const;
-  void addChanges(const Values& values, const Violation& violation, std::vector<Values>& outcomes) const;
-  std::optional<long long> nearest(const Values& values, const std::string& name, bool hard, int direction,
-                                   const Violation& violation) const;
-  void set(Values& values, const std::string& name, bool hard, long long number) const;
-  bool isPair(const std::string& name) const;
-  State stateOf(Values values) const;
-  Values withoutIdleChanges(Values values) const;
-  KFAQoSAdvice adviceOf(const Values& values) const;
-  std::string textOf(const std::string& name, const Value& value) const;
+  void addParameter(const KFAEnvConfigBashParser& parser, const KFLQoS& qos);
+  void addChecks();
+  void load(const Values& values);
+  void load(std::size_t parameter, const Value& value);
+  int resultOf(const Check& check, KFAQVParamIDSet& used) const;
+  bool hasWrapped(const Check& check) const;
+  Results resultsOf(const Values& values);
+  bool isWorse(std::size_t check, signed char result) const;
+  bool isOpen(std::size_t check, signed char result) const;
+
+  Values search(const Values& from, std::size_t mostSteps);
+  void addChanges(const Values& values, const Check& check, std::vector<Values>& outcomes);
+  std::optional<Value> nearest(const Values& values, std::size_t parameter, Move move, const Check& check);
+  bool set(Value& value, std::size_t parameter, Move move, long long number) const;
+  State stateOf(Values values);
+  std::size_t parameterOf(int id) const;
+
+  bool isAsGood(const Values& values, const Results& results);
+  bool takeBack(Values& values, std::size_t parameter, bool hard, const Results& results);
+  void takeBack(Values& values);
+
+  KFAQoSAdvice adviceOf(const Values& values);
+  std::string textOf(std::size_t parameter, const Value& value) const;
 
   const KFAQVTune& tune_;
-  const KFAEnvConfigBashParser& parser_;
+  std::vector<Parameter> parameters_;
   Values start_;
+  std::vector<Check> checks_;
+  // What the checks are evaluated over: the values that were loaded, behind them an average number of processes that
+  // nobody gave, and all of them by index.
+  std::vector<KFAQVParamsValue> held_;
+  KFAQVTuneArray array_;
+  std::size_t processes_ = 0;  // which the average follows; one behind the last where it follows none
+  // What the checks came to where a search began, and which of them it is to make hold.
+  Results base_;
+  std::vector<bool> isWanted_;
 };
 
-KFAQVTuneParameters Adviser::parametersOf(const Values& values) {
-  std::set<KFLQoS> qoses;
-  for (const auto& [name, value] : values) {
-    KFLQoS qos(name);
-    qos.setHard(value.hard);
-    if (value.hasSoft) qos.setSoft(value.soft);
-    qoses.insert(qos);
+Adviser::Adviser(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given)
+    : tune_(tune), held_(given.size() + 1), array_(static_cast<std::size_t>(tune.count), nullptr) {
+  const KFAQVTuneParameters values = tuneParameters(given);
+  processes_ = given.size();
+  const KFLQoS* const processes = values.size() > given.size() ? findQoS(given, "numproc") : nullptr;
+  for (const KFLQoS& qos : given) {
+    if (&qos == processes) processes_ = parameters_.size();
+    tune.place(qos.getID(), held_[parameters_.size()], array_);
+    addParameter(parser, qos);
   }
-  return tuneParameters(qoses);
+  if (processes != nullptr) tune.place("avnumproc", held_.back(), array_);
+  addChecks();
 }
 
-std::vector<Violation> Adviser::violationsOf(const Values& values) const {
-  const KFAQVTuneParameters parameters = parametersOf(values);
-  const KFAQVTuneArray array = tune_.arrange(parameters);
-  std::vector<Violation> violations;
-  const auto check = [&](const KFAQVFormula& formula, int multiple) {
-    Violation violation{&formula, multiple, {}};
-    if (tune_.checkByFormula(array, formula.notation, violation.used, multiple) == 1)
-      violations.push_back(violation);
-  };
+void Adviser::addParameter(const KFAEnvConfigBashParser& parser, const KFLQoS& qos) {
+  Parameter parameter{qos.getID(), Form::None};
+  if (const auto known = parser.getQoSMap().find(KFL::toLower(qos.getID()));
+      known != parser.getQoSMap().end()) {
+    const auto& [kind, type] = std::tie(known->second.kind, known->second.valueType);
+    if (type == 1 && (kind == 1 || kind == 2)) parameter.form = kind == 2 ? Form::Pair : Form::Single;
+    if (type == 0 && kind == 1) parameter.form = Form::Fraction;
+  }
+  parameters_.push_back(std::move(parameter));
+  const bool hasSoft = qos.getSoft().isSpecified();
+  start_.push_back({hasSoft ? qos.getSoft().getValue() : qos.getHard(), qos.getHard(), hasSoft});
+}
+
+void Adviser::addChecks() {
   for (const KFAQVFormula& formula : tune_.formulas) {
     if (formula.notation.hasMultiple == 0) {
-      check(formula, -1);
+      checks_.push_back({&formula, -1});
       continue;
     }
     for (const int id : *formula.notation.multipleList)
-      check(formula, id);
+      if (array_[static_cast<std::size_t>(id)] != nullptr) checks_.push_back({&formula, id});
   }
-  return violations;
 }
 
-bool Adviser::holds(const Values& values, const Violation& violation) const {
-  const KFAQVTuneParameters parameters = parametersOf(values);
+void Adviser::load(const Values& values) {
+  for (std::size_t i = 0; i < values.size(); ++i)
+    load(i, values[i]);
+}
+
+void Adviser::load(std::size_t parameter, const Value& value) {
+  held_[parameter].soft = value.soft;
+  held_[parameter].hard = value.hard;
+  if (parameter != processes_) return;
+  held_.back().soft = value.soft / 2;
+  held_.back().hard = value.hard / 2;
+}
+
+// Over the values that were loaded.
+int Adviser::resultOf(const Check& check, KFAQVParamIDSet& used) const {
+  return tune_.checkByFormula(array_, check.formula->notation, used, check.multiple);
+}
+
+bool Adviser::hasWrapped(const Check& check) const {
   KFAQVParamIDSet used;
-  return tune_.checkByFormula(tune_.arrange(parameters), violation.formula->notation, used,
-                              violation.multiple) == 0;
+  WrapWatch watch;
+  tune_.checkByFormula(array_, check.formula->notation, used, check.multiple, &watch);
+  return watch.hasWrapped();
 }
 
-bool Adviser::isPair(const std::string& name) const {
-  const auto definition = parser_.getQoSMap().find(KFL::toLower(name));
-  return definition != parser_.getQoSMap().end() && definition->second.kind == 2;
-}
-
-void Adviser::set(Values& values, const std::string& name, bool hard, long long number) const {
-  Value& value = values[name];
-  if (!isPair(name)) {
-    value.soft = value.hard = number;
-    return;
+Results Adviser::resultsOf(const Values& values) {
+  load(values);
+  Results results;
+  results.reserve(checks_.size());
+  for (const Check& check : checks_) {
+    KFAQVParamIDSet used;
+    results.push_back(static_cast<signed char>(std::max(resultOf(check, used), -1)));
   }
-  (hard ? value.hard : value.soft) = number;
-  value.hasSoft = value.hasSoft || value.soft != value.hard;
+  return results;
 }
 
-// The number nearest to the one there is, upwards or downwards, with which the formula holds; the formula is taken to go
-// on holding beyond it.
-std::optional<long long> Adviser::nearest(const Values& values, const std::string& name, bool hard,
-                                          int direction, const Violation& violation) const {
-  const Value& now = values.at(name);
-  const long long from = hard ? now.hard : now.soft;
+// Whether a check came to less than it was: what held does not, or what could be told cannot.
+bool Adviser::isWorse(std::size_t check, signed char result) const {
+  return result != 0 && result != base_[check];
+}
+
+bool Adviser::isOpen(std::size_t check, signed char result) const {
+  return isWanted_[check] ? result != 0 : isWorse(check, result);
+}
+
+// Makes of a side a number that a file can hold, the one given or one beyond it in the direction; false where there is
+// none.
+bool Adviser::set(Value& value, std::size_t parameter, Move move, long long number) const {
+  const std::optional<long long> held = heldFrom(number, move.direction, parameters_[parameter].form);
+  if (!held) return false;
+  if (parameters_[parameter].form != Form::Pair) {
+    value.soft = value.hard = *held;
+    return true;
+  }
+  (move.hard ? value.hard : value.soft) = *held;
+  if (move.isBringing && value.soft > value.hard) value.soft = value.hard = *held;
+  value.hasSoft = start_[parameter].hasSoft || value.soft != value.hard;
+  return true;
+}
+
+// The value with the number nearest to the one there is, upwards or downwards, with which the check holds; it is taken to
+// go on holding beyond it.
+std::optional<Value> Adviser::nearest(const Values& values, std::size_t parameter, Move move,
+                                      const Check& check) {
+  const long long from = move.hard ? values[parameter].hard : values[parameter].soft;
+  load(values);
+  const bool mayWrap = hasWrapped(check);
+  Value trial;
   const auto isGood = [&](long long step) {
-    Values trial = values;
-    set(trial, name, hard, from + direction * step);
-    return holds(trial, violation);
+    KFAQVParamIDSet used;
+    trial = values[parameter];
+    if (!set(trial, parameter, move, from + move.direction * step)) return false;
+    load(parameter, trial);
+    return resultOf(check, used) == 0 && (mayWrap || !hasWrapped(check));
   };
+  // Sides that have only to meet need no move beyond that.
+  if (move.isBringing && isGood(0)) return std::nullopt;
   // A limit is never negative, and downwards nothing lies beyond 0.
-  const long long room = direction < 0 ? from : kLargest - std::max(from, 0LL);
+  const long long room = move.direction < 0 ? from : kLargest - std::max(from, 0LL);
   long long bad = 0;
   long long good = 1;
   while (good < room && !isGood(good)) {
@@ -162,112 +290,178 @@ std::optional<long long> Adviser::nearest(const Values& values, const std::strin
     const long long middle = bad + (good - bad) / 2;
     (isGood(middle) ? good : bad) = middle;
   }
-  return from + direction * good;
+  isGood(good);
+  return trial;
 }
 
-void Adviser::addChanges(const Values& values, const Violation& violation,
-                         std::vector<Values>& outcomes) const {
-  for (const int id : violation.used) {
-    const std::string& indexed = tune_.getByIndex(id);
-    // An average that nobody gave follows the number of processes.
-    const std::string name = values.count(indexed) == 0 && indexed == "avnumproc" ? "numproc" : indexed;
-    if (values.count(name) == 0) continue;
-    for (const bool hard : {false, true}) {
-      if (!hard && !isPair(name)) continue;
-      for (const int direction : {-1, 1}) {
-        const auto number = nearest(values, name, hard, direction, violation);
-        if (!number) continue;
-        Values outcome = values;
-        set(outcome, name, hard, *number);
-        outcomes.push_back(outcome);
-        // The same with the other side of the pair brought along, where the two have crossed.
-        Value& value = outcome[name];
-        if (value.soft <= value.hard) continue;
-        (hard ? value.soft : value.hard) = *number;
-        outcomes.push_back(std::move(outcome));
-      }
+// The parameter that has the value of an index, or that it is made from; one behind the last where there is none.
+std::size_t Adviser::parameterOf(int id) const {
+  const KFAQVParamsValue* const value = array_[static_cast<std::size_t>(id)];
+  const auto place = value == nullptr ? parameters_.size() : static_cast<std::size_t>(value - held_.data());
+  return place == parameters_.size() ? processes_ : place;
+}
+
+void Adviser::addChanges(const Values& values, const Check& check, std::vector<Values>& outcomes) {
+  KFAQVParamIDSet used;
+  load(values);
+  resultOf(check, used);
+  for (const int id : used) {
+    const std::size_t parameter = parameterOf(id);
+    if (parameters_[parameter].form == Form::None) continue;
+    for (const Move move : kMoves) {
+      // A single number has no sides.
+      if (parameters_[parameter].form != Form::Pair && (!move.hard || move.isBringing)) continue;
+      const auto value = nearest(values, parameter, move, check);
+      if (!value) continue;
+      outcomes.push_back(values);
+      outcomes.back()[parameter] = *value;
     }
   }
 }
 
-State Adviser::stateOf(Values values) const {
+State Adviser::stateOf(Values values) {
   const auto proportion = [](long long before, long long after) {
     const auto size = [](long long number) { return std::log1p(std::abs(static_cast<double>(number))); };
     const bool crosses = (before < 0) != (after < 0);
     return crosses ? size(before) + size(after) : std::abs(size(before) - size(after));
   };
   State state;
-  for (const auto& [name, value] : values) {
-    const Value& before = start_.at(name);
-    if (before == value) continue;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (start_[i] == values[i]) continue;
     ++state.keys;
-    state.distance += proportion(before.soft, value.soft) + proportion(before.hard, value.hard);
+    state.distance += proportion(start_[i].soft, values[i].soft) + proportion(start_[i].hard, values[i].hard);
   }
-  state.violated = violationsOf(values).size();
+  const Results results = resultsOf(values);
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    if (!isOpen(i, results[i])) continue;
+    ++(isWorse(i, results[i]) ? state.broken : state.wanted);
+  }
   state.values = std::move(values);
   return state;
 }
 
-std::string Adviser::textOf(const std::string& name, const Value& value) const {
-  const auto definition = parser_.getQoSMap().find(KFL::toLower(name));
-  const bool isFraction = definition != parser_.getQoSMap().end() && definition->second.kind == 1 &&
-                          definition->second.valueType == 0;
-  if (isFraction) return KFL::doubleToStr(static_cast<double>(value.hard) / 100);
-  const std::string hard = std::to_string(value.hard);
-  return isPair(name) && value.hasSoft ? std::to_string(value.soft) + ":" + hard : hard;
-}
-
-KFAQoSAdvice Adviser::adviceOf(const Values& values) const {
-  KFAQoSAdvice advice;
-  for (const auto& [name, value] : values)
-    if (!(start_.at(name) == value))
-      advice.changes.push_back(
-          {KFL::toLower(name), textOf(name, value), textOf(name, start_.at(name)), false});
-  const auto add = [](std::vector<int>& numbers, const std::vector<Violation>& violations) {
-    for (const Violation& violation : violations)
-      if (std::find(numbers.begin(), numbers.end(), violation.formula->identifier) == numbers.end())
-        numbers.push_back(violation.formula->identifier);
-  };
-  add(advice.violated, violationsOf(start_));
-  add(advice.left, violationsOf(values));
-  return advice;
-}
-
-// A change that a later one made needless goes back.
-Values Adviser::withoutIdleChanges(Values values) const {
-  const std::size_t violated = violationsOf(values).size();
-  for (const auto& [name, before] : start_) {
-    Values trial = values;
-    trial[name] = before;
-    if (violationsOf(trial).size() <= violated) values = std::move(trial);
-  }
-  return values;
-}
-
-// The state with the fewest violations is kept for the case that there is no way to none.
-KFAQoSAdvice Adviser::run() {
+// Goes on from the most hopeful outcome until all that is wanted holds, and gives the outcome that has the most of it and
+// broke nothing.
+Values Adviser::search(const Values& from, std::size_t mostSteps) {
   std::priority_queue<State> open;
-  std::set<Values> known;
-  State best = stateOf(start_);
-  known.insert(start_);
+  std::set<Values> known{from};
+  State best = stateOf(from);
   open.push(best);
-  for (std::size_t step = 0; step < kMostSteps && !open.empty(); ++step) {
+  for (std::size_t step = 0; step < mostSteps && !open.empty(); ++step) {
     const State state = open.top();
     open.pop();
-    if (state.violated < best.violated) best = state;
-    if (best.violated == 0) break;
-    const std::vector<Violation> violations = violationsOf(state.values);
-    if (violations.empty()) continue;
-    // All violations have to be cured, in whichever order: taking the first is enough.
+    if (state.broken == 0 && state.wanted < best.wanted) best = state;
+    if (best.wanted == 0) break;
+    const Results results = resultsOf(state.values);
+    // All have to be cured, in whichever order: taking the first is enough.
     std::vector<Values> outcomes;
-    for (const Violation& violation : violations) {
-      addChanges(state.values, violation, outcomes);
-      if (!outcomes.empty()) break;
-    }
+    for (std::size_t i = 0; i < results.size() && outcomes.empty(); ++i)
+      if (isOpen(i, results[i])) addChanges(state.values, checks_[i], outcomes);
     for (Values& outcome : outcomes)
       if (known.insert(outcome).second) open.push(stateOf(std::move(outcome)));
   }
-  return adviceOf(withoutIdleChanges(std::move(best.values)));
+  return best.values;
+}
+
+bool Adviser::isAsGood(const Values& values, const Results& results) {
+  const Results now = resultsOf(values);
+  for (std::size_t i = 0; i < now.size(); ++i)
+    if (now[i] != 0 && now[i] != results[i]) return false;
+  return true;
+}
+
+// Moves a number back towards what it was, as far as halving the way finds that all stays as good; whether it moved.
+bool Adviser::takeBack(Values& values, std::size_t parameter, bool hard, const Results& results) {
+  const auto sideOf = [hard](const Value& value) { return hard ? value.hard : value.soft; };
+  const auto before = static_cast<unsigned long long>(sideOf(start_[parameter]));
+  const auto now = static_cast<unsigned long long>(sideOf(values[parameter]));
+  if (now == before) return false;
+  const int direction = sideOf(values[parameter]) < sideOf(start_[parameter]) ? -1 : 1;
+  Values best = values;
+  const auto isGood = [&](unsigned long long step) {
+    const auto number = static_cast<long long>(direction < 0 ? before - step : before + step);
+    Values trial = values;
+    if (step == 0 && parameters_[parameter].form != Form::Pair)
+      trial[parameter] = start_[parameter];
+    else if (!set(trial[parameter], parameter, {hard, direction, false}, number))
+      return false;
+    if (!isAsGood(trial, results)) return false;
+    best = std::move(trial);
+    return true;
+  };
+  unsigned long long bad = 0;
+  unsigned long long good = isGood(0) ? 0 : direction < 0 ? before - now : now - before;
+  while (good > bad + 1) {
+    const unsigned long long middle = bad + (good - bad) / 2;
+    (isGood(middle) ? good : bad) = middle;
+  }
+  const bool isMoved = best != values;
+  values = std::move(best);
+  return isMoved;
+}
+
+// A change that a later one made needless goes back, and what is left of the others as far as it can.
+void Adviser::takeBack(Values& values) {
+  constexpr int kMostRounds = 16;
+  const Results results = resultsOf(values);
+  bool isMoved = true;
+  for (int round = 0; isMoved && round < kMostRounds; ++round) {
+    isMoved = false;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      Values trial = values;
+      trial[i] = start_[i];
+      if (trial != values && isAsGood(trial, results)) values = std::move(trial);
+    }
+    for (std::size_t i = 0; i < values.size(); ++i)
+      for (const bool hard : {false, true})
+        isMoved = takeBack(values, i, hard, results) || isMoved;
+  }
+}
+
+std::string Adviser::textOf(std::size_t parameter, const Value& value) const {
+  const Form form = parameters_[parameter].form;
+  if (form == Form::Fraction) return writeFraction(value.hard);
+  const std::string hard = std::to_string(value.hard);
+  return form == Form::Pair && value.hasSoft ? std::to_string(value.soft) + ":" + hard : hard;
+}
+
+KFAQoSAdvice Adviser::adviceOf(const Values& values) {
+  KFAQoSAdvice advice;
+  for (std::size_t i = 0; i < values.size(); ++i)
+    if (values[i] != start_[i])
+      advice.changes.push_back(
+          {KFL::toLower(parameters_[i].name), textOf(i, values[i]), textOf(i, start_[i]), false});
+  const auto add = [](std::vector<int>& numbers, int number) {
+    if (std::find(numbers.begin(), numbers.end(), number) == numbers.end()) numbers.push_back(number);
+  };
+  const Results before = resultsOf(start_);
+  const Results after = resultsOf(values);
+  for (std::size_t i = 0; i < checks_.size(); ++i) {
+    if (before[i] != 1) continue;
+    add(advice.violated, checks_[i].formula->identifier);
+    if (after[i] != 0) add(advice.left, checks_[i].formula->identifier);
+  }
+  return advice;
+}
+
+// All at once; then one after the other what no way was found for, so that one that has none leaves the others theirs.
+KFAQoSAdvice Adviser::run() {
+  base_ = resultsOf(start_);
+  const auto isViolated = [](signed char result) { return result == 1; };
+  isWanted_.resize(checks_.size());
+  std::transform(base_.begin(), base_.end(), isWanted_.begin(), isViolated);
+  const std::vector<bool> violated = isWanted_;
+  Values values = search(start_, kMostSteps);
+  base_ = resultsOf(values);
+  for (std::size_t i = 0; i < checks_.size(); ++i) {
+    if (!violated[i] || base_[i] != 1) continue;
+    isWanted_.assign(checks_.size(), false);
+    isWanted_[i] = true;
+    values = search(values, kMostStepsForOne);
+    base_ = resultsOf(values);
+  }
+  takeBack(values);
+  return adviceOf(values);
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The smallest changes of resource parameters that make every violated formula hold.
+// Small changes of resource parameters that make every violated formula hold.
 //
-// Smallest means: few keys, and of these the least change of the values in proportion. For each value of a formula that
-// fails, the number nearest to it with which the formula holds is tried, and the search goes on from the most hopeful
-// outcome; it ends after a bounded number of steps. No change of the advice can be left out, nor would a smaller one of
-// its kind do. Any thread.
+// Small means: few keys, and of these little change of the values in proportion. For each value of a formula that fails,
+// the number nearest to it with which the formula holds is tried, and the search goes on from the most hopeful outcome;
+// it ends after a bounded number of steps, so there may be a way that it does not find. What it advises breaks no other
+// formula: one that holds goes on holding, and one that could be checked can still be. At the end no change can be left
+// out, and each number has been moved back towards what it was as far as halving the way finds in a few rounds. Every
+// value is one that a file can hold. Any thread.
 #ifndef KFAFUNCTIONALITY_NODE_KFAQOSADVICE_H
 #define KFAFUNCTIONALITY_NODE_KFAQOSADVICE_H
 
@@ -24,7 +26,7 @@ class KFAEnvConfigBashParser;
 
 struct KFAQoSAdvice {
   KFAChangeList changes;  // in the form of the file, with what the values were
-  // The numbers of the formulas that are violated now, and of those that no change was found for.
+  // The numbers of the formulas that are violated now, and of those among them that no change was found for.
   std::vector<int> violated;
   std::vector<int> left;
 };

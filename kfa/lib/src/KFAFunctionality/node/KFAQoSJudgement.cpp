@@ -2,7 +2,10 @@
 #include <KFAFunctionality/node/KFAQoSJudgement.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
+#include <span>
+#include <vector>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
@@ -111,8 +114,31 @@ KFAFormulaFinding judge(const KFAQVTune& tune, const KFAQVTuneArray& values, con
   return finding;
 }
 
+bool isConjunction(const Evaluation::Step& step) {
+  return step.operation == "&&";
+}
+
 bool isComparison(const Evaluation::Step& step) {
   return step.operation.find_first_of("<>=;") != std::string::npos;
+}
+
+// Of the steps of the two sides of a conjunction whose left one is 0, the comparison that is the left one's value. A
+// comparison goes on from the one before it, where it is of the same side; the sides are parted where all of that fits.
+const Evaluation::Step* firstFailing(std::span<const Evaluation::Step> steps, long long right) {
+  std::vector<const Evaluation::Step*> comparisons;
+  for (const Evaluation::Step& step : steps)
+    if (isComparison(step)) comparisons.push_back(&step);
+  const auto isChain = [&](std::size_t first, std::size_t end) {
+    for (std::size_t i = first + 1; i < end; ++i)
+      if (comparisons[i]->left != comparisons[i - 1]->result) return false;
+    return true;
+  };
+  for (std::size_t end = 1; end <= comparisons.size(); ++end) {
+    const bool fits = end == comparisons.size() || comparisons.back()->result == right;
+    if (fits && comparisons[end - 1]->result == 0 && isChain(0, end) && isChain(end, comparisons.size()))
+      return comparisons[end - 1];
+  }
+  return nullptr;
 }
 
 std::string valueText(const Evaluation::Used& used, const KFAKeyCatalogue* catalogue) {
@@ -133,9 +159,17 @@ unsigned long long Evaluation::Step::difference() const {
 
 const Evaluation::Step* Evaluation::failingStep() const {
   if (state != State::Violated) return nullptr;
-  for (const Step& step : steps)
-    if (step.result == 0 && isComparison(step)) return &step;
-  return nullptr;
+  const auto show = [](const Step& step) { return step.result == 0 && isComparison(step) ? &step : nullptr; };
+  // From the last conjunction back to the one whose right side, the last step before it, is what does not hold.
+  auto last = steps.end();
+  while (last != steps.begin() && isConjunction(*std::prev(last))) {
+    const Step& conjunction = *--last;
+    if (conjunction.left != 0) return last == steps.begin() ? nullptr : show(*std::prev(last));
+    const auto before = std::find_if(std::reverse_iterator(last), steps.rend(), isConjunction).base();
+    if (before == steps.begin()) return firstFailing({steps.begin(), last}, conjunction.right);
+    last = before;
+  }
+  return last == steps.begin() ? nullptr : show(*std::prev(last));
 }
 
 std::string Evaluation::usedText(const KFAKeyCatalogue* catalogue) const {

@@ -50,7 +50,7 @@ struct KFAFormulaEvaluation {
   std::vector<Used> used;            // the parameters that took part
   std::vector<Step> steps;
 
-  // The first comparison that fails; null where the formula has none.
+  // The comparison that is the first side of && that does not hold, or the whole formula; null where that is no comparison.
   const Step* failingStep() const;
   // The parameters that took part: "numproc 200:240, cpulimit 150 %", without a catalogue "cpulimit 15000".
   std::string usedText(const KFAKeyCatalogue* catalogue) const;
