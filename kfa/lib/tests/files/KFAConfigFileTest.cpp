@@ -60,7 +60,7 @@ TEST_F(ConfigFile, NamesWhatCannotBeRead) {
       {folder.path(), "a folder; a file is wanted"},
       {folder / "loop", "cannot be opened: Too many levels of symbolic links"},
       {"/proc/self/mem", "cannot be read: Input/output error"},
-      {folder / "long", "cannot be read: File too large"},
+      {folder / "long", "longer than 1 GiB, so it cannot be read: File too large"},
   };
   makeFile(folder / "long", "A=1\n");
   std::filesystem::resize_file(folder / "long", std::uintmax_t{1} << 40);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <tuple>
 
 #include <KFLCommon/KFLText.h>
 
@@ -265,6 +266,13 @@ const CheckRow kChecks[] = {
     {"ARCH=x86\nARCH=ia64\narch=x86\n",
      {"2:1: warning: ARCH repeats line 1; the first", "3:1: warning: ARCH repeats line 1"}},
     {"TECHNOLOGIES=x86\nTECHNOLOGIES=ia64\n", {"2:1: warning: TECHNOLOGIES repeats line 1; the last"}},
+    {"TECHNOLOGIES=x86\nTECHNOLOGIES=foo\nTECHNOLOGIES=ia64\n",
+     {"2:1: warning: TECHNOLOGIES repeats line 1; the first one counts, since this one gives nothing",
+      "2:14: error: ", "3:1: warning: TECHNOLOGIES repeats line 1; the last one counts"}},
+    {"CPULIMIT=5\nCPULIMIT=abc\n", {"2:1: warning: CPULIMIT repeats line 1; the first", "2:10: error: "}},
+    {"CPULIMIT=x\nCPULIMIT=\n",
+     {"1:10: error: ", "2:1: warning: CPULIMIT repeats line 1; the last", "2:10: error: "}},
+    {"ONBOOT=yes\nONBOOT=maybe\n", {"2:1: warning: ONBOOT repeats line 1; the last", "2:8: error: "}},
     {"NAME='$(id)'\nDESCRIPTION=\"$VEID \\\"a\\\"\"\nIP_ADDRESS=\"`id`\"\n",
      {"1:6: warning: NAME cannot be written back between double quotes: character 1: a command",
       "2:13: warning: DESCRIPTION cannot be written back between double quotes: character 7: a double quote",
@@ -300,10 +308,55 @@ TEST(CheckConfig, FindsWhatIsWrong) {
   }
 }
 
-TEST(CheckConfig, SaysThatTheFirstLineCountsInAPlainMap) {
-  const auto findings = KFA::checkConfig(KFA::KFARawConfigRules(), "A=1\na=2\n");
-  ASSERT_EQ(findings.size(), 1U);
-  EXPECT_EQ(findings.front().text, "A repeats line 1; the first one counts");
+// The rules that a file is checked by, its text, and what is said of it.
+TEST(CheckConfig, SaysWhichLineCountsInAMap) {
+  const KFA::KFARawConfigRules raw;
+  const KFA::KFAGlobalConfigRules global;
+  const std::tuple<const KFA::KFAConfigRules*, std::string, std::string> rows[] = {
+      {&raw, "A=1\na=2\n", "A repeats line 1; the first one counts"},
+      {&raw, "LOCKDIR=1\nLOCKDIR=2\n", "LOCKDIR repeats line 1; the first one counts"},
+      {&global, "A=1\na=2\n", "A repeats line 1; the first one counts"},
+      {&global, "LOCKDIR=/a\nLOCKDIR=/b\n", "LOCKDIR repeats line 1; the last one counts"},
+      {&global, "TEMPLATE=/a\nTEMPLATE=\n", "TEMPLATE repeats line 1; the last one counts"},
+      {&global, "OFFLINE_SERVICE=a\nOFFLINE_SERVICE='b c'\n",
+       "OFFLINE_SERVICE repeats line 1; the last one counts"},
+      {&global, "OFFLINE_SERVICE=a\nOFFLINE_SERVICE=\n",
+       "OFFLINE_SERVICE repeats line 1; the first one counts, since this one gives nothing"},
+      {&global, "OFFLINE_SERVICE=\nOFFLINE_SERVICE=a\n",
+       "OFFLINE_SERVICE repeats line 1; the last one counts"},
+  };
+  for (const auto& [rules, text, expected] : rows) {
+    const auto findings = KFA::checkConfig(*rules, text);
+    ASSERT_EQ(findings.size(), 1U) << text << findings.back().text;
+    EXPECT_EQ(findings.front().text, expected) << text;
+  }
+}
+
+// Counts how often a text is read; keys with an x are overruled.
+class CountingRules : public KFA::KFARawConfigRules {
+ public:
+  int readsBack(const std::string&, const KFAConfigChanges& changes) const override {
+    ++reads;
+    for (const auto& [key, value] : changes) {
+      if (!has(key, "x")) continue;
+      KFL::setErrorMessage("%s is overruled", key.c_str());
+      return -1;
+    }
+    return 0;
+  }
+  mutable std::size_t reads = 0;
+};
+
+TEST(CheckConfig, ReadsATextAFewTimesForEachValueThatIsOverruled) {
+  const CountingRules rules;
+  std::string text = "X1=\nX2=\n";
+  for (int i = 0; i < 4000; ++i)
+    text += "K" + std::to_string(i) + "=\n";
+  const auto findings = KFA::checkConfig(rules, text + "X3=\n");
+  ASSERT_EQ(findings.size(), 3U);
+  for (std::size_t i = 0; i < findings.size(); ++i)
+    EXPECT_EQ(findings[i].text, "x" + std::to_string(i + 1) + " is overruled");
+  EXPECT_LT(rules.reads, 100U);
 }
 
 }  // namespace

@@ -465,6 +465,8 @@ const Meddling kMeddlings[] = {
     {"appends", [](const fs::path& target) { appendTo(target, "X=9\n"); }, "X=9\n"},
     {"overwrites", writeSecretly, "KEPT"},
     {"replaces", [](const fs::path& target) { replaceBy(target, "X=9\n"); }, "X=9\n"},
+    {"closes", [](const fs::path& target) { chmod(target.c_str(), 0400); }, ""},
+    {"marks", [](const fs::path& target) { setxattr(target.c_str(), "user.origin", "theirs", 6, 0); }, ""},
     {"takesTheTemporary", [](const fs::path& target) { fs::remove(temporaryOf(target)); }, ""},
     {"putsATemporary",
      [](const fs::path& target) {
@@ -501,6 +503,9 @@ TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
         const std::string content = contentOf(folder / save.target);
         EXPECT_TRUE(has(content, other.kept) && !has(content, other.never)) << content;
         EXPECT_EQ(has(content, "A=\"2\""), result == 0) << content;
+        const std::string name = other.name;
+        EXPECT_TRUE(name != "closes" || stateOf(folder / save.target).starts_with("100400"));
+        EXPECT_TRUE(name != "marks" || has(stateOf(folder / save.target), "user.origin=theirs"));
         if (result != 0) {
           EXPECT_TRUE(has(KFL::getErrorMessage(), "another program")) << KFL::getErrorMessage();
           EXPECT_TRUE(has(content, "A=1")) << content;
@@ -510,6 +515,41 @@ TEST(SaveAmongOthers, LosesNoChangeOfAProgramWithoutTheLock) {
     }
   }
   std::cout << points << " meddlings\n";
+}
+
+// A link that is another one by the time of the exchange, or none, is followed anew: ours is where the path leads, or the
+// save is refused.
+TEST(SaveAmongOthers, SavesWhereTheLinkLeads) {
+  const Save& save = *std::find_if(std::begin(kSaves), std::end(kSaves),
+                                   [](const Save& one) { return one.name == std::string("symlink"); });
+  using Change = void (*)(const fs::path&);
+  const Change changes[] = {[](const fs::path& link) { makeFile(link, "A=1\nX=9\n"); },
+                            [](const fs::path& link) { fs::create_symlink("other", link); },
+                            [](const fs::path& link) { fs::create_directory(link); }, [](const fs::path&) {}};
+  for (const Change change : changes) {
+    bool isExchanged = false;
+    for (std::size_t number = 0; !isExchanged; ++number) {
+      SCOPED_TRACE(std::to_string(&change - &changes[0]) + " " + std::to_string(number));
+      const TemporaryFolder folder;
+      save.prepare(folder);
+      makeFile(folder / "other", "A=1\nX=9\n");
+      int result = 0;
+      {
+        const KFLSystemFaults faults({[&](const Point& point) {
+          if (point.number != number) return 0;
+          isExchanged = point.call == "renameat2";
+          fs::remove(folder / "a");
+          change(folder / "a");
+          return 0;
+        }});
+        result = save.run(folder, quickly());
+      }
+      const bool isFile = fs::is_regular_file(folder / "a");
+      EXPECT_EQ(result, isFile ? 0 : -1) << KFL::getErrorMessage();
+      EXPECT_EQ(contentOf(folder / "real"), "A=1\n");
+      EXPECT_TRUE(!isFile || contentOf(folder / "a") == "A=\"2\"\nX=9\n");
+    }
+  }
 }
 
 // Two changes, one on each side of the exchange, behind which the process goes on, dies or can rename no more: each stands in

@@ -30,7 +30,24 @@ namespace {
 struct KeyLine {
   std::size_t number = 0;
   std::string text;
+  std::string value;
 };
+
+std::string valueOf(std::string line) {
+  char* name = nullptr;
+  char* value = nullptr;
+  const int kind = KFL::parseBashStr(line.data(), &name, &value, nullptr, nullptr);
+  return kind == KFL::kBashAssignment ? value : "";
+}
+
+// The place of the line that counts, of those of a key: the last or the first that gives the record something.
+std::size_t countingOf(const std::vector<KeyLine>& lines, const KFA::KFAEnvConfigRules& rules,
+                       const std::string& key) {
+  if (lines.empty() || rules.firstLineCounts(key)) return 0;
+  for (std::size_t i = lines.size(); i > 0; --i)
+    if (!rules.passesOver(key, lines[i - 1].value)) return i - 1;
+  return lines.size() - 1;
+}
 
 std::vector<KeyLine> linesOf(const std::string& text, const std::string& key) {
   std::vector<KeyLine> lines;
@@ -41,7 +58,7 @@ std::vector<KeyLine> linesOf(const std::string& text, const std::string& key) {
     ++number;
     const KFL::KFLBashLine judged = KFL::examineBashLine(line.c_str());
     if (judged.kind == KFL::KFLBashLine::Kind::Assignment && KFL::toLower(std::string(judged.name)) == key)
-      lines.push_back({number, line});
+      lines.push_back({number, line, valueOf(line)});
   }
   return lines;
 }
@@ -71,8 +88,15 @@ int explain(Session& session) {
   must(keys.read(input.text, input.name));
   const std::vector<KeyLine> lines = linesOf(input.text, key);
   const std::string* const shell = keys.getText(key);
+  const std::size_t counting = countingOf(lines, rules, key);
   std::string kept;
-  const bool isKept = keys.getOrText(key, kept);
+  bool isKept = keys.get(key, kept);
+  // What gives no value of its own, as TECHNOLOGIES does, has the text of the line.
+  if (!isKept && !lines.empty() && !lines[counting].value.empty() &&
+      !rules.passesOver(key, lines[counting].value)) {
+    kept = lines[counting].value;
+    isKept = true;
+  }
   const bool isTaken = shell != nullptr && rules.accept(key, *shell) == 0;
   const std::string reason = shell == nullptr || isTaken ? std::string() : KFL::getErrorMessage();
   const std::string elements = elementsOf(keys);
@@ -91,7 +115,6 @@ int explain(Session& session) {
     return isTaken || shell == nullptr ? kFine : kFinding;
   }
   Output& out = session.out();
-  const std::size_t counting = rules.firstLineCounts(key) ? 0 : lines.size() - 1;
   for (std::size_t i = 0; i < lines.size(); ++i)
     out.addLine(printable("line " + std::to_string(lines[i].number) +
                           (i == counting ? ", which counts:  " : ", idle:  ") + lines[i].text));

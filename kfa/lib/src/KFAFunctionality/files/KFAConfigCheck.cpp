@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <map>
+#include <span>
 
 #include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
+
+#include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 
 #include "KFABashLines.h"
 
@@ -29,6 +32,14 @@ std::string valueOf(BashLines& lines, std::string_view written) {
   return KFL::parseBashStr(copy.data(), &name, &value, nullptr, nullptr) == KFL::kBashAssignment ? value : "";
 }
 
+// Whether a line with this value leaves what another line of the key says.
+bool passesOver(const KFAConfigRules& rules, const std::string& key, const std::string& value) {
+  if (const auto* environment = dynamic_cast<const KFAEnvConfigRules*>(&rules))
+    return environment->passesOver(key, value);
+  const auto* global = dynamic_cast<const KFAGlobalConfigRules*>(&rules);
+  return global != nullptr && global->passesOver(key, value);
+}
+
 class Checker {
  public:
   Checker(const KFAConfigRules& rules, std::string_view text) : rules_(rules), text_(text), lines_(text) {}
@@ -49,6 +60,7 @@ class Checker {
     std::size_t column;  // of the value
     std::string value;
     bool isTaken;
+    bool isIdle;  // gives nothing
   };
 
   void add(Severity severity, const char* rule, std::size_t column, const std::string& text) {
@@ -61,6 +73,7 @@ class Checker {
   void checkSafe(const std::string& key, std::string_view value, std::size_t column, bool hasReturn);
   std::string lineOf(std::size_t number) const;
   void checkTogether();
+  void findOverruled(const std::string& text, std::span<const KFAConfigChanges::value_type> changes);
 
   const KFAConfigRules& rules_;
   std::string_view text_;
@@ -98,20 +111,24 @@ void Checker::checkAssignment(const KFL::KFLBashLine& line) {
   const auto valueColumn = static_cast<std::size_t>(line.value.data() - lines_.getText()) + 1;
   const std::string key = KFL::toLower(std::string(line.name));
   const auto earlier = counted_.find(key);
-  const bool firstCounts = earlier != counted_.end() && rules_.firstLineCounts(key);
-  if (earlier != counted_.end()) {
+  Counted counted = {lines_.getNumber(), valueColumn, valueOf(lines_, line.value), false, false};
+  counted.isIdle = rules_.isKey(key) && passesOver(rules_, key, counted.value);
+  const bool isFirst = earlier == counted_.end();
+  const bool firstCounts = !isFirst && rules_.firstLineCounts(key);
+  const bool earlierCounts = firstCounts || (!isFirst && counted.isIdle && !earlier->second.isIdle);
+  if (!isFirst) {
     add(Severity::Warning, "repeated-key", nameColumn,
         KFL::toUpper(key) + " repeats line " + std::to_string(earlier->second.number) + "; the " +
-            (firstCounts ? "first" : "last") + " one counts");
+            (earlierCounts ? "first" : "last") + " one counts" +
+            (earlierCounts && !firstCounts ? ", since this one gives nothing" : ""));
   }
-  Counted counted = {lines_.getNumber(), valueColumn, valueOf(lines_, line.value), false};
   if (!rules_.isKey(key)) {
     add(Severity::Note, "foreign-key", nameColumn, KFL::toUpper(key) + " is not a key of this file");
   } else {
     counted.isTaken = checkValue(key, counted.value, valueColumn);
     checkSafe(key, counted.value, valueColumn, line.endsWithCarriageReturn);
   }
-  if (!firstCounts) counted_.insert_or_assign(key, std::move(counted));
+  if (!earlierCounts) counted_.insert_or_assign(key, std::move(counted));
   if (line.endsWithCarriageReturn) {
     add(Severity::Warning, "carriage-return", valueColumn + line.value.size() - 1,
         "a carriage return, which belongs to the value; lines that end with a newline alone are wanted");
@@ -148,14 +165,20 @@ void Checker::checkTogether() {
   for (auto& [key, counted] : counted_) {
     if (counted.isTaken) all.emplace_back(key, std::move(counted.value));
   }
-  const std::string text(text_);
-  if (rules_.readsBack(text, all) == 0) return;
-  for (const auto& change : all) {
-    if (rules_.readsBack(text, {change}) == 0) continue;
-    const Counted& counted = counted_.at(change.first);
-    findings_.push_back({Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(),
-                         lineOf(counted.number), "overruled-value"});
+  findOverruled(std::string(text_), all);
+}
+
+// Of many values that are read few are overruled: halves are tried, so that the text is read a few times for each of these.
+void Checker::findOverruled(const std::string& text, std::span<const KFAConfigChanges::value_type> changes) {
+  if (changes.empty() || rules_.readsBack(text, {changes.begin(), changes.end()}) == 0) return;
+  if (const std::size_t half = changes.size() / 2; half > 0) {
+    findOverruled(text, changes.first(half));
+    findOverruled(text, changes.subspan(half));
+    return;
   }
+  const Counted& counted = counted_.at(changes.front().first);
+  findings_.push_back({Severity::Warning, counted.number, counted.column, KFL::getErrorMessage(),
+                       lineOf(counted.number), "overruled-value"});
 }
 
 }  // namespace

@@ -203,7 +203,7 @@ static int readOnce(const std::string& path, std::string& text) {
   const bool isRegular = S_ISREG(status.st_mode);
   if (!isRegular && System::fcntl(file.get(), F_SETFL, O_RDONLY) != 0)
     return fail(path, "cannot be read", errno);
-  if (isTooLong(status)) return fail(path, "cannot be read", EFBIG);
+  if (isTooLong(status)) return fail(path, "longer than 1 GiB, so it cannot be read", EFBIG);
   std::string content;
   content.resize((isRegular ? static_cast<std::size_t>(status.st_size) : 0) + 1);
   std::size_t length = 0;

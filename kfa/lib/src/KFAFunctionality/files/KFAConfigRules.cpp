@@ -168,6 +168,15 @@ int KFAEnvConfigRules::accept(const std::string& key, const std::string& value) 
   return refuse(key, loss.ends_with(" is wanted") ? loss : loss + "; " + rule->form + " is wanted");
 }
 
+bool KFAEnvConfigRules::passesOver(const std::string& key, const std::string& value) const {
+  KFAEnvConfig record;
+  record.initMsg();
+  if (Parser::ParameterParserPut(record, *parser_).put(key, value.c_str()) != kParameterDone) return true;
+  KFAEnvConfig::Text architecture;
+  record.getArchitecture(architecture);
+  return key == "technologies" && !architecture.isSpecified();
+}
+
 // As the parser hands its keys out.
 void KFAEnvConfigRules::order(KFAConfigChanges& changes) const {
   std::map<std::string, std::string> left(changes.begin(), changes.end());

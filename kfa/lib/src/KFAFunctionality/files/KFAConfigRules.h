@@ -62,6 +62,9 @@ class KFAEnvConfigRules : public KFAConfigRules {
 
   // What the key, in lower case, accepts, in words; empty for a key that is not one of this file's.
   std::string getAcceptedForm(const std::string& key) const;
+  // Whether a line of the key, in lower case, with this value gives a record nothing, so that another line of the key
+  // counts: a number that does not convert, a network device without a name, TECHNOLOGIES without an architecture.
+  bool passesOver(const std::string& key, const std::string& value) const;
 
  private:
   boost::shared_ptr<const KFAEnvConfigBashParser> parser_;

@@ -53,27 +53,40 @@ class FileSizeSignalBlocked {
 
 constexpr const char* kMark = "user.kfa.replaces";
 
+// What `get` gives of attributes, asked for its size first; again when that was another one by then. 0, or an errno.
+template <class Get>
+int readSized(Get get, std::string& value) {
+  ssize_t size = -1;
+  for (int tries = 0; size < 0 && tries < kMostTries; ++tries) {
+    value.clear();
+    size = get(nullptr, 0);
+    if (size <= 0) return size == 0 ? 0 : errno;
+    value.resize(static_cast<std::size_t>(size));
+    size = get(value.data(), value.size());
+    if (size < 0 && errno != ERANGE) return errno;
+  }
+  if (size < 0) return ERANGE;
+  value.resize(static_cast<std::size_t>(size));
+  return 0;
+}
+
 // The names of a file's extended attributes; none where the file system has no such thing.
 int listAttributes(int descriptor, std::vector<std::string>& names) {
-  const ssize_t size = System::flistxattr(descriptor, nullptr, 0);
-  if (size < 0) return errno == ENOTSUP || errno == ENOSYS ? 0 : errno;
-  std::string list(static_cast<std::size_t>(size), '\0');
-  const ssize_t read = System::flistxattr(descriptor, list.data(), list.size());
-  if (read < 0) return errno;
-  for (std::size_t at = 0; at < static_cast<std::size_t>(read); at += names.back().size() + 1)
+  const auto get = [&](char* to, std::size_t size) { return System::flistxattr(descriptor, to, size); };
+  std::string list;
+  if (const int error = readSized(get, list); error != 0)
+    return error == ENOTSUP || error == ENOSYS ? 0 : error;
+  for (std::size_t at = 0; at < list.size(); at += names.back().size() + 1)
     names.emplace_back(list.c_str() + at);
   names.erase(std::remove(names.begin(), names.end(), kMark), names.end());
   return 0;
 }
 
 int readAttribute(int descriptor, const std::string& name, std::string& value) {
-  const ssize_t size = System::fgetxattr(descriptor, name.c_str(), nullptr, 0);
-  if (size < 0) return errno;
-  value.resize(static_cast<std::size_t>(size));
-  const ssize_t read = System::fgetxattr(descriptor, name.c_str(), value.data(), value.size());
-  if (read < 0) return errno;
-  value.resize(static_cast<std::size_t>(read));
-  return 0;
+  const auto get = [&](char* to, std::size_t size) {
+    return System::fgetxattr(descriptor, name.c_str(), to, size);
+  };
+  return readSized(get, value);
 }
 
 constexpr std::string_view kAcl = "system.posix_acl_access";
@@ -134,6 +147,17 @@ int copyExtendedAttributes(int from, int to, bool isGroupLost, std::string& what
     if (error != 0) lost += (lost.empty() ? "" : ", ") + what;
   }
   return 0;
+}
+
+// All extended attributes that can be read, with their names.
+std::string describeAttributes(int descriptor) {
+  std::vector<std::string> names;
+  std::string all;
+  std::string value;
+  listAttributes(descriptor, names);
+  for (const std::string& name : names)
+    if (readAttribute(descriptor, name, value) == 0) all.append(name).append(1, '\0').append(value);
+  return all;
 }
 
 std::string describeReplaced(const struct stat& status) {
@@ -224,6 +248,14 @@ void KFALockedFile::reset() {
 int KFALockedFile::keepWritten(std::string_view text) {
   text_ = text;
   return System::fstat(get(), &written_);
+}
+
+void KFALockedFile::keepAttributes() {
+  attributes_ = describeAttributes(get());
+}
+
+bool KFALockedFile::hasKeptAttributes() const {
+  return describeAttributes(get()) == attributes_;
 }
 
 std::string folderOf(const std::string& path) {

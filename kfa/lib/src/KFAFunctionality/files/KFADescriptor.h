@@ -64,9 +64,13 @@ class KFALockedFile final {
   int keepWritten(std::string_view text);
   const struct stat& getWritten() const { return written_; }
   std::string_view getText() const { return text_; }
+  // The same for its extended attributes, as far as they can be read.
+  void keepAttributes();
+  bool hasKeptAttributes() const;
 
  private:
   KFL::KFLOwnDescriptor descriptor_;
+  std::string attributes_;
   struct stat written_ {};
   std::string_view text_;
 };

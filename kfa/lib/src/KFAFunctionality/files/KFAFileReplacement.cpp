@@ -98,29 +98,43 @@ int KFAFileReplacement::waitFor(const KFALockedFile& file) {
 }
 
 int KFAFileReplacement::resolve() {
-  targetPath_ = path_;
+  if (const int result = follow(targetPath_, folderPath_); result != 0) return result;
+  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
+  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
+  if (folderPath_.empty()) folderPath_ = ".";
+  return 0;
+}
+
+// Whether the path still leads to the target: a link may be another one by now, or none.
+bool KFAFileReplacement::isStillNamed() const {
+  if (targetPath_ == path_) return true;
+  std::string target;
+  std::string folder;
+  return follow(target, folder) == 0 && target == targetPath_;
+}
+
+// Where the path leads, and in which folder that is: 0, or as of fail().
+int KFAFileReplacement::follow(std::string& target, std::string& folder) const {
+  target = path_;
   char link[PATH_MAX];
   for (int links = 0;; ++links) {
-    folderPath_ = folderOf(targetPath_);
+    folder = folderOf(target);
     struct statfs system {};
-    const bool known = System::statfs(folderPath_.empty() ? "." : folderPath_.c_str(), &system) == 0;
+    const bool known = System::statfs(folder.empty() ? "." : folder.c_str(), &system) == 0;
     if (!known) return fail("cannot be opened", errno);
     // The names in this folder stand for what a process has open, and not for files in it.
     if (system.f_type == PROC_SUPER_MAGIC) {
       return refuse(
           "stands for what a process has open; a file's own name is wanted, or - for standard output");
     }
-    const ssize_t length = System::readlink(targetPath_.c_str(), link, sizeof(link));
+    const ssize_t length = System::readlink(target.c_str(), link, sizeof(link));
     if (length < 0 && errno != EINVAL && errno != ENOENT) return fail("cannot be opened", errno);
     if (length < 0) break;
     if (links == kMostLinks || length == static_cast<ssize_t>(sizeof(link)))
       return fail("cannot be opened", ELOOP);
     const std::string to(link, static_cast<std::size_t>(length));
-    targetPath_ = to.front() == '/' ? to : folderPath_ + to;
+    target = to.front() == '/' ? to : folder + to;
   }
-  temporaryPath_ = temporaryPathOf(targetPath_, ".kfa-new");
-  backupTemporaryPath_ = temporaryPathOf(targetPath_, ".kfa-backup");
-  if (folderPath_.empty()) folderPath_ = ".";
   return 0;
 }
 
@@ -323,7 +337,7 @@ void KFAFileReplacement::finish() {
 }
 
 int KFAFileReplacement::read() {
-  if (isTooLong(status_)) return fail("cannot be read", EFBIG);
+  if (isTooLong(status_)) return fail("longer than 1 GiB, so it cannot be read", EFBIG);
   std::size_t length = 0;
   const int error =
       System::lseek(target_->get(), 0, SEEK_SET) < 0 ? errno : readToEnd(target_->get(), content_, length);
@@ -357,6 +371,7 @@ int KFAFileReplacement::writeTemporary(const std::string& text) {
   const int error = model_ == nullptr ? 0 : copyAttributes(model_->get(), temporary_->get(), what, lost);
   if (error != 0) return fail("its " + what + " cannot be kept, so it is as it was", error);
   if (!lost.empty() && options_.note) options_.note(path_ + ": its " + lost + " cannot be kept");
+  if (target_) target_->keepAttributes();
   const bool isOnDisk =
       System::fsync(temporary_->get()) == 0 && (!target_ || temporary_->keepWritten(text) == 0);
   return isOnDisk ? 0 : fail("cannot be written, and is as it was", errno);
@@ -393,6 +408,7 @@ int KFAFileReplacement::putInPlace() {
   // A folder that may be written but not read cannot be brought to disk by hand.
   if (!folder.isOpen() && errno != EACCES)
     return fail("cannot be replaced, since its folder " + folderPath_ + " cannot be opened", errno);
+  if (!isStillNamed()) return refuseChanged();
   if (const int result = target_ ? checkTarget() : 0; result != 0) return result;
   if (const int result = checkTemporary(); result != 0) return result;
   if (const int result = target_ ? exchange() : renameNew(); result != 0) return result;
@@ -422,7 +438,10 @@ int KFAFileReplacement::checkTarget() const {
   if (!exists || !isUnchanged(now, status_)) return refuseChanged();
   const int error = isRead_ ? compareContent(target_->get(), content_) : 0;
   if (error != 0 && error != ESTALE) return fail("cannot be read", error);
-  return error == 0 ? 0 : refuseChanged();
+  // Reading a long file takes its time.
+  const bool isSame =
+      error == 0 && System::lstat(targetPath_.c_str(), &now) == 0 && isUnchanged(now, status_);
+  return isSame ? 0 : refuseChanged();
 }
 
 int KFAFileReplacement::refuseChanged() const {
@@ -483,7 +502,8 @@ int KFAFileReplacement::checkOld() const {
   if (System::lstat(temporaryPath_.c_str(), &there) != 0) return errno == ENOENT ? 0 : errno;
   if (System::fstat(target_->get(), &old) != 0) return errno;
   if (!isSameFile(old, there)) return ESTALE;
-  if (!hasSameContent(old, status_)) return ESTALE;
+  if (!hasSameContent(old, status_) || !hasSameOwner(old, status_)) return ESTALE;
+  if (!target_->hasKeptAttributes() || !isStillNamed()) return ESTALE;
   try {
     return isRead_ ? compareContent(target_->get(), content_) : 0;
   } catch (const std::bad_alloc&) {

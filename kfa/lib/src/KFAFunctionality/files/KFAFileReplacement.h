@@ -89,6 +89,8 @@ class KFAFileReplacement {
   };
 
   int resolve();
+  bool isStillNamed() const;
+  int follow(std::string& target, std::string& folder) const;
   int takeTurn(const KFAReplaceOptions& options, bool mayCreate, mode_t createMode);
   int openTarget(bool mayCreate, bool& again);
   int lockTarget(KFALockedFile& target, bool& again);

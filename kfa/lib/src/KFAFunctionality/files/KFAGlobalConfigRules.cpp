@@ -92,6 +92,14 @@ int readGlobalConfig(std::string_view text, const std::string& name, KFAVtSettin
   return readSettings(text, settings) == 0 ? 0 : nameMalformedLine(text, name);
 }
 
+bool KFAGlobalConfigRules::firstLineCounts(const std::string& key) const {
+  return key != kOfflineService && key != "lockdir" && key != "template";
+}
+
+bool KFAGlobalConfigRules::passesOver(const std::string& key, const std::string& value) const {
+  return key == kOfflineService && value.empty();
+}
+
 int KFAGlobalConfigRules::accept(const std::string& key, const std::string& value) const {
   if (KFARawConfigRules::accept(key, value) != 0) return -1;
   if (key != kOfflineService || std::none_of(value.begin(), value.end(), isOtherBlank)) return 0;

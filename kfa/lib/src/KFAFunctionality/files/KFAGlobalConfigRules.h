@@ -23,9 +23,14 @@ int readGlobalConfig(std::string_view text, const std::string& name, KFAVtSettin
 // OFFLINE_SERVICE names separated by spaces.
 class KFAGlobalConfigRules : public KFARawConfigRules {
  public:
+  // The last line decides folders and services; of any other key the first does.
+  bool firstLineCounts(const std::string& key) const override;
   int accept(const std::string& key, const std::string& value) const override;
   void order(KFAConfigChanges& changes) const override;
   int readsBack(const std::string& text, const KFAConfigChanges& changes) const override;
+
+  // Whether a line of the key, in lower case, with this value changes nothing: OFFLINE_SERVICE without a name.
+  bool passesOver(const std::string& key, const std::string& value) const;
 };
 
 }  // namespace KFA
