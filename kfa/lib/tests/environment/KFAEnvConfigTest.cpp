@@ -6,13 +6,14 @@
 #include <random>
 #include <set>
 #include <tuple>
-#include <type_traits>
 
 #include <boost/smart_ptr/make_shared.hpp>
 
 #include <KFLFunctionality/KFLEnv.h>
 
+#include "../MessageExamples.h"
 #include "../Records.h"
+#include "Properties.h"
 
 namespace KFA {
 namespace {
@@ -23,42 +24,37 @@ Names names(const KFAEnvConfig& config) {
   return namesOf(config.getIterator());
 }
 
-// --- Properties, one row each ------------------------------------------------------------------------------
-
-// What a row of the table asks of its property; `check` runs the whole life of it.
-struct Row {
-  const char* element;
-  std::string_view uri;
-  std::size_t elements;  // that the value needs
-  std::function<void(const Row&)> check;
-  std::function<void(KFAEnvConfig&)> set;
-};
-
-template <class T>
-constexpr bool isList = requires(T value) {
-  value.clear();
+// That of the message in examples/messages, which has every element.
+KFAEnvConfig example() {
+  KFLMessage message;
+  KFAEnvConfig config;
+  EXPECT_EQ(message.parse(examples().find(KFL::findRecordType("KFAEnvConfig"))->second.xml), 0);
+  EXPECT_EQ(message.getIterator().getObj(config), 0);
+  return config;
 }
-&&!std::is_same_v<T, std::string>;
 
-// Compares what the values are in a message, since not all of them compare by all that they hold.
-template <class T>
-void expectSame(const T& a, const T& b) {
-  if constexpr (isList<T>) {
-    ASSERT_EQ(a.size(), b.size());
-    auto other = b.begin();
-    for (const auto& item : a)
-      expectSame(item, *other++);
-  } else {
-    KFLMessage messages[2];
-    KFLMessageIterator its[] = {messages[0].getIterator(), messages[1].getIterator()};
-    KFL::fields::putOne(its[0], a, {});
-    KFL::fields::putOne(its[1], b, {});
-    EXPECT_TRUE(its[0].isEqualTree(its[1]));
+// The names of its elements, each once, in their order.
+Names exampleNames() {
+  Names all = names(example());
+  all.erase(std::unique(all.begin(), all.end()), all.end());
+  return all;
+}
+
+std::string elementsNamed(const std::string& name, const KFAEnvConfig& config) {
+  std::string all;
+  const KFLMessageIterator it = config.getIterator();
+  for (int left = it.findChild(name); left == 0; left = it.findNextChild(name)) {
+    std::string one;
+    EXPECT_EQ(it.print(one), 0);
+    all += one;
   }
+  return all;
 }
+
+// --- Properties --------------------------------------------------------------------------------------------
 
 // Elements that others put there, one before all others and one behind.
-void addStrays(const KFAEnvConfig& config, const char* element) {
+void addStrays(const KFAEnvConfig& config, const std::string& element) {
   KFLMessageIterator it = config.getIterator();
   const KFLMessageIterator first(it);
   it.addEmptyChild(element);
@@ -67,115 +63,53 @@ void addStrays(const KFAEnvConfig& config, const char* element) {
   it.addEmptyChild(element);
 }
 
-template <class Get, class Set, class T>
-void checkLife(const Row& row, Get get, Set set, const T& value) {
-  using Optional = KFLOptionalProperty<T>;
+// The property is absent, then as in the example, then empty if it can be, then absent again.
+template <class Class, class T>
+void expectLife(const std::string& element, int (Class::*get)(KFLOptionalProperty<T>&) const,
+                int (Class::*set)(const KFLOptionalProperty<T>&)) {
+  const KFAEnvConfig full = example();
   KFAEnvConfig config;
-  Optional got(value);
-  EXPECT_EQ((config.*get)(got), -1) << "without a message";
-  EXPECT_TRUE(got.isSpecified());
+  KFLOptionalProperty<T> value, got;
+  EXPECT_EQ((full.*get)(value), 0);
+  EXPECT_EQ((config.*get)(value), -1) << "without a message";
+  ASSERT_TRUE(value.isSpecified());
   config.initMsg();
   addStrays(config, "veid");
   config.setVeid(1);
+  got = value;
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
-
   for (int i = 0; i < 2; ++i) {
-    addStrays(config, row.element);
+    addStrays(config, element);
     EXPECT_EQ((config.*set)(value), 0);
-    got = Optional();
-    EXPECT_EQ((config.*get)(got), 0);
-    ASSERT_TRUE(got.isSpecified());
-    expectSame(got.getValue(), value);
-    EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(names(config), row.element)), row.elements);
+    EXPECT_EQ(elementsNamed(element, config), elementsNamed(element, full));
+    EXPECT_EQ(std::ranges::count(names(full), element) + 1U, names(config).size());
   }
-  const KFLMessageIterator it = config.getIterator();
-  ASSERT_EQ(it.findChild(row.element), 0);
-  EXPECT_EQ(it.getNamespace(), row.uri);
-
-  if constexpr (isList<T>) {
+  if constexpr (requires(T empty) { empty.clear(); }) {
     EXPECT_EQ((config.*set)(T()), 0);
-    EXPECT_EQ(std::ranges::count(names(config), row.element), 1);
-    got = Optional();
+    EXPECT_EQ(names(config), (Names{"veid", element}));
+    got = {};
     EXPECT_EQ((config.*get)(got), 0);
     EXPECT_TRUE(got.isSpecified() && got.getValue().empty());
   }
-  addStrays(config, row.element);
-  EXPECT_EQ((config.*set)(Optional()), 0);
+  addStrays(config, element);
+  EXPECT_EQ((config.*set)({}), 0);
   EXPECT_EQ((config.*get)(got), 0);
   EXPECT_FALSE(got.isSpecified());
   EXPECT_EQ(names(config), Names{"veid"});
 }
 
-template <class Class, class T>
-Row row(const char* element, int (Class::*get)(KFLOptionalProperty<T>&) const,
-        int (Class::*set)(const KFLOptionalProperty<T>&), const std::type_identity_t<T>& value,
-        std::size_t elements = 1) {
-  const bool isOurs = std::is_same_v<Class, KFAEnvConfig>;
-  return {element, isOurs ? kTypesURI : KFL::kTypesNamespaceURI, elements,
-          [=](const Row& self) { checkLife(self, get, set, value); },
-          [=](KFAEnvConfig& config) { (config.*set)(value); }};
-}
-
-#define ROW(element, Name, ...) row(element, &KFAEnvConfig::get##Name, &KFAEnvConfig::set##Name, __VA_ARGS__)
-
-KFANetVEth device(const char* name, const char* address) {
-  KFANetVEth made;
-  made.setName(name);
-  made.addIPAddress(address);
-  return made;
-}
-
-const std::string kText = "text <&> \xC3\xA9";
-const std::set<std::string> kWords{"b", "a"};
-
-std::vector<Row> rows() {
-  return {ROW("ve_root", VERootVar, kText),
-          ROW("ve_private", VEPrivateVar, ""),
-          ROW("on_boot", OnBoot, true),
-          ROW("rate_bound", RateBound, false),
-          ROW("offline_management", OfflineManagement, true),
-          ROW("slm_mode", SLMMode, kText),
-          ROW("is_sample", Sample, true),
-          ROW("origin_sample", OriginSample, kText),
-          ROW("allow_reboot", AllowReboot, true),
-          ROW("uuid", UUID, kText),
-          ROW("ts_mode", TSMode, -2147483647 - 1),
-          ROW("iptables", IPTables, kWords, 2),
-          ROW("role", ServerRoles, kWords, 2),
-          ROW("offline_service", OfflineServices, kWords, 2),
-          ROW("ts_license_server", TSLicenseServers, kWords, 2),
-          ROW("capability", Capabilities, {KFAEnvCapability("b", true), KFAEnvCapability("a")}, 2),
-          ROW("distribution", Distribution, KFADistribution("debian", "12")),
-          ROW("os_template", OsTemplate, KFATemplate("debian", "12")),
-          ROW("template", Templates, {KFATemplate("b", "1"), KFATemplate("a"), KFATemplate("b", "1")}, 3),
-          ROW("wins_server", WinsServers, {"10.0.0.2", "dhcp"}, 2),
-          ROW("interface_rate", RatesList, {KFLInterfaceRate("eth0", 1, 100), KFLInterfaceRate("odd")}, 2),
-          ROW("net_device", NetVEths, {device("eth1", "10.0.0.5/24"), device("eth0", "dhcp")}, 2),
-          ROW("ve_type", VEType, KFAVPSType(KFAVPSType::kRepair, 102))};
-}
-
-std::vector<Row> rowsOfTheCore() {
-  return {ROW("name", Name, kText),
-          ROW("description", Description, ""),
-          ROW("hostname", Hostname, kText),
-          ROW("architecture", Architecture, kText),
-          ROW("type", Type, kText),
-          ROW("nameserver", Nameservers, {"b", "a", "b"}, 3),
-          ROW("search_domain", SearchDomains, kWords, 2),
-          ROW("address", Addresses, {"10.0.0.5/24", "dhcp"}, 2),
-          ROW("qos", QoSes, {KFLQoS("b"), KFLQoS("a")}, 2),
-          ROW("class_id", ClassID, -1),
-          ROW("config_customized", ConfigCustomized, true)};
-}
-
 TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {
-  for (const auto& all : {rows(), rowsOfTheCore()}) {
-    for (const Row& row : all) {
-      SCOPED_TRACE(row.element);
-      row.check(row);
-    }
-  }
+  Names left = exampleNames();
+  for (const char* const other : {"veid", "disabled", "disk_list"})
+    std::erase(left, other);
+  forEachProperty([&](const char* name, auto get, auto set) {
+    SCOPED_TRACE(name);
+    ASSERT_FALSE(left.empty());
+    expectLife(left.front(), get, set);
+    left.erase(left.begin());
+  });
+  EXPECT_EQ(left, Names());
 }
 
 TEST(KFAEnvConfig, TakingOutWhatIsNotThereAddsNothing) {
@@ -224,31 +158,33 @@ TEST(KFAEnvConfig, OneCapabilityAmongMany) {
 // --- Order -------------------------------------------------------------------------------------------------
 
 TEST(KFAEnvConfig, PositionsOfTheElements) {
-  const char* const order[] = {
-      "veid", "ve_root", "ve_private", "on_boot", "template", "disabled", "offline_management", "os_template",
-      // Behind the distribution.
-      "distribution", "capability", "iptables", "config_customized", "class_id", "ve_type", "offline_service",
-      "wins_server", "net_device", "ts_license_server", "ts_mode", "uuid", "allow_reboot", "rate_bound",
-      "interface_rate", "slm_mode", "origin_sample", "is_sample", "role", "disk_list"};
   const KFAEnvConfig config;
-  for (int position = 0; position < 28; ++position)
-    EXPECT_EQ(config.getPositionOfTheTag(order[position]), position) << order[position];
-  for (const char* const none : {"hostname", "", "VEID", "veid "})
+  int position = 0;
+  for (const std::string& name : exampleNames())
+    EXPECT_EQ(config.getPositionOfTheTag(name), position < 28 ? position++ : -1) << name;
+  for (const char* const none : {"", "VEID", "veid "})
     EXPECT_EQ(config.getPositionOfTheTag(none), -1) << none;
 }
 
+// What has no place of its own stands behind.
 TEST(KFAEnvConfig, AnyOrderOfSettersGivesTheOrderOfTheElements) {
-  std::vector<std::function<void(KFAEnvConfig&)>> setters;
-  for (const Row& row : rows())
-    setters.push_back(row.set);
-  const HardDisk::List::KfFS disks;
-  setters.emplace_back([](KFAEnvConfig& c) { c.setVeid(101); });
-  setters.emplace_back([](KFAEnvConfig& c) { c.setDisabled(true); });
-  setters.emplace_back([](KFAEnvConfig& c) { c.setClassID(1); });
-  setters.emplace_back([](KFAEnvConfig& c) { c.setConfigCustomized(true); });
-  setters.emplace_back([&](KFAEnvConfig& c) { c.setHardDisks(&disks); });
+  const KFAEnvConfig full = example();
+  boost::shared_ptr<HardDisk::List::Base> disks;
+  ASSERT_EQ(full.getHardDisks(disks), 0);
+  std::vector<std::function<void(KFAEnvConfig&)>> setters = {
+      [](KFAEnvConfig& to) { to.setVeid(101); }, [](KFAEnvConfig& to) { to.setDisabled(true); },
+      [&](KFAEnvConfig& to) { to.setHardDisks(disks.get()); }};
+  forEachProperty(
+      [&]<class Class, class T>(const char*, int (Class::*get)(T&) const, int (Class::*set)(const T&)) {
+        T value;
+        EXPECT_EQ((full.*get)(value), 0);
+        setters.emplace_back([=](KFAEnvConfig& to) { (to.*set)(value); });
+      });
+  Names expected = names(full);
+  const std::size_t size = expected.size();
+  expected.erase(std::ranges::find(expected, "name"), expected.end());
+  expected.emplace_back("unknown");
   std::mt19937 random(3);
-  std::string first;
   for (int round = 0; round < 30; ++round) {
     std::ranges::shuffle(setters, random);
     KFLMessage message;
@@ -259,19 +195,11 @@ TEST(KFAEnvConfig, AnyOrderOfSettersGivesTheOrderOfTheElements) {
     for (int pass = 0; pass < 2; ++pass)
       for (const auto& set : setters)
         set(config);
-    if (first.empty()) first = message.toString();
-    EXPECT_EQ(message.toString(), first);
+    Names order = names(config);
+    EXPECT_EQ(order.size(), size + 1);
+    order.resize(expected.size());
+    EXPECT_EQ(order, expected);
   }
-  KFLMessage message;
-  ASSERT_EQ(message.parse(first), 0);
-  const KFLMessageIterator it = message.getIterator();
-  const KFAEnvConfig config(&it, EnvConfigVirtual);
-  const Names order = names(config);
-  ASSERT_EQ(order.size(), 40U);
-  for (std::size_t i = 1; i + 2 < order.size(); ++i)
-    EXPECT_LE(config.getPositionOfTheTag(order[i - 1]), config.getPositionOfTheTag(order[i])) << order[i];
-  EXPECT_EQ(order[order.size() - 2], "unknown");
-  EXPECT_EQ(order.back(), "hostname");
 }
 
 // --- Paths -------------------------------------------------------------------------------------------------

@@ -7,7 +7,6 @@
 #include <set>
 #include <tuple>
 
-#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
@@ -155,76 +154,6 @@ TEST(EnvConfigRules, TheNearestFractionIsTaken) {
     EXPECT_TRUE(accepts(nearest)) << value << ": " << KFL::getErrorMessage();
     EXPECT_NEAR(nearest, value, std::abs(value) * 1e-6 + 0.01);
   }
-}
-
-std::map<std::string, std::string> linesOf(const std::string& text) {
-  std::map<std::string, std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    lines[line.substr(0, line.find('='))] += line + "\n";
-  return lines;
-}
-
-// The file when its record has been written over it.
-std::string writtenBack(const std::string& text) {
-  std::istringstream in(text);
-  std::istringstream existing(text);
-  std::ostringstream out;
-  KFA::KFAEnvConfig record;
-  EXPECT_EQ(envParser()->getConfig(in, record), 0);
-  EXPECT_EQ(envParser()->putConfig(record, out, &existing, true), 0);
-  return std::move(out).str();
-}
-
-// Whether the key, and the addresses that a device may overrule, outlive the writing of the record.
-bool isLasting(const std::string& text, const std::string& key) {
-  const std::string after = writtenBack(text);
-  KFAConfigChanges kept;
-  for (const auto& [name, value] : valuesOf(text)) {
-    // A device takes dhcp over as a flag.
-    const bool isFlag = value == "dhcp" && valuesOf(after)[name].empty();
-    if ((name == key || name == "ip_address") && !isFlag) kept.emplace_back(name, value);
-  }
-  return envRules().readsBack(after, kept) == 0;
-}
-
-// Every value that is taken can be set in every example file, reads back, outlives the writing of the record, leaves all
-// other lines alone, and can be set back; a value that would not last in that file is refused.
-TEST(SetConfigValues, SetThenGetThenSetBack) {
-  const KFA::KFARawConfigRules rawRules;
-  int refused = 0;
-  for (const auto& path : exampleFiles()) {
-    const std::string before = contentOf(path);
-    for (const AcceptRow& row : kAccepted) {
-      for (const std::string& value : row.good) {
-        const KFAConfigChanges change = {{row.key, value}};
-        std::string reason;
-        std::string plain;
-        std::string after;
-        const bool isSafe = KFL::isBashSafe(value, &reason);
-        const bool isSet = KFA::setConfigValues(envRules(), change, {}, before, "f", after) == 0;
-        const bool isPlain = KFA::setConfigValues(rawRules, change, {}, before, "f", plain) == 0;
-        ASSERT_EQ(isSet, isSafe && isPlain && isLasting(plain, row.key))
-            << path << " " << row.key << "=" << value << ": " << KFL::getErrorMessage();
-        refused += isSafe && !isSet;
-        if (!isSet) continue;
-        EXPECT_EQ(after, plain);
-        EXPECT_EQ(envRules().readsBack(after, change), 0) << KFL::getErrorMessage();
-        EXPECT_EQ(valuesOf(after)[row.key], value) << path;
-        auto afterLines = linesOf(after);
-        for (const auto& [key, line] : linesOf(before)) {
-          if (KFL::toLower(key).find(row.key) != std::string::npos) continue;
-          EXPECT_EQ(afterLines[key], line) << path;
-        }
-        std::string other;
-        std::string again;
-        EXPECT_EQ(KFA::setConfigValues(rawRules, {{row.key, "something else"}}, {}, after, "f", other), 0);
-        EXPECT_EQ(KFA::setConfigValues(rawRules, change, {}, other, "f", again), 0);
-        EXPECT_EQ(again, after) << path;
-      }
-    }
-  }
-  EXPECT_GT(refused, 0);
 }
 
 struct SetRow {

@@ -61,25 +61,6 @@ class QoSEvaluation : public testing::Test {
   std::string steps_;
 };
 
-TEST_F(QoSEvaluation, Results) {
-  const std::pair<int, std::vector<const char*>> rows[] = {
-      {0,
-       {"a", "a.soft < a.hard", "a.hard - a - 1 == 0", "7 - 2 - 1 == 4", "1 + 2 * 3 == 7", "7 / 2 * 2 == 6",
-        "b / 2 + 2 == 0", "0 - 7 / 2 + 3 == 0", "a < 5 < a.hard", "5 && 2 && b", "9999999999 < 0",
-        // 64 bits, wrapping.
-        "x.y.hard + 1 == x.y.soft", "x.y.soft - 1 == x.y.hard", "x.y.hard * 2 + 2 == 0",
-        "x.y.soft * x.y.soft == 0", "x.y.soft / 1 == x.y.soft"}},
-      {1, {"0", "a.hard < a.soft", "a.hard &lt; a.soft", "5 && 0", "a && b == 1"}},
-      // What ends an evaluation; both sides are always evaluated.
-      {-1, {"a / 0", "(a) b", "0 && 1 / 0", "a / 0 < c"}},
-      {-3, {"c < a", "c < a / 0"}},
-  };
-  for (const auto& [result, formulas] : rows) {
-    for (const char* const formula : formulas)
-      EXPECT_EQ(evaluate(formula), result) << formula;
-  }
-}
-
 TEST_F(QoSEvaluation, RefusalsNameTheFormulaOrTheParameter) {
   values_["c"] = {-1, 0, {}};
   EXPECT_EQ(evaluate("x.y.soft / c.soft"), -1);

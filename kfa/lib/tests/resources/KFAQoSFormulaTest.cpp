@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
-#include <cstring>
 
 #include <functional>
 #include <limits>
@@ -19,28 +18,6 @@ using namespace KFA;
 
 constexpr int kLeastInt = std::numeric_limits<int>::min();
 
-// Every token of a text: names and numbers as they stand, operators as #ROW, "!" for a character that begins
-// none.
-std::string dumpTokens(const std::string& text) {
-  std::string dump;
-  const char* cursor = text.c_str();
-  while (true) {
-    KFAQVTermType term;
-    std::string word = "left alone";
-    if (get_token(&cursor, &term, word) != 0) return dump + "!" + std::to_string(cursor - text.c_str());
-    if (term.kind != KFAQVTermOperator) {
-      dump += (term.kind == KFAQVTermParameter ? "n:" : "d:") + word + " ";
-      continue;
-    }
-    EXPECT_EQ(word, "left alone");
-    dump += "#" + std::to_string(term.value);
-    if (term.value == kOperatorEnd) break;
-    dump += ' ';
-  }
-  EXPECT_EQ(cursor, text.c_str() + std::strlen(text.c_str()) + 1);
-  return dump;
-}
-
 // Rows "FORMULA -> RESULT".
 void expectRows(const std::vector<std::string>& rows,
                 const std::function<std::string(const std::string&)>& f) {
@@ -50,33 +27,11 @@ void expectRows(const std::vector<std::string>& rows,
   }
 }
 
-TEST(QoSFormula, Tokens) {
-  expectRows(
-      {// Operators by their row of the table.
-       " -> #0", " \t\n\v\f\r -> #0", "a.soft<=b.hard -> n:a.soft #9 n:b.hard #0",
-       "a >= b > c -> n:a #8 n:b #10 n:c #0",
-       "a&gt;=b &lt;=c &gt; d&lt;e -> n:a #4 n:b #5 n:c #6 n:d #7 n:e #0",
-       "&&==+-*/() -> #3 #12 #13 #14 #15 #16 #1 #2 #0", ">== -> #8 !2", "<=> -> #9 #10 #0",
-       // Names and numbers.
-       "dummy -> n:dummy #0", "a1.b2..c 12.kb.3x -> n:a1.b2..c d:12.kb.3x #0", "1a a1 -> d:1a n:a1 #0",
-       // What begins no token.
-       "a_b -> n:a !1", "a & b -> n:a !2", "&gt -> !0", "&lt= -> !0", "&amp;&amp; -> !0", "a = b -> n:a !2",
-       "a != b -> n:a !2", "a || b -> n:a !2", ".5 -> !0", "\xc3\xa4 -> !0", "\xa0 -> !0"},
-      dumpTokens);
-}
-
 TEST(QoSFormula, PostfixForm) {
   const FormulaNames names;
   expectRows(
-      {// A bare name is the soft value; the side is found behind the last dot, in any place.
-       "a -> a.soft", "a.hard -> a.hard", "a.xsofty -> a.soft", "a.hardsoft -> a.soft",
-       "x.y.hard -> x.y.hard", "QOS.hard - QOS -> QOS.hard QOS.soft -",
-       // Priorities; equal ones from the left.
-       "a - b - c -> a.soft b.soft - c.soft -", "a + b * c -> a.soft b.soft c.soft * +",
-       "a * b + c / d - a -> a.soft b.soft * c.soft d.soft / + a.soft -",
-       "a < b && b > c -> a.soft b.soft < b.soft c.soft > &&",
-       "a < b < c == d -> a.soft b.soft < c.soft < d.soft ==",
-       "a && b && c + d >= 1 -> a.soft b.soft && c.soft d.soft + 1 >= &&",
+      {// The side is found behind the last dot, in any place.
+       "a.xsofty -> a.soft", "a.hardsoft -> a.soft", " \t\n\v\f\rx.y.hard -> x.y.hard",
        "a &lt;= b &gt; c -> a.soft b.soft &lt;= c.soft &gt;",
        // Values and operators need not take turns, only leave one value.
        "a b + -> a.soft b.soft +", "+ a b -> a.soft b.soft +", "a b c + * -> a.soft b.soft c.soft * +",
@@ -133,13 +88,12 @@ TEST(QoSFormula, NumbersAreSinglePrecisionAndTruncated) {
   // Whatever the program's locale, the point is a point.
   for (const char* const locale : {"C", "de_DE.UTF-8"}) {
     if (std::setlocale(LC_ALL, locale) == nullptr) continue;
-    expectRows({"0 -> 0", "00012 -> 12", "1.5 -> 1", "1. -> 1", "10kb -> 10240", "3KB -> 3072",
-                "0.5MB -> 524288", "1.kB -> 1024", "1.1kb -> 1126",
+    expectRows({"1.5 -> 1", "3KB -> 3072",
                 // The edges of a float and of an int.
-                "16777217 -> 16777216", "2147483520 -> 2147483520", "2147483647 -> -2147483648",
-                "9999999999 -> -2147483648", "2047mb -> 2146435072", "2048mb -> -2147483648",
+                "2147483520 -> 2147483520", "2147483647 -> -2147483648", "2047mb -> 2146435072",
+                "2048mb -> -2147483648",
                 // The other forms of the C library.
-                "1e39 -> -2147483648", "1e3kb -> 1024000", "0x1p4 -> 16", "0xAmb -> 10485760", "0x1b -> 27"},
+                "1e39 -> -2147483648", "0x1p4 -> 16", "0xAmb -> 10485760", "0x1b -> 27"},
                [&](const std::string& formula) { return names.compile(formula); });
   }
   std::setlocale(LC_ALL, "C");
@@ -152,7 +106,8 @@ TEST(QoSFormula, RefusalsNameThePlace) {
       {"behind a value", {"a ^b", "a < 1 ^2"}},
       {"the end behind '+'", {"a +^"}},
       {"without a value", {"^< a", "a + ^* b", "^-1"}},
-      {"begins no", {"a < ^= b", "a <= b ^& c", "a ^!"}},
+      {"begins no", {"a < ^= b", "a <= b ^& c", "a ^!", "^&amp;", "a ^||", "^.5"}},
+      {"'_' cannot stand", {"a^_b"}},
       {"byte 0x80", {"a^\x80"}},
       {"'('; formulas are written without parentheses",
        {"^(", "^(a)", "^(a + b) * c", "a * ^(b + c)", "a + ^("}},
