@@ -36,7 +36,7 @@ void FileChange::declare(CLI::App& app) {
       ->type_name("SUFFIX");
   app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
   app.add_flag("--force", options_.force,
-               "Rewrite a file in which a quote or a line is left open; such lines become comments");
+               "Rewrite a file in which a quote or a line is left open; such lines stay as they are");
   app.add_flag("--hard-links", how_.hardLinks,
                "Replace a file that has other hard links, which keep the old content");
 }
