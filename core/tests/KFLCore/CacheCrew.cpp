@@ -207,7 +207,8 @@ void Hand::run() {
     report_ = {};
     const std::size_t texts = countErrorMessages();
     const std::clock_t start = std::clock();
-    report_.code = (this->*kVerbs[static_cast<std::size_t>(order_.verb)].run)();
+    const auto run = kVerbs[static_cast<std::size_t>(order_.verb)].run;
+    report_.code = (this->*run)();
     report_.processor = (std::clock() - start) * 1000000 / CLOCKS_PER_SEC;
     if (report_.code < 0 && order_.verb != Verb::Fork && countErrorMessages() == texts)
       blame("a code without a text");
