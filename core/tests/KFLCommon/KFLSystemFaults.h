@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // System calls on files that fail, stop half way, or end the process, at a place of a test's choice.
 //
-// While an object lives, the calls of KFLSystem are counted and pass through its plan. One thread makes them, and one
+// While an object lives, the calls of KFLSystem are counted and pass through its plan. One thread makes those that fail, and one
 // object lives at a time. A plan that does nothing counts:
 //
 //   KFLSystemFaults faults({[](const KFLSystemFaults::Point& point) { return point.number == 3 ? EIO : 0; }});
@@ -10,6 +10,7 @@
 
 #include <sys/mman.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
@@ -137,7 +138,7 @@ class KFLSystemFaults {
   }
 
   Plan plan_;
-  std::size_t count_ = 0;
+  std::atomic<std::size_t> count_ = 0;
   std::string_view failed_;
 };
 

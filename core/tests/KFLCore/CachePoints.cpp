@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -30,8 +31,8 @@ std::array<Region, 64> regions;
 thread_local Plan plan;  // others allocate meanwhile
 void (*waitHere)() = nullptr;
 thread_local std::uint32_t moments = 0;
-bool isWatching = false;            // whether stores and calls are counted now
-const void* accessedNow = nullptr;  // what the access that is waited before is of
+std::atomic<bool> isWatching = false;  // whether stores and calls are counted now
+const void* accessedNow = nullptr;     // what the access that is waited before is of
 
 void protectAll(bool isGuarded) {
   const int guarded = plan.countsLoads ? PROT_NONE : PROT_READ;
