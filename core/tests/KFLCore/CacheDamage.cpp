@@ -39,7 +39,7 @@ void scribble(const std::string& path, Random& random, std::int64_t accessed) {
       0, 1, 2, 8, 0xFFFFFFFF, 0xFFFFFFF8, 0x7FFFFFFF, 0x80000000, 0x7FFFFFF8, 0x01000000, 0x10000, 260};
   const std::uint32_t values[] = {kValues[random.below(std::size(kValues))],
                                   word(at) + 8 * random.below(17) - 64, word(at) ^ (1U << random.below(32)),
-                                  word(random.below(bytes.size()) / 4 * 4), random.below(1ULL << 32)};
+                                  word(random.below(bytes.size()) & ~std::uint32_t{3}), random.below(1ULL << 32)};
   const std::uint32_t value = values[random.below(std::size(values))];
   std::fstream(path, std::ios::binary | std::ios::in | std::ios::out)
       .seekp(static_cast<std::streamoff>(at))
@@ -131,7 +131,7 @@ class Life {
 }  // namespace
 
 std::string runDamage(std::uint64_t seed, const std::string& folder, Totals& totals) {
-  const std::string fault = Life(seed, folder + "/template.cache", totals.slowest).run();
+  std::string fault = Life(seed, folder + "/template.cache", totals.slowest).run();
   std::filesystem::remove(folder + "/template.cache");
   return fault;
 }

@@ -23,7 +23,7 @@ struct Plan {
 // Once in a process, before it maps a cache file; its children have it, too.
 void watchMoments();
 // From now on; `wait` is called there, maybe in a signal handler.
-void begin(const Plan& plan, void (*wait)());
+void begin(const Plan& wanted, void (*wait)());
 // The number of moments since then, up to the one that was waited at.
 std::uint32_t end();
 // While it waits before a store or a load: where in the file that is. -1 otherwise.

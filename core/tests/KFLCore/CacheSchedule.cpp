@@ -393,7 +393,7 @@ class Schedule {
 }  // namespace
 
 std::string runSchedule(std::uint64_t seed, const std::string& folder, Totals& totals) {
-  const std::string fault = Schedule(seed, folder, totals).run();
+  std::string fault = Schedule(seed, folder, totals).run();
   std::filesystem::remove(folder + "/template.cache");
   return fault;
 }
