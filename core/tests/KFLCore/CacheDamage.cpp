@@ -39,7 +39,8 @@ void scribble(const std::string& path, Random& random, std::int64_t accessed) {
       0, 1, 2, 8, 0xFFFFFFFF, 0xFFFFFFF8, 0x7FFFFFFF, 0x80000000, 0x7FFFFFF8, 0x01000000, 0x10000, 260};
   const std::uint32_t values[] = {kValues[random.below(std::size(kValues))],
                                   word(at) + 8 * random.below(17) - 64, word(at) ^ (1U << random.below(32)),
-                                  word(random.below(bytes.size()) & ~std::uint32_t{3}), random.below(1ULL << 32)};
+                                  word(random.below(bytes.size()) & ~std::uint32_t{3}),
+                                  random.below(1ULL << 32)};
   const std::uint32_t value = values[random.below(std::size(values))];
   std::fstream(path, std::ios::binary | std::ios::in | std::ios::out)
       .seekp(static_cast<std::streamoff>(at))
