@@ -199,7 +199,7 @@ KFLMessageIterator KFLEnvConfig::findPlace(KFLElementID id) {
   Ranks& known = ranks();
   const int rank = known.get(*this, it_.findNameKey(id), id);
   if (rank == Ranks::kLast) return {};
-  const KFLMessageIterator sibling(it_);
+  KFLMessageIterator sibling(it_);
   for (int left = sibling.firstChild(); left == 0; left = sibling.nextSibling()) {
     if (known.getOf(*this, sibling) > rank) return sibling;
   }
@@ -242,7 +242,7 @@ KFLElementID KFLEnvConfig::Filling::place() {
   expects_ = false;
   if (rank_ >= kRanks) return {};
   const std::uint64_t higher = ranks_ >> rank_ >> 1;
-  return higher == 0 ? firstOther_ : byRank_[static_cast<std::size_t>(rank_ + 1 + std::countr_zero(higher))];
+  return higher == 0 ? firstOther_ : byRank_[static_cast<unsigned>(rank_ + 1 + std::countr_zero(higher))];
 }
 
 void KFLEnvConfig::Filling::note() {

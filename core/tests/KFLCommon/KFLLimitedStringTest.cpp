@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <KFLCommon/KFLLimitedString.h>
 
-#include <cstring>
 #include <string>
 #include <type_traits>
 

@@ -109,9 +109,7 @@ class Hand {
   int sync() {
     return measure([&] { return cache_->sync(); });
   }
-  int forkChild();
   int duet();
-  int leave() { _exit(0); }
 
  private:
   struct Held {
@@ -194,11 +192,10 @@ Hand* Hand::self_ = nullptr;
 constexpr struct {
   const char* name;
   int (Hand::*run)();
-} kVerbs[] = {{"open", &Hand::open},       {"create", &Hand::open},    {"close", &Hand::close},
-              {"change", &Hand::change},   {"hold", &Hand::hold},      {"acquire", &Hand::acquire},
-              {"release", &Hand::release}, {"find", &Hand::find},      {"repair", &Hand::repair},
-              {"sync", &Hand::sync},       {"fork", &Hand::forkChild}, {"duet", &Hand::duet},
-              {"leave", &Hand::leave}};
+} kVerbs[] = {{"open", &Hand::open},       {"create", &Hand::open}, {"close", &Hand::close},
+              {"change", &Hand::change},   {"hold", &Hand::hold},   {"acquire", &Hand::acquire},
+              {"release", &Hand::release}, {"find", &Hand::find},   {"repair", &Hand::repair},
+              {"sync", &Hand::sync},       {"duet", &Hand::duet}};
 
 void Hand::run() {
   watchMoments();
@@ -210,8 +207,7 @@ void Hand::run() {
     const auto run = kVerbs[static_cast<std::size_t>(order_.verb)].run;
     report_.code = (this->*run)();
     report_.processor = (std::clock() - start) * 1000000 / CLOCKS_PER_SEC;
-    if (report_.code < 0 && order_.verb != Verb::Fork && countErrorMessages() == texts)
-      blame("a code without a text");
+    if (report_.code < 0 && countErrorMessages() == texts) blame("a code without a text");
     checkHeld();
     if (::send(line_, &report_, sizeof(report_), MSG_NOSIGNAL) <= 0) break;
   }
@@ -292,22 +288,6 @@ int Hand::find() {
   });
   report_.items = read(snapshot);
   return code;
-}
-
-int Hand::forkChild() {
-  const pid_t child = cachetest::startChild([&] {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (const Held& held : held_)
-      if (held.snapshot.size() != 0) return 98;
-    const int code = change();
-    return code == 0 ? 0 : code == kCacheNotLocked ? 9 : report_.fault[0] == '\0' ? 97 : 96;
-  });
-  const int result = cachetest::waitFor(child);
-  report_.died = result == -SIGKILL;
-  if (report_.died || result == 0) return 0;
-  if (result != 9 && (result != 97 || order_.plan.event != Event::NoMemory))
-    blame("a forked child ended with " + std::to_string(result));
-  return result == 9 ? kCacheNotLocked : -1001;
 }
 
 int Hand::duet() {

@@ -54,9 +54,7 @@ enum class Verb : std::uint8_t {
   Find,
   Repair,
   Sync,
-  Fork,   // a child makes the attempts
-  Duet,   // holds, changes and releases while another thread repairs the file, or opens it
-  Leave,  // ends the process without releasing anything
+  Duet,  // holds, changes and releases while another thread repairs the file, or opens it
 };
 const char* nameOf(Verb verb);
 
@@ -72,7 +70,6 @@ struct Report {
   std::int64_t accessed = -1;
   int code = 0;
   bool isAlone = false;              // Repair
-  bool died = false;                 // Fork: the child did
   std::int64_t nanoseconds = 0;      // of the calls into the library
   std::int64_t processor = 0;        // microseconds of it, for all of the order
   std::int64_t held = -1;            // the offset of the snapshot that is held since

@@ -2,7 +2,6 @@
 #include "CacheLives.h"
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 
 #include "CacheCrew.h"

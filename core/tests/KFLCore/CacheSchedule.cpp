@@ -125,21 +125,20 @@ class Schedule {
     const Member& member = members_[who];
     if (!member.isOpen) return {random_.chance(70) ? Verb::Open : Verb::Create};
     static constexpr Verb kVerbs[] = {
-        Verb::Change,  Verb::Change,  Verb::Change,  Verb::Change,  Verb::Hold, Verb::Hold,   Verb::Hold,
-        Verb::Acquire, Verb::Release, Verb::Release, Verb::Release, Verb::Find, Verb::Repair, Verb::Fork,
-        Verb::Close,   Verb::Sync,    Verb::Leave,   Verb::Duet,    Verb::Open};
+        Verb::Change, Verb::Change,  Verb::Change,  Verb::Change,  Verb::Hold,    Verb::Hold,
+        Verb::Hold,   Verb::Acquire, Verb::Release, Verb::Release, Verb::Release, Verb::Find,
+        Verb::Repair, Verb::Close,   Verb::Sync,    Verb::Duet,    Verb::Open};
     Order order{kVerbs[random_.below(std::size(kVerbs))]};
     if (order.verb == Verb::Release && member.held.empty()) order.verb = Verb::Hold;
     if (order.verb == Verb::Release) order.first = random_.below(member.held.size());
     if (order.verb == Verb::Duet) order.count = 2 + random_.below(6);
     if (order.verb == Verb::Duet && standsStill_) order = {Verb::Change};
-    if (isPeaceful_ && (order.verb == Verb::Fork || order.verb == Verb::Leave)) order.verb = Verb::Find;
     return order;
   }
 
   void give(std::uint32_t who, Order order) {
     Member& member = members_[who];
-    if (order.verb == Verb::Change || order.verb == Verb::Fork || order.verb == Verb::Duet) {
+    if (order.verb == Verb::Change || order.verb == Verb::Duet) {
       order.first = member.lineage.next();
       member.lineage.expect(who, setting_.seed, order.count);
     }
@@ -160,20 +159,20 @@ class Schedule {
     if (!isPeaceful_ && isOpen && random_.chance(6)) return kill(who, " is killed\n");
     if (!isPeaceful_ && !standsStill_ && random_.chance(10)) return together();
     Order order = pick(who);
-    if (order.verb == Verb::Duet || order.verb == Verb::Leave) return complete(who, order);
+    if (order.verb == Verb::Duet) return complete(who, order);
     const std::uint32_t lot = random_.below(100);
     if (!isPeaceful_ && lot < (isOpen ? 35 : 12)) {
       if (isOpen && random_.chance(50)) order = {Verb::Change};
       order.plan = {Event::Die, moment()};
     } else if (lacksMemory_ && lot < 70) {
       order.plan = {Event::NoMemory, random_.logarithmic(40)};
-    } else if (!isPeaceful_ && lot < 45 && order.verb != Verb::Fork) {
+    } else if (!isPeaceful_ && lot < 45) {
       if (order.verb == Verb::Change) order.count = 4;
       give(who, order);
       std::this_thread::sleep_for(std::chrono::microseconds(random_.logarithmic(5000)));
       return kill(who, " killed meanwhile\n");
     } else if (!isPeaceful_ && lot < 75 && standsStill_ && depth < 2) {
-      if (order.verb == Verb::Fork || random_.chance(80)) order.plan = {Event::Wait, moment()};
+      if (random_.chance(80)) order.plan = {Event::Wait, moment()};
       return standStill(who, order, depth);
     }
     complete(who, order);
@@ -227,7 +226,7 @@ class Schedule {
     for (std::uint32_t who = 0; who < crew_; ++who) {
       if (!isAlive(who)) continue;
       Order order = pick(who);
-      if (order.verb == Verb::Duet || order.verb == Verb::Leave) order = {Verb::Change};
+      if (order.verb == Verb::Duet) order = {Verb::Change};
       if (order.verb == Verb::Change) order.count = 1 + random_.below(30);
       if (random_.chance(25)) order.plan = {Event::Die, moment()};
       give(who, order);
@@ -249,13 +248,10 @@ class Schedule {
       mustBe(member.worker->await() != Worker::State::Busy, "no answer in 20 s");
     if (member.worker->state() != Worker::State::Dead) return takeReport(who, member.worker->report());
     const int status = member.worker->status();
-    const bool leaves = member.order.verb == Verb::Leave;
     steps_ << " dead\n";
-    mustBe(leaves
-               ? status == 0
-               : WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL && member.order.plan.event == Event::Die,
+    mustBe(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL && member.order.plan.event == Event::Die,
            "ended with status " + std::to_string(status));
-    isUnsettled_ = isUnsettled_ || !leaves;
+    isUnsettled_ = true;
     bury(who);
   }
 
@@ -263,7 +259,7 @@ class Schedule {
     Member& member = members_[who];
     const Verb verb = member.order.verb;
     const bool isDone = report.code == 0;
-    steps_ << " -> " << report.code << (report.died ? ", the child died" : "") << "\n";
+    steps_ << " -> " << report.code << "\n";
     mustBe(report.fault[0] == '\0', report.fault.data());
     // A file whose making was cut short is never lost: nothing was in it.
     mustBe(isDone || (member.order.plan.event == Event::NoMemory ? report.code != -1000
@@ -272,12 +268,8 @@ class Schedule {
            "gave " + std::to_string(report.code));
     if (standing_ == 0 && member.order.plan.event != Event::Wait)
       totals_.longestWait = std::max(totals_.longestWait, report.nanoseconds);
-    if (report.died) died();
-    isUnsettled_ = isUnsettled_ || report.died;
-    deaths_ = deaths_ || verb == Verb::Fork;
-    const bool changes = verb == Verb::Change || verb == Verb::Fork || verb == Verb::Duet;
     const bool opens = verb == Verb::Open || verb == Verb::Create;
-    if (changes && !report.died) member.lineage.settle(first(who));
+    if (verb == Verb::Change || verb == Verb::Duet) member.lineage.settle(first(who));
     if (verb == Verb::Release) member.held.erase(member.held.begin() + member.order.first);
     if (opens || verb == Verb::Close) member.isOpen = opens && isDone;
     if (!member.isOpen) member.held.clear();
@@ -299,12 +291,9 @@ class Schedule {
              "what " + nameOfWorker(who) + " reads is no state of the keys of " + nameOfWorker(other));
   }
 
-  void died() {
+  void bury(std::uint32_t who) {
     deaths_ = true;
     ++totals_.kills;
-  }
-  void bury(std::uint32_t who) {
-    died();
     members_[who].worker.reset();
     members_[who].isOpen = false;
     members_[who].held.clear();

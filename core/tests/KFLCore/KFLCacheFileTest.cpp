@@ -149,6 +149,9 @@ TEST(CacheFile, KeysAndSizesBeyondTheLimitsAreRefusedAndNothingIsLost) {
   EXPECT_THAT(getErrorMessage(), HasSubstr("at most 255"));
   EXPECT_EQ(put(*cache, std::string("a\0b", 3), "text"), kCacheBadKey);
   const Contents before = contentsOf(*cache);
+  const auto size = fs::file_size(folder / "cache");
+  EXPECT_EQ(put(*cache, "large", std::string(64000, 'x')), kCacheFull);
+  EXPECT_EQ(fs::file_size(folder / "cache"), size) << "what is refused takes no space";
   KFLCacheChanges changes;
   for (const char* const key : {"a", "b", "large"})
     changes.put(key, std::string(*key == 'l' ? 61000 : 2000, 'x'));

@@ -11,7 +11,6 @@
 #include <functional>
 #include <iostream>
 #include <thread>
-#include <vector>
 
 #include <KFLCommon/KFLLog.h>
 

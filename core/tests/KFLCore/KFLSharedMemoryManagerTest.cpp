@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The heap against a naive twin that knows what each unit is for, over random calls.
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <map>
 #include <random>

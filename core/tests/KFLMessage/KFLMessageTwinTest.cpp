@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Random changes of a tree beside a plain twin of it: nodes, texts and free lists must give the same document.
+// Random changes of a tree beside a plain twin of it: nodes, texts, attributes, held elements and free lists must give the
+// same document.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,12 +21,16 @@ struct Twin {
   std::string name, text;  // a text behind an element has no name
   std::list<Twin> children;
   Twin* parent = nullptr;
+  std::string attributes = {};  // each as p="1" behind a blank
 };
+
+// All are of one namespace.
 
 std::string print(const Twin& twin) {
   if (twin.name.empty()) return twin.text;
-  if (twin.text.empty() && twin.children.empty()) return "<" + twin.name + "/>";
-  std::string out = "<" + twin.name + ">" + twin.text;
+  const std::string head = "<" + twin.name + (twin.parent == nullptr ? " xmlns=\"u\"" : "") + twin.attributes;
+  if (twin.text.empty() && twin.children.empty()) return head + "/>";
+  std::string out = head + ">" + twin.text;
   for (const Twin& child : twin.children)
     out += print(child);
   return out + "</" + twin.name + ">";
@@ -33,20 +38,24 @@ std::string print(const Twin& twin) {
 
 class TwinWalk {
  public:
-  explicit TwinWalk(unsigned seed) : random_(seed) {}
+  explicit TwinWalk(unsigned seed) : random_(seed) {
+    EXPECT_EQ(message_.parse(print(root_)), 0);
+    it_ = message_.getIterator();
+  }
 
   void step() {
     static constexpr const char* names[] = {"veid", "value", "own_name", "x"};
     static constexpr void (TwinWalk::*kSteps[])(const std::string&) = {
-        &TwinWalk::add,       &TwinWalk::add,     &TwinWalk::insertBeforeFirst, &TwinWalk::setText,
-        &TwinWalk::find,      &TwinWalk::find,    &TwinWalk::removeOrClear,     &TwinWalk::leave,
-        &TwinWalk::removeAll, &TwinWalk::addText, &TwinWalk::guarded,           &TwinWalk::find,
+        &TwinWalk::add,       &TwinWalk::add,    &TwinWalk::insertBefore,  &TwinWalk::setText,
+        &TwinWalk::find,      &TwinWalk::find,   &TwinWalk::removeOrClear, &TwinWalk::leave,
+        &TwinWalk::removeAll, &TwinWalk::copy,   &TwinWalk::guarded,       &TwinWalk::find,
         &TwinWalk::rename,    &TwinWalk::addMany};
     (this->*kSteps[pick(std::size(kSteps))])(names[pick(std::size(names))]);
     comparePaths();
   }
 
   void compare() {
+    compareHeld();
     const std::string expected = print(root_);
     ASSERT_EQ(message_.toString(), expected);
     KFLMessage again;
@@ -67,18 +76,35 @@ class TwinWalk {
     return nameOf(*twin.parent) + "/" + twin.name + (count > 1 ? "[" + std::to_string(position) + "]" : "");
   }
 
-  // Those of the current element and of one of its children.
+  static std::list<Twin>::iterator placeOf(const Twin& twin) {
+    return std::ranges::find_if(twin.parent->children, [&](const Twin& other) { return &other == &twin; });
+  }
+  // One of the children, and its twin; the current element when it has none.
+  std::pair<KFLMessageIterator, Twin*> child() {
+    KFLMessageIterator it(it_);
+    if (it.firstChild() != 0) return {it_, at_};
+    std::vector<Twin*> elements;
+    for (Twin& child : at_->children)
+      if (!child.name.empty()) elements.push_back(&child);
+    EXPECT_EQ(it_.countChildren(), elements.size());
+    const std::size_t chosen = pick(elements.size());
+    for (std::size_t i = 0; i < chosen; ++i)
+      it.nextSibling();
+    return {it, elements[chosen]};
+  }
   void comparePaths() {
     ASSERT_EQ(it_.getPath(), nameOf(*at_));
-    const auto isElement = [](const Twin& child) { return !child.name.empty(); };
-    const auto count = static_cast<std::size_t>(std::ranges::count_if(at_->children, isElement));
-    if (count == 0) return;
-    auto child = std::ranges::find_if(at_->children, isElement);
-    const KFLMessageIterator it(it_);
-    it.firstChild();
-    for (std::size_t i = pick(count); i-- > 0; it.nextSibling())
-      child = std::find_if(std::next(child), at_->children.end(), isElement);
-    ASSERT_EQ(it.getPath(), nameOf(*child));
+    const auto [it, twin] = child();
+    ASSERT_EQ(it.getPath(), nameOf(*twin));
+    ASSERT_EQ(it.isEmptyElement(), twin->text.empty() && twin->children.empty());
+  }
+  // What is held stands apart as it was.
+  void compareHeld() const {
+    std::string text;
+    if (heldText_.empty()) return;
+    ASSERT_EQ(heldAt_.print(text), 0);
+    ASSERT_EQ(text, heldText_);
+    ASSERT_EQ(heldAt_.getPath().rfind('/'), 0U);
   }
 
   void add(const std::string& name) {
@@ -86,15 +112,27 @@ class TwinWalk {
     at_->children.push_back({name, {}, {}, at_});
     at_ = &at_->children.back();
   }
-  void insertBeforeFirst(const std::string& name) {
-    const KFLMessageIterator sibling = it_;
-    if (sibling.firstChild() != 0) return;
+  // Two elements, the second with a child; an insertion point that is gone is none.
+  void insertBefore(const std::string& name) {
+    auto [sibling, twin] = child();
+    if (twin == at_) return;
     it_.setInsertionPoint(sibling);
+    auto place = placeOf(*twin);
+    if (pick(4) == 0) {
+      sibling.removeCurrent();
+      at_->children.erase(place);
+      joinTexts(*at_);
+      place = at_->children.end();
+    }
     it_.addEmptyChild(name);
+    at_->children.insert(place, {name, {}, {}, at_});
+    if (place == at_->children.end()) it_.clearInsertionPoint();
+    it_.addChild(name);
+    it_.addEmptyChild("x");
+    it_.leaveChild();
+    const auto second = at_->children.insert(place, {name, {}, {}, at_});
+    second->children.push_back({"x", {}, {}, &*second});
     it_.clearInsertionPoint();
-    const auto first =
-        std::ranges::find_if(at_->children, [](const Twin& child) { return !child.name.empty(); });
-    at_->children.insert(first, {name, {}, {}, at_});
   }
   void addMany(const std::string& name) {
     for (std::size_t i = at_->children.size() < 200 ? pick(80) : 0; i-- > 0;) {
@@ -104,7 +142,7 @@ class TwinWalk {
   }
   void rename(const std::string& name) {
     if (at_->parent == nullptr) return;
-    it_.setName(name, {});
+    it_.setName(name, "u");
     at_->name = name;
   }
   void setText(const std::string&) {
@@ -122,10 +160,19 @@ class TwinWalk {
   }
   void removeOrClear(const std::string&) {
     if (at_->parent == nullptr || pick(8) == 0) return clear("");
-    held_ = pick(2) == 0 ? KFLElementHold(it_) : KFLElementHold();
+    compareHeld();
+    const auto [inner, twin] = pick(2) == 0 ? child() : std::pair(it_, at_);
+    const KFLElementHold also(inner);
+    held_ = KFLElementHold(inner);
+    heldAt_ = inner;
+    Twin held = *twin;
+    held.parent = nullptr;
+    heldText_ = guards_ == 0 ? print(held) : "";
+    if (pick(2) == 0) held_ = KFLElementHold(), heldText_ = "";
     it_.removeCurrent();
-    Twin* const removed = std::exchange(at_, at_->parent);
-    at_->children.remove_if([removed](const Twin& child) { return &child == removed; });
+    const auto removed = placeOf(*at_);
+    at_ = at_->parent;
+    at_->children.erase(removed);
     if (guards_ == 0) joinTexts(*at_);
   }
   void removeAll(const std::string& name) {
@@ -133,12 +180,22 @@ class TwinWalk {
     ASSERT_EQ(it_.removeChildren(name), removed);
     if (guards_ == 0) joinTexts(*at_);
   }
-  // Behind what the element holds.
-  void addText(const std::string& text) {
-    KFLMessage more("text");
-    more.getIterator().putValue(text);
-    ASSERT_EQ(it_.copyContent(more.getIterator()), 0);
-    at_->children.push_back({"", text, {}, at_});
+  // What another tree holds, or all of this one, behind what the element holds.
+  void copy(const std::string& text) {
+    KFLMessage other;
+    Twin all{"other", text, {}, nullptr, " p=\"0\" r=\"3\""};
+    if (pick(2) == 0) all.children.push_back({"x", "y", {}, &all, " q=\"2\""});
+    ASSERT_EQ(other.parse("<v xmlns=\"v\">" + print(all) + "</v>"), 0);
+    KFLMessageIterator from = other.getIterator();
+    from.findChild("other");
+    if (pick(2) == 0 && print(root_).size() < 500) all = root_, from = message_.getIterator();
+    ASSERT_EQ(it_.copyContent(from), 0);
+    if (!all.text.empty()) at_->children.push_back({"", all.text, {}, at_});
+    at_->children.splice(at_->children.end(), all.children);
+    for (std::size_t i = 0; i < all.attributes.size(); i += 6)
+      if (at_->attributes.find(all.attributes.substr(i, 3)) == std::string::npos)
+        at_->attributes += all.attributes.substr(i, 6);
+    setParents(*at_);
     joinTexts(*at_);
   }
   // Texts that follow one another are one, and the first of all is the element's own.
@@ -194,16 +251,16 @@ class TwinWalk {
     step == 1 ? removeOrClear(name) : removeAll("value");
   }
   void clear(const std::string&) {
-    it_.clear();
+    at_->parent == nullptr ? it_.removeCurrent() : it_.clear();
     at_->text.clear();
     at_->children.clear();
+    at_->attributes.clear();
   }
   std::vector<std::size_t> pathOf(const Twin* twin) const {
     std::vector<std::size_t> path;
     for (; twin->parent != nullptr; twin = twin->parent) {
-      const auto& siblings = twin->parent->children;
-      const auto found = std::ranges::find_if(siblings, [twin](const Twin& other) { return &other == twin; });
-      path.insert(path.begin(), static_cast<std::size_t>(std::distance(siblings.begin(), found)));
+      const auto steps = std::distance(twin->parent->children.begin(), placeOf(*twin));
+      path.insert(path.begin(), static_cast<std::size_t>(steps));
     }
     return path;
   }
@@ -226,10 +283,11 @@ class TwinWalk {
   }
 
   std::mt19937 random_;
-  KFLMessage message_{"root"};
-  KFLMessageIterator it_ = message_.getIterator();
+  KFLMessage message_;
+  KFLMessageIterator it_, heldAt_;
   KFLElementHold held_;
-  Twin root_{"root", {}, {}};
+  std::string heldText_;  // what is held apart prints; empty when nothing is
+  Twin root_{"root", {}, {}, nullptr, " p=\"1\" q=\"2\""};
   Twin* at_ = &root_;
   int guards_ = 0;
 };
