@@ -3,6 +3,7 @@
 #ifndef KFA_TESTS_MESSAGEEXAMPLES_H
 #define KFA_TESTS_MESSAGEEXAMPLES_H
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,17 +17,13 @@
 #include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLRecordRegistry.h>
 
-// The record that the first comment names: its first word that is the name of one.
+// The record that the first word of the first comment names.
 inline const KFL::KFLRecordType* recordOf(const std::string& xml) {
-  const std::size_t begin = xml.find("<!--");
-  std::istringstream words(begin == std::string::npos ? ""
-                                                      : xml.substr(begin + 4, xml.find("-->") - begin - 4));
-  for (std::string word; words >> word;) {
-    while (!word.empty() && (word.back() == ':' || word.back() == ',' || word.back() == '.'))
-      word.pop_back();
-    if (const KFL::KFLRecordType* record = KFL::findRecordType(word)) return record;
-  }
-  return nullptr;
+  std::istringstream words(xml.substr(std::min(xml.find("<!--"), xml.size() - 4) + 4));
+  std::string name;
+  words >> name;
+  if (name.ends_with(':')) name.pop_back();
+  return KFL::findRecordType(name);
 }
 
 struct Example {

@@ -34,6 +34,7 @@
 #include <KFLFunctionality/KFLOS.h>
 
 #include "MessageExamples.h"
+#include "Records.h"
 
 namespace {
 
@@ -49,13 +50,7 @@ std::string written(const KFLRecordType& type, const void* record, const KFLFiel
   EXPECT_EQ(type.write(it, record), 0) << KFL::getErrorMessage();
   if (row == nullptr) return message.toString();
   std::string text;
-  const auto take = [&](const KFLField& of) {
-    for (int left = it.findChild(of.id); left == 0; left = it.findNextChild(of.id)) {
-      std::string one;
-      EXPECT_EQ(it.print(one), 0);
-      text += one;
-    }
-  };
+  const auto take = [&](const KFLField& of) { text += printedOf(KFLMessageIterator(it), of.id); };
   if (row->shape == KFL::KFLFieldShape::Inline)
     visitRows(row->table(), take);
   else

@@ -29,6 +29,17 @@ inline Names namesOf(const KFL::KFLMessageIterator& it) {
   return names;
 }
 
+// The elements of a name, as texts.
+inline std::string printedOf(const KFL::KFLMessageIterator& it, KFL::KFLElementID id) {
+  std::string all;
+  for (int left = it.findChild(id); left == 0; left = it.findNextChild(id)) {
+    std::string one;
+    EXPECT_EQ(it.print(one), 0);
+    all += one;
+  }
+  return all;
+}
+
 template <class Record, class... Writer>
 Names elementsOf(const Record& record, const Writer&... writer) {
   KFL::KFLMessage message;

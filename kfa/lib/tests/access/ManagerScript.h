@@ -4,14 +4,22 @@
 #ifndef KFA_TESTS_MANAGERSCRIPT_H
 #define KFA_TESTS_MANAGERSCRIPT_H
 
+#include <any>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <set>
 #include <string>
+#include <tuple>
 #include <type_traits>
+#include <typeindex>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
+#include <boost/preprocessor/seq/for_each.hpp>
+#include <boost/preprocessor/stringize.hpp>
+#include <boost/preprocessor/variadic/to_seq.hpp>
 
 #include <KFAFunctionality/access/KFALibFunctionality.h>
 #include <KFAFunctionality/access/KFAManagerForms.h>
@@ -19,26 +27,17 @@
 #include <KFLCommon/KFLError.h>
 
 // The managers of one node, whichever way they are reached.
-struct Managers {
-  boost::shared_ptr<KFA::KFATEM> templates;
-  boost::shared_ptr<KFA::KFAEnvM> environments;
-  boost::shared_ptr<KFA::KFAPkgM> packages;
-  boost::shared_ptr<KFA::KFAProcessM> processes;
-  boost::shared_ptr<KFA::KFANetworkM> network;
-  boost::shared_ptr<KFA::KFAProcessMonitor> monitor;
-  boost::shared_ptr<KFA::KFAUp2date> updates;
-  boost::shared_ptr<KFA::KFASupport> support;
-  boost::shared_ptr<KFA::KFASampleM> samples;
-};
+template <class... Manager>
+using ManagersOf = std::tuple<boost::shared_ptr<Manager>...>;
+using Managers = ManagersOf<KFA::KFATEM, KFA::KFAEnvM, KFA::KFAPkgM, KFA::KFAProcessM, KFA::KFANetworkM,
+                            KFA::KFAProcessMonitor, KFA::KFAUp2date, KFA::KFASupport, KFA::KFASampleM>;
 
 // Each of them by `get`, which is given the type of the manager.
 template <class Get>
 Managers managersBy(Get get) {
-  return {get.template operator()<KFA::KFATEM>(),      get.template operator()<KFA::KFAEnvM>(),
-          get.template operator()<KFA::KFAPkgM>(),     get.template operator()<KFA::KFAProcessM>(),
-          get.template operator()<KFA::KFANetworkM>(), get.template operator()<KFA::KFAProcessMonitor>(),
-          get.template operator()<KFA::KFAUp2date>(),  get.template operator()<KFA::KFASupport>(),
-          get.template operator()<KFA::KFASampleM>()};
+  return [&]<class... Manager>(const ManagersOf<Manager...>*) {
+    return Managers(get.template operator()<Manager>()...);
+  }(static_cast<const Managers*>(nullptr));
 }
 
 inline Managers localManagers(const KFA::KFALibFunctionality& of, const std::string& implementation) {
@@ -95,48 +94,83 @@ inline KFA::KFAMemoryNode::Content exampleNode() {
 // Calls, and keeps what they gave.
 class ManagerScript {
  public:
-  // The whole script, in which every operation is called, the likely refusals of each included; managers that are not
-  // there are left out.
+  // The whole script, in which every operation is called with each of some arguments, and again when they have changed the
+  // node; managers that are not there are left out.
   static std::string run(const Managers& managers) {
-    ManagerScript script;
-    if (managers.environments) script.callEnvironments(*managers.environments);
-    if (managers.samples) script.callSamples(*managers.samples);
-    if (managers.templates) script.callTemplates(*managers.templates);
-    if (managers.packages) script.callPackages(*managers.packages);
-    if (managers.processes) script.callProcesses(*managers.processes);
-    if (managers.monitor) script.callMonitor(*managers.monitor);
-    if (managers.network) script.callNetwork(*managers.network);
-    if (managers.updates) script.callUpdates(*managers.updates);
-    if (managers.support) script.callSupport(*managers.support);
-    script.callEnds(*managers.environments, *managers.samples);
+    ManagerScript script(managers);
+    script.makeEnvironment(*std::get<boost::shared_ptr<KFA::KFAEnvM>>(managers));
+    for (int pass = 0; pass < 2; ++pass)
+      script.callAll();
+    for (int pass = 0; pass < 2; ++pass)
+      script.removeAll();
     return script.text_;
   }
 
  private:
-  template <class Manager, class Owner, class... Parameters, class... Arguments>
+  explicit ManagerScript(const Managers& managers) : managers_(managers) {
+    using namespace KFA;
+    KFAEnvConfig config;
+    config.setHostname(std::string("a <b> & \"c\" \r\n\t d\u20ac "));
+    config.setSearchDomains(std::set<std::string>());
+    KFAPackageInfo unknown;
+    unknown.setName("unknown");
+    of<KFLEID>() = {kFirst, KFLEID()};
+    of<int>() = {412, 0};
+    of<std::string>() = {"basic", "", "a/b <\u20ac>"};
+    of<std::vector<std::string>>() = {{}, {"/bin/echo", "", " two\nlines "}};
+    of<KFATemplate>() = {KFATemplate("web"), KFATemplate("mail", "2")};
+    of<std::vector<KFATemplate>>() = {{}, {KFATemplate("mail", "2"), KFATemplate("x")}};
+    of<KFAEnvConfig>() = {KFAEnvConfig(), config};
+    of<KFAVtSettings>() = {exampleOf<KFAVtSettings>("vtsettings.xml")};
+    of<KFAVtSettings>()[0].addValue("added", "yes");
+    of<KFAPackageInfo>() = {unknown, exampleOf<KFAPackageInfo>("packageinfo.xml")};
+    of<std::vector<KFAPackageInfo>>() = {{unknown}, {of<KFAPackageInfo>()[1]}};
+    of<KFANetConfiguration>() = {exampleOf<KFANetConfiguration>("netconfiguration.xml")};
+    of<KFAUpdateConfig>() = {exampleOf<KFAUpdateConfig>("updateconfig.xml")};
+    of<KFAProblemReportData>() = {exampleOf<KFAProblemReportData>("problemreportdata.xml")};
+  }
+
+  // The arguments of a type: those from the start, and behind them what a call gave last.
+  template <class T>
+  std::vector<T>& of() {
+    std::any& values = values_[typeid(T)];
+    if (!values.has_value()) values = std::vector<T>(1);
+    return std::any_cast<std::vector<T>&>(values);
+  }
+  template <class T>
+  void keep(const T& value) {
+    if (!hasLast_.insert(typeid(T)).second) of<T>().pop_back();
+    of<T>().push_back(value);
+  }
+
+  template <class Manager, class Owner, class... Parameters>
   void call(const char* name, Manager& manager, int (Owner::*member)(Parameters...),
-            Arguments&&... arguments) {
+            std::remove_cvref_t<Parameters>... values) {
     KFL::setErrorMessage("%s", "");
-    const int code = (manager.*member)(arguments...);
+    const int code = (manager.*member)(values...);
     text_ += std::string(name) + ": " + std::to_string(code);
     if (code < 0) text_ += " " + KFL::getErrorMessage();
     text_ += "\n";
-    (addResult<Parameters>(arguments), ...);
+    (addResult<Parameters>(code, values), ...);
   }
+  template <class Parameter>
+  static constexpr bool isResult =
+      std::is_lvalue_reference_v<Parameter> && !std::is_const_v<std::remove_reference_t<Parameter>>;
   template <class Parameter, class T>
-  void addResult(const T& value) {
-    if constexpr (!std::is_const_v<std::remove_reference_t<Parameter>> &&
-                  std::is_lvalue_reference_v<Parameter>)
+  void addResult(int code, const T& value) {
+    if constexpr (isResult<Parameter>) {
       print(value);
+      if (code == KFA::KFAManagerDone) keep(value);
+    }
   }
   template <class T>
   void print(const T& value) {
     if constexpr (KFA::forms::isVector<T>) {
       for (const auto& item : value)
         print(item);
-    } else if constexpr (KFA::forms::isPointer<T>) {
-      if (value) printOne(value);
-    } else {
+    } else if constexpr (!KFA::forms::isPointer<T>) {
+      printOne(value);
+    } else if (value) {
       printOne(value);
     }
   }
@@ -147,162 +181,58 @@ class ManagerScript {
     text_ += "  " + xml + "\n";
   }
 
-  void callEnvironments(KFA::KFAEnvM& m) {
-    using M = KFA::KFAEnvM;
-    std::vector<M::EnvSP> envs;
-    M::EnvSP env;
-    KFA::KFAEnvConfig config, changes;
-    KFA::KFAVtSettings settings;
-    KFA::KFAVtInfo info;
-    KFL::KFLEID eid;
-    call("list", m, &M::list, envs);
-    call("get", m, &M::get, kFirst, env);
-    call("get nobody", m, &M::get, kNobody, env);
-    call("get no id", m, &M::get, KFL::KFLEID(), env);
-    call("getConfig", m, &M::getConfig, kFirst, config);
-    call("getConfig nobody", m, &M::getConfig, kNobody, config);
-    call("create in use", m, &M::create, config, eid);
-    config.setVeid(103);
-    call("create", m, &M::create, config, eid);
-    changes.setHostname(std::string("a <b> & \"c\" \r\n\t d\u20ac "));
-    changes.setSearchDomains(std::set<std::string>());
-    call("setConfig", m, &M::setConfig, kFirst, changes);
-    call("setConfig of nothing", m, &M::setConfig, kFirst, KFA::KFAEnvConfig());
-    call("getConfig changed", m, &M::getConfig, kFirst, config);
-    for (const auto member : {&M::start, &M::stop, &M::start}) {
-      call("run", m, member, kSecond);
-      call("run nobody", m, member, kNobody);
+  // With each argument behind those that are chosen; a result begins as what a call gave last.
+  template <class Manager, class Owner, class... Parameters, class... Chosen>
+  void callEach(const char* name, int (Owner::*member)(Parameters...), const Chosen&... chosen) {
+    constexpr std::size_t kAt = sizeof...(Chosen);
+    const auto& manager = std::get<boost::shared_ptr<Manager>>(managers_);
+    if constexpr (kAt == sizeof...(Parameters)) {
+      if (manager) call(name, *manager, member, chosen...);
+    } else {
+      using Parameter = std::tuple_element_t<kAt, std::tuple<Parameters...>>;
+      const std::vector<std::remove_cvref_t<Parameter>> values = of<std::remove_cvref_t<Parameter>>();
+      for (std::size_t i = isResult<Parameter> ? values.size() - 1 : 0; i < values.size(); ++i)
+        callEach<Manager>(name, member, chosen..., values[i]);
     }
-    call("getInfo", m, &M::getInfo, info);
-    call("getSettings", m, &M::getSettings, settings);
-    settings.addValue("added", "yes");
-    call("setSettings", m, &M::setSettings, settings);
-    call("getSettings changed", m, &M::getSettings, settings);
-    call("list again", m, &M::list, envs);
-  }
-  void callSamples(KFA::KFASampleM& m) {
-    using M = KFA::KFASampleM;
-    std::vector<std::string> names{"before"};
-    KFA::KFAEnvConfig sample;
-    KFA::KFAQoSValidationList violations;
-    call("list", m, &M::list, names);
-    for (const std::string name : {"basic", "", "none", "a/b <\u20ac>"})
-      call("get", m, &M::get, name, sample);
-    call("get basic", m, &M::get, std::string("basic"), sample);
-    call("set", m, &M::set, std::string("web"), sample);
-    call("check", m, &M::check, sample, violations);
-    call("check of nothing", m, &M::check, KFA::KFAEnvConfig(), violations);
-    call("list", m, &M::list, names);
-  }
-  void callTemplates(KFA::KFATEM& m) {
-    using M = KFA::KFATEM;
-    using KFA::KFATemplate;
-    std::vector<M::PackageSP> templates;
-    std::vector<KFATemplate> names;
-    KFA::KFATemplateConfigInfo info;
-    call("list", m, &M::list, templates);
-    call("get", m, &M::get, KFATemplate("web"), info);
-    call("get none", m, &M::get, KFATemplate("none", "1"), info);
-    call("install", m, &M::install, KFATemplate("mail", "2"));
-    call("addTo", m, &M::addTo, kFirst, std::vector{KFATemplate("mail", "2"), KFATemplate("x")});
-    call("addTo nobody", m, &M::addTo, kNobody, std::vector<KFATemplate>());
-    call("listOf", m, &M::listOf, kFirst, names);
-    call("remove used", m, &M::remove, KFATemplate("mail", "2"));
-    call("removeFrom", m, &M::removeFrom, kFirst, std::vector{KFATemplate("mail", "2")});
-    call("remove", m, &M::remove, KFATemplate("mail", "2"));
-    call("remove again", m, &M::remove, KFATemplate("mail", "2"));
-    call("listOf", m, &M::listOf, kFirst, names);
-    call("listOf nobody", m, &M::listOf, kNobody, names);
-  }
-  void callPackages(KFA::KFAPkgM& m) {
-    using M = KFA::KFAPkgM;
-    std::vector<KFA::KFAPackageInfo> packages, changed;
-    std::vector<KFA::KFAPackageVersion> versions;
-    KFA::KFAPackageInfo unknown;
-    unknown.setName("unknown");
-    call("list", m, &M::list, kFirst, packages);
-    call("get", m, &M::get, kFirst, unknown, versions);
-    if (!packages.empty()) call("get", m, &M::get, kFirst, packages.front(), versions);
-    call("check", m, &M::check, kFirst, changed);
-    call("update", m, &M::update, kFirst, packages, changed);
-    call("install", m, &M::install, kSecond, packages, changed);
-    call("install unknown", m, &M::install, kSecond, std::vector{unknown}, changed);
-    call("remove", m, &M::remove, kSecond, packages, changed);
-    call("remove again", m, &M::remove, kSecond, packages, changed);
-    call("list", m, &M::list, kSecond, packages);
-    call("list nobody", m, &M::list, kNobody, packages);
-  }
-  void callProcesses(KFA::KFAProcessM& m) {
-    using M = KFA::KFAProcessM;
-    std::vector<KFA::KFAProcess> processes;
-    KFA::KFAProcess process;
-    KFA::KFACommandResult result;
-    call("list", m, &M::list, kFirst, processes);
-    call("get", m, &M::get, kFirst, 412, process);
-    call("get none", m, &M::get, kFirst, -1, process);
-    call("signal", m, &M::signal, kFirst, 412, 15);
-    call("list", m, &M::list, kFirst, processes);
-    for (const KFL::KFLEID& eid : {kFirst, kNobody})
-      call("execute", m, &M::execute, eid, std::vector<std::string>{"/bin/echo", "", " two\nlines "}, result);
-    call("execute nothing", m, &M::execute, kFirst, std::vector<std::string>(), result);
-  }
-  void callMonitor(KFA::KFAProcessMonitor& m) {
-    using M = KFA::KFAProcessMonitor;
-    std::vector<KFL::KFLEID> eids;
-    std::vector<KFA::KFAProcess> processes;
-    call("get unwatched", m, &M::get, kFirst, processes);
-    call("start", m, &M::start, kFirst, 5);
-    call("start at once", m, &M::start, kFirst, 0);
-    call("list", m, &M::list, eids);
-    call("get", m, &M::get, kFirst, processes);
-    call("stop", m, &M::stop, kFirst);
-    call("stop again", m, &M::stop, kFirst);
-    call("list", m, &M::list, eids);
-  }
-  void callNetwork(KFA::KFANetworkM& m) {
-    using M = KFA::KFANetworkM;
-    std::vector<M::DeviceSP> devices;
-    std::vector<KFA::KFANetVEth> veths;
-    KFA::KFANetConfiguration shaping;
-    call("list", m, &M::list, devices);
-    call("get", m, &M::get, kFirst, veths);
-    call("get nobody", m, &M::get, kNobody, veths);
-    call("setShaping", m, &M::setShaping, exampleOf<KFA::KFANetConfiguration>("netconfiguration.xml"));
-    call("getShaping", m, &M::getShaping, shaping);
-  }
-  void callUpdates(KFA::KFAUp2date& m) {
-    using M = KFA::KFAUp2date;
-    KFA::KFAUpdateList updates;
-    KFA::KFAUpdateConfig config;
-    call("list", m, &M::list, updates);
-    call("install", m, &M::install, updates);
-    call("listInstalled", m, &M::listInstalled, updates);
-    call("check", m, &M::check, updates);
-    call("setConfig", m, &M::setConfig, exampleOf<KFA::KFAUpdateConfig>("updateconfig.xml"));
-    call("getConfig", m, &M::getConfig, config);
-  }
-  void callSupport(KFA::KFASupport& m) {
-    using M = KFA::KFASupport;
-    std::string id, path;
-    std::vector<std::string> ids;
-    KFA::KFAProblemReportData data;
-    call("send", m, &M::send, exampleOf<KFA::KFAProblemReportData>("problemreportdata.xml"), id);
-    call("collect", m, &M::collect, exampleOf<KFA::KFAProblemReportData>("problemreportdata.xml"), path);
-    call("list", m, &M::list, ids);
-    call("get", m, &M::get, id, data);
-    call("get none", m, &M::get, std::string("none"), data);
-  }
-  // What takes things away comes last.
-  void callEnds(KFA::KFAEnvM& environments, KFA::KFASampleM& samples) {
-    KFL::KFLEID eid;
-    auto options = exampleOf<KFA::KFAMigratorCloneOptions>("migratorcloneoptions.xml");
-    call("clone nobody", environments, &KFA::KFAEnvM::clone, kNobody, options, eid);
-    for (const KFL::KFLEID& gone : {kFirst, kThird, kThird})
-      call("remove", environments, &KFA::KFAEnvM::remove, gone);
-    call("remove sample", samples, &KFA::KFASampleM::remove, std::string("web"));
-    call("remove sample again", samples, &KFA::KFASampleM::remove, std::string("web"));
   }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a class and one of its members
+#define KFA_CALL(r, Manager, Name) \
+  callEach<KFA::Manager>(BOOST_PP_STRINGIZE(Manager.Name), &KFA::Manager::Name);
+// NOLINTEND(bugprone-macro-parentheses)
+#define KFA_CALLS(Manager, ...) \
+  BOOST_PP_SEQ_FOR_EACH(KFA_CALL, Manager, BOOST_PP_VARIADIC_TO_SEQ(__VA_ARGS__))
+  void callAll() {
+    KFA_CALLS(KFAEnvM, list, get, getConfig, setConfig, start, getInfo, setSettings, getSettings)
+    KFA_CALLS(KFASampleM, list, get, set, check)
+    KFA_CALLS(KFATEM, list, get, install, addTo, listOf)
+    KFA_CALLS(KFAPkgM, list, get, check, update, install)
+    KFA_CALLS(KFAProcessM, list, get, signal, execute)
+    KFA_CALLS(KFAProcessMonitor, get, start, list)
+    KFA_CALLS(KFANetworkM, list, get, setShaping, getShaping)
+    KFA_CALLS(KFAUp2date, list, install, listInstalled, check, setConfig, getConfig)
+    KFA_CALLS(KFASupport, collect, send, list, get)
+  }
+  void removeAll() {
+    KFA_CALLS(KFATEM, remove, removeFrom)
+    KFA_CALLS(KFAPkgM, remove)
+    KFA_CALLS(KFAProcessMonitor, stop)
+    KFA_CALLS(KFASampleM, remove)
+    KFA_CALLS(KFAEnvM, remove, stop)
+  }
+  // One is made, which has an id that is known.
+  void makeEnvironment(KFA::KFAEnvM& m) {
+    auto config = exampleOf<KFA::KFAEnvConfig>("venvconfig.xml");
+    call("KFAEnvM.create in use", m, &KFA::KFAEnvM::create, config, KFL::KFLEID());
+    config.setVeid(103);
+    call("KFAEnvM.create", m, &KFA::KFAEnvM::create, config, KFL::KFLEID());
+    call("KFAEnvM.clone nobody", m, &KFA::KFAEnvM::clone, kNobody,
+         exampleOf<KFA::KFAMigratorCloneOptions>("migratorcloneoptions.xml"), KFL::KFLEID());
+  }
+
+  const Managers managers_;
+  std::map<std::type_index, std::any> values_;
+  std::set<std::type_index> hasLast_;
   std::string text_;
 };
 

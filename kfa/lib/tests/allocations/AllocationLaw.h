@@ -12,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -23,96 +24,84 @@
 #include "FailingAllocations.h"
 
 // One call. Each try prepares a subject of its own; the state is all that a caller can see of it.
-struct Entry {
-  std::string name;
+class AllocationLaw {
+ public:
   std::function<std::shared_ptr<void>()> prepare;
   std::function<int(void*)> call;
   std::function<std::string(void*)> state;
-};
-
-class AllocationLaw {
- public:
-  explicit AllocationLaw(const Entry& entry) : entry_(entry) {}
+  std::size_t points = 0;
 
   // The first fault; empty when there is none.
   std::string findFault() {
     // What is made once and kept is made by then.
     for (int i = 0; i < 2; ++i) {
-      const auto subject = entry_.prepare();
-      before_ = entry_.state(subject.get());
-      result_ = entry_.call(subject.get());
-      after_ = entry_.state(subject.get());
+      const auto subject = prepare();
+      before_ = state(subject.get());
+      result_ = call(subject.get());
+      after_ = state(subject.get());
     }
     for (const failing::Mode mode : {failing::Mode::Once, failing::Mode::FromThenOn}) {
-      for (std::size_t number = 1;; ++number) {
-        const std::string fault = tryPoint(number, mode);
-        if (!fault.empty())
-          return entry_.name + ", allocation " + std::to_string(number) +
+      wasReached_ = true;
+      for (std::size_t number = 1; wasReached_; ++number) {
+        if (const std::string fault = tryPoint(number, mode); !fault.empty())
+          return "allocation " + std::to_string(number) +
                  (mode == failing::Mode::Once ? ": " : " and all behind it: ") + fault;
-        if (!wasReached_) break;
-        ++points_;
+        points += wasReached_ ? 1 : 0;
       }
     }
     return {};
   }
-  std::size_t countPoints() const { return points_; }
 
  private:
-  // The error text of the thread has one block of its own from here on.
-  static void resetErrorText() { KFL::setErrorMessage("%64s", ""); }
-  static int countOpenFiles() {
-    int count = 0;
+  // What a call may leave behind; the error text of the thread has one block of its own.
+  static std::pair<long, int> held() {
+    KFL::setErrorMessage("%64s", "");
+    int files = 0;
     for (int fd = 0; fd < 64; ++fd)
-      count += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
-    return count;
+      files += fcntl(fd, F_GETFD) != -1 ? 1 : 0;
+    return {failing::liveBlocks(), files};
   }
 
   std::string tryPoint(std::size_t number, failing::Mode mode) {
-    resetErrorText();
-    const long blocks = failing::liveBlocks();
-    const int files = countOpenFiles();
+    const auto [blocks, files] = held();
     if (std::string fault = tryCall(number, mode); !fault.empty()) return fault;
-    resetErrorText();
-    const long leaked = failing::liveBlocks() - blocks;
+    const auto [blocksNow, filesNow] = held();
     // They are fewer where something that had been kept for later calls was given back instead.
-    if (leaked > 0) return std::to_string(leaked) + " blocks are not given back";
-    return countOpenFiles() == files ? "" : "a file is left open";
+    if (blocksNow > blocks) return std::to_string(blocksNow - blocks) + " blocks are not given back";
+    return filesNow == files ? "" : "a file is left open";
   }
 
   std::string tryCall(std::size_t number, failing::Mode mode) {
-    const auto subject = entry_.prepare();
+    const auto subject = prepare();
     // Looked at before each call, as it was for what is compared with.
-    if (entry_.state(subject.get()) != before_) return "is not prepared the same each time";
-    enum { Returned, ThrewBadAlloc, ThrewOther } end = Returned;
-    int result = 0;
+    if (state(subject.get()) != before_) return "is not prepared the same each time";
+    std::optional<int> result;
+    bool isOther = false;
     failing::arm(number, mode);
     try {
-      result = entry_.call(subject.get());
+      result = call(subject.get());
     } catch (const std::bad_alloc&) {
-      end = ThrewBadAlloc;
+      // No result.
     } catch (...) {
-      end = ThrewOther;
+      isOther = true;
     }
     wasReached_ = failing::disarm();
-    if (end == ThrewOther) return "another exception than std::bad_alloc";
-    const std::string state = entry_.state(subject.get());
-    if (end == Returned && result == result_ && state == after_) return {};
-    if (end == Returned && result >= 0) return "answers " + std::to_string(result) + " with " + state;
-    if (end == Returned && !wasReached_) return "answers differently each time";
-    if (state != before_) return "before\n" + before_ + "\nand then\n" + state;
-    result = entry_.call(subject.get());
-    if (result != result_)
-      return "called again, it answers " + std::to_string(result) + ": " + KFL::getErrorMessage();
-    const std::string again = entry_.state(subject.get());
+    if (isOther) return "another exception than std::bad_alloc";
+    const std::string now = state(subject.get());
+    if (result == result_ && now == after_) return {};
+    if (result >= 0) return "answers " + std::to_string(*result) + " with " + now;
+    if (result && !wasReached_) return "answers differently each time";
+    if (now != before_) return "before\n" + before_ + "\nand then\n" + now;
+    if (const int again = call(subject.get()); again != result_)
+      return "called again, it answers " + std::to_string(again) + ": " + KFL::getErrorMessage();
+    const std::string again = state(subject.get());
     return again == after_ ? "" : "called again, it gives\n" + again + "\nand not\n" + after_;
   }
 
-  const Entry& entry_;
   int result_ = 0;
   std::string before_;
   std::string after_;
   bool wasReached_ = false;
-  std::size_t points_ = 0;
 };
 
 // Holds calls against the law, one after the other, on subjects whose state is seen in one way, and tells how many points
@@ -129,16 +118,17 @@ class AllocationLaws {
   }
 
   template <class Prepare, class Call>
-  void operator()(std::string name, Prepare prepare, Call call) {
+  void operator()(const std::string& name, Prepare prepare, Call call) {
     using Subject = std::invoke_result_t<Prepare>;
-    const Entry entry{std::move(name), [&prepare] { return std::make_shared<Subject>(prepare()); },
-                      [&call](void* subject) {
-                        return static_cast<int>(std::invoke(call, *static_cast<Subject*>(subject)));
-                      },
-                      [this](void* subject) { return std::string(state_(*static_cast<Subject*>(subject))); }};
-    AllocationLaw law(entry);
-    if (const std::string fault = law.findFault(); !fault.empty()) ADD_FAILURE() << what_ << ": " << fault;
-    points_ += law.countPoints();
+    AllocationLaw law;
+    law.prepare = [&prepare] { return std::make_shared<Subject>(prepare()); };
+    law.call = [&call](void* subject) {
+      return static_cast<int>(std::invoke(call, *static_cast<Subject*>(subject)));
+    };
+    law.state = [this](void* subject) { return std::string(state_(*static_cast<Subject*>(subject))); };
+    if (const std::string fault = law.findFault(); !fault.empty())
+      ADD_FAILURE() << what_ << ": " << name << ", " << fault;
+    points_ += law.points;
     ++entries_;
   }
 

@@ -42,25 +42,6 @@ void* counted(void* block) noexcept {
   return block;
 }
 
-}  // namespace
-
-void arm(std::size_t number, Mode how) noexcept {
-  mode = how;
-  hasFailed = false;
-  left = number;
-}
-
-bool disarm() noexcept {
-  left = 0;
-  return hasFailed;
-}
-
-long liveBlocks() noexcept {
-  return live;
-}
-
-namespace {
-
 void* allocate(std::size_t size) noexcept {
   return fails() ? nullptr : counted(BELOW(malloc)(size));
 }
@@ -80,6 +61,21 @@ void* orThrow(void* block) {
 }
 
 }  // namespace
+
+void arm(std::size_t number, Mode how) noexcept {
+  mode = how;
+  hasFailed = false;
+  left = number;
+}
+
+bool disarm() noexcept {
+  left = 0;
+  return hasFailed;
+}
+
+long liveBlocks() noexcept {
+  return live;
+}
 
 }  // namespace failing
 
@@ -119,24 +115,18 @@ KFA_EXPORTED void free(void* block) noexcept {
 }  // extern "C"
 
 // The sanitizers bring an operator new that does not call malloc.
-void* operator new(std::size_t size) {
-  return orThrow(allocate(size));
-}
-void* operator new[](std::size_t size) {
-  return orThrow(allocate(size));
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocate(size);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return orThrow(allocateAligned(static_cast<std::size_t>(alignment), size));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return orThrow(allocateAligned(static_cast<std::size_t>(alignment), size));
-}
+#define KFA_TAKES(name)                                                         \
+  void* operator name(std::size_t size) {                                       \
+    return orThrow(allocate(size));                                             \
+  }                                                                             \
+  void* operator name(std::size_t size, const std::nothrow_t&) noexcept {       \
+    return allocate(size);                                                      \
+  }                                                                             \
+  void* operator name(std::size_t size, std::align_val_t alignment) {           \
+    return orThrow(allocateAligned(static_cast<std::size_t>(alignment), size)); \
+  }
+KFA_TAKES(new)
+KFA_TAKES(new[])
 
 #define KFA_RELEASES(...)                                    \
   void operator delete(void* block __VA_ARGS__) noexcept {   \

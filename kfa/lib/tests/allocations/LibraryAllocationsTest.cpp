@@ -11,7 +11,6 @@
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 #include <KFAFunctionality/files/KFABashConfig.h>
-#include <KFAFunctionality/files/KFAConfigCheck.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
 #include <KFAFunctionality/files/KFAGlobalConfigRules.h>
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
@@ -146,7 +145,9 @@ TEST(Allocations, OfEveryKeyAndOfDifferences) {
       text += key + "=" + value + ";";
     return text;
   });
-  const auto from = [](std::string text) { return [=] { return OneKey{configOf(text), {}, {{"a", "b"}}}; }; };
+  const auto from = [](const std::string& text) {
+    return [=] { return OneKey{configOf(text), {}, {{"a", "b"}}}; };
+  };
   for (const auto& [name, sample] : samples) {
     const std::string& key = name;
     const std::string& value = sample;
@@ -274,12 +275,6 @@ TEST(Allocations, OfTheFilesOfANode) {
     }
     return result;
   });
-  laws("file checked", [&] {
-    std::string text;
-    for (const KFAConfigFinding& finding : checkConfig(rules, kFaulty))
-      text += finding.rule + " " + finding.text + "\n";
-    return text;
-  });
   laws("global file judged", [&] {
     const KFAGlobalConfigRules global;
     KFAConfigChanges changes = {{"lockdir", kLong}, {"template", "/t"}};
@@ -290,13 +285,7 @@ TEST(Allocations, OfTheFilesOfANode) {
     KFAVtSettings settings;
     return text + std::to_string(readGlobalConfig("LOCKDIR=\"/l\"\n", "g", settings)) + textOf(settings);
   });
-  laws("changes read", [&](std::string& text) {
-    KFAChangeList changes;
-    const int result = parseChangeList(kChangeText, "changes", changes);
-    text = textOf(changes);
-    return result;
-  });
-  laws("changes applied", [&](std::string& text) {
+  laws("changes read and applied", [&](std::string& text) {
     KFAChangeList changes;
     const int result = parseChangeList(kChangeText, "changes", changes);
     return result != 0 ? result : applyChanges(rules, changes, {}, file, "101.conf", text);
@@ -330,7 +319,7 @@ TEST(Allocations, OfTheFilesOfANode) {
     const KFAKeyCatalogue catalogue(parser, KFL::KFLVocMapSP());
     return catalogue.find("hostname")->form + catalogue.showValue("numproc", "5:6");
   });
-  laws("node checked", [&] {
+  laws("files and node checked", [&] {
     KFANodeCheck check(parser, {});
     check.add({"101.conf", 101}, file);
     check.add({"102.conf", 102}, kFaulty);
@@ -406,19 +395,22 @@ struct Formulas {
 };
 
 TEST(Allocations, OfFormulas) {
-  const std::vector<std::string> texts = {"numproc.soft <= numproc.hard",
-                                          "kmemsize.soft >= numproc.soft * 40000", "QOS.soft <= QOS.hard"};
+  std::set<KFL::KFLQoS> qoses;
+  KFAQVTuneParameters values;
+  TestParameters parameters;
+  for (const char* const id : {"numproc", "kmemsize", "avnumproc", "a_parameter_with_a_long_name"}) {
+    KFL::KFLQoS qos(id);
+    qos.setSoft(9);
+    qos.setHard(5);
+    qoses.insert(qos);
+    values[id] = {2, 1, {}};
+    parameters.emplace_back(id, 2);
+  }
   const auto vocabulary = vocabularyOf(
-      {{"numproc", 2}, {"kmemsize", 2}, {"avnumproc", 2}, {"a_parameter_with_a_long_name", 2}}, texts);
+      parameters,
+      {"numproc.soft <= numproc.hard", "kmemsize.soft >= numproc.soft * 40000", "QOS.soft <= QOS.hard"});
   const auto fresh = [=] {
     Formulas made;
-    std::set<KFL::KFLQoS> qoses;
-    for (const char* const id : {"numproc", "kmemsize", "avnumproc", "a_parameter_with_a_long_name"}) {
-      KFL::KFLQoS qos(id);
-      qos.setSoft(9);
-      qos.setHard(5);
-      qoses.insert(qos);
-    }
     made.config.setQoSes(qoses);
     made.tune = boost::make_shared<KFAQVTune>(made.config, vocabulary);
     return made;
@@ -428,27 +420,18 @@ TEST(Allocations, OfFormulas) {
     EXPECT_EQ(made.tune->init(), 0);
     return made;
   };
-  const auto found = [](Formulas& f) {
-    std::string text = f.tune->toString(f.notation) + f.text;
+  AllocationLaws laws("formulas", [](Formulas& f) {
+    std::string text = std::to_string(f.tune->count) + f.tune->toString(f.notation) + f.text;
     for (const KFAQVTuneFailure& failure : f.failures)
       text += failure.formula->expression + std::to_string(failure.params.size());
     for (const KFAQoSValidation& validation : f.validations)
       text += validation.getExpression();
-    return text;
-  };
-  const auto state = [found](Formulas& f) {
-    std::string text = std::to_string(f.tune->count) + found(f);
     for (const KFAQVFormula& formula : f.tune->formulas)
       text += formula.expression;
     return text;
-  };
-  const KFAQVTuneParameters values = {{"numproc", {2, 1, {}}},
-                                      {"kmemsize", {4, 3, {}}},
-                                      {"avnumproc", {6, 5, {}}},
-                                      {"a_parameter_with_a_long_name", {1, 1, {}}}};
+  });
   const std::string formula =
       "numproc.soft + kmemsize.hard * 3 + a_parameter_with_a_long_name.soft <= 12 && numproc.hard > 1";
-  AllocationLaws laws("formulas", state);
   laws("vocabulary's compiled", fresh, [](Formulas& f) { return f.tune->init(); });
   laws("compiled", initialised, [&](Formulas& f) { return f.tune->formFormula(formula, f.notation); });
   laws("faulty compiled", initialised, [](Formulas& f) {
@@ -461,8 +444,6 @@ TEST(Allocations, OfFormulas) {
   laws("checked", initialised, [&](Formulas& f) { return f.tune->checkParameters(values, f.failures); });
   laws("configuration validated", fresh,
        [&](Formulas& f) { return validateQoSes(&f.validations, vocabulary, f.config); });
-  AllocationLaws results("results of formulas", found);
-  results("checked at once", fresh, [&](Formulas& f) { return f.tune->checkParameters(values, f.failures); });
 }
 
 // --- Access points --------------------------------------------------------------------------------------------------

@@ -40,17 +40,6 @@ Names exampleNames() {
   return all;
 }
 
-std::string elementsNamed(const std::string& name, const KFAEnvConfig& config) {
-  std::string all;
-  const KFLMessageIterator it = config.getIterator();
-  for (int left = it.findChild(name); left == 0; left = it.findNextChild(name)) {
-    std::string one;
-    EXPECT_EQ(it.print(one), 0);
-    all += one;
-  }
-  return all;
-}
-
 // --- Properties --------------------------------------------------------------------------------------------
 
 // Elements that others put there, one before all others and one behind.
@@ -82,7 +71,7 @@ void expectLife(const std::string& element, int (Class::*get)(KFLOptionalPropert
   for (int i = 0; i < 2; ++i) {
     addStrays(config, element);
     EXPECT_EQ((config.*set)(value), 0);
-    EXPECT_EQ(elementsNamed(element, config), elementsNamed(element, full));
+    EXPECT_EQ(printedOf(config.getIterator(), element), printedOf(full.getIterator(), element));
     EXPECT_EQ(std::ranges::count(names(full), element) + 1U, names(config).size());
   }
   if constexpr (requires(T empty) { empty.clear(); }) {
@@ -112,16 +101,6 @@ TEST(KFAEnvConfig, EveryPropertyIsAbsentThenSetThenAbsentAgain) {
   EXPECT_EQ(left, Names());
 }
 
-TEST(KFAEnvConfig, TakingOutWhatIsNotThereAddsNothing) {
-  KFAEnvConfig config;
-  EXPECT_EQ(config.setCapability({}), 0);
-  EXPECT_EQ(config.setQoS({}), 0);
-  EXPECT_EQ(names(config), Names());
-  ASSERT_EQ(config.setCapabilities(KFAEnvConfig::Capabilities(std::set<KFAEnvCapability>())), 0);
-  EXPECT_EQ(config.setCapability({}), 0);
-  EXPECT_EQ(names(config), Names{"capability"});
-}
-
 TEST(KFAEnvConfig, EmptyItemsOfListsAreLeftOut) {
   using Rates = std::vector<KFLInterfaceRate>;
   KFAEnvConfig config;
@@ -143,6 +122,12 @@ TEST(KFAEnvConfig, OneCapabilityAmongMany) {
   KFAEnvConfig config;
   One one(KFAEnvCapability("net_admin", true));
   EXPECT_EQ(config.getCapability(one), -1);
+  // Taking out what is not there adds nothing, and an element that says that there are none stays.
+  EXPECT_EQ(config.setCapability({}) | config.setQoS({}), 0);
+  EXPECT_EQ(names(config), Names());
+  ASSERT_EQ(config.setCapabilities(KFAEnvConfig::Capabilities(std::set<KFAEnvCapability>())), 0);
+  EXPECT_EQ(config.setCapability({}), 0);
+  EXPECT_EQ(names(config), Names{"capability"});
   EXPECT_EQ(config.setCapability(one), 0);
   EXPECT_EQ(config.setCapability(One(KFAEnvCapability("chown", true))), 0);
   EXPECT_EQ(config.setCapability(One(KFAEnvCapability("net_admin", false))), 0);
@@ -225,10 +210,13 @@ TEST(KFAEnvConfig, PathsNeedTheVariableAndTheVeid) {
   KFAEnvConfig config;
   std::string path = "kept";
   EXPECT_EQ(config.getVERoot(path), -1);
+  EXPECT_EQ(KFL::getErrorMessage().find("the configuration has no message"), 0U) << KFL::getErrorMessage();
   config.setVERootVar(std::string("/srv/root/$VEID"));
   EXPECT_EQ(config.getVERoot(path), -1);
   config.setVeid(101);
   EXPECT_EQ(config.getVEPrivate(path), -1);
+  EXPECT_NE(KFL::getErrorMessage().find(": element ve_private is missing"), std::string::npos)
+      << KFL::getErrorMessage();
   EXPECT_EQ(path, "kept");
   EXPECT_EQ(config.getVERoot(path), 0);
   EXPECT_EQ(path, "/srv/root/101");
@@ -237,9 +225,27 @@ TEST(KFAEnvConfig, PathsNeedTheVariableAndTheVeid) {
   EXPECT_EQ(path, "/p/101");
 }
 
+TEST(KFAEnvConfig, WhatCannotBeReadIsToldOrPassedOver) {
+  KFAEnvConfig config;
+  const char* const xml =
+      "<veid>x</veid><disabled>x</disabled><on_boot>2</on_boot><net_device><dhcp/></net_device>";
+  ASSERT_EQ(readFrom(xml, config), 0);
+  int veid = 0;
+  bool isDisabled = false;
+  KFAEnvConfig::Flag onBoot;
+  KFAEnvConfig::NetVEths devices;
+  EXPECT_EQ(config.getOnBoot(onBoot), 0);
+  EXPECT_EQ(config.getVeid(veid) & config.getDisabled(isDisabled), -1);
+  EXPECT_EQ(config.getNetVEths(devices), -1);
+  EXPECT_TRUE(KFL::getErrorMessage().starts_with("/r/net_device: ")) << KFL::getErrorMessage();
+}
+
 // --- Disks -------------------------------------------------------------------------------------------------
 
 namespace Disk = HardDisk::List;
+static_assert(std::string_view(Disk::KfFS::s_COMPLEX_TYPE) == "ct_kffs");
+static_assert(std::string_view(Disk::Images<HardDisk::Zloop>::s_COMPLEX_TYPE) == "ct_zloop_disk");
+
 using DisksSP = boost::shared_ptr<Disk::Base>;
 
 const char* const kGuid = "2f1c9a4e-7b30-4c58-9d7e-0a4b6c1d2e3f";
@@ -251,6 +257,12 @@ DisksSP images(const char* guid) {
   return boost::make_shared<Disk::Images<Image>>(std::vector<Image>{image, Image()});
 }
 
+struct Naming : Disk::Visitor {
+  int visit(const Disk::KfFS&) override { return 1; }
+  int visit(const Disk::Images<HardDisk::Zloop>&) override { return 2; }
+  int visit(const Disk::Images<HardDisk::Loopback>&) override { return 3; }
+};
+
 TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
   HardDisk::KfFS area;
   area.setName("/srv/private/101");
@@ -258,14 +270,14 @@ TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
   const struct {
     const char* what;
     DisksSP disks;
-    int result;
+    int kind, result;
   } rows[] = {
-      {"an area with a path", boost::make_shared<Disk::KfFS>(area), -1},
-      {"an area without", boost::make_shared<Disk::KfFS>(), 0},
-      {"an image with a GUID", images<HardDisk::Zloop>(kGuid), -1},
-      {"an image without", images<HardDisk::Zloop>(""), 0},
-      {"a loopback image with a GUID", images<HardDisk::Loopback>(kGuid), -1},
-      {"no images", boost::make_shared<Disk::Images<HardDisk::Loopback>>(), 0},
+      {"an area with a path", boost::make_shared<Disk::KfFS>(area), 1, -1},
+      {"an area without", boost::make_shared<Disk::KfFS>(), 1, 0},
+      {"an image with a GUID", images<HardDisk::Zloop>(kGuid), 2, -1},
+      {"an image without", images<HardDisk::Zloop>(""), 2, 0},
+      {"a loopback image with a GUID", images<HardDisk::Loopback>(kGuid), 3, -1},
+      {"no images", boost::make_shared<Disk::Images<HardDisk::Loopback>>(), 3, 0},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -277,6 +289,8 @@ TEST(KFAEnvConfig, BoundDisksAreNeverReplaced) {
     ASSERT_EQ(config.getHardDisks(disks), 0);
     ASSERT_NE(disks, nullptr);
     EXPECT_EQ(typeid(*disks), typeid(*row.disks));
+    Naming naming;
+    EXPECT_EQ(disks->accept(naming), row.kind);
 
     const KFAEnvConfig before(config);
     EXPECT_EQ(config.setHardDisks(&freeArea), row.result);

@@ -20,7 +20,6 @@ namespace KFA {
 namespace {
 
 using Text = KFLEnvConfig::Text;
-using Addresses = KFLEnvConfig::Addresses;
 using AddressList = std::vector<KFLIPAddress>;
 
 const KFLEID kEID("6d2a1f58-3c94-4b07-a1e5-9f80b7c2d413");
@@ -48,50 +47,34 @@ TEST(KFAEnv, SortKeyIsTheVeid) {
   EXPECT_EQ(KFAEnv().getSortKey(), 0U);
 }
 
-// What one of the two configurations says.
-struct Says {
-  Text name, hostname;
-  int veid = 0;
-  Addresses addresses;
-};
-
+// Of any of them that are there, an empty text included, but no empty list of addresses.
 TEST(KFAEnv, TitleIsTheFirstOfItsSources) {
-  const Text none;
-  const std::string id = kEID.toString();
-  const struct {
-    Says virtualConfig, config;
-    std::string title;
-  } rows[] = {
-      {{}, {}, id},
-      {{}, {none, none, 0, AddressList{"10.0.0.2", "10.0.0.3"}}, "10.0.0.2"},
-      {{none, none, 0, AddressList{}}, {}, id},
-      {{none, none, 0, AddressList{"10.0.0.1"}}, {none, none, 0, AddressList{"10.0.0.2"}}, "10.0.0.1"},
-      {{none, none, 101, AddressList{"10.0.0.1"}}, {}, "#101"},
-      {{none, none, -1, {}}, {}, "#-1"},
-      {{none, none, 101, {}}, {none, std::string("host"), 0, {}}, "host"},
-      {{none, std::string("vhost"), 101, {}}, {none, std::string("host"), 0, {}}, "vhost"},
-      {{none, std::string("vhost"), 101, {}}, {std::string("name"), none, 0, {}}, "name"},
-      {{std::string("vname"), none, 101, {}}, {std::string("name"), none, 0, {}}, "vname"},
-      {{std::string(), std::string("vhost"), 101, {}}, {std::string("name"), none, 0, {}}, ""},
-      {{none, std::string(), 101, {}}, {none, std::string("host"), 0, {}}, ""},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.title);
-    const auto fill = [](auto& config, const Says& says) {
-      config.setName(says.name);
-      config.setHostname(says.hostname);
-      config.setAddresses(says.addresses);
-    };
+  for (unsigned given = 0; given < 256; ++given) {
     const auto virtualConfig = boost::make_shared<KFAEnvConfig>();
     const auto config = boost::make_shared<KFLEnvConfig>();
-    fill(*virtualConfig, row.virtualConfig);
-    fill(*config, row.config);
-    if (row.virtualConfig.veid != 0) virtualConfig->setVeid(row.virtualConfig.veid);
+    const auto text = [&](std::size_t size) { return std::string((given & 128U) != 0 ? size : 0, 't'); };
+    const std::pair<std::string, std::function<void()>> sources[] = {
+        {text(1), [&] { virtualConfig->setName(text(1)); }},
+        {text(2), [&] { config->setName(text(2)); }},
+        {text(3), [&] { virtualConfig->setHostname(text(3)); }},
+        {text(4), [&] { config->setHostname(text(4)); }},
+        {"#-1", [&] { virtualConfig->setVeid(-1); }},
+        {"10.0.0.1", [&] { virtualConfig->setAddresses(AddressList{"10.0.0.1"}); }},
+        {"10.0.0.2", [&] {
+           config->setAddresses(AddressList{"10.0.0.2", "10.0.0.3"});
+         }}};
+    std::string title = kEID.toString();
+    virtualConfig->setAddresses(AddressList{});
+    for (std::size_t i = std::size(sources); i-- > 0;) {
+      if ((given >> i & 1U) == 0) continue;
+      sources[i].second();
+      title = sources[i].first;
+    }
     KFAEnv env(kEID, virtualConfig);
     env.setConfig(config);
-    EXPECT_EQ(env.getTitle(), row.title);
+    EXPECT_EQ(env.getTitle(), title) << given;
   }
-  EXPECT_EQ(KFAEnv(kEID, nullptr).getTitle(), id);
+  EXPECT_EQ(KFAEnv(kEID, nullptr).getTitle(), kEID.toString());
 }
 
 TEST(KFAEnv, CopyOfAnyEnvironment) {
@@ -176,40 +159,6 @@ TEST(KFAEnv, CopiesAreReadByAnyNumberOfThreads) {
     const std::jthread other([&] { ask(second); });
   }
   EXPECT_EQ(wrong, 0);
-}
-
-// Every failing getter says what and where.
-TEST(KFAEnv, GettersThatFailSayWhere) {
-  KFLMessage message;
-  ASSERT_EQ(message.parse("<c><veid>x</veid><disabled>maybe</disabled><on_boot>2</on_boot><template/>"
-                          "<net_device><dhcp/></net_device></c>"),
-            0);
-  const KFLMessageIterator it = message.getIterator();
-  const KFAEnvConfig config(&it, KFL::EnvConfigVirtual);
-  int veid = 0;
-  bool flag = false;
-  std::string path;
-  KFAEnvConfig::Flag onBoot;
-  KFAEnvConfig::NetVEths devices;
-  const struct {
-    std::function<int(const KFAEnvConfig&)> get;
-    int result;
-    std::string starts;
-  } rows[] = {
-      {[&](auto& c) { return c.getVeid(veid); }, -1, "/c/veid: 'x' is no 32-bit number"},
-      {[&](auto& c) { return c.getDisabled(flag); }, -1, "/c/disabled: 'maybe' is no truth value"},
-      {[&](auto& c) { return c.getOnBoot(onBoot); }, 0, "/c/on_boot: '2' is no truth value"},
-      {[&](auto& c) { return c.getVERoot(path); }, -1, "/c: element ve_root is missing"},
-      {[&](auto& c) { return c.getNetVEths(devices); }, -1,
-       "/c/net_device: a network device has no interface name"},
-  };
-  for (const auto& row : rows) {
-    KFL::setErrorMessage("%s", "former");
-    EXPECT_EQ(row.get(config), row.result) << row.starts;
-    EXPECT_TRUE(KFL::getErrorMessage().starts_with(row.starts)) << KFL::getErrorMessage();
-    EXPECT_EQ(row.get(KFAEnvConfig()), -1) << row.starts;
-    EXPECT_TRUE(KFL::getErrorMessage().starts_with("the configuration has no message")) << row.starts;
-  }
 }
 
 TEST(KFAEnv, TheTechnologyIsRegistered) {

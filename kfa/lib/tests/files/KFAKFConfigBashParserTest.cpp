@@ -2,6 +2,9 @@
 // What is held against a plain reading of the lines by the fuzz target GlobalFileFuzz is not tried here.
 #include <KFAFunctionality/files/KFAKFConfigBashParser.h>
 
+#include <array>
+#include <tuple>
+
 #include <KFAFunctionality/environment/KFAVtSettings.h>
 
 #include "FilesTest.h"
@@ -42,11 +45,8 @@ TEST(KFAKFConfigBashParser, WhatIsNoNameStaysOutOfTheFile) {
 }
 
 TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
-  const struct {
-    const char* text;
-    std::vector<bool> enabled;  // of "a", "b", ""
-    const char* written;
-  } rows[] = {
+  // A file, whether "a", "b" and "" are enabled by it, and what is written.
+  const std::tuple<std::string, std::array<bool, 3>, std::string> rows[] = {
       {"", {true, false, false}, "a"},
       {"OFFLINE_SERVICE=\n", {true, false, false}, "a"},
       {"OFFLINE_SERVICE='b a other'\n", {true, true, false}, "a b"},
@@ -55,14 +55,14 @@ TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
       {"OFFLINE_SERVICE='A\tb'\n", {false, false, false}, ""},
       {"OFFLINE_SERVICE=a\nOFFLINE_SERVICE=b\n", {false, true, false}, "b"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const KFAVtSettings settings = read(row.text, Services{{"a", true}, {"b", false}, {"", false}});
-    Services expected{{"a", row.enabled[0]}, {"b", row.enabled[1]}, {"", row.enabled[2]}};
+  for (const auto& [text, enabled, written] : rows) {
+    SCOPED_TRACE(text);
+    const KFAVtSettings settings = read(text, Services{{"a", true}, {"b", false}, {"", false}});
+    Services expected{{"a", enabled[0]}, {"b", enabled[1]}, {"", enabled[2]}};
     EXPECT_EQ(settings.getOfflineServices(), KFAVtSettings::OfflineServices(expected));
     std::string value;
     EXPECT_EQ(Parser::ParameterParserGet(settings).get("offline_service", value), 0);
-    EXPECT_EQ(value, row.written);
+    EXPECT_EQ(value, written);
   }
   std::string value;
   EXPECT_EQ(Parser::ParameterParserGet(KFAVtSettings()).get("offline_service", value), -1002);
@@ -70,21 +70,18 @@ TEST(KFAKFConfigBashParser, OfflineServicesAreSwitched) {
 }
 
 TEST(KFAKFConfigBashParser, OrderOfKeys) {
-  const struct {
-    Values values;
-    const char* written;
-  } rows[] = {
+  const std::pair<Values, std::string> rows[] = {
       {{}, "LOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
       {{{"z", "1"}}, "Z=\"1\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\n"},
       {{{"z", "1"}, {"lockdir", ""}, {"m", "2"}, {"a", "3"}, {"offline_service", "gone"}},
        "A=\"3\"\nLOCKDIR=\"/l\"\nTEMPLATE=\"/t\"\nM=\"2\"\nZ=\"1\"\n"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [values, written] : rows) {
     KFAVtSettings settings;
     settings.setLockDir(std::string("/l"));
     settings.setTemplateDir(std::string("/t"));
-    settings.setValues(row.values);
-    EXPECT_EQ(write(settings, "", false), row.written);
+    settings.setValues(values);
+    EXPECT_EQ(write(settings, "", false), written);
   }
 }
 

@@ -11,37 +11,30 @@ namespace {
 
 using Words = std::vector<std::string>;
 
+// Whatever gateways the device had, and none is given to one that is routed by the node.
 TEST(KFAIPAutoAllocation, CompletesWhatADeviceLacks) {
   const struct {
-    bool hostRouted;
-    const char *had, *hadV6;  // the device's gateways before
-    const char* gateway;      // the allocation's
-    const char *gatewayNow, *nowV6;
-  } rows[] = {
-      {false, "", "", "::", "", ""},
-      {false, "10.0.0.9", "fe80::9", "::", "10.0.0.9", "fe80::9"},
-      {false, "", "", "::10.0.0.1", "10.0.0.1", ""},
-      {false, "", "fe80::9", "::10.0.0.1", "10.0.0.1", "fe80::9"},
-      {false, "10.0.0.9", "", "::10.0.0.1", "10.0.0.9", ""},
-      {false, "", "", "fe80::1", "", "fe80::1"},
-      {false, "10.0.0.9", "", "fe80::1", "10.0.0.9", "fe80::1"},
-      {false, "", "fe80::9", "fe80::1", "", "fe80::9"},
-      {false, "", "", "::ffff:10.0.0.1", "", "::ffff:10.0.0.1"},
-      {true, "", "", "::10.0.0.1", "", ""},
-      {true, "", "", "fe80::1", "", ""},
-  };
+    const char *gateway, *v4, *v6;  // the allocation's, and what it is for a device
+  } rows[] = {{"::", "", ""},
+              {"::10.0.0.1", "10.0.0.1", ""},
+              {"fe80::1", "", "fe80::1"},
+              {"::ffff:10.0.0.1", "", "::ffff:10.0.0.1"}};
   for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.gateway) + " for " + row.had + "," + row.hadV6);
-    std::vector<KFANetVEth> devices(1);
-    devices[0].setHostRouted(row.hostRouted);
-    devices[0].setGateway(row.had);
-    devices[0].setGatewayV6(row.hadV6);
-    KFLIPPoolAllocation allocation;
-    allocation.setGateway(KFLIPv6(row.gateway));
-    IPAutoAllocation::Builder::set(allocation, devices.begin());
-    EXPECT_EQ(devices[0].getGateway(), row.gatewayNow);
-    EXPECT_EQ(devices[0].getGatewayV6(), row.nowV6);
-    EXPECT_TRUE(devices[0].getNameServers().empty());
+    for (unsigned had = 0; had < 8; ++had) {
+      SCOPED_TRACE(row.gateway + std::string(" for ") + std::to_string(had));
+      const std::string v4 = (had & 1U) != 0 ? "10.0.0.9" : "", v6 = (had & 2U) != 0 ? "fe80::9" : "";
+      const bool isRouted = (had & 4U) != 0;
+      std::vector<KFANetVEth> devices(1);
+      devices[0].setHostRouted(isRouted);
+      devices[0].setGateway(v4);
+      devices[0].setGatewayV6(v6);
+      KFLIPPoolAllocation allocation;
+      allocation.setGateway(KFLIPv6(row.gateway));
+      IPAutoAllocation::Builder::set(allocation, devices.begin());
+      EXPECT_EQ(devices[0].getGateway(), v4.empty() && !isRouted ? row.v4 : v4);
+      EXPECT_EQ(devices[0].getGatewayV6(), v6.empty() && !isRouted ? row.v6 : v6);
+      EXPECT_TRUE(devices[0].getNameServers().empty());
+    }
   }
 }
 

@@ -106,7 +106,13 @@ class NodeChangeTest : public testing::Test {
   static int edit(const std::string& name, const std::string& before, std::string& after) {
     return KFA::setConfigValues(rules, {{"X", "new"}}, {}, before, name, after);
   }
-  static KFANodeChange makeChange() { return KFANodeChange(&edit, {}); }
+  // Of the first files, all of them judged.
+  KFANodeChange changeOf(int count) const {
+    KFANodeChange change(&edit, {});
+    for (int i = 0; i < count; ++i)
+      change.judge(path(i));
+    return change;
+  }
   static void inThreads(std::size_t count, const KFANodeChange::Work& work) {
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < count; ++i)
@@ -120,26 +126,18 @@ class NodeChangeTest : public testing::Test {
 
 // A file with a second name is read like any other, and cannot be replaced: the change breaks off in its midst.
 TEST_F(NodeChangeTest, AFailureInTheMidstPutsTheOthersBack) {
-  for (const bool threads : {false, true}) {
-    fs::create_hard_link(path(20), folder_ / "second");
-    const auto before = contents();
-    KFANodeChange change = makeChange();
-    for (int i = 0; i < 40; ++i)
-      change.judge(path(i));
+  fs::create_hard_link(path(20), folder_ / "second");
+  const auto before = contents();
+  for (const auto& runner : {KFANodeChange::Runner(), KFANodeChange::Runner(&inThreads)}) {
+    KFANodeChange change = changeOf(40);
     ASSERT_TRUE(change.isSound());
-    EXPECT_TRUE(
-        refused(change.apply(false, threads ? KFANodeChange::Runner(&inThreads) : KFANodeChange::Runner()),
-                "hard links"));
+    EXPECT_TRUE(refused(change.apply(false, runner), "hard links"));
     EXPECT_EQ(contents(), before);
     EXPECT_EQ(change.count(State::Failed), 1U);
     EXPECT_EQ(change.count(State::Restored) + change.count(State::Changed), 39U);
-    EXPECT_TRUE(threads || change.count(State::Restored) == 20U);
-    fs::remove(folder_ / "second");
+    EXPECT_TRUE(!runner.empty() || change.count(State::Restored) == 20U);
   }
-  fs::create_hard_link(path(20), folder_ / "second");
-  KFANodeChange change = makeChange();
-  for (int i = 0; i < 40; ++i)
-    change.judge(path(i));
+  KFANodeChange change = changeOf(40);
   EXPECT_EQ(change.apply(true), -1);
   EXPECT_EQ(change.count(State::Replaced), 39U);
   EXPECT_EQ(contentOf(path(39)), "N=39\nX=\"new\"\n");
@@ -147,10 +145,7 @@ TEST_F(NodeChangeTest, AFailureInTheMidstPutsTheOthersBack) {
 
 TEST_F(NodeChangeTest, AnotherWriterLosesNothing) {
   fs::create_hard_link(path(1), folder_ / "second");
-  KFANodeChange change = makeChange();
-  change.judge(path(0));
-  change.judge(path(1));
-  change.judge(path(2));
+  KFANodeChange change = changeOf(3);
   makeFile(path(2), "N=two\n");
   // Right behind the first replacement somebody changes that file.
   const auto runner = [this](std::size_t count, const KFANodeChange::Work& work) {
@@ -163,7 +158,7 @@ TEST_F(NodeChangeTest, AnotherWriterLosesNothing) {
   EXPECT_EQ(change.getFiles()[0].state, State::NotRestored);
   EXPECT_EQ(contentOf(path(0)), "N=mine\n");
   fs::remove(folder_ / "second");
-  KFANodeChange again = makeChange();
+  KFANodeChange again = changeOf(0);
   again.judge(path(2));
   makeFile(path(2), "N=three\n");
   EXPECT_EQ(again.apply(), 0);
@@ -171,17 +166,17 @@ TEST_F(NodeChangeTest, AnotherWriterLosesNothing) {
 }
 
 TEST_F(NodeChangeTest, ANewFileTakesNoOthersPlace) {
-  KFANodeChange change = makeChange();
+  KFANodeChange change = changeOf(0);
   EXPECT_EQ(change.judgeNew(path(1), "").state, State::Refused);
   EXPECT_EQ(change.judgeNew(path(50), "# sample\n").state, State::Changed);
-  KFANodeChange one = makeChange();
+  KFANodeChange one = changeOf(0);
   one.judgeNew(path(50), "# sample\n");
   EXPECT_EQ(one.apply(), 0);
   EXPECT_EQ(contentOf(path(50)), "# sample\nX=\"new\"\n");
   // Nor when it is made after the judging; and what somebody has changed since it was made is not taken back.
   fs::create_hard_link(path(1), folder_ / "second");
   for (const char* const what : {"makes", "changes", "nothing"}) {
-    KFANodeChange other = makeChange();
+    KFANodeChange other = changeOf(0);
     other.judgeNew(path(51), "# sample\n");
     other.judge(path(1));
     const auto runner = [&](std::size_t count, const KFANodeChange::Work& work) {

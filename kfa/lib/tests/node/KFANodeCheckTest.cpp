@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 #include <KFLCommon/KFLText.h>
 #include <KFLFunctionality/KFLVEnvConfig.h>
@@ -75,11 +76,7 @@ TEST(NodeCheckTest, JudgesAFile) {
 
 // Pairs planted among a thousand environments are found, each once and at its line, and nothing else is.
 TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
-  static const struct {
-    const char* rule;
-    const char* first;
-    const char* second;
-  } plants[] = {
+  const std::tuple<std::string, std::string, std::string> plants[] = {
       {"duplicate-address", "IP_ADDRESS=203.0.113.7", "NETIF=ifname=eth0,ip=203.0.113.7/24"},
       {"duplicate-address", "IP_ADDRESS=2001:db8:7::1", "IP_ADDRESS=2001:DB8:7:0::1/64"},
       {"duplicate-mac", "NETIF=ifname=eth0,mac=02:AA:00:00:00:01", "NETIF=ifname=eth1,mac=02-aa-00-00-00-01"},
@@ -90,25 +87,22 @@ TEST(NodeCheckTest, FindsWhatWasPlantedBetweenFiles) {
       {"duplicate-private", "VE_PRIVATE=/srv/x", "VE_PRIVATE=/srv//y/../x/"},
   };
   std::mt19937 random(1);
-  for (const auto& plant : plants) {
+  for (const auto& [rule, one, other] : plants) {
     std::vector<std::string> texts;
-    for (int i = 0; i < 1000; ++i) {
-      const std::string n = std::to_string(i);
-      texts.push_back("# " + n + "\nVE_ROOT=/r/$VEID\n" +
-                      (random() % 2 == 0 ? "IP_ADDRESS=10.0." + std::to_string(i / 250) + "." +
-                                               std::to_string(i % 250) + "\n"
-                                         : ""));
-    }
+    for (int i = 0; i < 1000; ++i)
+      texts.push_back("VE_ROOT=/r/$VEID\n" + (i % 2 == 0 ? "IP_ADDRESS=10.0." + std::to_string(i / 250) +
+                                                               "." + std::to_string(i % 250) + "\n"
+                                                         : ""));
     const std::size_t first = random() % 500;
     const std::size_t second = 500 + random() % 500;
-    texts[first] = "\n\n" + std::string(plant.first) + "\n";
-    texts[second] = "\n" + std::string(plant.second) + "\n";
+    texts[first] = "\n\n" + one + "\n";
+    texts[second] = "\n" + other + "\n";
     const auto findings = check(texts);
-    ASSERT_EQ(findings.size(), 1U) << plant.rule << findings.front().text;
-    EXPECT_EQ(findings[0].rule, plant.rule);
+    ASSERT_EQ(findings.size(), 1U) << rule << findings.front().text;
+    EXPECT_EQ(findings[0].rule, rule);
     EXPECT_EQ(findings[0].veid, static_cast<int>(101 + second));
     EXPECT_EQ(findings[0].line, 2U);
-    EXPECT_EQ(findings[0].lineText, plant.second);
+    EXPECT_EQ(findings[0].lineText, other);
     EXPECT_EQ(findings[0].related, "/nowhere/" + std::to_string(101 + first) + ".conf:3");
     EXPECT_EQ(findings[0].severity, Finding::Severity::Error);
   }
@@ -209,80 +203,6 @@ TEST(KeyCatalogueTest, DescribesEveryKeyByWhatItTakes) {
 
 // --- Advice -------------------------------------------------------------------------------------------------------------
 
-using World = std::map<std::string, std::pair<long long, long long>>;
-
-std::set<KFL::KFLQoS> qosesOf(const World& values) {
-  std::set<KFL::KFLQoS> qoses;
-  for (const auto& [name, value] : values) {
-    KFL::KFLQoS qos(name);
-    qos.setSoft(value.first);
-    qos.setHard(value.second);
-    qoses.insert(qos);
-  }
-  return qoses;
-}
-
-std::size_t violationsOf(KFA::KFAQVTune& tune, const World& world) {
-  KFA::KFAQVFailedFormulas failures;
-  EXPECT_EQ(tune.checkParameters(KFA::tuneParameters(qosesOf(world)), failures), 0);
-  return failures.size();
-}
-
-// The fewest keys with which all is well for some small values of theirs; with all three it always is.
-std::size_t fewestKeys(KFA::KFAQVTune& tune, const World& start) {
-  using Keys = std::vector<std::string>;
-  for (const Keys& keys : {Keys{}, {"a"}, {"b"}, {"c"}, {"a", "b"}, {"a", "c"}, {"b", "c"}}) {
-    for (long long values = 0; values < (keys.size() == 2 ? 49 * 49 : 49); ++values) {
-      World trial = start;
-      long long left = values;
-      for (const std::string& key : keys) {
-        trial[key] = {left % 7, left / 7 % 7};
-        left /= 49;
-      }
-      if (violationsOf(tune, trial) == 0) return keys.size();
-      if (keys.empty()) break;
-    }
-  }
-  return 3;
-}
-
-// Over small worlds: the advice holds when it is followed, and hardly ever takes a key more than the fewest that trying
-// everything finds.
-TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
-  const auto small =
-      vocabularyOf({{"a", 2}, {"b", 2}, {"c", 2}},
-                   {"a.soft <= a.hard", "a.hard * 2 <= b.hard && b.soft <= b.hard", "c.soft >= a.soft + 1"});
-  const auto parser = KFA::KFAEnvConfigBashParser::getInstance(small);
-  const KFL::KFLVEnvConfig none;
-  KFA::KFAQVTune tune(none, small);
-  ASSERT_EQ(tune.init(), 0);
-  std::mt19937 random(2);
-  std::size_t advised = 0;
-  std::size_t excess = 0;
-  for (int round = 0; round < 120; ++round) {
-    World start;
-    for (const char* const name : {"a", "b", "c"})
-      start[name] = {random() % 4, random() % 4};
-    const std::size_t fewest = fewestKeys(tune, start);
-    const KFA::KFAQoSAdvice advice = adviseQoS(tune, *parser, qosesOf(start));
-    EXPECT_TRUE(advice.left.empty());
-    EXPECT_LE(advice.changes.size(), fewest + 1) << testing::PrintToString(start);
-    EXPECT_GE(advice.changes.size(), fewest) << testing::PrintToString(start);
-    excess += advice.changes.size() - fewest;
-    advised += advice.changes.empty() ? 0 : 1;
-    auto after = start;
-    for (const KFA::KFAChange& change : advice.changes) {
-      const std::size_t colon = change.value->find(':');
-      ASSERT_NE(colon, std::string::npos);
-      after[change.key] = {KFL::strToLonglong(*change.value),
-                           KFL::strToLonglong(change.value->substr(colon + 1))};
-    }
-    EXPECT_EQ(violationsOf(tune, after), 0U) << testing::PrintToString(after);
-  }
-  EXPECT_GT(advised, 60U);
-  EXPECT_LE(excess, advised / 20);
-}
-
 // A vocabulary with the file of an environment.
 struct Case {
   KFL::KFLVocMapSP vocabulary;
@@ -328,6 +248,53 @@ void put(KFA::KFAConfigChanges& values, const std::string& key, const std::strin
     if (known == key) text = value;
 }
 
+// Over small worlds: the advice holds when it is followed, and hardly ever takes a key more than the fewest that trying
+// everything finds.
+TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
+  const Case one(
+      vocabularyOf({{"a", 2}, {"b", 2}, {"c", 2}},
+                   {"a.soft <= a.hard", "a.hard * 2 <= b.hard && b.soft <= b.hard", "c.soft >= a.soft + 1"}));
+  using World = std::array<unsigned, 6>;
+  std::vector<World> good;
+  for (unsigned number = 0; number < 7 * 7 * 7 * 7 * 7 * 7; ++number) {
+    World world;
+    std::ranges::generate(world, [left = 7 * number]() mutable { return (left /= 7) % 7; });
+    const auto& [aSoft, aHard, bSoft, bHard, cSoft, cHard] = world;
+    if (aSoft <= aHard && aHard * 2 <= bHard && bSoft <= bHard && cSoft >= aSoft + 1) good.push_back(world);
+  }
+  std::mt19937 random(2);
+  std::size_t advised = 0;
+  std::size_t excess = 0;
+  for (int round = 0; round < 120; ++round) {
+    World start;
+    std::ranges::generate(start, [&] { return random() % 4; });
+    std::size_t fewest = 3;
+    for (const World& world : good) {
+      std::size_t keys = 0;
+      for (const std::size_t i : {0, 2, 4})
+        keys += world[i] != start[i] || world[i + 1] != start[i + 1] ? 1 : 0;
+      fewest = std::min(fewest, keys);
+    }
+    KFA::KFAConfigChanges values;
+    for (const std::size_t i : {0, 1, 2})
+      values.emplace_back(std::string(1, "abc"[i]),
+                          std::to_string(start[2 * i]) + ":" + std::to_string(start[2 * i + 1]));
+    SCOPED_TRACE(testing::PrintToString(values));
+    const KFA::KFAQoSAdvice advice = adviseQoS(one.tune, *one.parser, one.read(values));
+    EXPECT_TRUE(advice.left.empty());
+    EXPECT_LE(advice.changes.size(), fewest + 1);
+    EXPECT_GE(advice.changes.size(), fewest);
+    excess += advice.changes.size() - fewest;
+    advised += advice.changes.empty() ? 0 : 1;
+    for (const KFA::KFAChange& change : advice.changes)
+      put(values, change.key, *change.value);
+    for (const auto& [check, result] : one.judge(values))
+      EXPECT_EQ(result, 0) << check.first;
+  }
+  EXPECT_GT(advised, 60U);
+  EXPECT_LE(excess, advised / 20);
+}
+
 std::string showAdvice(const KFA::KFAQoSAdvice& advice) {
   std::string text;
   for (const KFA::KFAChange& change : advice.changes)
@@ -339,12 +306,8 @@ std::string showAdvice(const KFA::KFAQoSAdvice& advice) {
 
 TEST(QoSAdviceTest, FindsTheWay) {
   const TestParameters pairs{{"a", 2}, {"b", 2}};
-  const struct {
-    TestParameters parameters;
-    std::vector<std::string> formulas;
-    KFA::KFAConfigChanges values;
-    const char* advice;
-  } rows[] = {
+  using Formulas = std::vector<std::string>;
+  const std::tuple<TestParameters, Formulas, KFA::KFAConfigChanges, std::string> rows[] = {
       // What cannot be told any more is not cured.
       {{{"a", 1}, {"b", 1}}, {"b <= 0", "a / b >= 100"}, {{"a", "50"}, {"b", "5"}}, "a=500 !1 "},
       {{{"a", 1}, {"b", 1}}, {"b <= 0", "a / b >= 10"}, {{"a", "50"}, {"b", "5"}}, "!1 "},
@@ -371,10 +334,9 @@ TEST(QoSAdviceTest, FindsTheWay) {
       // However the vocabulary spells the average that nobody gave.
       {{{"AvNumProc", 2}, {"NumProc", 2}}, {"AvNumProc <= 10"}, {{"numproc", "50:60"}}, "numproc=21:60 "},
   };
-  for (const auto& row : rows) {
-    const Case one(vocabularyOf(row.parameters, row.formulas));
-    EXPECT_EQ(showAdvice(adviseQoS(one.tune, *one.parser, one.read(row.values))), row.advice)
-        << row.formulas[0];
+  for (const auto& [parameters, formulas, values, advice] : rows) {
+    const Case one(vocabularyOf(parameters, formulas));
+    EXPECT_EQ(showAdvice(adviseQoS(one.tune, *one.parser, one.read(values))), advice) << formulas[0];
   }
   // Many at once, each of which is easily cured.
   const Case all(KFL::KFLVocMap::load(KFA_SOURCE_DIR "/data/vocabulary.xml"));

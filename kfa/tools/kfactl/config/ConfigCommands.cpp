@@ -79,10 +79,9 @@ constexpr Command kCommands[] = {
      "  kfactl config merge base.conf ours.conf theirs.conf > merged.conf",
      prepareMerge, kTableOnly},
     {"fix", "[FILE...]", "Show or make the edits that cure findings with one right answer",
-     "Line ends of other systems, a byte order mark, blanks round =, KEY: value, quotes of word processors, "
-     "true for "
-     "yes,\n"
-     "repeated keys. Shown as a difference, with status 1 when there are any; made with --apply.\n\n"
+     "Line ends of other systems, a byte order mark, blanks round =, KEY: value, quotes of word processors,\n"
+     "true for yes, repeated keys; within a command of several lines, and behind one, only line ends.\n"
+     "Shown as a difference, with status 1 when there are any; made with --apply.\n\n"
      "Examples:\n"
      "  kfactl config fix --dry-run\n"
      "  kfactl config fix 113 --apply --backup .old",

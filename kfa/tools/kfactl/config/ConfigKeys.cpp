@@ -4,6 +4,7 @@
 
 #include <boost/make_shared.hpp>
 
+#include <KFLBash/KFLBashStr.h>
 #include <KFLCommon/KFLText.h>
 
 #include <KFAFunctionality/node/KFANodeSelection.h>
@@ -33,8 +34,10 @@ void checkKey(const Parser& parser, const std::string& key, const char* otherwis
   for (const auto& [name, definition] : parser.getQoSMap())
     names.push_back(definition.upperName);
   const std::string hint = hintFor(key, names);
+  // What no shell takes for a name, no other command takes either.
+  const char* const advice = KFL::isBashName(key) ? otherwise : "'kfactl config keys' lists them all";
   throw Trouble("'" + key + "' is no key of an environment file; " + hint + (hint.empty() ? "" : " ") +
-                otherwise);
+                advice);
 }
 
 boost::shared_ptr<const Parser> parserFor(Session& session, const std::vector<std::string>& keys) {

@@ -237,10 +237,11 @@ int KFAFileReplacement::checkLinks(bool& again) const {
 int KFAFileReplacement::createTarget(bool& again) {
   if (const int result = openTemporary(); result != 0) return result;
   struct stat status {};
-  again = System::lstat(targetPath_.c_str(), &status) == 0;
-  if (!again && errno != ENOENT) return fail("cannot be opened", errno);
-  if (again) discard();
-  return 0;
+  const int error = System::lstat(targetPath_.c_str(), &status) == 0 ? 0 : errno;
+  again = error == 0;
+  // What does not stand for the target must not be met as somebody's on the next try.
+  if (error != ENOENT) discard();
+  return error == 0 || error == ENOENT ? 0 : fail("cannot be opened", error);
 }
 
 int KFAFileReplacement::openTemporary() {

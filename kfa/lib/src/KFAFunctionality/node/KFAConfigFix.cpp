@@ -19,6 +19,7 @@ struct FixedLine {
   std::size_t number = 0;
   std::string text;
   bool hasNewline = true;
+  bool isOpen = false;  // within a command of several lines, or behind one: a shell may not come to it
   bool isGone = false;
 };
 
@@ -115,7 +116,7 @@ class Fixer {
     findAssigning(text);
     take(text);
     for (FixedLine& line : lines_)
-      fixLine(line);
+      if (!line.isOpen) fixLine(line);
     dropIdle();
     return join();
   }
@@ -127,8 +128,8 @@ class Fixer {
   bool mayBecome(const std::string& before, const std::string& after, std::size_t line) const;
   void take(const std::string& text);
   std::vector<std::string> split(const std::string& text, std::size_t number) const;
-  void fixLine(FixedLine& line);
-  void fixValue(FixedLine& line);
+  void fixLine(FixedLine& fixed);
+  void fixValue(FixedLine& fixed);
   bool isTaken(const std::string& text) const;
   std::string flagFor(const std::string& key, const std::string& value) const;
   void dropIdle();
@@ -179,6 +180,7 @@ void Fixer::take(const std::string& text) {
     left.remove_prefix(kMark.size());
     note(1, "a byte order mark taken out");
   }
+  bool isOpen = false;
   for (ConfigLines lines(left); lines.next();) {
     const bool hasNewline = lines.withNewline().size() > lines.text().size();
     std::string line(lines.text());
@@ -186,10 +188,13 @@ void Fixer::take(const std::string& text) {
       line.pop_back();
       note(lines.number(), "a carriage return taken out");
     }
-    const std::vector<std::string> parts = split(line, lines.number());
+    const ConfigLine whole(line);
+    isOpen = isOpen || (whole.isPart() && !whole.isMalformed());
+    const std::vector<std::string> parts =
+        isOpen ? std::vector<std::string>{line} : split(line, lines.number());
     if (parts.size() > 1) note(lines.number(), "each assignment on a line of its own");
     for (std::size_t i = 0; i < parts.size(); ++i)
-      lines_.emplace_back(FixedLine{lines.number(), parts[i], hasNewline || i + 1 < parts.size(), false});
+      lines_.emplace_back(FixedLine{lines.number(), parts[i], hasNewline || i + 1 < parts.size(), isOpen});
   }
 }
 
@@ -253,7 +258,7 @@ void Fixer::fixLine(FixedLine& fixed) {
   const ConfigLine now(fixed.text);
   if (!now.isAssignment() || !rules_.isKey(now.key())) {
     std::string candidate = withoutBlanks(fixed.text);
-    FixedLine trial{fixed.number, candidate, true, false};
+    FixedLine trial{fixed.number, candidate};
     const std::size_t count = fixes_.size();
     if (!candidate.empty()) fixValue(trial);
     if (candidate.empty() || !isTaken(trial.text) || !mayBecome(fixed.text, trial.text, fixed.number)) {
@@ -269,15 +274,13 @@ void Fixer::fixLine(FixedLine& fixed) {
 }
 
 // Of several lines with one key only the one that counts stays, where its value is taken and the others are alone on theirs.
-// What stands within a command of several lines, or behind one, is left alone: a shell may not come to it.
 void Fixer::dropIdle() {
   std::map<std::string, std::vector<FixedLine*>> repeated;
-  bool isOpen = false;
   for (FixedLine& fixed : lines_) {
     const ConfigLine line(fixed.text);
     if (line.isMalformed()) return;
-    isOpen = isOpen || line.isPart();
-    if (!isOpen && line.isAssignment() && rules_.isKey(line.key())) repeated[line.key()].push_back(&fixed);
+    if (!fixed.isOpen && line.isAssignment() && rules_.isKey(line.key()))
+      repeated[line.key()].push_back(&fixed);
   }
   for (const auto& [key, all] : repeated) {
     const FixedLine* const counting = rules_.firstLineCounts(key) ? all.front() : all.back();
