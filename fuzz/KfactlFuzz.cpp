@@ -16,6 +16,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
 #include "Environments.h"
@@ -772,11 +773,17 @@ void checkFormulas(Choices& choices) {
   require((status == 1) == broken, "a formula that is violated gives a status", all(words, outcome));
 }
 
-// A faultless file goes through its message, which says what TECHNOLOGIES makes of the architecture.
+// A faultless file, but for bytes that no message can hold, goes through its message, which says what TECHNOLOGIES makes of
+// the architecture.
 void checkMessage(Choices& choices) {
   const std::string file = environmentOf(choices);
   if (!isFaultless(file)) return;
   const Words words{"message", "from-config", "--veid", "7", file};
+  if (!KFL::isUtf8(runs().content(file))) {
+    const Outcome outcome = check(words, {});
+    const bool says = outcome.errors.ends_with(" is not UTF-8, so it cannot stand in a message\n");
+    if (outcome.status == 2 && outcome.out.empty() && says) return;
+  }
   const std::string message = runs().mustPrint(words);
   runs().mustPrint({"message", "check", "-"}, 0, message);
   runs().put("made", runs().mustPrint({"message", "to-config", "-"}, 0, message));
