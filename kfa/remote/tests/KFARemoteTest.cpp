@@ -2,6 +2,7 @@
 // Managers through another agent, on the loopback interface with TLS: the same answers as in one process, changes that
 // are made once whatever becomes of the link, and what is refused.
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -15,6 +16,9 @@
 #include <mutex>
 #include <set>
 #include <thread>
+
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/server_builder.h>
 
 #include <KFARemote/KFARemoteConnection.h>
 #include <KFARemote/KFARemoteServer.h>
@@ -228,6 +232,45 @@ TEST_F(KFARemoteTest, LateAndMissingAnswersAreUnreachable) {
   EXPECT_EQ(names, std::vector<std::string>{"kept"});
 }
 
+// An agent that is there, and has nothing to say.
+struct Unavailable : grpc::CallbackGenericService {
+  struct Reply : grpc::ServerGenericBidiReactor {
+    Reply() { Finish({grpc::StatusCode::UNAVAILABLE, "not yet"}); }
+    void OnDone() override { delete this; }
+  };
+  grpc::ServerGenericBidiReactor* CreateReactor(grpc::GenericCallbackServerContext*) override {
+    ++calls;
+    return new Reply;
+  }
+  std::atomic<int> calls = 0;
+};
+
+// Calls that fail on a link that stands, or seems to, are not all sent at once.
+TEST_F(KFARemoteTest, SendingAgainWaitsLongerEachTime) {
+  const auto content = [](const std::string& path) {
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  const KFARemoteIdentity identity = authority.issue("unavailable");
+  grpc::SslServerCredentialsOptions tls;
+  tls.pem_key_cert_pairs = {{content(identity.key), content(identity.certificate)}};
+  Unavailable agent;
+  int port = 0;
+  grpc::ServerBuilder builder;
+  builder.RegisterCallbackGenericService(&agent);
+  builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(tls), &port);
+  const auto running = builder.BuildAndStart();
+  auto how = clientOptions();
+  how.attempts = 3;
+  std::vector<std::string> names;
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(reach<KFASampleM>(how, "127.0.0.1:" + std::to_string(port))->list(names), KFAManagerUnreachable);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
+  EXPECT_NE(KFL::getErrorMessage().find("not yet"), std::string::npos) << KFL::getErrorMessage();
+  EXPECT_EQ(agent.calls, 3);
+  running->Shutdown(std::chrono::system_clock::now());
+}
+
 TEST_F(KFARemoteTest, StopLetsCallsFinish) {
   const auto far = reach<KFASampleM>(clientOptions(), address(), "waiting");
   auto call = std::async(std::launch::async, [&] { return far->set("x", {}); });
@@ -407,6 +450,9 @@ class CuttingLink {
   void accept() {
     for (int client = 0; (client = ::accept(listening_, nullptr, nullptr)) >= 0;) {
       const int server = connectTo(port_);
+      const int isOn = 1;  // a block does not wait for the one before to be acknowledged
+      for (const int end : {client, server})
+        setsockopt(end, IPPROTO_TCP, TCP_NODELAY, &isOn, sizeof isOn);
       while (passOn(client, server)) {
       }
       close(client);

@@ -254,15 +254,18 @@ class Call {
                        status.error_code() == grpc::StatusCode::INTERNAL;
     return isCut && !isOver();
   }
-  // Waits before the next sending, at most until there is a connection; false when there is no time left for it. A channel
-  // whose calls fail makes no way by itself: it connects while somebody waits for it, and after several failures it
-  // would put that off for longer than this.
+  // Waits before the next sending, at most until there is a new connection; false when there is no time left for it. A
+  // channel learns that its connection has ended a little later than the calls on it, which all fail meanwhile. One whose
+  // calls fail makes no way by itself: it connects while somebody waits for it, and after several failures it would put
+  // that off for longer than this.
   bool pause(int attempt) const {
     thread_local std::minstd_rand random(std::random_device{}());
-    const Milliseconds wait((100 << std::min(2 * (attempt - 1), 8)) + static_cast<int>(random() % 50));
+    const Milliseconds wait((100 << std::min(2 * (attempt - 1), 4)) + static_cast<int>(random() % 50));
     if (Clock::now() + wait >= deadline_) return false;
+    const auto end = std::chrono::system_clock::now() + wait;
+    peer_.channel->WaitForStateChange(GRPC_CHANNEL_READY, end);
     grpc::experimental::ChannelResetConnectionBackoff(peer_.channel.get());
-    peer_.channel->WaitForConnected(std::chrono::system_clock::now() + wait);
+    peer_.channel->WaitForConnected(end);
     return true;
   }
 

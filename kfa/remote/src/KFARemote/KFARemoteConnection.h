@@ -38,7 +38,7 @@ struct KFARemoteConnectionOptions {
   // How long a call may take, from its beginning to the last part of its answer.
   std::chrono::milliseconds readTimeout = std::chrono::seconds(60);
   std::chrono::milliseconds changeTimeout = std::chrono::minutes(10);
-  // How often a call is sent at most; the waits between grow from a tenth of a second.
+  // How often a call is sent at most; the waits between grow from 0.1 s to 1.6 s.
   int attempts = 4;
   // The name that the other end's certificate must have instead of the host's; empty: the host's.
   std::string expectedName;
