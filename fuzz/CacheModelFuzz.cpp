@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A cache under a sequence of operations by two users against a map: each reads what the map says, a snapshot that is
-// held stays as it was, a change that is refused changes nothing, and after each step the file proves sound.
+// held stays as it was, a change that is refused changes nothing, nobody finds anything at fault, and after each step the
+// file proves sound.
 #include <array>
 #include <map>
 #include <span>
@@ -9,6 +10,7 @@
 
 #include <boost/intrusive_ptr.hpp>
 
+#include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
 #include <KFLCore/KFLCacheFile.h>
 #include <KFLCore/KFLCacheProof.h>
@@ -45,7 +47,9 @@ class Run {
 
   void go() {
     for (int steps = 0; steps < 64 && !choices_.isAtEnd(); ++steps) {
+      KFL::setErrorMessage("%s", "");
       step(users_[choices_.below(users_.size())]);
+      require(KFL::getErrorMessage().empty(), "nothing is found at fault", KFL::getErrorMessage());
       requireSound();
     }
     for (User& user : users_)
@@ -110,6 +114,7 @@ class Run {
       require(result == 0 || result == KFL::kCacheFull, "a change is made, or there is no room");
       if (result == 0) model_ = std::move(after);
     }
+    if (result != 0) KFL::setErrorMessage("%s", "");
   }
 
   void read(User& user) {
