@@ -287,8 +287,9 @@ int checkMessage(const KFLMessageIterator& it, const KFLRecordType& record, KFLM
   const KFLMessageElements source(it);
   const KFLRecordType::Object object = record.create();
   if (record.read(it, object.get()) != 0) {
-    findings = findRefusals(source, record);
-    setErrorMessage("%s: %s", findings.front().path.c_str(), findings.front().text.c_str());
+    KFLMessageFindings refusals = findRefusals(source, record);
+    setErrorMessage("%s: %s", refusals.front().path.c_str(), refusals.front().text.c_str());
+    findings = std::move(refusals);
     return -1;
   }
   KFLMessage written{std::string(it.getName())};

@@ -35,9 +35,11 @@ void addNameServers(const std::vector<KFLIPv6>& added, KFANetVEth& device) {
 
 void Builder::set(const KFLIPPoolAllocation& allocation, std::vector<KFANetVEth>::iterator device) {
   if (device->getHostRouted()) return;
-  setGateway(allocation.getGateway(), *device);
+  KFANetVEth changed(*device);
+  setGateway(allocation.getGateway(), changed);
   const KFLIPPoolAllocation::NameServers& servers = allocation.getNameServers();
-  if (servers.isSpecified()) addNameServers(servers.getValue(), *device);
+  if (servers.isSpecified()) addNameServers(servers.getValue(), changed);
+  *device = std::move(changed);
 }
 
 }  // namespace KFA::IPAutoAllocation

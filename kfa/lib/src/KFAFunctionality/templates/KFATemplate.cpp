@@ -32,10 +32,8 @@ template <char Separator>
 void fromString(KFATemplate& what, const std::string& text) {
   const std::size_t at = text.rfind(Separator);
   const bool hasVersion = at != std::string::npos && at + 1 < text.size() && isDigit(text[at + 1]);
-  // The text may be a piece of what is changed.
-  const std::string version = hasVersion ? text.substr(at + 1) : std::string();
-  what.setName(text.substr(0, at));
-  what.setVersion(version);
+  // The text may be a piece of what is changed, which changes whole or not at all.
+  what = KFATemplate(text.substr(0, at), hasVersion ? text.substr(at + 1) : std::string());
 }
 
 template std::string toString<'/'>(const KFATemplate& what);
