@@ -251,16 +251,17 @@ void put(KFA::KFAConfigChanges& values, const std::string& key, const std::strin
 // Over small worlds: the advice holds when it is followed, and hardly ever takes a key more than the fewest that trying
 // everything finds.
 TEST(QoSAdviceTest, HoldsAndNeedsNoKeyTooMany) {
-  const Case one(
-      vocabularyOf({{"a", 2}, {"b", 2}, {"c", 2}},
-                   {"a.soft <= a.hard", "a.hard * 2 <= b.hard && b.soft <= b.hard", "c.soft >= a.soft + 1"}));
+  const Case one(vocabularyOf({{"a", 2}, {"b", 2}, {"c", 2}},
+                              {"a.soft <= a.hard", "a.hard * 2 <= b.hard && b.soft <= b.hard",
+                               "c.soft >= a.soft + 1", "c.hard == a.hard + 3"}));
   using World = std::array<unsigned, 6>;
   std::vector<World> good;
   for (unsigned number = 0; number < 7 * 7 * 7 * 7 * 7 * 7; ++number) {
     World world;
     std::ranges::generate(world, [left = 7 * number]() mutable { return (left /= 7) % 7; });
     const auto& [aSoft, aHard, bSoft, bHard, cSoft, cHard] = world;
-    if (aSoft <= aHard && aHard * 2 <= bHard && bSoft <= bHard && cSoft >= aSoft + 1) good.push_back(world);
+    if (aSoft <= aHard && aHard * 2 <= bHard && bSoft <= bHard && cSoft >= aSoft + 1 && cHard == aHard + 3)
+      good.push_back(world);
   }
   std::mt19937 random(2);
   std::size_t advised = 0;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <optional>
 #include <queue>
+#include <set>
 #include <tuple>
 
 #include <KFLCommon/KFLText.h>
@@ -116,6 +117,20 @@ class WrapWatch final : public KFAQVEvaluationObserver {
   bool hasWrapped_ = false;
 };
 
+// By how much the sides of each comparison lie apart, in the order of evaluation.
+class GapWatch final : public KFAQVEvaluationObserver {
+ public:
+  void step(const KFAQVTermType& term, long long left, long long right, long long) override {
+    const std::string_view operation = operators::kTable[static_cast<std::size_t>(term.value)].text;
+    if (operation != "&&" && operation.find_first_of("<=>;") != std::string_view::npos)
+      gaps_.push_back(static_cast<long double>(left) - static_cast<long double>(right));
+  }
+  const std::vector<long double>& gaps() const { return gaps_; }
+
+ private:
+  std::vector<long double> gaps_;
+};
+
 class Adviser {
  public:
   Adviser(const KFAQVTune& tune, const KFAEnvConfigBashParser& parser, const std::set<KFLQoS>& given);
@@ -136,6 +151,7 @@ class Adviser {
   Values search(const Values& from, std::size_t mostSteps);
   void addChanges(const Values& values, const Check& check, std::vector<Values>& outcomes);
   std::optional<Value> nearest(const Values& values, std::size_t parameter, Move move, const Check& check);
+  std::set<long long> crossings(const Values& values, std::size_t parameter, Move move, const Check& check);
   bool set(Value& value, std::size_t parameter, Move move, long long number) const;
   State stateOf(Values values);
   std::size_t parameterOf(int id) const;
@@ -259,8 +275,35 @@ bool Adviser::set(Value& value, std::size_t parameter, Move move, long long numb
   return true;
 }
 
+// The steps at which the sides of a comparison meet, with those before and behind, if the difference goes on as it does in
+// the first step: an equality, or two bounds, may hold there alone.
+std::set<long long> Adviser::crossings(const Values& values, std::size_t parameter, Move move,
+                                       const Check& check) {
+  const long long from = move.hard ? values[parameter].hard : values[parameter].soft;
+  load(values);
+  const auto gapsAt = [&](long long step) {
+    KFAQVParamIDSet used;
+    GapWatch watch;
+    Value trial = values[parameter];
+    if (!set(trial, parameter, move, from + move.direction * step)) return watch.gaps();
+    load(parameter, trial);
+    tune_.checkByFormula(array_, check.formula->notation, used, check.multiple, &watch);
+    return watch.gaps();
+  };
+  const std::vector<long double> now = gapsAt(0);
+  const std::vector<long double> next = gapsAt(1);
+  std::set<long long> steps;
+  for (std::size_t i = 0; i < std::min(now.size(), next.size()); ++i) {
+    const long double meets = now[i] == next[i] ? 0 : now[i] / (now[i] - next[i]);
+    if (meets < 1 || meets > static_cast<long double>(kLargest / 2)) continue;
+    const auto step = static_cast<long long>(meets);
+    steps.insert({std::max(step - 1, 1LL), step, step + 1});
+  }
+  return steps;
+}
+
 // The value with the number nearest to the one there is, upwards or downwards, with which the check holds; it is taken to
-// go on holding beyond it.
+// go on holding beyond it, or else to hold where the sides of a comparison meet.
 std::optional<Value> Adviser::nearest(const Values& values, std::size_t parameter, Move move,
                                       const Check& check) {
   const long long from = move.hard ? values[parameter].hard : values[parameter].soft;
@@ -285,7 +328,13 @@ std::optional<Value> Adviser::nearest(const Values& values, std::size_t paramete
     good = good > room / 2 ? room : good * 2;
   }
   good = std::min(good, room);
-  if (good <= 0 || !isGood(good)) return std::nullopt;
+  if (good <= 0) return std::nullopt;
+  if (!isGood(good)) {
+    const std::set<long long> steps = crossings(values, parameter, move, check);
+    const bool isFound =
+        std::any_of(steps.begin(), steps.end(), [&](long long step) { return step <= room && isGood(step); });
+    return isFound ? std::optional(trial) : std::nullopt;
+  }
   while (good - bad > 1) {
     const long long middle = bad + (good - bad) / 2;
     (isGood(middle) ? good : bad) = middle;
