@@ -99,6 +99,44 @@ std::string withoutBlanks(const std::string& text) {
   return text.substr(0, end) + "=" + quote + std::string(value) + quote + comment;
 }
 
+// Whether a line gives a variable its value and does nothing else: NAME=VALUE, without export, += or a second command.
+bool isPlain(const ConfigLine& line) {
+  return line.isAssignment() && line.isAlone() &&
+         trimmed(line.front()) == std::string(line.judged().name) + "=";
+}
+
+// Whether what a shell makes of a value may depend on the variable.
+bool mayRead(std::string_view written, std::string_view name) {
+  for (std::size_t at = 0; (at = written.find_first_of("$`", at)) != std::string_view::npos; ++at) {
+    std::string_view left = written.substr(at + 1);
+    if (left.starts_with('{')) left.remove_prefix(1);
+    const auto isOfName = [](char c) { return KFL::isAlnum(c) || c == '_'; };
+    const auto end = std::find_if_not(left.begin(), left.end(), isOfName);
+    const std::string_view read = left.substr(0, static_cast<std::size_t>(end - left.begin()));
+    if (written[at] == '`' || read.empty() || read == name) return true;
+  }
+  return false;
+}
+
+// Whether one of these lines may read the variable of another one, or keep a shell from the next.
+bool isRead(const FixedLine& assigning, const FixedLine* from, const FixedLine* end) {
+  const ConfigLine assigned(assigning.text);
+  return std::any_of(from, end, [&](const FixedLine& fixed) {
+    const ConfigLine line(fixed.text);
+    return !line.isSilent() && (!isPlain(line) || mayRead(line.written(), assigned.judged().name));
+  });
+}
+
+// Whether lines of one key are about one variable of a shell: it has another one for each spelling. Where the first counts
+// for us, the last one does for a shell, so all have to say the same.
+bool isOneVariable(const std::vector<FixedLine*>& all, bool isSameWanted) {
+  const ConfigLine first(all.front()->text);
+  return std::all_of(all.begin(), all.end(), [&](const FixedLine* fixed) {
+    const ConfigLine line(fixed->text);
+    return line.judged().name == first.judged().name && (!isSameWanted || line.value() == first.value());
+  });
+}
+
 // The lines that assign to a key, from 1.
 struct Assigning {
   std::size_t first = 0;
@@ -163,11 +201,14 @@ bool Fixer::displaces(const std::string& key, std::size_t line) const {
   return rules_.firstLineCounts(key) ? line < found->second.first : line >= found->second.last;
 }
 
-// What was taken stays, so a line that only looks like an assignment is none that another one of its key belies.
+// What was taken stays, so a line that only looks like an assignment is none that another one of its key belies. What was
+// read stays readable.
 bool Fixer::mayBecome(const std::string& before, const std::string& after, std::size_t line) const {
   const ConfigLine is(after);
-  if (!is.isAssignment() || !rules_.isKey(is.key())) return true;
   const ConfigLine was(before);
+  if (is.isMalformed() && !was.isMalformed()) return false;
+  if (is.judged().continues && !was.judged().continues) return false;
+  if (!is.isAssignment() || !rules_.isKey(is.key())) return true;
   if (was.isAssignment() && was.key() == is.key()) return true;
   return !isStrict_ && !displaces(is.key(), line);
 }
@@ -175,17 +216,21 @@ bool Fixer::mayBecome(const std::string& before, const std::string& after, std::
 void Fixer::take(const std::string& text) {
   constexpr std::string_view kMark = "\xef\xbb\xbf";
   std::string_view left = text;
-  const std::string first = text.substr(0, text.find('\n'));
-  if (left.starts_with(kMark) && mayBecome(first, first.substr(kMark.size()), 1)) {
+  while (left.starts_with(kMark))
     left.remove_prefix(kMark.size());
+  const std::string first = text.substr(0, text.find('\n'));
+  const std::size_t marks = text.size() - left.size();
+  if (marks > 0 && mayBecome(first, first.substr(marks), 1))
     note(1, "a byte order mark taken out");
-  }
+  else
+    left = text;
   bool isOpen = false;
   for (ConfigLines lines(left); lines.next();) {
     const bool hasNewline = lines.withNewline().size() > lines.text().size();
     std::string line(lines.text());
-    if (line.ends_with('\r') && mayBecome(line, line.substr(0, line.size() - 1), lines.number())) {
-      line.pop_back();
+    const std::string bare = line.substr(0, line.find_last_not_of('\r') + 1);
+    if (bare != line && mayBecome(line, bare, lines.number())) {
+      line = bare;
       note(lines.number(), "a carriage return taken out");
     }
     const ConfigLine whole(line);
@@ -273,7 +318,8 @@ void Fixer::fixLine(FixedLine& fixed) {
   }
 }
 
-// Of several lines with one key only the one that counts stays, where its value is taken and the others are alone on theirs.
+// Of several lines with one key only the one that counts stays, where its value is taken, and where a shell gives every
+// variable what it gave before: an idle line goes where nothing up to the other one can read it.
 void Fixer::dropIdle() {
   std::map<std::string, std::vector<FixedLine*>> repeated;
   for (FixedLine& fixed : lines_) {
@@ -285,8 +331,11 @@ void Fixer::dropIdle() {
   for (const auto& [key, all] : repeated) {
     const FixedLine* const counting = rules_.firstLineCounts(key) ? all.front() : all.back();
     if (all.size() == 1 || rules_.accept(key, ConfigLine(counting->text).value()) != 0) continue;
+    if (!isOneVariable(all, counting == all.front())) continue;
     for (FixedLine* idle : all) {
-      if (idle == counting || !ConfigLine(idle->text).isAlone()) continue;
+      const auto [first, last] = std::minmax<const FixedLine*>(idle, counting);
+      if (idle == counting || !isPlain(ConfigLine(idle->text)) || isRead(*idle, first + 1, last + 1))
+        continue;
       idle->isGone = true;
       note(idle->number,
            KFL::toUpper(key) + " taken out, which line " + std::to_string(counting->number) + " decides");
