@@ -56,9 +56,15 @@ const std::string& textOf(const std::string& word) {
 const std::string& textOf(const KFL::KFLIPAddress& address) {
   return address.toString();
 }
-std::string textOf(const KFL::KFLInterfaceRate& rate) {
-  return rate.toString();
+template <class Value>
+std::string textOf(const Value& value) {
+  return value.toString();
 }
+
+constexpr const char* kWords = "each is one word";
+constexpr const char* kTemplates =
+    "NAME or NAME/VERSION is wanted, one word, and a version begins with a digit";
+constexpr const char* kDistribution = "NAME or NAME-VERSION is wanted, and a version begins with a digit";
 
 // What was written into a file, and what was read from it.
 struct Copies {
@@ -68,7 +74,8 @@ struct Copies {
 };
 
 template <class Record, class Property>
-int refuseOtherList(const Copies& copies, int (Record::*get)(Property&) const, const char* key) {
+int refuseOtherList(const Copies& copies, int (Record::*get)(Property&) const, const char* key,
+                    const char* form = kWords) {
   Property sent, given;
   if ((copies.written.*get)(sent) != 0) return 0;
   (copies.read.*get)(given);
@@ -78,16 +85,27 @@ int refuseOtherList(const Copies& copies, int (Record::*get)(Property&) const, c
     there.insert(textOf(item));
   for (const auto& item : sent.getValue()) {
     if (there.count(textOf(item)) != 0) continue;
-    setErrorMessage("%s: %s: %s would be read otherwise; each is one word", copies.name.c_str(), key,
-                    quoteText(textOf(item)).c_str());
+    setErrorMessage("%s: %s: %s would be read otherwise; %s", copies.name.c_str(), key,
+                    quoteText(textOf(item)).c_str(), form);
     return -1;
   }
   setErrorMessage("%s: %s would be read as another list", copies.name.c_str(), key);
   return -1;
 }
 
-// Templates are left out: a file can give them names that it does not give back, and what was read stays writable.
-int refuseOtherLists(const Copies& copies) {
+template <class Record, class Property>
+int refuseOtherValue(const Copies& copies, int (Record::*get)(Property&) const, const char* key,
+                     const char* form) {
+  Property sent, given;
+  if ((copies.written.*get)(sent) != 0 || !sent.isSpecified()) return 0;
+  (copies.read.*get)(given);
+  if (given.isSpecified() && sent.getValue() == given.getValue()) return 0;
+  setErrorMessage("%s: %s: %s would be read otherwise; %s", copies.name.c_str(), key,
+                  quoteText(textOf(sent.getValue())).c_str(), form);
+  return -1;
+}
+
+int refuseOtherValues(const Copies& copies) {
   using R = KFAEnvConfig;
   const bool isRefused = refuseOtherList(copies, &R::getAddresses, "IP_ADDRESS") != 0 ||
                          refuseOtherList(copies, &R::getRatesList, "RATE") != 0 ||
@@ -95,6 +113,9 @@ int refuseOtherLists(const Copies& copies) {
                          refuseOtherList(copies, &R::getSearchDomains, "SEARCHDOMAIN") != 0 ||
                          refuseOtherList(copies, &R::getIPTables, "IPTABLES") != 0 ||
                          refuseOtherList(copies, &R::getServerRoles, "ROLES") != 0 ||
+                         refuseOtherList(copies, &R::getTemplates, "TEMPLATES", kTemplates) != 0 ||
+                         refuseOtherValue(copies, &R::getOsTemplate, "OSTEMPLATE", kTemplates) != 0 ||
+                         refuseOtherValue(copies, &R::getDistribution, "DISTRIBUTION", kDistribution) != 0 ||
                          refuseOtherList(copies, &R::getOfflineServices, "OFFLINE_SERVICE") != 0;
   return isRefused ? -1 : 0;
 }
@@ -153,17 +174,7 @@ int refuseOtherDevices(const Copies& copies) {
   return isMore ? -1 : 0;
 }
 
-// The devices that NETIF holds, beside the addresses; venet0 speaks for IP_ADDRESS itself.
-KFAEnvConfig withoutCompletions(const KFAEnvConfig& config) {
-  KFAEnvConfig::NetVEths devices;
-  config.getNetVEths(devices);
-  std::erase_if(devices.value(), isCompletion);
-  KFAEnvConfig others(config);
-  others.setNetVEths(devices);
-  return others;
-}
-
-// Whether a file gives back each list and each device, and does so again when what it gives is written.
+// Whether a file gives back each list, template and device, and does so again when what it gives is written.
 int refuseOtherRecord(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
                       const std::string& name) {
   std::string text;
@@ -173,10 +184,8 @@ int refuseOtherRecord(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& 
   if (readEnvironment(parser, text, name, read) != 0) return -1;
   KFAEnvConfigBashParser::updateIp(&written);
   const Copies copies{written, read, name};
-  if (refuseOtherLists(copies) != 0 || refuseOtherDevices(copies) != 0) return -1;
-  if (refuseOverruling("ip_address", withoutCompletions(config)) == 0 &&
-      refuseOverruling("ip_address", read) == 0)
-    return 0;
+  if (refuseOtherValues(copies) != 0 || refuseOtherDevices(copies) != 0) return -1;
+  if (refuseOverruling("ip_address", config) == 0 && refuseOverruling("ip_address", read) == 0) return 0;
   const std::string reason = KFL::getErrorMessage();
   setErrorMessage("%s: %s", name.c_str(), reason.c_str());
   return -1;

@@ -22,8 +22,8 @@ int readEnvironment(const KFAEnvConfigBashParser& parser, std::string_view text,
 // list: written without it, the file reads as the same record.
 KFAEnvConfig withoutCompletion(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config);
 
-// Whether a shell reads each value of the record back as it stands, and a file gives its network devices and its lists
-// (but templates) back, now and when what it gives is written once more; options.allowUnsafe lets both pass. 0, or -1 with an
+// Whether a shell reads each value of the record back as it stands, and a file gives its network devices, its lists and its
+// templates back, now and when what it gives is written once more; options.allowUnsafe lets both pass. 0, or -1 with an
 // error text that begins with the name and the key.
 int checkWritable(const KFAEnvConfigBashParser& parser, const KFAEnvConfig& config,
                   const KFASetOptions& options, const std::string& name);
