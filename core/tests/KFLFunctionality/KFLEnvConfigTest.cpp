@@ -2,13 +2,10 @@
 #include <KFLFunctionality/KFLEnvConfig.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <KFLFunctionality/KFLVEnvConfig.h>
-#include <KFLMessage/KFLMessage.h>
+
+#include "../KFLMessage/Records.h"
 
 namespace KFL {
 namespace {
@@ -17,24 +14,8 @@ using Text = KFLEnvConfig::Text;
 using Texts = KFLEnvConfig::Texts;
 using TextSet = KFLEnvConfig::TextSet;
 
-KFLVEnvConfig readConfig(const std::string& xml) {
-  KFLMessage message;
-  EXPECT_EQ(message.parse(xml), 0);
-  KFLVEnvConfig config;
-  EXPECT_EQ(message.getIterator().getObj(config), 0);
-  return config;
-}
-
-std::vector<std::string> names(const KFLEnvConfig& config) {
-  std::vector<std::string> all;
-  const KFLMessageIterator it = config.getIterator();
-  for (int left = it.firstChild(); left == 0; left = it.nextSibling())
-    all.emplace_back(it.getName());
-  return all;
-}
-
 std::size_t count(const KFLEnvConfig& config, const std::string& name) {
-  return static_cast<std::size_t>(std::ranges::count(names(config), name));
+  return static_cast<std::size_t>(std::ranges::count(namesOf(config.getIterator()), name));
 }
 
 // --- Properties --------------------------------------------------------------------------------------------
@@ -49,7 +30,7 @@ TEST(KFLEnvConfig, ListsLeaveEmptyTextsOutAndAddToWhatIsThere) {
     ASSERT_EQ(config.getNameservers(got), 0);
     EXPECT_EQ(got, Texts(expected));
   }
-  EXPECT_EQ(names(config), std::vector<std::string>{"nameserver"});
+  EXPECT_EQ(namesOf(config.getIterator()), Names{"nameserver"});
   TextSet domains(std::set<std::string>{"kept"});
   config.setSearchDomains(std::set<std::string>{"b", "a"});
   EXPECT_EQ(config.getSearchDomains(domains), 0);
@@ -59,8 +40,10 @@ TEST(KFLEnvConfig, ListsLeaveEmptyTextsOutAndAddToWhatIsThere) {
 TEST(KFLEnvConfig, ListOfRecordsStopsAtTheMarkerAndFailsAtAMalformedItem) {
   const std::string good = "<qos><id>a</id><hard>1</hard></qos>";
   for (const auto& [second, result] : {std::pair("<qos/>", 0), {"<qos><id>b</id><hard>x</hard></qos>", -1}}) {
+    KFLVEnvConfig config;
     KFLVEnvConfig::QoSes qoses;
-    EXPECT_EQ(readConfig("<c>" + good + second + "</c>").getQoSes(qoses), result);
+    ASSERT_EQ(readFrom(good + second, config), 0);
+    EXPECT_EQ(config.getQoSes(qoses), result);
     EXPECT_EQ(qoses.getValue().size(), 1U) << "what came before is kept";
   }
 }

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Addresses beside what the fuzz target ValueFuzz holds them to: which texts are addresses, and what their parts are.
-#include <array>
-#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -33,22 +31,6 @@ TEST(KFLIPv6, ResemblingLooksAtTheAddressPartAlone) {
     EXPECT_TRUE(KFLIPv6::isResembling(text)) << text;
   for (const char* text : {"10.0.0.1", "10.0.0.1/24", "10.0.0.1/ff::", "dhcp", "", "/:"})
     EXPECT_FALSE(KFLIPv6::isResembling(text)) << text;
-}
-
-TEST(KFLIPv6, CarriesIPv4WhenCompatible) {
-  using Row3 = std::array<const char*, 3>;
-  for (const auto& [text, embedded, formatted] :
-       {Row3{"::10.0.0.1", "10.0.0.1", "10.0.0.1"}, Row3{"::0.0.0.2", "0.0.0.2", "0.0.0.2"},
-        Row3{"::", "", "::"}, Row3{"::1", "", "::1"}, Row3{"::ffff:10.0.0.1", "", "::ffff:10.0.0.1"},
-        Row3{"fe80::10.0.0.1", "", "fe80::a00:1"}}) {
-    const KFLIPv6 address(text);
-    const std::optional<KFLIPv4> found = KFL::IPv6Format::IPv4Compatible::test(address);
-    EXPECT_EQ(found ? found->toString() : "", embedded) << text;
-    EXPECT_EQ(KFL::IPv6Format::IPv4Compatible::format(address), formatted);
-  }
-  EXPECT_TRUE(KFLIPv6("::").isAny());
-  EXPECT_TRUE(KFLIPv6("nonsense").isAny());
-  EXPECT_FALSE(KFLIPv6("::1").isAny());
 }
 
 }  // namespace

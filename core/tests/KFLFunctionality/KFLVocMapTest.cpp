@@ -77,26 +77,23 @@ struct GoodRow {
   std::vector<std::string> parameters;  // of the category "c"
 };
 
-const std::vector<GoodRow>& goodRows() {
-  static const std::vector<GoodRow> rows = {
-      {"<vocabulary version='1'/>", {"null"}},
-      {parameter(""), {}},
-      {"\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8' standalone='yes'?><!-- c --><?pi?>" +
-           parameter("<parameter/>"),
-       {""}},
-      {parameter("<parameter id='a.b-c_9' kind='2' value_type='0' number='-2147483648'/>"
-                 "<parameter id='a.b-c_9' number='2147483647'/>"),
-       {"id=a.b-c_9|kind=2|value_type=0|number=-2147483648|", "id=a.b-c_9|number=2147483647|"}},
-      // White space is folded, wherever the parser splits a text.
-      {parameter("<parameter><comment> a\n\t b &amp; c<!-- x --> d<![CDATA[ < ]]>e\n</comment>"
-                 "<expression>a&lt;=\xC3\xBC&#xFC;</expression><description>  </description></parameter>"),
-       {"expression=a<=\xC3\xBC\xC3\xBC|comment=a b & c d < e|description=|"}},
-      {document("<category words='c'><parameter id='a'/></category><category words='d'>"
-                "<parameter id='b'/></category>"),
-       {"id=a|"}},
-  };
-  return rows;
-}
+const GoodRow kGood[] = {
+    {"<vocabulary version='1'/>", {"null"}},
+    {parameter(""), {}},
+    {"\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8' standalone='yes'?><!-- c --><?pi?>" +
+         parameter("<parameter/>"),
+     {""}},
+    {parameter("<parameter id='a.b-c_9' kind='2' value_type='0' number='-2147483648'/>"
+               "<parameter id='a.b-c_9' number='2147483647'/>"),
+     {"id=a.b-c_9|kind=2|value_type=0|number=-2147483648|", "id=a.b-c_9|number=2147483647|"}},
+    // White space is folded, wherever the parser splits a text.
+    {parameter("<parameter><comment> a\n\t b &amp; c<!-- x --> d<![CDATA[ < ]]>e\n</comment>"
+               "<expression>a&lt;=\xC3\xBC&#xFC;</expression><description>  </description></parameter>"),
+     {"expression=a<=\xC3\xBC\xC3\xBC|comment=a b & c d < e|description=|"}},
+    {document("<category words='c'><parameter id='a'/></category><category words='d'>"
+              "<parameter id='b'/></category>"),
+     {"id=a|"}},
+};
 
 struct BadRow {
   std::string xml;
@@ -105,46 +102,43 @@ struct BadRow {
   bool validBySchema = false;
 };
 
-const std::vector<BadRow>& badRows() {
-  static const std::vector<BadRow> rows = {
-      {"<vocabulary>", "1:1", "lacks the attribute 'version'"},
-      {"<vocabulary version='2'/>", "1:1", "version '2'"},
-      {"<v:vocabulary xmlns:v='u' version='1'/>", "1:1", "is no vocabulary"},
-      {std::string(kHead) + "\n  <category words='c'>\n", "3:1", "no element found inside <category>"},
-      {std::string(kHead) + "\n  </category>", "2:5", "mismatched tag inside <vocabulary>"},
-      {document("\n\n  <categori words='c'/>"), "3:3",
-       "<categori> is not known inside <vocabulary>; expected <category>"},
-      {document("<category/>"), "1:25", "lacks the attribute 'words'"},
-      {document("<category words=' '/>"), "1:25", "give one word or more"},
-      {document("<category words='a,b'/>"), "1:25", "the word 'a,b'"},
-      {document("<category words='a b'/><category words='b a'/>"), "1:48", "'a b' stands twice", true},
-      {document("<category words='a' x='b'/>"), "1:25", "<category> has no attribute 'x'; it takes"},
-      {document("loose"), "1:25", "text stands between elements"},
-      {parameter("<param id='a'/>"), "1:45", "<param> is not known inside <category>; expected <parameter>"},
-      {parameter("<parameter ID='a'/>"), "1:45", "no attribute 'ID'"},
-      {parameter("<parameter id=''/>"), "1:45", "id cannot be ''"},
-      {parameter("<parameter id='a&#10;b'/>"), "1:45", "id cannot be 'a?b'"},
-      {parameter("<parameter id='gr\xC3\xBC'/>"), "1:45", "a letter followed by"},
-      {parameter("<parameter id='_a'/>"), "1:45", "id cannot be '_a'"},
-      {parameter("<parameter kind='3'/>"), "1:45", "2 (barrier and limit) or 1 (single value)"},
-      {parameter("<parameter value_type='2'/>"), "1:45", "1 (integer) or 0 (fractional)"},
-      {parameter("<parameter number='2147483648'/>"), "1:45", "a 32-bit whole number"},
-      {parameter("<parameter number=' 1'/>"), "1:45", "a 32-bit whole number"},
-      {parameter("<parameter><id>a</id></parameter>"), "1:56", "<id> is not known inside <parameter>"},
-      {parameter("<parameter><comment/>\n<comment/></parameter>"), "2:1", "<comment> stands twice"},
-      {parameter("<parameter><comment a='1'/></parameter>"), "1:56",
-       "has no attribute 'a'; it holds text only"},
-      {parameter("<parameter><comment>a<b/></comment></parameter>"), "1:66", "<b> stands inside <comment>"},
-      {parameter("<parameter><expression>a <= b</expression></parameter>"), "1:71", "'<' is written &lt;"},
-      {parameter("<parameter><comment>a & b</comment></parameter>"), "1:68", "'&' is written &amp;"},
-      {parameter("<parameter><comment>\xFF</comment></parameter>"), "1:65", "invalid token"},
-      {"<!DOCTYPE v [<!ENTITY a 'b'>]>\n" + document(""), "1:", "a document type declaration", true},
-      {"<?xml version='1.0' encoding='ISO-8859-1'?>" + document(""), "1:1", "encoding 'ISO-8859-1'", true},
-      {std::string("<\0v\0", 4), "1:1", "written in UTF-8"},
-      {std::string("\xFF\xFE<\0v\0", 6), "1:1", "written in UTF-8"},
-  };
-  return rows;
-}
+const BadRow kBad[] = {
+    {"<vocabulary>", "1:1", "lacks the attribute 'version'"},
+    {"<vocabulary version='2'/>", "1:1", "version '2'"},
+    {"<v:vocabulary xmlns:v='u' version='1'/>", "1:1", "is no vocabulary"},
+    {std::string(kHead) + "\n  <category words='c'>\n", "3:1", "no element found inside <category>"},
+    {std::string(kHead) + "\n  </category>", "2:5", "mismatched tag inside <vocabulary>"},
+    {document("\n\n  <categori words='c'/>"), "3:3",
+     "<categori> is not known inside <vocabulary>; expected <category>"},
+    {document("<category/>"), "1:25", "lacks the attribute 'words'"},
+    {document("<category words=' '/>"), "1:25", "give one word or more"},
+    {document("<category words='a,b'/>"), "1:25", "the word 'a,b'"},
+    {document("<category words='a b'/><category words='b a'/>"), "1:48", "'a b' stands twice", true},
+    {document("<category words='a' x='b'/>"), "1:25", "<category> has no attribute 'x'; it takes"},
+    {document("loose"), "1:25", "text stands between elements"},
+    {parameter("<param id='a'/>"), "1:45", "<param> is not known inside <category>; expected <parameter>"},
+    {parameter("<parameter ID='a'/>"), "1:45", "no attribute 'ID'"},
+    {parameter("<parameter id=''/>"), "1:45", "id cannot be ''"},
+    {parameter("<parameter id='a&#10;b'/>"), "1:45", "id cannot be 'a?b'"},
+    {parameter("<parameter id='gr\xC3\xBC'/>"), "1:45", "a letter followed by"},
+    {parameter("<parameter id='_a'/>"), "1:45", "id cannot be '_a'"},
+    {parameter("<parameter kind='3'/>"), "1:45", "2 (barrier and limit) or 1 (single value)"},
+    {parameter("<parameter value_type='2'/>"), "1:45", "1 (integer) or 0 (fractional)"},
+    {parameter("<parameter number='2147483648'/>"), "1:45", "a 32-bit whole number"},
+    {parameter("<parameter number=' 1'/>"), "1:45", "a 32-bit whole number"},
+    {parameter("<parameter><id>a</id></parameter>"), "1:56", "<id> is not known inside <parameter>"},
+    {parameter("<parameter><comment/>\n<comment/></parameter>"), "2:1", "<comment> stands twice"},
+    {parameter("<parameter><comment a='1'/></parameter>"), "1:56",
+     "has no attribute 'a'; it holds text only"},
+    {parameter("<parameter><comment>a<b/></comment></parameter>"), "1:66", "<b> stands inside <comment>"},
+    {parameter("<parameter><expression>a <= b</expression></parameter>"), "1:71", "'<' is written &lt;"},
+    {parameter("<parameter><comment>a & b</comment></parameter>"), "1:68", "'&' is written &amp;"},
+    {parameter("<parameter><comment>\xFF</comment></parameter>"), "1:65", "invalid token"},
+    {"<!DOCTYPE v [<!ENTITY a 'b'>]>\n" + document(""), "1:", "a document type declaration", true},
+    {"<?xml version='1.0' encoding='ISO-8859-1'?>" + document(""), "1:1", "encoding 'ISO-8859-1'", true},
+    {std::string("<\0v\0", 4), "1:1", "written in UTF-8"},
+    {std::string("\xFF\xFE<\0v\0", 6), "1:1", "written in UTF-8"},
+};
 
 boost::shared_ptr<KFLVocMap> loaded(const std::string& xml) {
   boost::shared_ptr<KFLVocMap> map = KFLVocMap::loadFromText(xml, "v.xml");
@@ -153,12 +147,12 @@ boost::shared_ptr<KFLVocMap> loaded(const std::string& xml) {
 }
 
 TEST(KFLVocMap, TakesWhatIsWellFormed) {
-  for (const GoodRow& row : goodRows())
+  for (const GoodRow& row : kGood)
     EXPECT_EQ(dump(loaded(row.xml)->readCategory("c")), row.parameters) << row.xml;
 }
 
 TEST(KFLVocMap, RefusesTheRestAndSaysWhere) {
-  for (const BadRow& row : badRows()) {
+  for (const BadRow& row : kBad) {
     EXPECT_FALSE(KFLVocMap::loadFromText(row.xml, "v.xml")) << row.xml;
     EXPECT_THAT(KFL::getErrorMessage(), AllOf(StartsWith("v.xml:" + row.where), HasSubstr(row.text)))
         << row.xml;
@@ -280,9 +274,9 @@ TEST_F(KFLVocFile, TheSchemaAgrees) {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
   };
   EXPECT_TRUE(valid(kDefault));
-  for (const GoodRow& row : goodRows())
+  for (const GoodRow& row : kGood)
     EXPECT_TRUE(valid(write("good.xml", row.xml))) << row.xml;
-  for (const BadRow& row : badRows())
+  for (const BadRow& row : kBad)
     EXPECT_EQ(valid(write("bad.xml", row.xml)), row.validBySchema) << row.xml;
   // Numbers in every form, around the ends of their ranges.
   for (const char* const attribute : {"kind", "value_type", "number"}) {

@@ -6,7 +6,6 @@
 #include <climits>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <KFLCommon/KFLError.h>
@@ -77,22 +76,6 @@ TEST(KFLMessageIterator, UnknownNumbersAreOurOwnMistakes) {
   KFLMessage message;
   EXPECT_DEATH(message.getIterator().addChild(1003), "KFLMessageIterator");
   EXPECT_DEATH(message.getIterator().addChild(""), "KFLMessageIterator");
-}
-
-TEST(KFLMessage, CursorsKeepTheTreeAndCopiesAreIndependent) {
-  KFLMessage message("a");
-  KFLMessageIterator it = message.getIterator();
-  it.putValue(1, 1002);
-  const KFLMessage copy = message;
-  {
-    const KFLMessage moved = std::move(message);
-    message = KFLMessage();
-    EXPECT_EQ(message.toString(), "<message/>");
-    EXPECT_EQ(moved.toString(), "<a><veid>1</veid></a>");
-  }
-  it.putValue(2, 1002);
-  EXPECT_EQ(printed(it), "<a><veid>1</veid><veid>2</veid></a>");
-  EXPECT_EQ(copy.toString(), "<a><veid>1</veid></a>");
 }
 
 // A configuration that is set over and over: everything that was removed, and is held no more, is used again.

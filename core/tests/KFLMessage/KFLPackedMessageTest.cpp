@@ -30,9 +30,10 @@ const std::string kDeep = [] {
 }();
 
 TEST(KFLPackedMessage, IsReadByteByByte) {
-  const struct {
-    std::string nodes, expected;
-  } rows[] = {
+  struct Row {
+    std::string packed, expected;
+  };
+  const Row rows[] = {
       {"\x04\x00"s, "<a/>"},
       {"\x04\x02xy", "<a>xy</a>"},
       {"\x06\x01x\x08\x00\x01\x01y\x08\x01z\x00"s, "<a>x<b/>y<b>z</b></a>"},
@@ -59,39 +60,27 @@ TEST(KFLPackedMessage, IsReadByteByByte) {
       {"\x04\x01\xE9", "byte 13: is not UTF-8"},
       {"\x05\x00\x00\x02\x02\x00\x01x\x02\x00\x00\x00"s, "byte 21: an attribute stands twice"},
   };
-  for (const auto& row : rows) {
-    const std::string text = unpacked(kSpellings + row.nodes);
-    EXPECT_EQ(text.substr(0, row.expected.size()), row.expected) << text;
-  }
-  const auto spelled = [](const std::string& a, const std::string& nodes) {
-    return unpacked("\x01\x02"s + static_cast<char>(a.size()) + a + "\x01u" + nodes);
+  // The same with other spellings.
+  const Row whole[] = {
+      {"\x01\x02\x01"
+       "1\x01u\x04\x00"s,
+       "byte 7: a name is none in XML"},
+      {"\x01\x02\x00\x01u\x04\x00"s, "byte 3: a spelling is empty"},
+      {"\x01\x02\x1Dhttp://www.w3.org/2000/xmlns/\x01u\x09\x01"s, "byte 36: a namespace is XML's own"},
+      {"\x01\x02\x05xmlns\x01u\x09\x00\x00\x01\x01\x00\x00\x00"s, "byte 17: an attribute is XML's own"},
+      {"\x02", "byte 0: this is "},
+      {"\x01\xFF\xFF\x03", "byte 4: the message ends within its s"},
+      {kDeep + "\x04\x00"s, "byte 523: elements are nes"},
   };
-  EXPECT_EQ(spelled("1", "\x04\x00"s), "byte 7: a name is none in XML");
-  EXPECT_EQ(spelled("", "\x04\x00"s), "byte 3: a spelling is empty");
-  EXPECT_EQ(spelled("http://www.w3.org/2000/xmlns/", "\x09\x01"s).substr(0, 31),
-            "byte 36: a namespace is XML's o");
-  EXPECT_EQ(spelled("xmlns", "\x09\x00\x00\x01\x01\x00\x00\x00"s).substr(0, 32),
-            "byte 17: an attribute is XML's o");
-  EXPECT_EQ(unpacked("\x02").substr(0, 16), "byte 0: this is ");
-  EXPECT_EQ(unpacked("\x01\xFF\xFF\x03").substr(0, 37), "byte 4: the message ends within its s");
-  EXPECT_EQ(unpacked(kDeep + "\x04\x00"s).substr(0, 26), "byte 523: elements are nes");
+  const auto expectStart = [](const std::string& packed, const std::string& expected) {
+    const std::string text = unpacked(packed);
+    EXPECT_EQ(text.substr(0, expected.size()), expected) << text;
+  };
+  for (const Row& row : rows)
+    expectStart(kSpellings + row.packed, row.expected);
+  for (const Row& row : whole)
+    expectStart(row.packed, row.expected);
   EXPECT_EQ(unpacked(kDeep + std::string(256, '\0')).size(), 255 * 7 + 4);
-}
-
-// A root that nobody has named goes as the name that its text has.
-TEST(KFLPackedMessage, HoldsARootWithoutAName) {
-  KFLMessage message;
-  message.getIterator().putValue(std::string("x"), "a");
-  std::string packed;
-  ASSERT_EQ(message.pack(packed), 0) << getErrorMessage();
-  EXPECT_EQ(unpacked(packed), message.toString());
-}
-
-TEST(KFLPackedMessage, IsRefusedWhenItIsTooLarge) {
-  const std::size_t limit = KFLMessage::getSizeLimit();
-  KFLMessage::setSizeLimit(8);
-  EXPECT_EQ(unpacked("123456789"), "byte 0: there are 9 bytes; at most 8 are taken");
-  KFLMessage::setSizeLimit(limit);
 }
 
 }  // namespace

@@ -135,6 +135,8 @@ TEST(KFLXML, RefusesLongTexts) {
   KFLMessage::setSizeLimit(8);
   EXPECT_EQ(KFLMessage().parse("<abcde/>"), 0);
   EXPECT_EQ(reprint("<abcdef/>"), "line 1, column 1: the text has 9 bytes; at most 8 are taken");
+  EXPECT_EQ(KFLMessage().unpack("123456789"), -1);
+  EXPECT_EQ(getErrorMessage(), "byte 0: there are 9 bytes; at most 8 are taken");
   KFLMessage::setSizeLimit(limit);
 }
 
@@ -233,6 +235,9 @@ TEST(KFLXML, AnUnnamedRootIsNamedAfterItsType) {
     ASSERT_EQ(again.parse(message.toString()), 0);
     EXPECT_TRUE(message.getIterator().isEqualTree(again.getIterator()));
     EXPECT_TRUE(again.getIterator().isEqualTree(message.getIterator()));
+    std::string packed;
+    ASSERT_EQ(message.pack(packed) | again.unpack(packed), 0) << getErrorMessage();
+    EXPECT_EQ(again.toString(), message.toString());
   }
 }
 

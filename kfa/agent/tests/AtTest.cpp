@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // kfactl --at: each command prints, gives and leaves what the same one does on the node itself.
-#include <map>
-
 #include "KfadTestBase.h"
 
 namespace {

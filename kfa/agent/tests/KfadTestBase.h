@@ -9,17 +9,12 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <limits>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <KFARemote/KFARemoteConnection.h>
 
@@ -93,30 +88,18 @@ class KfadTestBase : public testing::Test {
     return makeManagerStub<Manager>(connection->getChannel(address, KFLEID(), kTechnology));
   }
   [[noreturn]] void run(const std::string& notify) const {
-    const std::string pki = folder / "pki/";
-    std::vector<std::string> words{KFAD_PROGRAM,
-                                   "--node",
-                                   folder / "conf",
-                                   "--global",
-                                   folder / "global.conf",
-                                   "--samples",
-                                   folder / "samples",
-                                   "--shaping",
-                                   folder / "shaping.xml",
-                                   "--updates",
-                                   folder / "updates.xml",
-                                   "--access",
-                                   folder / "access",
-                                   "--certificate",
-                                   pki + "127.0.0.1.pem",
-                                   "--key",
-                                   pki + "127.0.0.1.key",
-                                   "--ca",
-                                   pki + "ca.pem",
-                                   "--id",
-                                   NodeFolder::kNode,
-                                   "--vocabulary",
-                                   std::string(KFA_SOURCE_DIR) + "/data/vocabulary.xml"};
+    const std::string vocabulary = std::string(KFA_SOURCE_DIR) + "/data/vocabulary.xml";
+    std::vector<std::string> words{KFAD_PROGRAM, "--id", NodeFolder::kNode, "--vocabulary", vocabulary};
+    for (const auto& [option, name] : {std::pair("--node", "conf"),
+                                       {"--global", "global.conf"},
+                                       {"--samples", "samples"},
+                                       {"--shaping", "shaping.xml"},
+                                       {"--updates", "updates.xml"},
+                                       {"--access", "access"},
+                                       {"--certificate", "pki/127.0.0.1.pem"},
+                                       {"--key", "pki/127.0.0.1.key"},
+                                       {"--ca", "pki/ca.pem"}})
+      words.insert(words.end(), {option, folder / name});
     for (const std::string& library : libraries)
       words.insert(words.end(), {"--load", library});
     std::vector<char*> arguments;

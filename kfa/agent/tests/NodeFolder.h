@@ -3,42 +3,27 @@
 #ifndef KFAD_TESTS_NODEFOLDER_H
 #define KFAD_TESTS_NODEFOLDER_H
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
-#include <gtest/gtest.h>
 #include <boost/smart_ptr/make_shared.hpp>
 
+#include "../../lib/tests/files/FilesTest.h"
 #include "../NodeManagers.h"
 
-inline std::string contentOf(const std::string& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-class NodeFolder {
+class NodeFolder : public TemporaryFolder {
  public:
   NodeFolder() {
     namespace fs = std::filesystem;
-    std::string pattern = fs::temp_directory_path() / "kfad-XXXXXX";
-    path_ = mkdtemp(pattern.data());
     const fs::path examples = fs::path(KFA_SOURCE_DIR) / "examples/node";
-    fs::copy(examples / "conf", path_ / "conf");
-    fs::copy(examples / "global.conf", path_ / "global.conf");
-    fs::create_directory(path_ / "samples");
+    fs::copy(examples / "conf", path() / "conf");
+    fs::copy(examples / "global.conf", path() / "global.conf");
+    fs::create_directory(path() / "samples");
     std::ofstream(conf(7)) << "VE_PRIVATE=\"/nonexistent/$VEID\"\nUUID=\"" << kKnown
                            << "\"\nONBOOT=no # by hand\n";
     std::ofstream(conf(8)) << "UUID=\"" << kKnown << "\"\nNAME=twin\n";
     std::ofstream(conf(9)) << "NAME='open\n";
     std::ofstream(*this / "samples/basic.sample") << "ONBOOT=\"yes\"\nNUMPROC=\"100:200\"\n";
   }
-  NodeFolder(const NodeFolder&) = delete;
-  NodeFolder& operator=(const NodeFolder&) = delete;
-  ~NodeFolder() { std::filesystem::remove_all(path_); }
 
-  std::string operator/(const std::string& name) const { return path_ / name; }
+  std::string operator/(const std::string& name) const { return path() / name; }
   std::string conf(int veid) const { return *this / ("conf/" + std::to_string(veid) + ".conf"); }
   kfad::NodePaths paths() const {
     return {*this / "conf", *this / "global.conf", *this / "samples", *this / "shaping.xml",
@@ -52,9 +37,6 @@ class NodeFolder {
 
   static constexpr const char* kNode = "22222222-0000-4000-8000-000000000001";
   static constexpr const char* kKnown = "22222222-0000-4000-8000-000000000007";
-
- private:
-  std::filesystem::path path_;
 };
 
 #endif

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // A message from outside that is read and checked in time with its size, whichever of its elements cannot be read.
 #include <ctime>
-#include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <KFLMessage/KFLDerivedParsers.h>
-#include <KFLMessage/KFLMessage.h>
 #include <KFLMessage/KFLMessageCheck.h>
 #include <KFLMessage/KFLNumberNames.h>
-#include <KFLMessage/KFLRecordRegistry.h>
+
+#include "MessageExamples.h"
 
 namespace {
 
@@ -22,13 +19,9 @@ std::string inTag(std::string_view name, const std::string& content, const std::
 
 std::vector<KFLField> rowsOf(const KFLFieldTable& table) {
   std::vector<KFLField> rows;
-  for (const KFLField& row : table.rows()) {
-    if (row.shape != KFLFieldShape::Inline)
-      rows.push_back(row);
-    else if (row.table != nullptr)
-      for (const KFLField& inner : rowsOf(row.table()))
-        rows.push_back(inner);
-  }
+  visitRows(table, [&](const KFLField& row) {
+    if (row.shape != KFLFieldShape::Inline) rows.push_back(row);
+  });
   return rows;
 }
 

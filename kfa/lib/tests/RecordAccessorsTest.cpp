@@ -33,8 +33,8 @@
 #include <KFLFunctionality/KFLIPPoolAllocation.h>
 #include <KFLFunctionality/KFLOS.h>
 
+#include "KFLMessage/Records.h"
 #include "MessageExamples.h"
-#include "Records.h"
 
 namespace {
 

@@ -8,33 +8,15 @@
 #include <openssl/x509v3.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include <KFARemote/KFARemoteTypes.h>
 
-class TestFolder {
- public:
-  TestFolder() {
-    std::string pattern = std::filesystem::temp_directory_path() / "kfa-remote-XXXXXX";
-    path_ = mkdtemp(pattern.data());
-  }
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
-  ~TestFolder() { std::filesystem::remove_all(path_); }
-  std::string operator/(const std::string& name) const { return path_ / name; }
-
- private:
-  std::filesystem::path path_;
-};
+#include "../../lib/tests/files/FilesTest.h"
 
 class TestAuthority {
  public:
-  TestAuthority(const TestFolder& folder, const std::string& name) : folder_(folder), name_(name) {
+  TestAuthority(const TemporaryFolder& folder, const std::string& name) : folder_(folder), name_(name) {
     certificate_ = make(name, key_, -86400, 86400, true);
     write(folder_ / (name_ + ".pem"), nullptr, certificate_.get());
   }
@@ -101,7 +83,7 @@ class TestAuthority {
     std::filesystem::rename(path + ".new", path);
   }
 
-  const TestFolder& folder_;
+  const TemporaryFolder& folder_;
   const std::string name_;
   Key key_;
   Certificate certificate_;

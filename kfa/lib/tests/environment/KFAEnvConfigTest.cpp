@@ -12,7 +12,7 @@
 #include <KFLFunctionality/KFLEnv.h>
 
 #include "../MessageExamples.h"
-#include "../Records.h"
+#include "KFLMessage/Records.h"
 #include "Properties.h"
 
 namespace KFA {

@@ -61,10 +61,10 @@ inline void makeFile(const std::filesystem::path& path, const std::string& conte
   std::ofstream(path, std::ios::binary) << content;
 }
 
-// Whether a call was refused with an error that has the part.
-inline testing::AssertionResult refused(int result, const std::string& part) {
+// Whether a call was refused, with this code and an error that has the part.
+inline testing::AssertionResult refused(int result, const std::string& part, int code = -1) {
   const std::string text = KFL::getErrorMessage();
-  if (result == -1 && text.find(part) != std::string::npos) return testing::AssertionSuccess();
+  if (result == code && text.find(part) != std::string::npos) return testing::AssertionSuccess();
   return testing::AssertionFailure() << result << ": " << text;
 }
 

@@ -14,6 +14,7 @@
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/files/KFAConfigFolder.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include "FilesTest.h"
 
@@ -225,15 +226,10 @@ TEST_F(ConfigFile, WaitsAsLongAsOthersGetOn) {
     return 0;
   };
   makeFile(path, "");
-  std::vector<std::thread> threads;
-  for (int i = 0; i < kWriters; ++i) {
-    threads.emplace_back([&] {
-      EXPECT_EQ(KFAConfigFile(path).update(slowly, {false, "", 1000}), 0) << KFL::getErrorMessage();
-      EXPECT_EQ(KFAConfigFile(folder / "new").replace("N=1\n", {}), 0) << KFL::getErrorMessage();
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
+  KFL::runInThreads(kWriters, kWriters, [&](std::size_t) {
+    EXPECT_EQ(KFAConfigFile(path).update(slowly, {false, "", 1000}), 0) << KFL::getErrorMessage();
+    EXPECT_EQ(KFAConfigFile(folder / "new").replace("N=1\n", {}), 0) << KFL::getErrorMessage();
+  });
   EXPECT_EQ(contentOf(path), std::string(kWriters, 'x'));
   EXPECT_EQ(contentOf(folder / "new"), "N=1\n");
   EXPECT_EQ(folder.names(), (Names{"a", "new"}));

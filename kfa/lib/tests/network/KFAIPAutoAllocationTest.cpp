@@ -16,6 +16,9 @@ TEST(KFAIPAutoAllocation, CompletesWhatADeviceLacks) {
   const struct {
     const char *gateway, *v4, *v6;  // the allocation's, and what it is for a device
   } rows[] = {{"::", "", ""},
+              {"nonsense", "", ""},
+              {"::1", "", "::1"},
+              {"::0.0.0.2", "0.0.0.2", ""},
               {"::10.0.0.1", "10.0.0.1", ""},
               {"fe80::1", "", "fe80::1"},
               {"::ffff:10.0.0.1", "", "::ffff:10.0.0.1"}};
@@ -40,7 +43,7 @@ TEST(KFAIPAutoAllocation, CompletesWhatADeviceLacks) {
 
 TEST(KFAIPAutoAllocation, NameServersAreAddedEachTime) {
   KFLIPPoolAllocation allocation;
-  allocation.setNameServers(std::vector<KFLIPv6>{KFLIPv6("fe80::53"), KFLIPv6("::10.0.0.53")});
+  allocation.setNameServers(std::vector<KFLIPv6>{KFLIPv6("::"), KFLIPv6("::10.0.0.53")});
   std::vector<KFANetVEth> devices(2);
   devices[0].setHostRouted(true);
   devices[1].setNameServers({"10.0.0.1"});
@@ -49,8 +52,7 @@ TEST(KFAIPAutoAllocation, NameServersAreAddedEachTime) {
     IPAutoAllocation::Builder::set(allocation, device);
   }
   EXPECT_TRUE(devices[0].getNameServers().empty());
-  EXPECT_EQ(devices[1].getNameServers(),
-            (Words{"10.0.0.1", "fe80::53", "10.0.0.53", "fe80::53", "10.0.0.53"}));
+  EXPECT_EQ(devices[1].getNameServers(), (Words{"10.0.0.1", "::", "10.0.0.53", "::", "10.0.0.53"}));
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 #include <signal.h>
 
 #include <random>
-#include <thread>
 
 #include <KFLCommon/KFLText.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/node/KFAChangeList.h>
 
@@ -114,11 +114,7 @@ class NodeChangeTest : public testing::Test {
     return change;
   }
   static void inThreads(std::size_t count, const KFANodeChange::Work& work) {
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < count; ++i)
-      threads.emplace_back([&work, i] { work(i); });
-    for (std::thread& thread : threads)
-      thread.join();
+    KFL::runInThreads(count, count, work);
   }
 
   TemporaryFolder folder_;

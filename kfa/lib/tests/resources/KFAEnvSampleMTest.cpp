@@ -2,13 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <future>
 #include <optional>
 #include <random>
 #include <set>
 #include <tuple>
 
 #include <KFLCommon/KFLError.h>
+#include <KFLCommon/KFLThreads.h>
 
 #include <KFAFunctionality/environment/KFAEnvConfig.h>
 #include <KFAFunctionality/resources/KFAEnvSampleM.h>
@@ -93,8 +93,8 @@ TEST(ValidateQoSes, AnyThreadsOverOneVocabulary) {
   const auto vocabulary = vocabularyOf(
       kParameters,
       {"numproc <= numproc.hard", "avnumproc * 2 >= numproc - 1", "QOS <= QOS.hard", "weight < 9"});
-  const auto work = [&vocabulary](unsigned seed) {
-    std::mt19937 random(seed);
+  KFL::runInThreads(4, 4, [&vocabulary](std::size_t seed) {
+    std::mt19937 random(static_cast<unsigned>(seed));
     const auto number = [&random] { return static_cast<long long>(random() % 16); };
     for (int i = 0; i < 200; ++i) {
       const std::set<KFLQoS> qoses = {qosOf("numproc", number(), number()),
@@ -104,21 +104,15 @@ TEST(ValidateQoSes, AnyThreadsOverOneVocabulary) {
       KFAQoSValidationList shared;
       KFAQVTune own(config, vocabulary);
       KFAQVFailedFormulas failures;
-      if (validateQoSes(&shared, vocabulary, config) != own.checkParameters(tuneParameters(qoses), failures))
-        return false;
+      EXPECT_EQ(validateQoSes(&shared, vocabulary, config),
+                own.checkParameters(tuneParameters(qoses), failures));
       const auto isSame = [](const KFAQoSValidation& record, const KFAQVTuneFailure& failure) {
         return record.getIdentifier() == failure.formula->identifier &&
                record.getParameters().size() == failure.params.size();
       };
-      if (!std::equal(shared.begin(), shared.end(), failures.begin(), failures.end(), isSame)) return false;
+      EXPECT_TRUE(std::equal(shared.begin(), shared.end(), failures.begin(), failures.end(), isSame));
     }
-    return true;
-  };
-  std::vector<std::future<bool>> threads;
-  for (unsigned seed = 1; seed <= 4; ++seed)
-    threads.push_back(std::async(std::launch::async, work, seed));
-  for (auto& thread : threads)
-    EXPECT_TRUE(thread.get());
+  });
 }
 
 TEST(ValidateQoSes, RecordsOfViolatedFormulas) {

@@ -6,7 +6,7 @@
 #include <KFAFunctionality/templates/KFAArchitectureSelector.h>
 #include <KFAFunctionality/templates/KFAPackageVersion.h>
 
-#include "../Records.h"
+#include "KFLMessage/Records.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <boost/smart_ptr/make_shared.hpp>
 
-#include "../Records.h"
+#include "KFLMessage/Records.h"
 
 namespace {
 

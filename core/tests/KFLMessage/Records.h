@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the tests of records share: reading one from the elements of a message, and naming the elements it writes.
-#ifndef KFA_TESTS_RECORDS_H
-#define KFA_TESTS_RECORDS_H
+#ifndef KFLMESSAGE_TESTS_RECORDS_H
+#define KFLMESSAGE_TESTS_RECORDS_H
 
 #include <string>
 #include <vector>
