@@ -331,7 +331,10 @@ constexpr Command kCommands[] = {
     {"repair", "FILE", "Give back what nobody holds, and rebuild what can be kept",
      "Of a file at fault, every template that can still be read goes into a new file, which takes its place; "
      "the old one\n"
-     "stays beside it under its name with .damaged behind.\n\n"
+     "stays beside it under its name with .damaged behind. Status 1 when some could not be read, or when "
+     "nobody "
+     "can tell\n"
+     "how many the file had.\n\n"
      "Examples:\n"
      "  kfactl cache repair template.cache",
      withoutOptions<repairCache>, kTableOnly},

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
 #include "cache/CacheImage.h"
+#include "cache/CacheSalvage.h"
 #include "cache/CacheTemplate.h"
 #include "terminal/Session.h"
 #include "terminal/Trouble.h"
@@ -33,43 +35,13 @@ int giveBack(Session& session, const std::string& path) {
   must(cache->sync());
   const CacheImage after(path, {});
   after.mustBeSound();
-  const std::uint32_t had = before.header().bytesInUse;
+  const std::uint32_t had = std::min(before.header().bytesInUse, before.header().totalSize);
   const std::uint32_t has = after.header().bytesInUse;
   session.out().addLine("the file is sound; " + std::to_string(had > has ? had - has : 0) +
                         " bytes were given back");
   if (!isAlone)
     session.out().addLine("other processes use the file, so that what they may hold stays as it is");
   return kFine;
-}
-
-// The items of a file at fault that still read as what was put. No two of them can have the same bytes, so together they are
-// no longer than the file: what goes beyond that is damage too.
-struct Salvage {
-  KFL::KFLCacheChanges items;
-  std::size_t kept = 0;
-  std::size_t lost = 0;
-};
-
-Salvage salvage(CacheImage& image) {
-  Salvage result;
-  const KFL::KFLSnapshotView snapshot = image.snapshot();
-  std::size_t left = image.bytes().size();
-  for (std::uint32_t index = 0; index < snapshot.size(); ++index) {
-    const std::string_view bytes = snapshot.getText(index);
-    if (bytes.size() > left) {
-      ++result.lost;
-      continue;
-    }
-    left -= bytes.size();
-    std::string text(bytes);
-    if (templateFault({"item", text}).empty()) {
-      result.items.put(std::string(snapshot.getKey(index)), std::move(text));
-      ++result.kept;
-    } else {
-      ++result.lost;
-    }
-  }
-  return result;
 }
 
 // An empty file of a name that nobody had, gone with the object. The name is made of the template.
@@ -108,6 +80,13 @@ std::string freeSuffix(const std::string& path) {
   return suffix;
 }
 
+std::string outcomeOf(const Salvage& items) {
+  if (items.kept == 0 && !items.isCounted) return "nothing could be read of it";
+  std::string lost = std::to_string(items.lost);
+  if (!items.isCounted) lost = items.lost == 0 ? "not known" : lost + " or more";
+  return "items kept: " + std::to_string(items.kept) + ", unreadable: " + lost;
+}
+
 // Agents that have the old file open find at their next look that its name means another one. Its lock is held, and it is the
 // one that the path names, so none of them has put another there.
 int rebuild(Session& session, const std::string& path, const Salvage& items) {
@@ -115,10 +94,9 @@ int rebuild(Session& session, const std::string& path, const Salvage& items) {
   KFA::KFAReplaceOptions how;
   how.backupSuffix = freeSuffix(path);
   must(KFA::KFAConfigFile(path).replace(bytes, how));
-  session.out().addLine("the file was at fault; items kept: " + std::to_string(items.kept) +
-                        ", unreadable: " + std::to_string(items.lost));
+  session.out().addLine("the file was at fault; " + outcomeOf(items));
   session.out().addLine("the old file is " + printable(path + how.backupSuffix));
-  return kFine;
+  return items.isCounted && items.lost == 0 ? kFine : kFinding;
 }
 
 }  // namespace
