@@ -7,8 +7,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+
+#include <KFLCore/KFLFileLock.h>
 
 #include <KFAFunctionality/files/KFAConfigFile.h>
 
@@ -25,7 +32,6 @@ namespace {
 using KFL::KFLProofScope;
 
 constexpr const char* kDamagedSuffix = ".damaged";
-constexpr const char* kNewSuffix = ".repair.XXXXXX";
 
 int giveBack(Session& session, const std::string& path) {
   const CacheImage before(path, {KFLProofScope::Kept});
@@ -44,13 +50,26 @@ int giveBack(Session& session, const std::string& path) {
   return kFine;
 }
 
-// An empty file of a name that nobody had, gone with the object. The name is made of the template.
+// The names of the files in which new ones are made: .NAME.kfa-repair.XXXXXX
+std::string scratchPrefix(const std::string& path) {
+  const std::size_t name = path.rfind('/') + 1;
+  return path.substr(0, name) + "." + path.substr(name) + ".kfa-repair.";
+}
+
+// An empty file of a name that nobody had, gone with the object. It has a place among the file's users, by which others
+// see that it is not what a killed repair has left.
 class ScratchFile {
  public:
-  explicit ScratchFile(std::string path) : path_(std::move(path)) {
-    const int file = ::mkostemp(path_.data(), O_CLOEXEC);
-    if (file < 0) throw Trouble(path_ + ": no new file can be made: " + std::strerror(errno));
-    ::close(file);
+  explicit ScratchFile(const std::string& prefix) {
+    for (int tries = 0; tries < kTries; ++tries) {
+      path_ = prefix + "XXXXXX";
+      const int file = ::mkostemp(path_.data(), O_CLOEXEC);
+      if (file < 0) throw Trouble(path_ + ": no new file can be made: " + std::strerror(errno));
+      ::close(file);
+      if (takePlace()) return;
+      ::unlink(path_.c_str());
+    }
+    throw Trouble(path_ + ": no new file can be made: others remove it");
   }
   ~ScratchFile() { ::unlink(path_.c_str()); }
   ScratchFile(const ScratchFile&) = delete;
@@ -58,12 +77,46 @@ class ScratchFile {
   const std::string& path() const { return path_; }
 
  private:
+  static constexpr int kTries = 16;
+  static constexpr std::chrono::seconds kTimeout{10};
+
+  // Under the lock word, as removeScratch() looks and removes.
+  bool takePlace() {
+    place_ = new KFL::KFLFileLock;
+    if (place_->open(path_) != 0 || place_->lock(kTimeout, nullptr) != 0) return false;
+    struct stat file {};
+    struct stat there {};
+    const bool isThere = ::fstat(place_->getDescriptor(), &file) == 0 &&
+                         ::lstat(path_.c_str(), &there) == 0 && file.st_dev == there.st_dev &&
+                         file.st_ino == there.st_ino;
+    const bool isTaken = isThere && place_->takePlace() == 0;
+    place_->unlock(nullptr);
+    return isTaken;
+  }
+
   std::string path_;
+  boost::intrusive_ptr<KFL::KFLFileLock> place_;
 };
+
+// What killed repairs have left: the kernel takes a dead one's place back.
+void removeScratch(const std::string& prefix) {
+  const std::filesystem::path pattern(prefix);
+  const std::filesystem::path folder = pattern.has_parent_path() ? pattern.parent_path() : ".";
+  const std::string start = pattern.filename().string();
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    const std::string name = entry->path().filename().string();
+    if (!name.starts_with(start) || name.size() != start.size() + std::strlen("XXXXXX")) continue;
+    const boost::intrusive_ptr<KFL::KFLFileLock> lock(new KFL::KFLFileLock);
+    if (lock->open(entry->path().string()) != 0 || lock->tryLock() != 0) continue;
+    if (lock->isOnlyUser()) ::unlink(entry->path().c_str());
+  }
+}
 
 // The bytes of a new cache file with these items.
 std::string bytesWith(const KFL::KFLCacheChanges& items, const std::string& path) {
-  const ScratchFile scratch(path + kNewSuffix);
+  const ScratchFile scratch(scratchPrefix(path));
   const Cache cache = openCache(scratch.path());
   must(cache->apply(items));
   const CacheImage image(scratch.path(), {});
@@ -106,6 +159,7 @@ int repairCache(Session& session) {
   {
     CacheImage image(path, {KFLProofScope::Kept}, CacheImage::Lock::Kept);
     image.mustBeCacheFile();
+    removeScratch(scratchPrefix(path));
     const Salvage items = salvage(image);
     if (!image.proof().faults().empty() || items.lost > 0) return rebuild(session, path, items);
   }
