@@ -219,6 +219,24 @@ Action prepareGet(CLI::App& app) {
 
 // --- put, remove
 
+// Whether the path is that of an environment's id, or leads below one.
+bool isOfEnvironment(std::string_view path) {
+  constexpr std::string_view kPath = "/template_object/eid";
+  return path.starts_with(kPath) &&
+         (path.size() == kPath.size() || path[kPath.size()] == '[' || path[kPath.size()] == '/');
+}
+
+// Says what the record does not keep of the message, and refuses one of whose environments some would be lost: the key
+// has the first.
+void warnOfLosses(const Input& message) {
+  const MessageCheck check = checkMessage(message, "KFATemplateObject");
+  for (const auto& [line, element, text] : check.findings) {
+    if (isOfEnvironment(element)) throw Trouble(elementText(message.name, line, element, text));
+  }
+  for (const auto& [line, element, text] : check.findings)
+    printError(message.name + ":" + std::to_string(line) + ": warning: element " + element + ": " + text);
+}
+
 // The templates to put, in the order of their messages.
 class Batch {
  public:
@@ -226,6 +244,7 @@ class Batch {
 
   void add(const Input& message, const std::string& where) {
     const KFATemplateObject object = readTemplate(message);
+    warnOfLosses(message);
     const std::string key = object.getStringID();
     if (!Key::fits(key))
       throw Trouble(where + ": its key " + key.substr(0, 40) + "... has " + std::to_string(key.size()) +
@@ -301,7 +320,9 @@ constexpr Command kCommands[] = {
      "behind the\n"
      "other. The key is made from its fields. A template that the cache has under the same key is replaced. "
      "All are put, or\n"
-     "none.\n\n"
+     "none. What is not kept of a message is a warning on standard error, but one that loses an "
+     "environment's id "
+     "is refused.\n\n"
      "Examples:\n"
      "  kfactl cache put template.cache debian-12.xml\n"
      "  kfactl cache put template.cache *.xml",
@@ -331,7 +352,10 @@ constexpr Command kCommands[] = {
     {"repair", "FILE", "Give back what nobody holds, and rebuild what can be kept",
      "Of a file at fault, every template that can still be read goes into a new file, which takes its place; "
      "the old one\n"
-     "stays beside it under its name with .damaged behind.\n\n"
+     "stays beside it under its name with .damaged behind. Status 1 when some could not be read, or when "
+     "nobody "
+     "can tell\n"
+     "how many the file had.\n\n"
      "Examples:\n"
      "  kfactl cache repair template.cache",
      withoutOptions<repairCache>, kTableOnly},

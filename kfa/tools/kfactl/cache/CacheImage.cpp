@@ -114,10 +114,12 @@ ImageBytes::~ImageBytes() {
 
 namespace {
 
-// What of the file belongs to the heap, and its first page.
-std::size_t sizeToRead(const CacheLock& file) {
-  KFL::KFLCacheHeader header{};
+// What of the file belongs to the heap, and its first page; or, as the word that says where the heap ends may be wrong,
+// all that could.
+std::size_t sizeToRead(const CacheLock& file, CacheImage::Lock lock) {
   const std::uint64_t size = file.fileSize();
+  if (lock == CacheImage::Lock::Kept) return std::min(size, KFL::KFLCacheProof::kLargestHeap);
+  KFL::KFLCacheHeader header{};
   file.read(
       std::as_writable_bytes(std::span(&header, 1)).first(std::min<std::uint64_t>(size, sizeof(header))));
   const std::uint64_t heap =
@@ -131,7 +133,7 @@ CacheImage::CacheImage(const std::string& path, const KFL::KFLProofOptions& opti
     : path_(path),
       lock_(std::make_unique<CacheLock>(path, lock)),
       fileSize_(lock_->fileSize()),
-      bytes_(sizeToRead(*lock_)) {
+      bytes_(sizeToRead(*lock_, lock)) {
   lock_->read(bytes_.all());
   if (lock == Lock::Reading) lock_.reset();
   KFL::readAt(bytes(), 0, header_);

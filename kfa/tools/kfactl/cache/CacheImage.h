@@ -34,7 +34,7 @@ class CacheImage {
  public:
   enum class Lock {
     Reading,  // nobody changes the file while it is copied
-    Kept,     // nobody else looks at it or changes it while the image is there
+    Kept,  // nobody else looks at it or changes it while the image is there, which has all that the file has
   };
 
   // Reads the file and proves it. A Trouble when it cannot be read.
@@ -47,8 +47,9 @@ class CacheImage {
   void mustBeSound() const;
 
   const std::string& path() const { return path_; }
-  // Up to the heap's end, or the file's.
+  // Up to the heap's end, or the file's. The copy is the caller's to change; header and proof are of what was read.
   std::span<const std::byte> bytes() const { return bytes_.all(); }
+  std::span<std::byte> memory() { return bytes_.all(); }
   std::uint64_t fileSize() const { return fileSize_; }
   // All zero when the file is shorter than a header.
   const KFL::KFLCacheHeader& header() const { return header_; }
