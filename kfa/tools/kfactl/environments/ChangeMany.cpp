@@ -194,20 +194,44 @@ static std::string wordBehind(const std::vector<std::string>& words, std::size_t
   return next == "=" && at + 2 < words.size() ? next + words[at + 2] : next;
 }
 
-FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words) {
+// Whether a word behind the first FILE is one, too. One with a sign of equality is a condition by its head alone, since the
+// value of a change may hold anything.
+static bool isFurtherFile(const std::string& word) {
+  const std::size_t equals = word.find('=');
+  const bool isCondition = KFA::KFAEnvironmentFilter::isResembling(word) && word.find_first_of("!=") < equals;
+  if (equals == std::string::npos || isCondition)
+    return KFA::KFANodeSelection::isResembling(word, nodeFiles());
+  return word.find('/') < equals;
+}
+
+static FilesAndChanges split(const std::vector<std::string>& words, bool (*isFile)(const std::string& word)) {
   FilesAndChanges split;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::string& word = words[i];
-    const bool isChange =
-        KFA::KFAEnvironmentFilter::isResembling(word) && word.find("!=") == std::string::npos;
-    const bool isFile = split.changes.empty() &&
-                        (i == 0 || (!isChange && KFA::KFANodeSelection::isResembling(word, nodeFiles())));
-    if (isFile)
-      split.files.push_back(word);
+    if (i == 0 || (split.changes.empty() && isFile(words[i])))
+      split.files.push_back(words[i]);
     else
-      split.changes.push_back(changeOf(word, wordBehind(words, i)));
+      split.changes.push_back(changeOf(words[i], wordBehind(words, i)));
   }
   return split;
+}
+
+FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words) {
+  return split(words, &isFurtherFile);
+}
+
+FilesAndChanges splitFileAndChanges(const std::vector<std::string>& words) {
+  return split(words, [](const std::string& word) {
+    return word.find('=') == std::string::npos && KFA::KFANodeSelection::isResembling(word, nodeFiles());
+  });
+}
+
+void refuseCapitalConditions(const std::vector<std::string>& files) {
+  for (const std::string& word : files)
+    if (KFA::KFAEnvironmentFilter::isResembling(word) && KFA::KFAEnvironmentFilter::hasCapitalKey(word))
+      throw Trouble(
+          "'" + word +
+          "': a condition is written in small letters here, such as onboot!=no; a file of that name "
+          "is named with its folder, as ./FILE");
 }
 
 Document describeChanges(const KFA::KFAChangeList& changes) {
