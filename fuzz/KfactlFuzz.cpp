@@ -166,20 +166,44 @@ std::set<std::string> namesIn(const Words& words) {
   std::set<std::string> names;
   for (const std::string& word : words) {
     for (const std::string& name :
-         {word, word.substr(word.find('=') + 1), word.substr(std::min<std::size_t>(2, word.size()))})
-      names.insert(std::filesystem::path(kfl_fuzz::within(name)).lexically_normal().string());
+         {word, word.substr(word.find('=') + 1), word.substr(std::min<std::size_t>(2, word.size()))}) {
+      std::string normal = std::filesystem::path(kfl_fuzz::within(name)).lexically_normal().string();
+      if (normal.ends_with('/')) normal.pop_back();
+      names.insert(std::move(normal));
+    }
   }
   return names;
 }
 
-// Whether the words name a file that they change, its backup, or the folder of it; environments may be named in ways
-// that only the program knows.
+bool isChangeOfKey(const std::string& word) {
+  const std::string key = word.substr(0, word.find('='));
+  return key.size() < word.size() && std::all_of(key.begin(), key.end(), [](char c) {
+           return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+         });
+}
+
+// Whether the word of a change may stand for the environment at the path in a way that only the program knows: as a list
+// on standard input, a pattern, a range, a condition; or by its number. A change of a key stands for none.
+bool mayStandFor(const std::string& word, const std::string& path) {
+  if (word == "-") return true;
+  if (word.starts_with('-') || isChangeOfKey(word)) return false;
+  int number = 0;
+  if (KFL::parseInteger(word, number) == 0)
+    return ("/" + path).ends_with("/" + std::to_string(number) + ".conf");
+  return word.find_first_of("*?[=") != std::string::npos ||
+         (word.find('-') != std::string::npos && KFL::isDigit(word.front()));
+}
+
+// Whether the words name a file that they change, its backup, or the folder of it.
 bool isNamed(const std::string& path, const Words& words) {
   const std::set<std::string> names = namesIn(words);
-  const bool isEnvironment =
-      has(words, "config") && (has(words, "set") || has(words, "unset") || has(words, "fix"));
+  const bool isFix = has(words, "config") && has(words, "fix");
+  const bool isEnvironment = has(words, "config") && (has(words, "set") || has(words, "unset"));
   const auto isOurs = [&](const std::string& file) {
-    return names.count(file) != 0 || (isEnvironment && file.ends_with(".conf"));
+    if (names.count(file) != 0 || (isFix && file.ends_with(".conf"))) return true;
+    return isEnvironment && file.ends_with(".conf") &&
+           std::any_of(words.begin(), words.end(),
+                       [&](const std::string& word) { return mayStandFor(word, file); });
   };
   if (isOurs(path)) return true;
   return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
@@ -268,6 +292,13 @@ const std::vector<Option>& optionsOf(const kfactl::Command& command) {
   return known[&command] = optionsOf(app);
 }
 
+// What a value holds may look like a condition.
+kfl_fuzz::KeyAndValue changeFrom(Choices& choices) {
+  auto change = kfl_fuzz::keyAndValue(choices);
+  if (choices.oneIn(4)) change.value += choices.oneOf({"!=x", ",HOSTNAME!=x", ",ONBOOT=no", "a!=b,c", ","});
+  return change;
+}
+
 // The words that may stand for what a form names, such as FILE; a form that is not known here ends the run, so that none
 // is left out.
 std::string wordFor(const std::string& form, bool isOfCache, Choices& choices) {
@@ -303,8 +334,8 @@ std::string wordFor(const std::string& form, bool isOfCache, Choices& choices) {
       {"SAMPLE", "basic|conf/samples/basic.conf|none|given.|.."},
   };
   if (form == "KEY=VALUE") {
-    const auto [key, value] = kfl_fuzz::keyAndValue(choices);
-    return choices.oneIn(16) ? key : key + "=" + value;
+    const auto [key, value] = changeFrom(choices);
+    return choices.oneIn(16) ? key : key + choices.oneOf({"=", "=", "=", "!="}) + value;
   }
   if (form == "TEXT") return kfl_fuzz::keyAndValue(choices).value;
   const bool isFile = form == "FILE" || form == "BEFORE" || form == "AFTER" || form == "BASE" ||
@@ -665,19 +696,20 @@ void checkPrinted(Choices& choices) {
   }
 }
 
-// The lines of `after` that are not among those of `before`; whether the last one has a newline does not matter.
+// How many different lines of `after` are not among those of `before`; a key that stands twice gets its value in both.
+// Whether the last one has a newline does not matter.
 std::size_t newLines(const std::string& before, const std::string& after) {
   std::vector<std::string> was = linesOf(before), is = linesOf(after), rest;
   std::sort(was.begin(), was.end());
   std::sort(is.begin(), is.end());
   std::set_difference(is.begin(), is.end(), was.begin(), was.end(), std::back_inserter(rest));
-  return rest.size();
+  return static_cast<std::size_t>(std::unique(rest.begin(), rest.end()) - rest.begin());
 }
 
 // A value that is set is there, in one line, and each other one as it was, as a try has shown; beside the file, too.
 void checkSet(Choices& choices) {
   const std::string group = choices.oneOf({"raw", "config", "global"});
-  const auto [key, value] = kfl_fuzz::keyAndValue(choices);
+  const auto [key, value] = changeFrom(choices);
   const std::string change = key + "=" + value;
   const Words get{"raw", "get", "given", "--json"};
   const Outcome before = check(get, {});
@@ -693,6 +725,9 @@ void checkSet(Choices& choices) {
           all(words, shown));
   require(beside.status == set.status && (set.status == 2 || result == latter["given"]),
           "the result is what the file would be", all(words, set) + all(words, beside));
+  require(set.errors.find(" is missing") == std::string::npos &&
+              set.errors.find("one FILE is wanted") == std::string::npos,
+          "a change is one whatever its value holds", all(words, set));
   if (set.status != 0 || before.status != 0) return;
   require(newLines(former.at("given"), latter["given"]) <= 1, "one line changes",
           latter["given"] + all(words, set));

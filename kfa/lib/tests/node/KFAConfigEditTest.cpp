@@ -302,4 +302,27 @@ TEST(ConfigMergeTest, MarksAConflictAsGitDoes) {
             "# top\n<<<<<<< HEAD\nA=2\n=======\nA=3\n>>>>>>> topic\n# theirs\nB=1  # mine\nC=4\n");
 }
 
+// A comment behind a value that both copies have is that of the one that changed it, however the value is quoted.
+TEST(ConfigMergeTest, MergesCommentsBehindValues) {
+  const struct {
+    const char *base, *ours, *theirs, *merged;
+  } rows[] = {
+      {"A=3 # k", "A=3", "A=\"3\" # k", "A=3"},
+      {"A=3 # k", "A=\"3\" # k", "A=3", "A=\"3\""},
+      {"A=3 # k", "A=\"3\" # k", "A=3 # t", "A=\"3\" # t"},
+      {"A=3 # k", "A=3 # o", "A='3' # k", "A=3 # o"},
+      {"A=3 # k", "A=3 # o", "A=\"3\"", "A=3 # o"},
+      {"A=3 # k", "A=3", "A=3 # t", "# t\nA=3"},
+      {"A=1 # k", "A=3", "A=3 # k", "A=3"},
+      {"", "A=3", "A=\"3\" # t", "A=3 # t"},
+      {"", "A=3 # o", "A=3 # t", "# t\nA=3 # o"},
+  };
+  for (const auto& row : rows) {
+    const KFA::KFAConfigMerge merged = KFA::mergeConfig(row.base, row.ours, row.theirs);
+    EXPECT_EQ(merged.text, row.merged + std::string("\n"))
+        << row.base << " | " << row.ours << " | " << row.theirs;
+    EXPECT_TRUE(merged.conflicts.empty());
+  }
+}
+
 }  // namespace

@@ -161,6 +161,37 @@ TEST_F(NodeChangeTest, AnotherWriterLosesNothing) {
   EXPECT_EQ(contentOf(path(2)), "N=three\nX=\"new\"\n");
 }
 
+// Otherwise a backup would keep what only this change has made.
+TEST_F(NodeChangeTest, NamesThatLeadToOneFileAreOne) {
+  fs::create_symlink("1.conf", path(50));
+  fs::create_directory_symlink(folder_.path(), folder_ / "folder");
+  KFA::KFAReplaceOptions how;
+  how.backupSuffix = ".old";
+  KFANodeChange change(&edit, how);
+  for (const std::string& name : {path(50), path(1), std::string(folder_ / "folder/1.conf"), path(2)})
+    ASSERT_NE(change.judge(name).state, State::Refused);
+  EXPECT_EQ(change.apply(), 0);
+  EXPECT_EQ(change.count(State::Replaced), 2U);
+  EXPECT_TRUE(change.getFiles()[1].isRepeated && change.getFiles()[2].isRepeated);
+  EXPECT_EQ(contentOf(path(1) + ".old"), "N=1\n");
+  EXPECT_TRUE(fs::is_symlink(path(50)));
+  // Each name with an edit of its own; and a file that a backup would replace, in both orders.
+  const auto byName = [](const std::string& name, const std::string&, std::string& after) {
+    after = name;
+    return 0;
+  };
+  for (const auto& [first, second] :
+       {std::pair{path(3), path(51)}, {path(3), path(3) + ".old"}, {path(3) + ".old", path(3)}}) {
+    makeFile(path(3) + ".old", "N=old\n");
+    fs::remove(path(51));
+    fs::create_symlink("3.conf", path(51));
+    KFANodeChange other(byName, how);
+    other.judge(first);
+    EXPECT_EQ(other.judge(second).state, State::Refused) << first << " " << second;
+    EXPECT_NE(other.getFiles()[1].error.find("3.conf"), std::string::npos);
+  }
+}
+
 TEST_F(NodeChangeTest, ANewFileTakesNoOthersPlace) {
   KFANodeChange change = changeOf(0);
   EXPECT_EQ(change.judgeNew(path(1), "").state, State::Refused);

@@ -42,7 +42,11 @@ constexpr Command kCommands[] = {
      "--dry-run,\n"
      "status 1 says that something would change. \"-\" in the place of KEY=VALUE reads a list as 'kfactl "
      "config diff' "
-     "prints it.\n\n"
+     "prints it.\n"
+     "Behind the first FILE, a word that begins with KEY= is a change, whatever its value holds. A condition "
+     "is "
+     "written in\n"
+     "small letters.\n\n"
      "Examples:\n"
      "  kfactl config set 101.conf ONBOOT=yes HOSTNAME=web1.example.com\n"
      "  kfactl config set --dry-run 'ostemplate=debian-11*' NAMESERVER=192.0.2.53\n"
@@ -53,7 +57,9 @@ constexpr Command kCommands[] = {
     {"unset", "FILE... KEY...", "Take keys out, with every other line kept",
      "The lines of these keys go, their comments with them. All files are changed or none, as by set. A line "
      "that a\n"
-     "command of several lines may need, such as an if, goes by --force alone.\n\n"
+     "command of several lines may need, such as an if, goes by --force alone. A condition is written in "
+     "small "
+     "letters.\n\n"
      "Examples:\n"
      "  kfactl config unset 101 DESCRIPTION\n"
      "  kfactl config unset --dry-run '*' SLMMODE SLMMEMORYLIMIT",

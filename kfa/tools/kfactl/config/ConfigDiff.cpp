@@ -105,6 +105,7 @@ int diff(Session& session) {
 
 struct MergeOptions {
   bool inPlace = false;
+  KFA::KFAReplaceOptions how;
   std::string name;
 };
 
@@ -114,12 +115,14 @@ int merge(Session& session, const MergeOptions& options) {
   const std::string path = pathOfOne(session, session.argument(1));
   if (options.inPlace && isStandardStream(path))
     throw Trouble("--in-place writes OURS, and - is standard input; name a file, or leave it out");
+  if (options.how.hardLinks && !options.inPlace)
+    throw Trouble("--hard-links is about the file that --in-place replaces; leave it out");
   const std::string base = readInput(pathOfOne(session, session.argument(0))).text;
   const std::string ours = readInput(path).text;
   const std::string theirs = readInput(pathOfOne(session, session.argument(2))).text;
   const KFA::KFAConfigMerge merged = mergeConfig(base, ours, theirs, labels);
   if (options.inPlace)
-    must(KFA::KFAConfigFile(path).replace(merged.text, {}));
+    must(KFA::KFAConfigFile(path).replace(merged.text, options.how));
   else
     session.out().add(merged.text);
   if (merged.conflicts.empty()) return kFine;
@@ -139,6 +142,8 @@ Action prepareDiff(CLI::App& app) {
 Action prepareMerge(CLI::App& app) {
   const auto options = std::make_shared<MergeOptions>();
   app.add_flag("--in-place", options->inPlace, "Write the result to OURS, as git asks a merge driver to");
+  app.add_flag("--hard-links", options->how.hardLinks,
+               "With --in-place: replace OURS also when it has other hard links, which keep the old content");
   app.add_option("--name", options->name, "The file's name, for conflict marks and messages")
       ->type_name("NAME");
   return [options](Session& session) { return merge(session, *options); };

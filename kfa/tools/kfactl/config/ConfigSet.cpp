@@ -110,8 +110,7 @@ void refuseChangeAsFile(const std::vector<std::string>& words) {
   if (words.empty()) return;
   const std::string& word = words.front();
   if (!KFA::KFAEnvironmentFilter::isResembling(word)) return;
-  const std::string key = word.substr(0, word.find_first_of("!="));
-  if (key != KFL::toLower(key) || words.size() == 1)
+  if (KFA::KFAEnvironmentFilter::hasCapitalKey(word) || words.size() == 1)
     throw Trouble("'" + word + "' stands where FILE is wanted; name the environments first, '*' for all" +
                   (words.size() == 1 ? "" : " (a condition is written in small letters, such as onboot=no)"));
 }
@@ -162,6 +161,7 @@ int set(Session& session, const SetOptions& options) {
   const auto& arguments = session.arguments();
   refuseChangeAsFile(arguments);
   FilesAndChanges words = splitFilesAndChanges(arguments);
+  refuseCapitalConditions(words.files);
   const bool isList = words.changes.empty() && !words.files.empty() && words.files.back() == "-";
   if (options.reverse && !isList)
     throw Trouble("--reverse reads a list of changes backwards; end with - to give one");
@@ -191,6 +191,7 @@ int set(Session& session, const SetOptions& options) {
 
 int unset(Session& session, const ChangeMany& change) {
   const FilesAndKeys words = splitFilesAndKeys(session, "'kfactl raw get' reads any key");
+  refuseCapitalConditions(words.files);
   Environments environments(session, words.files, WhenNone::Refuse);
   if (words.keys.empty()) throw Trouble("KEY is missing; write for example 'kfactl config unset 101 NAME'");
   ChangesByFile changes;

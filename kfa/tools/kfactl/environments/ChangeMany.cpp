@@ -60,6 +60,13 @@ void printFailures(const KFANodeChange& change, State state) {
     if (file.state == state) printError(file.error);
 }
 
+// A file that was named twice is one.
+std::size_t countFiles(const KFANodeChange& change) {
+  const auto& files = change.getFiles();
+  return static_cast<std::size_t>(
+      std::count_if(files.begin(), files.end(), [](const auto& file) { return !file.isRepeated; }));
+}
+
 // Nothing was replaced.
 [[noreturn]] void refuse(const KFANodeChange& change, bool isSingle) {
   const auto& files = change.getFiles();
@@ -68,7 +75,7 @@ void printFailures(const KFANodeChange& change, State state) {
   if (isSingle || files.size() == 1) throw Trouble(refused->error);
   printFailures(change, State::Refused);
   const std::size_t count = change.count(State::Refused);
-  throw Trouble(std::to_string(count) + " of " + countText(files.size(), "file", "files") +
+  throw Trouble(std::to_string(count) + " of " + countText(countFiles(change), "file", "files") +
                 " cannot be changed so, and none is; --keep-going changes the others");
 }
 
@@ -84,7 +91,8 @@ Document describe(const KFANodeChange::File& file, int veid) {
 void printDocuments(Session& session, const KFANodeChange& change, const ChangeMany::Files& files) {
   Document all = Document::array();
   for (std::size_t i = 0; i < files.size(); ++i)
-    all.push_back(describe(change.getFiles()[i], files[i].veid));
+    if (const auto& file = change.getFiles()[i]; !file.isRepeated)
+      all.push_back(describe(file, files[i].veid));
   printDocument(session, all, "files", "file");
 }
 
@@ -162,7 +170,7 @@ int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const
     printDocuments(session, change, files);
   else if (status == kFine || keepGoing_)
     session.out().addLine("changed " + std::to_string(change.count(State::Replaced)) + " of " +
-                          countText(files.size(), "file", "files"));
+                          countText(countFiles(change), "file", "files"));
   return status;
 }
 
@@ -194,20 +202,44 @@ static std::string wordBehind(const std::vector<std::string>& words, std::size_t
   return next == "=" && at + 2 < words.size() ? next + words[at + 2] : next;
 }
 
-FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words) {
+// Whether a word behind the first FILE is one, too. One with a sign of equality is a condition by its head alone, since the
+// value of a change may hold anything.
+static bool isFurtherFile(const std::string& word) {
+  const std::size_t equals = word.find('=');
+  const bool isCondition = KFA::KFAEnvironmentFilter::isResembling(word) && word.find_first_of("!=") < equals;
+  if (equals == std::string::npos || isCondition)
+    return KFA::KFANodeSelection::isResembling(word, nodeFiles());
+  return word.find('/') < equals;
+}
+
+static FilesAndChanges split(const std::vector<std::string>& words, bool (*isFile)(const std::string& word)) {
   FilesAndChanges split;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::string& word = words[i];
-    const bool isChange =
-        KFA::KFAEnvironmentFilter::isResembling(word) && word.find("!=") == std::string::npos;
-    const bool isFile = split.changes.empty() &&
-                        (i == 0 || (!isChange && KFA::KFANodeSelection::isResembling(word, nodeFiles())));
-    if (isFile)
-      split.files.push_back(word);
+    if (i == 0 || (split.changes.empty() && isFile(words[i])))
+      split.files.push_back(words[i]);
     else
-      split.changes.push_back(changeOf(word, wordBehind(words, i)));
+      split.changes.push_back(changeOf(words[i], wordBehind(words, i)));
   }
   return split;
+}
+
+FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words) {
+  return split(words, &isFurtherFile);
+}
+
+FilesAndChanges splitFileAndChanges(const std::vector<std::string>& words) {
+  return split(words, [](const std::string& word) {
+    return word.find('=') == std::string::npos && KFA::KFANodeSelection::isResembling(word, nodeFiles());
+  });
+}
+
+void refuseCapitalConditions(const std::vector<std::string>& files) {
+  for (const std::string& word : files)
+    if (KFA::KFAEnvironmentFilter::isResembling(word) && KFA::KFAEnvironmentFilter::hasCapitalKey(word))
+      throw Trouble(
+          "'" + word +
+          "': a condition is written in small letters here, such as onboot!=no; a file of that name "
+          "is named with its folder, as ./FILE");
 }
 
 Document describeChanges(const KFA::KFAChangeList& changes) {

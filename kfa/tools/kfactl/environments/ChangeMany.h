@@ -18,12 +18,18 @@ namespace kfactl {
 // KEY=VALUE as a change; refused with what would be right. `next` is the word behind it.
 KFA::KFAChange changeOf(const std::string& word, const std::string& next);
 
-// The files and the changes of a command line `FILE... KEY=VALUE...`. The first word is a file whatever it looks like.
+// The files and the changes of a command line `FILE... KEY=VALUE...`. The first word is a file whatever it looks like;
+// behind it, a word that begins as KEY=VALUE is a change, whatever the value holds.
 struct FilesAndChanges {
   std::vector<std::string> files;
   KFA::KFAChangeList changes;
 };
 FilesAndChanges splitFilesAndChanges(const std::vector<std::string>& words);
+// The same of `FILE KEY=VALUE...`, where no word is a condition.
+FilesAndChanges splitFileAndChanges(const std::vector<std::string>& words);
+
+// For commands that have keys of their own on the line: refuses conditions with keys in capitals.
+void refuseCapitalConditions(const std::vector<std::string>& files);
 
 class ChangeMany {
  public:

@@ -37,13 +37,13 @@ void FileChange::declare(CLI::App& app) {
   app.add_flag("--allow-unsafe", options_.allowUnsafe, "Take values that a shell would change or run");
   app.add_flag("--force", options_.force,
                "Rewrite a file in which a quote or a line is left open; such lines stay as they are");
-  app.add_flag("--hard-links", how_.hardLinks,
-               "Replace a file that has other hard links, which keep the old content");
 }
 
 void FileChange::declareOutput(CLI::App& app) {
   app.add_option("-o,--output", output_, "Write the result to this file (- is standard output)")
       ->type_name("FILE");
+  app.add_flag("--hard-links", how_.hardLinks,
+               "Replace a file that has other hard links, which keep the old content");
 }
 
 bool FileChange::isShown(const std::string& path) const {

@@ -25,7 +25,7 @@ class FileChange {
   static KFA::KFANodeFiles::Edit forLibrary(const Edit& edit);
 
   void declare(CLI::App& app);
-  // --output alone, for commands that make a file.
+  // --output and how a file of that name is replaced, for commands that make a file.
   void declareOutput(CLI::App& app);
 
   const KFA::KFASetOptions& options() const { return options_; }

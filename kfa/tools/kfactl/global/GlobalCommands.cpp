@@ -191,7 +191,7 @@ Action prepareSet(CLI::App& app) {
   const auto change = std::make_shared<ChangeMany>();
   change->declare(app, false);
   return [change](Session& session) {
-    const FilesAndChanges words = splitFilesAndChanges(session.arguments());
+    const FilesAndChanges words = splitFileAndChanges(session.arguments());
     for (const KFA::KFAChange& one : words.changes)
       if (const std::string nearest = slipOf(one.key); !nearest.empty())
         printNote(KFL::toUpper(one.key) + " is taken as it stands; did you mean " + nearest + "?");

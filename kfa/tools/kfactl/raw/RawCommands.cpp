@@ -39,7 +39,7 @@ Action prepareSet(CLI::App& app) {
   const auto change = std::make_shared<ChangeMany>();
   change->declare(app, false);
   return [change](Session& session) {
-    const FilesAndChanges words = splitFilesAndChanges(session.arguments());
+    const FilesAndChanges words = splitFileAndChanges(session.arguments());
     return change->applyChanges(session, words, KFA::KFARawConfigRules());
   };
 }
@@ -57,8 +57,9 @@ constexpr Command kCommands[] = {
      "  kfactl --format json raw get global.conf",
      withoutOptions<get>},
     {"set", "FILE KEY=VALUE...", "Give keys new values, with every other byte kept",
-     "Keys that the file lacks are appended in upper case. The file is replaced as a whole, or not at "
-     "all.\n\n"
+     "Keys that the file lacks are appended in upper case. A value may hold anything, = and != too. The "
+     "file\n"
+     "is replaced as a whole, or not at all.\n\n"
      "Examples:\n"
      "  kfactl raw set global.conf LOCKDIR=/var/lock/kfa\n"
      "  kfactl raw set --dry-run global.conf LOCKDIR=/var/lock/kfa\n"

@@ -65,6 +65,23 @@ bool saysTheSame(const Line* a, const Line* b) {
   return a->text == b->text || (!a->key.empty() && a->isAlone && b->isAlone && a->value == b->value);
 }
 
+// What stands behind an assignment.
+class Tail {
+ public:
+  explicit Tail(const std::string& text) : line_(text) {}
+  std::string_view rest() const { return line_.isAssignment() ? line_.rest() : std::string_view(); }
+  std::string_view comment() const {
+    std::string_view comment = rest();
+    comment.remove_prefix(std::min(comment.find('#'), comment.size()));
+    while (!comment.empty() && KFL::isSpace(comment.back()))
+      comment.remove_suffix(1);
+    return comment;
+  }
+
+ private:
+  ConfigLine line_;
+};
+
 using Keys = std::set<std::string>;
 
 // What the lines of a key assign one after the other, but for what only says again what the line before it said.
@@ -98,6 +115,7 @@ class Merger {
   void placeAdditions();
   void addBehind(const std::string& id);
   void mergeLine(const Line& line);
+  void mergeComment(const Line* base, const Line& ours, const Line* theirs);
   void conflict(const Line* ours, const Line* theirs);
   bool isOfWhole(const Line& line);
   void putAll(const Side& side, const std::string& key);
@@ -166,23 +184,23 @@ void Merger::addBehind(const std::string& id) {
   }
 }
 
+// Of lines that say the same: the comment that only one side has changed counts, and theirs stands above where both have.
+void Merger::mergeComment(const Line* base, const Line& ours, const Line* theirs) {
+  if (theirs == nullptr || theirs->text == ours.text) return put(ours.text);
+  if (base != nullptr && base->text == ours.text) return put(theirs->text);
+  const Tail former(base != nullptr ? base->text : std::string()), one(ours.text), two(theirs->text);
+  if (one.comment() == two.comment() || two.comment() == former.comment()) return put(ours.text);
+  if (one.comment() == former.comment())
+    return put(ours.text.substr(0, ours.text.size() - one.rest().size()) + std::string(two.rest()));
+  if (!two.comment().empty()) put(std::string(two.comment()));
+  put(ours.text);
+}
+
 void Merger::mergeLine(const Line& ours) {
   if (isOfWhole(ours)) return;
   const Line* const base = base_.find(ours.id);
   const Line* const theirs = theirs_.find(ours.id);
-  if (saysTheSame(&ours, theirs)) {
-    // A comment behind the value may be theirs alone.
-    const bool onlyTheirs = theirs != nullptr && base != nullptr && base->text == ours.text;
-    const bool bothAdded = theirs != nullptr && !onlyTheirs && theirs->text != ours.text &&
-                           (base == nullptr || base->text != theirs->text);
-    if (bothAdded) {
-      const ConfigLine line(theirs->text);
-      std::string_view comment = line.rest();
-      comment.remove_prefix(std::min(comment.find('#'), comment.size()));
-      if (!comment.empty() && ours.text.find(comment) == std::string::npos) put(std::string(comment));
-    }
-    return put(onlyTheirs ? theirs->text : ours.text);
-  }
+  if (saysTheSame(&ours, theirs)) return mergeComment(base, ours, theirs);
   if (saysTheSame(base, theirs)) return put(ours.text);  // only ours has changed it, or made it
   if (!saysTheSame(base, &ours) && (theirs != nullptr || base != nullptr)) return conflict(&ours, theirs);
   if (theirs != nullptr) put(theirs->text);  // only theirs has changed it; without, theirs took it out

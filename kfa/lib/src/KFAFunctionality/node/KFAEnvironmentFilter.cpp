@@ -127,6 +127,15 @@ bool KFAEnvironmentFilter::isResembling(std::string_view word) {
   return keyLength(word) != 0;
 }
 
+bool KFAEnvironmentFilter::hasCapitalKey(std::string_view word) {
+  while (!word.empty()) {
+    const std::string key(word.substr(0, keyLength(word)));
+    if (key != KFL::toLower(key)) return true;
+    word.remove_prefix(std::min(conditionLength(word) + 1, word.size()));
+  }
+  return false;
+}
+
 int KFAEnvironmentFilter::parse(const KFAEnvConfigBashParser& parser, const std::string& text) {
   conditions_.clear();
   keys_.clear();

@@ -23,6 +23,8 @@ class KFAEnvironmentFilter {
  public:
   // Whether a word has the form of a condition, whatever its key.
   static bool isResembling(std::string_view word);
+  // Whether one of the keys of such a word is not written in small letters, as those of changes are.
+  static bool hasCapitalKey(std::string_view word);
 
   // 0, or -1 with an error text for a key that does not exist or a word of another form.
   int parse(const KFAEnvConfigBashParser& parser, const std::string& text);

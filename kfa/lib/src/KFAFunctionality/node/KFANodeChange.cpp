@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
 
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLSystem.h>
@@ -26,20 +28,61 @@ int refuseOtherKinds(const std::string& path) {
   return -1;
 }
 
+// Where a name leads; empty where that cannot be told.
+std::string targetOf(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> target(realpath(path.c_str(), nullptr), &std::free);
+  return target ? std::string(target.get()) : std::string();
+}
+
 }  // namespace
 
 const KFANodeChange::File& KFANodeChange::judge(const std::string& path) {
   File& file = files_.emplace_back();
   file.path = path;
+  judgeAlone(file);
+  if (&where_ == &KFANodeFiles::local() && file.state != State::Refused) judgeBesideOthers(file);
+  return file;
+}
+
+void KFANodeChange::judgeAlone(File& file) {
   const bool isHere = &where_ == &KFANodeFiles::local();
-  if ((isHere && refuseOtherKinds(path) != 0) || where_.read(path, file.before) != 0 ||
-      edit_(path, file.before, file.after) != 0) {
+  if ((isHere && refuseOtherKinds(file.path) != 0) || where_.read(file.path, file.before) != 0 ||
+      edit_(file.path, file.before, file.after) != 0) {
     file.state = State::Refused;
     file.error = KFL::getErrorMessage();
   } else if (file.after != file.before) {
     file.state = State::Changed;
   }
-  return file;
+}
+
+// A file that was replaced twice, or by a backup in between, would keep neither content in a backup.
+void KFANodeChange::judgeBesideOthers(File& file) {
+  const std::string target = targetOf(file.path);
+  if (target.empty()) return;
+  const auto refuse = [&file](const std::string& why) {
+    file.state = State::Refused;
+    file.error = file.path + ": " + why;
+  };
+  const auto [known, isNew] = known_.emplace(target, files_.size() - 1);
+  if (!isNew) {
+    const File& first = files_[known->second];
+    file.isRepeated = file.before == first.before && file.after == first.after;
+    if (!file.isRepeated)
+      return refuse("leads to the same file as " + first.path +
+                    ", and would give it another content; name one of them");
+    file.state = State::Unchanged;
+    return;
+  }
+  const std::string& suffix = how_.backupSuffix;
+  if (suffix.empty()) return;
+  const auto backup = known_.find(target + suffix);
+  if (backup != known_.end() && file.state == State::Changed)
+    return refuse("its backup would take the place of " + files_[backup->second].path +
+                  ", which is named too; another suffix is wanted");
+  if (!target.ends_with(suffix)) return;
+  const auto other = known_.find(target.substr(0, target.size() - suffix.size()));
+  if (other != known_.end() && files_[other->second].state == State::Changed)
+    refuse("the backup of " + files_[other->second].path + " would take its place; another suffix is wanted");
 }
 
 const KFANodeChange::File& KFANodeChange::judgeNew(const std::string& path, const std::string& from) {
@@ -66,7 +109,7 @@ int KFANodeChange::apply(bool keepGoing, const Runner& runner) {
   std::vector<File*> changed;
   for (File& file : files_) {
     if (file.state == State::Changed) changed.push_back(&file);
-    if (file.state == State::Unchanged) where_.tidy(file.path, how_);
+    if (file.state == State::Unchanged && !file.isRepeated) where_.tidy(file.path, how_);
   }
   return changed.empty() ? 0 : where_.replace(changed, edit_, {how_, keepGoing, runner});
 }

@@ -17,6 +17,7 @@
 #define KFAFUNCTIONALITY_NODE_KFANODECHANGE_H
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,9 @@ class KFANodeChange {
   KFANodeChange(const Edit& edit, const KFAReplaceOptions& how, KFANodeFiles& where = KFANodeFiles::local())
       : edit_(edit), how_(how), where_(where) {}
 
-  // Reads and edits a file, and replaces nothing.
+  // Reads and edits a file, and replaces nothing. Of the names that lead to one file the first is the one that is
+  // replaced; a further one is left unchanged, and refused when it would get another text. So is a file that the backup
+  // of another one would take the place of.
   const File& judge(const std::string& path);
   // The same for a file that is to be made from this text; it is refused when there is one.
   const File& judgeNew(const std::string& path, const std::string& from);
@@ -50,10 +53,14 @@ class KFANodeChange {
   int apply(bool keepGoing = false, const Runner& runner = {});
 
  private:
+  void judgeAlone(File& file);
+  void judgeBesideOthers(File& file);
+
   Edit edit_;
   KFAReplaceOptions how_;
   KFANodeFiles& where_;
   std::vector<File> files_;
+  std::map<std::string, std::size_t> known_;  // by where their names lead, on this machine
 };
 
 }  // namespace KFA
