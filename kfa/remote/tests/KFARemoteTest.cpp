@@ -31,12 +31,21 @@ namespace {
 using namespace KFA;
 using namespace std::chrono_literals;
 
+constexpr const char* kNotKnown = "; whether the change was made is not known";
+
+bool saysNotKnown() {
+  return KFL::getErrorMessage().ends_with(kNotKnown);
+}
+
 // A manager that waits until it is let go.
 struct WaitingSamples : KFASampleM {
   int list(std::vector<std::string>&) override { return wait(); }
   int get(const std::string&, KFAEnvConfig&) override { return wait(); }
   int set(const std::string&, const KFAEnvConfig&) override { return wait(); }
-  int remove(const std::string&) override { throw std::runtime_error("no samples"); }
+  int remove(const std::string& name) override {
+    if (name == "odd") throw 1;
+    throw std::runtime_error("no samples");
+  }
   int check(const KFAEnvConfig&, KFAQoSValidationList&) override { return wait(); }
 
   int wait() {
@@ -204,8 +213,12 @@ TEST_F(KFARemoteTest, WhatIsNotServedHereIsRefused) {
   for (const auto& [about, code] : rows)
     EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), kTechnology, about)->list(names), code);
   EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "other")->list(names), KFAManagerFailed);
-  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "waiting")->remove("x"), KFAManagerUnreachable);
-  EXPECT_NE(KFL::getErrorMessage().find("no samples"), std::string::npos) << KFL::getErrorMessage();
+  const auto throwing = reach<KFASampleM>(clientOptions(), address(), "waiting");
+  for (const auto& [name, text] : {std::pair{"x", "no samples"}, std::pair{"odd", "an exception"}}) {
+    EXPECT_EQ(throwing->remove(name), KFAManagerUnreachable);
+    EXPECT_NE(KFL::getErrorMessage().find(text), std::string::npos) << KFL::getErrorMessage();
+    EXPECT_TRUE(saysNotKnown()) << KFL::getErrorMessage();
+  }
 }
 
 TEST_F(KFARemoteTest, CallOfAnAgentIsNotPassedOn) {
@@ -232,43 +245,95 @@ TEST_F(KFARemoteTest, LateAndMissingAnswersAreUnreachable) {
   EXPECT_EQ(names, std::vector<std::string>{"kept"});
 }
 
-// An agent that is there, and has nothing to say.
-struct Unavailable : grpc::CallbackGenericService {
-  struct Reply : grpc::ServerGenericBidiReactor {
-    Reply() { Finish({grpc::StatusCode::UNAVAILABLE, "not yet"}); }
-    void OnDone() override { delete this; }
-  };
-  grpc::ServerGenericBidiReactor* CreateReactor(grpc::GenericCallbackServerContext*) override {
-    ++calls;
-    return new Reply;
+// An agent that says who it is, and answers every call with one status.
+class Unhelpful : public grpc::CallbackGenericService {
+ public:
+  explicit Unhelpful(const KFARemoteIdentity& identity) {
+    const auto content = [](const std::string& path) {
+      std::ifstream file(path);
+      return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    grpc::SslServerCredentialsOptions tls;
+    tls.pem_key_cert_pairs = {{content(identity.key), content(identity.certificate)}};
+    grpc::ServerBuilder builder;
+    builder.RegisterCallbackGenericService(this);
+    builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(tls), &port);
+    server_ = builder.BuildAndStart();
   }
+  ~Unhelpful() { server_->Shutdown(std::chrono::system_clock::now()); }
+  std::string address() const { return "127.0.0.1:" + std::to_string(port); }
+
+  grpc::Status status;
   std::atomic<int> calls = 0;
+
+ private:
+  struct Reply : grpc::ServerGenericBidiReactor {
+    explicit Reply(const grpc::Status& status) { Finish(status); }
+    explicit Reply(const grpc::Slice& text) : buffer(&text, 1) {
+      StartWriteAndFinish(&buffer, grpc::WriteOptions(), grpc::Status::OK);
+    }
+    void OnDone() override { delete this; }
+    grpc::ByteBuffer buffer;
+  };
+  grpc::ServerGenericBidiReactor* CreateReactor(grpc::GenericCallbackServerContext* context) override {
+    if (context->method().ends_with("Describe")) return new Reply(grpc::Slice("\x12\3run"));
+    ++calls;
+    return new Reply(status);
+  }
+
+  int port = 0;
+  std::unique_ptr<grpc::Server> server_;
 };
 
 // Calls that fail on a link that stands, or seems to, are not all sent at once.
 TEST_F(KFARemoteTest, SendingAgainWaitsLongerEachTime) {
-  const auto content = [](const std::string& path) {
-    std::ifstream file(path);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-  };
-  const KFARemoteIdentity identity = authority.issue("unavailable");
-  grpc::SslServerCredentialsOptions tls;
-  tls.pem_key_cert_pairs = {{content(identity.key), content(identity.certificate)}};
-  Unavailable agent;
-  int port = 0;
-  grpc::ServerBuilder builder;
-  builder.RegisterCallbackGenericService(&agent);
-  builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(tls), &port);
-  const auto running = builder.BuildAndStart();
+  Unhelpful agent(authority.issue("unhelpful"));
+  agent.status = {grpc::StatusCode::UNAVAILABLE, "not yet"};
   auto how = clientOptions();
   how.attempts = 3;
   std::vector<std::string> names;
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(reach<KFASampleM>(how, "127.0.0.1:" + std::to_string(port))->list(names), KFAManagerUnreachable);
+  EXPECT_EQ(reach<KFASampleM>(how, agent.address())->list(names), KFAManagerUnreachable);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
-  EXPECT_NE(KFL::getErrorMessage().find("not yet"), std::string::npos) << KFL::getErrorMessage();
+  EXPECT_TRUE(KFL::getErrorMessage().ends_with("not yet")) << KFL::getErrorMessage();
   EXPECT_EQ(agent.calls, 3);
-  running->Shutdown(std::chrono::system_clock::now());
+}
+
+// Whatever status ends the last sending: only of a change that no manager was given it is known that it was not made.
+TEST_F(KFARemoteTest, CallerIsToldWhenItIsNotKnownWhetherAChangeWasMade) {
+  using enum grpc::StatusCode;
+  const struct {
+    grpc::Status status;
+    int calls;
+    int code;
+    bool isKnown;
+  } rows[] = {
+      {{UNAVAILABLE, "Socket closed"}, 2, KFAManagerUnreachable, false},
+      {{UNKNOWN, "Stream removed"}, 2, KFAManagerUnreachable, false},
+      {{INTERNAL, "RST_STREAM"}, 2, KFAManagerUnreachable, false},
+      {{CANCELLED, ""}, 2, KFAManagerUnreachable, false},
+      {grpc::Status::OK, 2, KFAManagerUnreachable, false},
+      {{DEADLINE_EXCEEDED, ""}, 1, KFAManagerUnreachable, false},
+      {{RESOURCE_EXHAUSTED, "memory"}, 1, KFAManagerUnreachable, false},
+      {{PERMISSION_DENIED, ""}, 1, KFAManagerUnreachable, false},
+      {{RESOURCE_EXHAUSTED, "Server Threadpool Exhausted"}, 1, KFAManagerBusy, true},
+      {{RESOURCE_EXHAUSTED, "Received message larger than max (2 vs. 1)"}, 1, KFAManagerFailed, true},
+      {{UNIMPLEMENTED, ""}, 1, KFAManagerUnreachable, true},
+  };
+  Unhelpful agent(authority.issue("unhelpful"));
+  auto how = clientOptions();
+  how.attempts = 2;
+  const auto far = reach<KFASampleM>(how, agent.address());
+  std::vector<std::string> names;
+  for (const auto& [status, calls, code, isKnown] : rows) {
+    agent.status = status;
+    agent.calls = 0;
+    EXPECT_EQ(far->set("x", {}), code) << KFL::getErrorMessage();
+    EXPECT_EQ(agent.calls, calls) << KFL::getErrorMessage();
+    EXPECT_NE(saysNotKnown(), isKnown) << KFL::getErrorMessage();
+    EXPECT_NE(far->list(names), KFAManagerDone);
+    EXPECT_FALSE(saysNotKnown()) << KFL::getErrorMessage();
+  }
 }
 
 TEST_F(KFARemoteTest, StopLetsCallsFinish) {
@@ -300,7 +365,7 @@ TEST_F(KFARemoteTest, ChangeIsNotRepeatedToAnAgentThatWasStartedAnew) {
   stopping.get();
   start();
   EXPECT_EQ(call.get(), KFAManagerUnreachable);
-  EXPECT_NE(reason.find("started anew"), std::string::npos) << reason;
+  EXPECT_TRUE(reason.ends_with(std::string("started anew") + kNotKnown)) << reason;
   EXPECT_EQ(waiting->entered, 1);
   // What is asked for now goes to the new run.
   EXPECT_EQ(far->set("x", {}), KFAManagerDone) << KFL::getErrorMessage();
@@ -419,12 +484,15 @@ TEST(KFARemoteNodes, FileTellsTheAddress) {
   }
 }
 
-// Passes bytes on between a client and the server, and cuts the connection when so many blocks have passed: once, or each
-// time that so many more have.
+// What becomes of a link: it is cut once, or again and again, or so that nobody comes through any more, or one bit of what
+// it carries is changed.
+enum class Harm { Cut, CutAgain, CutForGood, Spoilt };
+
+// Passes bytes on between a client and the server, and does harm when so many blocks have passed.
 class CuttingLink {
  public:
-  CuttingLink(int port, int blocks, bool again = false)
-      : port_(port), again_(again ? blocks : -1), left_(blocks) {
+  CuttingLink(int port, int blocks, Harm harm = Harm::Cut)
+      : port_(port), blocks_(blocks), harm_(harm), left_(blocks) {
     sockaddr_in at{};
     at.sin_family = AF_INET;
     at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -444,11 +512,18 @@ class CuttingLink {
   }
   int port() const { return ownPort_; }
   int countCuts() const { return cuts_; }
+  // Now, once.
+  void cut() { shutdown(client_, SHUT_RDWR); }
 
  private:
   // One connection after the other: the client makes a new one when the former is cut.
   void accept() {
     for (int client = 0; (client = ::accept(listening_, nullptr, nullptr)) >= 0;) {
+      if (harm_ == Harm::CutForGood && cuts_ > 0) {
+        close(client);
+        continue;
+      }
+      client_ = client;
       const int server = connectTo(port_);
       const int isOn = 1;  // a block does not wait for the one before to be acknowledged
       for (const int end : {client, server})
@@ -469,8 +544,9 @@ class CuttingLink {
       if (length <= 0) return false;
       if (left_-- == 0) {
         ++cuts_;
-        if (again_ >= 0) left_ = again_;
-        return false;
+        if (harm_ == Harm::CutAgain) left_ = blocks_;
+        if (harm_ != Harm::Spoilt) return false;
+        block[length - 1] = static_cast<char>(block[length - 1] ^ 1);
       }
       if (send(both[1 - from].fd, block, static_cast<std::size_t>(length), MSG_NOSIGNAL) != length)
         return false;
@@ -479,7 +555,9 @@ class CuttingLink {
   }
 
   const int port_;
-  const int again_;
+  const int blocks_;
+  const Harm harm_;
+  std::atomic<int> client_ = -1;
   std::atomic<int> left_;
   std::atomic<int> cuts_ = 0;
   const int listening_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -487,23 +565,58 @@ class CuttingLink {
   std::thread accepting_;
 };
 
-// The link is cut at each block in turn, until a call needs fewer: a change is made once, and said to be.
+// The link is harmed at each block in turn, until a call needs fewer: a change is made once, and said to be; where nobody
+// comes through any more the caller is told that this is not known, unless it was not sent yet.
 TEST_F(KFARemoteTest, CutLinkMakesNoChangeTwice) {
-  bool wasCut = true;
-  int cuts = 0;
-  for (int blocks = 0; wasCut && blocks < 60; ++blocks) {
-    CuttingLink link(server->getPorts().front(), blocks);
-    const auto before = countReports();
-    std::string id;
-    const auto far = reach<KFASupport>(clientOptions(), "127.0.0.1:" + std::to_string(link.port()));
-    ASSERT_EQ(far->send({}, id), KFAManagerDone) << blocks << ": " << KFL::getErrorMessage();
-    ASSERT_EQ(countReports(), before + 1) << blocks;
-    ASSERT_EQ(id, "report-" + std::to_string(before + 1));
-    wasCut = link.countCuts() > 0;
-    cuts += wasCut ? 1 : 0;
+  for (const Harm harm : {Harm::Cut, Harm::CutForGood, Harm::Spoilt}) {
+    bool wasCut = true;
+    int cuts = 0, lost = 0, unsent = 0;
+    for (int blocks = 0; wasCut && blocks < 60; ++blocks) {
+      SCOPED_TRACE(blocks);
+      CuttingLink link(server->getPorts().front(), blocks, harm);
+      const auto before = countReports();
+      std::string id;
+      auto how = clientOptions();
+      if (harm == Harm::CutForGood) how.attempts = 2;
+      const auto far = reach<KFASupport>(how, "127.0.0.1:" + std::to_string(link.port()));
+      const int code = far->send({}, id);
+      wasCut = link.countCuts() > 0;
+      cuts += wasCut ? 1 : 0;
+      if (harm == Harm::CutForGood && code != KFAManagerDone) {
+        ASSERT_EQ(code, KFAManagerUnreachable);
+        ASSERT_TRUE(saysNotKnown() || countReports() == before) << KFL::getErrorMessage();
+        (saysNotKnown() ? lost : unsent) += 1;
+        continue;
+      }
+      ASSERT_EQ(code, KFAManagerDone) << KFL::getErrorMessage();
+      ASSERT_EQ(countReports(), before + 1);
+      ASSERT_EQ(id, "report-" + std::to_string(before + 1));
+    }
+    EXPECT_FALSE(wasCut);
+    EXPECT_GT(cuts, 5);
+    EXPECT_EQ(lost > 0 && unsent > 3, harm == Harm::CutForGood) << lost << " " << unsent;
   }
-  EXPECT_FALSE(wasCut);
-  EXPECT_GT(cuts, 5);
+}
+
+// The first sending is still at work, and leaves no room for the one that asks what became of it.
+TEST_F(KFARemoteTest, RefusedRepeatSaysNothingOfTheFirst) {
+  options.maxCallsOfCaller = 1;
+  server.reset();
+  start();
+  CuttingLink link(server->getPorts().front(), 1000);
+  auto how = clientOptions();
+  how.attempts = 2;
+  auto call = std::async(std::launch::async, [&] {
+    const int code =
+        reach<KFASampleM>(how, "127.0.0.1:" + std::to_string(link.port()), "waiting")->set("x", {});
+    return std::pair(code, KFL::getErrorMessage());
+  });
+  waiting->waitForCalls(1);
+  link.cut();
+  const auto [code, reason] = call.get();
+  EXPECT_EQ(code, KFAManagerUnreachable);
+  EXPECT_NE(reason.find("ask again later" + std::string(kNotKnown)), std::string::npos) << reason;
+  EXPECT_EQ(waiting->entered, 1);
 }
 
 // Every operation, on a link that is cut again and again, each time somewhere else.
@@ -517,7 +630,7 @@ TEST_F(KFARemoteTest, AnswersAreTheSameOnABadLink) {
     own.addresses = {"127.0.0.1:0"};
     KFARemoteServer agent(served, own);
     ASSERT_EQ(agent.start(), 0) << KFL::getErrorMessage();
-    CuttingLink link(agent.getPorts().front(), blocks, true);
+    CuttingLink link(agent.getPorts().front(), blocks, Harm::CutAgain);
     auto how = clientOptions();
     how.attempts = 20;
     const KFARemoteConnectionSP connection(new KFARemoteConnection(how));

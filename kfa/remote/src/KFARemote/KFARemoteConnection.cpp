@@ -177,6 +177,12 @@ class Call {
   wire::CallRequest& request() { return request_; }
 
   int run() {
+    const int code = attemptAll();
+    return isChange_ && isLost_ ? tellThatItIsLost() : code;
+  }
+
+ private:
+  int attemptAll() {
     for (int attempt = 1;; ++attempt) {
       const int code = isChange_ && learnInstance() != 0 ? KFAManagerUnreachable : attemptOnce();
       if (!again_) return code;
@@ -184,8 +190,11 @@ class Call {
       again_ = false;
     }
   }
-
- private:
+  static int tellThatItIsLost() {
+    const std::string reason = getErrorMessage();
+    setErrorMessage("%s; whether the change was made is not known", reason.c_str());
+    return KFAManagerUnreachable;
+  }
   bool isOver() const { return Clock::now() >= deadline_; }
 
   // Which run of the agent the change is for: 0, or another value with an error text. Asking is also the proof that the
@@ -203,22 +212,32 @@ class Call {
   }
 
   int attemptOnce() {
-    const bool wasSent = wasSent_;
-    wasSent_ = true;
+    const bool wasLost = isLost_;
+    isLost_ = true;
     const Sent sent = send();
     if (sent.isRefused) return KFAManagerUnreachable;
-    if (sent.hasOutcome && sent.outcome.other_instance()) return meetOtherInstance(wasSent);
-    if (sent.hasOutcome && sent.status.ok()) {
-      if (sent.outcome.code() < 0) setErrorMessage("%s", sent.outcome.text().c_str());
-      return sent.outcome.code();
-    }
-    if (sent.status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED) {
-      unreachable(peer_, "it refused the call: " + sent.status.error_message());
-      const bool isTooLong = sent.status.error_message().find("larger than max") != std::string::npos;
-      return isTooLong ? KFAManagerFailed : KFAManagerBusy;
+    if (sent.hasOutcome) return take(sent.outcome, wasLost);
+    if (const int code = refusalOf(sent.status); code != KFAManagerDone) {
+      isLost_ = wasLost;
+      return code;
     }
     again_ = mayTryAgain(sent.status) && (isChange_ || !parts_.hasDelivered());
     return unreachable(peer_, reasonOf(sent.status, isOver()));
+  }
+
+  // Of what never came to a manager: a code with an error text; else 0. The engine has no codes of its own for these, and
+  // the other texts of an exhausted resource are of calls that may have been at work.
+  int refusalOf(const grpc::Status& status) const {
+    const auto says = [&](const char* text) {
+      return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED &&
+             status.error_message().find(text) != std::string::npos;
+    };
+    const bool isTooLong = says("larger than max");
+    if (status.error_code() == grpc::StatusCode::UNIMPLEMENTED)
+      return unreachable(peer_, reasonOf(status, false));
+    if (!isTooLong && !says("Threadpool Exhausted")) return KFAManagerDone;
+    unreachable(peer_, "it refused the call: " + status.error_message());
+    return isTooLong ? KFAManagerFailed : KFAManagerBusy;
   }
 
   Sent send() {
@@ -239,20 +258,36 @@ class Call {
     return sent;
   }
 
-  // The agent did not do the change, since it is another run. A change that was sent only now is meant for this one; one
-  // that may have reached the run before is lost from sight.
-  int meetOtherInstance(bool wasSent) {
-    again_ = !wasSent;
-    wasSent_ = wasSent;
-    if (!wasSent) request_.clear_instance();
-    return unreachable(peer_, "it was started anew; whether the change was made before is not known");
+  // What became of the call. One that is refused before the agent looks for its id may have been made when it was sent
+  // before; so may one that meets another run of the agent, which does not do it unless it was sent only now.
+  int take(const wire::Outcome& outcome, bool wasLost) {
+    const bool isOther = outcome.other_instance();
+    isLost_ = wasLost && (isOther || outcome.refused());
+    if (isOther) {
+      again_ = !wasLost;
+      if (!wasLost) request_.clear_instance();
+      return unreachable(peer_, "it was started anew");
+    }
+    if (isLost_) {
+      again_ = outcome.code() == KFAManagerBusy && !isOver();
+      return unreachable(peer_, outcome.text());
+    }
+    if (outcome.code() < 0) setErrorMessage("%s", outcome.text().c_str());
+    return outcome.code();
   }
 
+  // A link that is cut or spoilt ends calls with any of these.
   bool mayTryAgain(const grpc::Status& status) const {
-    const bool isCut = status.ok() || status.error_code() == grpc::StatusCode::UNAVAILABLE ||
-                       status.error_code() == grpc::StatusCode::CANCELLED ||
-                       status.error_code() == grpc::StatusCode::INTERNAL;
-    return isCut && !isOver();
+    switch (status.error_code()) {
+      case grpc::StatusCode::OK:
+      case grpc::StatusCode::UNAVAILABLE:
+      case grpc::StatusCode::UNKNOWN:
+      case grpc::StatusCode::CANCELLED:
+      case grpc::StatusCode::INTERNAL:
+        return !isOver();
+      default:
+        return false;
+    }
   }
   // Waits before the next sending, at most until there is a new connection; false when there is no time left for it. A
   // channel learns that its connection has ended a little later than the calls on it, which all fail meanwhile. One whose
@@ -275,7 +310,7 @@ class Call {
   const Clock::time_point deadline_;
   wire::CallRequest request_;
   Parts parts_;
-  bool wasSent_ = false;  // the agent may have it
+  bool isLost_ = false;  // the agent may have it, and has not said what became of it
   bool again_ = false;
 };
 

@@ -77,6 +77,10 @@ class Replies {
     // Goes out with the end of the stream, in one write.
     writer_.WriteLast(reply_, grpc::WriteOptions());
   }
+  void refuse(int code, const std::string& text) {
+    reply_.mutable_outcome()->set_refused(true);
+    end(code, text);
+  }
 
  private:
   bool send() {
@@ -314,7 +318,7 @@ grpc::Status KFARemoteServer::Implementation::Call(grpc::ServerContext* context,
     const std::string text = getErrorMessage();
     KFL_LOG(kRemoteModule, kLogWarning, "[%s] refused %s.%s to %s: %s", __func__, message->manager().c_str(),
             message->operation().c_str(), request.callers.front().c_str(), text.c_str());
-    replies.end(code, text);
+    replies.refuse(code, text);
     return grpc::Status::OK;
   }
   if (request.operation->kind == KFAOperationKind::Read)
@@ -377,17 +381,21 @@ int KFARemoteServer::Implementation::doCall(const Request& request, const KFAPar
   const KFARemoteOrigin origin;
   const KFLAccessProviderSP caller(new KFARemoteCaller(request.callers.front()));
   const KFAPartForm form = request.message.packed() ? KFAPartForm::Packed : KFAPartForm::Text;
+  std::string reason = "an exception that is not known";
   try {
     if (options_.files && request.message.manager() == kFilesManager)
       return answerFilesCall(*request.operation, *options_.files, request.arguments, sink, form);
     return answerManagerCall(*request.operation, managers_, caller, request.message.implementation(),
                              request.arguments, sink, form);
   } catch (const std::exception& error) {
-    setErrorMessage("%s.%s ended without a result: %s", request.operation->manager, request.operation->name,
-                    error.what());
-    KFL_LOG(kRemoteModule, kLogError, "[%s] %s", __func__, getErrorMessage().c_str());
-    return KFAManagerUnreachable;
+    reason = error.what();
+  } catch (...) {
   }
+  const bool isRead = request.operation->kind == KFAOperationKind::Read;
+  setErrorMessage("%s.%s ended without a result: %s%s", request.operation->manager, request.operation->name,
+                  reason.c_str(), isRead ? "" : "; whether the change was made is not known");
+  KFL_LOG(kRemoteModule, kLogError, "[%s] %s", __func__, getErrorMessage().c_str());
+  return KFAManagerUnreachable;
 }
 
 // That the caller has gone is seen when a reply is sent; to ask for it at each part would cost as much as the part.
