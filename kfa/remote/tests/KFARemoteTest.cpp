@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -334,6 +335,89 @@ TEST_F(KFARemoteTest, CallerIsToldWhenItIsNotKnownWhetherAChangeWasMade) {
     EXPECT_NE(far->list(names), KFAManagerDone);
     EXPECT_FALSE(saysNotKnown()) << KFL::getErrorMessage();
   }
+}
+
+// Whether the work is done and comes out true in a forked child, within a minute.
+bool holdsInChild(const std::function<bool()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(60);
+    _exit(work() ? 0 : 1);
+  }
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+// Forked while other threads are in calls or not: what a child does is refused, and its parent does not notice.
+TEST_F(KFARemoteTest, ForkedChildUsesNothingThatItsParentHasBegun) {
+  KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
+  auto far = makeManagerStub<KFASampleM>(connection->getChannel(address(), {}, kTechnology));
+  std::vector<std::string> names;
+  const auto isRefused = [](int code, int wanted = KFAManagerUnreachable) {
+    return code == wanted && KFL::getErrorMessage().starts_with("this process was forked");
+  };
+  const std::pair<const char*, std::function<bool()>> rows[] = {
+      {"an inherited manager", [&] { return isRefused(far->list(names)) && isRefused(far->set("x", {})); }},
+      {"an inherited connection",
+       [&] {
+         KFLEID id;
+         const auto other = makeManagerStub<KFASampleM>(connection->getChannel(address(), {}, kTechnology));
+         return isRefused(connection->getNode(address(), id)) && isRefused(other->list(names));
+       }},
+      {"one of its own",
+       [&] { return isRefused(reach<KFASampleM>(clientOptions(), address())->list(names)); }},
+      {"a server", [&] { return isRefused(KFARemoteServer(managers, options).start(), -1); }},
+      {"the end of all",
+       [&] {
+         far.reset();
+         connection.reset();
+         server->stop(10s);
+         server.reset();
+         return true;
+       }},
+      {"a child of its own", [&] { return holdsInChild([&] { return isRefused(far->list(names)); }); }},
+  };
+  std::atomic<bool> isOver = false;
+  std::vector<std::future<int>> calls;
+  for (const int threads : {0, 3}) {
+    for (int i = 0; i < threads; ++i)
+      calls.push_back(std::async(std::launch::async, [&] {
+        int failed = 0;
+        for (std::vector<std::string> own; !isOver;)
+          failed += far->list(own) == KFAManagerDone ? 0 : 1;
+        return failed;
+      }));
+    for (const auto& [what, work] : rows) {
+      EXPECT_TRUE(holdsInChild(work)) << what;
+      EXPECT_EQ(far->set("x", {}), KFAManagerDone) << what << ": " << KFL::getErrorMessage();
+    }
+  }
+  isOver = true;
+  for (auto& call : calls)
+    EXPECT_EQ(call.get(), 0);
+}
+
+struct KFARemoteForkTest : KFARemoteTest {
+  void SetUp() override {}
+};
+
+// In a process of its own, since others of these tests have used gRPC in this one.
+TEST_F(KFARemoteForkTest, ChildForkedBeforeTheFirstUseMayUseEverything) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto serves = [&] {
+    std::vector<std::string> names;
+    start();
+    return server && reach<KFASampleM>(clientOptions(), address())->list(names) == KFAManagerDone;
+  };
+  const auto work = [&] {
+    const KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
+    // The second child comes too late.
+    const bool holds = holdsInChild(serves) && serves() && !holdsInChild(serves);
+    server.reset();
+    std::filesystem::remove_all(folder / "");
+    return holds;
+  };
+  EXPECT_EXIT(_exit(work() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(KFARemoteTest, StopLetsCallsFinish) {

@@ -14,6 +14,7 @@
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 
+#include <KFARemote/KFARemoteFork.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
 
@@ -99,11 +100,13 @@ class KFL_HIDDEN KFARemoteConnection::Implementation {
  public:
   explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
 
+  // Null with an error text where gRPC cannot be used.
   std::shared_ptr<Peer> getPeer(const std::string& address) KFL_EXCLUDES(lock_) {
+    if (KFARemoteFork::enter() != 0) return {};
     const KFLLockGuard guard(lock_);
     std::shared_ptr<Peer>& peer = peers_[address];
     if (!peer) {
-      peer = std::make_shared<Peer>();
+      peer = std::shared_ptr<Peer>(new Peer, KFARemoteDelete());
       peer->address = address;
       peer->channel = makeChannel(address);
       peer->stub = wire::Agent::NewStub(peer->channel);
@@ -329,6 +332,7 @@ class RemoteChannel : public KFAManagerChannel {
                       operation.manager, operation.name, peer_->address.c_str());
       return KFAManagerFailed;
     }
+    if (KFARemoteFork::enter() != 0) return KFAManagerUnreachable;
     Call call(*peer_, options_, operation, sink);
     wire::CallRequest& request = call.request();
     request.set_implementation(implementation_);
@@ -390,7 +394,7 @@ int registerEach(KFALibFunctionality& managers, const KFARemoteConnectionSP& con
 // --- The connection ----------------------------------------------------------------------------------------
 
 KFARemoteConnection::KFARemoteConnection(const KFARemoteConnectionOptions& options)
-    : implementation_(std::make_shared<Implementation>(options)) {}
+    : implementation_(new Implementation(options), KFARemoteDelete()) {}
 
 KFARemoteConnection::~KFARemoteConnection() = default;
 
@@ -406,8 +410,9 @@ int KFARemoteConnection::registerAgents(KFALibFunctionality& managers, const std
 boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::getChannel(const std::string& address,
                                                                      const KFLEID& about,
                                                                      const std::string& implementation) {
-  return boost::make_shared<RemoteChannel>(implementation_->getPeer(withPort(address)), about, implementation,
-                                           implementation_->options);
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  if (!peer) return boost::make_shared<NoChannel>(getErrorMessage());
+  return boost::make_shared<RemoteChannel>(peer, about, implementation, implementation_->options);
 }
 
 boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLEID& eid,
@@ -422,6 +427,7 @@ boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLE
 
 int KFARemoteConnection::getNode(const std::string& address, KFLEID& node) {
   const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  if (!peer) return KFAManagerUnreachable;
   const Clock::time_point deadline = Clock::now() + implementation_->options.readTimeout;
   wire::Description description;
   const grpc::Status status = describe(*peer, deadline, description);

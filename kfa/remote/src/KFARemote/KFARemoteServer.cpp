@@ -27,6 +27,7 @@
 
 #include <KFARemote/KFARemoteAccess.h>
 #include <KFARemote/KFARemoteChanges.h>
+#include <KFARemote/KFARemoteFork.h>
 #include <KFARemote/KFARemoteHealth.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
@@ -226,7 +227,7 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
 }
 
 int KFARemoteServer::Implementation::start() {
-  if (options_.identity.check() != 0 || access_.load() != 0) return -1;
+  if (options_.identity.check() != 0 || access_.load() != 0 || KFARemoteFork::enter() != 0) return -1;
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;
   configure(builder);
@@ -282,7 +283,7 @@ void KFARemoteServer::Implementation::acceptConnections() {
 }
 
 void KFARemoteServer::Implementation::stop(std::chrono::milliseconds grace) {
-  if (!server_) return;
+  if (!server_ || KFARemoteFork::isCutOff()) return;
   health_.end();
   if (accepting_.joinable()) {
     const std::uint64_t one = 1;
@@ -466,7 +467,9 @@ void KFARemoteServer::Implementation::repeatAnswer(const std::string& key, const
 KFARemoteServer::KFARemoteServer(const KFALibFunctionality& managers, const KFARemoteServerOptions& options)
     : implementation_(std::make_unique<Implementation>(managers, options)) {}
 
-KFARemoteServer::~KFARemoteServer() = default;
+KFARemoteServer::~KFARemoteServer() {
+  if (KFARemoteFork::isCutOff()) static_cast<void>(implementation_.release());
+}
 
 int KFARemoteServer::start() {
   return implementation_->start();
