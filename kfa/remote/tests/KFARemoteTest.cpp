@@ -545,6 +545,32 @@ TEST_F(KFARemoteTest, IdentityIsCheckedBeforeItIsUsed) {
   }
 }
 
+TEST(KFARemoteNodes, PortIsANumberThatPortsHave) {
+  for (const char* const good : {"a", "a:1", "a:65535", "[::1]", "[::1]:06434", "::1", "::70000"})
+    EXPECT_EQ(checkRemoteAddress(good), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(checkRemoteAddress("a:0", 0), 0) << KFL::getErrorMessage();
+  const KFARemoteConnectionSP connection(new KFARemoteConnection({}));
+  KFARemoteServerOptions options;
+  for (const std::string bad :
+       {"a:65536", "a:72970", "[::1]:4294973730", "a:", "a:-1", "a:+1", "a:1x", "a: 1"}) {
+    KFLEID id;
+    std::vector<std::string> names;
+    const auto channel = connection->getChannel(bad, {}, kTechnology);
+    options.addresses = {bad};
+    KFALibFunctionality managers;
+    const std::function<int()> calls[] = {[&] { return connection->getNode(bad, id); },
+                                          [&] { return makeManagerStub<KFASampleM>(channel)->list(names); },
+                                          [&] { return KFARemoteServer(managers, options).start(); }};
+    for (const auto& call : calls) {
+      KFL::setErrorMessage("%s", "");
+      EXPECT_LT(call(), 0) << bad;
+      EXPECT_TRUE(KFL::getErrorMessage().starts_with("the address " + bad)) << KFL::getErrorMessage();
+      EXPECT_NE(KFL::getErrorMessage().find("to 65535"), std::string::npos) << KFL::getErrorMessage();
+    }
+  }
+  EXPECT_EQ(checkRemoteAddress("a:0"), -1);
+}
+
 TEST(KFARemoteNodes, FileTellsTheAddress) {
   const TestFolder folder;
   const std::string path = folder / "nodes";
@@ -562,7 +588,7 @@ TEST(KFARemoteNodes, FileTellsTheAddress) {
   EXPECT_EQ(find(kSecond, address), 0);
   EXPECT_EQ(address, "[::1]:7");
   EXPECT_EQ(find(kThird, address), -1);
-  for (const std::string& line : Lines{one, one + " a b", "a b", one + " a\n" + one + " b"}) {
+  for (const std::string& line : Lines{one, one + " a b", "a b", one + " a\n" + one + " b", one + " a:0"}) {
     EXPECT_FALSE(read("\n" + line)) << line;
     EXPECT_TRUE(KFL::getErrorMessage().starts_with(path + ":")) << KFL::getErrorMessage();
   }

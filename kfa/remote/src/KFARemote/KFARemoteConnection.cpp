@@ -2,6 +2,7 @@
 #include <KFARemote/KFARemoteConnection.h>
 
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <random>
 #include <utility>
@@ -26,12 +27,17 @@ namespace wire = kfa::remote::v4;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-std::string withPort(const std::string& address) {
+// The colon before the port; npos when there is none.
+std::size_t findPort(const std::string& address) {
   const std::size_t colon = address.rfind(':');
   const bool hasPort =
       colon != std::string::npos && (address.find(':') == colon || (colon > 0 && address[colon - 1] == ']'));
-  if (hasPort) return address;
-  const bool isV6 = colon != std::string::npos && !address.starts_with('[');
+  return hasPort ? colon : std::string::npos;
+}
+
+std::string withPort(const std::string& address) {
+  if (findPort(address) != std::string::npos) return address;
+  const bool isV6 = address.find(':') != std::string::npos && !address.starts_with('[');
   return (isV6 ? "[" + address + "]" : address) + ":" + std::to_string(kRemotePort);
 }
 
@@ -96,13 +102,27 @@ class Parts {
 
 }  // namespace
 
+int checkRemoteAddress(const std::string& address, int lowestPort) {
+  const std::size_t colon = findPort(address);
+  if (colon == std::string::npos) return 0;
+  const std::string text = address.substr(colon + 1);
+  const char* const end = text.data() + text.size();
+  int port = 0;
+  const auto [at, error] = std::from_chars(text.data(), end, port);
+  if (error == std::errc() && at == end && port >= lowestPort && port <= 65535) return 0;
+  setErrorMessage("the address %s has the port '%s'; a number from %d to 65535 would be right",
+                  address.c_str(), text.c_str(), lowestPort);
+  return -1;
+}
+
 class KFL_HIDDEN KFARemoteConnection::Implementation {
  public:
   explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
 
-  // Null with an error text where gRPC cannot be used.
-  std::shared_ptr<Peer> getPeer(const std::string& address) KFL_EXCLUDES(lock_) {
-    if (KFARemoteFork::enter() != 0) return {};
+  // Null with an error text where gRPC cannot be used, or the port is none.
+  std::shared_ptr<Peer> getPeer(const std::string& given) KFL_EXCLUDES(lock_) {
+    if (checkRemoteAddress(given) != 0 || KFARemoteFork::enter() != 0) return {};
+    const std::string address = withPort(given);
     const KFLLockGuard guard(lock_);
     std::shared_ptr<Peer>& peer = peers_[address];
     if (!peer) {
@@ -410,7 +430,7 @@ int KFARemoteConnection::registerAgents(KFALibFunctionality& managers, const std
 boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::getChannel(const std::string& address,
                                                                      const KFLEID& about,
                                                                      const std::string& implementation) {
-  const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(address);
   if (!peer) return boost::make_shared<NoChannel>(getErrorMessage());
   return boost::make_shared<RemoteChannel>(peer, about, implementation, implementation_->options);
 }
@@ -426,7 +446,7 @@ boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLE
 }
 
 int KFARemoteConnection::getNode(const std::string& address, KFLEID& node) {
-  const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(address);
   if (!peer) return KFAManagerUnreachable;
   const Clock::time_point deadline = Clock::now() + implementation_->options.readTimeout;
   wire::Description description;
@@ -453,6 +473,7 @@ int readNode(const std::string& line, Nodes& nodes) {
     setErrorMessage("'%s' is no node; ID HOST[:PORT] would be right", line.c_str());
     return -1;
   }
+  if (checkRemoteAddress(words[1]) != 0) return -1;
   if (nodes.emplace(eid, words[1]).second) return 0;
   setErrorMessage("%s has an address already; one line for each id would be right", words[0].c_str());
   return -1;

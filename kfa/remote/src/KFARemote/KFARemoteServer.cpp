@@ -227,6 +227,8 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
 }
 
 int KFARemoteServer::Implementation::start() {
+  for (const std::string& address : options_.addresses)
+    if (checkRemoteAddress(address, 0) != 0) return -1;
   if (options_.identity.check() != 0 || access_.load() != 0 || KFARemoteFork::enter() != 0) return -1;
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;

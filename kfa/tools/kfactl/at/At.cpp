@@ -53,14 +53,17 @@ Agent openNode(KFA::KFARemoteConnection& connection, const std::string& address)
 std::vector<Node> readNodes(const std::string& path) {
   const Input input = readInput(path);
   std::vector<Node> nodes;
-  for (std::string_view rest = input.text; !rest.empty();) {
-    std::string_view line = rest.substr(0, rest.find('\n'));
+  std::size_t row = 1;
+  for (std::string_view rest = input.text; !rest.empty(); ++row) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
     rest.remove_prefix(std::min(line.size() + 1, rest.size()));
     const std::string plain(line.substr(0, line.find('#')));
     KFL::getToken words(plain.c_str(), " \t\r");
     std::string address;
     while (const char* const word = words.get(nullptr))
       address = word;
+    if (KFA::checkRemoteAddress(address) != 0)
+      throw Trouble(input.name + ":" + std::to_string(row) + ": " + KFL::getErrorMessage());
     const bool isKnown =
         std::any_of(nodes.begin(), nodes.end(), [&](const Node& node) { return node.address == address; });
     if (!address.empty() && !isKnown) nodes.emplace_back().address = address;
