@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <string_view>
 
+#include <grpc/support/log.h>
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
 
@@ -206,6 +208,8 @@ void Fleet::printDocuments() const {
 }  // namespace
 
 int runElsewhere(Session& session, const Words& words, const RunWords& run) {
+  // What a call came to is said in one line; gRPC's own log is for those who ask for it.
+  if (std::getenv("GRPC_VERBOSITY") == nullptr) gpr_set_log_function([](gpr_log_func_args*) {});
   KFA::KFARemoteConnectionOptions options;
   options.identity = findIdentity();
   const KFA::KFARemoteConnectionSP connection(new KFA::KFARemoteConnection(options));
