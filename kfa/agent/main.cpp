@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include <google/protobuf/stubs/logging.h>
 #include <grpc/support/log.h>
 #include <CLI/CLI.hpp>
 #include <boost/smart_ptr/make_shared.hpp>
@@ -86,6 +87,12 @@ void logForEngine(gpr_log_func_args* message) {
   const bool isGrave = message->severity == GPR_LOG_SEVERITY_ERROR && isServing;
   KFL::Log2("gRPC", message->file, message->line, "", "")
       .put(isGrave ? KFL::kLogWarning : KFL::kLogDebug, "%s", message->message);
+}
+// protobuf's are of requests that cannot be read.
+void logForMessages(google::protobuf::LogLevel level, const char* file, int line, const std::string& text) {
+  const bool isGrave = level >= google::protobuf::LOGLEVEL_WARNING;
+  KFL::Log2("protobuf", file, line, "", "")
+      .put(isGrave ? KFL::kLogWarning : KFL::kLogDebug, "%s", text.c_str());
 }
 
 // 0, or -1 with an error text.
@@ -175,6 +182,7 @@ int serve(Settings& settings) {
   takeSockets(settings.server);
   KFARemoteServer server(managers, settings.server);
   gpr_set_log_function(&logForEngine);
+  google::protobuf::SetLogHandler(&logForMessages);
   if (server.start() != 0) return fail(KFL::getErrorMessage());
   isServing = true;
   KFL_LOG("kfad", KFL::kLogInfo, "[%s] the node %s is served", __func__,
