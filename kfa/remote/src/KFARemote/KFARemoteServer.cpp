@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <map>
 #include <thread>
@@ -23,6 +24,7 @@
 #include <KFAFunctionality/access/KFAManagerOperations.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
 #include <KFARemote/KFARemoteAccess.h>
@@ -53,6 +55,18 @@ Names namesOf(const grpc::ServerContext& context) {
   return names;
 }
 
+// The text as the engine takes it, which refuses a whole reply for a byte that is not UTF-8.
+std::string plainOf(std::string_view text) {
+  std::string plain;
+  for (std::size_t bad = 0; !KFL::isUtf8(text, &bad);) {
+    char escape[5];
+    std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(text[bad]));
+    plain.append(text.substr(0, bad)).append(escape);
+    text.remove_prefix(bad + 1);
+  }
+  return plain.append(text);
+}
+
 // Gathers the parts of a result into replies.
 class Replies {
  public:
@@ -73,7 +87,7 @@ class Replies {
   void end(int code, const std::string& text, bool otherInstance = false) {
     wire::Outcome* const outcome = reply_.mutable_outcome();
     outcome->set_code(code);
-    outcome->set_text(text);
+    outcome->set_text(plainOf(text));
     outcome->set_other_instance(otherInstance);
     // Goes out with the end of the stream, in one write.
     writer_.WriteLast(reply_, grpc::WriteOptions());
