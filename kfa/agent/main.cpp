@@ -80,8 +80,8 @@ void logForJournal(const KFL::LogRecord& record, void*) {
                static_cast<int>(record.text.size()), record.text.data());
 }
 
-// gRPC's errors are those of callers that break off or are refused; what it says of a server that cannot be started, the
-// error text of that says shorter.
+// gRPC's errors are those of callers that break off or are refused; what it says of a server that cannot be started,
+// the error text of that says shorter.
 std::atomic<bool> isServing = false;
 void logForEngine(gpr_log_func_args* message) {
   const bool isGrave = message->severity == GPR_LOG_SEVERITY_ERROR && isServing;

@@ -598,8 +598,8 @@ TEST(KFARemoteNodes, FileTellsTheAddress) {
   }
 }
 
-// What becomes of a link: it is cut once, or again and again, or so that nobody comes through any more, or one bit of what
-// it carries is changed.
+// What becomes of a link: it is cut once, or again and again, or so that nobody comes through any more, or one bit of
+// what it carries is changed.
 enum class Harm { Cut, CutAgain, CutForGood, Spoilt };
 
 // Passes bytes on between a client and the server, and does harm when so many blocks have passed.

@@ -248,8 +248,8 @@ class Call {
     return unreachable(peer_, reasonOf(sent.status, isOver()));
   }
 
-  // Of what never came to a manager: a code with an error text; else 0. The engine has no codes of its own for these, and
-  // the other texts of an exhausted resource are of calls that may have been at work.
+  // Of what never came to a manager: a code with an error text; else 0. The engine has no codes of its own for
+  // these; with other texts, an exhausted resource may have ended a call that was at work.
   int refusalOf(const grpc::Status& status) const {
     const auto says = [&](const char* text) {
       return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED &&

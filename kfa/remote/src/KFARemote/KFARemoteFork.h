@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps a forked child away from gRPC, whose threads and locks it has not got and whose sockets it shares. Not installed.
+// Keeps a forked child away from gRPC, whose threads and locks it has not got and whose sockets it shares. Not
+// installed.
 #ifndef KFAREMOTE_KFAREMOTEFORK_H
 #define KFAREMOTE_KFAREMOTEFORK_H
 
