@@ -4,6 +4,7 @@
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-id128.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -13,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include <google/protobuf/stubs/logging.h>
+#include <grpc/support/log.h>
 #include <CLI/CLI.hpp>
 #include <boost/smart_ptr/make_shared.hpp>
 
@@ -75,6 +78,21 @@ void logForJournal(const KFL::LogRecord& record, void*) {
   constexpr const char* kLevels[] = {SD_CRIT, SD_ERR, SD_WARNING, SD_INFO, SD_DEBUG};
   std::fprintf(stderr, "%s%s: %.*s\n", kLevels[record.level], record.module,
                static_cast<int>(record.text.size()), record.text.data());
+}
+
+// gRPC's errors are those of callers that break off or are refused; what it says of a server that cannot be started,
+// the error text of that says shorter.
+std::atomic<bool> isServing = false;
+void logForEngine(gpr_log_func_args* message) {
+  const bool isGrave = message->severity == GPR_LOG_SEVERITY_ERROR && isServing;
+  KFL::Log2("gRPC", message->file, message->line, "", "")
+      .put(isGrave ? KFL::kLogWarning : KFL::kLogDebug, "%s", message->message);
+}
+// protobuf's are of requests that cannot be read.
+void logForMessages(google::protobuf::LogLevel level, const char* file, int line, const std::string& text) {
+  const bool isGrave = level >= google::protobuf::LOGLEVEL_WARNING;
+  KFL::Log2("protobuf", file, line, "", "")
+      .put(isGrave ? KFL::kLogWarning : KFL::kLogDebug, "%s", text.c_str());
 }
 
 // 0, or -1 with an error text.
@@ -163,7 +181,10 @@ int serve(Settings& settings) {
   if (fillManagers(settings, managers) != 0) return fail(KFL::getErrorMessage());
   takeSockets(settings.server);
   KFARemoteServer server(managers, settings.server);
+  gpr_set_log_function(&logForEngine);
+  google::protobuf::SetLogHandler(&logForMessages);
   if (server.start() != 0) return fail(KFL::getErrorMessage());
+  isServing = true;
   KFL_LOG("kfad", KFL::kLogInfo, "[%s] the node %s is served", __func__,
           settings.server.node.toString().c_str());
   sd_notify(0, "READY=1");

@@ -140,6 +140,7 @@ TEST_F(AtTest, CommandsDoWhatTheyDoOnTheNodeItself) {
 TEST_F(AtTest, WhatIsNotOfTheNodeIsRefused) {
   std::ofstream(folder / "access") << "client change\n";
   std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  std::ofstream(folder / "nodes") << "b\na:0\n";
   const std::pair<const char*, const char*> rows[] = {
       {"kfactl config get /etc/passwd NAME", "not one of the files that this agent serves"},
       {"kfactl config get ../global.conf NAME", "not one of the files that this agent serves"},
@@ -149,6 +150,9 @@ TEST_F(AtTest, WhatIsNotOfTheNodeIsRefused) {
       {"kfactl config set 7 --allow-unsafe 'NAME=$(reboot)'", "may not call files.changeFreely"},
       {"kfactl --ca /nonexistent config list", "/nonexistent: cannot be opened"},
       {"kfactl --at 127.0.0.1:1 config list", "the agent at 127.0.0.1:1: "},
+      {"kfactl --ca $KFA_CERTIFICATE config list", "the agent at 127.0.0.1:"},
+      {"kfactl --at 127.0.0.1:72970 config list", "has the port '72970'; a number from 1 to 65535"},
+      {"kfactl --at @../nodes config list", "nodes:2: the address a:0 has the port '0'"},
       {"unset KFA_KEY; HOME= XDG_CONFIG_HOME=$PWD kfactl config list", "no key is known"},
   };
   for (const auto& [command, text] : rows) {

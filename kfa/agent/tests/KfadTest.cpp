@@ -128,6 +128,23 @@ TEST_F(KfadTest, LongListIsHeldByNeitherEnd) {
   EXPECT_LT(peakMemory("self") - here, limit(64L << 20));
 }
 
+TEST_F(KfadTest, PortThatCannotBeHadIsOneLine) {
+  const std::string pki = folder / "pki/";
+  const std::pair<std::string, std::string> rows[] = {
+      {address, "cannot listen on " + address},
+      {"127.0.0.1:73535", "the address 127.0.0.1:73535 has the port"}};
+  for (const auto& [taken, text] : rows) {
+    const std::string command =
+        KFAD_PROGRAM " --node " + pki + " --access " + (folder / "access") + " --certificate " + pki +
+        "127.0.0.1.pem --key " + pki + "127.0.0.1.key --ca " + pki + "ca.pem --id " + NodeFolder::kNode +
+        " --vocabulary " KFA_SOURCE_DIR "/data/vocabulary.xml --listen " + taken + " 2>" + (folder / "err");
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2);
+    const std::string said = contentOf(folder / "err");
+    EXPECT_TRUE(said.starts_with("kfad: " + text)) << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+  }
+}
+
 TEST_F(KfadTest, KilledAgentHasMadeWhatItConfirmed) {
   const auto samples = reach<KFASampleM>();
   int confirmed = 0;

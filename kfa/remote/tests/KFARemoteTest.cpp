@@ -6,12 +6,16 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
+#include <fstream>
+#include <functional>
 #include <future>
-#include <limits>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include <grpcpp/generic/async_generic_service.h>
@@ -28,12 +32,22 @@ namespace {
 using namespace KFA;
 using namespace std::chrono_literals;
 
+constexpr const char* kNotKnown = "; whether the change was made is not known";
+
+bool saysNotKnown() {
+  return KFL::getErrorMessage().ends_with(kNotKnown);
+}
+
 // A manager that waits until it is let go.
 struct WaitingSamples : KFASampleM {
   int list(std::vector<std::string>&) override { return wait(); }
   int get(const std::string&, KFAEnvConfig&) override { return wait(); }
   int set(const std::string&, const KFAEnvConfig&) override { return wait(); }
-  int remove(const std::string&) override { throw std::runtime_error("no samples"); }
+  int remove(const std::string& name) override {
+    if (name == "odd") throw 1;
+    if (name == "bytes") throw std::runtime_error("a\xff");
+    throw std::runtime_error("no samples");
+  }
   int check(const KFAEnvConfig&, KFAQoSValidationList&) override { return wait(); }
 
   int wait() {
@@ -119,6 +133,22 @@ class KFARemoteTest : public testing::Test {
   std::unique_ptr<KFARemoteServer> server;
 };
 
+TEST_F(KFARemoteTest, AnswersAreThoseOfThisProcess) {
+  KFALibFunctionality direct, far;
+  const KFAMemoryNode twin(exampleNode());
+  ASSERT_EQ(twin.registerManagers(direct, kTechnology), 0);
+  const KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
+  ASSERT_EQ(connection->registerAgents(far, kTechnology), 0);
+  const Managers stubs = managersBy([&]<class Manager>() {
+    far.multiplexer<Manager>().setExtraData(kTechnology, address());
+    return far.multiplexer<Manager>().getAgent(kThird, nullptr, kTechnology);
+  });
+  EXPECT_EQ(ManagerScript::run(stubs), ManagerScript::run(localManagers(direct, kTechnology)));
+  KFLEID id;
+  EXPECT_EQ(connection->getNode(address(), id), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(id, kThird);
+}
+
 TEST_F(KFARemoteTest, NoMessageIsTooLongForAResult) {
   const auto samples = managers.getKFASampleMLocal(nullptr, kTechnology);
   KFAEnvConfig big;
@@ -185,8 +215,13 @@ TEST_F(KFARemoteTest, WhatIsNotServedHereIsRefused) {
   for (const auto& [about, code] : rows)
     EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), kTechnology, about)->list(names), code);
   EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "other")->list(names), KFAManagerFailed);
-  EXPECT_TRUE(refused(reach<KFASampleM>(clientOptions(), address(), "waiting")->remove("x"), "no samples",
-                      KFAManagerUnreachable));
+  const auto throwing = reach<KFASampleM>(clientOptions(), address(), "waiting");
+  for (const auto& [name, text] :
+       {std::pair{"x", "no samples"}, std::pair{"odd", "an exception"}, std::pair{"bytes", "a\\xff"}}) {
+    EXPECT_EQ(throwing->remove(name), KFAManagerUnreachable);
+    EXPECT_NE(KFL::getErrorMessage().find(text), std::string::npos) << KFL::getErrorMessage();
+    EXPECT_TRUE(saysNotKnown()) << KFL::getErrorMessage();
+  }
 }
 
 TEST_F(KFARemoteTest, CallOfAnAgentIsNotPassedOn) {
@@ -194,7 +229,8 @@ TEST_F(KFARemoteTest, CallOfAnAgentIsNotPassedOn) {
   ASSERT_EQ(managers.multiplexer<KFASampleM>().registerLocal("next", next), 0);
   std::vector<std::string> names;
   EXPECT_EQ(next->manager->list(names), KFAManagerDone);
-  EXPECT_TRUE(refused(reach<KFASampleM>(clientOptions(), address(), "next")->list(names), "not passed on"));
+  EXPECT_EQ(reach<KFASampleM>(clientOptions(), address(), "next")->list(names), KFAManagerFailed);
+  EXPECT_NE(KFL::getErrorMessage().find("not passed on"), std::string::npos) << KFL::getErrorMessage();
 }
 
 TEST_F(KFARemoteTest, LateAndMissingAnswersAreUnreachable) {
@@ -212,39 +248,180 @@ TEST_F(KFARemoteTest, LateAndMissingAnswersAreUnreachable) {
   EXPECT_EQ(names, std::vector<std::string>{"kept"});
 }
 
-// An agent that is there, and has nothing to say.
-struct Unavailable : grpc::CallbackGenericService {
-  struct Reply : grpc::ServerGenericBidiReactor {
-    Reply() { Finish({grpc::StatusCode::UNAVAILABLE, "not yet"}); }
-    void OnDone() override { delete this; }
-  };
-  grpc::ServerGenericBidiReactor* CreateReactor(grpc::GenericCallbackServerContext*) override {
-    ++calls;
-    return new Reply;
+// An agent that says who it is, and answers every call with one status.
+class Unhelpful : public grpc::CallbackGenericService {
+ public:
+  explicit Unhelpful(const KFARemoteIdentity& identity) {
+    const auto content = [](const std::string& path) {
+      std::ifstream file(path);
+      return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    grpc::SslServerCredentialsOptions tls;
+    tls.pem_key_cert_pairs = {{content(identity.key), content(identity.certificate)}};
+    grpc::ServerBuilder builder;
+    builder.RegisterCallbackGenericService(this);
+    builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(tls), &port);
+    server_ = builder.BuildAndStart();
   }
+  ~Unhelpful() { server_->Shutdown(std::chrono::system_clock::now()); }
+  std::string address() const { return "127.0.0.1:" + std::to_string(port); }
+
+  grpc::Status status;
   std::atomic<int> calls = 0;
+
+ private:
+  struct Reply : grpc::ServerGenericBidiReactor {
+    explicit Reply(const grpc::Status& status) { Finish(status); }
+    explicit Reply(const grpc::Slice& text) : buffer(&text, 1) {
+      StartWriteAndFinish(&buffer, grpc::WriteOptions(), grpc::Status::OK);
+    }
+    void OnDone() override { delete this; }
+    grpc::ByteBuffer buffer;
+  };
+  grpc::ServerGenericBidiReactor* CreateReactor(grpc::GenericCallbackServerContext* context) override {
+    if (context->method().ends_with("Describe")) return new Reply(grpc::Slice("\x12\3run"));
+    ++calls;
+    return new Reply(status);
+  }
+
+  int port = 0;
+  std::unique_ptr<grpc::Server> server_;
 };
 
 // Calls that fail on a link that stands, or seems to, are not all sent at once.
 TEST_F(KFARemoteTest, SendingAgainWaitsLongerEachTime) {
-  const KFARemoteIdentity identity = authority.issue("unavailable");
-  grpc::SslServerCredentialsOptions tls;
-  tls.pem_key_cert_pairs = {{contentOf(identity.key), contentOf(identity.certificate)}};
-  Unavailable agent;
-  int port = 0;
-  grpc::ServerBuilder builder;
-  builder.RegisterCallbackGenericService(&agent);
-  builder.AddListeningPort("127.0.0.1:0", grpc::SslServerCredentials(tls), &port);
-  const auto running = builder.BuildAndStart();
+  Unhelpful agent(authority.issue("unhelpful"));
+  agent.status = {grpc::StatusCode::UNAVAILABLE, "not yet"};
   auto how = clientOptions();
   how.attempts = 3;
   std::vector<std::string> names;
   const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(reach<KFASampleM>(how, "127.0.0.1:" + std::to_string(port))->list(names), KFAManagerUnreachable);
+  EXPECT_EQ(reach<KFASampleM>(how, agent.address())->list(names), KFAManagerUnreachable);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
-  EXPECT_NE(KFL::getErrorMessage().find("not yet"), std::string::npos) << KFL::getErrorMessage();
+  EXPECT_TRUE(KFL::getErrorMessage().ends_with("not yet")) << KFL::getErrorMessage();
   EXPECT_EQ(agent.calls, 3);
-  running->Shutdown(std::chrono::system_clock::now());
+}
+
+// Whatever status ends the last sending: only of a change that no manager was given it is known that it was not made.
+TEST_F(KFARemoteTest, CallerIsToldWhenItIsNotKnownWhetherAChangeWasMade) {
+  using enum grpc::StatusCode;
+  const struct {
+    grpc::Status status;
+    int calls;
+    int code;
+    bool isKnown;
+  } rows[] = {
+      {{UNAVAILABLE, "Socket closed"}, 2, KFAManagerUnreachable, false},
+      {{UNKNOWN, "Stream removed"}, 2, KFAManagerUnreachable, false},
+      {{INTERNAL, "RST_STREAM"}, 2, KFAManagerUnreachable, false},
+      {{CANCELLED, ""}, 2, KFAManagerUnreachable, false},
+      {grpc::Status::OK, 2, KFAManagerUnreachable, false},
+      {{DEADLINE_EXCEEDED, ""}, 1, KFAManagerUnreachable, false},
+      {{RESOURCE_EXHAUSTED, "memory"}, 1, KFAManagerUnreachable, false},
+      {{PERMISSION_DENIED, ""}, 1, KFAManagerUnreachable, false},
+      {{RESOURCE_EXHAUSTED, "Server Threadpool Exhausted"}, 1, KFAManagerBusy, true},
+      {{RESOURCE_EXHAUSTED, "Received message larger than max (2 vs. 1)"}, 1, KFAManagerFailed, true},
+      {{UNIMPLEMENTED, ""}, 1, KFAManagerUnreachable, true},
+  };
+  Unhelpful agent(authority.issue("unhelpful"));
+  auto how = clientOptions();
+  how.attempts = 2;
+  const auto far = reach<KFASampleM>(how, agent.address());
+  std::vector<std::string> names;
+  for (const auto& [status, calls, code, isKnown] : rows) {
+    agent.status = status;
+    agent.calls = 0;
+    EXPECT_EQ(far->set("x", {}), code) << KFL::getErrorMessage();
+    EXPECT_EQ(agent.calls, calls) << KFL::getErrorMessage();
+    EXPECT_NE(saysNotKnown(), isKnown) << KFL::getErrorMessage();
+    EXPECT_NE(far->list(names), KFAManagerDone);
+    EXPECT_FALSE(saysNotKnown()) << KFL::getErrorMessage();
+  }
+}
+
+// Whether the work is done and comes out true in a forked child, in time.
+bool holdsInChild(const std::function<bool()>& work) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(30);
+    _exit(work() ? 0 : 1);
+  }
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+// Forked while other threads are in calls or not: what a child does is refused, and its parent does not notice.
+TEST_F(KFARemoteTest, ForkedChildUsesNothingThatItsParentHasBegun) {
+  auto how = clientOptions();
+  how.attempts = 1;  // a link that was cut shows
+  KFARemoteConnectionSP connection(new KFARemoteConnection(how));
+  auto far = makeManagerStub<KFASampleM>(connection->getChannel(address(), {}, kTechnology));
+  std::vector<std::string> names;
+  const auto isRefused = [](int code, int wanted = KFAManagerUnreachable) {
+    return code == wanted && KFL::getErrorMessage().starts_with("this process was forked");
+  };
+  const std::pair<const char*, std::function<bool()>> rows[] = {
+      {"an inherited manager", [&] { return isRefused(far->list(names)) && isRefused(far->set("x", {})); }},
+      {"an inherited connection",
+       [&] {
+         KFLEID id;
+         const auto other = makeManagerStub<KFASampleM>(connection->getChannel(address(), {}, kTechnology));
+         return isRefused(connection->getNode(address(), id)) && isRefused(other->list(names));
+       }},
+      {"one of its own",
+       [&] { return isRefused(reach<KFASampleM>(clientOptions(), address())->list(names)); }},
+      {"a server", [&] { return isRefused(KFARemoteServer(managers, options).start(), -1); }},
+      {"the end of all",
+       [&] {
+         far.reset();
+         connection.reset();
+         server->stop(10s);
+         server.reset();
+         return true;
+       }},
+      {"a child of its own", [&] { return holdsInChild([&] { return isRefused(far->list(names)); }); }},
+  };
+  std::atomic<bool> isOver = false;
+  std::vector<std::future<int>> calls;
+  for (const int threads : {0, 3}) {
+    for (int i = 0; i < threads; ++i)
+      calls.push_back(std::async(std::launch::async, [&] {
+        int failed = 0;
+        for (std::vector<std::string> own; !isOver;)
+          failed += far->list(own) == KFAManagerDone ? 0 : 1;
+        return failed;
+      }));
+    for (const auto& [what, work] : rows) {
+      EXPECT_TRUE(holdsInChild(work)) << what;
+      EXPECT_EQ(far->set("x", {}), KFAManagerDone) << what << ": " << KFL::getErrorMessage();
+    }
+  }
+  isOver = true;
+  for (auto& call : calls)
+    EXPECT_EQ(call.get(), 0);
+}
+
+struct KFARemoteForkTest : KFARemoteTest {
+  void SetUp() override {}
+};
+
+// In a process of its own, since others of these tests have used gRPC in this one.
+TEST_F(KFARemoteForkTest, ChildForkedBeforeTheFirstUseMayUseEverything) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto serves = [&] {
+    std::vector<std::string> names;
+    start();
+    return server && reach<KFASampleM>(clientOptions(), address())->list(names) == KFAManagerDone;
+  };
+  const auto work = [&] {
+    const KFARemoteConnectionSP connection(new KFARemoteConnection(clientOptions()));
+    // The second child comes too late.
+    const bool holds = holdsInChild(serves) && serves() && !holdsInChild(serves);
+    server.reset();
+    std::filesystem::remove_all(folder / "");
+    return holds;
+  };
+  EXPECT_EXIT(_exit(work() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(KFARemoteTest, StopLetsCallsFinish) {
@@ -276,7 +453,7 @@ TEST_F(KFARemoteTest, ChangeIsNotRepeatedToAnAgentThatWasStartedAnew) {
   stopping.get();
   start();
   EXPECT_EQ(call.get(), KFAManagerUnreachable);
-  EXPECT_NE(reason.find("started anew"), std::string::npos) << reason;
+  EXPECT_TRUE(reason.ends_with(std::string("started anew") + kNotKnown)) << reason;
   EXPECT_EQ(waiting->entered, 1);
   // What is asked for now goes to the new run.
   EXPECT_EQ(far->set("x", {}), KFAManagerDone) << KFL::getErrorMessage();
@@ -367,8 +544,35 @@ TEST_F(KFARemoteTest, IdentityIsCheckedBeforeItIsUsed) {
   for (const auto& [spoil, text] : rows) {
     options.identity = good;
     spoil(options.identity);
-    EXPECT_TRUE(refused(KFARemoteServer(managers, options).start(), text)) << text;
+    EXPECT_EQ(KFARemoteServer(managers, options).start(), -1) << text;
+    EXPECT_NE(KFL::getErrorMessage().find(text), std::string::npos) << KFL::getErrorMessage();
   }
+}
+
+TEST(KFARemoteNodes, PortIsANumberThatPortsHave) {
+  for (const char* const good : {"a", "a:1", "a:65535", "[::1]", "[::1]:06434", "::1", "::70000"})
+    EXPECT_EQ(checkRemoteAddress(good), 0) << KFL::getErrorMessage();
+  EXPECT_EQ(checkRemoteAddress("a:0", 0), 0) << KFL::getErrorMessage();
+  const KFARemoteConnectionSP connection(new KFARemoteConnection({}));
+  KFARemoteServerOptions options;
+  for (const std::string bad :
+       {"a:65536", "a:72970", "[::1]:4294973730", "a:", "a:-1", "a:+1", "a:1x", "a: 1"}) {
+    KFLEID id;
+    std::vector<std::string> names;
+    const auto channel = connection->getChannel(bad, {}, kTechnology);
+    options.addresses = {bad};
+    KFALibFunctionality managers;
+    const std::function<int()> calls[] = {[&] { return connection->getNode(bad, id); },
+                                          [&] { return makeManagerStub<KFASampleM>(channel)->list(names); },
+                                          [&] { return KFARemoteServer(managers, options).start(); }};
+    for (const auto& call : calls) {
+      KFL::setErrorMessage("%s", "");
+      EXPECT_LT(call(), 0) << bad;
+      EXPECT_TRUE(KFL::getErrorMessage().starts_with("the address " + bad)) << KFL::getErrorMessage();
+      EXPECT_NE(KFL::getErrorMessage().find("to 65535"), std::string::npos) << KFL::getErrorMessage();
+    }
+  }
+  EXPECT_EQ(checkRemoteAddress("a:0"), -1);
 }
 
 TEST(KFARemoteNodes, FileTellsTheAddress) {
@@ -388,19 +592,21 @@ TEST(KFARemoteNodes, FileTellsTheAddress) {
   EXPECT_EQ(find(kSecond, address), 0);
   EXPECT_EQ(address, "[::1]:7");
   EXPECT_EQ(find(kThird, address), -1);
-  for (const std::string& line : Lines{one, one + " a b", "a b", one + " a\n" + one + " b"}) {
+  for (const std::string& line : Lines{one, one + " a b", "a b", one + " a\n" + one + " b", one + " a:0"}) {
     EXPECT_FALSE(read("\n" + line)) << line;
     EXPECT_TRUE(KFL::getErrorMessage().starts_with(path + ":")) << KFL::getErrorMessage();
   }
 }
 
-constexpr int kNeverCut = std::numeric_limits<int>::max();
+// What becomes of a link: it is cut once, or again and again, or so that nobody comes through any more, or one bit of
+// what it carries is changed.
+enum class Harm { Cut, CutAgain, CutForGood, Spoilt };
 
-// Passes bytes on between a client and the server, and cuts the connection each time that so many blocks have passed;
-// every ninth one before that, somewhere at its beginning.
+// Passes bytes on between a client and the server, and does harm when so many blocks have passed.
 class CuttingLink {
  public:
-  CuttingLink(int port, int blocks) : port_(port), blocks_(blocks), left_(blocks) {
+  CuttingLink(int port, int blocks, Harm harm = Harm::Cut)
+      : port_(port), blocks_(blocks), harm_(harm), left_(blocks) {
     sockaddr_in at{};
     at.sin_family = AF_INET;
     at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -420,11 +626,18 @@ class CuttingLink {
   }
   int port() const { return ownPort_; }
   int countCuts() const { return cuts_; }
+  // Now, once.
+  void cut() { shutdown(client_, SHUT_RDWR); }
 
  private:
   // One connection after the other: the client makes a new one when the former is cut.
   void accept() {
     for (int client = 0; (client = ::accept(listening_, nullptr, nullptr)) >= 0;) {
+      if (harm_ == Harm::CutForGood && cuts_ > 0) {
+        close(client);
+        continue;
+      }
+      client_ = client;
       const int server = connectTo(port_);
       const int isOn = 1;  // a block does not wait for the one before to be acknowledged
       for (const int end : {client, server})
@@ -445,8 +658,9 @@ class CuttingLink {
       if (length <= 0) return false;
       if (left_-- == 0) {
         ++cuts_;
-        left_ = cuts_ % 9 == 0 ? cuts_ / 9 % 8 : blocks_;
-        return false;
+        if (harm_ == Harm::CutAgain) left_ = blocks_;
+        if (harm_ != Harm::Spoilt) return false;
+        block[length - 1] = static_cast<char>(block[length - 1] ^ 1);
       }
       if (send(both[1 - from].fd, block, static_cast<std::size_t>(length), MSG_NOSIGNAL) != length)
         return false;
@@ -456,6 +670,8 @@ class CuttingLink {
 
   const int port_;
   const int blocks_;
+  const Harm harm_;
+  std::atomic<int> client_ = -1;
   std::atomic<int> left_;
   std::atomic<int> cuts_ = 0;
   const int listening_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -463,11 +679,64 @@ class CuttingLink {
   std::thread accepting_;
 };
 
-// Every operation, on a link that is whole, and on one that is cut again and again: each change is made once, and said to
-// be.
-TEST_F(KFARemoteTest, AnswersAreThoseOfThisProcessOnAnyLink) {
-  for (const int blocks : {kNeverCut, 25, 15}) {
-    KFALibFunctionality direct, served, far;
+// The link is harmed at each block in turn, until a call needs fewer: a change is made once, and said to be; where nobody
+// comes through any more the caller is told that this is not known, unless it was not sent yet.
+TEST_F(KFARemoteTest, CutLinkMakesNoChangeTwice) {
+  for (const Harm harm : {Harm::Cut, Harm::CutForGood, Harm::Spoilt}) {
+    bool wasCut = true;
+    int cuts = 0, lost = 0, unsent = 0;
+    for (int blocks = 0; wasCut && blocks < 60; ++blocks) {
+      SCOPED_TRACE(blocks);
+      CuttingLink link(server->getPorts().front(), blocks, harm);
+      const auto before = countReports();
+      std::string id;
+      auto how = clientOptions();
+      if (harm == Harm::CutForGood) how.attempts = 2;
+      const auto far = reach<KFASupport>(how, "127.0.0.1:" + std::to_string(link.port()));
+      const int code = far->send({}, id);
+      wasCut = link.countCuts() > 0;
+      cuts += wasCut ? 1 : 0;
+      if (harm == Harm::CutForGood && code != KFAManagerDone) {
+        ASSERT_EQ(code, KFAManagerUnreachable);
+        ASSERT_TRUE(saysNotKnown() || countReports() == before) << KFL::getErrorMessage();
+        (saysNotKnown() ? lost : unsent) += 1;
+        continue;
+      }
+      ASSERT_EQ(code, KFAManagerDone) << KFL::getErrorMessage();
+      ASSERT_EQ(countReports(), before + 1);
+      ASSERT_EQ(id, "report-" + std::to_string(before + 1));
+    }
+    EXPECT_FALSE(wasCut);
+    EXPECT_GT(cuts, 5);
+    EXPECT_EQ(lost > 0 && unsent > 3, harm == Harm::CutForGood) << lost << " " << unsent;
+  }
+}
+
+// The first sending is still at work, and leaves no room for the one that asks what became of it.
+TEST_F(KFARemoteTest, RefusedRepeatSaysNothingOfTheFirst) {
+  options.maxCallsOfCaller = 1;
+  server.reset();
+  start();
+  CuttingLink link(server->getPorts().front(), 1000);
+  auto how = clientOptions();
+  how.attempts = 2;
+  auto call = std::async(std::launch::async, [&] {
+    const int code =
+        reach<KFASampleM>(how, "127.0.0.1:" + std::to_string(link.port()), "waiting")->set("x", {});
+    return std::pair(code, KFL::getErrorMessage());
+  });
+  waiting->waitForCalls(1);
+  link.cut();
+  const auto [code, reason] = call.get();
+  EXPECT_EQ(code, KFAManagerUnreachable);
+  EXPECT_NE(reason.find("ask again later" + std::string(kNotKnown)), std::string::npos) << reason;
+  EXPECT_EQ(waiting->entered, 1);
+}
+
+// Every operation, on a link that is cut again and again, each time somewhere else.
+TEST_F(KFARemoteTest, AnswersAreTheSameOnABadLink) {
+  for (const int blocks : {15, 25}) {
+    KFALibFunctionality direct, served;
     const KFAMemoryNode one(exampleNode()), twin(exampleNode());
     ASSERT_EQ(one.registerManagers(direct, kTechnology), 0);
     ASSERT_EQ(twin.registerManagers(served, kTechnology), 0);
@@ -475,21 +744,16 @@ TEST_F(KFARemoteTest, AnswersAreThoseOfThisProcessOnAnyLink) {
     own.addresses = {"127.0.0.1:0"};
     KFARemoteServer agent(served, own);
     ASSERT_EQ(agent.start(), 0) << KFL::getErrorMessage();
-    CuttingLink link(agent.getPorts().front(), blocks);
+    CuttingLink link(agent.getPorts().front(), blocks, Harm::CutAgain);
     auto how = clientOptions();
     how.attempts = 20;
     const KFARemoteConnectionSP connection(new KFARemoteConnection(how));
-    ASSERT_EQ(connection->registerAgents(far, kTechnology), 0);
     const std::string by = "127.0.0.1:" + std::to_string(link.port());
-    const Managers stubs = managersBy([&]<class Manager>() {
-      far.multiplexer<Manager>().setExtraData(kTechnology, by);
-      return far.multiplexer<Manager>().getAgent(kThird, nullptr, kTechnology);
-    });
-    EXPECT_EQ(ManagerScript::run(stubs), ManagerScript::run(localManagers(direct, kTechnology)));
-    EXPECT_EQ(link.countCuts() > 10, blocks != kNeverCut) << blocks;
-    KFLEID id;
-    EXPECT_EQ(connection->getNode(address(), id), 0) << KFL::getErrorMessage();
-    EXPECT_EQ(id, kThird);
+    const auto stub = [&]<class Manager>() {
+      return makeManagerStub<Manager>(connection->getChannel(by, kThird, kTechnology));
+    };
+    EXPECT_EQ(ManagerScript::run(managersBy(stub)), ManagerScript::run(localManagers(direct, kTechnology)));
+    EXPECT_GT(link.countCuts(), 10) << blocks;
   }
 }
 

@@ -2,6 +2,7 @@
 #include <KFARemote/KFARemoteConnection.h>
 
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <random>
 #include <utility>
@@ -14,6 +15,7 @@
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLText.h>
 
+#include <KFARemote/KFARemoteFork.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
 
@@ -25,12 +27,17 @@ namespace wire = kfa::remote::v4;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
-std::string withPort(const std::string& address) {
+// The colon before the port; npos when there is none.
+std::size_t findPort(const std::string& address) {
   const std::size_t colon = address.rfind(':');
   const bool hasPort =
       colon != std::string::npos && (address.find(':') == colon || (colon > 0 && address[colon - 1] == ']'));
-  if (hasPort) return address;
-  const bool isV6 = colon != std::string::npos && !address.starts_with('[');
+  return hasPort ? colon : std::string::npos;
+}
+
+std::string withPort(const std::string& address) {
+  if (findPort(address) != std::string::npos) return address;
+  const bool isV6 = address.find(':') != std::string::npos && !address.starts_with('[');
   return (isV6 ? "[" + address + "]" : address) + ":" + std::to_string(kRemotePort);
 }
 
@@ -95,15 +102,31 @@ class Parts {
 
 }  // namespace
 
+int checkRemoteAddress(const std::string& address, int lowestPort) {
+  const std::size_t colon = findPort(address);
+  if (colon == std::string::npos) return 0;
+  const std::string text = address.substr(colon + 1);
+  const char* const end = text.data() + text.size();
+  int port = 0;
+  const auto [at, error] = std::from_chars(text.data(), end, port);
+  if (error == std::errc() && at == end && port >= lowestPort && port <= 65535) return 0;
+  setErrorMessage("the address %s has the port '%s'; a number from %d to 65535 would be right",
+                  address.c_str(), text.c_str(), lowestPort);
+  return -1;
+}
+
 class KFL_HIDDEN KFARemoteConnection::Implementation {
  public:
   explicit Implementation(const KFARemoteConnectionOptions& with) : options(with) {}
 
-  std::shared_ptr<Peer> getPeer(const std::string& address) KFL_EXCLUDES(lock_) {
+  // Null with an error text where gRPC cannot be used, or the port is none.
+  std::shared_ptr<Peer> getPeer(const std::string& given) KFL_EXCLUDES(lock_) {
+    if (checkRemoteAddress(given) != 0 || KFARemoteFork::enter() != 0) return {};
+    const std::string address = withPort(given);
     const KFLLockGuard guard(lock_);
     std::shared_ptr<Peer>& peer = peers_[address];
     if (!peer) {
-      peer = std::make_shared<Peer>();
+      peer = std::shared_ptr<Peer>(new Peer, KFARemoteDelete());
       peer->address = address;
       peer->channel = makeChannel(address);
       peer->stub = wire::Agent::NewStub(peer->channel);
@@ -177,6 +200,12 @@ class Call {
   wire::CallRequest& request() { return request_; }
 
   int run() {
+    const int code = attemptAll();
+    return isChange_ && isLost_ ? tellThatItIsLost() : code;
+  }
+
+ private:
+  int attemptAll() {
     for (int attempt = 1;; ++attempt) {
       const int code = isChange_ && learnInstance() != 0 ? KFAManagerUnreachable : attemptOnce();
       if (!again_) return code;
@@ -184,8 +213,11 @@ class Call {
       again_ = false;
     }
   }
-
- private:
+  static int tellThatItIsLost() {
+    const std::string reason = getErrorMessage();
+    setErrorMessage("%s; whether the change was made is not known", reason.c_str());
+    return KFAManagerUnreachable;
+  }
   bool isOver() const { return Clock::now() >= deadline_; }
 
   // Which run of the agent the change is for: 0, or another value with an error text. Asking is also the proof that the
@@ -203,22 +235,32 @@ class Call {
   }
 
   int attemptOnce() {
-    const bool wasSent = wasSent_;
-    wasSent_ = true;
+    const bool wasLost = isLost_;
+    isLost_ = true;
     const Sent sent = send();
     if (sent.isRefused) return KFAManagerUnreachable;
-    if (sent.hasOutcome && sent.outcome.other_instance()) return meetOtherInstance(wasSent);
-    if (sent.hasOutcome && sent.status.ok()) {
-      if (sent.outcome.code() < 0) setErrorMessage("%s", sent.outcome.text().c_str());
-      return sent.outcome.code();
-    }
-    if (sent.status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED) {
-      unreachable(peer_, "it refused the call: " + sent.status.error_message());
-      const bool isTooLong = sent.status.error_message().find("larger than max") != std::string::npos;
-      return isTooLong ? KFAManagerFailed : KFAManagerBusy;
+    if (sent.hasOutcome) return take(sent.outcome, wasLost);
+    if (const int code = refusalOf(sent.status); code != KFAManagerDone) {
+      isLost_ = wasLost;
+      return code;
     }
     again_ = mayTryAgain(sent.status) && (isChange_ || !parts_.hasDelivered());
     return unreachable(peer_, reasonOf(sent.status, isOver()));
+  }
+
+  // Of what never came to a manager: a code with an error text; else 0. The engine has no codes of its own for
+  // these; with other texts, an exhausted resource may have ended a call that was at work.
+  int refusalOf(const grpc::Status& status) const {
+    const auto says = [&](const char* text) {
+      return status.error_code() == grpc::StatusCode::RESOURCE_EXHAUSTED &&
+             status.error_message().find(text) != std::string::npos;
+    };
+    const bool isTooLong = says("larger than max");
+    if (status.error_code() == grpc::StatusCode::UNIMPLEMENTED)
+      return unreachable(peer_, reasonOf(status, false));
+    if (!isTooLong && !says("Threadpool Exhausted")) return KFAManagerDone;
+    unreachable(peer_, "it refused the call: " + status.error_message());
+    return isTooLong ? KFAManagerFailed : KFAManagerBusy;
   }
 
   Sent send() {
@@ -239,20 +281,36 @@ class Call {
     return sent;
   }
 
-  // The agent did not do the change, since it is another run. A change that was sent only now is meant for this one; one
-  // that may have reached the run before is lost from sight.
-  int meetOtherInstance(bool wasSent) {
-    again_ = !wasSent;
-    wasSent_ = wasSent;
-    if (!wasSent) request_.clear_instance();
-    return unreachable(peer_, "it was started anew; whether the change was made before is not known");
+  // What became of the call. One that is refused before the agent looks for its id may have been made when it was sent
+  // before; so may one that meets another run of the agent, which does not do it unless it was sent only now.
+  int take(const wire::Outcome& outcome, bool wasLost) {
+    const bool isOther = outcome.other_instance();
+    isLost_ = wasLost && (isOther || outcome.refused());
+    if (isOther) {
+      again_ = !wasLost;
+      if (!wasLost) request_.clear_instance();
+      return unreachable(peer_, "it was started anew");
+    }
+    if (isLost_) {
+      again_ = outcome.code() == KFAManagerBusy && !isOver();
+      return unreachable(peer_, outcome.text());
+    }
+    if (outcome.code() < 0) setErrorMessage("%s", outcome.text().c_str());
+    return outcome.code();
   }
 
+  // A link that is cut or spoilt ends calls with any of these.
   bool mayTryAgain(const grpc::Status& status) const {
-    const bool isCut = status.ok() || status.error_code() == grpc::StatusCode::UNAVAILABLE ||
-                       status.error_code() == grpc::StatusCode::CANCELLED ||
-                       status.error_code() == grpc::StatusCode::INTERNAL;
-    return isCut && !isOver();
+    switch (status.error_code()) {
+      case grpc::StatusCode::OK:
+      case grpc::StatusCode::UNAVAILABLE:
+      case grpc::StatusCode::UNKNOWN:
+      case grpc::StatusCode::CANCELLED:
+      case grpc::StatusCode::INTERNAL:
+        return !isOver();
+      default:
+        return false;
+    }
   }
   // Waits before the next sending, at most until there is a new connection; false when there is no time left for it. A
   // channel learns that its connection has ended a little later than the calls on it, which all fail meanwhile. One whose
@@ -275,7 +333,7 @@ class Call {
   const Clock::time_point deadline_;
   wire::CallRequest request_;
   Parts parts_;
-  bool wasSent_ = false;  // the agent may have it
+  bool isLost_ = false;  // the agent may have it, and has not said what became of it
   bool again_ = false;
 };
 
@@ -294,6 +352,7 @@ class RemoteChannel : public KFAManagerChannel {
                       operation.manager, operation.name, peer_->address.c_str());
       return KFAManagerFailed;
     }
+    if (KFARemoteFork::enter() != 0) return KFAManagerUnreachable;
     Call call(*peer_, options_, operation, sink);
     wire::CallRequest& request = call.request();
     request.set_implementation(implementation_);
@@ -355,7 +414,7 @@ int registerEach(KFALibFunctionality& managers, const KFARemoteConnectionSP& con
 // --- The connection ----------------------------------------------------------------------------------------
 
 KFARemoteConnection::KFARemoteConnection(const KFARemoteConnectionOptions& options)
-    : implementation_(std::make_shared<Implementation>(options)) {}
+    : implementation_(new Implementation(options), KFARemoteDelete()) {}
 
 KFARemoteConnection::~KFARemoteConnection() = default;
 
@@ -371,8 +430,9 @@ int KFARemoteConnection::registerAgents(KFALibFunctionality& managers, const std
 boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::getChannel(const std::string& address,
                                                                      const KFLEID& about,
                                                                      const std::string& implementation) {
-  return boost::make_shared<RemoteChannel>(implementation_->getPeer(withPort(address)), about, implementation,
-                                           implementation_->options);
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(address);
+  if (!peer) return boost::make_shared<NoChannel>(getErrorMessage());
+  return boost::make_shared<RemoteChannel>(peer, about, implementation, implementation_->options);
 }
 
 boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLEID& eid,
@@ -386,7 +446,8 @@ boost::shared_ptr<KFAManagerChannel> KFARemoteConnection::findChannel(const KFLE
 }
 
 int KFARemoteConnection::getNode(const std::string& address, KFLEID& node) {
-  const std::shared_ptr<Peer> peer = implementation_->getPeer(withPort(address));
+  const std::shared_ptr<Peer> peer = implementation_->getPeer(address);
+  if (!peer) return KFAManagerUnreachable;
   const Clock::time_point deadline = Clock::now() + implementation_->options.readTimeout;
   wire::Description description;
   const grpc::Status status = describe(*peer, deadline, description);
@@ -412,6 +473,7 @@ int readNode(const std::string& line, Nodes& nodes) {
     setErrorMessage("'%s' is no node; ID HOST[:PORT] would be right", line.c_str());
     return -1;
   }
+  if (checkRemoteAddress(words[1]) != 0) return -1;
   if (nodes.emplace(eid, words[1]).second) return 0;
   setErrorMessage("%s has an address already; one line for each id would be right", words[0].c_str());
   return -1;

@@ -10,7 +10,11 @@
 // itself with growing waits. What is undelivered, or was answered too late, is KFAManagerUnreachable with the reason.
 // Something that only reads is sent again while nothing of its answer has come. A change carries an id by which the
 // other agent knows it again, so that it is sent again too and still made once; to an agent that was started anew
-// meanwhile it is not.
+// meanwhile it is not. The text says so where it is not known whether a change was made.
+//
+// gRPC does not survive a fork. In a child of a process that had made a channel, or started a server, every call of
+// every connection is KFAManagerUnreachable at once with a text that says so, and what the child inherited may be
+// destroyed: the parent's links stay as they are. A child that was forked before may use everything.
 //
 // As a KFLConnection it knows which environments are served in this process: see KFLProcessConnection. Any thread.
 #ifndef KFAREMOTE_KFAREMOTECONNECTION_H

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <map>
 #include <thread>
@@ -23,10 +24,12 @@
 #include <KFAFunctionality/access/KFAManagerOperations.h>
 #include <KFLCommon/KFLError.h>
 #include <KFLCommon/KFLLog.h>
+#include <KFLCommon/KFLText.h>
 #include <KFLMessage/KFLMessage.h>
 
 #include <KFARemote/KFARemoteAccess.h>
 #include <KFARemote/KFARemoteChanges.h>
+#include <KFARemote/KFARemoteFork.h>
 #include <KFARemote/KFARemoteHealth.h>
 #include <KFARemote/KFARemoteOrigin.h>
 #include <KFARemote/agent.grpc.pb.h>
@@ -52,6 +55,18 @@ Names namesOf(const grpc::ServerContext& context) {
   return names;
 }
 
+// The text as the engine takes it, which refuses a whole reply for a byte that is not UTF-8.
+std::string plainOf(std::string_view text) {
+  std::string plain;
+  for (std::size_t bad = 0; !KFL::isUtf8(text, &bad);) {
+    char escape[5];
+    std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned char>(text[bad]));
+    plain.append(text.substr(0, bad)).append(escape);
+    text.remove_prefix(bad + 1);
+  }
+  return plain.append(text);
+}
+
 // Gathers the parts of a result into replies.
 class Replies {
  public:
@@ -72,10 +87,14 @@ class Replies {
   void end(int code, const std::string& text, bool otherInstance = false) {
     wire::Outcome* const outcome = reply_.mutable_outcome();
     outcome->set_code(code);
-    outcome->set_text(text);
+    outcome->set_text(plainOf(text));
     outcome->set_other_instance(otherInstance);
     // Goes out with the end of the stream, in one write.
     writer_.WriteLast(reply_, grpc::WriteOptions());
+  }
+  void refuse(int code, const std::string& text) {
+    reply_.mutable_outcome()->set_refused(true);
+    end(code, text);
   }
 
  private:
@@ -222,7 +241,9 @@ void KFARemoteServer::Implementation::configure(grpc::ServerBuilder& builder) co
 }
 
 int KFARemoteServer::Implementation::start() {
-  if (options_.identity.check() != 0 || access_.load() != 0) return -1;
+  for (const std::string& address : options_.addresses)
+    if (checkRemoteAddress(address, 0) != 0) return -1;
+  if (options_.identity.check() != 0 || access_.load() != 0 || KFARemoteFork::enter() != 0) return -1;
   grpc::reflection::InitProtoReflectionServerBuilderPlugin();
   grpc::ServerBuilder builder;
   configure(builder);
@@ -278,7 +299,7 @@ void KFARemoteServer::Implementation::acceptConnections() {
 }
 
 void KFARemoteServer::Implementation::stop(std::chrono::milliseconds grace) {
-  if (!server_) return;
+  if (!server_ || KFARemoteFork::isCutOff()) return;
   health_.end();
   if (accepting_.joinable()) {
     const std::uint64_t one = 1;
@@ -314,7 +335,7 @@ grpc::Status KFARemoteServer::Implementation::Call(grpc::ServerContext* context,
     const std::string text = getErrorMessage();
     KFL_LOG(kRemoteModule, kLogWarning, "[%s] refused %s.%s to %s: %s", __func__, message->manager().c_str(),
             message->operation().c_str(), request.callers.front().c_str(), text.c_str());
-    replies.end(code, text);
+    replies.refuse(code, text);
     return grpc::Status::OK;
   }
   if (request.operation->kind == KFAOperationKind::Read)
@@ -377,17 +398,21 @@ int KFARemoteServer::Implementation::doCall(const Request& request, const KFAPar
   const KFARemoteOrigin origin;
   const KFLAccessProviderSP caller(new KFARemoteCaller(request.callers.front()));
   const KFAPartForm form = request.message.packed() ? KFAPartForm::Packed : KFAPartForm::Text;
+  std::string reason = "an exception that is not known";
   try {
     if (options_.files && request.message.manager() == kFilesManager)
       return answerFilesCall(*request.operation, *options_.files, request.arguments, sink, form);
     return answerManagerCall(*request.operation, managers_, caller, request.message.implementation(),
                              request.arguments, sink, form);
   } catch (const std::exception& error) {
-    setErrorMessage("%s.%s ended without a result: %s", request.operation->manager, request.operation->name,
-                    error.what());
-    KFL_LOG(kRemoteModule, kLogError, "[%s] %s", __func__, getErrorMessage().c_str());
-    return KFAManagerUnreachable;
+    reason = error.what();
+  } catch (...) {
   }
+  const bool isRead = request.operation->kind == KFAOperationKind::Read;
+  setErrorMessage("%s.%s ended without a result: %s%s", request.operation->manager, request.operation->name,
+                  reason.c_str(), isRead ? "" : "; whether the change was made is not known");
+  KFL_LOG(kRemoteModule, kLogError, "[%s] %s", __func__, getErrorMessage().c_str());
+  return KFAManagerUnreachable;
 }
 
 // That the caller has gone is seen when a reply is sent; to ask for it at each part would cost as much as the part.
@@ -458,7 +483,9 @@ void KFARemoteServer::Implementation::repeatAnswer(const std::string& key, const
 KFARemoteServer::KFARemoteServer(const KFALibFunctionality& managers, const KFARemoteServerOptions& options)
     : implementation_(std::make_unique<Implementation>(managers, options)) {}
 
-KFARemoteServer::~KFARemoteServer() = default;
+KFARemoteServer::~KFARemoteServer() {
+  if (KFARemoteFork::isCutOff()) static_cast<void>(implementation_.release());
+}
 
 int KFARemoteServer::start() {
   return implementation_->start();

@@ -10,6 +10,10 @@
 // two agents never pass one to and fro. Refusals (as warnings) and changes (as information) are logged with the
 // caller's name. The threads that the calls run on are the server's own. The server also answers gRPC's health and
 // reflection services, to anybody whose certificate is accepted.
+//
+// In a child that was forked after the process had begun to use gRPC (KFARemoteConnection.h), no server can be
+// started, and stopping or destroying an inherited one does nothing: the sockets stay the parent's, and the child's
+// copies of them stay open until it ends or runs another program.
 #ifndef KFAREMOTE_KFAREMOTESERVER_H
 #define KFAREMOTE_KFAREMOTESERVER_H
 
@@ -80,7 +84,7 @@ class KFARemoteServer {
 
  private:
   class Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace KFA

@@ -15,6 +15,9 @@ inline constexpr const char* kRemoteModule = "KFARemote";
 // The port of agents.
 inline constexpr int kRemotePort = 6434;
 
+// Whether the port in an address, "HOST" or "HOST:PORT", is one from the lowest to 65535: 0, or -1 with an error text.
+int checkRemoteAddress(const std::string& address, int lowestPort = 1);
+
 // The files of a process's certificate, in PEM form. They are read again within seconds after they have changed;
 // connections that are open stay as they are.
 struct KFARemoteIdentity {

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <string_view>
 
+#include <grpc/support/log.h>
 #include <boost/smart_ptr/make_shared.hpp>
 #include <nlohmann/json.hpp>
 
@@ -53,14 +55,17 @@ Agent openNode(KFA::KFARemoteConnection& connection, const std::string& address)
 std::vector<Node> readNodes(const std::string& path) {
   const Input input = readInput(path);
   std::vector<Node> nodes;
-  for (std::string_view rest = input.text; !rest.empty();) {
-    std::string_view line = rest.substr(0, rest.find('\n'));
+  std::size_t row = 1;
+  for (std::string_view rest = input.text; !rest.empty(); ++row) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
     rest.remove_prefix(std::min(line.size() + 1, rest.size()));
     const std::string plain(line.substr(0, line.find('#')));
     KFL::getToken words(plain.c_str(), " \t\r");
     std::string address;
     while (const char* const word = words.get(nullptr))
       address = word;
+    if (KFA::checkRemoteAddress(address) != 0)
+      throw Trouble(input.name + ":" + std::to_string(row) + ": " + KFL::getErrorMessage());
     const bool isKnown =
         std::any_of(nodes.begin(), nodes.end(), [&](const Node& node) { return node.address == address; });
     if (!address.empty() && !isKnown) nodes.emplace_back().address = address;
@@ -203,6 +208,8 @@ void Fleet::printDocuments() const {
 }  // namespace
 
 int runElsewhere(Session& session, const Words& words, const RunWords& run) {
+  // What a call came to is said in one line; gRPC's own log is for those who ask for it.
+  if (std::getenv("GRPC_VERBOSITY") == nullptr) gpr_set_log_function([](gpr_log_func_args*) {});
   KFA::KFARemoteConnectionOptions options;
   options.identity = findIdentity();
   const KFA::KFARemoteConnectionSP connection(new KFA::KFARemoteConnection(options));
