@@ -60,13 +60,6 @@ void printFailures(const KFANodeChange& change, State state) {
     if (file.state == state) printError(file.error);
 }
 
-// A file that was named twice is one.
-std::size_t countFiles(const KFANodeChange& change) {
-  const auto& files = change.getFiles();
-  return static_cast<std::size_t>(
-      std::count_if(files.begin(), files.end(), [](const auto& file) { return !file.isRepeated; }));
-}
-
 // Nothing was replaced.
 [[noreturn]] void refuse(const KFANodeChange& change, bool isSingle) {
   const auto& files = change.getFiles();
@@ -75,7 +68,7 @@ std::size_t countFiles(const KFANodeChange& change) {
   if (isSingle || files.size() == 1) throw Trouble(refused->error);
   printFailures(change, State::Refused);
   const std::size_t count = change.count(State::Refused);
-  throw Trouble(std::to_string(count) + " of " + countText(countFiles(change), "file", "files") +
+  throw Trouble(std::to_string(count) + " of " + countText(files.size(), "file", "files") +
                 " cannot be changed so, and none is; --keep-going changes the others");
 }
 
@@ -91,8 +84,7 @@ Document describe(const KFANodeChange::File& file, int veid) {
 void printDocuments(Session& session, const KFANodeChange& change, const ChangeMany::Files& files) {
   Document all = Document::array();
   for (std::size_t i = 0; i < files.size(); ++i)
-    if (const auto& file = change.getFiles()[i]; !file.isRepeated)
-      all.push_back(describe(file, files[i].veid));
+    all.push_back(describe(change.getFiles()[i], files[i].veid));
   printDocument(session, all, "files", "file");
 }
 
@@ -170,7 +162,7 @@ int ChangeMany::apply(Session& session, const Files& files, bool isSingle, const
     printDocuments(session, change, files);
   else if (status == kFine || keepGoing_)
     session.out().addLine("changed " + std::to_string(change.count(State::Replaced)) + " of " +
-                          countText(countFiles(change), "file", "files"));
+                          countText(files.size(), "file", "files"));
   return status;
 }
 

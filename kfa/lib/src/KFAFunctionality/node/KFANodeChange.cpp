@@ -66,11 +66,10 @@ void KFANodeChange::judgeBesideOthers(File& file) {
   const auto [known, isNew] = known_.emplace(target, files_.size() - 1);
   if (!isNew) {
     const File& first = files_[known->second];
-    file.isRepeated = file.before == first.before && file.after == first.after;
-    if (!file.isRepeated)
+    if (file.before != first.before || file.after != first.after)
       return refuse("leads to the same file as " + first.path +
                     ", and would give it another content; name one of them");
-    file.state = State::Unchanged;
+    repeated_.emplace(files_.size() - 1, known->second);
     return;
   }
   const std::string& suffix = how_.backupSuffix;
@@ -107,11 +106,18 @@ std::size_t KFANodeChange::count(State state) const {
 
 int KFANodeChange::apply(bool keepGoing, const Runner& runner) {
   std::vector<File*> changed;
-  for (File& file : files_) {
+  for (std::size_t i = 0; i < files_.size(); ++i) {
+    File& file = files_[i];
+    if (repeated_.count(i) != 0) continue;
     if (file.state == State::Changed) changed.push_back(&file);
-    if (file.state == State::Unchanged && !file.isRepeated) where_.tidy(file.path, how_);
+    if (file.state == State::Unchanged) where_.tidy(file.path, how_);
   }
-  return changed.empty() ? 0 : where_.replace(changed, edit_, {how_, keepGoing, runner});
+  const int result = changed.empty() ? 0 : where_.replace(changed, edit_, {how_, keepGoing, runner});
+  for (const auto& [further, first] : repeated_) {
+    files_[further].state = files_[first].state;
+    files_[further].error = files_[first].error;
+  }
+  return result;
 }
 
 }  // namespace KFA

@@ -37,7 +37,7 @@ class KFANodeChange {
       : edit_(edit), how_(how), where_(where) {}
 
   // Reads and edits a file, and replaces nothing. Of the names that lead to one file the first is the one that is
-  // replaced; a further one is left unchanged, and refused when it would get another text. So is a file that the backup
+  // replaced, and what becomes of it becomes of the others; one that would get another text is refused. So is a file that the backup
   // of another one would take the place of.
   const File& judge(const std::string& path);
   // The same for a file that is to be made from this text; it is refused when there is one.
@@ -60,7 +60,8 @@ class KFANodeChange {
   KFAReplaceOptions how_;
   KFANodeFiles& where_;
   std::vector<File> files_;
-  std::map<std::string, std::size_t> known_;  // by where their names lead, on this machine
+  std::map<std::string, std::size_t> known_;     // by where their names lead, on this machine
+  std::map<std::size_t, std::size_t> repeated_;  // further names of a file, and the first
 };
 
 }  // namespace KFA

@@ -46,8 +46,6 @@ struct KFANodeFile {
   State state = State::Unchanged;
   std::string error;
   bool isNew = false;
-  bool isRepeated =
-      false;  // another name of a file that was judged before, which gets the same text by that one
 };
 
 class KFANodeFiles {
