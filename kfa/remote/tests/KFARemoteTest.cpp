@@ -383,7 +383,13 @@ TEST_F(KFARemoteTest, ForkedChildUsesNothingThatItsParentHasBegun) {
   };
   std::atomic<bool> isOver = false;
   std::vector<std::future<int>> calls;
-  for (const int threads : {0, 3}) {
+#ifdef __SANITIZE_ADDRESS__
+  constexpr int kThreads =
+      0;  // that allocator's locks stay taken in a child that is forked while a thread has one
+#else
+  constexpr int kThreads = 3;
+#endif
+  for (const int threads : {0, kThreads}) {
     for (int i = 0; i < threads; ++i)
       calls.push_back(std::async(std::launch::async, [&] {
         int failed = 0;
