@@ -87,7 +87,7 @@ constexpr Command kCommands[] = {
     {"fix", "[FILE...]", "Show or make the edits that cure findings with one right answer",
      "Line ends of other systems, a byte order mark, blanks round =, KEY: value, quotes of word processors,\n"
      "true for yes, repeated keys; within a command of several lines, and behind one, only line ends.\n"
-     "Shown as a difference, with status 1 when there are any; made with --apply.\n\n"
+     "Shown as a difference, with status 1 when there are any; made with --apply, and in what - prints.\n\n"
      "Examples:\n"
      "  kfactl config fix --dry-run\n"
      "  kfactl config fix 113 --apply --backup .old",

@@ -2,8 +2,8 @@
 // The edits that cure findings which have one right answer: line ends of other systems, a byte order mark, blanks round
 // "=", `KEY: value`, quotes and blanks of word processors, `true` for `yes`, several assignments on one line, and lines that
 // another line of the same key makes idle. Nothing else of a text changes, and no value that was taken before: a line that
-// would come to overrule it stays as it is, and so does an idle one that a shell may read before it comes to the other. Within a command of several lines, and behind one, only line ends change. Any
-// thread.
+// would come to overrule it stays as it is, and so does an idle one that a shell may read before it comes to the other.
+// Within a command of several lines, and behind one, only line ends change. Any thread.
 #ifndef KFAFUNCTIONALITY_NODE_KFACONFIGFIX_H
 #define KFAFUNCTIONALITY_NODE_KFACONFIGFIX_H
 

@@ -37,8 +37,8 @@ class KFANodeChange {
       : edit_(edit), how_(how), where_(where) {}
 
   // Reads and edits a file, and replaces nothing. Of the names that lead to one file the first is the one that is
-  // replaced, and what becomes of it becomes of the others; one that would get another text is refused. So is a file that the backup
-  // of another one would take the place of.
+  // replaced, and what becomes of it becomes of the others; one that would get another text is refused. So is a file that
+  // the backup of another one would take the place of.
   const File& judge(const std::string& path);
   // The same for a file that is to be made from this text; it is refused when there is one.
   const File& judgeNew(const std::string& path, const std::string& from);
